@@ -1,0 +1,21 @@
+#include <thread>
+
+#include "platform/clock.h"
+
+namespace platform {
+
+void sleepFor(Duration time) {
+    std::this_thread::sleep_for(time);
+}
+
+Duration monotonicNow() {
+    return std::chrono::duration_cast<Duration>(std::chrono::steady_clock::now().time_since_epoch());
+}
+
+std::timespec wallNow() {
+    std::timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return now;
+}
+
+}  // namespace platform

@@ -1,0 +1,210 @@
+// The calls of the switch OS that the program uses.
+//
+// The switch OS is another process; behind these functions stands either the client library of the virtual
+// switch OS (vswitch/client) or the switch maker's own library. Which one is chosen at link time.
+//
+// Common to all calls:
+//  - the first argument is the client handle filled by openapiClientRegister; one handle serves the whole
+//    process and may be used by several threads at once;
+//  - the result is OPEN_E_NONE (0) or one of the other OPEN_E_ codes. OPEN_E_RPC means that the switch OS could
+//    not be reached or died during the call; a later call connects again by itself;
+//  - interface numbers (ifNum) are the switch's internal 32-bit numbers, VLAN ids are 1 to 4094;
+//  - a text goes in and out by a buffer descriptor. In: `size` is the length including the terminating zero.
+//    Out: `size` is the room of the buffer on entry and the length including the terminating zero on return; a
+//    text that does not fit is cut and terminated;
+//  - "next" calls return the entry after the one given (0, or an all-zero key, to start) and
+//    OPEN_E_NOT_FOUND at the end.
+#ifndef PAVO_PLATFORM_OPEN_CLIENT_H
+#define PAVO_PLATFORM_OPEN_CLIENT_H
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef int32_t open_error_t;
+
+enum {
+    OPEN_E_NONE = 0,
+    OPEN_E_RPC = -1,       // the switch OS cannot be reached
+    OPEN_E_FAIL = -2,      // the switch OS refused or could not do it
+    OPEN_E_FULL = -3,      // a table has no room left
+    OPEN_E_NOT_FOUND = -4, // no such entry, or the end of a walk
+    OPEN_E_PARAM = -5,     // an argument is out of range
+    OPEN_E_UNAVAIL = -6    // not offered by this switch
+};
+
+// Interface types of openapiIfTypeGet and the interface walks.
+enum { OPEN_INTF_TYPE_PHY = 0, OPEN_INTF_TYPE_LAG = 2 };
+
+// Participation of an interface in a VLAN.
+enum {
+    OPEN_VLAN_PARTICIPATION_MODE_INCLUDE = 0,
+    OPEN_VLAN_PARTICIPATION_MODE_EXCLUDE = 1,
+    OPEN_VLAN_PARTICIPATION_MODE_AUTO = 2
+};
+
+// 802.1X port control modes; OPEN_DOT1X_NA where port control does not apply.
+enum {
+    OPEN_DOT1X_FORCE_UNAUTHORIZED = 1,
+    OPEN_DOT1X_AUTO = 2,
+    OPEN_DOT1X_FORCE_AUTHORIZED = 3,
+    OPEN_DOT1X_NA = 5
+};
+
+enum { OPEN_DISABLE = 0, OPEN_ENABLE = 1 };
+enum { OPEN_LINK_UP = 0, OPEN_LINK_DOWN = 1 };
+
+// Type of a forwarding-database entry.
+enum { OPEN_FDB_ADDR_STATIC = 0, OPEN_FDB_ADDR_LEARNED = 1 };
+
+typedef struct {
+    uint32_t size;
+    char *pstart;
+} open_buffdesc;
+
+// Owned by the caller, filled and used by the client library only.
+typedef struct {
+    char name[100];
+    void *session;
+} openapiClientHandle_t;
+
+// --- client -------------------------------------------------------------------------------------------------
+
+// Registers the process under `clientName`. Succeeds without a running switch OS; connectivity is asked for by
+// rpcclt_openapiConnectivityCheck.
+open_error_t openapiClientRegister(const char *clientName, openapiClientHandle_t *client);
+// Ends the registration; the handle may be registered again afterwards.
+open_error_t openapiClientTearDown(openapiClientHandle_t *client);
+// OPEN_E_NONE when the switch OS answers.
+open_error_t rpcclt_openapiConnectivityCheck(openapiClientHandle_t *client);
+
+// --- system -------------------------------------------------------------------------------------------------
+
+// Version text of the network OS, up to 100 bytes.
+open_error_t rpcclt_openapiNetworkOSVersionGet(openapiClientHandle_t *client, open_buffdesc *version);
+// Version of these calls: release, version, maintenance level, build.
+open_error_t rpcclt_openapiApiVersionGet(openapiClientHandle_t *client, uint32_t *release, uint32_t *version,
+                                         uint32_t *maintenance, uint32_t *build);
+// Machine model text, up to 256 bytes.
+open_error_t rpcclt_openapiSystemRegMachineModelGet(openapiClientHandle_t *client, open_buffdesc *model);
+
+// --- configuration by text ----------------------------------------------------------------------------------
+
+// Applies the CLI script in file `input` and writes what the CLI printed to file `output`. A command that the
+// CLI refuses does not make the call fail.
+open_error_t rpcclt_openapiTxtCfgApply(openapiClientHandle_t *client, open_buffdesc *input,
+                                       open_buffdesc *output);
+// The second apply entry: the same files, the same effect.
+open_error_t rpcclt_openapiTxtCfgNDCApply(openapiClientHandle_t *client, open_buffdesc *input,
+                                          open_buffdesc *output);
+// Runs a show command and writes its output to `file`; OPEN_E_FAIL when it is no show command or the file
+// cannot be written.
+open_error_t rpcclt_openapiCliShowExecuteToFile(openapiClientHandle_t *client, open_buffdesc *command,
+                                                open_buffdesc *file);
+
+// --- interfaces ---------------------------------------------------------------------------------------------
+
+// First and next interface of a type (OPEN_INTF_TYPE_).
+open_error_t rpcclt_openapiIfFirstGet(openapiClientHandle_t *client, uint32_t type, uint32_t *ifNum);
+open_error_t rpcclt_openapiIfNextGet(openapiClientHandle_t *client, uint32_t type, uint32_t ifNum,
+                                     uint32_t *next);
+open_error_t openapiIfTypeGet(openapiClientHandle_t *client, uint32_t ifNum, uint32_t *type);
+// Interface name ("0/1", "lag 1"), up to 60 bytes.
+open_error_t openapiIfNameGet(openapiClientHandle_t *client, uint32_t ifNum, open_buffdesc *name);
+// Administrative state: OPEN_ENABLE or OPEN_DISABLE.
+open_error_t openapiIfAdminStateGet(openapiClientHandle_t *client, uint32_t ifNum, uint32_t *state);
+// Link state: OPEN_LINK_UP or OPEN_LINK_DOWN.
+open_error_t openapiIfLinkStateGet(openapiClientHandle_t *client, uint32_t ifNum, uint32_t *state);
+
+// --- forwarding database ------------------------------------------------------------------------------------
+
+// Next entry after (mac, vlanId), in the order of MAC address, then VLAN. `mac` is a text of 17 characters,
+// colon-separated hexadecimal, in a buffer of 100 bytes; its `size` is the room on entry.
+open_error_t rpcclt_openapiFdbEntryNextGet(openapiClientHandle_t *client, open_buffdesc *mac, uint32_t *vlanId,
+                                           uint32_t *ifNum, uint32_t *entryType);
+
+// --- LLDP ---------------------------------------------------------------------------------------------------
+
+// Next LLDP-capable interface.
+open_error_t rpcclt_openapiLldpIntfNextGet(openapiClientHandle_t *client, uint32_t ifNum, uint32_t *next);
+// Room that the text reads below need, including the terminating zero.
+open_error_t rpcclt_openapiLldpMgmtStrLenGet(openapiClientHandle_t *client, uint32_t *len);
+// Next neighbour of an interface after (remIndex, timeStamp).
+open_error_t rpcclt_openapiLldpIntfRemoteDeviceNextGet(openapiClientHandle_t *client, uint32_t ifNum,
+                                                       uint32_t *remIndex, uint32_t *timeStamp);
+// Chassis and port ID as text, with their subtype as on the wire.
+open_error_t rpcclt_openapiLldpIntfRemoteDeviceChassisIdGet(openapiClientHandle_t *client, uint32_t ifNum,
+                                                            uint32_t remIndex, uint32_t timeStamp,
+                                                            uint32_t *subtype, open_buffdesc *id);
+open_error_t rpcclt_openapiLldpIntfRemoteDevicePortIdGet(openapiClientHandle_t *client, uint32_t ifNum,
+                                                         uint32_t remIndex, uint32_t timeStamp,
+                                                         uint32_t *subtype, open_buffdesc *id);
+open_error_t rpcclt_openapiLldpIntfRemoteDeviceSystemNameGet(openapiClientHandle_t *client, uint32_t ifNum,
+                                                             uint32_t remIndex, uint32_t timeStamp,
+                                                             open_buffdesc *text);
+open_error_t rpcclt_openapiLldpIntfRemoteDeviceSystemDescGet(openapiClientHandle_t *client, uint32_t ifNum,
+                                                             uint32_t remIndex, uint32_t timeStamp,
+                                                             open_buffdesc *text);
+open_error_t rpcclt_openapiLldpIntfRemoteDevicePortDescGet(openapiClientHandle_t *client, uint32_t ifNum,
+                                                           uint32_t remIndex, uint32_t timeStamp,
+                                                           open_buffdesc *text);
+
+// --- VLANs --------------------------------------------------------------------------------------------------
+
+// OPEN_E_NONE when the VLAN exists, OPEN_E_NOT_FOUND when not.
+open_error_t openapiVlanCreatedCheck(openapiClientHandle_t *client, uint32_t vlanId);
+open_error_t rpcclt_openapiVlanNextGet(openapiClientHandle_t *client, uint32_t vlanId, uint32_t *next);
+open_error_t rpcclt_openapiVlanCreate(openapiClientHandle_t *client, uint32_t vlanId);
+// Accepted at once; the VLAN may be reported for a while longer.
+open_error_t rpcclt_openapiVlanDelete(openapiClientHandle_t *client, uint32_t vlanId);
+
+// Membership. A set call is accepted at once; the read calls show it when it has taken effect.
+open_error_t rpcclt_openapiVlanIfPvidSet(openapiClientHandle_t *client, uint32_t ifNum, uint32_t vlanId);
+open_error_t openapiVlanIfPvidGet(openapiClientHandle_t *client, uint32_t ifNum, uint32_t *vlanId);
+// Tagging: 1 tagged, 0 untagged.
+open_error_t rpcclt_openapiVlanIfTaggingSet(openapiClientHandle_t *client, uint32_t ifNum, uint32_t vlanId,
+                                            uint32_t tagging);
+open_error_t openapiVlanIfTaggingGet(openapiClientHandle_t *client, uint32_t ifNum, uint32_t vlanId,
+                                     uint32_t *tagging);
+// Participation: OPEN_VLAN_PARTICIPATION_MODE_. Note the order: VLAN first.
+open_error_t rpcclt_openapiVlanIfParticipationSet(openapiClientHandle_t *client, uint32_t vlanId,
+                                                  uint32_t ifNum, uint32_t mode);
+open_error_t rpcclt_openapiVlanIfCurrentParticipationGet(openapiClientHandle_t *client, uint32_t vlanId,
+                                                         uint32_t ifNum, uint32_t *mode);
+// VLANs that the interface carries tagged: `list` receives 16-bit VLAN ids in ascending order, as many as fit;
+// its `size` is the room in bytes on entry and the bytes used on return.
+open_error_t rpcclt_openapiDot1qSwPortTaggedVlanListGet(openapiClientHandle_t *client, uint32_t ifNum,
+                                                        open_buffdesc *list);
+
+// --- link aggregation ---------------------------------------------------------------------------------------
+
+open_error_t rpcclt_openapiLagMaxMemberCountGet(openapiClientHandle_t *client, uint32_t *max);
+// Members of a LAG as 32-bit interface numbers in ascending order. `count`: in the room of `members` in
+// entries, out the number of members written. `members->size` is the room in bytes.
+open_error_t rpcclt_openapiLagMembersGet(openapiClientHandle_t *client, uint32_t lagIfNum, uint32_t *count,
+                                         open_buffdesc *members);
+// OPEN_E_FULL when the LAG has no room, OPEN_E_FAIL when the port is in a LAG already.
+open_error_t rpcclt_openapiLagPortAdd(openapiClientHandle_t *client, uint32_t lagIfNum, uint32_t ifNum);
+open_error_t rpcclt_openapiLagPortDelete(openapiClientHandle_t *client, uint32_t lagIfNum, uint32_t ifNum);
+// 1 static, 0 negotiated (LACP).
+open_error_t rpcclt_openapiLagStaticModeSet(openapiClientHandle_t *client, uint32_t lagIfNum, uint32_t mode);
+
+// --- 802.1X and PTP -----------------------------------------------------------------------------------------
+
+// Port control mode: OPEN_DOT1X_.
+open_error_t rpcclt_openapiDot1xPortControlModeSet(openapiClientHandle_t *client, uint32_t ifNum,
+                                                   uint32_t mode);
+open_error_t rpcclt_openapiDot1xPortControlModeGet(openapiClientHandle_t *client, uint32_t ifNum,
+                                                   uint32_t *mode);
+// PTP transparent clock of one port: OPEN_ENABLE or OPEN_DISABLE.
+open_error_t rpcclt_openapiPtpTcIntfAdminModeSet(openapiClientHandle_t *client, uint32_t ifNum, uint32_t mode);
+open_error_t rpcclt_openapiPtpTcIntfAdminModeGet(openapiClientHandle_t *client, uint32_t ifNum,
+                                                 uint32_t *mode);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,46 @@
+// Every fixed path of the program, by name, and the root they are found under.
+#ifndef PAVO_PLATFORM_PATHS_H
+#define PAVO_PLATFORM_PATHS_H
+
+#include <string>
+#include <string_view>
+
+namespace platform {
+
+// Where a fixed path really is. Texts of the program (log lines, OpEN arguments) always use the fixed path; this
+// is applied at the last moment, when a file is opened, renamed or deleted. In a virtual switch build the
+// environment variable PAVO_ROOT, when set, puts a folder in front; in a vendor build the path is itself.
+std::string fsPath(std::string_view fixedPath);
+
+namespace paths {
+
+inline constexpr const char *kLogFile = "/tmp/ketch.log";
+inline constexpr const char *kLogFileOld = "/tmp/ketch.log.old";
+inline constexpr const char *kLogLevelFile = "/tmp/devmgr_log_level";
+inline constexpr const char *kProcSelfStatus = "/proc/self/status";  // never under the root
+
+inline constexpr const char *kProfileDb = "/tmp/vlanInfo.db";
+
+inline constexpr const char *kScriptDir = "/mnt/application/pavo/tmp/";
+inline constexpr const char *kBootvarShow = "/mnt/application/pavo/tmp/pavo_out_show_bootvar";
+inline constexpr const char *kIpManagementShow = "/mnt/application/pavo/tmp/pavo_out_show_ip_management";
+inline constexpr const char *kIpManagementIn = "/mnt/application/pavo/tmp/pavo_in_ip_management_vlan";
+inline constexpr const char *kIpManagementOut = "/mnt/application/pavo/tmp/pavo_out_ip_management_vlan";
+inline constexpr const char *kSpeedIn = "/mnt/application/pavo/tmp/pavo_in_speed";
+inline constexpr const char *kSpeedOut = "/mnt/application/pavo/tmp/pavo_out_speed";
+
+inline constexpr const char *kBootvarLock = "/tmp/bootvarGet.lock";
+inline constexpr const char *kIpManagementGetLock = "/tmp/managementPortIPv4ParametersGet.lock";
+inline constexpr const char *kIpManagementSetLock = "/tmp/managementPortIPv4ParametersSet.lock";
+inline constexpr const char *kSpeedLock = "/tmp/multipleIfSpeedSet.lock";
+
+inline constexpr const char *kAudacConfig = "/tmp/audac_config";
+inline constexpr const char *kAudacIn = "/mnt/application/pavo/tmp/audac_in";
+inline constexpr const char *kAudacOut = "/mnt/application/pavo/tmp/audac_out";
+inline constexpr const char *kShowVlanAssociationMac =
+    "/mnt/application/pavo/tmp/show_vlan_association_mac_out";
+
+}  // namespace paths
+}  // namespace platform
+
+#endif
