@@ -10,7 +10,8 @@
 // The codes the code refers to by name; getErrMsg knows them all.
 inline constexpr std::int32_t RESULT_SUCCESS = 0;
 inline constexpr std::int32_t RESULT_FAILED = 10000;
-inline constexpr std::int32_t RESULT_INVALID_POINTER = 10002;  // also: a list or buffer could not be allocated
+inline constexpr std::int32_t RESULT_INVALID_POINTER =
+    10002;  // also: a list or buffer could not be allocated
 inline constexpr std::int32_t RESULT_INVALID_ARGUMENT = 10003;
 inline constexpr std::int32_t RESULT_OUT_OF_MEMORY = 10005;
 inline constexpr std::int32_t RESULT_OPEN_FAILED = 10016;
@@ -19,13 +20,14 @@ inline constexpr std::int32_t RESULT_CONFIG_INVALID = 17001;  // also: the profi
 // The message of a code; static, never null. "Error code unknown" for a code in no row.
 const char *getErrMsg(std::int32_t code);
 
-// Builds the envelope for `code`, with the JSON text `data` under `key` when the code is 0 and a key is given, and
-// copies its characters, without a terminating zero, into `out`: the caller supplies a zeroed buffer that is
-// large enough. 0; -1 when the data does not parse or memory runs out.
+// Builds the envelope for `code`, with the JSON text `data` under `key` when the code is 0 and a key is
+// given, and copies its characters, without a terminating zero, into `out`: the caller supplies a zeroed
+// buffer that is large enough. 0; -1 when the data does not parse or memory runs out.
 int responseJsonStr(std::int32_t code, const char *key, const char *data, char *out);
 
 // The same into newly allocated text: on success the text that *out pointed to (if any) is freed and *out
-// receives the new one, which the caller frees with free(). `data` is not freed. 0, or 10000 with *out as it was.
+// receives the new one, which the caller frees with free(). `data` is not freed. 0, or 10000 with *out as it
+// was.
 std::int32_t responseJsonRreallocStr(std::int32_t code, const char *key, const char *data, char **out);
 
 // Prints a built object; *out is the caller's to free. 0, or 10000 with *out null.

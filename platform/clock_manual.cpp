@@ -78,7 +78,8 @@ void advance(Duration time) {
 
 bool awaitSleepers(std::size_t count) {
     std::unique_lock lock(mutex);
-    return sleepersChanged.wait_for(lock, std::chrono::seconds(20), [&] { return deadlines.size() >= count; });
+    return sleepersChanged.wait_for(lock, std::chrono::seconds(20),
+                                    [&] { return deadlines.size() >= count; });
 }
 
 std::size_t sleepers() {

@@ -1,9 +1,9 @@
 // The clock of the tests: time stands still until it is moved.
 //
-// A thread in platform::sleepFor is a sleeper; it wakes exactly when the time reaches its deadline. With several
-// sleepers a test proceeds in rounds: awaitSleepers until all threads of interest sleep, then advance.
-// With auto-advance on, a sleep moves the time by itself and returns at once: for code under test that runs on
-// the test's own thread.
+// A thread in platform::sleepFor is a sleeper; it wakes exactly when the time reaches its deadline. With
+// several sleepers a test proceeds in rounds: awaitSleepers until all threads of interest sleep, then
+// advance. With auto-advance on, a sleep moves the time by itself and returns at once: for code under test
+// that runs on the test's own thread.
 #ifndef PAVO_PLATFORM_MANUAL_CLOCK_H
 #define PAVO_PLATFORM_MANUAL_CLOCK_H
 
@@ -19,8 +19,8 @@ void reset();
 void setAutoAdvance(bool on);
 
 // Moves the time forward by `time`, stopping at every deadline on the way so that each sleeper wakes with its
-// own time on the clock. Returns when the last of the sleepers due has left its sleep; what such a thread does
-// next is not waited for.
+// own time on the clock. Returns when the last of the sleepers due has left its sleep; what such a thread
+// does next is not waited for.
 void advance(Duration time);
 
 // Waits until at least `count` threads sleep; false when that does not happen within 20 s of real time.

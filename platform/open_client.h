@@ -6,12 +6,13 @@
 // Common to all calls:
 //  - the first argument is the client handle filled by openapiClientRegister; one handle serves the whole
 //    process and may be used by several threads at once;
-//  - the result is OPEN_E_NONE (0) or one of the other OPEN_E_ codes. OPEN_E_RPC means that the switch OS could
+//  - the result is OPEN_E_NONE (0) or one of the other OPEN_E_ codes. OPEN_E_RPC means that the switch OS
+//  could
 //    not be reached or died during the call; a later call connects again by itself;
 //  - interface numbers (ifNum) are the switch's internal 32-bit numbers, VLAN ids are 1 to 4094;
 //  - a text goes in and out by a buffer descriptor. In: `size` is the length including the terminating zero.
-//    Out: `size` is the room of the buffer on entry and the length including the terminating zero on return; a
-//    text that does not fit is cut and terminated;
+//    Out: `size` is the room of the buffer on entry and the length including the terminating zero on return;
+//    a text that does not fit is cut and terminated;
 //  - "next" calls return the entry after the one given (0, or an all-zero key, to start) and
 //    OPEN_E_NOT_FOUND at the end.
 #ifndef PAVO_PLATFORM_OPEN_CLIENT_H
@@ -27,12 +28,12 @@ typedef int32_t open_error_t;
 
 enum {
     OPEN_E_NONE = 0,
-    OPEN_E_RPC = -1,       // the switch OS cannot be reached
-    OPEN_E_FAIL = -2,      // the switch OS refused or could not do it
-    OPEN_E_FULL = -3,      // a table has no room left
-    OPEN_E_NOT_FOUND = -4, // no such entry, or the end of a walk
-    OPEN_E_PARAM = -5,     // an argument is out of range
-    OPEN_E_UNAVAIL = -6    // not offered by this switch
+    OPEN_E_RPC = -1,        // the switch OS cannot be reached
+    OPEN_E_FAIL = -2,       // the switch OS refused or could not do it
+    OPEN_E_FULL = -3,       // a table has no room left
+    OPEN_E_NOT_FOUND = -4,  // no such entry, or the end of a walk
+    OPEN_E_PARAM = -5,      // an argument is out of range
+    OPEN_E_UNAVAIL = -6     // not offered by this switch
 };
 
 // Interface types of openapiIfTypeGet and the interface walks.
@@ -70,17 +71,19 @@ typedef struct {
     void *session;
 } openapiClientHandle_t;
 
-// --- client -------------------------------------------------------------------------------------------------
+// --- client
+// -------------------------------------------------------------------------------------------------
 
-// Registers the process under `clientName`. Succeeds without a running switch OS; connectivity is asked for by
-// rpcclt_openapiConnectivityCheck.
+// Registers the process under `clientName`. Succeeds without a running switch OS; connectivity is asked for
+// by rpcclt_openapiConnectivityCheck.
 open_error_t openapiClientRegister(const char *clientName, openapiClientHandle_t *client);
 // Ends the registration; the handle may be registered again afterwards.
 open_error_t openapiClientTearDown(openapiClientHandle_t *client);
 // OPEN_E_NONE when the switch OS answers.
 open_error_t rpcclt_openapiConnectivityCheck(openapiClientHandle_t *client);
 
-// --- system -------------------------------------------------------------------------------------------------
+// --- system
+// -------------------------------------------------------------------------------------------------
 
 // Version text of the network OS, up to 100 bytes.
 open_error_t rpcclt_openapiNetworkOSVersionGet(openapiClientHandle_t *client, open_buffdesc *version);
@@ -90,7 +93,8 @@ open_error_t rpcclt_openapiApiVersionGet(openapiClientHandle_t *client, uint32_t
 // Machine model text, up to 256 bytes.
 open_error_t rpcclt_openapiSystemRegMachineModelGet(openapiClientHandle_t *client, open_buffdesc *model);
 
-// --- configuration by text ----------------------------------------------------------------------------------
+// --- configuration by text
+// ----------------------------------------------------------------------------------
 
 // Applies the CLI script in file `input` and writes what the CLI printed to file `output`. A command that the
 // CLI refuses does not make the call fail.
@@ -104,7 +108,8 @@ open_error_t rpcclt_openapiTxtCfgNDCApply(openapiClientHandle_t *client, open_bu
 open_error_t rpcclt_openapiCliShowExecuteToFile(openapiClientHandle_t *client, open_buffdesc *command,
                                                 open_buffdesc *file);
 
-// --- interfaces ---------------------------------------------------------------------------------------------
+// --- interfaces
+// ---------------------------------------------------------------------------------------------
 
 // First and next interface of a type (OPEN_INTF_TYPE_).
 open_error_t rpcclt_openapiIfFirstGet(openapiClientHandle_t *client, uint32_t type, uint32_t *ifNum);
@@ -118,14 +123,16 @@ open_error_t openapiIfAdminStateGet(openapiClientHandle_t *client, uint32_t ifNu
 // Link state: OPEN_LINK_UP or OPEN_LINK_DOWN.
 open_error_t openapiIfLinkStateGet(openapiClientHandle_t *client, uint32_t ifNum, uint32_t *state);
 
-// --- forwarding database ------------------------------------------------------------------------------------
+// --- forwarding database
+// ------------------------------------------------------------------------------------
 
 // Next entry after (mac, vlanId), in the order of MAC address, then VLAN. `mac` is a text of 17 characters,
 // colon-separated hexadecimal, in a buffer of 100 bytes; its `size` is the room on entry.
-open_error_t rpcclt_openapiFdbEntryNextGet(openapiClientHandle_t *client, open_buffdesc *mac, uint32_t *vlanId,
-                                           uint32_t *ifNum, uint32_t *entryType);
+open_error_t rpcclt_openapiFdbEntryNextGet(openapiClientHandle_t *client, open_buffdesc *mac,
+                                           uint32_t *vlanId, uint32_t *ifNum, uint32_t *entryType);
 
-// --- LLDP ---------------------------------------------------------------------------------------------------
+// --- LLDP
+// ---------------------------------------------------------------------------------------------------
 
 // Next LLDP-capable interface.
 open_error_t rpcclt_openapiLldpIntfNextGet(openapiClientHandle_t *client, uint32_t ifNum, uint32_t *next);
@@ -151,7 +158,8 @@ open_error_t rpcclt_openapiLldpIntfRemoteDevicePortDescGet(openapiClientHandle_t
                                                            uint32_t remIndex, uint32_t timeStamp,
                                                            open_buffdesc *text);
 
-// --- VLANs --------------------------------------------------------------------------------------------------
+// --- VLANs
+// --------------------------------------------------------------------------------------------------
 
 // OPEN_E_NONE when the VLAN exists, OPEN_E_NOT_FOUND when not.
 open_error_t openapiVlanCreatedCheck(openapiClientHandle_t *client, uint32_t vlanId);
@@ -173,12 +181,13 @@ open_error_t rpcclt_openapiVlanIfParticipationSet(openapiClientHandle_t *client,
                                                   uint32_t ifNum, uint32_t mode);
 open_error_t rpcclt_openapiVlanIfCurrentParticipationGet(openapiClientHandle_t *client, uint32_t vlanId,
                                                          uint32_t ifNum, uint32_t *mode);
-// VLANs that the interface carries tagged: `list` receives 16-bit VLAN ids in ascending order, as many as fit;
-// its `size` is the room in bytes on entry and the bytes used on return.
+// VLANs that the interface carries tagged: `list` receives 16-bit VLAN ids in ascending order, as many as
+// fit; its `size` is the room in bytes on entry and the bytes used on return.
 open_error_t rpcclt_openapiDot1qSwPortTaggedVlanListGet(openapiClientHandle_t *client, uint32_t ifNum,
                                                         open_buffdesc *list);
 
-// --- link aggregation ---------------------------------------------------------------------------------------
+// --- link aggregation
+// ---------------------------------------------------------------------------------------
 
 open_error_t rpcclt_openapiLagMaxMemberCountGet(openapiClientHandle_t *client, uint32_t *max);
 // Members of a LAG as 32-bit interface numbers in ascending order. `count`: in the room of `members` in
@@ -191,7 +200,8 @@ open_error_t rpcclt_openapiLagPortDelete(openapiClientHandle_t *client, uint32_t
 // 1 static, 0 negotiated (LACP).
 open_error_t rpcclt_openapiLagStaticModeSet(openapiClientHandle_t *client, uint32_t lagIfNum, uint32_t mode);
 
-// --- 802.1X and PTP -----------------------------------------------------------------------------------------
+// --- 802.1X and PTP
+// -----------------------------------------------------------------------------------------
 
 // Port control mode: OPEN_DOT1X_.
 open_error_t rpcclt_openapiDot1xPortControlModeSet(openapiClientHandle_t *client, uint32_t ifNum,
@@ -199,7 +209,8 @@ open_error_t rpcclt_openapiDot1xPortControlModeSet(openapiClientHandle_t *client
 open_error_t rpcclt_openapiDot1xPortControlModeGet(openapiClientHandle_t *client, uint32_t ifNum,
                                                    uint32_t *mode);
 // PTP transparent clock of one port: OPEN_ENABLE or OPEN_DISABLE.
-open_error_t rpcclt_openapiPtpTcIntfAdminModeSet(openapiClientHandle_t *client, uint32_t ifNum, uint32_t mode);
+open_error_t rpcclt_openapiPtpTcIntfAdminModeSet(openapiClientHandle_t *client, uint32_t ifNum,
+                                                 uint32_t mode);
 open_error_t rpcclt_openapiPtpTcIntfAdminModeGet(openapiClientHandle_t *client, uint32_t ifNum,
                                                  uint32_t *mode);
 

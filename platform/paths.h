@@ -7,9 +7,9 @@
 
 namespace platform {
 
-// Where a fixed path really is. Texts of the program (log lines, OpEN arguments) always use the fixed path; this
-// is applied at the last moment, when a file is opened, renamed or deleted. In a virtual switch build the
-// environment variable PAVO_ROOT, when set, puts a folder in front; in a vendor build the path is itself.
+// Where a fixed path really is. Texts of the program (log lines, OpEN arguments) always use the fixed path;
+// this is applied at the last moment, when a file is opened, renamed or deleted. In a virtual switch build
+// the environment variable PAVO_ROOT, when set, puts a folder in front; in a vendor build the path is itself.
 std::string fsPath(std::string_view fixedPath);
 
 namespace paths {

@@ -1,9 +1,9 @@
 // The profile database: which VLAN belongs to which AV profile. SQLite file platform::paths::kProfileDb, one
 // table `vlanInfo`, one row per VLAN that a profile created.
 //
-// Every operation opens the file, runs one statement with a busy timeout of 3000 ms and closes it, so any thread
-// of any process may call any of them. A failure is logged once, with SQLite's message. Texts are zero-terminated
-// and cut to the widths below. "SQLite code" is SQLite's primary result code, 0 for success.
+// Every operation opens the file, runs one statement with a busy timeout of 3000 ms and closes it, so any
+// thread of any process may call any of them. A failure is logged once, with SQLite's message. Texts are
+// zero-terminated and cut to the widths below. "SQLite code" is SQLite's primary result code, 0 for success.
 #ifndef PAVO_STORE_PROFILE_DB_H
 #define PAVO_STORE_PROFILE_DB_H
 
@@ -31,8 +31,8 @@ struct VlanInfoRowList {
     VlanInfoRow *rows;
 };
 
-// Creates the table and its seed row (id 1, "Default"). 0 or the SQLite code. An existing table is a failure after
-// which the file is deleted, so that the next call creates it fresh.
+// Creates the table and its seed row (id 1, "Default"). 0 or the SQLite code. An existing table is a failure
+// after which the file is deleted, so that the next call creates it fresh.
 int vlanInfoTableCreate();
 
 // 0 when the file passes; 10000 otherwise, and then a file that is there is deleted.
@@ -44,15 +44,16 @@ int vlanInfoInsert(std::int32_t id, std::int32_t vlanType, const char *profileNa
 int vlanInfoReplace(std::int32_t id, std::int32_t vlanType, const char *profileName, const char *profileType,
                     const char *color);
 
-// Changes the given fields of a row: vlanType 0 and null texts are kept. 0 or the SQLite code; a text with a single
-// quote, a statement of more than 255 characters and a call with nothing to change are SQLite errors.
-int vlanInfoUpdateByid(std::int32_t id, std::int32_t vlanType, const char *profileName, const char *profileType,
-                       const char *color);
+// Changes the given fields of a row: vlanType 0 and null texts are kept. 0 or the SQLite code; a text with a
+// single quote, a statement of more than 255 characters and a call with nothing to change are SQLite errors.
+int vlanInfoUpdateByid(std::int32_t id, std::int32_t vlanType, const char *profileName,
+                       const char *profileType, const char *color);
 
 // 0 or the SQLite code; 0 also when the file cannot be opened or has no such row.
 int vlanInfoDeleteById(std::int32_t id);
 
-// Number of rows with that id (0 or 1; 0 on failure). The outputs that are given are filled when a row is found.
+// Number of rows with that id (0 or 1; 0 on failure). The outputs that are given are filled when a row is
+// found.
 int vlanInfoSelectById(std::int32_t id, std::int32_t *vlanType, char profileName[VLAN_INFO_NAME_SIZE],
                        char profileType[VLAN_INFO_TYPE_SIZE], char color[VLAN_INFO_COLOR_SIZE]);
 int vlanInfoSelectRowsById(std::int32_t id);
@@ -60,7 +61,8 @@ int vlanInfoSelectRowsById(std::int32_t id);
 // Fills the list with all rows, at most its capacity. Number of rows read, or -1.
 int vlanInfoSelectAll(VlanInfoRowList *list);
 
-// The first VLAN id of that profile type, other than `excluded`, that exists on the switch; 0 when none or on failure.
+// The first VLAN id of that profile type, other than `excluded`, that exists on the switch; 0 when none or on
+// failure.
 std::int32_t vlanInfoSelectHasofProfileType(openapiClientHandle_t *client, const char *profileType,
                                             std::int32_t excluded);
 

@@ -1,8 +1,8 @@
-// The two ways to the switch's CLI: a script file that the switch OS applies, and a show command whose output it
-// writes to a file; and the small file writers that scripts are built with.
+// The two ways to the switch's CLI: a script file that the switch OS applies, and a show command whose output
+// it writes to a file; and the small file writers that scripts are built with.
 //
-// Paths are fixed paths (platform/paths.h). The operations hold no state; any thread may call them, but two callers
-// must not use the same file at once. Each failure is one ERROR line.
+// Paths are fixed paths (platform/paths.h). The operations hold no state; any thread may call them, but two
+// callers must not use the same file at once. Each failure is one ERROR line.
 #ifndef PAVO_SWAPI_CLI_APPLY_H
 #define PAVO_SWAPI_CLI_APPLY_H
 
@@ -19,20 +19,21 @@ std::int32_t txtCfgApply(openapiClientHandle_t *client, const char *inName, cons
 std::int32_t txtCfgNDCApply(openapiClientHandle_t *client, const char *inName, const char *outName);
 std::int32_t txtCfgNDCApplyUnCompress(openapiClientHandle_t *client, const char *inName, const char *outName);
 
-// Runs a show command (cut to 254 characters) into the output file (path cut to 95 characters), which is deleted
-// first. 0; 10003 when an argument is null; 10000 when the command fails.
+// Runs a show command (cut to 254 characters) into the output file (path cut to 95 characters), which is
+// deleted first. 0; 10003 when an argument is null; 10000 when the command fails.
 std::int32_t cliShowExecuteToFile(openapiClientHandle_t *client, const char *command, const char *outName);
 
-// Write or append a text to a file. 0; 10003 when an argument is null; 10000 when the file cannot be opened or the
-// text cannot be written whole. A truncated file is deleted.
+// Write or append a text to a file. 0; 10003 when an argument is null; 10000 when the file cannot be opened
+// or the text cannot be written whole. A truncated file is deleted.
 std::int32_t writeToFile(const char *path, const char *text);
 std::int32_t writeAppendToFile(const char *path, const char *text);
 
 // The same with any fopen mode; -1 instead of 10000.
 std::int32_t writeFile(const char *path, const char *mode, const char *text);
 
-// The whole sequence: write the script to `inName`, apply it with output to `outName`, delete both files (also before).
-// `applied` (may be null) tells whether the script reached txtCfgApply. The result of the step that failed, or 0.
+// The whole sequence: write the script to `inName`, apply it with output to `outName`, delete both files
+// (also before). `applied` (may be null) tells whether the script reached txtCfgApply. The result of the step
+// that failed, or 0.
 std::int32_t cliScriptRun(openapiClientHandle_t *client, const std::string &script, const char *inName,
                           const char *outName, bool *applied);
 

@@ -1,5 +1,5 @@
-// Thin wrappers over single OpEN calls. They return the OpEN code of the call unless they say otherwise and log nothing:
-// their callers do, in their own words. Any thread may call them.
+// Thin wrappers over single OpEN calls. They return the OpEN code of the call unless they say otherwise and
+// log nothing: their callers do, in their own words. Any thread may call them.
 #ifndef PAVO_SWAPI_SWAPI_H
 #define PAVO_SWAPI_SWAPI_H
 

@@ -1,6 +1,6 @@
-// Boot images, management address and port speeds: operations that go through the CLI with files of fixed names.
-// The forms that end in Safe serialise themselves across threads and processes with a lock file and are the ones to
-// call; 10000 when the lock cannot be had.
+// Boot images, management address and port speeds: operations that go through the CLI with files of fixed
+// names. The forms that end in Safe serialise themselves across threads and processes with a lock file and
+// are the ones to call; 10000 when the lock cannot be had.
 #ifndef PAVO_SWAPI_SWITCH_SETTINGS_H
 #define PAVO_SWAPI_SWITCH_SETTINGS_H
 
@@ -32,8 +32,8 @@ std::int32_t bootvarGetSafe(openapiClientHandle_t *client, BootImageList *list);
 // Room of each text of the management address, including the terminating zero.
 inline constexpr std::size_t MGMT_TEXT_SIZE = 32;
 
-// Management VLAN number, method ("DHCP", "Manual", ...), address, netmask and gateway. Fields that the switch does not
-// show are left as they were; null outputs are skipped. 0, or 10016.
+// Management VLAN number, method ("DHCP", "Manual", ...), address, netmask and gateway. Fields that the
+// switch does not show are left as they were; null outputs are skipped. 0, or 10016.
 std::int32_t managementPortIPv4ParametersGet(openapiClientHandle_t *client, std::int32_t *vlan,
                                              char method[MGMT_TEXT_SIZE], char ip[MGMT_TEXT_SIZE],
                                              char mask[MGMT_TEXT_SIZE], char gateway[MGMT_TEXT_SIZE]);
@@ -41,23 +41,25 @@ std::int32_t managementPortIPv4ParametersGetSafe(openapiClientHandle_t *client, 
                                                  char method[MGMT_TEXT_SIZE], char ip[MGMT_TEXT_SIZE],
                                                  char mask[MGMT_TEXT_SIZE], char gateway[MGMT_TEXT_SIZE]);
 
-// Mode 1 is static, any other DHCP. An empty gateway or "0.0.0.0" removes the gateway. Result of txtCfgApply; 10003,
-// with nothing sent, for null or malformed addresses.
+// Mode 1 is static, any other DHCP. An empty gateway or "0.0.0.0" removes the gateway. Result of txtCfgApply;
+// 10003, with nothing sent, for null or malformed addresses.
 inline constexpr std::int32_t MGMT_MODE_STATIC = 1;
-std::int32_t managementPortIPv4ParametersSet(openapiClientHandle_t *client, std::int32_t vlan, std::int32_t mode,
-                                             const char *ip, const char *mask, const char *gateway);
+std::int32_t managementPortIPv4ParametersSet(openapiClientHandle_t *client, std::int32_t vlan,
+                                             std::int32_t mode, const char *ip, const char *mask,
+                                             const char *gateway);
 std::int32_t managementPortIPv4ParametersSetSafe(openapiClientHandle_t *client, std::int32_t vlan,
                                                  std::int32_t mode, const char *ip, const char *mask,
                                                  const char *gateway);
 
-// Sets the speed of the ports (ifNums): a text such as "100 Full", "10 Half", "Auto". Result of txtCfgApply; 10003,
-// with nothing sent, for a null or malformed speed text.
+// Sets the speed of the ports (ifNums): a text such as "100 Full", "10 Half", "Auto". Result of txtCfgApply;
+// 10003, with nothing sent, for a null or malformed speed text.
 std::int32_t multipleIfSpeedSet(openapiClientHandle_t *client, std::span<const std::uint32_t> ports,
                                 const char *speed);
 std::int32_t multipleIfSpeedSetSafe(openapiClientHandle_t *client, std::span<const std::uint32_t> ports,
                                     const char *speed);
 
-// The management VLAN number; 1 when the switch shows none. 0, 10003 on a null argument, or the getter's code.
+// The management VLAN number; 1 when the switch shows none. 0, 10003 on a null argument, or the getter's
+// code.
 std::int32_t managementVlanGet(openapiClientHandle_t *client, std::int32_t *vlan);
 
 // The default gateway; empty when there is none. 0, 10003 on a null argument, or the getter's code.

@@ -1,0 +1,363 @@
+#include "common/log.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <csignal>
+#include <cstdarg>
+#include <cstring>
+#include <iterator>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <string>
+#include <string_view>
+#include <thread>
+
+#include "common/owners.h"
+#include "platform/clock.h"
+#include "platform/paths.h"
+
+namespace {
+
+constexpr int kLevelDefault = LOG_LEVEL_INFO;
+constexpr std::size_t kLevelFileSize = 4;
+constexpr std::int64_t kRotateAbove = 0x100000;
+
+// Never changed once messages can see it; a message works on the settings it started with.
+struct Settings {
+    std::int32_t sinks = -1;
+    std::int32_t facility = -1;
+    std::string identity;  // empty: not given
+};
+
+struct State {
+    std::mutex mutex;  // all of the state but the level byte
+    std::shared_ptr<const Settings> settings = std::make_shared<const Settings>();
+    bool started = false;
+    FilePtr stream;
+    std::int64_t byteCount = 0;
+
+    int levelFd = -1;
+    std::atomic<unsigned char *> levelByte{nullptr};
+    std::atomic<int> levelReaders{0};    // threads that look at the level byte at this moment
+    std::atomic<bool> levelLost{false};  // the file was cut under the mapping, see onBusError
+    bool busHandlerSet = false;
+    struct sigaction busHandlerBefore {};
+};
+
+// Never destroyed: detached threads may log while the process exits.
+State &state() {
+    static State &instance = *new State;
+    return instance;
+}
+
+// --- threshold
+// --------------------------------------------------------------------------------------------------
+
+// Any process may truncate the level file, as a shell does before it writes the new digit; until that is
+// written, reading the mapping raises SIGBUS. Zeroes are put in its place, which read as "no digit".
+void onBusError(int signal, siginfo_t *info, void *) {
+    State &s = state();
+    unsigned char *const byte = s.levelByte.load();
+    if (byte != nullptr && info->si_addr == byte &&
+        mmap(byte, kLevelFileSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0) ==
+            byte) {
+        s.levelLost.store(true);
+        return;
+    }
+    sigaction(signal, &s.busHandlerBefore, nullptr);
+    if (info->si_code <= 0)  // sent, not raised by an instruction that is about to run again
+        raise(signal);
+}
+
+bool isDigit(unsigned char c) {
+    return c >= '0' && c <= '9';
+}
+
+// Maps the open level file, in the place of an earlier mapping when `at` is given. The digit is checked
+// through the descriptor, which cannot fault.
+unsigned char *levelAttach(int fd, void *at) {
+    unsigned char digit = 0;
+    if (ftruncate(fd, kLevelFileSize) != 0 || pread(fd, &digit, 1, 0) != 1)
+        return nullptr;
+    constexpr char kDigitDefault = '0' + kLevelDefault;
+    if (!isDigit(digit) && pwrite(fd, &kDigitDefault, 1, 0) != 1)
+        return nullptr;
+    const int flags = MAP_SHARED | (at != nullptr ? MAP_FIXED : 0);
+    void *const map = mmap(at, kLevelFileSize, PROT_READ | PROT_WRITE, flags, fd, 0);
+    return map != MAP_FAILED ? static_cast<unsigned char *>(map) : nullptr;
+}
+
+void levelUnmap(State &s) {
+    unsigned char *const byte = s.levelByte.exchange(nullptr);
+    while (s.levelReaders.load() != 0)
+        std::this_thread::yield();
+    if (byte != nullptr)
+        munmap(byte, kLevelFileSize);
+    if (s.levelFd >= 0)
+        close(s.levelFd);
+    s.levelFd = -1;
+    s.levelLost.store(false);
+}
+
+void levelMap(State &s) {
+    if (!s.busHandlerSet) {
+        struct sigaction action {};
+        action.sa_sigaction = onBusError;
+        action.sa_flags = SA_SIGINFO;
+        s.busHandlerSet = sigaction(SIGBUS, &action, &s.busHandlerBefore) == 0;
+    }
+    s.levelFd =
+        open(platform::fsPath(platform::paths::kLogLevelFile).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+    if (s.levelFd >= 0)
+        s.levelByte.store(levelAttach(s.levelFd, nullptr));
+    if (s.levelByte.load() == nullptr)
+        levelUnmap(s);
+}
+
+// Goes back to the level file after onBusError.
+void levelRestore(State &s) {
+    const std::lock_guard lock(s.mutex);
+    unsigned char *const byte = s.levelByte.load();
+    if (s.levelLost.exchange(false) && byte != nullptr && levelAttach(s.levelFd, byte) == nullptr)
+        levelUnmap(s);
+}
+
+int threshold() {
+    State &s = state();
+    unsigned char digit = 0;
+    s.levelReaders.fetch_add(1);  // keeps the mapping until it has been read
+    if (unsigned char *const byte = s.levelByte.load())
+        digit = std::atomic_ref<unsigned char>(*byte).load(std::memory_order_relaxed);
+    s.levelReaders.fetch_sub(1);
+    if (isDigit(digit))
+        return digit - '0';
+    if (s.levelLost.load())
+        levelRestore(s);
+    return kLevelDefault;
+}
+
+// --- lines
+// ------------------------------------------------------------------------------------------------------
+
+std::string_view levelName(int level) {
+    static constexpr std::string_view kNames[] = {"", "", "", "ERROR", "WARN", "NOTICE", "INFO", "DEBUG"};
+    return level >= 0 && level < static_cast<int>(std::size(kNames)) ? kNames[level] : "";
+}
+
+// Local time to the millisecond; empty when it cannot be told. Converted once a second, in between only the
+// milliseconds are replaced.
+std::string_view timeText() {
+    thread_local std::time_t second = 0;
+    thread_local char text[96];
+    thread_local std::size_t length = 0;
+    const std::timespec now = platform::wallNow();
+    const long millis = now.tv_nsec / 1'000'000;
+    if (length == 0 || now.tv_sec != second) {
+        std::tm local{};
+        length = 0;
+        if (localtime_r(&now.tv_sec, &local) == nullptr)
+            return {};
+        length = static_cast<std::size_t>(std::snprintf(
+            text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d.%03ld", local.tm_year + 1900, local.tm_mon + 1,
+            local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec, millis));
+        second = now.tv_sec;
+    } else {
+        text[length - 3] = static_cast<char>('0' + millis / 100);
+        text[length - 2] = static_cast<char>('0' + millis / 10 % 10);
+        text[length - 1] = static_cast<char>('0' + millis % 10);
+    }
+    return {text, length};
+}
+
+// One formatted line: on the stack when it fits there.
+class Line {
+  public:
+    Line(int level, const std::string &identity, const char *format, std::va_list args)
+        __attribute__((format(printf, 4, 0))) {
+        const std::string_view time = timeText();
+        std::va_list again;
+        va_copy(again, args);
+        const std::size_t needed = put(stack_, sizeof stack_, time, level, identity, format, args);
+        length_ = needed;
+        if (needed >= sizeof stack_) {
+            heap_.reset(new (std::nothrow) char[needed + 1]);
+            if (heap_ != nullptr)
+                put(heap_.get(), needed + 1, time, level, identity, format, again);
+            else
+                length_ = sizeof stack_ - 1;
+        }
+        va_end(again);
+    }
+
+    std::string_view text() const { return {heap_ != nullptr ? heap_.get() : stack_, length_}; }
+
+  private:
+    // Length of the whole line, of which as much as fits is in `out`. The prefix, "%s (%s): %s: ", is put
+    // together by hand: for a short line snprintf would cost as much as the message itself.
+    static std::size_t put(char *out, std::size_t room, std::string_view time, int level,
+                           const std::string &identity, const char *format, std::va_list args)
+        __attribute__((format(printf, 6, 0))) {
+        std::size_t used = 0;
+        for (const std::string_view part :
+             {time, std::string_view(time.empty() ? "(" : " ("), levelName(level), std::string_view("): "),
+              std::string_view(identity), std::string_view(": ")}) {
+            const std::size_t at = std::min(used, room);
+            part.copy(out + at, room - at);
+            used += part.size();
+        }
+        const std::size_t at = std::min(used, room - 1);
+        const int message = std::vsnprintf(out + at, room - at, format, args);
+        return used + static_cast<std::size_t>(std::max(message, 0));
+    }
+
+    char stack_[1024];
+    std::unique_ptr<char[]> heap_;
+    std::size_t length_ = 0;
+};
+
+// --- sinks
+// ------------------------------------------------------------------------------------------------------
+
+void standardOutputWrite(std::string_view line) {
+    std::fwrite(line.data(), 1, line.size(), stdout);
+}
+
+void streamOpen(State &s) {
+    s.byteCount = 0;
+    s.stream = fileOpen(platform::paths::kLogFile, "a+");
+    struct stat info {};
+    if (s.stream == nullptr)
+        return;
+    if (fstat(fileno(s.stream.get()), &info) != 0 || !S_ISREG(info.st_mode))
+        s.stream.reset();  // a pipe would block every thread once it is full
+    else
+        s.byteCount = info.st_size;
+}
+
+void streamRotate(State &s) {
+    s.stream.reset();
+    fileRemove(platform::paths::kLogFileOld);
+    std::rename(platform::fsPath(platform::paths::kLogFile).c_str(),
+                platform::fsPath(platform::paths::kLogFileOld).c_str());
+    streamOpen(s);
+    s.byteCount = 0;  // where the file could not be renamed it goes on growing, and lines are not lost
+}
+
+void streamWrite(State &s, std::string_view line) {
+    const std::lock_guard lock(s.mutex);
+    if (s.stream == nullptr) {
+        standardOutputWrite(line);
+        return;
+    }
+    std::fwrite(line.data(), 1, line.size(), s.stream.get());
+    s.byteCount += static_cast<std::int64_t>(line.size());
+    if (s.byteCount > kRotateAbove)
+        streamRotate(s);
+    if (s.stream != nullptr)
+        std::fflush(s.stream.get());
+}
+
+// --- life cycle
+// -------------------------------------------------------------------------------------------------
+
+std::string processName() {
+    const FilePtr file(std::fopen(platform::paths::kProcSelfStatus, "re"));
+    char line[64];
+    while (file != nullptr && std::fgets(line, sizeof line, file.get()) != nullptr) {
+        if (std::strncmp(line, "Name:", 5) != 0)
+            continue;
+        char *rest = nullptr;
+        strtok_r(line, "\t\n", &rest);
+        const char *const name = strtok_r(nullptr, "\t\n", &rest);
+        return name != nullptr ? name : "";
+    }
+    return "";
+}
+
+void start(State &s) {
+    Settings settings = *s.settings;
+    if (settings.sinks < 0) {
+        settings.sinks = LOG_SINK_STDOUT;
+        settings.facility = LOG_FACILITY_USER;
+    } else {
+        if (settings.facility < 0)
+            settings.facility = LOG_FACILITY_USER;
+        if (settings.identity.empty() && settings.sinks != LOG_SINK_STDOUT)
+            settings.identity = processName();
+    }
+    s.settings = std::make_shared<const Settings>(std::move(settings));
+    if ((s.settings->sinks & LOG_SINK_SYSLOG) != 0)
+        openlog(s.settings->identity.c_str(), 0, s.settings->facility);  // syslog keeps the pointer
+    s.started = true;
+}
+
+void stop(State &s) {
+    if ((s.settings->sinks & LOG_SINK_SYSLOG) != 0)
+        closelog();
+    s.stream.reset();
+    levelUnmap(s);
+    s.started = false;
+}
+
+}  // namespace
+
+void devmgrLogOpen(std::int32_t sinks, std::int32_t facility, const char *identity) {
+    State &s = state();
+    const std::lock_guard lock(s.mutex);
+    if (s.started)
+        stop(s);
+    s.stream.reset();
+    s.settings =
+        std::make_shared<const Settings>(Settings{sinks, facility, identity != nullptr ? identity : ""});
+    if (s.levelByte.load() == nullptr)
+        levelMap(s);
+    if ((sinks & LOG_SINK_FILE) != 0)
+        streamOpen(s);
+}
+
+void devmgrLog(int level, const char *format, ...) {
+    if (level > threshold())
+        return;
+    State &s = state();
+    std::shared_ptr<const Settings> settings;
+    {
+        const std::lock_guard lock(s.mutex);
+        if (!s.started)
+            start(s);
+        settings = s.settings;
+    }
+
+    std::va_list args;
+    if ((settings->sinks & (LOG_SINK_FILE | LOG_SINK_STDOUT)) != 0) {
+        va_start(args, format);
+        const Line line(level, settings->identity, format, args);
+        va_end(args);
+        if ((settings->sinks & LOG_SINK_STDOUT) != 0)
+            standardOutputWrite(line.text());
+        if ((settings->sinks & LOG_SINK_FILE) != 0)
+            streamWrite(s, line.text());
+    }
+    if ((settings->sinks & LOG_SINK_SYSLOG) != 0) {
+        va_start(args, format);
+        vsyslog(std::clamp(level, LOG_EMERG, LOG_DEBUG), format, args);
+        va_end(args);
+    }
+}
+
+void devmgrLogClose() {
+    State &s = state();
+    const std::lock_guard lock(s.mutex);
+    if (s.started)
+        stop(s);
+}
+
+int devmgrLogLevelGet() {
+    return threshold();
+}

@@ -1,0 +1,222 @@
+#include "common/log.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <ctime>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/manual_clock.h"
+#include "tests/support/root.h"
+
+namespace {
+
+using namespace platform::paths;
+using test_support::readFile;
+using test_support::writeText;
+using testing::internal::CaptureStdout;
+using testing::internal::GetCapturedStdout;
+
+constexpr std::size_t kLimit = 0x100000;
+
+class LogTest : public testing::Test {
+  protected:
+    LogTest() {
+        setenv("TZ", "UTC", 1);
+        tzset();
+    }
+    ~LogTest() override {
+        CaptureStdout();
+        log(LOG_LEVEL_ERROR, "nothing is closed before the first message");
+        devmgrLogClose();
+        GetCapturedStdout();
+    }
+
+    static std::filesystem::path rootPath(const char *path) { return platform::fsPath(path); }
+    static void log(int level, const char *text) { devmgrLog(level, "[%s:%d] %s\n", "f", 7, text); }
+    static void openFile() { devmgrLogOpen(LOG_SINK_FILE, LOG_FACILITY_USER, "daemon"); }
+};
+
+TEST_F(LogTest, LineShowsLocalTimeLevelIdentityAndMessage) {
+    openFile();
+    platform::manual_clock::advance(std::chrono::milliseconds(3'723'042));
+    log(3, "a");
+    platform::manual_clock::advance(std::chrono::milliseconds(57));
+    log(6, "b");
+    platform::manual_clock::advance(std::chrono::milliseconds(901));
+    log(1, "c");
+    EXPECT_EQ(readFile(kLogFile),
+              "2026-01-01 01:02:03.042 (ERROR): daemon: [f:7] a\n"
+              "2026-01-01 01:02:03.099 (INFO): daemon: [f:7] b\n"
+              "2026-01-01 01:02:04.000 (): daemon: [f:7] c\n");
+}
+
+TEST_F(LogTest, MacrosAddFunctionAndLine) {
+    openFile();
+    const int line = __LINE__ + 1;
+    LOG_WARN("[%s:%d] port %d\r\n", 4);
+    EXPECT_NE(readFile(kLogFile).find("(WARN): daemon: [TestBody:" + std::to_string(line) + "] port 4\r\n"),
+              std::string::npos);
+}
+
+TEST_F(LogTest, IdentityIsTheProcessNameWhenNoneIsGiven) {
+    devmgrLogOpen(LOG_SINK_FILE, -1, nullptr);
+    log(3, "a");
+    std::ifstream comm("/proc/self/comm");
+    std::string name;
+    std::getline(comm, name);
+    ASSERT_FALSE(name.empty());
+    EXPECT_NE(readFile(kLogFile).find("): " + name + ": "), std::string::npos);
+}
+
+TEST_F(LogTest, EverySinkFormatsItsOwnArguments) {
+    devmgrLogOpen(LOG_SINK_FILE | LOG_SINK_SYSLOG | LOG_SINK_STDOUT, LOG_FACILITY_USER, "daemon");
+    CaptureStdout();
+    devmgrLog(LOG_LEVEL_NOTICE, "[%s:%d] %s %.1f\n", "f", 7, "text", 2.5);
+    const std::string expected = "2026-01-01 00:00:00.000 (NOTICE): daemon: [f:7] text 2.5\n";
+    EXPECT_EQ(GetCapturedStdout(), expected);
+    EXPECT_EQ(readFile(kLogFile), expected);
+}
+
+TEST_F(LogTest, LongMessagesAreNotCut) {
+    for (const std::size_t length : {980u, 990u, 1000u, 1023u, 1024u, 100'000u}) {
+        std::filesystem::remove(rootPath(kLogFile));
+        openFile();
+        const std::string text(length, 'x');
+        log(3, text.c_str());
+        EXPECT_EQ(readFile(kLogFile), "2026-01-01 00:00:00.000 (ERROR): daemon: [f:7] " + text + "\n")
+            << length;
+    }
+}
+
+TEST_F(LogTest, ThresholdFollowsTheLevelFile) {
+    writeText(kLogLevelFile, "x");
+    openFile();
+    EXPECT_EQ(readFile(kLogLevelFile), std::string("6\0\0\0", 4));
+    EXPECT_EQ(devmgrLogLevelGet(), 6);
+    log(7, "dropped");
+
+    // As another process does it, in place.
+    std::fstream level(rootPath(kLogLevelFile), std::ios::in | std::ios::out);
+    level << '7' << std::flush;
+    log(7, "shown");
+    level.seekp(0) << '0' << std::flush;
+    log(3, "dropped");
+    EXPECT_EQ(devmgrLogLevelGet(), 0);
+    level.seekp(0) << 'q' << std::flush;
+    EXPECT_EQ(devmgrLogLevelGet(), 6);
+    EXPECT_EQ(readFile(kLogFile), "2026-01-01 00:00:00.000 (DEBUG): daemon: [f:7] shown\n");
+}
+
+TEST_F(LogTest, TruncatedLevelFileIsSurvivedAndFoundAgain) {
+    openFile();
+    std::ofstream level(rootPath(kLogLevelFile), std::ios::trunc);  // what "echo 7 > file" does first
+    EXPECT_EQ(devmgrLogLevelGet(), 6);
+    log(6, "shown");
+    level << "7\n" << std::flush;
+    EXPECT_EQ(devmgrLogLevelGet(), 7);
+    log(7, "shown too");
+    EXPECT_NE(readFile(kLogFile).find("shown too"), std::string::npos);
+}
+
+TEST_F(LogTest, UnusableLevelFileLeavesTheDefault) {
+    std::filesystem::create_directory(rootPath(kLogLevelFile));
+    openFile();
+    EXPECT_EQ(devmgrLogLevelGet(), 6);
+    log(7, "dropped");
+    log(6, "shown");
+    EXPECT_EQ(readFile(kLogFile), "2026-01-01 00:00:00.000 (INFO): daemon: [f:7] shown\n");
+}
+
+TEST_F(LogTest, LineThatCrossesTheLimitStaysInTheOldFile) {
+    const std::string line = "2026-01-01 00:00:00.000 (ERROR): daemon: [f:7] a\n";
+    writeText(kLogFileOld, "older generation");
+    writeText(kLogFile, std::string(kLimit - line.size(), '.'));
+    openFile();
+    log(3, "a");  // exactly at the limit: no rotation yet
+    EXPECT_EQ(readFile(kLogFile).size(), kLimit);
+    EXPECT_EQ(readFile(kLogFileOld), "older generation");
+    log(3, "a");
+    EXPECT_EQ(readFile(kLogFile), "");
+    EXPECT_EQ(readFile(kLogFileOld).substr(kLimit - line.size()), line + line);
+    log(3, "a");
+    EXPECT_EQ(readFile(kLogFile), line);
+}
+
+TEST_F(LogTest, FailedRenameLosesNoLine) {
+    std::filesystem::create_directories(rootPath(kLogFileOld) / "inside");
+    writeText(kLogFile, std::string(kLimit, '.'));
+    openFile();
+    log(3, "first");
+    log(3, "second");
+    const std::string text = readFile(kLogFile).substr(kLimit);
+    EXPECT_NE(text.find("first"), std::string::npos);
+    EXPECT_NE(text.find("second"), std::string::npos);
+}
+
+TEST_F(LogTest, UnopenableLogGoesToStandardOutput) {
+    std::filesystem::create_directory(rootPath(kLogFile));
+    openFile();
+    CaptureStdout();
+    log(3, "a");
+    EXPECT_EQ(GetCapturedStdout(), "2026-01-01 00:00:00.000 (ERROR): daemon: [f:7] a\n");
+}
+
+TEST_F(LogTest, ClosingNeedsAMessageAndReopeningChangesSettings) {
+    openFile();
+    devmgrLogClose();  // nothing logged yet: still open
+    log(3, "a");
+    devmgrLogOpen(LOG_SINK_FILE, LOG_FACILITY_USER, "other");
+    log(3, "b");
+    EXPECT_EQ(readFile(kLogFile),
+              "2026-01-01 00:00:00.000 (ERROR): daemon: [f:7] a\n"
+              "2026-01-01 00:00:00.000 (ERROR): other: [f:7] b\n");
+    writeText(kLogLevelFile, "7");
+    devmgrLogClose();
+    EXPECT_EQ(devmgrLogLevelGet(), 6);
+    CaptureStdout();
+    log(3, "c");
+    EXPECT_EQ(GetCapturedStdout(), "2026-01-01 00:00:00.000 (ERROR): other: [f:7] c\n");
+}
+
+TEST_F(LogTest, ThreadsNeitherMixNorLoseLines) {
+    constexpr int kThreads = 4;
+    constexpr int kLines = 1000;
+    writeText(kLogFile, std::string(kLimit - 100'000, '.') + "\n");
+    openFile();
+    std::atomic<int> running{kThreads};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&running, t] {
+            for (int i = 0; i < kLines; ++i)
+                devmgrLog(LOG_LEVEL_INFO, "[%s:%d] %d-%d end\n", "f", 7, t, i);
+            --running;
+        });
+    }
+    while (running > 0) {
+        openFile();  // a reopening in between costs no line either
+        std::this_thread::yield();
+    }
+    for (auto &thread : threads)
+        thread.join();
+
+    std::istringstream lines(readFile(kLogFileOld) + readFile(kLogFile));
+    std::vector<int> next(kThreads);
+    for (std::string line; std::getline(lines, line);) {
+        int t = 0;
+        int i = 0;
+        if (line[0] == '.')
+            continue;
+        const std::size_t at = line.find("[f:7] ");
+        ASSERT_NE(at, std::string::npos) << line;
+        ASSERT_EQ(std::sscanf(line.c_str() + at, "[f:7] %d-%d end", &t, &i), 2) << line;
+        EXPECT_EQ(next.at(static_cast<std::size_t>(t))++, i);
+    }
+    EXPECT_EQ(next, std::vector<int>(kThreads, kLines));
+}
+
+}  // namespace

@@ -1,0 +1,205 @@
+#include "common/result.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "common/log.h"
+#include "common/owners.h"
+#include "tests/support/root.h"
+
+namespace {
+
+using test_support::readFile;
+using test_support::writeText;
+
+constexpr const char *kFile = "/tmp/result_test.json";
+
+// Lets cJSON's allocations succeed `allowed` times.
+int allowed = 0;
+void *limitedMalloc(std::size_t size) {
+    return allowed-- > 0 ? std::malloc(size) : nullptr;
+}
+
+class LimitedMemory {
+  public:
+    explicit LimitedMemory(int allocations) {
+        allowed = allocations;
+        cJSON_Hooks hooks{limitedMalloc, std::free};
+        cJSON_InitHooks(&hooks);
+    }
+    LimitedMemory(const LimitedMemory &) = delete;
+    LimitedMemory &operator=(const LimitedMemory &) = delete;
+    ~LimitedMemory() { cJSON_InitHooks(nullptr); }
+};
+
+// What the code under test logs.
+struct LogCapture {
+    LogCapture() { devmgrLogOpen(LOG_SINK_FILE, LOG_FACILITY_USER, "test"); }
+    LogCapture(const LogCapture &) = delete;
+    LogCapture &operator=(const LogCapture &) = delete;
+    ~LogCapture() { devmgrLogClose(); }
+
+    std::string text() const { return readFile(platform::paths::kLogFile); }
+    bool has(const std::string &part) const { return text().find(part) != std::string::npos; }
+};
+
+TEST(ErrMsg, FirstMatchingRowOrUnknown) {
+    EXPECT_STREQ(getErrMsg(0), "Success");
+    EXPECT_STREQ(getErrMsg(10027), "Disable PTP Mode");
+    EXPECT_STREQ(getErrMsg(11000), "");
+    EXPECT_STREQ(getErrMsg(-7), "Failed to allocate memory");
+    EXPECT_STREQ(getErrMsg(12345), "Error code unknown");
+}
+
+TEST(ResponseJson, SuccessHoldsDataThenResp) {
+    char out[256] = {};
+    ASSERT_EQ(responseJsonStr(0, "vlan", "{\"id\":5}", out), 0);
+    EXPECT_STREQ(out,
+                 "{\n\t\"vlan\":\t{\n\t\t\"id\":\t5\n\t},\n\t\"resp\":\t{\n\t\t\"respCode\":\t0,\n"
+                 "\t\t\"respMsg\":\t\"Success\",\n\t\t\"status\":\t\"success\"\n\t}\n}");
+
+    std::memset(out, '#', sizeof out);
+    ASSERT_EQ(responseJsonStr(0, nullptr, nullptr, out), 0);
+    EXPECT_EQ(out[std::strcspn(out, "#") - 1], '}');  // no terminating zero is written
+}
+
+TEST(ResponseJson, FailureLeavesTheDataOut) {
+    char out[256] = {};
+    ASSERT_EQ(responseJsonStr(10003, "vlan", "{}", out), 0);
+    EXPECT_STREQ(out,
+                 "{\n\t\"resp\":\t{\n\t\t\"respCode\":\t10003,\n\t\t\"respMsg\":\t\"Invalid argument\",\n"
+                 "\t\t\"status\":\t\"fail\"\n\t}\n}");
+}
+
+TEST(ResponseJson, UnparsableDataGivesNoText) {
+    const LogCapture log;
+    char out[8] = {};
+    EXPECT_EQ(responseJsonStr(0, "vlan", "{\"id\":", out), -1);
+    EXPECT_EQ(responseJsonStr(0, "vlan", nullptr, out), -1);
+    EXPECT_STREQ(out, "");
+
+    char *text = strdup("before");
+    EXPECT_EQ(responseJsonRreallocStr(0, "vlan", "{\"id\":", &text), 10000);
+    EXPECT_STREQ(text, "before");
+    EXPECT_TRUE(log.has("[MEM] Failed to parse data JSON\n"));
+
+    // A key without data is an answer without data.
+    EXPECT_EQ(responseJsonRreallocStr(0, "vlan", nullptr, &text), 0);
+    EXPECT_EQ(std::strstr(text, "vlan"), nullptr);
+    std::free(text);
+}
+
+TEST(ResponseJson, DataMayBeTheTextThatIsReplaced) {
+    char *text = strdup("[1]");
+    ASSERT_EQ(responseJsonRreallocStr(0, "rows", text, &text), 0);
+    EXPECT_EQ(std::string(text).find("{\n\t\"rows\":\t[1],\n\t\"resp\":"), 0u);
+    std::free(text);
+}
+
+TEST(ResponseJson, EveryFailingAllocationGivesNoText) {
+    const LogCapture log;
+    for (int allocations = 0;; ++allocations) {
+        ASSERT_LT(allocations, 100);
+        char *text = nullptr;
+        char out[256] = {};
+        int code = 0;
+        std::int32_t reallocCode = 0;
+        {
+            const LimitedMemory memory(allocations);
+            code = responseJsonStr(0, "vlan", "{\"name\":\"x\"}", out);
+        }
+        {
+            const LimitedMemory memory(allocations);
+            reallocCode = responseJsonRreallocStr(0, "vlan", "{\"name\":\"x\"}", &text);
+        }
+        const TextPtr owner(text);
+        ASSERT_EQ(code == 0, reallocCode == 0);
+        if (code == 0) {
+            EXPECT_STREQ(out, text);
+            break;
+        }
+        EXPECT_EQ(code, -1);
+        EXPECT_STREQ(out, "");
+        EXPECT_EQ(reallocCode, 10000);
+        EXPECT_EQ(text, nullptr);
+    }
+    for (const char *what : {"create root object", "create resp object", "parse data JSON", "print JSON"})
+        EXPECT_TRUE(log.has(std::string("[MEM] Failed to ") + what)) << what;
+    EXPECT_TRUE(log.has("package response str error\r\n"));
+}
+
+TEST(ResponseJson, ToStrPrintsOrClears) {
+    const LogCapture log;
+    char *text = nullptr;
+    const JsonPtr obj(cJSON_Parse("[1]"));
+    ASSERT_EQ(responseJsonToStr(obj.get(), &text), 0);
+    const TextPtr owner(text);
+    EXPECT_STREQ(text, "[1]");
+    EXPECT_EQ(responseJsonToStr(nullptr, &text), 10000);
+    EXPECT_EQ(text, nullptr);
+    EXPECT_TRUE(log.has("Response error\r\n"));
+}
+
+TEST(Parameters, TextIsBoundedAndMustBeText) {
+    const LogCapture log;
+    const JsonPtr obj(cJSON_Parse("{\"name\":\"abcdef\",\"id\":5,\"none\":null}"));
+    char dst[8] = "#######";
+    EXPECT_EQ(getStrAndCpyTo(obj.get(), "name", dst, 4), 0);
+    EXPECT_STREQ(dst, "abcd###");
+    EXPECT_EQ(getStrAndCpyTo(obj.get(), "name", dst, 8), 0);
+    EXPECT_STREQ(dst, "abcdef");
+    for (const char *key : {"missing", "id", "none"})
+        EXPECT_EQ(getStrAndCpyTo(obj.get(), key, dst, 8), 10003) << key;
+    EXPECT_STREQ(dst, "abcdef");
+    EXPECT_TRUE(log.has("missing param error :{\n\t\"name\":\t\"abcdef\""));
+    EXPECT_EQ(getStrAndCpyTo(nullptr, "name", dst, 8), 10003);
+}
+
+TEST(Parameters, IntegerMustBeANumber) {
+    const LogCapture log;
+    const JsonPtr obj(cJSON_Parse("{\"id\":-5,\"big\":1e300,\"name\":\"5\"}"));
+    std::int32_t value = 1;
+    EXPECT_EQ(getIntAndCpyTo(obj.get(), "name", &value), 10003);
+    EXPECT_EQ(getIntAndCpyTo(obj.get(), "missing", &value), 10003);
+    EXPECT_EQ(value, 1);
+    EXPECT_EQ(test_support::occurrences(log.text(), "param error"), 2u);
+    EXPECT_EQ(getIntAndCpyTo(obj.get(), "id", &value), 0);
+    EXPECT_EQ(value, -5);
+    EXPECT_EQ(getIntAndCpyTo(obj.get(), "big", &value), 0);
+    EXPECT_EQ(value, INT32_MAX);
+}
+
+TEST(JsonFileLoad, TakesWholeRegularFilesOnly) {
+    const LogCapture log;
+    const std::string path = platform::fsPath(kFile);
+    const auto load = [] { return JsonPtr(jsonFileLoad(kFile)); };
+    EXPECT_EQ(load(), nullptr);
+    for (const char *text : {"", "{\"a\":", "nothing"}) {
+        writeText(kFile, text);
+        EXPECT_EQ(load(), nullptr) << text;
+    }
+    writeText(kFile, "{\"a\":[1,2]}");
+    const JsonPtr obj = load();
+    EXPECT_EQ(cJSON_GetArraySize(cJSON_GetObjectItem(obj.get(), "a")), 2);
+
+    writeText(kFile, "[" + std::string(JSON_FILE_MAX - 2, ' ') + "]");
+    EXPECT_NE(load(), nullptr);
+    EXPECT_EQ(log.text(), "");
+    writeText(kFile, "[" + std::string(JSON_FILE_MAX - 1, ' ') + "]");
+    EXPECT_EQ(load(), nullptr);
+    EXPECT_TRUE(log.has(std::string("file too large:") + kFile + "\r\n"));
+
+    std::filesystem::remove(path);
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    EXPECT_EQ(load(), nullptr);
+    std::filesystem::remove(path);
+    std::filesystem::create_directory(path);
+    EXPECT_EQ(load(), nullptr);
+    std::filesystem::remove(path);
+}
+
+}  // namespace

@@ -1,0 +1,248 @@
+#include "store/profile_db.h"
+
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/support/switch_fixture.h"
+
+namespace {
+
+using platform::paths::kProfileDb;
+using test_support::exists;
+using test_support::readFile;
+using test_support::writeText;
+
+constexpr const char *kType = "AUDAC Audio and Control Network";
+
+class ProfileDbTest : public test_support::SwitchTest {
+  protected:
+    struct Row {
+        std::int32_t vlanType = 0;
+        std::string name, type, color;
+        bool operator==(const Row &) const = default;
+    };
+
+    // What is stored for a VLAN; nothing when the row is missing.
+    static Row row(std::int32_t id) {
+        std::int32_t vlanType = 0;
+        char name[VLAN_INFO_NAME_SIZE] = "";
+        char type[VLAN_INFO_TYPE_SIZE] = "";
+        char color[VLAN_INFO_COLOR_SIZE] = "";
+        EXPECT_EQ(vlanInfoSelectById(id, &vlanType, name, type, color), vlanInfoSelectRowsById(id));
+        return {vlanType, name, type, color};
+    }
+
+    // Changes the file behind the store's back.
+    static void sql(const std::string &statements) {
+        sqlite3 *db = nullptr;
+        ASSERT_EQ(sqlite3_open(platform::fsPath(kProfileDb).c_str(), &db), SQLITE_OK);
+        EXPECT_EQ(sqlite3_exec(db, statements.c_str(), nullptr, nullptr, nullptr), SQLITE_OK)
+            << sqlite3_errmsg(db);
+        sqlite3_close(db);
+    }
+
+    using List = std::unique_ptr<VlanInfoRowList, decltype(&vlanInfoRowListFree)>;
+    static List list() { return {vlanInfoRowListCreate(), vlanInfoRowListFree}; }
+};
+
+TEST_F(ProfileDbTest, CreatedTableHoldsTheSeedRow) {
+    ASSERT_EQ(vlanInfoTableCreate(), 0);
+    EXPECT_EQ(row(1), (Row{1, "Default", "Default", "#000000"}));
+    EXPECT_EQ(vlanInfoDbVerify(), 0);
+    EXPECT_EQ(logged("(INFO): test: [vlanInfoTableCreate:"), 1u);
+    EXPECT_EQ(logged("vlanInfo database verification passed (size="), 1u);
+    EXPECT_EQ(logged("ERROR"), 0u);
+}
+
+TEST_F(ProfileDbTest, CreatingAgainDeletesAndTheNextCallStartsFresh) {
+    ASSERT_EQ(vlanInfoTableCreate(), 0);
+    ASSERT_EQ(vlanInfoInsert(20, 2, "n", "t", "#ffffff"), 0);
+    EXPECT_EQ(vlanInfoTableCreate(), SQLITE_ERROR);
+    EXPECT_FALSE(exists(kProfileDb));
+    EXPECT_EQ(logged("Can't create table vlanInfo: table vlanInfo already exists\r\n"), 1u);
+    EXPECT_EQ(vlanInfoTableCreate(), 0);
+    EXPECT_EQ(vlanInfoSelectRowsById(20), 0);
+}
+
+TEST_F(ProfileDbTest, VerifyDeletesWhatIsUnusable) {
+    EXPECT_EQ(vlanInfoDbVerify(), 10000);
+    EXPECT_EQ(logged("vlanInfo database file does not exist\r\n"), 1u);
+
+    writeText(kProfileDb, "");
+    EXPECT_EQ(vlanInfoDbVerify(), 10000);
+    EXPECT_FALSE(exists(kProfileDb));
+    EXPECT_EQ(logged("vlanInfo database file is empty (size=0)\r\n"), 1u);
+
+    writeText(kProfileDb, std::string(4096, 'x'));
+    EXPECT_EQ(vlanInfoDbVerify(), 10000);
+    EXPECT_FALSE(exists(kProfileDb));
+    sql("create table other(id int)");
+    EXPECT_EQ(vlanInfoDbVerify(), 10000);
+    EXPECT_FALSE(exists(kProfileDb));
+    EXPECT_EQ(logged("vlanInfo table verification failed: "), 2u);
+
+    std::filesystem::create_directory(platform::fsPath(kProfileDb));
+    EXPECT_EQ(vlanInfoDbVerify(), 10000);
+    EXPECT_EQ(logged("Can't open vlanInfo database for verification: "), 1u);
+}
+
+TEST_F(ProfileDbTest, MissingDatabaseReadsAsEmptyAndIsNotCreated) {
+    const List rows = list();
+    EXPECT_EQ(vlanInfoSelectRowsById(1), 0);
+    EXPECT_EQ(vlanInfoSelectAll(rows.get()), -1);
+    EXPECT_EQ(vlanInfoSelectHasofProfileType(&client, kType, 1), 0);
+    EXPECT_EQ(vlanIdSelectByProfileTypeAndVlanType(kType, 1), 0);
+    EXPECT_EQ(vlanInfoDeleteById(1), 0);
+    EXPECT_NE(vlanInfoReplace(5, 1, "n", "t", "#000000"), 0);
+    EXPECT_NE(vlanInfoUpdateByid(5, 1, nullptr, nullptr, nullptr), 0);
+    EXPECT_FALSE(exists(kProfileDb));
+    EXPECT_EQ(logged("Can't open database: unable to open database file\r\n"), 7u);
+}
+
+TEST_F(ProfileDbTest, DamagedDatabaseFailsEveryOperationOnceLogged) {
+    writeText(kProfileDb, std::string(4096, 'x'));
+    const List rows = list();
+    EXPECT_EQ(vlanInfoSelectRowsById(1), 0);
+    EXPECT_EQ(vlanInfoSelectAll(rows.get()), -1);
+    EXPECT_EQ(vlanInfoDeleteById(1), SQLITE_NOTADB);
+    EXPECT_EQ(vlanInfoInsert(5, 1, "n", "t", "#000000"), SQLITE_NOTADB);
+    EXPECT_EQ(logged("select * from vlanInfo where id = 1 error: file is not a database\r\n"), 1u);
+    EXPECT_EQ(logged("vlanInfoSelectAll error: file is not a database\r\n"), 1u);
+    EXPECT_EQ(logged("insert into vlanInfo values(    5,    1,    'n',    't',    '#000000'    ) error: "),
+              1u);
+    EXPECT_EQ(logged("ERROR"), 4u);
+}
+
+TEST_F(ProfileDbTest, InsertReplaceDelete) {
+    ASSERT_EQ(vlanInfoTableCreate(), 0);
+    EXPECT_EQ(vlanInfoInsert(20, 2, "O'Brien's \"net\"", "a'b", "#112233"), 0);
+    EXPECT_EQ(row(20), (Row{2, "O'Brien's \"net\"", "a'b", "#112233"}));
+    EXPECT_EQ(vlanInfoInsert(20, 3, "x", "x", "x"), SQLITE_CONSTRAINT);
+    EXPECT_EQ(vlanInfoReplace(20, 3, nullptr, "type", nullptr), 0);
+    EXPECT_EQ(row(20), (Row{3, "", "type", ""}));
+    EXPECT_EQ(vlanInfoDeleteById(20), 0);
+    EXPECT_EQ(vlanInfoSelectRowsById(20), 0);
+    EXPECT_EQ(vlanInfoDeleteById(20), 0);
+}
+
+TEST_F(ProfileDbTest, TextsAreCutToTheirWidths) {
+    ASSERT_EQ(vlanInfoTableCreate(), 0);
+    ASSERT_EQ(
+        vlanInfoInsert(20, 2, std::string(1000, 'n').c_str(), std::string(1000, 't').c_str(), "#1122334455"),
+        0);
+    EXPECT_EQ(row(20), (Row{2, std::string(255, 'n'), std::string(255, 't'), "#112233"}));
+    EXPECT_EQ(vlanInfoSelectById(20, nullptr, nullptr, nullptr, nullptr), 1);
+}
+
+TEST_F(ProfileDbTest, UpdateKeepsWhatIsNotGiven) {
+    ASSERT_EQ(vlanInfoTableCreate(), 0);
+    ASSERT_EQ(vlanInfoInsert(10, 4, "name", "type", "#000000"), 0);
+    EXPECT_EQ(vlanInfoUpdateByid(10, 0, nullptr, nullptr, "#ffffff"), 0);
+    EXPECT_EQ(row(10), (Row{4, "name", "type", "#ffffff"}));
+    EXPECT_EQ(vlanInfoUpdateByid(10, 5, "new", nullptr, nullptr), 0);
+    EXPECT_EQ(row(10), (Row{5, "new", "type", "#ffffff"}));
+    EXPECT_EQ(vlanInfoUpdateByid(10, 0, nullptr, nullptr, nullptr), SQLITE_ERROR);
+    EXPECT_EQ(row(1), (Row{1, "Default", "Default", "#000000"}));
+}
+
+TEST_F(ProfileDbTest, StatementsThatTextsWouldChangeAreNotRun) {
+    ASSERT_EQ(vlanInfoTableCreate(), 0);
+    ASSERT_EQ(vlanInfoInsert(10, 4, "name", "type", "#000000"), 0);
+    const std::string before = readFile(kProfileDb);
+    EXPECT_EQ(vlanInfoUpdateByid(10, 0, "O'Brien", nullptr, nullptr), SQLITE_ERROR);
+    EXPECT_EQ(logged("update vlanInfo set profileName = 'O'Brien' where id = 10 error: "), 1u);
+    EXPECT_EQ(vlanInfoUpdateByid(10, 0, "x', color = 'y' -- ", nullptr, nullptr), SQLITE_ERROR);
+    EXPECT_EQ(vlanIdSelectByProfileTypeAndVlanType("' or 1 = 1 -- ", 4), 0);
+    EXPECT_EQ(vlanInfoSelectHasofProfileType(&client, "x'; delete from vlanInfo; --", 0), 0);
+    EXPECT_EQ(vlanInfoSelectHasofProfileType(&client, nullptr, 0), 0);
+    // Around the length at which the where clause would be lost.
+    for (std::size_t length = 190; length < 300; ++length) {
+        const std::string name(length, 'n');
+        const std::size_t whole =
+            std::string("update vlanInfo set profileName = '' where id = 10").size() + name.size();
+        const int code = vlanInfoUpdateByid(10, 0, name.c_str(), nullptr, nullptr);
+        EXPECT_EQ(code, whole < 256 ? SQLITE_OK : SQLITE_ERROR) << length;
+    }
+    EXPECT_EQ(row(1), (Row{1, "Default", "Default", "#000000"}));
+    EXPECT_EQ(row(10).color, "#000000");
+}
+
+TEST_F(ProfileDbTest, HasOfProfileTypeAsksTheSwitch) {
+    ASSERT_EQ(vlanInfoTableCreate(), 0);
+    ASSERT_EQ(vlanInfoInsert(286, 1, "n", kType, ""), 0);
+    ASSERT_EQ(vlanInfoInsert(20, 1, "n", kType, ""), 0);
+    ASSERT_EQ(vlanInfoInsert(30, 2, "n", kType, ""), 0);
+    cli({"vlan database", "vlan 286", "vlan 30"});
+    EXPECT_EQ(vlanInfoSelectHasofProfileType(&client, kType, 286), 30);
+    EXPECT_EQ(vlanInfoSelectHasofProfileType(&client, kType, 1), 286);
+    cli({"vlan database", "no vlan 30"});
+    EXPECT_EQ(vlanInfoSelectHasofProfileType(&client, kType, 286), 0);
+    EXPECT_EQ(vlanInfoSelectHasofProfileType(&client, "Audio Dante", 1), 0);
+    EXPECT_EQ(vlanIdSelectByProfileTypeAndVlanType(kType, 2), 30);
+    EXPECT_EQ(vlanIdSelectByProfileTypeAndVlanType(kType, 3), 0);
+}
+
+TEST_F(ProfileDbTest, SelectAllTakesNullsAndStopsAtItsCapacity) {
+    EXPECT_EQ(vlanInfoSelectAll(nullptr), -1);
+    ASSERT_EQ(vlanInfoTableCreate(), 0);
+    sql("insert into vlanInfo values(null, null, null, null, null)");
+    const List rows = list();
+    ASSERT_NE(rows, nullptr);
+    EXPECT_EQ(rows->capacity, 4096);
+    EXPECT_EQ(vlanInfoSelectAll(rows.get()), 2);
+    EXPECT_STREQ(rows->rows[0].profileName, "Default");
+    EXPECT_EQ(rows->rows[1].id, 0);
+    EXPECT_STREQ(rows->rows[1].color, "");
+
+    sql("with recursive n(i) as (select 2 union all select i + 1 from n where i < 5000) "
+        "insert into vlanInfo select i, 1, 'n', 't', 'c' from n");
+    EXPECT_EQ(vlanInfoSelectAll(rows.get()), 4096);
+}
+
+TEST_F(ProfileDbTest, ForeignTableIsReadWithoutHarm) {
+    sql("create table vlanInfo(id text); insert into vlanInfo values('20'), ('99999999999999'), ('x')");
+    EXPECT_EQ(row(20), Row{});
+    EXPECT_EQ(vlanInfoSelectRowsById(20), 1);
+    const List rows = list();
+    EXPECT_EQ(vlanInfoSelectAll(rows.get()), -1);
+}
+
+TEST_F(ProfileDbTest, RowsAreSortedAndFoundById) {
+    ASSERT_EQ(vlanInfoTableCreate(), 0);
+    for (const std::int32_t id : {4094, 20, 300})
+        ASSERT_EQ(vlanInfoInsert(id, 1, "n", "t", "c"), 0);
+    const List rows = list();
+    vlanInfoRowListSort(rows.get());
+    EXPECT_EQ(vlanInfoRowListFind(rows.get(), 1), nullptr);
+    ASSERT_EQ(vlanInfoSelectAll(rows.get()), 4);
+    vlanInfoRowListSort(rows.get());
+    for (const std::int32_t id : {1, 20, 300, 4094}) {
+        const VlanInfoRow *const found = vlanInfoRowListFind(rows.get(), id);
+        ASSERT_NE(found, nullptr) << id;
+        EXPECT_EQ(found->id, id);
+    }
+    for (const std::int32_t id : {0, 2, 5000})
+        EXPECT_EQ(vlanInfoRowListFind(rows.get(), id), nullptr) << id;
+}
+
+TEST_F(ProfileDbTest, ThreadsShareTheFile) {
+    ASSERT_EQ(vlanInfoTableCreate(), 0);
+    std::vector<std::thread> threads;
+    for (std::int32_t t = 1; t <= 2; ++t) {
+        threads.emplace_back([t] {
+            for (std::int32_t i = 0; i < 20; ++i)
+                EXPECT_EQ(vlanInfoReplace(t * 100 + i, t, "n", "t", "c"), 0);
+        });
+    }
+    for (auto &thread : threads)
+        thread.join();
+    const List rows = list();
+    EXPECT_EQ(vlanInfoSelectAll(rows.get()), 41);
+}
+
+}  // namespace

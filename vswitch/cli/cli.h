@@ -1,0 +1,60 @@
+// The switch's command line: one grammar for applied scripts, show captures and interactive sessions.
+#ifndef PAVO_VSWITCH_CLI_CLI_H
+#define PAVO_VSWITCH_CLI_CLI_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "vswitch/model/model.h"
+
+namespace vswitch {
+
+enum class CliMode : std::uint8_t { Exec, Config, Interface, VlanDatabase };
+
+// Where a user is: the modes entered, innermost last, and the interfaces that "interface" chose.
+struct CliSession {
+    std::vector<CliMode> modes{CliMode::Exec};
+    std::vector<IfNum> interfaces;
+
+    CliMode mode() const { return modes.back(); }
+};
+
+// Runs lines against the model. An unknown or refused command prints an error with a marker under the
+// offending word, is counted, and changes nothing; what follows it goes on. One caller at a time.
+class Cli {
+  public:
+    explicit Cli(Model &model) : model_(model) {}
+
+    // One line in a session; what it prints.
+    std::string run(CliSession &session, std::string_view line);
+
+    // A whole script from privileged mode, blank and comment lines ('!') aside; what it prints, errors with
+    // the line number. Every command is echoed.
+    std::string runScript(std::string_view script);
+
+    // The output of a show command; nothing when it is not one or is refused.
+    std::optional<std::string> show(std::string_view command);
+
+    // "(avswitch) (Config)#" and so on.
+    std::string prompt(const CliSession &session) const;
+
+    // The words that may follow `line`, one per row with their meaning: what '?' prints.
+    std::string help(const CliSession &session, std::string_view line) const;
+
+    // Commands refused since start: unknown ones, and known ones that the switch did not accept.
+    std::uint64_t unknownCommands() const { return unknown_; }
+    std::uint64_t refusedCommands() const { return refused_; }
+
+  private:
+    bool execute(CliSession &session, std::string_view line, std::string &output);
+
+    Model &model_;
+    std::uint64_t unknown_ = 0, refused_ = 0;
+};
+
+}  // namespace vswitch
+
+#endif

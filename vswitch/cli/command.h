@@ -1,0 +1,93 @@
+// The rows of the grammar. A command is one row: the modes it is in, its words and arguments, what it does,
+// and what it contributes to "show running-config". Adding a command is adding a row to the table of its
+// topic.
+//
+// Syntax: words as they stand; a|b|c is one of several words; an argument is in angle brackets:
+//   <vlan> a VLAN id, <vlans> a list such as 10,20-30, <mac>, <ip>, <port> and <ports> interfaces as 0/N or a
+//   list of them, <lag> a LAG number, <int:LO-HI>, <text> one word or a quoted text.
+// Words may be abbreviated as long as it stays clear which is meant.
+#ifndef PAVO_VSWITCH_CLI_COMMAND_H
+#define PAVO_VSWITCH_CLI_COMMAND_H
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "vswitch/cli/cli.h"
+#include "vswitch/model/model.h"
+
+namespace vswitch::cli {
+
+// One argument or choice of a matched command, in the order of the syntax.
+struct Value {
+    std::string text;                    // as typed; the full word of a choice
+    std::uint32_t number = 0;            // <vlan>, <int>, <port> and <lag> (their ifNum)
+    std::vector<std::uint32_t> numbers;  // <vlans>, <ports> (their ifNums)
+    Mac mac;
+};
+
+struct Context {
+    Model &model;
+    CliSession &session;
+    std::string &out;
+
+    // Prints why the command was refused; for `return context.refuse("...")`.
+    bool refuse(const std::string &why) {
+        out += why + "\n";
+        return false;
+    }
+    // Prints the refusal that fits an OPEN_E_ code other than OPEN_E_NONE.
+    bool accept(open_error_t code);
+};
+
+using Values = std::vector<Value>;
+// False when the switch refuses the command; it has printed why.
+using Action = bool (*)(Context &, const Values &);
+// Appends this row's lines of the running configuration; `interface` is null outside interface mode.
+using Emit = void (*)(const Model &, const Interface *interface, std::string &out);
+
+using Modes = std::uint8_t;
+inline constexpr Modes modeBit(CliMode mode) {
+    return static_cast<Modes>(1u << static_cast<unsigned>(mode));
+}
+inline constexpr Modes kExec = modeBit(CliMode::Exec);
+inline constexpr Modes kConfig = modeBit(CliMode::Config);
+inline constexpr Modes kInterface = modeBit(CliMode::Interface);
+inline constexpr Modes kVlanDatabase = modeBit(CliMode::VlanDatabase);
+inline constexpr Modes kAnyMode = kExec | kConfig | kInterface | kVlanDatabase;
+
+struct Command {
+    Modes modes;
+    const char *syntax;
+    const char *help;
+    Action action;
+    Emit emit = nullptr;
+};
+
+// The tables, one per topic; the order is that of the running configuration.
+std::span<const Command> sessionCommands();
+std::span<const Command> vlanCommands();
+std::span<const Command> systemCommands();
+std::span<const Command> interfaceCommands();
+std::span<const Command> lagCommands();
+std::span<const Command> showCommands();
+
+// All rows in order.
+const std::vector<const Command *> &allCommands();
+
+// printf into a std::string, for show output.
+std::string format(const char *text, ...) __attribute__((format(printf, 1, 2)));
+
+// "10,20-22" for a sorted list.
+std::string rangeText(const std::vector<std::uint32_t> &numbers);
+
+// The text as it must be typed: quoted when it holds blanks or quotes.
+std::string quoted(const std::string &text);
+
+std::string runningConfig(const Model &model);
+std::string runningConfigOf(const Model &model, const Interface &interface);
+
+}  // namespace vswitch::cli
+
+#endif

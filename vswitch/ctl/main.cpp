@@ -1,0 +1,260 @@
+// vswitchctl: plug devices into the virtual switch, look at its tables, use its CLI, disturb it.
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <fstream>
+#include <iostream>
+#include <msgpack.hpp>
+#include <nlohmann/json.hpp>
+
+#include "platform/clock.h"
+#include "vswitch/client/transport.h"
+#include "vswitch/rpc/wire.h"
+
+namespace {
+
+using nlohmann::json;
+
+// Something went wrong; the text says what.
+struct Failure : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+json control(const json &request) {
+    msgpack::sbuffer buffer;
+    msgpack::packer packer(buffer);
+    packer.pack_array(2);
+    packer.pack(vswitch::rpc::kControlCall);
+    packer.pack(request.dump());
+    std::string reply;
+    if (!vswitch::client::exchange(buffer.data(), buffer.size(), reply))
+        throw Failure("the switch cannot be reached (is vswitchd running, is PAVO_ROOT the same?)");
+    const auto unpacked = msgpack::unpack(reply.data(), reply.size());
+    const auto out = json::parse(unpacked.get().via.array.ptr[1].as<std::string>());
+    if (!out.value("ok", false))
+        throw Failure(out.value("error", "refused"));
+    return out;
+}
+
+std::string cellText(const json &value) {
+    if (value.is_string())
+        return value.get<std::string>();
+    if (value.is_boolean())
+        return value.get<bool>() ? "yes" : "no";
+    if (!value.is_array())
+        return value.dump();
+    std::string out;
+    for (const auto &item : value)
+        out += (out.empty() ? "" : ",") + cellText(item);
+    return out;
+}
+
+void printTable(const json &rows) {
+    if (rows.empty()) {
+        std::puts("(empty)");
+        return;
+    }
+    std::vector<std::string> names;
+    std::vector<std::size_t> widths;
+    for (const auto &[name, value] : rows.front().items()) {
+        names.push_back(name);
+        widths.push_back(name.size());
+        for (const auto &row : rows)
+            widths.back() = std::max(widths.back(), cellText(row[name]).size());
+    }
+    const auto line = [&](auto textOf) {
+        std::string out;
+        for (std::size_t i = 0; i < names.size(); ++i) {
+            auto text = textOf(names[i]);
+            text.resize(std::max(text.size(), widths[i]), ' ');
+            out += text + "  ";
+        }
+        std::puts(out.substr(0, out.find_last_not_of(' ') + 1).c_str());
+    };
+    line([](const std::string &name) { return name; });
+    for (const auto &row : rows)
+        line([&](const std::string &name) { return cellText(row[name]); });
+}
+
+void printEvents(std::uint64_t &since, bool asJson) {
+    const auto out = control({{"op", "events"}, {"since", since}});
+    for (const auto &event : out["events"]) {
+        if (asJson)
+            std::puts(event.dump().c_str());
+        else
+            std::printf("%6llu  %-7s %s\n",
+                        static_cast<unsigned long long>(event["number"].get<std::uint64_t>()),
+                        event["kind"].get<std::string>().c_str(), event["text"].get<std::string>().c_str());
+    }
+    std::fflush(stdout);
+    since = out["last"];
+}
+
+// A session at the switch's command line, until "quit" in privileged mode or the end of the input.
+void interactive() {
+    const auto session = "ctl-" + std::to_string(::getpid());
+    const bool terminal = ::isatty(STDIN_FILENO) != 0;
+    auto prompt = control({{"op", "cli"}, {"session", session}, {"line", ""}})["prompt"].get<std::string>();
+    std::string line;
+    for (;;) {
+        if (terminal)
+            std::cout << prompt << std::flush;
+        if (!std::getline(std::cin, line) || line == "quit" || line == "logout")
+            return;
+        if (line.ends_with('?')) {
+            line.pop_back();
+            std::cout << control({{"op", "help"}, {"session", session}, {"line", line}})["output"]
+                             .get<std::string>();
+            continue;
+        }
+        const auto out = control({{"op", "cli"}, {"session", session}, {"line", line}});
+        std::cout << out["output"].get<std::string>();
+        prompt = out["prompt"].get<std::string>();
+    }
+}
+
+// A scenario is a list of control requests, an object {"op": "wait", "ms": n} between them if time is to
+// pass.
+void load(const std::string &path) {
+    std::ifstream in(path);
+    if (!in)
+        throw Failure("cannot read " + path);
+    const auto scenario = json::parse(in, nullptr, true, true);
+    std::size_t step = 0;
+    for (const auto &request : scenario.is_array() ? scenario : scenario.at("steps")) {
+        ++step;
+        try {
+            if (request.value("op", "") == "wait")
+                platform::sleepFor(std::chrono::milliseconds(request.value("ms", 0)));
+            else
+                control(request);
+        } catch (const std::exception &e) {
+            throw Failure(path + ", step " + std::to_string(step) + ": " + e.what());
+        }
+    }
+}
+
+int run(int argc, char **argv) {
+    CLI::App app{"vswitchctl - control the virtual switch OS of PAVO_ROOT"};
+    app.require_subcommand(1);
+    bool asJson = false;
+    app.add_flag("--json", asJson, "Answers as JSON");
+
+    json request;
+    std::string text, port, mac, behind, name, desc, chassis, portId, portDesc, sysName, ip;
+    std::vector<std::string> words;
+    std::uint32_t count = 1, vlan = 0;
+    std::uint64_t number = 0;
+    int code = -2;
+    bool flag = false;
+
+    auto *plug = app.add_subcommand("plug", "Plug a device into a port");
+    plug->add_option("name", name)->required();
+    plug->add_option("port", port, "0/1 to 0/N")->required();
+    plug->add_option("mac", mac)->required();
+    plug->add_option("--count", count, "Number of consecutive MAC addresses");
+    plug->add_option("--behind", behind, "Device whose pass-through port it uses");
+    plug->add_option("--vlan", vlan, "Sends frames tagged with this VLAN");
+    plug->add_option("--ip", ip, "IP address");
+    plug->add_option("--system-desc", desc, "LLDP system description; makes it an LLDP neighbour");
+    plug->add_option("--system-name", sysName, "LLDP system name");
+    plug->add_option("--chassis-id", chassis, "LLDP chassis ID, default the MAC address");
+    plug->add_option("--port-id", portId, "LLDP port ID, default the MAC address");
+    plug->add_option("--port-desc", portDesc, "LLDP port description");
+    plug->callback([&] {
+        request = {{"op", "plug"},   {"name", name},     {"port", port}, {"mac", mac},
+                   {"count", count}, {"behind", behind}, {"vlan", vlan}, {"ip", ip}};
+        if (!desc.empty()) {
+            request["lldp"] = {{"systemDesc", desc}, {"portDesc", portDesc}};
+            if (!chassis.empty())
+                request["lldp"]["chassisId"] = chassis;
+            if (!portId.empty())
+                request["lldp"]["portId"] = portId;
+            if (!sysName.empty())
+                request["lldp"]["systemName"] = sysName;
+        }
+    });
+    auto *unplug = app.add_subcommand("unplug", "Unplug a device and what is behind it");
+    unplug->add_option("name", name)->required();
+    unplug->callback([&] { request = {{"op", "unplug"}, {"name", name}}; });
+    auto *move = app.add_subcommand("move", "Plug a device into another port");
+    move->add_option("name", name)->required();
+    move->add_option("port", port)->required();
+    move->add_option("--behind", behind, "Device whose pass-through port it uses");
+    move->callback([&] { request = {{"op", "move"}, {"name", name}, {"port", port}, {"behind", behind}}; });
+    auto *talk = app.add_subcommand("talk", "Make a device talk, or fall silent with --off");
+    talk->add_option("name", name)->required();
+    talk->add_flag("--off", flag, "Silent: its table entries age");
+    talk->callback([&] { request = {{"op", "talk"}, {"name", name}, {"on", !flag}}; });
+    auto *link = app.add_subcommand("link", "Force a port's link");
+    link->add_option("port", port)->required();
+    link->add_option("state", text)->required()->check(CLI::IsMember({"up", "down", "auto"}));
+    link->callback([&] { request = {{"op", "link"}, {"port", port}, {"state", text}}; });
+
+    auto *table = app.add_subcommand(
+        "table", "Print a table: ports, lags, vlans, associations, fdb, lldp, devices, log");
+    table->add_option("name", name)->required();
+    auto *exec = app.add_subcommand("exec", "Run CLI lines, each one argument");
+    exec->add_option("lines", words)->required();
+    auto *cli = app.add_subcommand("cli", "A session at the switch's command line");
+    auto *loadFile = app.add_subcommand("load", "Carry out a scenario file (JSON)");
+    loadFile->add_option("file", text)->required();
+    auto *events = app.add_subcommand("events", "Print what happened on the switch");
+    events->add_option("--since", number, "Only events after this number");
+    events->add_flag("--follow", flag, "And go on until interrupted");
+
+    auto *latency = app.add_subcommand("latency", "Milliseconds until a membership change shows");
+    auto *latencyValue = latency->add_option("ms", number);
+    latency->callback([&] {
+        request = {{"op", "latency"}};
+        if (*latencyValue)
+            request["ms"] = number;
+    });
+    auto *fault = app.add_subcommand("fault", "Make an OpEN call fail");
+    fault->add_option("call", text, "Name, or '*' for any")->required();
+    fault->add_option("--nth", number, "From which call on (1 is the next)");
+    fault->add_option("--code", code, "Result code")->capture_default_str();
+    fault->add_flag("--once", flag, "Only that one");
+    fault->callback([&] {
+        request = {{"op", "fault"}, {"call", text}, {"nth", number}, {"code", code}, {"once", flag}};
+    });
+    auto *faults = app.add_subcommand("faults", "List the faults");
+    faults->add_flag("--clear", flag, "End them all");
+    faults->callback([&] { request = {{"op", "faults"}, {"clear", flag}}; });
+    auto *counters = app.add_subcommand("counters", "Calls answered and commands refused");
+    counters->add_flag("--reset", flag, "Count calls from zero");
+    counters->callback([&] { request = {{"op", "counters"}, {"reset", flag}}; });
+
+    CLI11_PARSE(app, argc, argv);
+
+    if (*table) {
+        const auto rows = control({{"op", "table"}, {"name", name}})["rows"];
+        if (asJson)
+            std::puts(rows.dump(2).c_str());
+        else
+            printTable(rows);
+    } else if (*exec) {
+        std::fputs(control({{"op", "exec"}, {"lines", words}})["output"].get<std::string>().c_str(), stdout);
+    } else if (*cli) {
+        interactive();
+    } else if (*loadFile) {
+        load(text);
+    } else if (*events) {
+        for (printEvents(number, asJson); flag; printEvents(number, asJson))
+            ::usleep(200'000);
+    } else {
+        auto out = control(request);
+        out.erase("ok");
+        if (!out.empty())
+            std::puts(out.dump(2).c_str());
+    }
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) try { return run(argc, argv); } catch (const std::exception &e) {
+    std::fprintf(stderr, "vswitchctl: %s\n", e.what());
+    return 1;
+}

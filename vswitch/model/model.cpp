@@ -1,0 +1,580 @@
+#include "vswitch/model/model.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace vswitch {
+namespace {
+
+constexpr Duration kAgePass = std::chrono::seconds(10);
+constexpr std::size_t kEventsKept = 4096;
+
+bool vlanIdValid(VlanId id) {
+    return id >= 1 && id <= kVlanMax;
+}
+
+}  // namespace
+
+Model::Model(ModelConfig config) : config_(std::move(config)) {
+    system_.hostName = config_.hostName;
+    system_.machineModel = config_.machineModel;
+    system_.osVersion = config_.osVersion;
+    system_.serialNumber = config_.serialNumber;
+    system_.burnedInMac = Mac::parse(config_.burnedInMac).value_or(Mac{});
+    system_.activeImage = config_.osVersion;
+    system_.backupImage = config_.osVersion;
+
+    config_.physicalPorts = std::clamp(config_.physicalPorts, 1u, kInterfacesMax);
+    config_.lags = std::min(config_.lags, kInterfacesMax - config_.physicalPorts);
+    for (std::uint32_t n = 1; n <= config_.physicalPorts + config_.lags; ++n) {
+        Interface interface;
+        interface.num = n;
+        interface.index = n;
+        if (n > config_.physicalPorts) {
+            interface.type = OPEN_INTF_TYPE_LAG;
+            interface.index = n - config_.physicalPorts;
+            interface.lagName = "ch" + std::to_string(interface.index);
+        }
+        interfaces_.emplace(n, std::move(interface));
+    }
+    vlans_.emplace(kDefaultVlan, Vlan{kDefaultVlan, defaultVlanName(kDefaultVlan), true});
+}
+
+void Model::advanceTo(Duration now, std::timespec wall) {
+    if (!started_) {
+        started_ = true;
+        now_ = bootTime_ = lastAged_ = now;
+    }
+    wall_ = wall;
+    now_ = std::max(now_, now);
+    while (!pending_.empty() && pending_.front().due <= now_) {
+        const auto change = pending_.front();
+        pending_.pop_front();
+        apply(change);
+    }
+    if (now_ - lastAged_ >= kAgePass)
+        age();
+}
+
+// --- interfaces
+// -------------------------------------------------------------------------------------------------
+
+const Interface *Model::interface(IfNum ifNum) const {
+    const auto it = interfaces_.find(ifNum);
+    return it == interfaces_.end() ? nullptr : &it->second;
+}
+
+Interface *Model::edit(IfNum ifNum) {
+    const auto it = interfaces_.find(ifNum);
+    return it == interfaces_.end() ? nullptr : &it->second;
+}
+
+IfNum Model::lagIfNum(std::uint32_t lagNumber) const {
+    return lagNumber >= 1 && lagNumber <= config_.lags ? config_.physicalPorts + lagNumber : 0;
+}
+
+open_error_t Model::setAdmin(IfNum ifNum, bool up) {
+    auto *interface = edit(ifNum);
+    if (interface == nullptr)
+        return OPEN_E_NOT_FOUND;
+    interface->adminUp = up;
+    refreshLink(ifNum);
+    return OPEN_E_NONE;
+}
+
+open_error_t Model::setCarrier(IfNum port, Carrier carrier) {
+    auto *interface = edit(port);
+    if (interface == nullptr || interface->isLag())
+        return OPEN_E_NOT_FOUND;
+    interface->carrier = carrier;
+    refreshLink(port);
+    return OPEN_E_NONE;
+}
+
+void Model::refreshLink(IfNum ifNum) {
+    auto &interface = interfaces_.at(ifNum);
+    bool up = interface.adminUp;
+    if (interface.isLag()) {
+        up = up && std::any_of(interface.members.begin(), interface.members.end(),
+                               [&](IfNum member) { return interfaces_.at(member).linkUp; });
+    } else if (interface.carrier != Carrier::FollowDevices) {
+        up = up && interface.carrier == Carrier::ForcedUp;
+    } else {
+        up = up && std::any_of(devices_.begin(), devices_.end(), [&](const auto &item) {
+                 return item.second.port == ifNum && item.second.behind.empty();
+             });
+    }
+    if (up == interface.linkUp)
+        return;
+    interface.linkUp = up;
+    const auto text = "Link " + std::string(up ? "Up" : "Down") + ": " + interface.name();
+    log(5, "TRAPMGR", "trapTask", text);
+    event("link", text);
+    if (interface.isLag())
+        return;
+    if (up) {
+        for (const auto &[name, device] : devices_)
+            if (device.port == ifNum)
+                learnDevice(device);
+    } else {
+        flushPort(ifNum);
+        lldp_.erase(ifNum);
+    }
+    if (interface.lag != 0)
+        refreshLink(interface.lag);
+}
+
+// --- VLANs
+// ------------------------------------------------------------------------------------------------------
+
+std::string Model::defaultVlanName(VlanId id) {
+    if (id == kDefaultVlan)
+        return "default";
+    auto digits = std::to_string(id);
+    return "VLAN" + std::string(4 - digits.size(), '0') + digits;
+}
+
+open_error_t Model::createVlan(VlanId id) {
+    if (!vlanIdValid(id))
+        return OPEN_E_PARAM;
+    // A deletion that has not taken effect yet is overtaken by the creation.
+    std::erase_if(pending_,
+                  [&](const Change &c) { return c.kind == ChangeKind::VlanDelete && c.vlan == id; });
+    if (vlans_.try_emplace(id, Vlan{id, defaultVlanName(id), true}).second) {
+        event("vlan", "VLAN " + std::to_string(id) + " created");
+        for (const auto &[name, device] : devices_)
+            if (device.tag == id)
+                learnDevice(device);
+    }
+    return OPEN_E_NONE;
+}
+
+open_error_t Model::deleteVlan(VlanId id) {
+    if (id == kDefaultVlan || !vlanIdValid(id))
+        return OPEN_E_PARAM;
+    if (!hasVlan(id))
+        return OPEN_E_NOT_FOUND;
+    submit({now_ + latency_, ChangeKind::VlanDelete, 0, id, 0});
+    return OPEN_E_NONE;
+}
+
+open_error_t Model::nameVlan(VlanId id, std::string name) {
+    const auto it = vlans_.find(id);
+    if (it == vlans_.end())
+        return OPEN_E_NOT_FOUND;
+    it->second.name = name.empty() ? defaultVlanName(id) : std::move(name);
+    return OPEN_E_NONE;
+}
+
+Membership Model::defaultMembership(VlanId id) {
+    return {id == kDefaultVlan ? OPEN_VLAN_PARTICIPATION_MODE_INCLUDE : OPEN_VLAN_PARTICIPATION_MODE_AUTO,
+            false};
+}
+
+Membership Model::membership(IfNum ifNum, VlanId id) const {
+    const auto *found = interface(ifNum);
+    if (found != nullptr)
+        if (const auto it = found->vlans.find(id); it != found->vlans.end())
+            return it->second;
+    return defaultMembership(id);
+}
+
+void Model::storeMembership(IfNum ifNum, VlanId id, const Membership &wanted) {
+    auto &vlans = interfaces_.at(ifNum).vlans;
+    if (wanted == defaultMembership(id))
+        vlans.erase(id);
+    else
+        vlans[id] = wanted;
+}
+
+open_error_t Model::setPvid(IfNum ifNum, VlanId id) {
+    if (interface(ifNum) == nullptr || !hasVlan(id))
+        return interface(ifNum) == nullptr ? OPEN_E_PARAM : OPEN_E_NOT_FOUND;
+    submit({now_ + latency_, ChangeKind::Pvid, ifNum, id, 0});
+    return OPEN_E_NONE;
+}
+
+open_error_t Model::setParticipation(IfNum ifNum, VlanId id, std::uint32_t mode) {
+    if (interface(ifNum) == nullptr || mode > OPEN_VLAN_PARTICIPATION_MODE_AUTO)
+        return OPEN_E_PARAM;
+    if (!hasVlan(id))
+        return OPEN_E_NOT_FOUND;
+    submit({now_ + latency_, ChangeKind::Participation, ifNum, id, mode});
+    return OPEN_E_NONE;
+}
+
+open_error_t Model::setTagging(IfNum ifNum, VlanId id, bool tagged) {
+    if (interface(ifNum) == nullptr)
+        return OPEN_E_PARAM;
+    if (!hasVlan(id))
+        return OPEN_E_NOT_FOUND;
+    submit({now_ + latency_, ChangeKind::Tagging, ifNum, id, tagged ? 1u : 0u});
+    return OPEN_E_NONE;
+}
+
+// Changes take effect in the order in which they were accepted, also when the latency was changed in between.
+void Model::submit(Change change) {
+    if (!pending_.empty())
+        change.due = std::max(change.due, pending_.back().due);
+    if (change.due <= now_)
+        apply(change);
+    else
+        pending_.push_back(change);
+}
+
+void Model::apply(const Change &change) {
+    // The VLAN may have gone while the change was on its way.
+    if (!hasVlan(change.vlan))
+        return;
+    if (change.kind == ChangeKind::VlanDelete) {
+        removeVlan(change.vlan);
+        return;
+    }
+    auto &interface = interfaces_.at(change.ifNum);
+    auto wanted = membership(change.ifNum, change.vlan);
+    const auto vlanText = std::to_string(change.vlan);
+    if (change.kind == ChangeKind::Pvid) {
+        if (interface.pvid == change.vlan)
+            return;
+        interface.pvid = change.vlan;
+        event("vlan", interface.name() + " PVID " + vlanText);
+        relearnInterface(change.ifNum);
+        return;
+    }
+    if (change.kind == ChangeKind::Participation)
+        wanted.participation = change.value;
+    else
+        wanted.tagged = change.value != 0;
+    if (wanted == membership(change.ifNum, change.vlan))
+        return;
+    storeMembership(change.ifNum, change.vlan, wanted);
+    static constexpr const char *kModes[] = {"include", "exclude", "auto"};
+    event("vlan", interface.name() + " VLAN " + vlanText + " " + kModes[wanted.participation] + ", " +
+                      (wanted.tagged ? "tagged" : "untagged"));
+    relearnInterface(change.ifNum);
+}
+
+void Model::removeVlan(VlanId id) {
+    vlans_.erase(id);
+    std::erase_if(associations_, [&](const auto &item) { return item.second == id; });
+    std::erase_if(fdb_, [&](const auto &item) { return item.first.vlan == id; });
+    for (auto &[num, interface] : interfaces_) {
+        interface.vlans.erase(id);
+        if (interface.pvid == id)
+            interface.pvid = kDefaultVlan;
+    }
+    event("vlan", "VLAN " + std::to_string(id) + " deleted");
+    relearnAll();
+}
+
+open_error_t Model::associateMac(const Mac &mac, VlanId id) {
+    if (const auto result = createVlan(id); result != OPEN_E_NONE)
+        return result;
+    associations_[mac] = id;
+    event("vlan", "MAC " + mac.text() + " associated with VLAN " + std::to_string(id));
+    relearnMac(mac);
+    return OPEN_E_NONE;
+}
+
+open_error_t Model::dissociateMac(const Mac &mac) {
+    if (associations_.erase(mac) == 0)
+        return OPEN_E_NOT_FOUND;
+    event("vlan", "MAC " + mac.text() + " association removed");
+    relearnMac(mac);
+    return OPEN_E_NONE;
+}
+
+// --- link aggregation
+// -------------------------------------------------------------------------------------------
+
+open_error_t Model::lagAdd(IfNum lag, IfNum port) {
+    auto *group = edit(lag);
+    auto *member = edit(port);
+    if (group == nullptr || !group->isLag() || member == nullptr || member->isLag())
+        return OPEN_E_PARAM;
+    if (member->lag != 0)
+        return OPEN_E_FAIL;
+    if (group->members.size() >= config_.lagMembersMax)
+        return OPEN_E_FULL;
+    group->members.insert(port);
+    member->lag = lag;
+    event("lag", member->name() + " joined " + group->name());
+    relearnPort(port);
+    refreshLink(lag);
+    return OPEN_E_NONE;
+}
+
+open_error_t Model::lagRemove(IfNum lag, IfNum port) {
+    auto *group = edit(lag);
+    auto *member = edit(port);
+    if (group == nullptr || !group->isLag() || member == nullptr)
+        return OPEN_E_PARAM;
+    if (group->members.erase(port) == 0)
+        return OPEN_E_NOT_FOUND;
+    member->lag = 0;
+    event("lag", member->name() + " left " + group->name());
+    relearnPort(port);
+    refreshLink(lag);
+    return OPEN_E_NONE;
+}
+
+open_error_t Model::setLagStatic(IfNum lag, bool isStatic) {
+    auto *group = edit(lag);
+    if (group == nullptr || !group->isLag())
+        return OPEN_E_PARAM;
+    group->lagStatic = isStatic;
+    return OPEN_E_NONE;
+}
+
+// --- forwarding database
+// ----------------------------------------------------------------------------------------
+
+IfNum Model::forwarderOf(IfNum port) const {
+    const auto *found = interface(port);
+    return found != nullptr && found->lag != 0 ? found->lag : port;
+}
+
+// The VLAN in which a frame of the device arrives; 0 when the switch drops it.
+VlanId Model::classify(const Device &device, const Mac &mac) const {
+    const auto forwarder = forwarderOf(device.port);
+    if (device.tag != 0) {
+        const bool member = hasVlan(device.tag) && membership(forwarder, device.tag).participation ==
+                                                       OPEN_VLAN_PARTICIPATION_MODE_INCLUDE;
+        return member ? device.tag : 0;
+    }
+    if (const auto it = associations_.find(mac); it != associations_.end())
+        return it->second;
+    return interfaces_.at(forwarder).pvid;
+}
+
+bool Model::onWire(const Device &device) const {
+    return device.talking && interfaces_.at(device.port).linkUp;
+}
+
+bool Model::install(const Mac &mac, VlanId vlan, IfNum port) {
+    const FdbKey key{mac, vlan};
+    const auto it = fdb_.find(key);
+    if (it == fdb_.end() && fdb_.size() >= config_.fdbCapacity) {
+        ++fdbRefused_;
+        return false;
+    }
+    if (it != fdb_.end() && it->second.type == OPEN_FDB_ADDR_STATIC)
+        return true;
+    fdb_[key] = {forwarderOf(port), port, OPEN_FDB_ADDR_LEARNED, now_};
+    return true;
+}
+
+open_error_t Model::learn(const Mac &mac, VlanId vlan, IfNum port) {
+    const auto *found = interface(port);
+    if (found == nullptr || found->isLag() || !hasVlan(vlan))
+        return OPEN_E_PARAM;
+    return install(mac, vlan, port) ? OPEN_E_NONE : OPEN_E_FULL;
+}
+
+void Model::learnDevice(const Device &device) {
+    if (!onWire(device))
+        return;
+    for (const auto &mac : device.macs)
+        if (const auto vlan = classify(device, mac); vlan != 0)
+            unlearned_ |= !install(mac, vlan, device.port);
+    hear(device);
+}
+
+void Model::flushPort(IfNum port) {
+    std::erase_if(fdb_, [&](const auto &item) {
+        return item.second.port == port && item.second.type == OPEN_FDB_ADDR_LEARNED;
+    });
+}
+
+void Model::relearnPort(IfNum port) {
+    flushPort(port);
+    for (const auto &[name, device] : devices_)
+        if (device.port == port)
+            learnDevice(device);
+}
+
+void Model::relearnInterface(IfNum ifNum) {
+    const auto &changed = interfaces_.at(ifNum);
+    if (!changed.isLag())
+        relearnPort(ifNum);
+    else
+        for (const auto member : changed.members)
+            relearnPort(member);
+}
+
+void Model::relearnMac(const Mac &mac) {
+    for (auto it = fdb_.lower_bound({mac, 0}); it != fdb_.end() && it->first.mac == mac;)
+        it = it->second.type == OPEN_FDB_ADDR_LEARNED ? fdb_.erase(it) : std::next(it);
+    const auto owner = macOwner_.find(mac);
+    if (owner == macOwner_.end())
+        return;
+    const auto &device = devices_.at(owner->second);
+    if (onWire(device))
+        if (const auto vlan = classify(device, mac); vlan != 0)
+            unlearned_ |= !install(mac, vlan, device.port);
+}
+
+void Model::relearnAll() {
+    for (const auto &[name, device] : devices_)
+        learnDevice(device);
+}
+
+void Model::clearFdb() {
+    std::erase_if(fdb_, [](const auto &item) { return item.second.type == OPEN_FDB_ADDR_LEARNED; });
+    relearnAll();
+}
+
+void Model::age() {
+    lastAged_ = now_;
+    for (auto it = fdb_.begin(); it != fdb_.end();) {
+        auto &[key, entry] = *it;
+        const auto owner = macOwner_.find(key.mac);
+        const Device *device = owner == macOwner_.end() ? nullptr : &devices_.at(owner->second);
+        const bool fresh = device != nullptr && device->port == entry.port && onWire(*device) &&
+                           classify(*device, key.mac) == key.vlan;
+        if (fresh)
+            entry.lastSeen = now_;
+        const bool old = entry.type == OPEN_FDB_ADDR_LEARNED && now_ - entry.lastSeen >= system_.fdbAgeTime;
+        it = old ? fdb_.erase(it) : std::next(it);
+    }
+    for (auto &[port, neighbours] : lldp_) {
+        for (auto &[index, neighbour] : neighbours)
+            if (const auto owner = devices_.find(neighbour.device);
+                owner != devices_.end() && owner->second.port == port && onWire(owner->second))
+                neighbour.lastHeard = now_;
+        std::erase_if(neighbours, [&](const auto &item) {
+            const auto &neighbour = item.second;
+            if (now_ - neighbour.lastHeard < std::chrono::seconds(neighbour.fields.ttl))
+                return false;
+            event("lldp", "neighbour " + neighbour.device + " expired");
+            return true;
+        });
+    }
+    if (std::exchange(unlearned_, false))
+        relearnAll();
+}
+
+// --- LLDP and devices
+// -------------------------------------------------------------------------------------------
+
+void Model::hear(const Device &device) {
+    // Only what is at the port itself is heard: LLDP does not pass through a device.
+    if (!device.lldp || !device.behind.empty())
+        return;
+    auto &neighbours = lldp_[device.port];
+    for (auto &[index, neighbour] : neighbours)
+        if (neighbour.device == device.name) {
+            neighbour.fields = *device.lldp;
+            neighbour.lastHeard = now_;
+            return;
+        }
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(upTime()).count();
+    neighbours.emplace(nextRemIndex_++, LldpNeighbour{static_cast<std::uint32_t>(seconds) + 1, *device.lldp,
+                                                      device.name, now_});
+    event("lldp", "neighbour " + device.name + " on " + interfaces_.at(device.port).name());
+}
+
+open_error_t Model::plug(Device device) {
+    const auto *port = interface(device.port);
+    if (device.name.empty() || port == nullptr || port->isLag())
+        return OPEN_E_PARAM;
+    if (devices_.contains(device.name) ||
+        std::any_of(device.macs.begin(), device.macs.end(),
+                    [&](const Mac &mac) { return macOwner_.contains(mac); }))
+        return OPEN_E_FAIL;
+    if (device.lldp)
+        for (auto *text : {&device.lldp->chassisId, &device.lldp->portId, &device.lldp->portDesc,
+                           &device.lldp->systemName, &device.lldp->systemDesc})
+            text->resize(std::min(text->size(), kLldpTextMax));
+    for (const auto &mac : device.macs)
+        macOwner_[mac] = device.name;
+    event("device", device.name + " plugged into " + port->name());
+    const auto ifNum = device.port;
+    const auto &stored = devices_.emplace(device.name, std::move(device)).first->second;
+    const bool hadLink = port->linkUp;
+    refreshLink(ifNum);
+    if (hadLink)
+        learnDevice(stored);
+    return OPEN_E_NONE;
+}
+
+open_error_t Model::unplug(const std::string &name) {
+    const auto it = devices_.find(name);
+    if (it == devices_.end())
+        return OPEN_E_NOT_FOUND;
+    const auto port = it->second.port;
+    std::vector<std::string> followers;
+    for (const auto &[other, device] : devices_)
+        if (device.behind == name)
+            followers.push_back(other);
+    for (const auto &mac : it->second.macs)
+        macOwner_.erase(mac);
+    devices_.erase(it);
+    event("device", name + " unplugged");
+    refreshLink(port);
+    for (const auto &follower : followers)
+        unplug(follower);
+    return OPEN_E_NONE;
+}
+
+open_error_t Model::move(const std::string &name, IfNum port, const std::string &behind) {
+    const auto it = devices_.find(name);
+    if (it == devices_.end())
+        return OPEN_E_NOT_FOUND;
+    const auto *target = interface(port);
+    if (target == nullptr || target->isLag() || behind == name)
+        return OPEN_E_PARAM;
+    auto moved = it->second;
+    moved.port = port;
+    moved.behind = behind;
+    std::vector<std::string> followers;
+    for (const auto &[other, device] : devices_)
+        if (device.behind == name)
+            followers.push_back(other);
+    const auto from = it->second.port;
+    it->second = moved;
+    event("device", name + " moved to " + target->name());
+    refreshLink(from);
+    // What was learned of it elsewhere is outdated by its first frame on the new port.
+    for (const auto &mac : moved.macs)
+        relearnMac(mac);
+    const bool hadLink = target->linkUp;
+    refreshLink(port);
+    if (hadLink)
+        learnDevice(it->second);
+    if (auto heard = lldp_.find(from); heard != lldp_.end() && from != port)
+        std::erase_if(heard->second, [&](const auto &item) { return item.second.device == name; });
+    for (const auto &follower : followers)
+        move(follower, port, name);
+    return OPEN_E_NONE;
+}
+
+open_error_t Model::setTalking(const std::string &name, bool talking) {
+    const auto it = devices_.find(name);
+    if (it == devices_.end())
+        return OPEN_E_NOT_FOUND;
+    // Bring the entries up to now first: silence counts from this moment.
+    age();
+    it->second.talking = talking;
+    event("device", name + (talking ? " talks" : " is silent"));
+    learnDevice(it->second);
+    return OPEN_E_NONE;
+}
+
+// --- log and events
+// ---------------------------------------------------------------------------------------------
+
+void Model::log(int severity, std::string component, std::string place, std::string text) {
+    event("log", text);
+    log_.push_back({nextLog_++, wall_, severity, std::move(component), std::move(place), std::move(text)});
+    if (log_.size() > config_.logCapacity)
+        log_.pop_front();
+}
+
+void Model::event(std::string kind, std::string text) {
+    events_.push_back({nextEvent_++, wall_, std::move(kind), std::move(text)});
+    if (events_.size() > kEventsKept)
+        events_.pop_front();
+}
+
+}  // namespace vswitch

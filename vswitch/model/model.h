@@ -1,0 +1,155 @@
+// The state of the virtual switch and the rules that keep it consistent. No input or output, no threads: one
+// caller at a time. Results are OPEN_E_ codes.
+//
+// What holds at all times:
+//  - every interface has a PVID that exists as a VLAN; memberships and MAC associations name existing VLANs
+//  only;
+//  - a port is a member of at most one LAG; a LAG forwards for its members, so entries learned on a member
+//  are the
+//    LAG's, and the LAG's VLAN settings are what counts for it;
+//  - learned forwarding entries and neighbours exist only on ports with link; the table never exceeds its
+//  capacity.
+//
+// A change of membership (PVID, participation, tagging, deletion of a VLAN) takes effect `latency` after it
+// was accepted. Devices that talk keep their entries fresh; a device at a switch port gives the port link,
+// one behind another device does not.
+#ifndef PAVO_VSWITCH_MODEL_MODEL_H
+#define PAVO_VSWITCH_MODEL_MODEL_H
+
+#include <deque>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "vswitch/model/types.h"
+
+namespace vswitch {
+
+class Model {
+  public:
+    explicit Model(ModelConfig config = {});
+
+    // Moves the switch's time: due membership changes take effect, tables age. Time never goes back.
+    void advanceTo(Duration now, std::timespec wall);
+    Duration upTime() const { return now_ - bootTime_; }
+
+    const ModelConfig &config() const { return config_; }
+    const SystemInfo &system() const { return system_; }
+    SystemInfo &system() { return system_; }
+
+    // --- interfaces
+    const std::map<IfNum, Interface> &interfaces() const { return interfaces_; }
+    const Interface *interface(IfNum ifNum) const;
+    // For settings without rules: description, speed, mtu, 802.1X, PTP, accepted frames, LAG name.
+    Interface *edit(IfNum ifNum);
+    IfNum lagIfNum(std::uint32_t lagNumber) const;  // 0 when there is none
+    open_error_t setAdmin(IfNum ifNum, bool up);
+    open_error_t setCarrier(IfNum port, Carrier carrier);
+
+    // --- VLANs
+    const std::map<VlanId, Vlan> &vlans() const { return vlans_; }
+    bool hasVlan(VlanId id) const { return vlans_.contains(id); }
+    open_error_t createVlan(VlanId id);  // fine when it exists
+    open_error_t deleteVlan(VlanId id);
+    open_error_t nameVlan(VlanId id, std::string name);  // empty: the default name
+    static std::string defaultVlanName(VlanId id);
+
+    Membership membership(IfNum ifNum, VlanId id) const;
+    static Membership defaultMembership(VlanId id);
+    open_error_t setPvid(IfNum ifNum, VlanId id);
+    open_error_t setParticipation(IfNum ifNum, VlanId id, std::uint32_t mode);
+    open_error_t setTagging(IfNum ifNum, VlanId id, bool tagged);
+
+    const std::map<Mac, VlanId> &macAssociations() const { return associations_; }
+    open_error_t associateMac(const Mac &mac, VlanId id);  // creates the VLAN when needed
+    open_error_t dissociateMac(const Mac &mac);
+
+    // --- link aggregation
+    open_error_t lagAdd(IfNum lag, IfNum port);
+    open_error_t lagRemove(IfNum lag, IfNum port);
+    open_error_t setLagStatic(IfNum lag, bool isStatic);
+
+    // --- forwarding database
+    const std::map<FdbKey, FdbEntry> &fdb() const { return fdb_; }
+    open_error_t learn(const Mac &mac, VlanId vlan, IfNum port);  // as if a frame had arrived
+    void clearFdb();                                          // learned entries; talking devices come back
+    std::uint64_t fdbRefused() const { return fdbRefused_; }  // addresses not learned because it was full
+
+    // --- LLDP
+    const std::map<IfNum, std::map<std::uint32_t, LldpNeighbour>> &lldp() const { return lldp_; }
+
+    // --- devices of the outside world
+    const std::map<std::string, Device> &devices() const { return devices_; }
+    open_error_t plug(Device device);  // FAIL: the name is in use; PARAM: no such port
+    open_error_t unplug(const std::string &name);
+    open_error_t move(const std::string &name, IfNum port, const std::string &behind);
+    open_error_t setTalking(const std::string &name, bool talking);
+
+    // --- behaviour
+    Duration latency() const { return latency_; }
+    void setLatency(Duration latency) { latency_ = latency; }
+
+    // --- system log and events
+    void log(int severity, std::string component, std::string place, std::string text);
+    const std::deque<LogLine> &logLines() const { return log_; }
+    void clearLog() { log_.clear(); }
+    const std::deque<Event> &events() const { return events_; }
+
+  private:
+    enum class ChangeKind { Pvid, Participation, Tagging, VlanDelete };
+    struct Change {
+        Duration due;
+        ChangeKind kind;
+        IfNum ifNum;
+        VlanId vlan;
+        std::uint32_t value;
+    };
+
+    void submit(Change change);
+    void apply(const Change &change);
+    void removeVlan(VlanId id);
+    void storeMembership(IfNum ifNum, VlanId id, const Membership &membership);
+
+    IfNum forwarderOf(IfNum port) const;
+    VlanId classify(const Device &device, const Mac &mac) const;
+    bool onWire(const Device &device) const;
+    void learnDevice(const Device &device);
+    void relearnPort(IfNum port);
+    void relearnInterface(IfNum ifNum);
+    void relearnMac(const Mac &mac);
+    void relearnAll();
+    bool install(const Mac &mac, VlanId vlan, IfNum port);
+    void flushPort(IfNum port);
+    void hear(const Device &device);
+    void refreshLink(IfNum port);
+    void age();
+    void event(std::string kind, std::string text);
+
+    ModelConfig config_;
+    SystemInfo system_;
+    Duration now_{}, bootTime_{}, lastAged_{};
+    bool started_ = false;
+    std::timespec wall_{};
+    Duration latency_{};
+    std::deque<Change> pending_;
+
+    std::map<IfNum, Interface> interfaces_;
+    std::map<VlanId, Vlan> vlans_;
+    std::map<Mac, VlanId> associations_;
+    std::map<FdbKey, FdbEntry> fdb_;
+    std::uint64_t fdbRefused_ = 0;
+    bool unlearned_ = false;  // some talking device's address found no room
+    std::map<IfNum, std::map<std::uint32_t, LldpNeighbour>> lldp_;
+    std::uint32_t nextRemIndex_ = 1;
+    std::map<std::string, Device> devices_;
+    std::map<Mac, std::string> macOwner_;
+
+    std::deque<LogLine> log_;
+    std::uint64_t nextLog_ = 1;
+    std::deque<Event> events_;
+    std::uint64_t nextEvent_ = 1;
+};
+
+}  // namespace vswitch
+
+#endif

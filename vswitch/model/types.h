@@ -1,0 +1,173 @@
+// The plain data of the virtual switch.
+#ifndef PAVO_VSWITCH_MODEL_TYPES_H
+#define PAVO_VSWITCH_MODEL_TYPES_H
+
+#include <array>
+#include <compare>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/clock.h"
+#include "platform/open_client.h"
+
+namespace vswitch {
+
+using platform::Duration;
+using IfNum = std::uint32_t;
+using VlanId = std::uint32_t;
+
+inline constexpr VlanId kDefaultVlan = 1;
+inline constexpr VlanId kVlanMax = 4094;
+inline constexpr std::uint32_t kInterfacesMax = 896;
+// LLDP texts hold up to 255 bytes on the wire.
+inline constexpr std::size_t kLldpTextMax = 255;
+
+struct Mac {
+    std::array<std::uint8_t, 6> bytes{};
+
+    auto operator<=>(const Mac &) const = default;
+    static std::optional<Mac> parse(std::string_view text);  // six hexadecimal groups, ':' or '-' between
+    std::string text() const;                                // upper case, ':' between
+    Mac plus(std::uint32_t n) const;                         // the n-th address after this one
+};
+
+struct ModelConfig {
+    std::uint32_t physicalPorts = 48;
+    std::uint32_t lags = 24;
+    std::uint32_t lagMembersMax = 8;
+    std::size_t fdbCapacity = 16384;
+    std::size_t logCapacity = 4096;
+    std::string hostName = "avswitch";
+    std::string machineModel = "AVM4848-24X";
+    std::string osVersion = "8.6.3.1";
+    std::string burnedInMac = "02:50:56:00:10:00";
+    std::string serialNumber = "VS0000001";
+};
+
+struct SystemInfo {
+    std::string hostName, machineModel, osVersion, serialNumber;
+    Mac burnedInMac;
+    std::array<std::uint32_t, 4> apiVersion{1, 25, 0, 1};
+    std::string activeImage, backupImage, nextActive = "active";
+    Duration fdbAgeTime = std::chrono::seconds(300);
+    bool dot1xEnabled = false;
+    bool ptpTransparentClock = true;
+    // Management address.
+    VlanId mgmtVlan = 1;
+    bool mgmtDhcp = true;
+    std::string mgmtIp = "0.0.0.0", mgmtMask = "0.0.0.0", mgmtGateway = "0.0.0.0";
+};
+
+// How an interface takes part in one VLAN; VLANs not mentioned by an interface have the default.
+struct Membership {
+    std::uint32_t participation = OPEN_VLAN_PARTICIPATION_MODE_AUTO;
+    bool tagged = false;
+
+    bool operator==(const Membership &) const = default;
+};
+
+enum class AcceptFrames { All, VlanOnly, AdminUntaggedOnly };
+// What decides whether a port has link: the devices plugged into it, or an operator's word.
+enum class Carrier { FollowDevices, ForcedUp, ForcedDown };
+
+struct Interface {
+    IfNum num = 0;
+    std::uint32_t type = OPEN_INTF_TYPE_PHY;
+    std::uint32_t index = 0;  // port number, or LAG number from 1
+    bool adminUp = true;
+    bool linkUp = false;
+    Carrier carrier = Carrier::FollowDevices;
+    std::string description;
+    std::string speed = "auto";
+    std::uint32_t mtu = 1518;
+
+    VlanId pvid = kDefaultVlan;
+    std::map<VlanId, Membership> vlans;  // only what differs from the default
+    AcceptFrames acceptFrames = AcceptFrames::All;
+
+    std::uint32_t dot1xControlMode = OPEN_DOT1X_AUTO;
+    bool ptpTcEnabled = true;
+
+    IfNum lag = 0;  // physical port: the LAG it is a member of
+
+    // LAG only.
+    std::string lagName;
+    std::set<IfNum> members;
+    bool lagStatic = true;
+
+    bool isLag() const { return type == OPEN_INTF_TYPE_LAG; }
+    std::string name() const;  // "0/1", "lag 1"
+};
+
+struct Vlan {
+    VlanId id = 0;
+    std::string name;
+    bool isStatic = true;
+};
+
+struct FdbKey {
+    Mac mac;
+    VlanId vlan = 0;
+    auto operator<=>(const FdbKey &) const = default;
+};
+
+struct FdbEntry {
+    IfNum ifNum = 0;  // the interface that forwards: the port, or the LAG it is in
+    IfNum port = 0;   // the physical port of a learned entry, else as ifNum
+    std::uint32_t type = OPEN_FDB_ADDR_LEARNED;
+    Duration lastSeen{};
+};
+
+struct LldpFields {
+    std::uint32_t chassisIdSubtype = 4;  // MAC address
+    std::string chassisId;
+    std::uint32_t portIdSubtype = 3;  // MAC address
+    std::string portId;
+    std::string portDesc, systemName, systemDesc, mgmtAddress;
+    std::uint32_t ttl = 120;
+};
+
+struct LldpNeighbour {
+    std::uint32_t timeStamp = 0;  // seconds of up time at which it was first heard, from 1
+    LldpFields fields;
+    std::string device;
+    Duration lastHeard{};
+};
+
+// A device of the outside world and where it is plugged in.
+struct Device {
+    std::string name;
+    IfNum port = 0;
+    std::string
+        behind;  // name of the device whose pass-through port it uses; empty: at the switch port itself
+    std::vector<Mac> macs;
+    VlanId tag = 0;  // sends frames tagged with this VLAN; 0: untagged
+    std::string ip;
+    std::optional<LldpFields> lldp;
+    bool talking = true;
+};
+
+struct LogLine {
+    std::uint64_t number = 0;
+    std::timespec wall{};
+    int severity = 6;
+    std::string component;  // process or subsystem
+    std::string place;      // source file and line
+    std::string text;
+};
+
+struct Event {
+    std::uint64_t number = 0;
+    std::timespec wall{};
+    std::string kind;  // "link", "vlan", "fdb", "lldp", "device", "log", ...
+    std::string text;
+};
+
+}  // namespace vswitch
+
+#endif

@@ -1,0 +1,355 @@
+#include "vswitch/server/control.h"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+
+#include "vswitch/server/server.h"
+
+namespace vswitch {
+namespace {
+
+using nlohmann::json;
+
+constexpr std::size_t kSessionsMax = 64;
+constexpr std::uint32_t kMacsMax = 65536;
+
+struct Request {
+    Server &server;
+    std::map<std::string, CliSession> &sessions;
+    const json &body;
+};
+
+// A request that cannot be carried out; its text goes to the requester.
+struct Refusal : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+void require(open_error_t code, const char *what) {
+    if (code != OPEN_E_NONE)
+        throw Refusal(std::string(what) + " (code " + std::to_string(code) + ")");
+}
+
+Mac macOf(const json &value) {
+    const auto mac = Mac::parse(value.get<std::string>());
+    if (!mac)
+        throw Refusal("not a MAC address: " + value.get<std::string>());
+    return *mac;
+}
+
+// A port number, or a name "0/5".
+IfNum portOf(const json &body) {
+    const auto &port = body.at("port");
+    if (port.is_number_unsigned())
+        return port.get<IfNum>();
+    const auto text = port.get<std::string>();
+    if (!text.starts_with("0/"))
+        throw Refusal("not a port: " + text);
+    return static_cast<IfNum>(std::stoul(text.substr(2)));
+}
+
+Device deviceOf(const json &body) {
+    Device device;
+    device.name = body.at("name").get<std::string>();
+    device.port = portOf(body);
+    device.behind = body.value("behind", "");
+    device.tag = body.value("vlan", 0u);
+    device.ip = body.value("ip", "");
+    device.talking = body.value("talking", true);
+    const auto count = body.value("count", 1u);
+    if (count > kMacsMax)
+        throw Refusal("too many addresses");
+    if (body.contains("mac"))
+        for (std::uint32_t n = 0; n < count; ++n)
+            device.macs.push_back(macOf(body["mac"]).plus(n));
+    if (body.contains("macs"))
+        for (const auto &mac : body["macs"])
+            device.macs.push_back(macOf(mac));
+    if (body.contains("lldp")) {
+        const auto &in = body["lldp"];
+        LldpFields lldp;
+        const auto own = device.macs.empty() ? std::string() : device.macs.front().text();
+        lldp.chassisId = in.value("chassisId", own);
+        lldp.chassisIdSubtype = in.value("chassisIdSubtype", lldp.chassisIdSubtype);
+        lldp.portId = in.value("portId", own);
+        lldp.portIdSubtype = in.value("portIdSubtype", lldp.portIdSubtype);
+        lldp.portDesc = in.value("portDesc", "");
+        lldp.systemName = in.value("systemName", device.name);
+        lldp.systemDesc = in.value("systemDesc", "");
+        lldp.mgmtAddress = in.value("mgmtAddress", device.ip);
+        lldp.ttl = in.value("ttl", lldp.ttl);
+        device.lldp = std::move(lldp);
+    }
+    return device;
+}
+
+CliSession &sessionOf(const Request &request) {
+    const auto id = request.body.value("session", "default");
+    if (!request.sessions.contains(id) && request.sessions.size() >= kSessionsMax)
+        request.sessions.clear();
+    return request.sessions[id];
+}
+
+// --- operations
+// -------------------------------------------------------------------------------------------------
+
+json plug(const Request &r) {
+    require(r.server.model().plug(deviceOf(r.body)), "cannot plug: name or address in use, or no such port");
+    return {};
+}
+
+json unplug(const Request &r) {
+    require(r.server.model().unplug(r.body.at("name").get<std::string>()), "no such device");
+    return {};
+}
+
+json moveDevice(const Request &r) {
+    require(r.server.model().move(r.body.at("name").get<std::string>(), portOf(r.body),
+                                  r.body.value("behind", "")),
+            "no such device or port");
+    return {};
+}
+
+json talk(const Request &r) {
+    require(r.server.model().setTalking(r.body.at("name").get<std::string>(), r.body.value("on", true)),
+            "no such device");
+    return {};
+}
+
+json link(const Request &r) {
+    const auto state = r.body.at("state").get<std::string>();
+    if (state != "up" && state != "down" && state != "auto")
+        throw Refusal("state is up, down or auto");
+    const auto carrier = state == "up"     ? Carrier::ForcedUp
+                         : state == "down" ? Carrier::ForcedDown
+                                           : Carrier::FollowDevices;
+    require(r.server.model().setCarrier(portOf(r.body), carrier), "no such port");
+    return {};
+}
+
+json cliLine(const Request &r) {
+    auto &session = sessionOf(r);
+    const auto output = r.server.cli().run(session, r.body.value("line", ""));
+    return {{"output", output}, {"prompt", r.server.cli().prompt(session)}};
+}
+
+json cliHelp(const Request &r) {
+    return {{"output", r.server.cli().help(sessionOf(r), r.body.value("line", ""))}};
+}
+
+json execLines(const Request &r) {
+    CliSession session;
+    std::string output;
+    for (const auto &line : r.body.at("lines"))
+        output += r.server.cli().run(session, line.get<std::string>());
+    return {{"output", output}};
+}
+
+json latency(const Request &r) {
+    if (r.body.contains("ms"))
+        r.server.model().setLatency(std::chrono::milliseconds(r.body["ms"].get<std::uint32_t>()));
+    return {
+        {"ms", std::chrono::duration_cast<std::chrono::milliseconds>(r.server.model().latency()).count()}};
+}
+
+json addFault(const Request &r) {
+    Fault fault;
+    fault.call = r.body.value("call", "*");
+    fault.nth = std::max<std::uint64_t>(1, r.body.value("nth", std::uint64_t{1}));
+    fault.code = r.body.value("code", open_error_t{OPEN_E_FAIL});
+    fault.once = r.body.value("once", false);
+    r.server.addFault(std::move(fault));
+    return {};
+}
+
+json faults(const Request &r) {
+    if (r.body.value("clear", false))
+        r.server.clearFaults();
+    auto rows = json::array();
+    for (const auto &f : r.server.faults())
+        rows.push_back(
+            {{"call", f.call}, {"nth", f.nth}, {"code", f.code}, {"once", f.once}, {"seen", f.seen}});
+    return {{"faults", rows}};
+}
+
+json counters(const Request &r) {
+    auto &server = r.server;
+    json out = {{"calls", server.callCounts()},
+                {"total", server.callTotal()},
+                {"unknownCommands", server.cli().unknownCommands()},
+                {"refusedCommands", server.cli().refusedCommands()},
+                {"fdbRefused", server.model().fdbRefused()}};
+    if (r.body.value("reset", false))
+        server.resetCounts();
+    return out;
+}
+
+json timeOf(const std::timespec &wall) {
+    return static_cast<double>(wall.tv_sec) + static_cast<double>(wall.tv_nsec) / 1e9;
+}
+
+json events(const Request &r) {
+    const auto &all = r.server.model().events();
+    const auto since = r.body.value("since", std::uint64_t{0});
+    auto rows = json::array();
+    for (const auto &event : all)
+        if (event.number > since)
+            rows.push_back({{"number", event.number},
+                            {"time", timeOf(event.wall)},
+                            {"kind", event.kind},
+                            {"text", event.text}});
+    return {{"events", rows}, {"last", all.empty() ? since : all.back().number}};
+}
+
+// --- tables
+// -----------------------------------------------------------------------------------------------------
+
+std::string nameOf(const Model &model, IfNum ifNum) {
+    const auto *interface = model.interface(ifNum);
+    return interface != nullptr ? interface->name() : "";
+}
+
+json interfaceRow(const Model &model, const Interface &i) {
+    json tagged = json::array(), included = json::array();
+    for (const auto &[id, m] : i.vlans) {
+        if (m.participation == OPEN_VLAN_PARTICIPATION_MODE_INCLUDE)
+            included.push_back(id);
+        if (m.tagged)
+            tagged.push_back(id);
+    }
+    return {
+        {"ifNum", i.num},   {"name", i.name()}, {"admin", i.adminUp},          {"link", i.linkUp},
+        {"pvid", i.pvid},   {"tagged", tagged}, {"included", included},        {"lag", nameOf(model, i.lag)},
+        {"speed", i.speed}, {"mtu", i.mtu},     {"dot1x", i.dot1xControlMode}, {"ptpTc", i.ptpTcEnabled}};
+}
+
+json portRows(const Model &model) {
+    auto rows = json::array();
+    for (const auto &[num, i] : model.interfaces())
+        if (!i.isLag())
+            rows.push_back(interfaceRow(model, i));
+    return rows;
+}
+
+json lagRows(const Model &model) {
+    auto rows = json::array();
+    for (const auto &[num, i] : model.interfaces())
+        if (i.isLag()) {
+            auto row = interfaceRow(model, i);
+            row["members"] = i.members;
+            row["static"] = i.lagStatic;
+            row["lagName"] = i.lagName;
+            rows.push_back(std::move(row));
+        }
+    return rows;
+}
+
+json vlanRows(const Model &model) {
+    auto rows = json::array();
+    for (const auto &[id, vlan] : model.vlans())
+        rows.push_back({{"id", id}, {"name", vlan.name}, {"static", vlan.isStatic}});
+    return rows;
+}
+
+json associationRows(const Model &model) {
+    auto rows = json::array();
+    for (const auto &[mac, id] : model.macAssociations())
+        rows.push_back({{"mac", mac.text()}, {"vlan", id}});
+    return rows;
+}
+
+json fdbRows(const Model &model) {
+    auto rows = json::array();
+    for (const auto &[key, entry] : model.fdb())
+        rows.push_back({{"mac", key.mac.text()},
+                        {"vlan", key.vlan},
+                        {"interface", nameOf(model, entry.ifNum)},
+                        {"port", entry.port},
+                        {"learned", entry.type == OPEN_FDB_ADDR_LEARNED}});
+    return rows;
+}
+
+json lldpRows(const Model &model) {
+    auto rows = json::array();
+    for (const auto &[port, neighbours] : model.lldp())
+        for (const auto &[index, n] : neighbours)
+            rows.push_back({{"port", port},
+                            {"remIndex", index},
+                            {"chassisId", n.fields.chassisId},
+                            {"portId", n.fields.portId},
+                            {"portDesc", n.fields.portDesc},
+                            {"systemName", n.fields.systemName},
+                            {"systemDesc", n.fields.systemDesc},
+                            {"mgmtAddress", n.fields.mgmtAddress}});
+    return rows;
+}
+
+json deviceRows(const Model &model) {
+    auto rows = json::array();
+    for (const auto &[name, d] : model.devices()) {
+        auto macs = json::array();
+        for (const auto &mac : d.macs)
+            macs.push_back(mac.text());
+        rows.push_back(
+            {{"name", name}, {"port", d.port}, {"behind", d.behind}, {"macs", macs}, {"talking", d.talking}});
+    }
+    return rows;
+}
+
+json logRows(const Model &model) {
+    auto rows = json::array();
+    for (const auto &line : model.logLines())
+        rows.push_back({{"number", line.number},
+                        {"time", timeOf(line.wall)},
+                        {"severity", line.severity},
+                        {"component", line.component},
+                        {"place", line.place},
+                        {"text", line.text}});
+    return rows;
+}
+
+constexpr std::pair<const char *, json (*)(const Model &)> kTables[] = {
+    {"ports", portRows}, {"lags", lagRows},  {"vlans", vlanRows},     {"associations", associationRows},
+    {"fdb", fdbRows},    {"lldp", lldpRows}, {"devices", deviceRows}, {"log", logRows}};
+
+json tableOf(const Request &r) {
+    const auto name = r.body.at("name").get<std::string>();
+    for (const auto &[known, rows] : kTables)
+        if (name == known)
+            return {{"rows", rows(r.server.model())}};
+    throw Refusal("no such table: " + name);
+}
+
+constexpr std::pair<const char *, json (*)(const Request &)> kOperations[] = {
+    {"plug", plug},     {"unplug", unplug}, {"move", moveDevice}, {"talk", talk},        {"link", link},
+    {"cli", cliLine},   {"help", cliHelp},  {"exec", execLines},  {"latency", latency},  {"fault", addFault},
+    {"faults", faults}, {"table", tableOf}, {"events", events},   {"counters", counters}};
+
+json answer(Server &server, std::map<std::string, CliSession> &sessions, const std::string &text) {
+    const auto body = json::parse(text);
+    const auto op = body.at("op").get<std::string>();
+    for (const auto &[name, run] : kOperations)
+        if (op == name) {
+            auto out = run({server, sessions, body});
+            out["ok"] = true;
+            return out;
+        }
+    throw Refusal("no such operation: " + op);
+}
+
+}  // namespace
+
+std::string runControl(Server &server, std::map<std::string, CliSession> &sessions, const std::string &text) {
+    json out;
+    try {
+        out = answer(server, sessions, text);
+    } catch (const json::exception &e) {
+        out = {{"ok", false}, {"error", e.what()}};
+    } catch (const std::exception &e) {
+        out = {{"ok", false}, {"error", e.what()}};
+    }
+    // Device texts may hold bytes that are no UTF-8.
+    return out.dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
+}  // namespace vswitch

@@ -1,0 +1,130 @@
+#include "vswitch/server/server.h"
+
+#include <msgpack.hpp>
+#include <tuple>
+#include <unordered_map>
+
+#include "platform/clock.h"
+#include "vswitch/rpc/kinds.h"
+#include "vswitch/rpc/wire.h"
+#include "vswitch/server/control.h"
+
+namespace vswitch {
+namespace {
+
+using rpc::Packer;
+using Arguments = msgpack::object_array;
+using Dispatch = void (*)(Calls &, const Arguments &, Packer &);
+
+// Runs one handler: takes its arguments from the request and packs code and results.
+template <auto Handler, class... Kinds>
+void dispatch(Calls &calls, const Arguments &request, Packer &packer) {
+    std::tuple<typename Kinds::State...> states;
+    constexpr std::size_t kIn = (0 + ... + (Kinds::kGoesIn ? 1 : 0));
+    constexpr std::size_t kOut = (0 + ... + (Kinds::kComesOut ? 1 : 0));
+    if (request.size != kIn + 1)
+        throw msgpack::type_error();
+    std::apply(
+        [&](auto &...state) {
+            [[maybe_unused]] std::size_t next = 1;
+            ((Kinds::kGoesIn ? state.unpack(request.ptr[next++]) : void()), ...);
+            const open_error_t code = (calls.*Handler)(state.argument()...);
+            packer.pack_array(static_cast<std::uint32_t>(1 + (code == OPEN_E_NONE ? kOut : 0)));
+            packer.pack(code);
+            if (code == OPEN_E_NONE)
+                (Kinds::packResult(packer, state), ...);
+        },
+        states);
+}
+
+const std::unordered_map<std::string_view, Dispatch> &table() {
+    using namespace rpc;
+    static const std::unordered_map<std::string_view, Dispatch> rows = {
+#define OPEN_PARAMETER(Kind, argument)
+#define OPEN_ROW(name, ...) {#name, &dispatch<&Calls::name __VA_OPT__(, ) __VA_ARGS__>},
+#define OPEN_CALL(name, parameters, kinds, arguments) OPEN_ROW(name, kinds)
+#include "vswitch/rpc/expand.h"
+    };
+    return rows;
+}
+
+}  // namespace
+
+Server::Server(ModelConfig config) : model_(std::move(config)), cli_(model_), calls_(model_, cli_) {
+    tick();
+    model_.log(6, "BSP", "init",
+               "Switch started, " + model_.system().machineModel + " version " + model_.system().osVersion);
+}
+
+void Server::tick() {
+    model_.advanceTo(platform::monotonicNow(), platform::wallNow());
+}
+
+open_error_t Server::faultOf(std::string_view call) {
+    open_error_t code = OPEN_E_NONE;
+    for (auto &fault : faults_) {
+        if (fault.call != "*" && fault.call != call)
+            continue;
+        ++fault.seen;
+        if (fault.seen == fault.nth || (fault.seen > fault.nth && !fault.once))
+            code = fault.code;
+    }
+    return code;
+}
+
+bool Server::handle(const char *request, std::size_t size, std::string &reply) try {
+    const auto unpacked = msgpack::unpack(request, size);
+    const auto &root = unpacked.get();
+    if (root.type != msgpack::type::ARRAY || root.via.array.size == 0 ||
+        root.via.array.ptr[0].type != msgpack::type::STR)
+        return false;
+    const auto &arguments = root.via.array;
+    const std::string_view name(arguments.ptr[0].via.str.ptr, arguments.ptr[0].via.str.size);
+
+    tick();
+    msgpack::sbuffer buffer;
+    Packer packer(buffer);
+    if (name == rpc::kControlCall && arguments.size == 2) {
+        packer.pack_array(2);
+        packer.pack(std::int32_t{OPEN_E_NONE});
+        packer.pack(control(arguments.ptr[1].as<std::string>()));
+    } else if (name == rpc::kLogCall && arguments.size == 5) {
+        model_.log(arguments.ptr[1].as<int>(), arguments.ptr[2].as<std::string>(),
+                   arguments.ptr[3].as<std::string>(), arguments.ptr[4].as<std::string>());
+        packer.pack_array(1);
+        packer.pack(std::int32_t{OPEN_E_NONE});
+    } else {
+        const auto row = table().find(name);
+        if (row == table().end())
+            return false;
+        ++total_;
+        const auto counted = counts_.find(name);
+        if (counted == counts_.end())
+            counts_.emplace(name, 1);
+        else
+            ++counted->second;
+        if (const auto code = faultOf(name); code != OPEN_E_NONE) {
+            packer.pack_array(1);
+            packer.pack(code);
+        } else {
+            row->second(calls_, arguments, packer);
+        }
+    }
+    reply.assign(buffer.data(), buffer.size());
+    return true;
+} catch (const msgpack::unpack_error &) {
+    return false;
+} catch (const msgpack::type_error &) {
+    return false;
+}
+
+void Server::resetCounts() {
+    counts_.clear();
+    total_ = 0;
+}
+
+std::string Server::control(const std::string &json) {
+    return runControl(*this, sessions_, json);
+}
+
+}  // namespace vswitch

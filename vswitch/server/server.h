@@ -1,0 +1,68 @@
+// The virtual switch OS as one object: the model, its CLI, the calls, and what a test or an operator may do
+// to it from outside. It answers requests as bytes, so that the socket server and the in-process form serve
+// exactly the same. One caller at a time.
+#ifndef PAVO_VSWITCH_SERVER_SERVER_H
+#define PAVO_VSWITCH_SERVER_SERVER_H
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "vswitch/cli/cli.h"
+#include "vswitch/model/model.h"
+#include "vswitch/server/calls.h"
+
+namespace vswitch {
+
+// A call that is made to fail: the `nth` matching call from now (1 is the next) and, unless `once`, all after
+// it.
+struct Fault {
+    std::string call;  // name, or "*" for any OpEN call
+    std::uint64_t nth = 1;
+    open_error_t code = OPEN_E_FAIL;
+    bool once = false;
+    std::uint64_t seen = 0;
+};
+
+class Server {
+  public:
+    explicit Server(ModelConfig config = {});
+
+    // Answers one request of the wire format; false when it is malformed.
+    bool handle(const char *request, std::size_t size, std::string &reply);
+
+    // Answers one control request (see control.h).
+    std::string control(const std::string &json);
+
+    // Moves the switch to the present of the program's clock.
+    void tick();
+
+    Model &model() { return model_; }
+    Cli &cli() { return cli_; }
+
+    void addFault(Fault fault) { faults_.push_back(std::move(fault)); }
+    void clearFaults() { faults_.clear(); }
+    const std::vector<Fault> &faults() const { return faults_; }
+
+    // OpEN calls answered since the last reset, by name and in all.
+    const std::map<std::string, std::uint64_t, std::less<>> &callCounts() const { return counts_; }
+    std::uint64_t callTotal() const { return total_; }
+    void resetCounts();
+
+  private:
+    open_error_t faultOf(std::string_view call);
+
+    Model model_;
+    Cli cli_;
+    Calls calls_;
+    std::vector<Fault> faults_;
+    std::map<std::string, std::uint64_t, std::less<>> counts_;
+    std::uint64_t total_ = 0;
+    std::map<std::string, CliSession> sessions_;  // of the control request "cli"
+};
+
+}  // namespace vswitch
+
+#endif
