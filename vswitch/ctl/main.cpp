@@ -198,6 +198,9 @@ int run(int argc, char **argv) {
     auto *exec = app.add_subcommand("exec", "Run CLI lines, each one argument");
     exec->add_option("lines", words)->required();
     auto *cli = app.add_subcommand("cli", "A session at the switch's command line");
+    auto *raw = app.add_subcommand("request", "Send one control request as JSON, print its answer");
+    raw->add_option("json", text)->required();
+    raw->callback([&] { request = json::parse(text); });
     auto *loadFile = app.add_subcommand("load", "Carry out a scenario file (JSON)");
     loadFile->add_option("file", text)->required();
     auto *events = app.add_subcommand("events", "Print what happened on the switch");

@@ -1,0 +1,28 @@
+#!/usr/bin/env bash
+# Builds and runs every test: plain, under the address and undefined-behaviour sanitizers, under the thread sanitizer.
+#   ./test.sh            all of them
+#   ./test.sh dev asan   only these presets
+set -uo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")"
+scripts/install-packages.sh || exit 1
+export PYTHONDONTWRITEBYTECODE=1
+export ASAN_OPTIONS=detect_leaks=1:strict_string_checks=1 UBSAN_OPTIONS=print_stacktrace=1 TSAN_OPTIONS=halt_on_error=1
+presets=("$@")
+[ ${#presets[@]} -eq 0 ] && presets=(dev asan tsan)
+
+failed=0
+echo "== format"
+if ! git ls-files '*.h' '*.cpp' | xargs clang-format --dry-run --Werror; then
+    echo "clang-format would change the files above"
+    failed=1
+fi
+for preset in "${presets[@]}"; do
+    echo "== $preset"
+    if ! cmake --preset "$preset" >/dev/null || ! cmake --build "build/$preset" -- --quiet ||
+        ! ctest --preset "$preset" --parallel 2; then
+        echo "FAILED: $preset"
+        failed=1
+    fi
+done
+[ $failed -eq 0 ] && echo "All tests passed: ${presets[*]}"
+exit $failed

@@ -1,0 +1,213 @@
+#include "swapi/switch_settings.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <numeric>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/support/switch_fixture.h"
+
+namespace {
+
+using namespace platform::paths;
+using test_support::exists;
+using test_support::readFile;
+using test_support::writeText;
+
+constexpr const char *kShowCall = "rpcclt_openapiCliShowExecuteToFile";
+
+class SwitchSettingsTest : public test_support::SwitchTest {
+  protected:
+    template <class Change>
+    void edit(Change change) {
+        device->with([&](vswitch::Server &server) { change(server.model().system()); });
+    }
+    vswitch::SystemInfo system() {
+        return device->with([](vswitch::Server &server) { return server.model().system(); });
+    }
+    std::string speedOf(std::uint32_t port) {
+        return device->with(
+            [port](vswitch::Server &server) { return server.model().interface(port)->speed; });
+    }
+};
+
+TEST_F(SwitchSettingsTest, BootvarIsReadIntoItsColumns) {
+    BootImageRecord records[2] = {};
+    BootImageList list{records, 2, 7};
+    edit([](vswitch::SystemInfo &s) {
+        s.activeImage = "8.6.3.1";
+        s.backupImage = "a-name-longer-than-its-column";
+    });
+    ASSERT_EQ(bootvarGetSafe(&client, &list), 0);
+    ASSERT_EQ(list.count, 1u);
+    EXPECT_EQ(records[0].unit, 1);
+    EXPECT_STREQ(records[0].active, "8.6.3.1");
+    EXPECT_STREQ(records[0].backup, "a-name-long");
+    EXPECT_STREQ(records[0].currentActive, "8.6.3.1");
+    EXPECT_STREQ(records[0].nextActive, "8.6.3.1");
+
+    list.capacity = 0;
+    ASSERT_EQ(bootvarGetSafe(&client, &list), 0);
+    EXPECT_EQ(list.count, 0u);
+    EXPECT_FALSE(exists(kBootvarShow));
+
+    list.count = 7;
+    failCall(kShowCall);
+    EXPECT_EQ(bootvarGetSafe(&client, &list), 10016);
+    EXPECT_EQ(list.count, 0u);
+    EXPECT_EQ(logged("can not open file:" + std::string(kBootvarShow) + "\r\n"), 1u);
+}
+
+TEST_F(SwitchSettingsTest, ManagementAddressIsReadFromItsColumns) {
+    edit([](vswitch::SystemInfo &s) {
+        s.mgmtVlan = 4094;
+        s.mgmtDhcp = false;
+        s.mgmtIp = "192.168.100.101";
+        s.mgmtMask = "255.255.255.128";
+        s.mgmtGateway = "192.168.100.254";
+    });
+    std::int32_t vlan = 0;
+    char method[MGMT_TEXT_SIZE] = "";
+    char ip[MGMT_TEXT_SIZE] = "";
+    char mask[MGMT_TEXT_SIZE] = "";
+    char gateway[MGMT_TEXT_SIZE] = "";
+    ASSERT_EQ(managementPortIPv4ParametersGetSafe(&client, &vlan, method, ip, mask, gateway), 0);
+    EXPECT_EQ(vlan, 4094);
+    EXPECT_STREQ(method, "Manual");
+    EXPECT_STREQ(ip, "192.168.100.101");
+    EXPECT_STREQ(mask, "255.255.255.128");
+    EXPECT_STREQ(gateway, "192.168.100.254");
+    EXPECT_FALSE(exists(kIpManagementShow));
+
+    edit([](vswitch::SystemInfo &s) { s.mgmtIp = std::string(500, '9'); });
+    ASSERT_EQ(managementPortIPv4ParametersGetSafe(&client, nullptr, nullptr, ip, nullptr, nullptr), 0);
+    EXPECT_EQ(ip, std::string(MGMT_TEXT_SIZE - 1, '9'));
+}
+
+TEST_F(SwitchSettingsTest, ManagementVlanAndGateway) {
+    std::int32_t vlan = 0;
+    edit([](vswitch::SystemInfo &s) { s.mgmtVlan = 30; });
+    EXPECT_EQ(managementVlanGet(&client, &vlan), 0);
+    EXPECT_EQ(vlan, 30);
+
+    char gateway[8] = "before";
+    EXPECT_EQ(managementGatewayGet(&client, gateway, sizeof gateway), 0);
+    EXPECT_STREQ(gateway, "");  // 0.0.0.0 is none
+    edit([](vswitch::SystemInfo &s) { s.mgmtGateway = "10.0.0.254"; });
+    EXPECT_EQ(managementGatewayGet(&client, gateway, sizeof gateway), 0);
+    EXPECT_STREQ(gateway, "10.0.0.");
+
+    failCall(kShowCall, 1, false);
+    EXPECT_EQ(managementVlanGet(&client, &vlan), 10016);
+    EXPECT_EQ(vlan, 1);
+    EXPECT_EQ(managementGatewayGet(&client, gateway, sizeof gateway), 10016);
+    EXPECT_STREQ(gateway, "");
+    EXPECT_EQ(managementVlanGet(&client, nullptr), 10003);
+    EXPECT_EQ(managementGatewayGet(&client, nullptr, 8), 10003);
+    EXPECT_EQ(managementGatewayGet(&client, gateway, 0), 10003);
+}
+
+TEST_F(SwitchSettingsTest, ManagementAddressIsSet) {
+    cli({"vlan database", "vlan 20"});
+    ASSERT_EQ(managementPortIPv4ParametersSetSafe(&client, 20, 1, "10.0.0.5", "255.255.255.0", "10.0.0.1"),
+              0);
+    EXPECT_EQ(system().mgmtVlan, 20u);
+    EXPECT_FALSE(system().mgmtDhcp);
+    EXPECT_EQ(system().mgmtIp + " " + system().mgmtMask, "10.0.0.5 255.255.255.0");
+    EXPECT_EQ(system().mgmtGateway, "10.0.0.1");
+    for (const char *none : {"", "0.0.0.0"}) {
+        edit([](vswitch::SystemInfo &s) { s.mgmtGateway = "10.0.0.1"; });
+        ASSERT_EQ(managementPortIPv4ParametersSetSafe(&client, 20, 1, "10.0.0.6", "255.255.255.0", none), 0);
+        EXPECT_EQ(system().mgmtGateway, "0.0.0.0");
+    }
+    ASSERT_EQ(managementPortIPv4ParametersSetSafe(&client, 20, 2, nullptr, nullptr, nullptr), 0);
+    EXPECT_TRUE(system().mgmtDhcp);
+    for (const char *file : {kIpManagementIn, kIpManagementOut, kIpManagementSetLock})
+        EXPECT_FALSE(exists(file)) << file;
+}
+
+TEST_F(SwitchSettingsTest, MalformedAddressesAreNotSent) {
+    const auto set = [&](std::int32_t vlan, const char *ip, const char *mask, const char *gateway) {
+        return managementPortIPv4ParametersSetSafe(&client, vlan, 1, ip, mask, gateway);
+    };
+    const char *const good = "10.0.0.5";
+    const char *const bad = "10.0.0.5\nno vlan 5";
+    EXPECT_EQ(set(0, good, good, good), 10003);
+    EXPECT_EQ(set(4095, good, good, good), 10003);
+    EXPECT_EQ(set(1, bad, good, good), 10003);
+    EXPECT_EQ(set(1, good, bad, good), 10003);
+    EXPECT_EQ(set(1, good, good, bad), 10003);
+    EXPECT_EQ(set(1, nullptr, good, good), 10003);
+    EXPECT_EQ(set(1, good, nullptr, good), 10003);
+    EXPECT_EQ(set(1, good, good, nullptr), 10003);
+    EXPECT_EQ(callCount("rpcclt_openapiTxtCfgApply"), 0u);
+    EXPECT_EQ(logged("ERROR"), 8u);
+}
+
+TEST_F(SwitchSettingsTest, SpeedIsDerivedFromItsText) {
+    const std::uint32_t ports[] = {1, 3};
+    EXPECT_EQ(multipleIfSpeedSetSafe(&client, ports, "100 Full"), 0);
+    EXPECT_EQ(speedOf(1), "100 full-duplex");
+    EXPECT_EQ(speedOf(2), "auto");
+    EXPECT_EQ(speedOf(3), "100 full-duplex");
+    EXPECT_EQ(multipleIfSpeedSetSafe(&client, ports, "10 Half duplex"), 0);
+    EXPECT_EQ(speedOf(3), "10 half-duplex");
+    EXPECT_EQ(multipleIfSpeedSetSafe(&client, ports, "1000"), 0);
+    EXPECT_EQ(speedOf(3), "auto");
+    EXPECT_EQ(multipleIfSpeedSetSafe(&client, {}, "100 Full"), 0);
+
+    const auto calls = callCount("rpcclt_openapiTxtCfgApply");
+    for (const char *bad :
+         {"100\nno vlan 5\nFull", "100;Full", "100\x1b Full", static_cast<const char *>(nullptr)})
+        EXPECT_EQ(multipleIfSpeedSetSafe(&client, ports, bad), 10003);
+    EXPECT_EQ(callCount("rpcclt_openapiTxtCfgApply"), calls);
+}
+
+TEST_F(SwitchSettingsTest, PortsBeyondOneScriptGoIntoTheNext) {
+    std::vector<std::uint32_t> ports(48);
+    std::iota(ports.begin(), ports.end(), 1);
+    ASSERT_EQ(multipleIfSpeedSetSafe(&client, ports, "100 Full"), 0);
+    EXPECT_EQ(callCount("rpcclt_openapiTxtCfgApply"), 3u);
+    for (const std::uint32_t port : ports)
+        EXPECT_EQ(speedOf(port), "100 full-duplex") << port;
+
+    failCall("rpcclt_openapiTxtCfgApply", 2);
+    EXPECT_EQ(multipleIfSpeedSetSafe(&client, ports, "1000"), 10000);
+    EXPECT_EQ(speedOf(48), "100 full-duplex");
+}
+
+TEST_F(SwitchSettingsTest, ThreadsTakeTurns) {
+    std::vector<std::thread> threads;
+    for (std::uint32_t t = 1; t <= 4; ++t) {
+        threads.emplace_back([this, t] {
+            for (int i = 0; i < 25; ++i) {
+                // Without the lock another's script would be applied, or none found.
+                EXPECT_EQ(multipleIfSpeedSetSafe(&client, {&t, 1}, "100 Full"), 0);
+                EXPECT_EQ(speedOf(t), "100 full-duplex");
+                EXPECT_EQ(multipleIfSpeedSetSafe(&client, {&t, 1}, "Auto"), 0);
+                EXPECT_EQ(speedOf(t), "auto");
+            }
+        });
+    }
+    for (auto &thread : threads)
+        thread.join();
+    EXPECT_FALSE(exists(kSpeedLock));
+    EXPECT_EQ(logged("ERROR"), 0u);
+}
+
+TEST_F(SwitchSettingsTest, UnusableLockFileStopsTheOperation) {
+    BootImageList list{nullptr, 0, 0};
+    writeText("/tmp/precious", "kept");
+    std::filesystem::create_symlink(platform::fsPath("/tmp/precious"), platform::fsPath(kBootvarLock));
+    EXPECT_EQ(bootvarGetSafe(&client, &list), 10000);
+    EXPECT_EQ(readFile("/tmp/precious"), "kept");
+    std::filesystem::remove(platform::fsPath(kBootvarLock));
+    std::filesystem::create_directory(platform::fsPath(kBootvarLock));
+    EXPECT_EQ(bootvarGetSafe(&client, &list), 10000);
+    EXPECT_EQ(callCount(kShowCall), 0u);
+}
+
+}  // namespace
