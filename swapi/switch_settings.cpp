@@ -238,9 +238,9 @@ std::int32_t managementPortIPv4ParametersSet(openapiClientHandle_t *client, std:
     char script[kAddressScriptSize];
     if (mode != MGMT_MODE_STATIC) {
         std::snprintf(script, sizeof script, "config\nip management vlan %d dhcp\nexit\n", vlan);
-    } else if (!isDottedQuad(ip) || !isDottedQuad(mask)) {
+    } else if (!isDottedQuad(ip) || !isDottedQuad(mask) || gateway == nullptr) {
         return invalidArgument("management address");
-    } else if (gateway == nullptr || isNoGateway(gateway)) {
+    } else if (isNoGateway(gateway)) {
         std::snprintf(script, sizeof script,
                       "config\nip management vlan %d %s %s\nno ip default-gateway\nexit\n", vlan, ip, mask);
     } else if (!isDottedQuad(gateway)) {

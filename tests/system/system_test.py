@@ -1,0 +1,247 @@
+#!/usr/bin/env python3
+"""The daemon and the virtual switch as real processes. PAVO_BUILD names the build folder."""
+
+import json
+import os
+import shutil
+import signal
+import socket
+import struct
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+TREE = os.path.dirname(os.path.dirname(HERE))
+BUILD = os.environ.get("PAVO_BUILD", os.path.join(TREE, "build", "dev"))
+sys.path.insert(0, os.path.join(TREE, "demo"))
+
+from rig import Rig  # noqa: E402
+
+LIMIT = 60  # real seconds that any one event may take
+AUDAC = "AUDAC Audio and Control Network"
+CONTROL = {"name": "control", "port": "0/5", "mac": "00:1B:92:01:00:01", "lldp": {"systemDesc": "Audac MTX"}}
+AUDIO = {"name": "audio", "port": "0/5", "mac": "00:1B:92:02:00:01", "behind": "control"}
+ASSOCIATION = {"mac": AUDIO["mac"], "vlan": 20}
+
+
+class SystemTest(unittest.TestCase):
+    scale = 50
+
+    def setUp(self):
+        self.rigs = []
+        self.rig = self.new_rig()
+
+    def new_rig(self):
+        rig = Rig(BUILD, tempfile.mkdtemp(prefix="system-", dir=BUILD), self.scale)
+        self.rigs.append(rig)
+        return rig
+
+    def tearDown(self):
+        for rig in self.rigs:
+            ends = {name: rig.stop(name) for name in list(rig.children)}
+            log = rig.log()
+            outputs = {name: rig.output(name) for name in ends}
+            shutil.rmtree(rig.root, ignore_errors=True)
+            for name, text in outputs.items():
+                self.assertNotIn("Sanitizer", text, name)
+                self.assertNotIn("runtime error", text, name)
+            if sys.exc_info()[0]:
+                print(log[-3000:])
+
+    def see(self, what, condition, rig=None):
+        (rig or self.rig).wait_for(condition, LIMIT, what)
+
+    def apply_audac(self, rig=None):
+        rig = rig or self.rig
+        rig.cli("vlan database", "vlan 10,20", "exit", "configure", "interface 0/5,0/7",
+                "vlan participation include 10", "vlan pvid 10", "end")
+        rig.write_config("/tmp/audac_config", {"audioVlanID": 20, "audacDevicePort": [5, 7]})
+        rig.profile_row(10, 1, "House", AUDAC)
+
+    def running(self, rig=None):
+        """Switch and daemon up, the Audac thread running, an audio device joined."""
+        rig = rig or self.rig
+        rig.start_switch()
+        rig.start_daemon()
+        self.see("daemon started", lambda: "AudacLookup Init success" in rig.log(), rig)
+        self.apply_audac(rig)
+        rig.control("plug", **CONTROL)
+        rig.control("plug", **AUDIO)
+        self.see("device joined", lambda: rig.rows("associations", **ASSOCIATION), rig)
+
+    # --- start and end
+
+    def test_switch_started_late(self):
+        self.rig.start_daemon()
+        self.see("third check", lambda: self.rig.log().count("RPC call can fail until server starts") >= 3)
+        self.rig.start_switch()
+        self.see("registration", lambda: "AudacLookup Init success" in self.rig.log())
+        self.assertLessEqual(self.rig.log().count("RPC call can fail until server starts"), 6)
+
+    def test_no_switch_at_all(self):
+        daemon = self.rig.start_daemon()
+        status = daemon.wait(LIMIT)
+        self.rig.children.clear()
+        self.assertEqual(10000 & 0xFF, status)
+        log = self.rig.log()
+        self.assertEqual(6, log.count("RPC call can fail until server starts"))
+        self.assertIn("initHandler error", log)
+
+    def test_ended_thread_is_running_again_when_the_profile_is_back(self):
+        self.running()
+        self.rig.profile_delete(10)
+        self.see("association removed", lambda: not self.rig.rows("associations"))
+        starts = self.rig.log().count("AudacLookup Init success")
+        self.rig.profile_row(10, 1, "House", AUDAC)
+        self.see("thread again", lambda: self.rig.log().count("AudacLookup Init success") == starts + 1)
+        self.see("device joined again", lambda: self.rig.rows("associations", **ASSOCIATION))
+
+    def test_two_copies_side_by_side(self):
+        other = self.new_rig()
+        self.running()
+        self.running(other)
+        self.rig.control("unplug", name="audio")
+        self.rig.stop("vswitchd")
+        time_of_other = other.control("counters")["total"]
+        self.see("the other copy goes on", lambda: other.control("counters")["total"] > time_of_other, other)
+        self.assertTrue(other.rows("associations", **ASSOCIATION))
+        second = subprocess.run([other.program("vswitchd")], env=other.env, capture_output=True, check=False)
+        self.assertEqual(1, second.returncode)
+        self.assertIn(b"already running", second.stderr)
+
+    # --- trouble
+
+    def test_switch_killed_and_back(self):
+        self.running()
+        self.rig.control("plug", name="crowd", port="0/7", mac="02:00:00:00:00:00", count=8000)
+        walked = self.rig.control("counters")["calls"].get("rpcclt_openapiFdbEntryNextGet", 0)
+        self.see("a walk has begun", lambda: self.rig.control("counters")["calls"]
+                 ["rpcclt_openapiFdbEntryNextGet"] > walked)
+        self.rig.stop("vswitchd", signal.SIGKILL)
+        self.see("the thread ends without a switch", lambda: "AudacLookup cli apply failed" in self.rig.log())
+        self.assertLess(self.rig.log().count("(ERROR)"), 30)
+        self.rig.start_switch()
+        self.apply_audac()
+        self.rig.control("plug", **CONTROL)
+        self.rig.control("plug", **AUDIO)
+        self.see("joined on the new switch", lambda: self.rig.rows("associations", **ASSOCIATION))
+
+    def test_full_disk_under_the_scripts(self):
+        folder = self.rig.path("/mnt/application/pavo/tmp")
+        if subprocess.run(["mount", "-t", "tmpfs", "-o", "size=64k", "tmpfs", folder], check=False,
+                          capture_output=True).returncode != 0:
+            self.skipTest("needs the right to mount")
+        filler = os.path.join(folder, "filler")
+        try:
+            with self.assertRaises(OSError), open(filler, "wb", buffering=0) as file:
+                while True:
+                    file.write(b"x" * 4096)
+            self.rig.start_switch()
+            self.rig.start_daemon()
+            self.see("daemon started", lambda: "AudacLookup Init success" in self.rig.log())
+            self.apply_audac()
+            self.rig.control("plug", **CONTROL)
+            self.rig.control("plug", **AUDIO)
+            self.see("a failure is reported", lambda: "(ERROR)" in self.rig.log())
+            self.assertFalse(self.rig.rows("associations"))
+            os.unlink(filler)
+            self.see("joined once there is room", lambda: self.rig.rows("associations", **ASSOCIATION))
+        finally:
+            self.rig.stop_all()
+            subprocess.run(["umount", folder], check=False)
+
+    def test_configuration_file_of_100_megabytes(self):
+        self.running()
+        with open(self.rig.path("/tmp/audac_config"), "wb") as file:
+            file.write(b'{"audacDevicePort": [')
+            for _ in range(100):
+                file.write(b"5," * (1 << 19))
+        self.see("refused", lambda: self.rig.log().count("file too large") >= 2)
+        self.assertTrue(self.rig.rows("associations", **ASSOCIATION))
+        with open(f"/proc/{self.rig.children['pavo_detection'].pid}/status", encoding="ascii") as file:
+            resident = next(int(line.split()[1]) for line in file if line.startswith("VmRSS"))
+        self.assertLess(resident, 1 << 20, "kilobytes resident")
+        self.apply_audac()
+        self.rig.cli("vlan database", "no vlan association mac " + AUDIO["mac"])
+        self.see("at work again", lambda: self.rig.rows("associations", **ASSOCIATION))
+
+    # --- the wire, spoken by hand
+
+    def connect(self):
+        client = socket.socket(socket.AF_UNIX)
+        folder = os.open(self.rig.path("/tmp"), os.O_PATH)
+        try:
+            client.connect(f"/proc/self/fd/{folder}/vswitchd.sock")
+        finally:
+            os.close(folder)
+        client.settimeout(LIMIT)
+        return client
+
+    @staticmethod
+    def call(client, body):
+        client.sendall(struct.pack(">I", len(body)) + body)
+        head = client.recv(4, socket.MSG_WAITALL)
+        return client.recv(struct.unpack(">I", head)[0], socket.MSG_WAITALL) if len(head) == 4 else None
+
+    def test_wire_and_garbage(self):
+        self.rig.start_switch()
+        name = b"openapiVlanCreatedCheck"
+        check = b"\x92" + bytes([0xA0 | len(name)]) + name  # [name, vlan]
+        client = self.connect()
+        self.assertEqual(b"\x91\x00", self.call(client, check + b"\x01"))  # VLAN 1 exists
+        self.assertEqual(b"\x91\xfc", self.call(client, check + b"\x02"))  # code -4: not found
+        for garbage in (b"\xc1", b"", b"\x92\x01\x02", check, check + b"\xa1x", b"\x91\xa3foo", b"\x91" * 100000,
+                        b"\xdd\xff\xff\xff\xff"):
+            with self.connect() as liar:
+                self.assertIsNone(self.call(liar, garbage), garbage[:20])
+        with self.connect() as liar:
+            liar.sendall(b"\xff\xff\xff\xff")  # a length beyond the limit
+            self.assertFalse(liar.recv(1))
+        idle = [self.connect() for _ in range(100)]
+        self.assertEqual(b"\x91\x00", self.call(client, check + b"\x01"))
+        self.assertEqual(b"\x91\x00", self.call(idle[-1], check + b"\x01"))
+        for each in [client, *idle]:
+            each.close()
+
+    def test_control_program(self):
+        self.rig.start_switch()
+
+        def ctl(*words, stdin=None):
+            return subprocess.run([self.rig.program("vswitchctl"), *words], env=self.rig.env, capture_output=True,
+                                  text=True, check=False, input=stdin)
+
+        scenario = self.rig.path("/tmp/scenario.json")
+        with open(scenario, "w", encoding="utf-8") as file:
+            json.dump([{"op": "plug", **CONTROL}, {"op": "wait", "ms": 10}, {"op": "plug", **AUDIO}], file)
+        self.assertEqual(0, ctl("load", scenario).returncode)
+        again = ctl("load", scenario)
+        self.assertEqual(1, again.returncode)
+        self.assertIn("step 1", again.stderr)
+        table = ctl("table", "fdb").stdout
+        self.assertIn(AUDIO["mac"], table)
+        self.assertEqual(2, len(json.loads(ctl("--json", "table", "fdb").stdout)))
+        session = ctl("cli", stdin="configure\nhostname \"stage one\"\nvl?\nexit\nshow version\nnonsense\n")
+        self.assertIn("VLAN configuration mode", session.stdout)
+        self.assertIn("Machine Model", session.stdout)
+        self.assertIn("^", session.stdout)
+        self.assertIn("plugged into 0/5", ctl("events").stdout)
+        self.assertEqual(1, json.loads(ctl("counters").stdout)["unknownCommands"])
+        self.assertEqual(0, ctl("fault", "*", "--nth", "1", "--once").returncode)
+        self.assertEqual(1, len(json.loads(ctl("faults", "--clear").stdout)["faults"]))
+        self.assertNotEqual(0, ctl("table", "nothing").returncode)
+
+
+class StoryTest(unittest.TestCase):
+    def test_story(self):
+        done = subprocess.run([sys.executable, os.path.join(TREE, "demo", "story.py"), "--build", BUILD, "--scenario",
+                               os.path.join(TREE, "data", "scenarios", "story.json")], capture_output=True, text=True,
+                              check=False)
+        self.assertEqual(0, done.returncode, done.stdout + done.stderr)
+        self.assertIn("refused no command", done.stdout)
+
+
+if __name__ == "__main__":
+    unittest.main()
