@@ -199,7 +199,10 @@ class SystemTest(unittest.TestCase):
                 self.assertIsNone(self.call(liar, garbage), garbage[:20])
         with self.connect() as liar:
             liar.sendall(b"\xff\xff\xff\xff")  # a length beyond the limit
-            self.assertFalse(liar.recv(1))
+            try:
+                self.assertFalse(liar.recv(1))
+            except ConnectionResetError:
+                pass  # hung up just as well
         idle = [self.connect() for _ in range(100)]
         self.assertEqual(b"\x91\x00", self.call(client, check + b"\x01"))
         self.assertEqual(b"\x91\x00", self.call(idle[-1], check + b"\x01"))
@@ -230,7 +233,8 @@ class SystemTest(unittest.TestCase):
         self.assertIn("plugged into 0/5", ctl("events").stdout)
         self.assertEqual(1, json.loads(ctl("counters").stdout)["unknownCommands"])
         self.assertEqual(0, ctl("fault", "*", "--nth", "1", "--once").returncode)
-        self.assertEqual(1, len(json.loads(ctl("faults", "--clear").stdout)["faults"]))
+        self.assertEqual(1, len(json.loads(ctl("faults").stdout)["faults"]))
+        self.assertEqual(0, len(json.loads(ctl("faults", "--clear").stdout)["faults"]))
         self.assertNotEqual(0, ctl("table", "nothing").returncode)
 
 
