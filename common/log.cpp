@@ -58,7 +58,6 @@ State &state() {
 }
 
 // --- threshold
-// --------------------------------------------------------------------------------------------------
 
 // Any process may truncate the level file, as a shell does before it writes the new digit; until that is
 // written, reading the mapping raises SIGBUS. Zeroes are put in its place, which read as "no digit".
@@ -144,7 +143,6 @@ int threshold() {
 }
 
 // --- lines
-// ------------------------------------------------------------------------------------------------------
 
 std::string_view levelName(int level) {
     static constexpr std::string_view kNames[] = {"", "", "", "ERROR", "WARN", "NOTICE", "INFO", "DEBUG"};
@@ -223,7 +221,6 @@ class Line {
 };
 
 // --- sinks
-// ------------------------------------------------------------------------------------------------------
 
 void standardOutputWrite(std::string_view line) {
     std::fwrite(line.data(), 1, line.size(), stdout);
@@ -265,7 +262,6 @@ void streamWrite(State &s, std::string_view line) {
 }
 
 // --- life cycle
-// -------------------------------------------------------------------------------------------------
 
 std::string processName() {
     const FilePtr file(std::fopen(platform::paths::kProcSelfStatus, "re"));

@@ -52,25 +52,6 @@ TEST_F(DeviceListTest, EqualMeansMacAndPort) {
     EXPECT_NE(detectedDeviceCompare(&a, &b), 0);
 }
 
-TEST_F(DeviceListTest, WalkThatRemovesVisitsEveryRecordOnce) {
-    for (std::uint32_t port = 1; port <= 6; ++port)
-        push(port);
-    std::vector<std::uint32_t> visited;
-    for (std::size_t i = 1; i <= list.count;) {
-        auto *const record = static_cast<DetectedDevice *>(deviceListGet(&list, i));
-        visited.push_back(record->port);
-        if (record->port % 2 == 0) {
-            ASSERT_EQ(deviceListRemove(&list, record), record);
-            detectedDeviceFree(record);
-        } else {
-            ++i;
-        }
-    }
-    EXPECT_EQ(visited, (std::vector<std::uint32_t>{6, 5, 4, 3, 2, 1}));
-    EXPECT_EQ(list.count, 3u);
-    EXPECT_EQ(portOf(list.tail->data), 1u);
-}
-
 TEST_F(DeviceListTest, TearDownFreesEverythingAndTheListWorksOn) {
     push(1);
     push(2);

@@ -5,7 +5,6 @@
 #include <functional>
 #include <string>
 
-#include "swapi/swapi.h"
 #include "tests/support/switch_fixture.h"
 
 namespace {
@@ -173,22 +172,6 @@ TEST_F(VlanMembershipTest, TaggingClearDoesBothStepsWhateverHappens) {
     EXPECT_EQ(logged(lead + "OPEN_VLAN_PARTICIPATION_MODE_AUTO success.\r\n"), 2u);
     EXPECT_EQ(logged(lead + "tagged failed.\r\n"), 1u);
     EXPECT_EQ(logged(lead + "tagged success.\r\n"), 2u);
-}
-
-TEST_F(VlanMembershipTest, ThinWrappersReachTheirCalls) {
-    EXPECT_EQ(ptpTcIntfAdminModeSet(&client, kPort, OPEN_DISABLE), OPEN_E_NONE);
-    EXPECT_EQ(dot1xPortControlModeSet(&client, kPort, OPEN_DOT1X_FORCE_AUTHORIZED), OPEN_E_NONE);
-    std::uint32_t ptp = OPEN_ENABLE;
-    std::uint32_t control = 0;
-    std::uint32_t members = 0;
-    EXPECT_EQ(rpcclt_openapiPtpTcIntfAdminModeGet(&client, kPort, &ptp), OPEN_E_NONE);
-    EXPECT_EQ(rpcclt_openapiDot1xPortControlModeGet(&client, kPort, &control), OPEN_E_NONE);
-    EXPECT_EQ(lagMaxMemberCountGet(&client, &members), OPEN_E_NONE);
-    EXPECT_EQ(ptp, std::uint32_t{OPEN_DISABLE});
-    EXPECT_EQ(control, std::uint32_t{OPEN_DOT1X_FORCE_AUTHORIZED});
-    EXPECT_EQ(members, vswitch::ModelConfig{}.lagMembersMax);
-    device->setDown(true);
-    EXPECT_EQ(ptpTcIntfAdminModeSet(&client, kPort, OPEN_ENABLE), OPEN_E_RPC);
 }
 
 }  // namespace

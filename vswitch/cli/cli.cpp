@@ -12,6 +12,9 @@ namespace vswitch {
 namespace cli {
 namespace {
 
+// Longer lines are no commands.
+constexpr std::size_t kLineMax = 64 << 10;
+
 struct Token {
     std::string text;
     std::size_t column = 0;
@@ -61,19 +64,8 @@ bool parseNumber(std::string_view text, std::uint32_t low, std::uint32_t high, s
     return error == std::errc{} && end == text.data() + text.size() && value >= low && value <= high;
 }
 
-bool parseVlans(std::string_view text, std::vector<std::uint32_t> &out) {
-    for (const auto part : split(text, ',')) {
-        const auto dash = part.find('-');
-        std::uint32_t low = 0, high = 0;
-        if (!parseNumber(part.substr(0, dash), 1, kVlanMax, low))
-            return false;
-        high = low;
-        if (dash != std::string_view::npos && !parseNumber(part.substr(dash + 1), low, kVlanMax, high))
-            return false;
-        for (; low <= high; ++low)
-            out.push_back(low);
-    }
-    return true;
+bool parseVlan(std::string_view text, std::uint32_t &out) {
+    return parseNumber(text, 1, kVlanMax, out);
 }
 
 bool parsePort(const Model &model, std::string_view text, std::uint32_t &out) {
@@ -82,26 +74,33 @@ bool parsePort(const Model &model, std::string_view text, std::uint32_t &out) {
     return text.starts_with("0/") && parseNumber(text.substr(2), 1, model.config().physicalPorts, out);
 }
 
-bool parsePorts(const Model &model, std::string_view text, std::vector<std::uint32_t> &out) {
+// A list such as 10,20-30 of what `parseOne` takes, filled in ascending and each number once.
+template <class ParseOne>
+bool parseList(std::string_view text, ParseOne parseOne, std::vector<std::uint32_t> &out) {
+    std::vector<bool> chosen(kVlanMax + 1);
     for (const auto part : split(text, ',')) {
         const auto dash = part.find('-');
         std::uint32_t low = 0, high = 0;
-        if (!parsePort(model, part.substr(0, dash), low))
+        if (!parseOne(part.substr(0, dash), low))
             return false;
         high = low;
-        if (dash != std::string_view::npos && (!parsePort(model, part.substr(dash + 1), high) || high < low))
+        if (dash != std::string_view::npos && (!parseOne(part.substr(dash + 1), high) || high < low))
             return false;
         for (; low <= high; ++low)
-            out.push_back(low);
+            chosen[low] = true;
     }
+    for (std::uint32_t number = 1; number < chosen.size(); ++number)
+        if (chosen[number])
+            out.push_back(number);
     return true;
 }
 
 bool parseIp(std::string_view text) {
     const auto parts = split(text, '.');
     std::uint32_t value = 0;
-    return parts.size() == 4 && std::all_of(parts.begin(), parts.end(),
-                                            [&](auto part) { return parseNumber(part, 0, 255, value); });
+    return parts.size() == 4 && std::all_of(parts.begin(), parts.end(), [&](auto part) {
+               return part.size() <= 3 && parseNumber(part, 0, 255, value);
+           });
 }
 
 // One word of a syntax: literal alternatives or an argument.
@@ -150,9 +149,9 @@ Fit fit(const Model &model, const Word &word, const Token &token, Value &value) 
     const auto kind = word.argument.substr(0, word.argument.find(':'));
     bool good = false;
     if (kind == "vlan") {
-        good = parseNumber(token.text, 1, kVlanMax, value.number);
+        good = parseVlan(token.text, value.number);
     } else if (kind == "vlans") {
-        good = parseVlans(token.text, value.numbers);
+        good = parseList(token.text, parseVlan, value.numbers);
     } else if (kind == "mac") {
         const auto mac = Mac::parse(token.text);
         good = mac.has_value();
@@ -162,7 +161,9 @@ Fit fit(const Model &model, const Word &word, const Token &token, Value &value) 
     } else if (kind == "port") {
         good = parsePort(model, token.text, value.number);
     } else if (kind == "ports") {
-        good = parsePorts(model, token.text, value.numbers);
+        good = parseList(
+            token.text, [&](auto text, auto &number) { return parsePort(model, text, number); },
+            value.numbers);
     } else if (kind == "lag") {
         good = parseNumber(token.text, 1, model.config().lags, value.number);
         value.number = model.lagIfNum(value.number);
@@ -305,23 +306,34 @@ std::string quoted(const std::string &text) {
 }  // namespace cli
 
 bool Cli::execute(CliSession &session, std::string_view line, std::string &output) {
+    const auto reject = [&](const std::string &why) {
+        ++unknown_;
+        output += why + "\n";
+        return false;
+    };
+    const auto rejectAt = [&](std::size_t column) {
+        return reject(std::string(prompt(session).size() + column, ' ') +
+                      "^\n% Invalid input detected at '^' marker.");
+    };
+    while (!line.empty() && std::isspace(static_cast<unsigned char>(line.back())))
+        line.remove_suffix(1);
+    if (line.size() > cli::kLineMax)
+        return reject("% Line too long.");
+    // What a line sets is printed by show commands and comes back as a script: it must stay on its line.
+    const auto control =
+        std::find_if(line.begin(), line.end(), [](unsigned char c) { return c != '\t' && std::iscntrl(c); });
+    if (control != line.end())
+        return rejectAt(static_cast<std::size_t>(control - line.begin()));
     const auto tokens = cli::tokenize(line);
     if (tokens.empty() || tokens.front().text.starts_with('!'))
         return true;
     const auto found = cli::match(model_, session.mode(), tokens);
-    if (found.command == nullptr || found.ambiguous) {
-        ++unknown_;
-        if (found.ambiguous) {
-            output += "% Ambiguous command.\n";
-        } else if (found.incomplete) {
-            output += "% Incomplete command. Use '?' to list what may follow.\n";
-        } else {
-            const auto column = tokens[std::min(found.furthest, tokens.size() - 1)].column;
-            output += std::string(prompt(session).size() + column, ' ') + "^\n";
-            output += "% Invalid input detected at '^' marker.\n";
-        }
-        return false;
-    }
+    if (found.ambiguous)
+        return reject("% Ambiguous command.");
+    if (found.command == nullptr && found.incomplete)
+        return reject("% Incomplete command. Use '?' to list what may follow.");
+    if (found.command == nullptr)
+        return rejectAt(tokens[std::min(found.furthest, tokens.size() - 1)].column);
     cli::Context context{model_, session, output};
     if (found.command->action(context, found.values))
         return true;

@@ -23,7 +23,8 @@ struct CliSession {
 };
 
 // Runs lines against the model. An unknown or refused command prints an error with a marker under the
-// offending word, is counted, and changes nothing; what follows it goes on. One caller at a time.
+// offending word, is counted, and changes nothing (a list of interfaces is worked through up to the refused
+// one); what follows it goes on. Control characters are refused. One caller at a time.
 class Cli {
   public:
     explicit Cli(Model &model) : model_(model) {}

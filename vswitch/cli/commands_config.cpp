@@ -46,8 +46,17 @@ bool eachLag(Context &context, Change change) {
     });
 }
 
+// A list of VLANs is taken as a whole or not at all.
+bool allExist(Context &context, const std::vector<VlanId> &vlans) {
+    return std::all_of(vlans.begin(), vlans.end(), [&](VlanId id) {
+        return context.accept(context.model.hasVlan(id) ? OPEN_E_NONE : OPEN_E_NOT_FOUND);
+    });
+}
+
 template <class Change>
 bool eachInterfaceAndVlan(Context &context, const std::vector<VlanId> &vlans, Change change) {
+    if (!allExist(context, vlans))
+        return false;
     return eachInterface(context, [&](Interface &interface) {
         return std::all_of(vlans.begin(), vlans.end(),
                            [&](VlanId id) { return context.accept(change(interface.num, id)); });
@@ -122,7 +131,10 @@ const Command kVlan[] = {
      emitVlans},
     {kVlanDatabase, "no vlan <vlans>", "Delete VLANs",
      [](Context &c, const Values &v) {
-         return std::all_of(v[0].numbers.begin(), v[0].numbers.end(),
+         if (v[0].numbers.front() == kDefaultVlan)
+             return c.refuse("VLAN 1 cannot be deleted.");
+         return allExist(c, v[0].numbers) &&
+                std::all_of(v[0].numbers.begin(), v[0].numbers.end(),
                             [&](VlanId id) { return c.accept(c.model.deleteVlan(id)); });
      }},
     {kVlanDatabase, "vlan name <vlan> <text>", "Name a VLAN",

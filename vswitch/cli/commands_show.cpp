@@ -196,7 +196,7 @@ bool showBootvar(Context &c, const Values &) {
         " Images currently available on Flash\n\n";
     c.out += std::string(68, '-') +
              "\n unit      active      backup     current-active        next-active\n" +
-             std::string(68, '-') + "\n\n\n\n";
+             std::string(68, '-') + "\n\n\n";
     c.out += format(" %4u  %10s  %10s  %17s  %17s\n", 1u, s.activeImage.c_str(), s.backupImage.c_str(),
                     s.activeImage.c_str(), next.c_str());
     return true;

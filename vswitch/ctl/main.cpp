@@ -31,7 +31,8 @@ json control(const json &request) {
     if (!vswitch::client::exchange(buffer.data(), buffer.size(), reply))
         throw Failure("the switch cannot be reached (is vswitchd running, is PAVO_ROOT the same?)");
     const auto unpacked = msgpack::unpack(reply.data(), reply.size());
-    const auto out = json::parse(unpacked.get().via.array.ptr[1].as<std::string>());
+    const auto results = unpacked.get().as<std::vector<msgpack::object>>();
+    const auto out = json::parse(results.at(1).as<std::string>());
     if (!out.value("ok", false))
         throw Failure(out.value("error", "refused"));
     return out;

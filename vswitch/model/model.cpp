@@ -8,9 +8,16 @@ namespace {
 
 constexpr Duration kAgePass = std::chrono::seconds(10);
 constexpr std::size_t kEventsKept = 4096;
+// Longest parts of a log line.
+constexpr std::size_t kLogNameMax = 256, kLogTextMax = 1024;
 
 bool vlanIdValid(VlanId id) {
     return id >= 1 && id <= kVlanMax;
+}
+
+void cut(std::string &text, std::size_t length) {
+    if (text.size() > length)
+        text.resize(length);
 }
 
 }  // namespace
@@ -47,11 +54,8 @@ void Model::advanceTo(Duration now, std::timespec wall) {
     }
     wall_ = wall;
     now_ = std::max(now_, now);
-    while (!pending_.empty() && pending_.front().due <= now_) {
-        const auto change = pending_.front();
-        pending_.pop_front();
-        apply(change);
-    }
+    while (!pending_.empty() && pending_.front().due <= now_)
+        applyFirst();
     if (now_ - lastAged_ >= kAgePass)
         age();
 }
@@ -100,9 +104,9 @@ void Model::refreshLink(IfNum ifNum) {
     } else if (interface.carrier != Carrier::FollowDevices) {
         up = up && interface.carrier == Carrier::ForcedUp;
     } else {
-        up = up && std::any_of(devices_.begin(), devices_.end(), [&](const auto &item) {
-                 return item.second.port == ifNum && item.second.behind.empty();
-             });
+        const auto &here = devicesAt(ifNum);
+        up = up && std::any_of(here.begin(), here.end(),
+                               [](const Device *device) { return device->behind.empty(); });
     }
     if (up == interface.linkUp)
         return;
@@ -110,18 +114,16 @@ void Model::refreshLink(IfNum ifNum) {
     const auto text = "Link " + std::string(up ? "Up" : "Down") + ": " + interface.name();
     log(5, "TRAPMGR", "trapTask", text);
     event("link", text);
-    if (interface.isLag())
+    if (interface.isLag()) {
+        relearnInterface(ifNum);
         return;
-    if (up) {
-        for (const auto &[name, device] : devices_)
-            if (device.port == ifNum)
-                learnDevice(device);
-    } else {
-        flushPort(ifNum);
-        lldp_.erase(ifNum);
     }
+    // Before the port learns: a LAG that was down forwards only from here on.
     if (interface.lag != 0)
         refreshLink(interface.lag);
+    relearnPort(ifNum);
+    if (!up)
+        lldp_.erase(ifNum);
 }
 
 // --- VLANs
@@ -137,15 +139,14 @@ std::string Model::defaultVlanName(VlanId id) {
 open_error_t Model::createVlan(VlanId id) {
     if (!vlanIdValid(id))
         return OPEN_E_PARAM;
-    // A deletion that has not taken effect yet is overtaken by the creation.
-    std::erase_if(pending_,
-                  [&](const Change &c) { return c.kind == ChangeKind::VlanDelete && c.vlan == id; });
-    if (vlans_.try_emplace(id, Vlan{id, defaultVlanName(id), true}).second) {
+    // A creation shows at once, so a deletion accepted before it does too, and what precedes that.
+    const auto deletion = std::find_if(pending_.rbegin(), pending_.rend(), [&](const Change &c) {
+        return c.kind == ChangeKind::VlanDelete && c.vlan == id;
+    });
+    for (auto left = pending_.rend() - deletion; left > 0; --left)
+        applyFirst();
+    if (vlans_.try_emplace(id, Vlan{id, defaultVlanName(id), true}).second)
         event("vlan", "VLAN " + std::to_string(id) + " created");
-        for (const auto &[name, device] : devices_)
-            if (device.tag == id)
-                learnDevice(device);
-    }
     return OPEN_E_NONE;
 }
 
@@ -222,6 +223,12 @@ void Model::submit(Change change) {
         pending_.push_back(change);
 }
 
+void Model::applyFirst() {
+    const auto change = pending_.front();
+    pending_.pop_front();
+    apply(change);
+}
+
 void Model::apply(const Change &change) {
     // The VLAN may have gone while the change was on its way.
     if (!hasVlan(change.vlan))
@@ -251,20 +258,30 @@ void Model::apply(const Change &change) {
     static constexpr const char *kModes[] = {"include", "exclude", "auto"};
     event("vlan", interface.name() + " VLAN " + vlanText + " " + kModes[wanted.participation] + ", " +
                       (wanted.tagged ? "tagged" : "untagged"));
-    relearnInterface(change.ifNum);
+    if (change.kind == ChangeKind::Participation)
+        relearnTagged(change.ifNum, change.vlan);
 }
 
 void Model::removeVlan(VlanId id) {
     vlans_.erase(id);
     std::erase_if(associations_, [&](const auto &item) { return item.second == id; });
-    std::erase_if(fdb_, [&](const auto &item) { return item.first.vlan == id; });
     for (auto &[num, interface] : interfaces_) {
         interface.vlans.erase(id);
         if (interface.pvid == id)
             interface.pvid = kDefaultVlan;
     }
+    if (system_.mgmtVlan == id)
+        system_.mgmtVlan = kDefaultVlan;
     event("vlan", "VLAN " + std::to_string(id) + " deleted");
-    relearnAll();
+    std::vector<Mac> homeless;
+    std::erase_if(fdb_, [&](const auto &item) {
+        if (item.first.vlan != id)
+            return false;
+        homeless.push_back(item.first.mac);
+        return true;
+    });
+    for (const auto &mac : homeless)
+        relearnMac(mac);
 }
 
 open_error_t Model::associateMac(const Mac &mac, VlanId id) {
@@ -347,8 +364,19 @@ VlanId Model::classify(const Device &device, const Mac &mac) const {
     return interfaces_.at(forwarder).pvid;
 }
 
-bool Model::onWire(const Device &device) const {
-    return device.talking && interfaces_.at(device.port).linkUp;
+const std::vector<const Device *> &Model::devicesAt(IfNum port) const {
+    static const std::vector<const Device *> none;
+    const auto it = devicesAt_.find(port);
+    return it == devicesAt_.end() ? none : it->second;
+}
+
+// Only what is at the port itself is heard: LLDP does not pass through a device.
+bool Model::audible(const Device &device) const {
+    return device.lldp && device.behind.empty() && device.talking && interfaces_.at(device.port).linkUp;
+}
+
+bool Model::forwarding(IfNum port) const {
+    return interfaces_.at(port).linkUp && interfaces_.at(forwarderOf(port)).linkUp;
 }
 
 bool Model::install(const Mac &mac, VlanId vlan, IfNum port) {
@@ -368,16 +396,22 @@ open_error_t Model::learn(const Mac &mac, VlanId vlan, IfNum port) {
     const auto *found = interface(port);
     if (found == nullptr || found->isLag() || !hasVlan(vlan))
         return OPEN_E_PARAM;
+    if (!forwarding(port))
+        return OPEN_E_FAIL;
     return install(mac, vlan, port) ? OPEN_E_NONE : OPEN_E_FULL;
 }
 
 void Model::learnDevice(const Device &device) {
-    if (!onWire(device))
-        return;
     for (const auto &mac : device.macs)
-        if (const auto vlan = classify(device, mac); vlan != 0)
-            unlearned_ |= !install(mac, vlan, device.port);
+        learnMac(device, mac);
     hear(device);
+}
+
+void Model::learnMac(const Device &device, const Mac &mac) {
+    if (!device.talking || !forwarding(device.port))
+        return;
+    if (const auto vlan = classify(device, mac); vlan != 0)
+        unlearned_ |= !install(mac, vlan, device.port);
 }
 
 void Model::flushPort(IfNum port) {
@@ -388,30 +422,36 @@ void Model::flushPort(IfNum port) {
 
 void Model::relearnPort(IfNum port) {
     flushPort(port);
-    for (const auto &[name, device] : devices_)
-        if (device.port == port)
-            learnDevice(device);
+    for (const auto *device : devicesAt(port))
+        learnDevice(*device);
+}
+
+std::vector<IfNum> Model::portsOf(IfNum ifNum) const {
+    const auto &interface = interfaces_.at(ifNum);
+    if (!interface.isLag())
+        return {ifNum};
+    return {interface.members.begin(), interface.members.end()};
 }
 
 void Model::relearnInterface(IfNum ifNum) {
-    const auto &changed = interfaces_.at(ifNum);
-    if (!changed.isLag())
-        relearnPort(ifNum);
-    else
-        for (const auto member : changed.members)
-            relearnPort(member);
+    for (const auto port : portsOf(ifNum))
+        relearnPort(port);
+}
+
+// Participation decides only about frames that come tagged.
+void Model::relearnTagged(IfNum ifNum, VlanId id) {
+    for (const auto port : portsOf(ifNum))
+        for (const auto *device : devicesAt(port))
+            if (device->tag == id)
+                for (const auto &mac : device->macs)
+                    relearnMac(mac);
 }
 
 void Model::relearnMac(const Mac &mac) {
     for (auto it = fdb_.lower_bound({mac, 0}); it != fdb_.end() && it->first.mac == mac;)
         it = it->second.type == OPEN_FDB_ADDR_LEARNED ? fdb_.erase(it) : std::next(it);
-    const auto owner = macOwner_.find(mac);
-    if (owner == macOwner_.end())
-        return;
-    const auto &device = devices_.at(owner->second);
-    if (onWire(device))
-        if (const auto vlan = classify(device, mac); vlan != 0)
-            unlearned_ |= !install(mac, vlan, device.port);
+    if (const auto owner = macOwner_.find(mac); owner != macOwner_.end())
+        learnMac(*owner->second, mac);
 }
 
 void Model::relearnAll() {
@@ -429,8 +469,8 @@ void Model::age() {
     for (auto it = fdb_.begin(); it != fdb_.end();) {
         auto &[key, entry] = *it;
         const auto owner = macOwner_.find(key.mac);
-        const Device *device = owner == macOwner_.end() ? nullptr : &devices_.at(owner->second);
-        const bool fresh = device != nullptr && device->port == entry.port && onWire(*device) &&
+        const Device *device = owner == macOwner_.end() ? nullptr : owner->second;
+        const bool fresh = device != nullptr && device->port == entry.port && device->talking &&
                            classify(*device, key.mac) == key.vlan;
         if (fresh)
             entry.lastSeen = now_;
@@ -440,7 +480,7 @@ void Model::age() {
     for (auto &[port, neighbours] : lldp_) {
         for (auto &[index, neighbour] : neighbours)
             if (const auto owner = devices_.find(neighbour.device);
-                owner != devices_.end() && owner->second.port == port && onWire(owner->second))
+                owner != devices_.end() && owner->second.port == port && audible(owner->second))
                 neighbour.lastHeard = now_;
         std::erase_if(neighbours, [&](const auto &item) {
             const auto &neighbour = item.second;
@@ -458,8 +498,7 @@ void Model::age() {
 // -------------------------------------------------------------------------------------------
 
 void Model::hear(const Device &device) {
-    // Only what is at the port itself is heard: LLDP does not pass through a device.
-    if (!device.lldp || !device.behind.empty())
+    if (!audible(device))
         return;
     auto &neighbours = lldp_[device.port];
     for (auto &[index, neighbour] : neighbours)
@@ -474,9 +513,28 @@ void Model::hear(const Device &device) {
     event("lldp", "neighbour " + device.name + " on " + interfaces_.at(device.port).name());
 }
 
+// True when `device` may stand behind `other` at `port`; nothing stands behind itself.
+bool Model::mayStandBehind(const std::string &other, IfNum port,
+                           const std::vector<const Device *> &moved) const {
+    const auto it = devices_.find(other);
+    return it != devices_.end() && it->second.port == port &&
+           std::find(moved.begin(), moved.end(), &it->second) == moved.end();
+}
+
+// The device and all that is behind it, nearest first.
+std::vector<const Device *> Model::withFollowers(const Device &device) const {
+    std::vector<const Device *> found{&device};
+    for (std::size_t i = 0; i < found.size(); ++i)
+        for (const auto *other : devicesAt(device.port))
+            if (other->behind == found[i]->name)
+                found.push_back(other);
+    return found;
+}
+
 open_error_t Model::plug(Device device) {
     const auto *port = interface(device.port);
-    if (device.name.empty() || port == nullptr || port->isLag())
+    if (device.name.empty() || port == nullptr || port->isLag() || device.tag > kVlanMax ||
+        (!device.behind.empty() && !mayStandBehind(device.behind, device.port, {})))
         return OPEN_E_PARAM;
     if (devices_.contains(device.name) ||
         std::any_of(device.macs.begin(), device.macs.end(),
@@ -484,17 +542,16 @@ open_error_t Model::plug(Device device) {
         return OPEN_E_FAIL;
     if (device.lldp)
         for (auto *text : {&device.lldp->chassisId, &device.lldp->portId, &device.lldp->portDesc,
-                           &device.lldp->systemName, &device.lldp->systemDesc})
-            text->resize(std::min(text->size(), kLldpTextMax));
-    for (const auto &mac : device.macs)
-        macOwner_[mac] = device.name;
+                           &device.lldp->systemName, &device.lldp->systemDesc, &device.lldp->mgmtAddress})
+            cut(*text, kLldpTextMax);
     event("device", device.name + " plugged into " + port->name());
-    const auto ifNum = device.port;
-    const auto &stored = devices_.emplace(device.name, std::move(device)).first->second;
-    const bool hadLink = port->linkUp;
-    refreshLink(ifNum);
-    if (hadLink)
-        learnDevice(stored);
+    auto name = device.name;
+    const auto &stored = devices_.emplace(std::move(name), std::move(device)).first->second;
+    for (const auto &mac : stored.macs)
+        macOwner_[mac] = &stored;
+    devicesAt_[stored.port].push_back(&stored);
+    refreshLink(stored.port);
+    learnDevice(stored);
     return OPEN_E_NONE;
 }
 
@@ -503,17 +560,15 @@ open_error_t Model::unplug(const std::string &name) {
     if (it == devices_.end())
         return OPEN_E_NOT_FOUND;
     const auto port = it->second.port;
-    std::vector<std::string> followers;
-    for (const auto &[other, device] : devices_)
-        if (device.behind == name)
-            followers.push_back(other);
-    for (const auto &mac : it->second.macs)
-        macOwner_.erase(mac);
-    devices_.erase(it);
-    event("device", name + " unplugged");
+    auto &here = devicesAt_[port];
+    for (const auto *device : withFollowers(it->second)) {
+        event("device", device->name + " unplugged");
+        for (const auto &mac : device->macs)
+            macOwner_.erase(mac);
+        std::erase(here, device);
+        devices_.erase(devices_.find(device->name));
+    }
     refreshLink(port);
-    for (const auto &follower : followers)
-        unplug(follower);
     return OPEN_E_NONE;
 }
 
@@ -522,30 +577,28 @@ open_error_t Model::move(const std::string &name, IfNum port, const std::string 
     if (it == devices_.end())
         return OPEN_E_NOT_FOUND;
     const auto *target = interface(port);
-    if (target == nullptr || target->isLag() || behind == name)
+    const auto moved = withFollowers(it->second);
+    if (target == nullptr || target->isLag() || (!behind.empty() && !mayStandBehind(behind, port, moved)))
         return OPEN_E_PARAM;
-    auto moved = it->second;
-    moved.port = port;
-    moved.behind = behind;
-    std::vector<std::string> followers;
-    for (const auto &[other, device] : devices_)
-        if (device.behind == name)
-            followers.push_back(other);
     const auto from = it->second.port;
-    it->second = moved;
-    event("device", name + " moved to " + target->name());
-    refreshLink(from);
-    // What was learned of it elsewhere is outdated by its first frame on the new port.
-    for (const auto &mac : moved.macs)
-        relearnMac(mac);
-    const bool hadLink = target->linkUp;
-    refreshLink(port);
-    if (hadLink)
-        learnDevice(it->second);
-    if (auto heard = lldp_.find(from); heard != lldp_.end() && from != port)
+    it->second.behind = behind;
+    for (const auto *device : moved) {
+        std::erase(devicesAt_[from], device);
+        devicesAt_[port].push_back(device);
+        devices_.at(device->name).port = port;
+        event("device", device->name + " moved to " + target->name());
+    }
+    // Nothing is heard of it any more where it was; the followers never were.
+    if (const auto heard = lldp_.find(from); heard != lldp_.end() && (from != port || !behind.empty()))
         std::erase_if(heard->second, [&](const auto &item) { return item.second.device == name; });
-    for (const auto &follower : followers)
-        move(follower, port, name);
+    refreshLink(from);
+    refreshLink(port);
+    // What was learned of them elsewhere is outdated by their first frame on the new port.
+    for (const auto *device : moved) {
+        for (const auto &mac : device->macs)
+            relearnMac(mac);
+        hear(*device);
+    }
     return OPEN_E_NONE;
 }
 
@@ -565,6 +618,11 @@ open_error_t Model::setTalking(const std::string &name, bool talking) {
 // ---------------------------------------------------------------------------------------------
 
 void Model::log(int severity, std::string component, std::string place, std::string text) {
+    // Whatever a process writes, the log stays of bounded size.
+    severity = std::clamp(severity, 0, 7);
+    cut(component, kLogNameMax);
+    cut(place, kLogNameMax);
+    cut(text, kLogTextMax);
     event("log", text);
     log_.push_back({nextLog_++, wall_, severity, std::move(component), std::move(place), std::move(text)});
     if (log_.size() > config_.logCapacity)

@@ -5,14 +5,15 @@
 //  - every interface has a PVID that exists as a VLAN; memberships and MAC associations name existing VLANs
 //  only;
 //  - a port is a member of at most one LAG; a LAG forwards for its members, so entries learned on a member
-//  are the
-//    LAG's, and the LAG's VLAN settings are what counts for it;
-//  - learned forwarding entries and neighbours exist only on ports with link; the table never exceeds its
-//  capacity.
+//    are the LAG's, and the LAG's VLAN settings are what counts for it;
+//  - learned forwarding entries and neighbours exist only on ports with link, entries of a LAG's member only
+//    while the LAG has link too; the table never exceeds its capacity;
+//  - a device behind another one is at the same port as that one.
 //
 // A change of membership (PVID, participation, tagging, deletion of a VLAN) takes effect `latency` after it
-// was accepted. Devices that talk keep their entries fresh; a device at a switch port gives the port link,
-// one behind another device does not.
+// was accepted, in the order of acceptance; the creation of a VLAN takes effect at once and with it what
+// still had to happen up to that VLAN's deletion. Devices that talk keep their entries fresh; a device at a
+// switch port gives the port link, one behind another device does not.
 #ifndef PAVO_VSWITCH_MODEL_MODEL_H
 #define PAVO_VSWITCH_MODEL_MODEL_H
 
@@ -71,7 +72,7 @@ class Model {
 
     // --- forwarding database
     const std::map<FdbKey, FdbEntry> &fdb() const { return fdb_; }
-    open_error_t learn(const Mac &mac, VlanId vlan, IfNum port);  // as if a frame had arrived
+    open_error_t learn(const Mac &mac, VlanId vlan, IfNum port);  // as if a frame had arrived; FAIL: no link
     void clearFdb();                                          // learned entries; talking devices come back
     std::uint64_t fdbRefused() const { return fdbRefused_; }  // addresses not learned because it was full
 
@@ -80,7 +81,9 @@ class Model {
 
     // --- devices of the outside world
     const std::map<std::string, Device> &devices() const { return devices_; }
-    open_error_t plug(Device device);  // FAIL: the name is in use; PARAM: no such port
+    // FAIL: the name or an address is in use; PARAM: no such port, no device `behind` which it could be.
+    open_error_t plug(Device device);
+    // Both take with them what is behind the device.
     open_error_t unplug(const std::string &name);
     open_error_t move(const std::string &name, IfNum port, const std::string &behind);
     open_error_t setTalking(const std::string &name, bool talking);
@@ -107,15 +110,23 @@ class Model {
 
     void submit(Change change);
     void apply(const Change &change);
+    void applyFirst();
     void removeVlan(VlanId id);
     void storeMembership(IfNum ifNum, VlanId id, const Membership &membership);
 
     IfNum forwarderOf(IfNum port) const;
     VlanId classify(const Device &device, const Mac &mac) const;
-    bool onWire(const Device &device) const;
+    const std::vector<const Device *> &devicesAt(IfNum port) const;
+    std::vector<IfNum> portsOf(IfNum ifNum) const;
+    bool mayStandBehind(const std::string &other, IfNum port, const std::vector<const Device *> &moved) const;
+    std::vector<const Device *> withFollowers(const Device &device) const;
+    bool forwarding(IfNum port) const;
+    bool audible(const Device &device) const;
     void learnDevice(const Device &device);
+    void learnMac(const Device &device, const Mac &mac);
     void relearnPort(IfNum port);
     void relearnInterface(IfNum ifNum);
+    void relearnTagged(IfNum ifNum, VlanId id);
     void relearnMac(const Mac &mac);
     void relearnAll();
     bool install(const Mac &mac, VlanId vlan, IfNum port);
@@ -142,7 +153,9 @@ class Model {
     std::map<IfNum, std::map<std::uint32_t, LldpNeighbour>> lldp_;
     std::uint32_t nextRemIndex_ = 1;
     std::map<std::string, Device> devices_;
-    std::map<Mac, std::string> macOwner_;
+    // The same devices by address and by port.
+    std::map<Mac, const Device *> macOwner_;
+    std::map<IfNum, std::vector<const Device *>> devicesAt_;
 
     std::deque<LogLine> log_;
     std::uint64_t nextLog_ = 1;

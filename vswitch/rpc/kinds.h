@@ -125,8 +125,10 @@ struct OutBytes : OutText {
 struct InOutText : OutText {
     struct State : OutText::State {
         void unpack(const msgpack::object &object) {
-            const auto pair = object.as<std::tuple<std::uint32_t, std::string>>();
-            filled = {std::get<0>(pair), std::get<1>(pair)};
+            if (object.type != msgpack::type::ARRAY || object.via.array.size != 2)
+                throw msgpack::type_error();
+            object.via.array.ptr[0].convert(filled.room);
+            object.via.array.ptr[1].convert(filled.value);
         }
     };
     static void pack(Packer &packer, C buffer) {

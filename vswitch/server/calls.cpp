@@ -16,6 +16,8 @@ constexpr std::streamsize kScriptMax = 4 << 20;
 bool writeWhole(const std::string &fixedPath, const std::string &text) {
     const auto path = platform::fsPath(fixedPath);
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    if (!out)
+        return false;
     out << text;
     out.close();
     if (out)
@@ -24,10 +26,10 @@ bool writeWhole(const std::string &fixedPath, const std::string &text) {
     return false;
 }
 
-// Paths come from clients: absolute ones, without a step upwards.
+// Paths come from clients: absolute ones, without a step upwards, the same to the file system as here.
 bool pathAcceptable(const std::string &path) {
     return path.size() > 1 && path.front() == '/' && path.find("/../") == std::string::npos &&
-           !path.ends_with("/..");
+           !path.ends_with("/..") && path.find('\0') == std::string::npos;
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
 #include "vswitch/server/control.h"
 
 #include <algorithm>
+#include <charconv>
+#include <limits>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
@@ -13,6 +15,8 @@ using nlohmann::json;
 
 constexpr std::size_t kSessionsMax = 64;
 constexpr std::uint32_t kMacsMax = 65536;
+constexpr int kNestingMax = 8;
+constexpr std::uint64_t kUint32Max = std::numeric_limits<std::uint32_t>::max();
 
 struct Request {
     Server &server;
@@ -30,6 +34,19 @@ void require(open_error_t code, const char *what) {
         throw Refusal(std::string(what) + " (code " + std::to_string(code) + ")");
 }
 
+// A whole number from 0 to `max`; no conversion that would make another number of it.
+std::uint64_t numberOf(const json &value, std::uint64_t max) {
+    if (!value.is_number_unsigned() || value.get<std::uint64_t>() > max)
+        throw Refusal("not a number from 0 to " + std::to_string(max) + ": " + value.dump());
+    return value.get<std::uint64_t>();
+}
+
+std::uint32_t memberNumber(const json &body, const char *name, std::uint32_t otherwise,
+                           std::uint64_t max = kUint32Max) {
+    const auto it = body.find(name);
+    return it == body.end() ? otherwise : static_cast<std::uint32_t>(numberOf(*it, max));
+}
+
 Mac macOf(const json &value) {
     const auto mac = Mac::parse(value.get<std::string>());
     if (!mac)
@@ -40,12 +57,16 @@ Mac macOf(const json &value) {
 // A port number, or a name "0/5".
 IfNum portOf(const json &body) {
     const auto &port = body.at("port");
-    if (port.is_number_unsigned())
-        return port.get<IfNum>();
+    if (port.is_number())
+        return static_cast<IfNum>(numberOf(port, kInterfacesMax));
     const auto text = port.get<std::string>();
-    if (!text.starts_with("0/"))
+    IfNum number = 0;
+    const auto *end = text.data() + text.size();
+    const auto parsed =
+        text.starts_with("0/") ? std::from_chars(text.data() + 2, end, number) : std::from_chars_result{};
+    if (parsed.ptr != end || parsed.ec != std::errc{})
         throw Refusal("not a port: " + text);
-    return static_cast<IfNum>(std::stoul(text.substr(2)));
+    return number;
 }
 
 Device deviceOf(const json &body) {
@@ -53,31 +74,33 @@ Device deviceOf(const json &body) {
     device.name = body.at("name").get<std::string>();
     device.port = portOf(body);
     device.behind = body.value("behind", "");
-    device.tag = body.value("vlan", 0u);
+    device.tag = memberNumber(body, "vlan", 0, kVlanMax);
     device.ip = body.value("ip", "");
     device.talking = body.value("talking", true);
-    const auto count = body.value("count", 1u);
-    if (count > kMacsMax)
-        throw Refusal("too many addresses");
-    if (body.contains("mac"))
+    const auto count = memberNumber(body, "count", 1, kMacsMax);
+    if (body.contains("mac")) {
+        const auto first = macOf(body["mac"]);
         for (std::uint32_t n = 0; n < count; ++n)
-            device.macs.push_back(macOf(body["mac"]).plus(n));
+            device.macs.push_back(first.plus(n));
+    }
     if (body.contains("macs"))
         for (const auto &mac : body["macs"])
             device.macs.push_back(macOf(mac));
+    if (device.macs.size() > kMacsMax)
+        throw Refusal("more than " + std::to_string(kMacsMax) + " addresses");
     if (body.contains("lldp")) {
         const auto &in = body["lldp"];
         LldpFields lldp;
         const auto own = device.macs.empty() ? std::string() : device.macs.front().text();
         lldp.chassisId = in.value("chassisId", own);
-        lldp.chassisIdSubtype = in.value("chassisIdSubtype", lldp.chassisIdSubtype);
+        lldp.chassisIdSubtype = memberNumber(in, "chassisIdSubtype", lldp.chassisIdSubtype);
         lldp.portId = in.value("portId", own);
-        lldp.portIdSubtype = in.value("portIdSubtype", lldp.portIdSubtype);
+        lldp.portIdSubtype = memberNumber(in, "portIdSubtype", lldp.portIdSubtype);
         lldp.portDesc = in.value("portDesc", "");
         lldp.systemName = in.value("systemName", device.name);
         lldp.systemDesc = in.value("systemDesc", "");
         lldp.mgmtAddress = in.value("mgmtAddress", device.ip);
-        lldp.ttl = in.value("ttl", lldp.ttl);
+        lldp.ttl = memberNumber(in, "ttl", lldp.ttl);
         device.lldp = std::move(lldp);
     }
     return device;
@@ -140,14 +163,14 @@ json cliHelp(const Request &r) {
 json execLines(const Request &r) {
     CliSession session;
     std::string output;
-    for (const auto &line : r.body.at("lines"))
-        output += r.server.cli().run(session, line.get<std::string>());
+    for (const auto &line : r.body.at("lines").get<std::vector<std::string>>())
+        output += r.server.cli().run(session, line);
     return {{"output", output}};
 }
 
 json latency(const Request &r) {
     if (r.body.contains("ms"))
-        r.server.model().setLatency(std::chrono::milliseconds(r.body["ms"].get<std::uint32_t>()));
+        r.server.model().setLatency(std::chrono::milliseconds(memberNumber(r.body, "ms", 0)));
     return {
         {"ms", std::chrono::duration_cast<std::chrono::milliseconds>(r.server.model().latency()).count()}};
 }
@@ -155,8 +178,12 @@ json latency(const Request &r) {
 json addFault(const Request &r) {
     Fault fault;
     fault.call = r.body.value("call", "*");
-    fault.nth = std::max<std::uint64_t>(1, r.body.value("nth", std::uint64_t{1}));
-    fault.code = r.body.value("code", open_error_t{OPEN_E_FAIL});
+    fault.nth = std::max(1u, memberNumber(r.body, "nth", 1));
+    if (const auto code = r.body.find("code"); code != r.body.end()) {
+        if (!code->is_number_integer() || code->get<open_error_t>() != code->get<std::int64_t>())
+            throw Refusal("not a code: " + code->dump());
+        fault.code = code->get<open_error_t>();
+    }
     fault.once = r.body.value("once", false);
     r.server.addFault(std::move(fault));
     return {};
@@ -190,7 +217,9 @@ json timeOf(const std::timespec &wall) {
 
 json events(const Request &r) {
     const auto &all = r.server.model().events();
-    const auto since = r.body.value("since", std::uint64_t{0});
+    const auto asked = r.body.find("since");
+    const auto since =
+        asked == r.body.end() ? 0 : numberOf(*asked, std::numeric_limits<std::uint64_t>::max());
     auto rows = json::array();
     for (const auto &event : all)
         if (event.number > since)
@@ -326,7 +355,9 @@ constexpr std::pair<const char *, json (*)(const Request &)> kOperations[] = {
     {"faults", faults}, {"table", tableOf}, {"events", events},   {"counters", counters}};
 
 json answer(Server &server, std::map<std::string, CliSession> &sessions, const std::string &text) {
-    const auto body = json::parse(text);
+    const auto body = json::parse(text, [](int depth, json::parse_event_t, json &) {
+        return depth <= kNestingMax ? true : throw Refusal("nested too deeply");
+    });
     const auto op = body.at("op").get<std::string>();
     for (const auto &[name, run] : kOperations)
         if (op == name) {
@@ -343,8 +374,6 @@ std::string runControl(Server &server, std::map<std::string, CliSession> &sessio
     json out;
     try {
         out = answer(server, sessions, text);
-    } catch (const json::exception &e) {
-        out = {{"ok", false}, {"error", e.what()}};
     } catch (const std::exception &e) {
         out = {{"ok", false}, {"error", e.what()}};
     }

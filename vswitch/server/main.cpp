@@ -138,8 +138,8 @@ int serve(const vswitch::ModelConfig &config, const std::string &startup) {
     const int folder = ::open(socketPath.parent_path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
     ::unlink(socketPath.c_str());
     const auto mask = ::umask(0077);
-    const Listener listener(io, server,
-                            "/proc/self/fd/" + std::to_string(folder) + "/" + socketPath.filename().string());
+    Listener listener(io, server,
+                      "/proc/self/fd/" + std::to_string(folder) + "/" + socketPath.filename().string());
     ::umask(mask);
     ::close(folder);
 

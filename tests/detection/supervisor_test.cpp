@@ -1,0 +1,250 @@
+// Registration, and the supervision of real detection threads on the clock of the test.
+#include "detection/supervisor.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <thread>
+
+#include "detection/audac.h"
+#include "detection/lightware.h"
+#include "platform/paths.h"
+#include "swapi/client_init.h"
+#include "tests/detection/detection_fixture.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using namespace test_support;
+namespace clk = platform::manual_clock;
+namespace paths = platform::paths;
+
+// --- registration
+// -----------------------------------------------------------------------------------------------
+
+class RegistrationTest : public DetectionTest {
+  protected:
+    static constexpr const char *kCheck = "rpcclt_openapiConnectivityCheck";
+    static constexpr const char *kWarning =
+        "RPC call can fail until server starts. Keep trying (result = -2)\n";
+    ~RegistrationTest() override { openapiClientTearDown(&own); }
+    openapiClientHandle_t own{};
+};
+
+TEST_F(RegistrationTest, WaitsForTheSwitchUpToTheSeventhCheck) {
+    failFirst(kCheck, 6);
+    EXPECT_EQ(initHandler("detection", &own), 0);
+    EXPECT_EQ(logged(kWarning), 6u);
+    EXPECT_EQ(clk::totalSlept(), 18s);
+    EXPECT_EQ(logged("Register RPC to OpEN success. (client name = detection_" + std::to_string(getpid())),
+              1u);
+    EXPECT_EQ(logged("ICOS Version = 8.6.3.1\n"), 1u);
+    EXPECT_EQ(logged("Open API Version = 1.25.0.1\n"), 1u);
+
+    clearFaults();
+    failFirst(kCheck, 7);
+    EXPECT_EQ(initHandler(nullptr, &own), -1);
+    EXPECT_EQ(logged(kWarning), 12u);
+    EXPECT_EQ(clk::totalSlept(), 36s);
+    EXPECT_EQ(logged("(client name = common.c_"), 1u);
+    EXPECT_EQ(logged("(ERROR)"), 0u);
+}
+
+TEST_F(RegistrationTest, VersionsAreForTheLogOnly) {
+    failCall("rpcclt_openapiNetworkOSVersionGet");
+    failCall("rpcclt_openapiApiVersionGet");
+    EXPECT_EQ(errorsOf([&] { EXPECT_EQ(initHandler("detection", &own), 0); }), 2u);
+    EXPECT_EQ(logged("Network OS Version retrieve error\n"), 1u);
+    EXPECT_EQ(logged("Open API Version retrieve error\n"), 1u);
+    device->setDown(true);
+    EXPECT_EQ(initHandler("detection", &own), -1);
+    device->setDown(false);
+    EXPECT_EQ(initHandler("detection", nullptr), -1);
+    EXPECT_EQ(logged("\nFailed to initialize RPC to OpEN. Exiting (result = -5)\n"), 1u);
+}
+
+TEST_F(RegistrationTest, ModelLookup) {
+    EXPECT_EQ(get_device_model_mapping(&client, "AV10X"), 1);
+    startSwitch({.machineModel = "AVM4200-10X"});
+    EXPECT_EQ(get_device_model_mapping(&client, "AV10X"), 0);
+    EXPECT_EQ(get_device_model_mapping(&client, "AV10XP"), 1);
+    EXPECT_EQ(get_device_model_mapping(&client, nullptr), 1);
+    failCall("rpcclt_openapiSystemRegMachineModelGet");
+    EXPECT_EQ(get_device_model_mapping(&client, "AV10X"), -1);
+    startSwitch({.machineModel = std::string(1000, 'A')});
+    EXPECT_EQ(get_device_model_mapping(&client, "AV10X"), 1);
+}
+
+TEST_F(RegistrationTest, ProfileDatabaseIsMadeWhereThereIsNone) {
+    const auto path = platform::fsPath(paths::kProfileDb);
+    vlanInfoReplace(7, 1, "kept", "kept", "#112233");
+    profileDbEnsure();
+    EXPECT_EQ(vlanInfoSelectRowsById(7), 1);
+    for (const bool missing : {true, false}) {
+        missing ? static_cast<void>(std::filesystem::remove(path)) : writeText(paths::kProfileDb, "");
+        profileDbEnsure();
+        EXPECT_EQ(vlanInfoSelectRowsById(1), 1);
+        EXPECT_EQ(vlanInfoSelectRowsById(7), 0);
+    }
+    writeText(paths::kProfileDb, "somebody's file");
+    profileDbEnsure();
+    EXPECT_EQ(readFile(paths::kProfileDb), "somebody's file");
+}
+
+// --- supervision
+// ------------------------------------------------------------------------------------------------
+
+// Creates threads for the supervisor that a test can wait for.
+struct Threads {
+    static inline std::vector<pthread_t> created;
+    static inline std::size_t failing;  // which creation fails, from 1; 0: none
+    static inline bool attributesGood;
+
+    static int create(pthread_t *id, const pthread_attr_t *attributes, void *(*entry)(void *), void *arg) {
+        int state = 0;
+        std::size_t size = 0;
+        pthread_attr_getdetachstate(attributes, &state);
+        pthread_attr_getstacksize(attributes, &size);
+        attributesGood = attributesGood && state == PTHREAD_CREATE_DETACHED && size == 0x200000;
+        if (created.size() + 1 == failing)
+            return EAGAIN;
+        const int result = pthread_create(id, nullptr, entry, arg);
+        created.push_back(*id);
+        return result;
+    }
+    static void join(std::size_t number) { EXPECT_EQ(pthread_join(created.at(number - 1), nullptr), 0); }
+};
+
+class SupervisorTest : public DetectionTest {
+  protected:
+    static constexpr const char *kAudac = "AUDAC Audio and Control Network";
+    static constexpr const char *kLightware = "AVoIP Lightware AV network";
+
+    void SetUp() override {
+        DetectionTest::SetUp();
+        Threads::created.clear();
+        Threads::failing = 0;
+        Threads::attributesGood = true;
+        lightwareRunning = 0;
+        writeText(paths::kAudacConfig, R"({"audioVlanID":100,"audacDevicePort":[5]})");
+        vlanCreate(286);
+    }
+    void TearDown() override {
+        EXPECT_EQ(clk::sleepers(), 0u) << "a thread was left behind";
+        EXPECT_TRUE(Threads::attributesGood);
+        DetectionTest::TearDown();
+    }
+    // Time passes until `sleepers` threads wait for more.
+    static void pass(platform::Duration time, std::size_t sleepers) {
+        clk::advance(time);
+        ASSERT_TRUE(clk::awaitSleepers(sleepers));
+    }
+    void expectStopped() {
+        supervisor.stop();
+        EXPECT_EQ(systemLogged("Stopping System API application"), 1u);
+        EXPECT_NE(openapiClientTearDown(&client), OPEN_E_NONE);
+    }
+    Supervisor supervisor{&client, Threads::create};
+};
+
+TEST_F(SupervisorTest, RestartsThreadsWhoseProfileIsBack) {
+    clk::setAutoAdvance(false);
+    profileAdd(50, kAudac);
+    profileAdd(300, kLightware);
+    ASSERT_TRUE(supervisor.start());
+    std::thread main([&] { supervisor.run(); });
+    ASSERT_TRUE(clk::awaitSleepers(3));
+
+    // Audac's ends at 15 s. The passes at 30 s and 60 s find no profile, that at 90 s no configuration.
+    profileRemove(50);
+    pass(15s, 2);
+    Threads::join(1);
+    const auto before = logged("\n");
+    for (int i = 0; i < 2; ++i)
+        pass(30s - (i == 0 ? 15s : 0s), 2);
+    EXPECT_EQ(logged("(ERROR)") + logged("(WARN)"), 0u);
+    EXPECT_GT(logged("\n"), before);
+    profileAdd(50, kAudac);
+    const auto config = readFile(paths::kAudacConfig);
+    writeText(paths::kAudacConfig, "{}");
+    pass(30s, 2);
+    EXPECT_EQ(Threads::created.size(), 2u);
+    writeText(paths::kAudacConfig, config);
+    pass(30s, 3);
+    EXPECT_EQ(Threads::created.size(), 3u);
+
+    // Lightware's ends at 150 s; VLAN 286 does not bring it back, nor does a VLAN that the switch lacks.
+    profileRemove(300);
+    vlanInfoReplace(286, 1, "test", kLightware, "#112233");
+    vlanInfoReplace(301, 1, "test", kLightware, "#112233");
+    EXPECT_EQ(lightwareRunning, 1);
+    pass(15s, 3);
+    pass(15s, 2);
+    Threads::join(2);
+    EXPECT_EQ(lightwareRunning, 0);
+    for (int i = 0; i < 2; ++i)
+        pass(15s, 2);
+    EXPECT_EQ(Threads::created.size(), 3u);
+    vlanCreate(301);
+    pass(15s, 2);
+    pass(15s, 2);
+    EXPECT_EQ(lightwareRunning, 0);  // first a second's pause
+    pass(1s, 3);
+    EXPECT_EQ(lightwareRunning, 1);
+    EXPECT_EQ(Threads::created.size(), 4u);
+
+    // The end: both profiles go, and the thread that should come back cannot be made.
+    profileRemove(50);
+    profileRemove(301);
+    pass(14s, 2);
+    Threads::join(3);
+    pass(16s, 1);
+    Threads::join(4);
+    EXPECT_EQ(lightwareRunning, 0);
+    Threads::failing = 5;
+    profileAdd(50, kAudac);
+    clk::advance(30s);
+    main.join();
+    EXPECT_EQ(logged("(ERROR)"), 1u);
+    EXPECT_EQ(logged("Fatal error unable to recreate detect audac thread!"), 1u);
+    expectStopped();
+}
+
+TEST_F(SupervisorTest, EndsWhenAThreadCannotBeCreated) {
+    clk::setAutoAdvance(false);
+    Threads::failing = 1;
+    EXPECT_FALSE(supervisor.start());
+    EXPECT_EQ(logged("Fatal error unable to create detect audac thread!"), 1u);
+    EXPECT_TRUE(Threads::created.empty());
+
+    // Without Lightware's the process ends although Audac's is running.
+    profileAdd(50, kAudac);
+    Threads::failing = 2;
+    EXPECT_FALSE(supervisor.start());
+    EXPECT_EQ(logged("Fatal error unable to create detect lightware thread!"), 1u);
+    EXPECT_EQ(lightwareRunning, 0);
+    EXPECT_EQ(logged("(ERROR)"), 2u);
+    ASSERT_TRUE(clk::awaitSleepers(1));
+    expectStopped();
+    clk::advance(15s);
+    Threads::join(1);
+}
+
+TEST_F(SupervisorTest, EndsWhenLightwareCannotBeRecreated) {
+    ASSERT_TRUE(supervisor.start());  // no profile: both end at once
+    Threads::join(1);
+    Threads::join(2);
+    EXPECT_EQ(lightwareRunning, 0);
+    EXPECT_TRUE(supervisor.pass());
+    EXPECT_EQ(Threads::created.size(), 2u);
+    profileAdd(300, kLightware);
+    Threads::failing = 3;
+    supervisor.run();
+    EXPECT_EQ(clk::totalSlept(), 31s);
+    EXPECT_EQ(lightwareRunning, 0);
+    EXPECT_EQ(logged("Fatal error unable to recreate detect lightware thread!"), 1u);
+    expectStopped();
+}
+
+}  // namespace

@@ -1,0 +1,467 @@
+#include "vswitch/model/model.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+
+using namespace std::chrono_literals;
+
+namespace vswitch {
+namespace {
+
+Mac mac(unsigned last) {
+    return Mac{{0, 0x1b, 0x92, 0, 0, 0}}.plus(last);
+}
+
+class ModelTest : public testing::Test {
+  protected:
+    void pass(Duration time) { model.advanceTo(now += time, {}); }
+
+    void restart(std::size_t fdbCapacity) {
+        ModelConfig config;
+        config.physicalPorts = 8;
+        config.lags = 2;
+        config.lagMembersMax = 2;
+        config.fdbCapacity = fdbCapacity;
+        model = Model(config);
+        pass(0s);
+    }
+    void SetUp() override { restart(100); }
+
+    static Device device(const std::string &name, IfNum port, unsigned lastMacByte,
+                         const std::string &behind = "") {
+        Device out;
+        out.name = name;
+        out.port = port;
+        out.behind = behind;
+        out.macs = {mac(lastMacByte)};
+        out.lldp.emplace();
+        return out;
+    }
+
+    // "1.10@0/5": address ending in 1, VLAN 10, on port 5.
+    std::string fdb() const {
+        std::string out;
+        for (const auto &[key, entry] : model.fdb())
+            out += (out.empty() ? "" : " ") + std::to_string(key.mac.bytes[5]) + "." +
+                   std::to_string(key.vlan) + "@" + model.interface(entry.ifNum)->name();
+        return out;
+    }
+    std::string neighbours() const {
+        std::string out;
+        for (const auto &[port, all] : model.lldp())
+            for (const auto &[index, neighbour] : all)
+                out += (out.empty() ? "" : " ") + neighbour.device + "@" + std::to_string(port);
+        return out;
+    }
+    bool link(IfNum ifNum) const { return model.interface(ifNum)->linkUp; }
+
+    Duration now{};
+    Model model;
+    static constexpr IfNum kLag = 9;
+    static constexpr auto kInclude = OPEN_VLAN_PARTICIPATION_MODE_INCLUDE;
+    static constexpr auto kExclude = OPEN_VLAN_PARTICIPATION_MODE_EXCLUDE;
+};
+
+TEST_F(ModelTest, PlugMoveAndUnplugTakeAlongWhatIsBehind) {
+    EXPECT_EQ(OPEN_E_NONE, model.plug(device("unit", 5, 1)));
+    EXPECT_EQ(OPEN_E_NONE, model.plug(device("amp", 5, 2, "unit")));
+    EXPECT_EQ(OPEN_E_NONE, model.plug(device("mic", 5, 3, "amp")));
+    EXPECT_TRUE(link(5));
+    EXPECT_EQ("1.1@0/5 2.1@0/5 3.1@0/5", fdb());
+    EXPECT_EQ("unit@5", neighbours());
+
+    EXPECT_EQ(OPEN_E_NONE, model.move("unit", 7, ""));
+    EXPECT_FALSE(link(5));
+    EXPECT_EQ("1.1@0/7 2.1@0/7 3.1@0/7", fdb());
+    EXPECT_EQ("unit@7", neighbours());
+
+    EXPECT_EQ(OPEN_E_NONE, model.move("amp", 6, ""));
+    EXPECT_EQ("1.1@0/7 2.1@0/6 3.1@0/6", fdb());
+    EXPECT_EQ("amp@6 unit@7", neighbours());
+
+    EXPECT_EQ(OPEN_E_NONE, model.unplug("amp"));
+    EXPECT_FALSE(link(6));
+    EXPECT_EQ("1.1@0/7", fdb());
+    EXPECT_EQ("unit@7", neighbours());
+    EXPECT_EQ(OPEN_E_NOT_FOUND, model.unplug("mic"));
+    EXPECT_EQ(OPEN_E_NONE, model.plug(device("mic", 5, 3))) << "its name and address are free again";
+}
+
+TEST_F(ModelTest, NothingStandsBehindItselfNorBehindWhatIsElsewhere) {
+    model.plug(device("a", 1, 1));
+    model.plug(device("b", 1, 2, "a"));
+    model.plug(device("c", 2, 3));
+    EXPECT_EQ(OPEN_E_PARAM, model.move("a", 1, "b"));
+    EXPECT_EQ(OPEN_E_PARAM, model.move("a", 2, "b"));
+    EXPECT_EQ(OPEN_E_PARAM, model.move("a", 1, "a"));
+    EXPECT_EQ(OPEN_E_PARAM, model.move("b", 1, "nobody"));
+    EXPECT_EQ(OPEN_E_PARAM, model.move("b", 1, "c"));
+    EXPECT_EQ(OPEN_E_PARAM, model.move("c", kLag, ""));
+    EXPECT_EQ(OPEN_E_NOT_FOUND, model.move("nobody", 1, ""));
+    for (const auto &refused : {device("d", 1, 4, "c"), device("d", 1, 4, "d"), device("d", 0, 4),
+                                device("d", 9, 4), device("", 1, 4)})
+        EXPECT_EQ(OPEN_E_PARAM, model.plug(refused));
+    EXPECT_EQ(OPEN_E_FAIL, model.plug(device("a", 3, 4)));
+    EXPECT_EQ(OPEN_E_FAIL, model.plug(device("d", 3, 1)));
+    EXPECT_EQ("1.1@0/1 2.1@0/1 3.1@0/2", fdb());
+
+    // What moves behind another device at its own port is heard no longer, and does not carry the link.
+    EXPECT_EQ(OPEN_E_NONE, model.move("c", 1, ""));
+    EXPECT_EQ("a@1 c@1", neighbours());
+    EXPECT_EQ(OPEN_E_NONE, model.move("c", 1, "b"));
+    EXPECT_EQ("a@1", neighbours());
+    model.unplug("a");
+    EXPECT_FALSE(link(1));
+    EXPECT_TRUE(model.devices().empty());
+}
+
+TEST_F(ModelTest, AChainOfManyDevicesMovesAndGoes) {
+    model.plug(device("0", 1, 0));
+    for (unsigned n = 1; n < 3000; ++n)
+        ASSERT_EQ(OPEN_E_NONE, model.plug(device(std::to_string(n), 1, n, std::to_string(n - 1))));
+    EXPECT_EQ(OPEN_E_NONE, model.move("1", 2, ""));
+    EXPECT_EQ(2u, model.devices().at("2999").port);
+    EXPECT_EQ(OPEN_E_NONE, model.unplug("1"));
+    EXPECT_EQ(1u, model.devices().size());
+}
+
+TEST_F(ModelTest, WithoutLinkNothingIsKnown) {
+    model.plug(device("a", 1, 1));
+    model.plug(device("b", 1, 2));
+    const auto all = fdb();
+    model.setCarrier(1, Carrier::ForcedDown);
+    EXPECT_EQ("", fdb() + neighbours());
+    model.setCarrier(1, Carrier::FollowDevices);
+    EXPECT_EQ(all, fdb());
+    model.setAdmin(1, false);
+    EXPECT_EQ("", fdb() + neighbours());
+    model.setCarrier(1, Carrier::ForcedUp);
+    EXPECT_FALSE(link(1)) << "an operator's word does not beat shutdown";
+    EXPECT_EQ(OPEN_E_FAIL, model.learn(mac(7), 1, 1));
+    model.setAdmin(1, true);
+    EXPECT_EQ(all, fdb());
+    EXPECT_EQ("a@1 b@1", neighbours());
+
+    // With the link kept up, entries and neighbours of what is gone stay until they age.
+    model.unplug("a");
+    model.unplug("b");
+    EXPECT_TRUE(link(1));
+    pass(119s);
+    EXPECT_EQ(all, fdb());
+    EXPECT_EQ("a@1 b@1", neighbours());
+    pass(181s);
+    EXPECT_EQ("", fdb() + neighbours());
+}
+
+TEST_F(ModelTest, SilentDevicesAgeAndTalkingOnesDoNot) {
+    auto talker = device("talker", 1, 1);
+    auto silent = device("silent", 2, 2);
+    silent.lldp->ttl = 400;
+    model.plug(talker);
+    model.plug(silent);
+    pass(1000s);
+    model.setTalking("silent", false);
+    pass(299s);
+    EXPECT_EQ("1.1@0/1 2.1@0/2", fdb());
+    pass(1s);
+    EXPECT_EQ("1.1@0/1", fdb());
+    EXPECT_EQ("talker@1 silent@2", neighbours());
+    pass(100s);
+    EXPECT_EQ("talker@1", neighbours());
+    EXPECT_TRUE(link(2)) << "silence is no pulled cable";
+    model.setTalking("silent", true);
+    EXPECT_EQ("1.1@0/1 2.1@0/2", fdb());
+    EXPECT_EQ("talker@1 silent@2", neighbours());
+}
+
+TEST_F(ModelTest, VlanOfAnEntryFollowsAssociationTagAndPvid) {
+    model.plug(device("plain", 1, 1));
+    auto tagged = device("tagged", 1, 2);
+    tagged.tag = 30;
+    model.plug(tagged);
+    EXPECT_EQ("1.1@0/1", fdb());
+
+    EXPECT_EQ(OPEN_E_NONE, model.associateMac(mac(1), 20));
+    EXPECT_EQ(OPEN_E_NONE, model.associateMac(mac(2), 20));
+    EXPECT_EQ("1.20@0/1", fdb()) << "an association is for untagged frames";
+    model.createVlan(30);
+    EXPECT_EQ("1.20@0/1", fdb()) << "tagged frames need membership";
+    model.setParticipation(1, 30, kInclude);
+    EXPECT_EQ("1.20@0/1 2.30@0/1", fdb());
+    model.setPvid(1, 30);
+    EXPECT_EQ("1.20@0/1 2.30@0/1", fdb());
+    EXPECT_EQ(OPEN_E_NONE, model.dissociateMac(mac(1)));
+    EXPECT_EQ(OPEN_E_NOT_FOUND, model.dissociateMac(mac(1)));
+    EXPECT_EQ("1.30@0/1 2.30@0/1", fdb());
+    model.setParticipation(1, 30, kExclude);
+    EXPECT_EQ("1.30@0/1", fdb());
+
+    // Deleting a VLAN takes everything that names it; devices are where the defaults put them.
+    model.associateMac(mac(1), 30);
+    model.setTagging(1, 30, true);
+    model.system().mgmtVlan = 30;
+    EXPECT_EQ(OPEN_E_NONE, model.deleteVlan(30));
+    EXPECT_EQ(1u, model.interface(1)->pvid);
+    EXPECT_TRUE(model.interface(1)->vlans.empty());
+    EXPECT_EQ(1u, model.macAssociations().size());
+    EXPECT_EQ(1u, model.system().mgmtVlan);
+    EXPECT_EQ("1.1@0/1", fdb());
+    EXPECT_EQ(OPEN_E_NOT_FOUND, model.deleteVlan(30));
+    EXPECT_EQ(OPEN_E_NOT_FOUND, model.setPvid(1, 30));
+    EXPECT_EQ(OPEN_E_PARAM, model.deleteVlan(1));
+    for (const VlanId bad : {0u, 4095u})
+        EXPECT_EQ(OPEN_E_PARAM, model.createVlan(bad)) << model.associateMac(mac(1), bad);
+    EXPECT_EQ("1.1@0/1", fdb());
+}
+
+TEST_F(ModelTest, ALagForwardsForItsMembers) {
+    for (const unsigned n : {1u, 2u, 3u})
+        model.plug(device(std::to_string(n), n, n));
+    model.createVlan(40);
+    model.setPvid(kLag, 40);
+    EXPECT_EQ(OPEN_E_NONE, model.lagAdd(kLag, 1));
+    EXPECT_TRUE(link(kLag));
+    EXPECT_EQ(OPEN_E_NONE, model.lagAdd(kLag, 2));
+    EXPECT_EQ("1.40@lag 1 2.40@lag 1 3.1@0/3", fdb());
+    EXPECT_EQ(OPEN_E_FAIL, model.lagAdd(kLag + 1, 1));
+    EXPECT_EQ(OPEN_E_FULL, model.lagAdd(kLag, 3));
+    EXPECT_EQ(OPEN_E_PARAM, model.lagAdd(kLag, kLag + 1));
+    EXPECT_EQ(OPEN_E_NOT_FOUND, model.lagRemove(kLag, 3));
+
+    model.setPvid(1, 40);
+    model.setPvid(kLag, 1);
+    EXPECT_EQ("1.1@lag 1 2.1@lag 1 3.1@0/3", fdb());
+    model.setAdmin(kLag, false);
+    EXPECT_EQ("3.1@0/3", fdb()) << "a LAG that is shut down forwards nothing";
+    EXPECT_EQ("1@1 2@2 3@3", neighbours());
+    model.setAdmin(kLag, true);
+    EXPECT_EQ("1.1@lag 1 2.1@lag 1 3.1@0/3", fdb());
+    model.unplug("2");
+    EXPECT_EQ("1.1@lag 1 3.1@0/3", fdb());
+    EXPECT_EQ(OPEN_E_NONE, model.lagRemove(kLag, 1));
+    EXPECT_FALSE(link(kLag));
+    EXPECT_EQ("1.40@0/1 3.1@0/3", fdb());
+}
+
+TEST_F(ModelTest, TableFillsAndRecovers) {
+    restart(10);
+    auto crowd = device("crowd", 1, 0);
+    crowd.macs.clear();
+    for (unsigned n = 0; n < 8; ++n)
+        crowd.macs.push_back(mac(100 + n));
+    model.plug(crowd);
+    crowd.name = "late";
+    crowd.port = 2;
+    for (auto &address : crowd.macs)
+        address = address.plus(50);
+    model.plug(crowd);
+    EXPECT_EQ(10u, model.fdb().size());
+    EXPECT_EQ(6u, model.fdbRefused());
+    EXPECT_EQ(OPEN_E_FULL, model.learn(mac(1), 1, 1));
+    EXPECT_EQ(OPEN_E_NONE, model.learn(mac(100), 1, 1)) << "what is known stays fresh";
+    model.unplug("crowd");
+    EXPECT_EQ(2u, model.fdb().size());
+    pass(10s);
+    EXPECT_EQ(8u, model.fdb().size()) << "the next frames of the late ones find room";
+}
+
+TEST_F(ModelTest, ChangesShowAfterTheLatencyInTheirOrder) {
+    model.createVlan(10);
+    model.createVlan(20);
+    model.plug(device("a", 1, 1));
+    model.setLatency(2s);
+    model.setPvid(1, 10);
+    pass(1s);
+    model.setLatency(0s);
+    model.setPvid(1, 20);
+    model.setTagging(1, 20, true);
+    EXPECT_EQ(1u, model.interface(1)->pvid) << "later changes do not overtake";
+    pass(1s - 1us);
+    EXPECT_EQ(1u, model.interface(1)->pvid);
+    EXPECT_EQ("1.1@0/1", fdb());
+    pass(1us);
+    EXPECT_EQ(20u, model.interface(1)->pvid);
+    EXPECT_TRUE(model.membership(1, 20).tagged);
+    EXPECT_EQ("1.20@0/1", fdb());
+}
+
+TEST_F(ModelTest, DeletionAmongPendingChanges) {
+    for (const VlanId id : {10u, 20u})
+        model.createVlan(id);
+    model.setParticipation(1, 10, kInclude);
+    model.nameVlan(10, "old");
+    model.setLatency(2s);
+    model.deleteVlan(10);
+    model.setPvid(1, 10);
+    EXPECT_TRUE(model.hasVlan(10));
+    pass(2s);
+    EXPECT_FALSE(model.hasVlan(10));
+    EXPECT_EQ(1u, model.interface(1)->pvid) << "the VLAN of the second change was gone";
+
+    // Deleted and created again: nothing of the old one is left, nothing set on the new one is lost.
+    model.setLatency(0s);
+    model.createVlan(10);
+    model.setParticipation(1, 10, kInclude);
+    model.nameVlan(10, "old");
+    model.setLatency(2s);
+    model.setPvid(2, 10);
+    model.deleteVlan(10);
+    model.setPvid(3, 20);
+    EXPECT_EQ(OPEN_E_NONE, model.associateMac(mac(1), 10));
+    EXPECT_EQ("VLAN0010", model.vlans().at(10).name);
+    EXPECT_EQ(Model::defaultMembership(10), model.membership(1, 10));
+    model.setTagging(1, 10, true);
+    EXPECT_EQ(1u, model.interface(3)->pvid);
+    pass(2s);
+    EXPECT_TRUE(model.hasVlan(10));
+    EXPECT_EQ(1u, model.interface(2)->pvid);
+    EXPECT_EQ(20u, model.interface(3)->pvid);
+    EXPECT_TRUE(model.membership(1, 10).tagged);
+    EXPECT_EQ(10u, model.macAssociations().at(mac(1)));
+}
+
+TEST_F(ModelTest, LogStaysOfBoundedSize) {
+    for (int n = 0; n < 5000; ++n)
+        model.log(n % 2 == 0 ? INT_MAX : INT_MIN, "c", "p", "line " + std::to_string(n));
+    model.log(6, std::string(5000, 'c'), std::string(5000, 'p'), std::string(5000, 't'));
+    EXPECT_EQ(model.config().logCapacity, model.logLines().size());
+    EXPECT_GE(4096u, model.events().size());
+    EXPECT_EQ(1024u, model.logLines().back().text.size());
+    for (const auto &line : model.logLines())
+        ASSERT_TRUE(line.severity >= 0 && line.severity <= 7);
+}
+
+// --- the rules, checked after each of many random steps
+
+VlanId vlanOnArrival(const Model &model, const Device &device, const Mac &address) {
+    const auto &port = *model.interface(device.port);
+    const auto forwarder = port.lag != 0 ? port.lag : device.port;
+    if (device.tag != 0)
+        return model.hasVlan(device.tag) && model.membership(forwarder, device.tag).participation ==
+                                                OPEN_VLAN_PARTICIPATION_MODE_INCLUDE
+                   ? device.tag
+                   : 0;
+    const auto it = model.macAssociations().find(address);
+    return it != model.macAssociations().end() ? it->second : model.interface(forwarder)->pvid;
+}
+
+void checkRules(const Model &m) {
+    for (const auto &[num, i] : m.interfaces()) {
+        ASSERT_TRUE(m.hasVlan(i.pvid));
+        for (const auto &[id, membership] : i.vlans)
+            ASSERT_TRUE(m.hasVlan(id) && membership != Model::defaultMembership(id));
+        bool carrier = i.carrier == Carrier::ForcedUp;
+        for (const auto &[name, d] : m.devices())
+            carrier |= i.carrier == Carrier::FollowDevices && d.port == num && d.behind.empty();
+        for (const auto member : i.members) {
+            ASSERT_EQ(num, m.interface(member)->lag);
+            carrier |= m.interface(member)->linkUp;
+        }
+        ASSERT_EQ(i.adminUp && carrier, i.linkUp) << i.name();
+        ASSERT_LE(i.members.size(), m.config().lagMembersMax);
+        ASSERT_TRUE(i.lag == 0 || m.interface(i.lag)->members.contains(num));
+    }
+    for (const auto &[address, id] : m.macAssociations())
+        ASSERT_TRUE(m.hasVlan(id));
+    ASSERT_LE(m.fdb().size(), m.config().fdbCapacity);
+    for (const auto &[key, entry] : m.fdb()) {
+        const auto &port = *m.interface(entry.port);
+        ASSERT_TRUE(m.hasVlan(key.vlan) && port.linkUp && m.interface(entry.ifNum)->linkUp);
+        ASSERT_EQ(port.lag != 0 ? port.lag : entry.port, entry.ifNum);
+    }
+    for (const auto &[port, neighbours] : m.lldp())
+        ASSERT_TRUE(neighbours.empty() || m.interface(port)->linkUp);
+    for (const auto &[name, d] : m.devices()) {
+        std::size_t steps = 0;
+        for (const auto *at = &d; !at->behind.empty(); at = &m.devices().at(at->behind)) {
+            ASSERT_EQ(d.port, m.devices().at(at->behind).port);
+            ASSERT_LT(++steps, m.devices().size());
+        }
+        // Entries kept up step by step are those a fresh look would give.
+        const auto &port = *m.interface(d.port);
+        const bool heard = d.talking && port.linkUp && (port.lag == 0 || m.interface(port.lag)->linkUp);
+        for (const auto &address : d.macs)
+            if (const auto id = vlanOnArrival(m, d, address); id != 0 && heard && m.fdbRefused() == 0)
+                ASSERT_TRUE(m.fdb().contains({address, id})) << name << " in VLAN " << id;
+    }
+}
+
+TEST_F(ModelTest, RulesHoldWhateverHappens) {
+    for (const unsigned seed : {1u, 2u, 3u, 4u}) {
+        restart(seed % 2 == 0 ? 6 : 100);
+        std::mt19937 random(seed);
+        const auto upTo = [&](unsigned max) { return static_cast<std::uint32_t>(random() % (max + 1)); };
+        const auto name = [&] {
+            return upTo(9) == 0 ? "" : std::string(1, static_cast<char>('a' + upTo(7)));
+        };
+        const auto id = [&] { return upTo(20) == 0 ? 4095 : upTo(6); };
+        for (int step = 0; step < 4000; ++step) {
+            Device d = device(name(), upTo(9), upTo(9), upTo(1) == 0 ? "" : name());
+            d.macs.push_back(mac(upTo(200)));
+            d.tag = upTo(2) == 0 ? id() : 0;
+            d.lldp->ttl = upTo(300);
+            switch (upTo(18)) {
+                case 0:
+                case 1:
+                case 2:
+                    model.plug(d);
+                    break;
+                case 3:
+                    model.unplug(d.name);
+                    break;
+                case 4:
+                case 5:
+                    model.move(d.name, d.port, d.behind);
+                    break;
+                case 6:
+                    model.setTalking(d.name, upTo(1) == 0);
+                    break;
+                case 7:
+                    model.setCarrier(upTo(9), static_cast<Carrier>(upTo(2)));
+                    break;
+                case 8:
+                    model.setAdmin(upTo(12), upTo(3) != 0);
+                    break;
+                case 9:
+                    model.createVlan(id());
+                    break;
+                case 10:
+                    model.deleteVlan(id());
+                    break;
+                case 11:
+                    model.setPvid(upTo(11), id());
+                    break;
+                case 12:
+                    model.setParticipation(upTo(11), id(), upTo(3));
+                    break;
+                case 13:
+                    model.setTagging(upTo(11), id(), upTo(1) == 0);
+                    break;
+                case 14:
+                    upTo(1) == 0 ? model.associateMac(mac(upTo(9)), id()) : model.dissociateMac(mac(upTo(9)));
+                    break;
+                case 15:
+                    upTo(1) == 0 ? model.lagAdd(upTo(12), upTo(10)) : model.lagRemove(upTo(12), upTo(10));
+                    break;
+                case 16:
+                    model.learn(mac(upTo(255)), id(), upTo(9));
+                    break;
+                case 17:
+                    model.setLatency(std::chrono::seconds(upTo(3)));
+                    break;
+                default:
+                    pass(upTo(9) == 0 ? 400s : std::chrono::seconds(upTo(5)));
+                    break;
+            }
+            checkRules(model);
+            if (HasFatalFailure())
+                FAIL() << "seed " << seed << ", step " << step;
+        }
+        EXPECT_LT(0u, model.devices().size());
+    }
+}
+
+}  // namespace
+}  // namespace vswitch
