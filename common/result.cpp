@@ -96,7 +96,7 @@ constexpr CodeMessage kMessages[] = {
 bool adopt(cJSON *obj, const char *key, JsonPtr item) {
     if (!cJSON_AddItemToObject(obj, key, item.get()))
         return false;
-    item.release();
+    static_cast<void>(item.release());
     return true;
 }
 
