@@ -45,10 +45,12 @@ struct State {
 
     int levelFd = -1;
     std::atomic<unsigned char *> levelByte{nullptr};
-    std::atomic<int> levelReaders{0};    // threads that look at the level byte at this moment
+    std::atomic<int> levelReaders{0};  // threads that look at the level byte at this moment
+    // The mapping itself, for onBusError: outlasts levelByte until its last reader is gone.
+    std::atomic<unsigned char *> levelMapping{nullptr};
     std::atomic<bool> levelLost{false};  // the file was cut under the mapping, see onBusError
-    bool busHandlerSet = false;
     struct sigaction busHandlerBefore {};
+    std::atomic<bool> busPassedOn{false};
 };
 
 // Never destroyed: detached threads may log while the process exits.
@@ -63,30 +65,49 @@ State &state() {
 // written, reading the mapping raises SIGBUS. Zeroes are put in its place, which read as "no digit".
 void onBusError(int signal, siginfo_t *info, void *) {
     State &s = state();
-    unsigned char *const byte = s.levelByte.load();
-    if (byte != nullptr && info->si_addr == byte &&
+    const bool sent = info->si_code <= 0;  // and not raised by an instruction that is about to run again
+    unsigned char *const byte = s.levelMapping.load();
+    if (!sent && byte != nullptr && info->si_addr == byte &&
         mmap(byte, kLevelFileSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0) ==
             byte) {
         s.levelLost.store(true);
         return;
     }
-    sigaction(signal, &s.busHandlerBefore, nullptr);
-    if (info->si_code <= 0)  // sent, not raised by an instruction that is about to run again
+    // The next handler may hand back to this one what it does not want: then the process ends.
+    const struct sigaction byDefault {};
+    sigaction(signal, s.busPassedOn.exchange(true) ? &byDefault : &s.busHandlerBefore, nullptr);
+    if (sent)
         raise(signal);
+}
+
+// Goes in front of the present handler, which may have been set after ours: a crash logger is registered when
+// the log is open already.
+void busHandlerSet(State &s) {
+    struct sigaction present {};
+    if (sigaction(SIGBUS, nullptr, &present) != 0 || present.sa_sigaction == onBusError)
+        return;
+    s.busHandlerBefore = present;
+    s.busPassedOn.store(false);
+    struct sigaction action {};
+    action.sa_sigaction = onBusError;
+    action.sa_flags = SA_SIGINFO;
+    sigaction(SIGBUS, &action, nullptr);
 }
 
 bool isDigit(unsigned char c) {
     return c >= '0' && c <= '9';
 }
 
-// Maps the open level file, in the place of an earlier mapping when `at` is given. The digit is checked
-// through the descriptor, which cannot fault.
-unsigned char *levelAttach(int fd, void *at) {
+// Makes sure of the digit, through the descriptor, which cannot fault.
+bool digitEnsure(int fd) {
     unsigned char digit = 0;
-    if (ftruncate(fd, kLevelFileSize) != 0 || pread(fd, &digit, 1, 0) != 1)
-        return nullptr;
     constexpr char kDigitDefault = '0' + kLevelDefault;
-    if (!isDigit(digit) && pwrite(fd, &kDigitDefault, 1, 0) != 1)
+    return (pread(fd, &digit, 1, 0) == 1 && isDigit(digit)) || pwrite(fd, &kDigitDefault, 1, 0) == 1;
+}
+
+// Maps the open level file, in the place of an earlier mapping when `at` is given.
+unsigned char *levelAttach(int fd, void *at) {
+    if (ftruncate(fd, kLevelFileSize) != 0)
         return nullptr;
     const int flags = MAP_SHARED | (at != nullptr ? MAP_FIXED : 0);
     void *const map = mmap(at, kLevelFileSize, PROT_READ | PROT_WRITE, flags, fd, 0);
@@ -94,11 +115,11 @@ unsigned char *levelAttach(int fd, void *at) {
 }
 
 void levelUnmap(State &s) {
-    unsigned char *const byte = s.levelByte.exchange(nullptr);
+    s.levelByte.store(nullptr);
     while (s.levelReaders.load() != 0)
         std::this_thread::yield();
-    if (byte != nullptr)
-        munmap(byte, kLevelFileSize);
+    if (unsigned char *const mapping = s.levelMapping.exchange(nullptr))
+        munmap(mapping, kLevelFileSize);
     if (s.levelFd >= 0)
         close(s.levelFd);
     s.levelFd = -1;
@@ -106,21 +127,19 @@ void levelUnmap(State &s) {
 }
 
 void levelMap(State &s) {
-    if (!s.busHandlerSet) {
-        struct sigaction action {};
-        action.sa_sigaction = onBusError;
-        action.sa_flags = SA_SIGINFO;
-        s.busHandlerSet = sigaction(SIGBUS, &action, &s.busHandlerBefore) == 0;
-    }
+    busHandlerSet(s);
     s.levelFd =
         open(platform::fsPath(platform::paths::kLogLevelFile).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
     if (s.levelFd >= 0)
-        s.levelByte.store(levelAttach(s.levelFd, nullptr));
-    if (s.levelByte.load() == nullptr)
+        s.levelMapping.store(levelAttach(s.levelFd, nullptr));
+    if (s.levelMapping.load() != nullptr && digitEnsure(s.levelFd))
+        s.levelByte.store(s.levelMapping.load());
+    else
         levelUnmap(s);
 }
 
-// Goes back to the level file after onBusError.
+// Goes back to the level file after onBusError. No digit is written: it would overwrite the one that whoever
+// truncated the file is about to write.
 void levelRestore(State &s) {
     const std::lock_guard lock(s.mutex);
     unsigned char *const byte = s.levelByte.load();
@@ -278,6 +297,7 @@ std::string processName() {
 }
 
 void start(State &s) {
+    busHandlerSet(s);
     Settings settings = *s.settings;
     if (settings.sinks < 0) {
         settings.sinks = LOG_SINK_STDOUT;

@@ -2,10 +2,14 @@
 
 import json
 import os
+import shutil
 import signal
 import sqlite3
 import subprocess
 import time
+
+TREE = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+TEMPLATES = "/usr/local/appmgr/usr/share/pavo/profileTemplate"
 
 
 class Failure(Exception):
@@ -24,12 +28,14 @@ class Rig:
                         PAVO_CLOCK_ORIGIN=str(origin if origin is not None else time.time()), TZ="UTC")
         for folder in ("tmp", "mnt/application/pavo/tmp"):
             os.makedirs(self.path(folder), exist_ok=True)
+        shutil.copytree(os.path.join(TREE, "data", "profileTemplate"), self.path(TEMPLATES), dirs_exist_ok=True)
 
     def path(self, fixed):
         return os.path.join(self.root, fixed.lstrip("/"))
 
     def program(self, name):
-        folder = {"vswitchd": "vswitch", "vswitchctl": "vswitch", "pavo_detection": "detection"}[name]
+        folder = {"vswitchd": "vswitch", "vswitchctl": "vswitch", "pavo_detection": "detection",
+                  "pavoctl": "ctl"}[name]
         return os.path.join(self.build, folder, name)
 
     # --- processes
@@ -90,6 +96,17 @@ class Rig:
 
     def cli(self, *lines):
         return self.control("exec", lines=list(lines))["output"]
+
+    def running_config(self):
+        """The configuration as commands, without the comment lines that hold times."""
+        return [line for line in self.cli("show running-config").splitlines() if not line.startswith("!")]
+
+    def pavoctl(self, *words, check=True):
+        done = subprocess.run([self.program("pavoctl"), *words], env=self.env, capture_output=True, text=True,
+                              check=False)
+        if check and done.returncode != 0:
+            raise Failure(f"pavoctl {' '.join(words)}: {done.stderr.strip()}")
+        return done
 
     def table(self, name):
         return self.control("table", name=name)["rows"]

@@ -5,24 +5,22 @@ A scenario is a JSON object: "title", "scale" (how many times faster than real t
 with "title" and "steps". A step may have
   "say"      what happens, for the reader
   "switch"   control requests for the switch (see vswitch/server/control.h)
-  "profile"  rows of the profile database as [vlan, role, name, type]
-  "unprofile" VLAN ids whose rows go
+  "pavoctl"  command lines of pavoctl, each a list of words; shown as they would be typed
   "level"    threshold of the daemon's log, 0 to 9
-  "files"    configuration files by path; null deletes one
   "expect"   what must then be seen, each within "within" seconds of the switch's time (default 60):
-             {"table": name, "row": {...}}, {"table": name, "noRow": {...}}, {"log": text}, {"system": text};
+             {"table": name, "row": {...}}, {"table": name, "noRow": {...}}, {"log": text}, {"system": text},
+             {"config": "as before"}: the running configuration is that of the beginning of the act;
              "say" gives the reader's words. Log texts count from the beginning of the step.
 """
 
 import argparse
-import os
+import json
+import shlex
 import shutil
 import signal
 import sys
 import tempfile
 import time
-
-import json
 
 from rig import Failure, Rig
 
@@ -37,6 +35,7 @@ class Player:
     def __init__(self, rig):
         self.rig = rig
         self.shown = 0.0
+        self.config = []
 
     def progress(self, waited, what, within):
         seconds = waited * self.rig.scale
@@ -55,6 +54,8 @@ class Player:
             if "row" in wanted:
                 evidence[:] = rig.rows(wanted["table"], **wanted["row"])
                 return bool(evidence)
+            if "config" in wanted:
+                return rig.running_config() == self.config
             if "noRow" in wanted:
                 return not rig.rows(wanted["table"], **wanted["noRow"])
             text = rig.log() if "log" in wanted else rig.system_log()
@@ -62,13 +63,14 @@ class Player:
             evidence[:] = [line for line in text[marks[kind]:].splitlines() if wanted[kind] in line]
             return bool(evidence)
 
-        kind = next(k for k in ("row", "noRow", "log", "system") if k in wanted)
+        kind = next(k for k in ("row", "noRow", "log", "system", "config") if k in wanted)
         what = wanted.get("say") or f"{kind} {wanted[kind]}"
         self.shown = 0.0
         waited = rig.wait_for(seen, within / rig.scale + 5, what, lambda w: self.progress(w, what, within))
         if TTY:
             print("\r\033[K", end="")
-        source = {"row": "switch", "noRow": "switch", "log": "daemon log", "system": "system log"}[kind]
+        source = {"row": "switch", "noRow": "switch", "log": "daemon log", "system": "system log",
+                  "config": "switch"}[kind]
         print(f"  {paint('32', 'ok')} {what}  ({source}, {waited * rig.scale:.0f} s)", flush=True)
         if kind in ("log", "system"):
             print(paint("2", f"       {evidence[-1].strip()}"))
@@ -83,15 +85,10 @@ class Player:
             print(f"\n{paint('1', step['say'])}", flush=True)
         for request in step.get("switch", []):
             rig.control(**request)
-        for row in step.get("profile", []):
-            rig.profile_row(*row)
-        for vlan in step.get("unprofile", []):
-            rig.profile_delete(vlan)
-        for path, content in step.get("files", {}).items():
-            if content is None:
-                os.unlink(rig.path(path))
-            else:
-                rig.write_config(path, content)
+        for words in step.get("pavoctl", []):
+            print(paint("36", "  $ pavoctl " + shlex.join(words)))
+            for line in rig.pavoctl(*words).stdout.rstrip().splitlines():
+                print(f"    {line}")
         if "level" in step:
             rig.log_level(step["level"])
         for wanted in step.get("expect", []):
@@ -102,6 +99,7 @@ def play(rig, scenario):
     player = Player(rig)
     for act in scenario["acts"]:
         print(f"\n{paint('1;36', '== ' + act['title'])}")
+        player.config = rig.running_config()
         for step in act["steps"]:
             player.step(step)
     counters = rig.control("counters")

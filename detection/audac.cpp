@@ -18,6 +18,7 @@
 #include "platform/l7proc.h"
 #include "platform/paths.h"
 #include "store/profile_db.h"
+#include "store/profile_types.h"
 #include "swapi/swapi.h"
 
 namespace {
@@ -25,7 +26,7 @@ namespace {
 using platform::paths::kAudacConfig;
 
 constexpr std::chrono::seconds kPeriod{15};
-constexpr const char *kProfileType = "AUDAC Audio and Control Network";
+constexpr const char *kProfileType = PROFILE_TYPE_NAME_AUDAC;
 constexpr std::int32_t kExcludedVlan = 1;
 
 DeviceList audacList;
@@ -98,6 +99,7 @@ void controlNote(const cJSON *control, std::uint32_t ifNum, PortTables *tables) 
 
 void controlsScan(openapiClientHandle_t *client, PortTables *tables) {
     LOG_TRACE("[%s:%d] AudacLookup: Step 1 - scanning LLDP for Audac control devices.\r\n");
+    std::uint32_t textSize = 0;
     lldpIntfForEach(client, [&](std::uint32_t ifNum) {
         if (ifNum >= PORT_TABLE_SIZE || !tables->isAudacPort[ifNum]) {
             return true;
@@ -107,7 +109,7 @@ void controlsScan(openapiClientHandle_t *client, PortTables *tables) {
             LOG_ERROR("[%s:%d] Could not allocate memory.\r\n");
             return false;
         }
-        lldpIntfRemoteAudacInfoGet(client, {ifNum, neighbours.get()});
+        lldpIntfRemoteAudacInfoGet(client, {ifNum, neighbours.get(), &textSize});
         const cJSON *control = controlFind(neighbours.get());
         if (control != nullptr) {
             controlNote(control, ifNum, tables);

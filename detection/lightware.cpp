@@ -20,6 +20,7 @@
 #include "detection/switch_walks.h"
 #include "platform/clock.h"
 #include "store/profile_db.h"
+#include "store/profile_types.h"
 #include "swapi/vlan_membership.h"
 
 std::atomic<std::int32_t> lightwareRunning{0};
@@ -28,7 +29,7 @@ namespace {
 
 constexpr std::chrono::seconds kPeriod{30};
 constexpr std::chrono::seconds kLagLeavePause{2};
-constexpr const char *kProfileType = "AVoIP Lightware AV network";
+constexpr const char *kProfileType = PROFILE_TYPE_NAME_LIGHTWARE;
 constexpr std::uint32_t kMissMax = 2;
 constexpr std::uint32_t kMissMoved = 3;
 constexpr std::size_t kChassisIdCopied = 18;
@@ -222,6 +223,7 @@ void lightwareListGet(openapiClientHandle_t *client, cJSON *out) {
     if (lightwareVlanIdGet(client, &vlanId) != RESULT_SUCCESS) {
         return;
     }
+    std::uint32_t textSize = 0;
     lldpIntfForEach(client, [&](std::uint32_t ifNum) {
         std::uint32_t pvid = 0;
         if (openapiVlanIfPvidGet(client, ifNum, &pvid) != OPEN_E_NONE || pvid != vlanId) {
@@ -232,7 +234,7 @@ void lightwareListGet(openapiClientHandle_t *client, cJSON *out) {
             LOG_ERROR("[%s:%d] Could not allocate memory.\r\n");
             return false;
         }
-        lldpIntfRemoteLightwareInfoGet(client, {ifNum, neighbours.get()});
+        lldpIntfRemoteLightwareInfoGet(client, {ifNum, neighbours.get(), &textSize});
 
         const cJSON *neighbour = nullptr;
         cJSON_ArrayForEach(neighbour, neighbours.get()) {

@@ -105,14 +105,19 @@ std::int32_t neighbourRead(openapiClientHandle_t *client, const Neighbour &neigh
 
 std::int32_t neighbourInfoGet(openapiClientHandle_t *client, const NeighbourQuery &query,
                               const NeighbourFamily &family) {
-    std::uint32_t size = 0;
-    open_error_t result = rpcclt_openapiLldpMgmtStrLenGet(client, &size);
-    if (result == OPEN_E_NONE && (size == 0 || size > kTextSizeMax)) {
-        result = OPEN_E_FAIL;
-    }
-    if (result != OPEN_E_NONE) {
-        LOG_ERROR("[%s:%d] Bad return code. (result = %d)\r\n", result);
-        return RESULT_FAILED;
+    std::uint32_t size = query.textSize != nullptr ? *query.textSize : 0;
+    if (size == 0) {
+        open_error_t result = rpcclt_openapiLldpMgmtStrLenGet(client, &size);
+        if (result == OPEN_E_NONE && (size == 0 || size > kTextSizeMax)) {
+            result = OPEN_E_FAIL;
+        }
+        if (result != OPEN_E_NONE) {
+            LOG_ERROR("[%s:%d] Bad return code. (result = %d)\r\n", result);
+            return RESULT_FAILED;
+        }
+        if (query.textSize != nullptr) {
+            *query.textSize = size;
+        }
     }
     const TextSlots slots{std::unique_ptr<char[]>(new (std::nothrow) char[family.reads.size() * size]), size};
     if (slots.room == nullptr) {

@@ -29,10 +29,12 @@ struct NeighbourFamily {
     LogText<const char *> descriptionRead{};                           // before the prefix is looked at
 };
 
-// One port to read, and the JSON array that receives its neighbours.
+// One port to read, and the JSON array that receives its neighbours. Who reads many ports keeps `textSize`,
+// 0 before the first, so that the switch is asked only once how long its texts are.
 struct NeighbourQuery {
     std::uint32_t ifNum;
     cJSON *array;
+    std::uint32_t *textSize = nullptr;
 };
 
 // 0; 10000 when a read fails, which ends the walk, and 10002 without memory (both logged). Neighbours read

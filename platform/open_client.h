@@ -164,6 +164,15 @@ open_error_t rpcclt_openapiLldpIntfRemoteDevicePortDescGet(openapiClientHandle_t
 // OPEN_E_NONE when the VLAN exists, OPEN_E_NOT_FOUND when not.
 open_error_t openapiVlanCreatedCheck(openapiClientHandle_t *client, uint32_t vlanId);
 open_error_t rpcclt_openapiVlanNextGet(openapiClientHandle_t *client, uint32_t vlanId, uint32_t *next);
+// No result code: 1 when the VLAN is static, 0 when it is dynamic or does not exist; negative (OPEN_E_) when
+// the switch OS cannot be asked.
+open_error_t openapiVlanIsStatic(openapiClientHandle_t *client, uint32_t vlanId);
+// Room that a VLAN name needs, including the terminating zero.
+open_error_t rpcclt_openapiVlanNameLenGet(openapiClientHandle_t *client, uint32_t *len);
+open_error_t rpcclt_openapiVlanNameGet(openapiClientHandle_t *client, uint32_t vlanId, open_buffdesc *name);
+// At most 32 printable characters (OPEN_E_PARAM), with or without a terminating zero within `size`; an empty
+// name brings back the default one.
+open_error_t rpcclt_openapiVlanNameSet(openapiClientHandle_t *client, uint32_t vlanId, open_buffdesc *name);
 open_error_t rpcclt_openapiVlanCreate(openapiClientHandle_t *client, uint32_t vlanId);
 // Accepted at once; the VLAN may be reported for a while longer.
 open_error_t rpcclt_openapiVlanDelete(openapiClientHandle_t *client, uint32_t vlanId);
@@ -179,6 +188,12 @@ open_error_t openapiVlanIfTaggingGet(openapiClientHandle_t *client, uint32_t ifN
 // Participation: OPEN_VLAN_PARTICIPATION_MODE_. Note the order: VLAN first.
 open_error_t rpcclt_openapiVlanIfParticipationSet(openapiClientHandle_t *client, uint32_t vlanId,
                                                   uint32_t ifNum, uint32_t mode);
+// The configured mode.
+open_error_t rpcclt_openapiVlanIfParticipationGet(openapiClientHandle_t *client, uint32_t vlanId,
+                                                  uint32_t ifNum, uint32_t *mode);
+// 1 when the interface takes part in the VLAN at present, 0 when not.
+open_error_t openapiVlanIfParticipationStatusGet(openapiClientHandle_t *client, uint32_t vlanId,
+                                                 uint32_t ifNum, uint32_t *takesPart);
 open_error_t rpcclt_openapiVlanIfCurrentParticipationGet(openapiClientHandle_t *client, uint32_t vlanId,
                                                          uint32_t ifNum, uint32_t *mode);
 // VLANs that the interface carries tagged: `list` receives 16-bit VLAN ids in ascending order, as many as
@@ -208,11 +223,24 @@ open_error_t rpcclt_openapiDot1xPortControlModeSet(openapiClientHandle_t *client
                                                    uint32_t mode);
 open_error_t rpcclt_openapiDot1xPortControlModeGet(openapiClientHandle_t *client, uint32_t ifNum,
                                                    uint32_t *mode);
+// PTP transparent clock of the whole switch: OPEN_ENABLE or OPEN_DISABLE.
+open_error_t rpcclt_openapiPtpTcAdminModeSet(openapiClientHandle_t *client, uint32_t mode);
+open_error_t rpcclt_openapiPtpTcAdminModeGet(openapiClientHandle_t *client, uint32_t *mode);
 // PTP transparent clock of one port: OPEN_ENABLE or OPEN_DISABLE.
 open_error_t rpcclt_openapiPtpTcIntfAdminModeSet(openapiClientHandle_t *client, uint32_t ifNum,
                                                  uint32_t mode);
 open_error_t rpcclt_openapiPtpTcIntfAdminModeGet(openapiClientHandle_t *client, uint32_t ifNum,
                                                  uint32_t *mode);
+
+// 802.1AS of the whole switch: OPEN_ENABLE or OPEN_DISABLE.
+open_error_t rpcclt_openapiDot1asModeGet(openapiClientHandle_t *client, uint32_t *mode);
+
+// --- spanning tree
+// -----------------------------------------------------------------------------------------
+
+// Bridge priority of a spanning-tree instance; OPEN_E_NOT_FOUND when there is no such instance.
+open_error_t rpcclt_openapiStpMstBridgePriorityGet(openapiClientHandle_t *client, uint32_t instance,
+                                                   uint32_t *priority);
 
 #ifdef __cplusplus
 }

@@ -40,6 +40,24 @@ inline constexpr const char *kAudacOut = "/mnt/application/pavo/tmp/audac_out";
 inline constexpr const char *kShowVlanAssociationMac =
     "/mnt/application/pavo/tmp/show_vlan_association_mac_out";
 
+inline constexpr const char *kShureConfig = "/tmp/shure_config";
+inline constexpr const char *kVlanShowProfileFast = "/tmp/vlan_show_profile_fast.txt";
+// A printf format: several callers at a time, each with a number of its own.
+inline constexpr const char *kIpInterfaceBriefShow =
+    "/mnt/application/pavo/tmp/pavo_out_show_ip_interface_brief_%d";
+
+// Profile templates, one file per type; note the slash at the end.
+inline constexpr const char *kProfileTemplateDir = "/usr/local/appmgr/usr/share/pavo/profileTemplate/";
+// One settings file per VLAN of a profile, named by the VLAN id.
+inline constexpr const char *kVlanProfileConfigDir = "/tmp/vlan_profile_config";
+// The ports that AVB's stream reservation is configured on, see profile/blocks.h.
+inline constexpr const char *kManualTrunkConfig = "/tmp/manual_trunk_config";
+// A printf format for the process id.
+inline constexpr const char *kPolicyMapShow = "/mnt/application/pavo/tmp/show_policy_map_%d";
+// One apply request per profile type.
+inline constexpr const char *kProfileLock = "/tmp/profileConfig.lock";
+inline constexpr const char *kPavoExDir = "/tmp/pavo/pavo_ex";
+
 }  // namespace paths
 }  // namespace platform
 

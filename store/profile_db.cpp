@@ -28,9 +28,17 @@ constexpr const char *kCountRows = "SELECT count(*) FROM vlanInfo;";
 struct SqliteDeleter {
     void operator()(sqlite3 *db) const { sqlite3_close(db); }
     void operator()(char *text) const { sqlite3_free(text); }
+    void operator()(sqlite3_stmt *statement) const { sqlite3_finalize(statement); }
 };
 using SqlitePtr = std::unique_ptr<sqlite3, SqliteDeleter>;
 using SqliteText = std::unique_ptr<char, SqliteDeleter>;
+using SqliteStatement = std::unique_ptr<sqlite3_stmt, SqliteDeleter>;
+
+std::int32_t numberOf(const char *text) {
+    using Limits = std::numeric_limits<std::int32_t>;
+    return static_cast<std::int32_t>(
+        std::clamp(std::strtol(text, nullptr, 10), long{Limits::min()}, long{Limits::max()}));
+}
 
 // All cells of a result, as text.
 class Table {
@@ -53,11 +61,7 @@ class Table {
         return cell != nullptr ? cell : "";
     }
 
-    std::int32_t number(int row, int column) const {
-        using Limits = std::numeric_limits<std::int32_t>;
-        return static_cast<std::int32_t>(std::clamp(std::strtol(text(row, column), nullptr, 10),
-                                                    long{Limits::min()}, long{Limits::max()}));
-    }
+    std::int32_t number(int row, int column) const { return numberOf(text(row, column)); }
 
   private:
     char **cells_ = nullptr;
@@ -175,6 +179,16 @@ int rowWrite(const char *format, std::int32_t id, std::int32_t vlanType, const c
 template <std::size_t N>
 void textCopy(char (&dst)[N], const char *src) {
     std::snprintf(dst, N, "%s", src);
+}
+
+// text(column): the cell as text, never null.
+template <class Text>
+void rowFill(VlanInfoRow &row, Text text) {
+    row.id = numberOf(text(0));
+    row.vlanType = numberOf(text(1));
+    textCopy(row.profileName, text(2));
+    textCopy(row.profileType, text(3));
+    textCopy(row.color, text(4));
 }
 
 Statement selectById(std::int32_t id) {
@@ -317,6 +331,38 @@ int vlanInfoSelectRowsById(std::int32_t id) {
     return selectById(id).run(&table).code == SQLITE_OK ? table.rows() : 0;
 }
 
+std::int32_t vlanInfoSelectByIds(std::span<const std::uint32_t> ids,
+                                 const std::function<void(std::size_t i, const VlanInfoRow &row)> &visit) {
+    static constexpr const char *kSelect = "select * from vlanInfo where id = ?";
+    Connection connection;
+    if (connection.open() != SQLITE_OK) {
+        LOG_ERROR("[%s:%d] Can't open database: %s\r\n", connection.message());
+        return RESULT_FAILED;
+    }
+    connection.run("BEGIN");  // one read lock for all
+    sqlite3_stmt *prepared = nullptr;
+    int code = sqlite3_prepare_v2(connection.handle(), kSelect, -1, &prepared, nullptr);
+    const SqliteStatement statement(prepared);
+    const auto text = [&](int column) {
+        const bool there = column < sqlite3_column_count(prepared);
+        const auto *const cell = there ? sqlite3_column_text(prepared, column) : nullptr;
+        return cell != nullptr ? reinterpret_cast<const char *>(cell) : "";
+    };
+    for (std::size_t i = 0; i < ids.size() && code == SQLITE_OK; ++i) {
+        sqlite3_bind_int64(prepared, 1, ids[i]);
+        while (sqlite3_step(prepared) == SQLITE_ROW) {
+            VlanInfoRow row{};
+            rowFill(row, text);
+            visit(i, row);
+        }
+        code = sqlite3_reset(prepared);
+    }
+    // What is wrong with one id is wrong with all: thousands must not wait for a busy database in turn.
+    if (code != SQLITE_OK)
+        statementErrorLog(kSelect, connection.message());
+    return RESULT_SUCCESS;
+}
+
 int vlanInfoSelectAll(VlanInfoRowList *list) {
     if (list == nullptr || list->rows == nullptr)
         return -1;
@@ -327,14 +373,8 @@ int vlanInfoSelectAll(VlanInfoRowList *list) {
     if (outcome.code != SQLITE_OK)
         return -1;
     const int count = std::min(table.rows(), static_cast<int>(list->capacity));
-    for (int i = 0; i < count; ++i) {
-        VlanInfoRow &row = list->rows[i];
-        row.id = table.number(i, 0);
-        row.vlanType = table.number(i, 1);
-        textCopy(row.profileName, table.text(i, 2));
-        textCopy(row.profileType, table.text(i, 3));
-        textCopy(row.color, table.text(i, 4));
-    }
+    for (int i = 0; i < count; ++i)
+        rowFill(list->rows[i], [&](int column) { return table.text(i, column); });
     list->count = count;
     return count;
 }
@@ -393,4 +433,9 @@ VlanInfoRow *vlanInfoRowListFind(VlanInfoRowList *list, std::int32_t id) {
         list->rows, end, id,
         [](const VlanInfoRow &candidate, std::int32_t wanted) { return candidate.id < wanted; });
     return row != end && row->id == id ? row : nullptr;
+}
+
+VlanInfoCache::VlanInfoCache() : rows_(vlanInfoRowListCreate()) {
+    vlanInfoSelectAll(rows_);
+    vlanInfoRowListSort(rows_);
 }

@@ -9,6 +9,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <span>
 
 #include "platform/open_client.h"
 
@@ -58,6 +60,12 @@ int vlanInfoSelectById(std::int32_t id, std::int32_t *vlanType, char profileName
                        char profileType[VLAN_INFO_TYPE_SIZE], char color[VLAN_INFO_COLOR_SIZE]);
 int vlanInfoSelectRowsById(std::int32_t id);
 
+// The rows of many ids by one connection, as they are at one moment: visit(i, row) with the position in `ids`,
+// in their order; ids without a row are passed over. `visit` must not write to the database. 0, or 10000 when
+// the file cannot be opened; a statement that fails ends the look-up (logged once).
+std::int32_t vlanInfoSelectByIds(std::span<const std::uint32_t> ids,
+                                 const std::function<void(std::size_t i, const VlanInfoRow &row)> &visit);
+
 // Fills the list with all rows, at most its capacity. Number of rows read, or -1.
 int vlanInfoSelectAll(VlanInfoRowList *list);
 
@@ -76,5 +84,22 @@ void vlanInfoRowListFree(VlanInfoRowList *list);
 void vlanInfoRowListSort(VlanInfoRowList *list);
 // The row with that id of a sorted list, or null.
 VlanInfoRow *vlanInfoRowListFind(VlanInfoRowList *list, std::int32_t id);
+
+// The whole table as it was when this was made, for callers that ask about many VLANs. Empty when the
+// database cannot be read.
+class VlanInfoCache {
+  public:
+    VlanInfoCache();
+    VlanInfoCache(const VlanInfoCache &) = delete;
+    VlanInfoCache &operator=(const VlanInfoCache &) = delete;
+    ~VlanInfoCache() { vlanInfoRowListFree(rows_); }
+
+    const VlanInfoRow *find(std::uint32_t id) const {
+        return vlanInfoRowListFind(rows_, static_cast<std::int32_t>(id));
+    }
+
+  private:
+    VlanInfoRowList *rows_;
+};
 
 #endif

@@ -295,14 +295,14 @@ std::int32_t multipleIfSpeedSetSafe(openapiClientHandle_t *client, std::span<con
 }
 
 std::int32_t managementVlanGet(openapiClientHandle_t *client, std::int32_t *vlan) {
-    if (vlan == nullptr)
+    if (client == nullptr || vlan == nullptr)
         return invalidArgument("management VLAN");
     *vlan = 1;
     return managementPortIPv4ParametersGetSafe(client, vlan, nullptr, nullptr, nullptr, nullptr);
 }
 
 std::int32_t managementGatewayGet(openapiClientHandle_t *client, char *dst, std::size_t cap) {
-    if (dst == nullptr || cap == 0)
+    if (client == nullptr || dst == nullptr || cap == 0)
         return invalidArgument("management gateway");
     dst[0] = '\0';
     char gateway[MGMT_TEXT_SIZE] = "";

@@ -71,6 +71,8 @@ class AudacTest : public DetectionTest {
         return show("show vlan association mac").find(mac + "  100\n") != std::string::npos;
     }
     std::size_t associations() { return occurrences(show("show vlan association mac"), "  100\n"); }
+    bool nobody() { return list.count == 0 && associations() == 0; }
+    std::uint32_t &missCount() { return recordAt<DetectedDevice>(list, 1)->missCount; }
     // The list as MAC and port.
     std::map<std::string, std::uint32_t> known() const {
         std::map<std::string, std::uint32_t> out;
@@ -88,7 +90,6 @@ class AudacTest : public DetectionTest {
 };
 
 // --- joining and leaving
-// ----------------------------------------------------------------------------------------
 
 TEST_F(AudacTest, JoinsWhatIsBehindAControlUnitAndNothingElse) {
     config(R"({"audioVlanID":100,"audacDevicePort":[5,8,9,49]})");
@@ -106,10 +107,8 @@ TEST_F(AudacTest, JoinsWhatIsBehindAControlUnitAndNothingElse) {
     ASSERT_EQ(audacValidityCheck(&client), RESULT_SUCCESS);
     scan();
     ASSERT_EQ(known(), (std::map<std::string, std::uint32_t>{{kAmp, 5}}));
-    const auto *amp = recordAt<DetectedDevice>(list, 1);
-    EXPECT_EQ(list.count, 1u);
-    EXPECT_EQ(amp->type, DEVICE_TYPE_AUDIO);
-    EXPECT_EQ(amp->controlMode, DEVICE_CONTROL_MODE_NONE);
+    EXPECT_EQ(recordAt<DetectedDevice>(list, 1)->type, DEVICE_TYPE_AUDIO);
+    EXPECT_EQ(recordAt<DetectedDevice>(list, 1)->controlMode, DEVICE_CONTROL_MODE_NONE);
     EXPECT_TRUE(associated(kAmp));
     EXPECT_EQ(associations(), 1u);
     EXPECT_EQ(systemLogged("AUDAC Audio device Join (MAC: AA:BB:CC:00:00:01) on Port 0/5."), 1u);
@@ -128,10 +127,10 @@ TEST_F(AudacTest, LeavesAfterTwentyMissesInARow) {
     scan();
     away();
     scans(19);
-    EXPECT_EQ(recordAt<DetectedDevice>(list, 1)->missCount, 19u);
+    EXPECT_EQ(missCount(), 19u);
     ampPlug();
     scan();
-    EXPECT_EQ(recordAt<DetectedDevice>(list, 1)->missCount, 0u);
+    EXPECT_EQ(missCount(), 0u);
     EXPECT_TRUE(associated(kAmp));
 
     away();
@@ -139,8 +138,7 @@ TEST_F(AudacTest, LeavesAfterTwentyMissesInARow) {
     EXPECT_TRUE(associated(kAmp));
     EXPECT_EQ(systemLogged("AUDAC device Leave"), 0u);
     scan();
-    EXPECT_EQ(associations(), 0u);
-    EXPECT_EQ(list.count, 0u);
+    EXPECT_TRUE(nobody());
     EXPECT_EQ(systemLogged("AUDAC device Leave (Audio MAC: AA:BB:CC:00:00:01) on Port 0/5."), 1u);
     EXPECT_EQ(systemLogged("AUDAC Audio device Join"), 1u);
     EXPECT_EQ(callCount(kApply), 2u);
@@ -151,11 +149,11 @@ TEST_F(AudacTest, FollowsAMoveWithoutAScript) {
     ampPlug("amp2", kAmp2);
     scan();
     move("amp", 6, "control6");
-    recordAt<DetectedDevice>(list, 1)->missCount = 7;
+    missCount() = 7;
     scan();
     EXPECT_EQ(callCount(kApply), 2u);
     EXPECT_EQ(known(), (std::map<std::string, std::uint32_t>{{kAmp, 6}, {kAmp2, 5}}));
-    EXPECT_EQ(recordAt<DetectedDevice>(list, 1)->missCount, 0u);
+    EXPECT_EQ(missCount(), 0u);
     const std::string text = "AUDAC device (MAC: AA:BB:CC:00:00:01) from Port 0/5 change to Port 0/6.";
     EXPECT_EQ(systemLogged(text), 1u);
     EXPECT_EQ(logged(text + "\r\n"), 1u);
@@ -174,9 +172,7 @@ TEST_F(AudacTest, RepairsAnAssociationRemovedByHand) {
     cli({"vlan database", std::string("no vlan association mac ") + kAmp});
     ASSERT_FALSE(associated(kAmp));
     EXPECT_EQ(errorsOf([&] { scan(); }), 1u);
-    EXPECT_EQ(logged("AudacLookup check (mac: AA:BB:CC:00:00:01) in the linked list, but not in the VLAN "
-                     "association mac.\r\n"),
-              1u);
+    EXPECT_EQ(logged("AA:BB:CC:00:00:01) in the linked list, but not in the VLAN association mac.\r\n"), 1u);
     EXPECT_TRUE(associated(kAmp));
     EXPECT_EQ(list.count, 2u);
     EXPECT_EQ(systemLogged("AUDAC Audio device Join"), 3u);
@@ -193,10 +189,8 @@ TEST_F(AudacTest, RetriesAFailingJoinAndAFailingLeave) {
     failCall(kApply, 1, false);
     // Each try is two lines: the apply call's own and the family's, which names the script.
     EXPECT_EQ(errorsOf([&] { scans(3); }), 6u);
-    EXPECT_EQ(logged("AudacLookup cli apply failed. (vlan database\nvlan association mac " +
-                     std::string(kAmp) + " 100\nexit\n)\r\n"),
-              3u);
-    EXPECT_EQ(list.count, 0u);
+    EXPECT_EQ(logged("vlan database\nvlan association mac AA:BB:CC:00:00:01 100\nexit\n)\r\n"), 3u);
+    EXPECT_TRUE(nobody());
     EXPECT_EQ(systemLogged("Join"), 0u);
     clearFaults();
     scan();
@@ -207,12 +201,11 @@ TEST_F(AudacTest, RetriesAFailingJoinAndAFailingLeave) {
     failCall(kApply, 1, false);
     EXPECT_EQ(errorsOf([&] { scans(3); }), 6u);
     ASSERT_EQ(list.count, 1u);
-    EXPECT_GE(recordAt<DetectedDevice>(list, 1)->missCount, DEVICE_MISS_MAX);
+    EXPECT_GE(missCount(), DEVICE_MISS_MAX);
     EXPECT_TRUE(associated(kAmp));
     clearFaults();
     scan();
-    EXPECT_EQ(list.count, 0u);
-    EXPECT_EQ(associations(), 0u);
+    EXPECT_TRUE(nobody());
     EXPECT_EQ(systemLogged("AUDAC device Leave"), 1u);
 }
 
@@ -222,8 +215,7 @@ TEST_F(AudacTest, ControlUnitsAndRestoredPorts) {
     EXPECT_EQ(audacOnlineCli(&client, &control), 0);
     EXPECT_FALSE(port7().ptpTcEnabled);
     EXPECT_EQ(callCount(kApply), 0u);
-    EXPECT_EQ(systemLogged("AUDAC Control device Join (MAC: aa:bb:cc:dd:ee:07) on Port 0/7, PTP disabled."),
-              1u);
+    EXPECT_EQ(systemLogged("AUDAC Control device Join (MAC: aa:bb:cc:dd:ee:07) on Port 0/7, PTP dis"), 1u);
     failCall("rpcclt_openapiPtpTcIntfAdminModeSet");
     EXPECT_EQ(audacOnlineCli(&client, &control), OPEN_E_FAIL);
     EXPECT_EQ(logged("AudacLookup: Failed to disable PTP on port 7 (result=-2)\r\n"), 1u);
@@ -323,26 +315,16 @@ TEST_F(AudacThreadTest, ComesBackAfterTheSwitchWasAway) {
 }
 
 // --- what users, devices and the machine may do to it
-// -----------------------------------------------------------
 
 TEST_F(AudacTest, ConfigurationFilesOfAnyKind) {
     ampPlug();
     const std::string whole = kConfig;
-    const std::string unusable[] = {"",
-                                    "{}",
-                                    "[]",
-                                    "null",
-                                    whole.substr(0, whole.size() - 1),
-                                    std::string("\x00\xff\x7f\x45LF\x01{", 8),
-                                    R"({"audioVlanID":0,"audacDevicePort":[5]})",
-                                    R"({"audioVlanID":-1,"audacDevicePort":[5]})",
-                                    R"({"audioVlanID":4095,"audacDevicePort":[5]})",
-                                    R"({"audioVlanID":1e300,"audacDevicePort":[5]})",
-                                    R"({"audioVlanID":"100","audacDevicePort":[5]})",
-                                    R"({"audioVlanID":true,"audacDevicePort":[5]})",
-                                    R"({"AudioVlanId":100,"audacDevicePort":[5]})",
-                                    std::string(100'000, '['),
-                                    whole + std::string(5u << 20, ' ')};
+    std::vector<std::string> unusable = {"", "{}", "[]", "null", whole.substr(0, whole.size() - 1)};
+    unusable.push_back(std::string("\x00\xff\x7f\x45LF\x01{", 8));
+    unusable.push_back(std::string(100'000, '['));
+    unusable.push_back(whole + std::string(5u << 20, ' '));
+    for (const char *vlan : {"0", "-1", "4095", "1e300", "\"100\"", "true", "[100]"})
+        unusable.push_back(std::string(R"({"audacDevicePort":[5],"audioVlanID":)") + vlan + "}");
     for (const auto &text : unusable) {
         config(text);
         EXPECT_EQ(audacAudioVlanIdGet(), 0u) << text.substr(0, 60);
@@ -365,7 +347,6 @@ TEST_F(AudacTest, ConfigurationFilesOfAnyKind) {
         {"[5, 5, 5]", 1},
         {R"("5")", 0},
         {R"({"a":5})", 0},
-        {"5", 0},
         {"[]", 0}};
     for (const auto &[ports, count] : portLists) {
         config(std::string(R"({"audioVlanID":100,"audacDevicePort":)") + ports + "}");
@@ -395,8 +376,7 @@ TEST_F(AudacTest, AHalfWrittenConfigurationCostsNobodyItsAssociation) {
     // A whole file that names no ports is a decision.
     config(R"({"audioVlanID":100})");
     scan();
-    EXPECT_EQ(list.count, 0u);
-    EXPECT_FALSE(associated(kAmp));
+    EXPECT_TRUE(nobody());
 }
 
 TEST_F(AudacTest, NeighbourTextsOfAnyLengthAndContent) {
@@ -423,9 +403,7 @@ TEST_F(AudacTest, NeighbourTextsOfAnyLengthAndContent) {
     for (const char *read : {"ChassisId", "PortId", "SystemDesc"}) {
         failCall("rpcclt_openapiLldpIntfRemoteDevice" + std::string(read) + "Get");
         EXPECT_EQ(errorsOf([&] { EXPECT_EQ(found(), 1); }), 1u);
-        EXPECT_EQ(
-            logged("Call openapiLldpIntfRemoteDevice" + std::string(read) + "Get error. (result = -2)\r\n"),
-            1u);
+        EXPECT_EQ(logged("Device" + std::string(read) + "Get error. (result = -2)\r\n"), 1u);
         clearFaults();
     }
     failCall("rpcclt_openapiLldpMgmtStrLenGet");
@@ -444,7 +422,7 @@ TEST_F(AudacTest, AnOutageInTheMiddleOfACycleLosesNobody) {
     EXPECT_EQ(audacValidityCheck(&client), RESULT_CONFIG_INVALID);
     device->setDown(false);
     EXPECT_EQ(errorsOf([&] { scans(2); }), 0u);
-    EXPECT_EQ(recordAt<DetectedDevice>(list, 1)->missCount, 0u);
+    EXPECT_EQ(missCount(), 0u);
     EXPECT_TRUE(associated(kAmp));
     EXPECT_EQ(callCount(kApply), 1u);
 }
@@ -453,6 +431,9 @@ TEST_F(AudacTest, ProfileDatabasesOfAnyKind) {
     const auto path = platform::fsPath(paths::kProfileDb);
     namespace fs = std::filesystem;
     const auto check = [&] { return audacValidityCheck(&client); };
+    const auto expectFailure = [&] {
+        EXPECT_EQ(errorsOf([&] { EXPECT_EQ(check(), RESULT_CONFIG_INVALID); }), 1u);
+    };
     EXPECT_EQ(check(), RESULT_SUCCESS);
     fs::permissions(path, fs::perms::owner_read);
     EXPECT_EQ(errorsOf([&] { EXPECT_EQ(check(), RESULT_SUCCESS); }), 0u);
@@ -461,20 +442,20 @@ TEST_F(AudacTest, ProfileDatabasesOfAnyKind) {
     sqlite3 *other = nullptr;
     ASSERT_EQ(sqlite3_open(path.c_str(), &other), SQLITE_OK);
     ASSERT_EQ(sqlite3_exec(other, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
-    EXPECT_EQ(errorsOf([&] { EXPECT_EQ(check(), RESULT_CONFIG_INVALID); }), 1u);
+    expectFailure();
     EXPECT_EQ(logged("database is locked"), 1u);
     sqlite3_close(other);
     EXPECT_EQ(check(), RESULT_SUCCESS);
 
     writeText(paths::kProfileDb, std::string(8192, 'x'));
-    EXPECT_EQ(errorsOf([&] { EXPECT_EQ(check(), RESULT_CONFIG_INVALID); }), 1u);
+    expectFailure();
     writeText(paths::kProfileDb, "");
-    EXPECT_EQ(errorsOf([&] { EXPECT_EQ(check(), RESULT_CONFIG_INVALID); }), 1u);
+    expectFailure();
     fs::remove(path);
     fs::create_directory(path);
-    EXPECT_EQ(errorsOf([&] { EXPECT_EQ(check(), RESULT_CONFIG_INVALID); }), 1u);
+    expectFailure();
     fs::remove(path);
-    EXPECT_EQ(errorsOf([&] { EXPECT_EQ(check(), RESULT_CONFIG_INVALID); }), 1u);
+    expectFailure();
 
     // VLAN 1 is no profile VLAN, nor is one that the switch does not have.
     vlanInfoTableCreate();
@@ -508,77 +489,60 @@ TEST_F(AudacTest, AScriptFolderThatCannotBeWritten) {
 }
 
 // --- every call may fail
-// ----------------------------------------------------------------------------------------
 
-struct Scenario {
-    const char *name;
-    bool ampLeaves, amp2Known, amp2Moves, byHand;
-};
+enum class Event { Join, Leave, Repair, Move };
 
-class AudacFaultTest : public AudacTest, public testing::WithParamInterface<Scenario> {
+class AudacFaultTest : public AudacTest, public testing::WithParamInterface<Event> {
   protected:
-    // "amp" is known on port 5 and so may "amp2" on port 6; then something happens to one of them.
-    void prepare(const Scenario &scenario) {
+    // "amp" is known on port 5; then something happens to "amp2" on port 6, known before unless it joins.
+    void prepare() {
         deviceListTearDown(&list);
         startSwitch({});
         scene();
         ampPlug();
         scan();
         ampPlug("amp2", kAmp2, 6);
-        if (scenario.amp2Known)
+        if (GetParam() != Event::Join)
             scan();
-        if (scenario.amp2Moves)
+        if (GetParam() == Event::Move)
             move("amp2", 5, "control5");
-        if (scenario.byHand)
+        if (GetParam() == Event::Repair)
             cli({"vlan database", std::string("no vlan association mac ") + kAmp2});
-        if (scenario.ampLeaves) {
-            away("amp");
-            for (std::size_t i = 1; i <= list.count; ++i)
-                if (auto *known = recordAt<DetectedDevice>(list, i); known->mac == std::string(kAmp))
-                    known->missCount = DEVICE_MISS_MAX - 1;
+        if (GetParam() == Event::Leave) {
+            away("amp2");
+            missCount() = DEVICE_MISS_MAX - 1;  // the last to join is the first of the list
         }
     }
 };
 
 TEST_P(AudacFaultTest, EndsUpWhereItDoesWithoutFaults) {
-    const Scenario &scenario = GetParam();
-    prepare(scenario);
+    prepare();
     scans(3);
     const auto finalKnown = known();
     const auto finalAssociations = show("show vlan association mac");
-
     for (const bool once : {true, false}) {
         bool struck = true;
         for (std::uint64_t n = 1; struck; ++n) {
             SCOPED_TRACE(testing::Message() << "call " << n << (once ? " fails" : " and all after it fail"));
-            prepare(scenario);
+            prepare();
             failCall("*", n, once);
             scans(once ? 1 : 3);
             struck = callsSeen() >= n;
             clearFaults();
             // What is known and there is never put out by a failure.
-            if (!scenario.ampLeaves) {
-                ASSERT_TRUE(associated(kAmp));
-                ASSERT_TRUE(known().contains(kAmp));
-            }
-            if (scenario.amp2Known && !scenario.byHand) {
-                ASSERT_TRUE(associated(kAmp2));
-                ASSERT_TRUE(known().contains(kAmp2));
+            ASSERT_TRUE(associated(kAmp) && known().contains(kAmp));
+            if (GetParam() == Event::Move) {
+                ASSERT_TRUE(associated(kAmp2) && known().contains(kAmp2));
             }
             scans(2);
             ASSERT_EQ(known(), finalKnown);
             ASSERT_EQ(list.count, finalKnown.size());
             ASSERT_EQ(show("show vlan association mac"), finalAssociations);
-            ASSERT_LT(n, 500u);
         }
     }
 }
 
 INSTANTIATE_TEST_SUITE_P(Audac, AudacFaultTest,
-                         testing::Values(Scenario{"join", false, false, false, false},
-                                         Scenario{"leave", true, true, false, false},
-                                         Scenario{"repair", false, true, false, true},
-                                         Scenario{"move", false, true, true, false}),
-                         [](const auto &test) { return test.param.name; });
+                         testing::Values(Event::Join, Event::Leave, Event::Repair, Event::Move));
 
 }  // namespace

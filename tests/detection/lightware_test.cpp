@@ -60,15 +60,7 @@ class LightwareTest : public DetectionTest {
     void connect(IfNum port, const std::string &chassis, const std::string &portDesc) {
         ASSERT_EQ(plug(uplink(port, chassis, portDesc)), OPEN_E_NONE);
     }
-    void disconnect(IfNum port) {
-        const auto name = model([&](vswitch::Model &m) {
-            for (const auto &[key, at] : m.devices())
-                if (at.port == port)
-                    return key;
-            return std::string("nothing on this port");
-        });
-        ASSERT_EQ(unplug(name), OPEN_E_NONE);
-    }
+    void disconnect(IfNum port) { ASSERT_EQ(unplug("uplink" + std::to_string(port)), OPEN_E_NONE); }
     void scans(int count = 1) {
         for (int i = 0; i < count; ++i)
             lightwareLookup(&client, &list);
@@ -154,22 +146,12 @@ TEST_F(LightwareTest, FollowsAMovedUplinkWithinOneCycle) {
     EXPECT_EQ(list.count, 1u);
     EXPECT_TRUE(bundled(kLag, {1}));
     EXPECT_FALSE(tagged(4));
-    // Another uplink of the endpoint on a port where one was is no move.
-    disconnect(1);
-    connect(1, "endpoint-a", "2");
-    scans();
-    EXPECT_EQ(list.count, 2u);
-    scans();
-    ASSERT_EQ(list.count, 1u);
-    EXPECT_EQ(link(1)->portDescNum, 2u);
 }
 
 TEST_F(LightwareTest, TakesNothingElseForAnEndpoint) {
-    plug(uplink(1, "a", "1", "ubex endpoint"));
-    plug(uplink(2, "a", "1", " UBEX"));
-    plug(uplink(3, "a", "1", "The UBEX"));
-    plug(uplink(4, "a", "1", "UBE"));
-    plug(uplink(5, "a", "1", ""));
+    IfNum port = 1;
+    for (const char *description : {"ubex endpoint", " UBEX", "The UBEX", "UBE", ""})
+        plug(uplink(port++, "a", "1", description));
     connect(6, "", "1");
     connect(7, "a", "1");
     model([](vswitch::Model &m) { m.setPvid(7, 1); });
@@ -177,11 +159,9 @@ TEST_F(LightwareTest, TakesNothingElseForAnEndpoint) {
     scans(3);
     EXPECT_EQ(list.count, 0u);
     EXPECT_EQ(callCount("rpcclt_openapiLagPortAdd"), 0u);
-
     profileRemove(kVlan);
     std::uint32_t vlan = 0;
     EXPECT_EQ(lightwareVlanIdGet(&client, &vlan), RESULT_CONFIG_INVALID);
-    EXPECT_EQ(vlan, 0u);
 }
 
 TEST_F(LightwareTest, MoreEndpointsThanLags) {
@@ -291,9 +271,7 @@ TEST_F(LightwareTest, NeighbourTextsOfAnyLengthAndContent) {
     for (const char *read : {"SystemDesc", "ChassisId", "PortDesc"}) {
         failCall("rpcclt_openapiLldpIntfRemoteDevice" + std::string(read) + "Get");
         EXPECT_EQ(errorsOf([&] { scans(); }), 1u);
-        EXPECT_EQ(
-            logged("Call openapiLldpIntfRemoteDevice" + std::string(read) + "Get error. (result = -2)\r\n"),
-            1u);
+        EXPECT_EQ(logged("Device" + std::string(read) + "Get error. (result = -2)\r\n"), 1u);
         EXPECT_EQ(link(1)->missCount, 1u);
         scans();
         EXPECT_TRUE(bundled(kLag, {1, 2}));
@@ -334,32 +312,42 @@ TEST_F(LightwareTest, ASlowSwitch) {
     // Going offline says so, for LAG and port, and does all its steps.
     disconnect(1);
     EXPECT_EQ(errorsOf([&] { scans(2); }), 2u);
-    EXPECT_EQ(logged("Lightware: set interface 49 to vlan 286 OPEN_VLAN_PARTICIPATION_MODE_AUTO failed.\r\n"),
-              1u);
+    EXPECT_EQ(logged("set interface 49 to vlan 286 OPEN_VLAN_PARTICIPATION_MODE_AUTO failed.\r\n"), 1u);
     EXPECT_EQ(callCount("rpcclt_openapiVlanIfTaggingSet"), tagging + 2);
     EXPECT_EQ(list.count, 0u);
     EXPECT_EQ(lagOf(1), 0u);
 }
 
 TEST_F(LightwareTest, ResultsOfTheSteps) {
-    LightwareLink record{1, "endpoint-a", 1, 0, 0};
-    for (const char *call : {"rpcclt_openapiLagMaxMemberCountGet", "openapiVlanCreatedCheck"}) {
-        failCall(call);
-        EXPECT_EQ(lightwareOnlineCli(&client, &list, &record),
-                  std::string(call).find("Lag") != std::string::npos ? RESULT_FAILED : RESULT_CONFIG_INVALID);
-        clearFaults();
-    }
-    // The second got as far as the LAG; taken offline without a profile it gets out of there all the same.
-    EXPECT_EQ(lagOf(1), kLag);
-    std::uint32_t lag = 0;
-    EXPECT_EQ(phyPortLagNumGet(&client, 1, &lag), 0);
-    EXPECT_EQ(lag, kLag);
-    EXPECT_EQ(phyPortLagNumGet(&client, 2, &(lag = 7)), 0);
-    EXPECT_EQ(lag, 7u);
-    profileRemove(kVlan);
-    EXPECT_EQ(lightwareOfflineCli(&client, &list, &record), RESULT_CONFIG_INVALID);
+    // An uplink whose online step fails is not in the list, and tried again.
+    connect(1, "endpoint-a", "1");
+    failCall("rpcclt_openapiLagMaxMemberCountGet");
+    scans();
+    EXPECT_EQ(list.count, 0u);
     EXPECT_EQ(lagOf(1), 0u);
-    EXPECT_FALSE(tagged(1) || tagged(kLag));
+    clearFaults();
+    failCall("openapiVlanCreatedCheck", 3);  // the scan makes two
+    scans();
+    EXPECT_EQ(list.count, 0u);
+    EXPECT_EQ(lagOf(1), kLag);
+    clearFaults();
+    scans();
+    EXPECT_TRUE(bundled(kLag + 1, {1}));  // the first LAG was not empty
+
+    LightwareLink record{2, "endpoint-b", 1, 0, 0};
+    failCall("rpcclt_openapiLagMaxMemberCountGet");
+    EXPECT_EQ(lightwareOnlineCli(&client, &list, &record), RESULT_FAILED);
+    profileRemove(kVlan);
+    EXPECT_EQ(lightwareOnlineCli(&client, &list, &record), RESULT_CONFIG_INVALID);
+    // Without a profile it got as far as the LAG, and gets out of there all the same.
+    std::uint32_t lag = 7;
+    EXPECT_EQ(phyPortLagNumGet(&client, 3, &lag), 0);
+    EXPECT_EQ(lag, 7u);
+    EXPECT_EQ(phyPortLagNumGet(&client, 2, &lag), 0);
+    EXPECT_EQ(lag, record.lagIfNum);
+    EXPECT_EQ(lightwareOfflineCli(&client, &list, &record), RESULT_CONFIG_INVALID);
+    EXPECT_EQ(lagOf(2), 0u);
+    EXPECT_FALSE(tagged(2) || tagged(lag));
     const auto calls = device->with([](vswitch::Server &s) { return s.callTotal(); });
     record.lagIfNum = 0;
     EXPECT_EQ(lightwareOfflineCli(&client, &list, &record), 0);
@@ -402,7 +390,6 @@ TEST_F(LightwareTest, TheThreadLeavesTheSwitchAsItIs) {
 }
 
 // --- every call may fail
-// ----------------------------------------------------------------------------------------
 
 // Two uplinks on ports 1 and 2; the second one joins, leaves, or moves to port 5.
 enum class Happening { Online, Offline, Move };
@@ -457,10 +444,11 @@ TEST_P(LightwareFaultTest, EveryEndpointIsWholeAfterARePlug) {
             ASSERT_EQ(list.count, 2u);
             const IfNum lag = link(1)->lagIfNum;
             // A port that could not be taken out of its LAG when its uplink left is still there.
-            if (logged("Failed to delete interface 2 from LAG") != 0)
-                model([&](vswitch::Model &m) { port != 2 ? m.lagRemove(m.interface(2)->lag, 2) : 0; });
+            if (port != 2 && lagOf(2) != 0) {
+                ASSERT_NE(logged("Failed to delete interface 2 from LAG"), 0u);
+                model([&](vswitch::Model &m) { m.lagRemove(m.interface(2)->lag, 2); });
+            }
             ASSERT_TRUE(bundled(lag, {1, port}));
-            ASSERT_LT(n, 500u);
         }
     }
 }

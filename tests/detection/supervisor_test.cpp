@@ -21,7 +21,6 @@ namespace clk = platform::manual_clock;
 namespace paths = platform::paths;
 
 // --- registration
-// -----------------------------------------------------------------------------------------------
 
 class RegistrationTest : public DetectionTest {
   protected:
@@ -37,10 +36,8 @@ TEST_F(RegistrationTest, WaitsForTheSwitchUpToTheSeventhCheck) {
     EXPECT_EQ(initHandler("detection", &own), 0);
     EXPECT_EQ(logged(kWarning), 6u);
     EXPECT_EQ(clk::totalSlept(), 18s);
-    EXPECT_EQ(logged("Register RPC to OpEN success. (client name = detection_" + std::to_string(getpid())),
-              1u);
-    EXPECT_EQ(logged("ICOS Version = 8.6.3.1\n"), 1u);
-    EXPECT_EQ(logged("Open API Version = 1.25.0.1\n"), 1u);
+    EXPECT_EQ(logged("success. (client name = detection_" + std::to_string(getpid()) + ")\n"), 1u);
+    EXPECT_EQ(logged("ICOS Version = 8.6.3.1\n") + logged("Open API Version = 1.25.0.1\n"), 2u);
 
     clearFaults();
     failFirst(kCheck, 7);
@@ -93,7 +90,6 @@ TEST_F(RegistrationTest, ProfileDatabaseIsMadeWhereThereIsNone) {
 }
 
 // --- supervision
-// ------------------------------------------------------------------------------------------------
 
 // Creates threads for the supervisor that a test can wait for.
 struct Threads {
@@ -160,11 +156,9 @@ TEST_F(SupervisorTest, RestartsThreadsWhoseProfileIsBack) {
     profileRemove(50);
     pass(15s, 2);
     Threads::join(1);
-    const auto before = logged("\n");
-    for (int i = 0; i < 2; ++i)
-        pass(30s - (i == 0 ? 15s : 0s), 2);
+    pass(15s, 2);
+    pass(30s, 2);
     EXPECT_EQ(logged("(ERROR)") + logged("(WARN)"), 0u);
-    EXPECT_GT(logged("\n"), before);
     profileAdd(50, kAudac);
     const auto config = readFile(paths::kAudacConfig);
     writeText(paths::kAudacConfig, "{}");
@@ -183,12 +177,10 @@ TEST_F(SupervisorTest, RestartsThreadsWhoseProfileIsBack) {
     pass(15s, 2);
     Threads::join(2);
     EXPECT_EQ(lightwareRunning, 0);
-    for (int i = 0; i < 2; ++i)
-        pass(15s, 2);
+    pass(30s, 2);
     EXPECT_EQ(Threads::created.size(), 3u);
     vlanCreate(301);
-    pass(15s, 2);
-    pass(15s, 2);
+    pass(30s, 2);
     EXPECT_EQ(lightwareRunning, 0);  // first a second's pause
     pass(1s, 3);
     EXPECT_EQ(lightwareRunning, 1);

@@ -105,7 +105,9 @@ TEST_F(SwitchSettingsTest, ManagementVlanAndGateway) {
     EXPECT_EQ(vlan, 1);
     EXPECT_EQ(managementGatewayGet(&client, gateway, sizeof gateway), 10016);
     EXPECT_STREQ(gateway, "");
+    EXPECT_EQ(managementVlanGet(nullptr, &vlan), 10003);
     EXPECT_EQ(managementVlanGet(&client, nullptr), 10003);
+    EXPECT_EQ(managementGatewayGet(nullptr, gateway, sizeof gateway), 10003);
     EXPECT_EQ(managementGatewayGet(&client, nullptr, 8), 10003);
     EXPECT_EQ(managementGatewayGet(&client, gateway, 0), 10003);
 }

@@ -2,7 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <climits>
+#include <functional>
 #include <random>
 
 using namespace std::chrono_literals;
@@ -119,10 +120,10 @@ TEST_F(ModelTest, NothingStandsBehindItselfNorBehindWhatIsElsewhere) {
 
 TEST_F(ModelTest, AChainOfManyDevicesMovesAndGoes) {
     model.plug(device("0", 1, 0));
-    for (unsigned n = 1; n < 3000; ++n)
+    for (unsigned n = 1; n < 1000; ++n)
         ASSERT_EQ(OPEN_E_NONE, model.plug(device(std::to_string(n), 1, n, std::to_string(n - 1))));
     EXPECT_EQ(OPEN_E_NONE, model.move("1", 2, ""));
-    EXPECT_EQ(2u, model.devices().at("2999").port);
+    EXPECT_EQ(2u, model.devices().at("999").port);
     EXPECT_EQ(OPEN_E_NONE, model.unplug("1"));
     EXPECT_EQ(1u, model.devices().size());
 }
@@ -163,12 +164,13 @@ TEST_F(ModelTest, SilentDevicesAgeAndTalkingOnesDoNot) {
     model.plug(silent);
     pass(1000s);
     model.setTalking("silent", false);
-    pass(299s);
+    pass(290s);
     EXPECT_EQ("1.1@0/1 2.1@0/2", fdb());
-    pass(1s);
+    pass(10s);
     EXPECT_EQ("1.1@0/1", fdb());
+    pass(90s);
     EXPECT_EQ("talker@1 silent@2", neighbours());
-    pass(100s);
+    pass(10s);
     EXPECT_EQ("talker@1", neighbours());
     EXPECT_TRUE(link(2)) << "silence is no pulled cable";
     model.setTalking("silent", true);
@@ -382,9 +384,11 @@ void checkRules(const Model &m) {
         // Entries kept up step by step are those a fresh look would give.
         const auto &port = *m.interface(d.port);
         const bool heard = d.talking && port.linkUp && (port.lag == 0 || m.interface(port.lag)->linkUp);
-        for (const auto &address : d.macs)
-            if (const auto id = vlanOnArrival(m, d, address); id != 0 && heard && m.fdbRefused() == 0)
-                ASSERT_TRUE(m.fdb().contains({address, id})) << name << " in VLAN " << id;
+        for (const auto &address : d.macs) {
+            const auto id = vlanOnArrival(m, d, address);
+            ASSERT_TRUE(id == 0 || !heard || m.fdbRefused() > 0 || m.fdb().contains({address, id}))
+                << name << " in VLAN " << id;
+        }
     }
 }
 
@@ -397,69 +401,43 @@ TEST_F(ModelTest, RulesHoldWhateverHappens) {
             return upTo(9) == 0 ? "" : std::string(1, static_cast<char>('a' + upTo(7)));
         };
         const auto id = [&] { return upTo(20) == 0 ? 4095 : upTo(6); };
+        Device d;
+        // What is listed more than once happens more often.
+        const std::function<void()> steps[] = {
+            [&] { model.plug(d); },
+            [&] { model.plug(d); },
+            [&] { model.plug(d); },
+            [&] { model.unplug(d.name); },
+            [&] { model.move(d.name, d.port, d.behind); },
+            [&] { model.move(d.name, d.port, d.behind); },
+            [&] { model.setTalking(d.name, d.talking); },
+            [&] { model.setCarrier(upTo(9), static_cast<Carrier>(upTo(2))); },
+            [&] { model.setAdmin(upTo(12), upTo(3) != 0); },
+            [&] { model.createVlan(id()); },
+            [&] { model.deleteVlan(id()); },
+            [&] { model.setPvid(upTo(11), id()); },
+            [&] { model.setParticipation(upTo(11), id(), upTo(3)); },
+            [&] { model.setTagging(upTo(11), id(), upTo(1) == 0); },
+            [&] { model.associateMac(mac(upTo(9)), id()); },
+            [&] { model.dissociateMac(mac(upTo(9))); },
+            [&] { model.lagAdd(upTo(12), upTo(10)); },
+            [&] { model.lagRemove(upTo(12), upTo(10)); },
+            [&] { model.learn(mac(upTo(255)), id(), upTo(9)); },
+            [&] { model.setLatency(std::chrono::seconds(upTo(3))); },
+            [&] { model.clearFdb(); },
+            [&] { pass(std::chrono::seconds(upTo(5))); },
+            [&] { pass(std::chrono::seconds(upTo(400))); }};
         for (int step = 0; step < 4000; ++step) {
-            Device d = device(name(), upTo(9), upTo(9), upTo(1) == 0 ? "" : name());
+            d = device(name(), upTo(9), upTo(9), upTo(1) == 0 ? "" : name());
             d.macs.push_back(mac(upTo(200)));
             d.tag = upTo(2) == 0 ? id() : 0;
+            d.talking = upTo(3) != 0;
             d.lldp->ttl = upTo(300);
-            switch (upTo(18)) {
-                case 0:
-                case 1:
-                case 2:
-                    model.plug(d);
-                    break;
-                case 3:
-                    model.unplug(d.name);
-                    break;
-                case 4:
-                case 5:
-                    model.move(d.name, d.port, d.behind);
-                    break;
-                case 6:
-                    model.setTalking(d.name, upTo(1) == 0);
-                    break;
-                case 7:
-                    model.setCarrier(upTo(9), static_cast<Carrier>(upTo(2)));
-                    break;
-                case 8:
-                    model.setAdmin(upTo(12), upTo(3) != 0);
-                    break;
-                case 9:
-                    model.createVlan(id());
-                    break;
-                case 10:
-                    model.deleteVlan(id());
-                    break;
-                case 11:
-                    model.setPvid(upTo(11), id());
-                    break;
-                case 12:
-                    model.setParticipation(upTo(11), id(), upTo(3));
-                    break;
-                case 13:
-                    model.setTagging(upTo(11), id(), upTo(1) == 0);
-                    break;
-                case 14:
-                    upTo(1) == 0 ? model.associateMac(mac(upTo(9)), id()) : model.dissociateMac(mac(upTo(9)));
-                    break;
-                case 15:
-                    upTo(1) == 0 ? model.lagAdd(upTo(12), upTo(10)) : model.lagRemove(upTo(12), upTo(10));
-                    break;
-                case 16:
-                    model.learn(mac(upTo(255)), id(), upTo(9));
-                    break;
-                case 17:
-                    model.setLatency(std::chrono::seconds(upTo(3)));
-                    break;
-                default:
-                    pass(upTo(9) == 0 ? 400s : std::chrono::seconds(upTo(5)));
-                    break;
-            }
+            steps[upTo(std::size(steps) - 1)]();
             checkRules(model);
             if (HasFatalFailure())
                 FAIL() << "seed " << seed << ", step " << step;
         }
-        EXPECT_LT(0u, model.devices().size());
     }
 }
 

@@ -13,7 +13,8 @@ namespace cli {
 namespace {
 
 // Longer lines are no commands.
-constexpr std::size_t kLineMax = 64 << 10;
+constexpr std::size_t kLineMax = 16 << 10;
+constexpr std::size_t kObjectNameMax = 31;
 
 struct Token {
     std::string text;
@@ -107,9 +108,14 @@ bool parseIp(std::string_view text) {
 struct Word {
     std::vector<std::string_view> literals;
     std::string_view argument;
+    bool repeats = false;
 
     static Word of(std::string_view text) {
         Word word;
+        if (text.ends_with("...")) {
+            word.repeats = true;
+            text.remove_suffix(3);
+        }
         if (text.front() == '<')
             word.argument = text.substr(1, text.size() - 2);
         else
@@ -118,6 +124,13 @@ struct Word {
     }
     bool takesValue() const { return literals.size() != 1; }
 };
+
+// What may stand at a position of a line; null behind its end.
+const Word *wordAt(const std::vector<Word> &words, std::size_t i) {
+    if (i < words.size())
+        return &words[i];
+    return words.back().repeats ? &words.back() : nullptr;
+}
 
 enum class Fit { No, Abbreviated, Exact };
 
@@ -209,13 +222,14 @@ Match match(const Model &model, CliMode mode, const std::vector<Token> &tokens) 
             continue;
         Values values;
         std::size_t i = 0, abbreviated = 0;
-        for (; i < tokens.size() && i < words.size(); ++i) {
+        for (; i < tokens.size(); ++i) {
+            const auto *word = wordAt(words, i);
             Value value;
-            const auto how = fit(model, words[i], tokens[i], value);
+            const auto how = word == nullptr ? Fit::No : fit(model, *word, tokens[i], value);
             if (how == Fit::No)
                 break;
             abbreviated += how == Fit::Abbreviated ? 1 : 0;
-            if (words[i].takesValue())
+            if (word->takesValue())
                 values.push_back(std::move(value));
         }
         best.furthest = std::max(best.furthest, i);
@@ -241,13 +255,22 @@ Match match(const Model &model, CliMode mode, const std::vector<Token> &tokens) 
 const std::vector<const Command *> &allCommands() {
     static const auto rows = [] {
         std::vector<const Command *> all;
-        for (const auto table : {sessionCommands(), vlanCommands(), systemCommands(), interfaceCommands(),
-                                 lagCommands(), showCommands()})
+        for (const auto table : {sessionCommands(), vlanCommands(), systemCommands(), multicastCommands(),
+                                 avCommands(), qosCommands(), accessListCommands(), interfaceCommands(),
+                                 lagCommands(), routingCommands(), showCommands()})
             for (const auto &command : table)
                 all.push_back(&command);
         return all;
     }();
     return rows;
+}
+
+bool nameAllowed(Context &context, const std::string &name) {
+    const bool good = !name.empty() && name.size() <= kObjectNameMax &&
+                      std::all_of(name.begin(), name.end(), [](unsigned char c) {
+                          return std::isalnum(c) || c == '_' || c == '-' || c == '.';
+                      });
+    return good || context.refuse("A name has 1 to 31 letters, digits, '_', '-' and '.'.");
 }
 
 bool Context::accept(open_error_t code) {
@@ -389,6 +412,18 @@ std::string Cli::prompt(const CliSession &session) const {
             return name + "(Config)#";
         case CliMode::VlanDatabase:
             return name + "(Vlan)#";
+        case CliMode::VlanInterface:
+            return name + "(Interface vlan " + std::to_string(session.vlan) + ")#";
+        case CliMode::ClassMap:
+            return name + "(Config-classmap)#";
+        case CliMode::PolicyMap:
+            return name + "(Config-policy-map)#";
+        case CliMode::PolicyClass:
+            return name + "(Config-policy-classmap)#";
+        case CliMode::IpAccessList:
+            return name + "(Config-ipv4-acl)#";
+        case CliMode::MacAccessList:
+            return name + "(Config-mac-access-list)#";
         case CliMode::Interface:
             break;
     }
@@ -405,12 +440,14 @@ std::string Cli::help(const CliSession &session, std::string_view line) const {
         tokens.pop_back();
     std::vector<std::pair<std::string, std::string>> rows;
     for (const auto &[command, words] : cli::grammar()) {
-        if ((command->modes & cli::modeBit(session.mode())) == 0 || tokens.size() > words.size())
+        if ((command->modes & cli::modeBit(session.mode())) == 0)
             continue;
         std::size_t i = 0;
         cli::Value value;
-        while (i < tokens.size() && cli::fit(model_, words[i], tokens[i], value) != cli::Fit::No)
-            ++i;
+        for (; i < tokens.size(); ++i)
+            if (const auto *next = cli::wordAt(words, i);
+                next == nullptr || cli::fit(model_, *next, tokens[i], value) == cli::Fit::No)
+                break;
         if (i < tokens.size())
             continue;
         std::string word = "<cr>";

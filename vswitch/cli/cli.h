@@ -12,12 +12,26 @@
 
 namespace vswitch {
 
-enum class CliMode : std::uint8_t { Exec, Config, Interface, VlanDatabase };
+enum class CliMode : std::uint8_t {
+    Exec,
+    Config,
+    Interface,
+    VlanDatabase,
+    VlanInterface,
+    ClassMap,
+    PolicyMap,
+    PolicyClass,
+    IpAccessList,
+    MacAccessList
+};
 
-// Where a user is: the modes entered, innermost last, and the interfaces that "interface" chose.
+// Where a user is: the modes entered, innermost last, and the interfaces or the VLAN that "interface" chose.
 struct CliSession {
     std::vector<CliMode> modes{CliMode::Exec};
     std::vector<IfNum> interfaces;
+    VlanId vlan = 0;
+    std::string object{};       // the class map, policy map or access list that was entered
+    std::string policyClass{};  // the class of the policy map
 
     CliMode mode() const { return modes.back(); }
 };

@@ -5,6 +5,7 @@
 // Syntax: words as they stand; a|b|c is one of several words; an argument is in angle brackets:
 //   <vlan> a VLAN id, <vlans> a list such as 10,20-30, <mac>, <ip>, <port> and <ports> interfaces as 0/N or a
 //   list of them, <lag> a LAG number, <int:LO-HI>, <text> one word or a quoted text.
+//   A last argument followed by ... may be given several times.
 // Words may be abbreviated as long as it stays clear which is meant.
 #ifndef PAVO_VSWITCH_CLI_COMMAND_H
 #define PAVO_VSWITCH_CLI_COMMAND_H
@@ -47,7 +48,7 @@ using Action = bool (*)(Context &, const Values &);
 // Appends this row's lines of the running configuration; `interface` is null outside interface mode.
 using Emit = void (*)(const Model &, const Interface *interface, std::string &out);
 
-using Modes = std::uint8_t;
+using Modes = std::uint16_t;
 inline constexpr Modes modeBit(CliMode mode) {
     return static_cast<Modes>(1u << static_cast<unsigned>(mode));
 }
@@ -55,7 +56,16 @@ inline constexpr Modes kExec = modeBit(CliMode::Exec);
 inline constexpr Modes kConfig = modeBit(CliMode::Config);
 inline constexpr Modes kInterface = modeBit(CliMode::Interface);
 inline constexpr Modes kVlanDatabase = modeBit(CliMode::VlanDatabase);
-inline constexpr Modes kAnyMode = kExec | kConfig | kInterface | kVlanDatabase;
+inline constexpr Modes kVlanInterface = modeBit(CliMode::VlanInterface);
+inline constexpr Modes kClassMap = modeBit(CliMode::ClassMap);
+inline constexpr Modes kPolicyMap = modeBit(CliMode::PolicyMap);
+inline constexpr Modes kPolicyClass = modeBit(CliMode::PolicyClass);
+inline constexpr Modes kIpAccessList = modeBit(CliMode::IpAccessList);
+inline constexpr Modes kMacAccessList = modeBit(CliMode::MacAccessList);
+inline constexpr Modes kAnyMode = kExec | kConfig | kInterface | kVlanDatabase | kVlanInterface | kClassMap |
+                                  kPolicyMap | kPolicyClass | kIpAccessList | kMacAccessList;
+// Where "interface" leads to another interface's mode.
+inline constexpr Modes kInterfaceEntry = kConfig | kInterface | kVlanInterface;
 
 struct Command {
     Modes modes;
@@ -69,8 +79,13 @@ struct Command {
 std::span<const Command> sessionCommands();
 std::span<const Command> vlanCommands();
 std::span<const Command> systemCommands();
+std::span<const Command> multicastCommands();
+std::span<const Command> avCommands();
+std::span<const Command> qosCommands();
+std::span<const Command> accessListCommands();
 std::span<const Command> interfaceCommands();
 std::span<const Command> lagCommands();
+std::span<const Command> routingCommands();
 std::span<const Command> showCommands();
 
 // All rows in order.
@@ -79,11 +94,28 @@ const std::vector<const Command *> &allCommands();
 // printf into a std::string, for show output.
 std::string format(const char *text, ...) __attribute__((format(printf, 1, 2)));
 
+// Enters the mode of an interface; from such a mode it replaces the choice.
+bool enterInterfaceMode(Context &context, CliMode mode);
+
 // "10,20-22" for a sorted list.
 std::string rangeText(const std::vector<std::uint32_t> &numbers);
 
-// The text as it must be typed: quoted when it holds blanks or quotes.
+// The text as it must be typed: in quotes.
 std::string quoted(const std::string &text);
+
+// Names of maps and lists need no quotes: 1 to 31 letters, digits, '_', '-', '.'. Refuses others.
+bool nameAllowed(Context &context, const std::string &name);
+
+bool enter(Context &context, CliMode mode);
+
+// Does something to every interface of the session; stops at the first refusal.
+template <class Change>
+bool eachInterface(Context &context, Change change) {
+    for (const auto ifNum : context.session.interfaces)
+        if (!change(*context.model.edit(ifNum)))
+            return false;
+    return true;
+}
 
 std::string runningConfig(const Model &model);
 std::string runningConfigOf(const Model &model, const Interface &interface);

@@ -6,24 +6,9 @@
 namespace vswitch::cli {
 namespace {
 
-bool enter(Context &context, CliMode mode) {
-    context.session.modes.push_back(mode);
-    return true;
-}
-
 bool enterInterfaces(Context &context, std::vector<IfNum> interfaces) {
-    // From interface mode another "interface" replaces the choice.
-    if (context.session.mode() == CliMode::Interface)
-        context.session.modes.pop_back();
     context.session.interfaces = std::move(interfaces);
-    return enter(context, CliMode::Interface);
-}
-
-// Does something to every interface of the session; stops at the first refusal.
-template <class Change>
-bool eachInterface(Context &context, Change change) {
-    return std::all_of(context.session.interfaces.begin(), context.session.interfaces.end(),
-                       [&](IfNum ifNum) { return change(*context.model.edit(ifNum)); });
+    return enterInterfaceMode(context, CliMode::Interface);
 }
 
 template <class Change>
@@ -93,9 +78,9 @@ const Command kSession[] = {
          c.model.clearLog();
          return true;
      }},
-    {kConfig | kInterface, "interface <ports>", "Configure physical ports",
+    {kInterfaceEntry, "interface <ports>", "Configure physical ports",
      [](Context &c, const Values &v) { return enterInterfaces(c, v[0].numbers); }},
-    {kConfig | kInterface, "interface lag|port-channel <lag>", "Configure a link aggregation group",
+    {kInterfaceEntry, "interface lag|port-channel <lag>", "Configure a link aggregation group",
      [](Context &c, const Values &v) { return enterInterfaces(c, {v[1].number}); }},
 };
 
@@ -139,13 +124,15 @@ const Command kVlan[] = {
      }},
     {kVlanDatabase, "vlan name <vlan> <text>", "Name a VLAN",
      [](Context &c, const Values &v) {
-         if (v[1].text.size() > 32)
+         if (v[1].text.size() > kVlanNameMax)
              return c.refuse("A VLAN name has at most 32 characters.");
          return c.accept(c.model.nameVlan(v[0].number, v[1].text));
      },
      emitVlanNames},
     {kVlanDatabase, "no vlan name <vlan>", "Give a VLAN its default name",
      [](Context &c, const Values &v) { return c.accept(c.model.nameVlan(v[0].number, "")); }},
+    {kVlanDatabase, "vlan makestatic <vlan>", "Keep a VLAN that was learned",
+     [](Context &c, const Values &v) { return c.accept(c.model.makeVlanStatic(v[0].number)); }},
     {kVlanDatabase, "vlan association mac <mac> <vlan>", "Put a MAC address's untagged frames into a VLAN",
      [](Context &c, const Values &v) { return c.accept(c.model.associateMac(v[0].mac, v[1].number)); },
      emitAssociations},
@@ -250,15 +237,15 @@ const Command kSystem[] = {
      [](Context &c, const Values &) {
          c.model.system().ptpTransparentClock = true;
          return true;
+     },
+     [](const Model &model, const Interface *, std::string &out) {
+         if (model.system().ptpTransparentClock)
+             out += "ptp clock e2e-transparent\n";
      }},
     {kConfig, "no ptp clock e2e-transparent", "Switch the PTP transparent clock off",
      [](Context &c, const Values &) {
          c.model.system().ptpTransparentClock = false;
          return true;
-     },
-     [](const Model &model, const Interface *, std::string &out) {
-         if (!model.system().ptpTransparentClock)
-             out += "no ptp clock e2e-transparent\n";
      }},
 };
 
@@ -347,7 +334,7 @@ const Command kInterfaceRows[] = {
      [](const Model &, const Interface *i, std::string &out) {
          out += i->speed == "auto" ? "" : "speed " + i->speed + "\n";
      }},
-    {kInterface, "mtu <int:1518-12288>", "Set the largest frame",
+    {kInterface, "mtu <int:1500-12288>", "Set the largest frame",
      [](Context &c, const Values &v) {
          return eachInterface(c, [&](Interface &i) {
              i.mtu = v[0].number;
@@ -485,6 +472,17 @@ void emitMode(const Model &model, Modes mode, const Interface *interface, std::s
 }
 
 }  // namespace
+
+bool enterInterfaceMode(Context &context, CliMode mode) {
+    if (const auto now = context.session.mode(); now == CliMode::Interface || now == CliMode::VlanInterface)
+        context.session.modes.pop_back();
+    return enter(context, mode);
+}
+
+bool enter(Context &context, CliMode mode) {
+    context.session.modes.push_back(mode);
+    return true;
+}
 
 std::span<const Command> sessionCommands() {
     return kSession;

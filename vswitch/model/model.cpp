@@ -60,6 +60,25 @@ void Model::advanceTo(Duration now, std::timespec wall) {
         age();
 }
 
+// --- features of the whole switch
+// -------------------------------------------------------------------------------
+
+bool Model::runsPvst() const {
+    return features_.spanningTreeMode == SpanningTreeMode::Pvst ||
+           features_.spanningTreeMode == SpanningTreeMode::RapidPvst;
+}
+
+void Model::setSpanningTreeMode(SpanningTreeMode mode) {
+    features_.spanningTreeMode = mode;
+    if (runsPvst())
+        return;
+    for (auto &[id, vlan] : vlans_) {
+        vlan.features.helloTime.reset();
+        vlan.features.forwardTime.reset();
+        vlan.features.maxAge.reset();
+    }
+}
+
 // --- interfaces
 // -------------------------------------------------------------------------------------------------
 
@@ -163,8 +182,24 @@ open_error_t Model::nameVlan(VlanId id, std::string name) {
     const auto it = vlans_.find(id);
     if (it == vlans_.end())
         return OPEN_E_NOT_FOUND;
+    const auto unprintable = [](unsigned char c) { return c < 0x20 || c == 0x7f; };
+    if (name.size() > kVlanNameMax || std::any_of(name.begin(), name.end(), unprintable))
+        return OPEN_E_PARAM;
     it->second.name = name.empty() ? defaultVlanName(id) : std::move(name);
     return OPEN_E_NONE;
+}
+
+open_error_t Model::makeVlanStatic(VlanId id) {
+    const auto it = vlans_.find(id);
+    if (it == vlans_.end())
+        return OPEN_E_NOT_FOUND;
+    it->second.isStatic = true;
+    return OPEN_E_NONE;
+}
+
+VlanFeatures *Model::editVlan(VlanId id) {
+    const auto it = vlans_.find(id);
+    return it == vlans_.end() ? nullptr : &it->second.features;
 }
 
 Membership Model::defaultMembership(VlanId id) {
@@ -265,6 +300,7 @@ void Model::apply(const Change &change) {
 void Model::removeVlan(VlanId id) {
     vlans_.erase(id);
     std::erase_if(associations_, [&](const auto &item) { return item.second == id; });
+    routing_.erase(id);
     for (auto &[num, interface] : interfaces_) {
         interface.vlans.erase(id);
         if (interface.pvid == id)
@@ -299,6 +335,37 @@ open_error_t Model::dissociateMac(const Mac &mac) {
     event("vlan", "MAC " + mac.text() + " association removed");
     relearnMac(mac);
     return OPEN_E_NONE;
+}
+
+// --- routing interfaces
+// -----------------------------------------------------------------------------------------
+
+open_error_t Model::setRouting(VlanId id, bool on) {
+    if (!hasVlan(id))
+        return OPEN_E_NOT_FOUND;
+    if (!on)
+        routing_.erase(id);
+    else
+        routing_.try_emplace(id);
+    return OPEN_E_NONE;
+}
+
+open_error_t Model::setAddress(VlanId id, AddressMethod method, std::string ip, std::string mask) {
+    const auto it = routing_.find(id);
+    if (it == routing_.end())
+        return OPEN_E_FAIL;
+    it->second = method == AddressMethod::Manual ? RoutingInterface{method, std::move(ip), std::move(mask)}
+                                                 : RoutingInterface{method};
+    return OPEN_E_NONE;
+}
+
+bool Model::vlanUp(VlanId id) const {
+    return std::any_of(interfaces_.begin(), interfaces_.end(), [&](const auto &item) {
+        const auto &interface = item.second;
+        return interface.linkUp && interface.lag == 0 &&
+               (interface.pvid == id ||
+                membership(interface.num, id).participation == OPEN_VLAN_PARTICIPATION_MODE_INCLUDE);
+    });
 }
 
 // --- link aggregation
@@ -550,8 +617,10 @@ open_error_t Model::plug(Device device) {
     for (const auto &mac : stored.macs)
         macOwner_[mac] = &stored;
     devicesAt_[stored.port].push_back(&stored);
+    const bool hadLink = port->linkUp;
     refreshLink(stored.port);
-    learnDevice(stored);
+    if (hadLink)
+        learnDevice(stored);
     return OPEN_E_NONE;
 }
 

@@ -2,13 +2,14 @@
 // caller at a time. Results are OPEN_E_ codes.
 //
 // What holds at all times:
-//  - every interface has a PVID that exists as a VLAN; memberships and MAC associations name existing VLANs
-//  only;
+//  - every interface has a PVID that exists as a VLAN; memberships, MAC associations and routing interfaces
+//    name existing VLANs only;
 //  - a port is a member of at most one LAG; a LAG forwards for its members, so entries learned on a member
 //    are the LAG's, and the LAG's VLAN settings are what counts for it;
 //  - learned forwarding entries and neighbours exist only on ports with link, entries of a LAG's member only
 //    while the LAG has link too; the table never exceeds its capacity;
-//  - a device behind another one is at the same port as that one.
+//  - a device behind another one is at the same port as that one;
+//  - VLANs have spanning-tree timers of their own only while the switch runs a mode with one tree per VLAN.
 //
 // A change of membership (PVID, participation, tagging, deletion of a VLAN) takes effect `latency` after it
 // was accepted, in the order of acceptance; the creation of a VLAN takes effect at once and with it what
@@ -22,6 +23,7 @@
 #include <string>
 #include <vector>
 
+#include "vswitch/model/qos.h"
 #include "vswitch/model/types.h"
 
 namespace vswitch {
@@ -38,10 +40,23 @@ class Model {
     const SystemInfo &system() const { return system_; }
     SystemInfo &system() { return system_; }
 
+    // --- features of the whole switch
+    const SwitchFeatures &features() const { return features_; }
+    SwitchFeatures &features() { return features_; }
+    void setSpanningTreeMode(SpanningTreeMode mode);
+    bool runsPvst() const;
+    const Qos &qos() const { return qos_; }
+    Qos &qos() { return qos_; }
+    const AccessLists &ipAccessLists() const { return ipAccessLists_; }
+    AccessLists &ipAccessLists() { return ipAccessLists_; }
+    const AccessLists &macAccessLists() const { return macAccessLists_; }
+    AccessLists &macAccessLists() { return macAccessLists_; }
+
     // --- interfaces
     const std::map<IfNum, Interface> &interfaces() const { return interfaces_; }
     const Interface *interface(IfNum ifNum) const;
-    // For settings without rules: description, speed, mtu, 802.1X, PTP, accepted frames, LAG name.
+    // For settings without rules: description, speed, mtu, 802.1X, PTP, 802.1AS, MRP, accepted frames, LAG
+    // name.
     Interface *edit(IfNum ifNum);
     IfNum lagIfNum(std::uint32_t lagNumber) const;  // 0 when there is none
     open_error_t setAdmin(IfNum ifNum, bool up);
@@ -52,8 +67,11 @@ class Model {
     bool hasVlan(VlanId id) const { return vlans_.contains(id); }
     open_error_t createVlan(VlanId id);  // fine when it exists
     open_error_t deleteVlan(VlanId id);
-    open_error_t nameVlan(VlanId id, std::string name);  // empty: the default name
+    // Empty: the default name. PARAM: longer than kVlanNameMax or not printable.
+    open_error_t nameVlan(VlanId id, std::string name);
     static std::string defaultVlanName(VlanId id);
+    open_error_t makeVlanStatic(VlanId id);
+    VlanFeatures *editVlan(VlanId id);  // null when there is no such VLAN
 
     Membership membership(IfNum ifNum, VlanId id) const;
     static Membership defaultMembership(VlanId id);
@@ -65,6 +83,13 @@ class Model {
     open_error_t associateMac(const Mac &mac, VlanId id);  // creates the VLAN when needed
     open_error_t dissociateMac(const Mac &mac);
 
+    // --- routing interfaces
+    const std::map<VlanId, RoutingInterface> &routing() const { return routing_; }
+    open_error_t setRouting(VlanId id, bool on);  // switching on keeps an address that is there
+    // FAIL: the VLAN does not route. Address and netmask count for AddressMethod::Manual only.
+    open_error_t setAddress(VlanId id, AddressMethod method, std::string ip, std::string mask);
+    bool vlanUp(VlanId id) const;  // some interface that takes part in it has link
+
     // --- link aggregation
     open_error_t lagAdd(IfNum lag, IfNum port);
     open_error_t lagRemove(IfNum lag, IfNum port);
@@ -74,7 +99,7 @@ class Model {
     const std::map<FdbKey, FdbEntry> &fdb() const { return fdb_; }
     open_error_t learn(const Mac &mac, VlanId vlan, IfNum port);  // as if a frame had arrived; FAIL: no link
     void clearFdb();                                          // learned entries; talking devices come back
-    std::uint64_t fdbRefused() const { return fdbRefused_; }  // addresses not learned because it was full
+    std::uint64_t fdbRefused() const { return fdbRefused_; }  // attempts to learn when it was full
 
     // --- LLDP
     const std::map<IfNum, std::map<std::uint32_t, LldpNeighbour>> &lldp() const { return lldp_; }
@@ -138,6 +163,9 @@ class Model {
 
     ModelConfig config_;
     SystemInfo system_;
+    SwitchFeatures features_;
+    Qos qos_;
+    AccessLists ipAccessLists_, macAccessLists_;
     Duration now_{}, bootTime_{}, lastAged_{};
     bool started_ = false;
     std::timespec wall_{};
@@ -147,6 +175,7 @@ class Model {
     std::map<IfNum, Interface> interfaces_;
     std::map<VlanId, Vlan> vlans_;
     std::map<Mac, VlanId> associations_;
+    std::map<VlanId, RoutingInterface> routing_;
     std::map<FdbKey, FdbEntry> fdb_;
     std::uint64_t fdbRefused_ = 0;
     bool unlearned_ = false;  // some talking device's address found no room

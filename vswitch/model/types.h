@@ -23,6 +23,7 @@ using VlanId = std::uint32_t;
 
 inline constexpr VlanId kDefaultVlan = 1;
 inline constexpr VlanId kVlanMax = 4094;
+inline constexpr std::size_t kVlanNameMax = 32;
 inline constexpr std::uint32_t kInterfacesMax = 896;
 // LLDP texts hold up to 255 bytes on the wire.
 inline constexpr std::size_t kLldpTextMax = 255;
@@ -56,7 +57,7 @@ struct SystemInfo {
     std::string activeImage, backupImage, nextActive = "active";
     Duration fdbAgeTime = std::chrono::seconds(300);
     bool dot1xEnabled = false;
-    bool ptpTransparentClock = true;
+    bool ptpTransparentClock = false;
     // Management address.
     VlanId mgmtVlan = 1;
     bool mgmtDhcp = true;
@@ -93,6 +94,12 @@ struct Interface {
     std::uint32_t dot1xControlMode = OPEN_DOT1X_AUTO;
     bool ptpTcEnabled = true;
 
+    // 802.1AS and the MRP applications; timers in centiseconds.
+    bool dot1as = false, mvrp = false, mmrp = false, msrp = false;
+    std::uint32_t mrpJoinTime = 20, mrpLeaveTime = 100, mrpLeaveAllTime = 1000;
+
+    bool igmpMrouter = false;  // a multicast router is behind it
+
     IfNum lag = 0;  // physical port: the LAG it is a member of
 
     // LAG only.
@@ -104,10 +111,53 @@ struct Interface {
     std::string name() const;  // "0/1", "lag 1"
 };
 
+// Settings of one VLAN's multicast and spanning tree; numbers in seconds, absent while the default holds.
+struct VlanFeatures {
+    bool igmpSnooping = false, igmpPlus = false, fastLeave = false, floodReport = false,
+         excludeMrouter = false, querierElection = false, proxyQuerier = false;
+    bool mldSnooping = false, mldProxyQuerier = false;
+    std::optional<std::uint32_t> maxResponse, membershipInterval, mrouterExpiry;
+    std::optional<std::uint32_t> helloTime, forwardTime, maxAge;  // only while the switch runs PVST
+};
+
 struct Vlan {
     VlanId id = 0;
     std::string name;
     bool isStatic = true;
+    VlanFeatures features{};
+};
+
+enum class SpanningTreeMode { Stp, Rstp, Mst, Pvst, RapidPvst };
+inline constexpr std::uint32_t kMstPriorityDefault = 32768;
+
+// Settings of the whole switch that AV features are made of; numbers absent while the default holds.
+struct SwitchFeatures {
+    bool dot1as = false;
+    bool mvrp = false, mmrp = false, msrp = false;
+    bool mvrpPeriodic = false, mmrpPeriodic = false;
+    bool mvrpDefaultVlan = true;  // MVRP declares VLAN 1 too
+
+    SpanningTreeMode spanningTreeMode = SpanningTreeMode::Mst;
+    std::uint32_t mstPriority = kMstPriorityDefault;  // of instance 0
+
+    bool mldSnooping = false;
+    std::optional<std::uint32_t> querierVersion, querierExpiry, queryInterval;
+    bool switchportModeAuto = false;
+};
+
+// One line of an access list; "any", or an address and the bits of it that may differ.
+struct AccessRule {
+    bool permit = false;
+    std::string source, destination;
+};
+using AccessLists = std::map<std::string, std::vector<AccessRule>>;
+
+enum class AddressMethod { None, Manual, Dhcp };
+
+// What routes between a VLAN and the others; an address from DHCP never arrives here.
+struct RoutingInterface {
+    AddressMethod method = AddressMethod::None;
+    std::string ip = "0.0.0.0", mask = "0.0.0.0";
 };
 
 struct FdbKey {

@@ -275,6 +275,28 @@ open_error_t Calls::rpcclt_openapiVlanNextGet(std::uint32_t vlanId, std::uint32_
     return OPEN_E_NONE;
 }
 
+open_error_t Calls::openapiVlanIsStatic(std::uint32_t vlanId) {
+    const auto it = model_.vlans().find(vlanId);
+    return it != model_.vlans().end() && it->second.isStatic ? 1 : 0;
+}
+
+open_error_t Calls::rpcclt_openapiVlanNameLenGet(std::uint32_t &len) {
+    len = kVlanNameMax + 1;
+    return OPEN_E_NONE;
+}
+
+open_error_t Calls::rpcclt_openapiVlanNameGet(std::uint32_t vlanId, rpc::Filled &name) {
+    const auto it = model_.vlans().find(vlanId);
+    if (it == model_.vlans().end())
+        return OPEN_E_NOT_FOUND;
+    name.value = it->second.name;
+    return OPEN_E_NONE;
+}
+
+open_error_t Calls::rpcclt_openapiVlanNameSet(std::uint32_t vlanId, const std::string &name) {
+    return model_.nameVlan(vlanId, name);
+}
+
 open_error_t Calls::rpcclt_openapiVlanCreate(std::uint32_t vlanId) {
     return model_.createVlan(vlanId);
 }
@@ -319,6 +341,19 @@ open_error_t Calls::rpcclt_openapiVlanIfCurrentParticipationGet(std::uint32_t vl
         return OPEN_E_NOT_FOUND;
     mode = model_.membership(ifNum, vlanId).participation;
     return OPEN_E_NONE;
+}
+
+open_error_t Calls::rpcclt_openapiVlanIfParticipationGet(std::uint32_t vlanId, std::uint32_t ifNum,
+                                                         std::uint32_t &mode) {
+    return rpcclt_openapiVlanIfCurrentParticipationGet(vlanId, ifNum, mode);
+}
+
+open_error_t Calls::openapiVlanIfParticipationStatusGet(std::uint32_t vlanId, std::uint32_t ifNum,
+                                                        std::uint32_t &takesPart) {
+    std::uint32_t mode = 0;
+    const auto result = rpcclt_openapiVlanIfCurrentParticipationGet(vlanId, ifNum, mode);
+    takesPart = mode == OPEN_VLAN_PARTICIPATION_MODE_INCLUDE ? 1 : 0;
+    return result;
 }
 
 open_error_t Calls::rpcclt_openapiDot1qSwPortTaggedVlanListGet(std::uint32_t ifNum, rpc::Filled &list) {
@@ -389,6 +424,30 @@ open_error_t Calls::rpcclt_openapiDot1xPortControlModeGet(std::uint32_t ifNum, s
     if (found == nullptr)
         return OPEN_E_NOT_FOUND;
     mode = found->isLag() ? static_cast<std::uint32_t>(OPEN_DOT1X_NA) : found->dot1xControlMode;
+    return OPEN_E_NONE;
+}
+
+open_error_t Calls::rpcclt_openapiPtpTcAdminModeSet(std::uint32_t mode) {
+    if (mode > OPEN_ENABLE)
+        return OPEN_E_PARAM;
+    model_.system().ptpTransparentClock = mode == OPEN_ENABLE;
+    return OPEN_E_NONE;
+}
+
+open_error_t Calls::rpcclt_openapiPtpTcAdminModeGet(std::uint32_t &mode) {
+    mode = model_.system().ptpTransparentClock ? OPEN_ENABLE : OPEN_DISABLE;
+    return OPEN_E_NONE;
+}
+
+open_error_t Calls::rpcclt_openapiDot1asModeGet(std::uint32_t &mode) {
+    mode = model_.features().dot1as ? OPEN_ENABLE : OPEN_DISABLE;
+    return OPEN_E_NONE;
+}
+
+open_error_t Calls::rpcclt_openapiStpMstBridgePriorityGet(std::uint32_t instance, std::uint32_t &priority) {
+    if (instance != 0)
+        return OPEN_E_NOT_FOUND;
+    priority = model_.features().mstPriority;
     return OPEN_E_NONE;
 }
 

@@ -1,0 +1,297 @@
+#include "vlan/vlan_info.h"
+
+#include <cstdlib>
+
+#include "tests/vlan/vlan_fixture.h"
+
+namespace {
+
+using namespace test_support;
+constexpr vswitch::IfNum kLags = 48;  // LAG n is interface kLags + n
+
+class VlanInfoTest : public VlanTest {
+  protected:
+    // VLANs 10, 20, 30 with tagged ports and PVIDs, a LAG with members and one without.
+    void configure() {
+        cli({"vlan database",
+             "vlan 10,20,30",
+             "exit",
+             "configure",
+             "interface 0/1-0/3",
+             "vlan participation include 10,20",
+             "vlan tagging 10,20",
+             "interface 0/4-0/5",
+             "vlan pvid 10",
+             "interface 0/3",
+             "vlan pvid 30",
+             "interface 0/7",
+             "addport lag 2",
+             "interface lag 1",
+             "vlan pvid 20",
+             "vlan participation include 10",
+             "vlan tagging 10",
+             "interface lag 2",
+             "vlan pvid 20",
+             "vlan participation include 10,30",
+             "vlan tagging 10,30"});
+    }
+};
+
+TEST_F(VlanInfoTest, FreshSwitchHasVlanOneWhichGetsItsEntry) {
+    for (const bool single : {true, false}) {
+        vlanInfoDeleteById(1);
+        const InfoList list = single ? nullptr : allInfo();
+        const Info one = single ? info(1) : nullptr;
+        ASSERT_EQ(0, result);
+        const VLAN_INFO_T &vlan = single ? *one : *list->ids[0];
+        EXPECT_TRUE(single || (list->count == 1 && vlan.isMgmtVlan));
+        EXPECT_TRUE(vlan.vlanId == 1 && vlan.exists && vlan.isStatic && vlan.profileType == 1);
+        EXPECT_STREQ("Default", vlan.name);
+        EXPECT_STREQ("#000000", vlan.color);
+        EXPECT_STREQ("Default", vlan.profile.profileName);
+        EXPECT_EQ(48u, numbers(vlan.untagPorts).size());
+        EXPECT_EQ(1, vlanInfoSelectRowsById(1));
+    }
+    const Info none = info(77);
+    EXPECT_EQ(0, result);
+    EXPECT_TRUE(none->vlanId == 77 && !none->exists);
+    vlanAllInfoFree(nullptr);
+    vlanListPortAssFree(nullptr);
+    vlanListInfoFreeEX(nullptr);
+    vlanListProfileFreeEX(nullptr);
+}
+
+TEST_F(VlanInfoTest, NamesComeFromTheDatabaseTheSwitchOrTheNumber) {
+    cli({"vlan database", "vlan 10,20,30", "vlan name 10 stage", "exit", "configure",
+         "ip management vlan 20 dhcp"});
+    const std::string longType(100, 't');
+    vlanInfoReplace(20, 3, "It's the hall", longType.c_str(), "#0818557");
+    auto list = allInfo();
+    ASSERT_EQ(0, result);
+    EXPECT_STREQ("stage", at(list, 10).name);
+    EXPECT_STREQ("It's the hall", at(list, 20).name);
+    EXPECT_STREQ("#081855", at(list, 20).color);
+    EXPECT_EQ(3u, at(list, 20).profileType);
+    EXPECT_EQ(longType, at(list, 20).profile.profileName);
+    EXPECT_TRUE(at(list, 20).isMgmtVlan && !at(list, 1).isMgmtVlan);
+
+    EXPECT_STREQ("VLAN0010", info(10)->name);
+    EXPECT_STREQ("It's the hall", info(20)->name);
+    EXPECT_EQ(longType, info(20)->profile.profileName);
+    VLAN_INFO_T base{};
+    EXPECT_EQ(0, vlanBaseInfoGet(&client, 20, &base));
+    EXPECT_EQ(longType.substr(0, 63), base.profile.profileName);
+
+    failCall("rpcclt_openapiVlanNameGet", 1, false);
+    failCall("openapiVlanIsStatic", 1, false);
+    failCall("rpcclt_openapiCliShowExecuteToFile", 1, false);
+    list = allInfo();
+    EXPECT_STREQ("VLAN10", at(list, 10).name);
+    EXPECT_TRUE(!at(list, 10).isStatic && at(list, 1).isMgmtVlan);
+    EXPECT_EQ(0, vlanBaseInfoGet(&client, 10, &base)) << "the name is not needed";
+    failCall("rpcclt_openapiVlanNameLenGet", 1, false);
+    EXPECT_STREQ("VLAN30", at(allInfo(), 30).name);
+    EXPECT_EQ(10000, vlanBaseInfoGet(&client, 10, &base));
+    EXPECT_EQ(2u, logged("Bad return code trying to get VLAN Name Length. (result = -2)"));
+    clearFaults();
+
+    // Without a database there are still the switch's VLANs.
+    fileRemove(platform::paths::kProfileDb);
+    list = allInfo();
+    EXPECT_EQ(0, result);
+    EXPECT_STREQ("stage", at(list, 10).name);
+    EXPECT_STREQ("Default", info(1)->profile.profileName);
+    EXPECT_EQ(1u, logged("Vlan 1 get info from sqlite failed"));
+}
+
+TEST_F(VlanInfoTest, PtpTcBySettingsThenByTemplate) {
+    cli({"vlan database", "vlan 10-16"});
+    const struct {
+        int id;
+        const char *profile, *settings, *json;
+        int ptpTc;
+    } cases[] = {{10, "On Type", nullptr, R"({"PTP":true})", 1},
+                 {11, "Off Type", nullptr, R"({"PTP":1})", 0},
+                 {12, "No Key", nullptr, R"({"AVB":true})", 2},
+                 {13, "Missing", nullptr, nullptr, 2},
+                 {14, "On Type", R"({"config":{"ptpTc":false}})", nullptr, 0},
+                 {15, "", nullptr, nullptr, 2},
+                 {16, "Off Type", R"({"config":{"ptpTc":true}})", nullptr, 1}};
+    for (const auto &c : cases) {
+        vlanInfoReplace(c.id, 1, "name", c.profile, "#000000");
+        if (c.json != nullptr)
+            writeTemplate(c.profile, c.json);
+        if (c.settings != nullptr)
+            writeSettings(c.id, c.settings);
+    }
+    const auto list = allInfo();
+    for (const auto &c : cases)
+        EXPECT_EQ(c.ptpTc, at(list, static_cast<std::uint32_t>(c.id)).ptpTc) << c.id;
+}
+
+TEST_F(VlanInfoTest, PortsAndLagsAreWhereTheSwitchHasThem) {
+    configure();
+    const auto list = allInfo();
+    ASSERT_EQ(0, result);
+    ASSERT_EQ(4u, list->count);
+    // tagged ports, untagged ports, tagged LAGs, untagged LAGs; LAG 1 has no members and is nowhere.
+    EXPECT_EQ((std::vector<Numbers>{{1, 2, 3}, {4, 5}, {2}, {}, {}, {}}), arraysOf(at(list, 10)));
+    EXPECT_EQ((std::vector<Numbers>{{1, 2, 3}, {}, {}, {2}, {}, {}}), arraysOf(at(list, 20)));
+    EXPECT_EQ((std::vector<Numbers>{{}, {3}, {2}, {}, {}, {}}), arraysOf(at(list, 30)));
+    EXPECT_EQ(45u, numbers(at(list, 1).untagPorts).size());
+    for (std::uint32_t i = 0; i < list->count; ++i)
+        EXPECT_EQ(arraysOf(*list->ids[i]), arraysOf(*info(list->ids[i]->vlanId))) << list->ids[i]->vlanId;
+
+    cli({"configure", "interface 0/9", "addport lag 2"});
+    const JsonPtr members(cJSON_CreateArray());
+    EXPECT_EQ(0, lagMembersJsonArrayGet(&client, kLags + 2, members.get()));
+    EXPECT_EQ(0, lagMembersJsonArrayGet(&client, kLags + 1, members.get()));
+    EXPECT_EQ(10000, lagMembersJsonArrayGet(&client, 1, members.get()));
+    EXPECT_EQ((Numbers{7, 9}), numbers(members.get()));
+    EXPECT_EQ(1u, logged("Failed to get the member ports for the LAG interface= 1, result= -4"));
+}
+
+TEST_F(VlanInfoTest, InterfacesOfVlansOutsideTheListGoToItsFirstRecord) {
+    configure();
+    const auto vlans = created<VLAN_INFOX_LIST_T>(vlanListBaseInfoCreateEX);
+    std::swap(vlans->ids[0], vlans->ids[3]);  // order of the given list: 30, 10; 20 and 1 are not in it
+    vlans->count = 2;
+    auto list = vlanRecordCreate<VLAN_PORT_LIST_T>();
+    ASSERT_EQ(0, vlanListPortAssGetFromVlanList(&client, list.get(), vlans.get()));
+    ASSERT_EQ(2u, list->count);
+    EXPECT_EQ(30u, list->ids[0]->vlanId);
+    EXPECT_EQ((Numbers{1, 2, 3}), numbers(list->ids[0]->tagPorts)) << "of VLAN 20";
+    EXPECT_EQ(46u, numbers(list->ids[0]->untagPorts).size()) << "of VLANs 1 and 30";
+    EXPECT_EQ((Numbers{2}), numbers(list->ids[0]->untagLags));
+    EXPECT_EQ((Numbers{1, 2, 3}), numbers(list->ids[1]->tagPorts));
+
+    VLAN_INFO_T *const first = std::exchange(vlans->ids[0], nullptr);
+    list = vlanRecordCreate<VLAN_PORT_LIST_T>();
+    EXPECT_EQ(10002, vlanListPortAssGetFromVlanList(&client, list.get(), vlans.get()));
+    EXPECT_EQ(1u, logged("viList->ids[0] is NULL - data corruption"));
+    vlans->ids[0] = first;
+    vlans->count = 0;
+    list = vlanRecordCreate<VLAN_PORT_LIST_T>();
+    EXPECT_EQ(0, vlanListPortAssGetFromVlanList(&client, list.get(), vlans.get())) << "nowhere to put them";
+    vlans->count = 4;
+
+    startSwitch({.physicalPorts = 8, .lags = 0});
+    EXPECT_EQ(10000, vlanListPortAssGetFromVlanList(&client, list.get(), vlans.get()));
+    const auto ports = created<VLAN_PORT_LIST_T>(vlanListPortAssCreate);
+    EXPECT_TRUE(result == 10000 && ports->count == 0);
+    EXPECT_EQ(nullptr, allInfo());
+    EXPECT_EQ(8u, numbers(info(1)->untagPorts).size());
+    EXPECT_EQ(10000, result);
+    EXPECT_EQ(1u, logged("Failed to get VLAN 1 port assigned info"));
+}
+
+TEST_F(VlanInfoTest, ShurePortsAsConfiguredAndAsSeen) {
+    cli({"vlan database", "vlan 10,20"});
+    vlanInfoReplace(10, 2, "control", "Shure Split Audio and Control Network", "#000000");
+    vlanInfoReplace(20, 3, "audio", "Shure Split Audio and Control Network", "#000000");
+    writeText(platform::paths::kShureConfig,
+              R"({"shureDevicePort": [5, 6, "x", 900, 4000000000, -1], "shureDevicePort": [7]})");
+    plug(host("mxa", 5, "00:0E:DD:00:00:01", "Shure MXA920"));
+    plug(host("p300", 5, "00:0E:DD:00:00:02", "Shure P300"));
+    plug(host("lower", 6, "00:0E:DD:00:00:03", "shure mixer"));
+    plug(host("elsewhere", 7, "00:0E:DD:00:00:04", "Shure MXA920"));
+    const Numbers listed{5, 6, 900, INT32_MAX, -1};
+    EXPECT_EQ(listed, numbers(info(20, true)->shureDevicePorts));
+    EXPECT_EQ((Numbers{5, 5}), numbers(info(20, true)->shureLearnPorts));
+    EXPECT_EQ(listed, numbers(info(10, true)->shureDevicePorts));
+    EXPECT_EQ(Numbers{}, numbers(info(10, true)->shureLearnPorts)) << "not on the control VLAN";
+    EXPECT_EQ(Numbers{}, numbers(info(20, false)->shureDevicePorts));
+    EXPECT_EQ(Numbers{}, numbers(info(1, true)->shureDevicePorts));
+    writeText(platform::paths::kShureConfig, "not JSON");
+    EXPECT_EQ(Numbers{}, numbers(info(20, true)->shureLearnPorts));
+}
+
+TEST_F(VlanInfoTest, AnyCallMayFail) {
+    configure();
+    vlanInfoReplace(20, 3, "audio", "Shure Split Audio and Control Network", "#000000");
+    writeText(platform::paths::kShureConfig, R"({"shureDevicePort": [5]})");
+    plug(host("mxa", 5, "00:0E:DD:00:00:01", "Shure MXA920"));
+    // What is refused depends on one call for the list, the first LAG; for the record also on the name
+    // length.
+    const struct {
+        bool single;
+        int refusals;
+    } builders[] = {{false, 1}, {true, 2}};
+    for (const auto &builder : builders) {
+        int refusals = 0;
+        std::uint64_t nth = 1;
+        for (;; ++nth) {
+            failCall("*", nth);
+            const InfoList list = builder.single ? nullptr : allInfo();
+            const Info record = builder.single ? info(20, true) : nullptr;
+            const bool struck = callsSeen() >= nth;
+            clearFaults();
+            if (builder.single)
+                ASSERT_NE(nullptr, record) << nth;
+            else
+                ASSERT_EQ(result == 0, list != nullptr) << nth;
+            ASSERT_TRUE(result == 0 || (struck && result == 10000)) << nth << " " << result;
+            refusals += result != 0 ? 1 : 0;
+            if (!struck)
+                break;
+        }
+        EXPECT_EQ(builder.refusals, refusals);
+        EXPECT_GT(nth, 200u);
+    }
+}
+
+// Allocations of cJSON, of which one or all from one on can be made to fail.
+long allocationsLeft = -1;
+void *failingAllocation(std::size_t size) {
+    if (allocationsLeft == 0)
+        return nullptr;
+    if (allocationsLeft > 0)
+        --allocationsLeft;
+    return std::malloc(size);
+}
+
+TEST_F(VlanInfoTest, OutOfMemoryIsSaidAndNothingHandedOut) {
+    configure();
+    cJSON_Hooks hooks{failingAllocation, std::free};
+    cJSON_InitHooks(&hooks);
+    int outOfMemory = 0, notCopied = 0;
+    for (long n = 0;; ++n) {
+        allocationsLeft = n;
+        const auto list = allInfo();
+        allocationsLeft = n;
+        const std::int32_t listResult = result;
+        const Info record = info(10);
+        allocationsLeft = -1;
+        ASSERT_TRUE((listResult == 0) == (list != nullptr) && (result != 10002) == (record != nullptr)) << n;
+        if (listResult == 0)
+            break;
+        ASSERT_TRUE(listResult == 10002 || listResult == 10000);
+        (listResult == 10002 ? outOfMemory : notCopied)++;
+    }
+    cJSON_InitHooks(nullptr);
+    EXPECT_GT(outOfMemory, 24);
+    EXPECT_GT(notCopied, 24);
+    for (const auto *array :
+         {"tagPorts", "untagPorts", "tagLags", "untagLags", "shureDevicePorts", "shureLearnPorts"})
+        EXPECT_LE(1u, logged(std::string("Failed to duplicate ") + array + " for VLAN 30")) << array;
+}
+
+TEST_F(VlanInfoTest, CallsGrowWithVlansAndInterfacesAlone) {
+    const std::uint64_t interfaces = 48 + 24;
+    for (const unsigned vlans : {1u, 100u, 4094u}) {
+        if (vlans > 1)
+            cli({"vlan database", "vlan 1-" + std::to_string(vlans)});
+        calls();
+        const auto list = allInfo();
+        ASSERT_EQ(vlans, list->count);
+        const auto all = calls();
+        EXPECT_LE(all, 3 * (vlans + interfaces) + 8) << "next, static, name; next, tagged, PVID or members";
+        EXPECT_GE(all, 2 * vlans);
+        const auto scanned = quick();
+        EXPECT_EQ(vlans, scanned->count);
+        EXPECT_EQ(1u, calls());
+    }
+    EXPECT_STREQ("VLAN4094", at(allInfo(), 4094).name);
+}
+
+}  // namespace

@@ -1,0 +1,175 @@
+#include <filesystem>
+
+#include "tests/vlan/vlan_fixture.h"
+
+namespace {
+
+using namespace test_support;
+
+constexpr std::uint32_t bits(std::initializer_list<unsigned> numbers) {
+    std::uint32_t out = 0;
+    for (const unsigned n : numbers)
+        out |= 1u << n;
+    return out;
+}
+
+// Bits that the quick scan looks at.
+constexpr std::uint32_t kQuickFeatures = bits({0, 1, 2, 9, 13}), kQuickSpecified = bits({1, 2, 13});
+
+class VlanProfileTest : public VlanTest {};
+
+TEST_F(VlanProfileTest, TemplateKeysSetTheirBits) {
+    cli({"vlan database", "vlan 10"});
+    vlanInfoReplace(10, 4, "name", "Some Type", "#000000");
+    const struct {
+        const char *json;
+        std::uint32_t features, specified;
+    } cases[] = {
+        {R"({"PTP":true})", bits({0}), 0},
+        {R"({"AVB":true,"poe":true,"Sonos":true,"PTP-BC":true})", bits({1, 3, 9, 13}), bits({1, 3, 9, 13})},
+        {R"({"flowControl":true})", bits({2}), bits({2})},
+        {R"({"flowControl":false})", 0, bits({2})},
+        {R"({"multicast":{"queryInterval":null},"qos":false})", bits({5, 8}), bits({5, 8})},
+        {R"({"multicast":{},"queryInterval":30})", 0, 0},
+        {R"({"multicast":[{"queryInterval":30}]})", 0, 0},
+        {R"({"MTU":false})", bits({6}), 0},
+        {R"({"storm":false,"LLDP":false,"ISDP":false,"STP":false})", bits({7, 10, 11, 12}),
+         bits({7, 10, 11, 12})},
+        {R"({"MTU":true,"storm":true,"LLDP":true,"ISDP":true,"STP":true})", 0, 0},
+        {R"({"PTP":false,"AVB":1,"poe":"true","Sonos":null,"PTP-BC":{},"MTU":0,"STP":null})", 0, 0},
+        {"[]", 0, 0},
+        {"{", 0, 0}};
+    for (const auto &c : cases) {
+        writeTemplate("Some Type", c.json);
+        const auto all = full();
+        ASSERT_EQ(0, result);
+        const auto &profile = at(all, 10);
+        EXPECT_EQ(c.features, profile.features) << c.json;
+        EXPECT_EQ(c.specified, profile.specified) << c.json;
+        const auto scanned = quick();
+        EXPECT_EQ(c.features & kQuickFeatures, at(scanned, 10).features) << c.json;
+        EXPECT_EQ(c.specified & kQuickSpecified, at(scanned, 10).specified) << c.json;
+    }
+    const auto all = full();
+    EXPECT_EQ(4u, at(all, 10).profileType);
+    EXPECT_STREQ("Some Type", at(all, 10).profileName);
+    EXPECT_STREQ("/usr/local/appmgr/usr/share/pavo/profileTemplate/Some Type", at(all, 10).templatePath);
+}
+
+TEST_F(VlanProfileTest, ParametersSettingsAndKind) {
+    cli({"vlan database", "vlan 10-14"});
+    vlanInfoReplace(10, 1, "a", "Audio Video AVB MILAN", "#000000");
+    vlanInfoReplace(11, 1, "b", "Audio Video AVB MILAN with Dante PTPv1 PTPv2 or AES67", "#000000");
+    vlanInfoReplace(12, 1, "c", "HARMAN Professional AV Network", "#000000");
+    vlanInfoReplace(13, 1, "d", "Avid S6L", "#000000");
+    writeSettings(10, R"({"config":{"ptpTc":true}})");
+    writeSettings(11, R"({"config":{"ptpTc":null}})");
+    writeSettings(14, R"({"config":{"ptpTc":1}})");
+    writeTemplate("HARMAN Professional AV Network", R"({"PTP":true})");
+    const auto all = full();
+    ASSERT_EQ(6u, all->count);
+    const auto check = [&](std::uint32_t id, int kind, int ptpTc, int mtu, std::uint32_t specified) {
+        const auto &profile = at(all, id);
+        EXPECT_EQ(kind, profile.avbKind) << id;
+        EXPECT_EQ(ptpTc, profile.ptpTc) << id;
+        EXPECT_EQ(mtu, profile.parameters.mtu) << id;
+        EXPECT_EQ(specified, profile.specified) << id;
+    };
+    check(1, 0, 0, 9198, bits({4, 6, 15}));
+    check(10, 0x20, 1, 1500, bits({0, 6}));
+    check(11, 0x40, 2, 1500, bits({0, 4, 6, 15, 18}));
+    check(12, 0, 0, 9198, bits({4, 6, 15, 18, 20}));
+    check(13, 0, 0, 1500, bits({6, 25, 26}));
+    check(14, 0, 2, 0, bits({0}));
+    EXPECT_STREQ("", at(all, 14).templatePath);
+    EXPECT_EQ(65537, at(all, 13).parameters.pairA);
+    const auto scanned = quick();
+    EXPECT_TRUE(at(scanned, 10).avbKind == 0x20 && at(scanned, 11).avbKind == 0x40);
+    EXPECT_TRUE(at(scanned, 10).ptpTc == 0 && at(scanned, 10).parameters.mtu == 0);
+}
+
+TEST_F(VlanProfileTest, QuickScanAgreesWithTheFullOneOnTheShippedTemplates) {
+    const std::filesystem::path folder = PAVO_DATA_DIR "/profileTemplate";
+    std::filesystem::copy(folder, platform::fsPath(platform::paths::kProfileTemplateDir),
+                          std::filesystem::copy_options::recursive);
+    const auto types = profileTypeTable();
+    std::uint32_t seen = 0;
+    for (std::size_t begin = 0; begin < types.size(); begin += 30) {
+        startSwitch({});
+        cli({"vlan database", "vlan 2-31"});
+        for (std::size_t i = begin; i < std::min(begin + 30, types.size()); ++i)
+            vlanInfoReplace(static_cast<int>(2 + i - begin), 3, "name", types[i].name, "#000000");
+        const auto all = full(), scanned = quick();
+        ASSERT_EQ(all->count, scanned->count);
+        for (std::uint32_t i = 0; i < all->count; ++i) {
+            const auto &a = *all->ids[i], &b = *scanned->ids[i];
+            EXPECT_EQ(a.features & kQuickFeatures, b.features) << a.profileName;
+            EXPECT_EQ(a.specified & kQuickSpecified, b.specified) << a.profileName;
+            EXPECT_TRUE(a.avbKind == b.avbKind && a.profileType == b.profileType && a.vlanId == b.vlanId);
+            EXPECT_STREQ(a.profileName, b.profileName);
+            EXPECT_STREQ(a.templatePath, b.templatePath);
+            seen |= a.features;
+        }
+    }
+    EXPECT_EQ(kQuickFeatures & ~bits({13}), seen & kQuickFeatures & ~bits({13}))
+        << "the comparison means something";
+}
+
+TEST_F(VlanProfileTest, QuickScanKnowsThirtyTwoNames) {
+    cli({"vlan database", "vlan 2-40", "vlan name 5 \"17 Static\"", "vlan name 6 \"Dynamic\""});
+    for (int id = 1; id <= 40; ++id) {
+        // Names without a template count as well; VLAN 40 has the name of VLAN 2.
+        const auto type = "Type " + std::to_string(id == 40 ? 2 : id);
+        vlanInfoReplace(id, 1, "name", type.c_str(), "#000000");
+        if (id % 3 != 0)
+            writeTemplate(type, R"({"AVB":true})");
+    }
+    const auto scanned = quick();
+    ASSERT_EQ(40u, scanned->count);
+    for (std::uint32_t id = 1; id <= 40; ++id)
+        EXPECT_EQ((id <= 32 && id % 3 != 0) || id == 40 ? 2 : 0, at(scanned, id).features) << id;
+    EXPECT_EQ(2, at(full(), 34).features);
+    EXPECT_FALSE(exists(platform::paths::kVlanShowProfileFast));
+}
+
+TEST_F(VlanProfileTest, Failures) {
+    failCall("rpcclt_openapiCliShowExecuteToFile");
+    const auto scanned = quick();
+    EXPECT_TRUE(result == 10000 && scanned != nullptr && scanned->count == 0);
+    fileRemove(platform::paths::kProfileDb);
+    const auto all = full();
+    EXPECT_TRUE(result == 10000 && all != nullptr);
+    EXPECT_EQ(1u, logged("Can't open database: unable to open database file"));
+    // Not a database: every VLAN is one without a profile, said once.
+    cli({"vlan database", "vlan 2-100"});
+    writeText(platform::paths::kProfileDb, std::string(4096, 'x'));
+    const auto spoilt = full();
+    EXPECT_TRUE(result == 0 && spoilt->count == 100 && spoilt->ids[0]->profileName[0] == '\0');
+    EXPECT_EQ(1u, logged("select * from vlanInfo where id = ? error: "));
+    device->setDown(true);
+    EXPECT_EQ(0u, full()->count);
+}
+
+TEST_F(VlanProfileTest, RoutingInterfacesAsTheSwitchListsThem) {
+    cli({"vlan database", "vlan 10,20,30", "exit", "configure", "interface vlan 10", "routing",
+         "ip address 192.168.100.254 255.255.255.240", "interface vlan 20", "routing", "ip address dhcp",
+         "interface vlan 30", "routing"});
+    std::vector<VLAN_ROUTING_INFO_T> table(VLAN_TABLE_SIZE, VLAN_ROUTING_INFO_T{9, 9, "x", "x"});
+    ASSERT_EQ(0, vlanListRoutingInfoGet(&client, table.data()));
+    for (const std::uint32_t id : {1u, 10u, 20u, 30u, 4095u})
+        EXPECT_EQ(id % 10 == 0 ? id : 0, table[id].vlanId);
+    EXPECT_STREQ("192.168.100.254", table[10].ipAddr);
+    EXPECT_STREQ("255.255.255.240", table[10].ipMask);
+    EXPECT_EQ(3u, table[10].ipConfig);
+    EXPECT_EQ(2u, table[20].ipConfig);
+    EXPECT_EQ(1u, table[30].ipConfig);
+    cli({"vlan database", "no vlan 10"});
+    ASSERT_EQ(0, vlanListRoutingInfoGet(&client, table.data()));
+    EXPECT_EQ(0u, table[10].vlanId);
+    EXPECT_TRUE(std::filesystem::is_empty(platform::fsPath(platform::paths::kScriptDir)));
+    failCall("rpcclt_openapiCliShowExecuteToFile");
+    EXPECT_EQ(10016, vlanListRoutingInfoGet(&client, table.data()));
+    EXPECT_EQ(1u, logged("Can not open file:/mnt/application/pavo/tmp/pavo_out_show_ip_interface_brief_"));
+}
+
+}  // namespace

@@ -1,0 +1,353 @@
+#include "vswitch/cli/cli.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "vswitch/cli/command.h"
+
+namespace vswitch {
+namespace {
+
+using cli::Command;
+
+class CliTest : public testing::Test {
+  protected:
+    CliTest() { model.advanceTo({}, {}); }
+
+    static CliSession in(CliMode mode, std::vector<IfNum> interfaces = {1}) {
+        return {{CliMode::Exec, mode}, std::move(interfaces)};
+    }
+    static CliSession exec() { return {}; }
+
+    // What is printed for one line in a session of its own.
+    std::string run(CliSession session, const std::string &line) { return cli.run(session, line); }
+    std::string run(const std::string &line) { return run(exec(), line); }
+    std::string runningConfig() const { return cli::runningConfig(model); }
+    void expectErrors(const CliSession &session, const std::vector<std::string> &commands) {
+        for (const auto &line : commands)
+            EXPECT_NE("", run(session, line)) << line.substr(0, 60);
+    }
+    std::uint64_t errors() const { return cli.unknownCommands() + cli.refusedCommands(); }
+
+    static std::vector<std::string> lines(const std::string &text) {
+        std::vector<std::string> out;
+        std::istringstream in(text);
+        for (std::string line; std::getline(in, line);)
+            out.push_back(line);
+        return out;
+    }
+
+    Model model;
+    Cli cli{model};
+    static constexpr IfNum kLag = 49;
+};
+
+constexpr const char *kIncomplete = "% Incomplete command. Use '?' to list what may follow.\n";
+constexpr const char *kAmbiguous = "% Ambiguous command.\n";
+
+// Words that fit a syntax; of alternatives the first or the last one.
+std::vector<std::string> exampleOf(const Command &command, bool last) {
+    static const std::map<std::string, std::string> kArguments = {{"vlan", "10"},
+                                                                  {"vlans", "10,20-22"},
+                                                                  {"mac", "00:1b:92:02:00:01"},
+                                                                  {"ip", "10.0.0.1"},
+                                                                  {"port", "0/2"},
+                                                                  {"ports", "0/1,0/3-0/4"},
+                                                                  {"lag", "2"},
+                                                                  {"text", "\"a \\\"b\\\"\""}};
+    std::vector<std::string> words;
+    std::istringstream syntax(command.syntax);
+    for (std::string word; syntax >> word;) {
+        if (word.ends_with("..."))
+            word.resize(word.size() - 3);
+        if (word.starts_with("<int:"))
+            word = word.substr(5, word.find('-') - 5);
+        else if (word.front() == '<')
+            word = kArguments.at(word.substr(1, word.size() - 2));
+        else
+            word = last ? word.substr(word.rfind('|') + 1) : word.substr(0, word.find('|'));
+        words.push_back(word);
+    }
+    return words;
+}
+
+TEST_F(CliTest, EveryRowTakesItsOwnSyntaxAndNoMore) {
+    model.createVlan(10);
+    for (const auto *command : cli::allCommands())
+        for (unsigned bit = 0; bit < 16; ++bit)
+            for (const bool last : {false, true}) {
+                SCOPED_TRACE(command->syntax);
+                const auto mode = static_cast<CliMode>(bit);
+                if ((command->modes & (1u << bit)) == 0)
+                    continue;
+                const auto words = exampleOf(*command, last);
+                std::string line;
+                const auto session = mode == CliMode::Exec ? exec() : in(mode);
+                for (const auto &word : words) {
+                    const auto before = cli.unknownCommands();
+                    line += (line.empty() ? "" : " ") + word;
+                    if (const auto output = run(session, line); cli.unknownCommands() != before) {
+                        ASSERT_LT(&word, &words.back()) << output;
+                        EXPECT_EQ(kIncomplete, output) << line;
+                    }
+                }
+                if (!std::string_view(command->syntax).ends_with("...")) {
+                    const auto output = run(session, line + "  surplus");
+                    EXPECT_EQ(std::string(cli.prompt(session).size() + line.size() + 2, ' ') +
+                                  "^\n% Invalid input detected at '^' marker.\n",
+                              output);
+                }
+            }
+}
+
+TEST_F(CliTest, AbbreviationsWhileItIsClearWhatIsMeant) {
+    EXPECT_EQ(run("show vlan port all"), run("sh v p a"));
+    EXPECT_EQ(run("show port all"), run("show port al")) << "an exact word beats an abbreviated one";
+    EXPECT_EQ(kAmbiguous, run("show por all"));
+    EXPECT_EQ(kAmbiguous, run("e"));
+    EXPECT_EQ(kIncomplete, run("sh"));
+    EXPECT_EQ(kIncomplete, run("vlan"));
+    EXPECT_EQ(0u, cli.refusedCommands());
+    EXPECT_EQ(4u, cli.unknownCommands());
+
+    auto session = exec();
+    for (const auto *line : {"conf", "int 0/2-0/3,1/0/5,0/2", "sp 10 f", "no sh"})
+        EXPECT_EQ("", cli.run(session, line));
+    EXPECT_EQ((std::vector<IfNum>{2, 3, 5}), session.interfaces);
+    EXPECT_EQ("10 full-duplex", model.interface(5)->speed);
+    const auto marker = std::string(cli.prompt(session).size(), ' ');
+    EXPECT_EQ(marker + "      ^\n% Invalid input detected at '^' marker.\n",
+              cli.run(session, "speed 1 full"));
+    EXPECT_EQ(marker + "^\n% Invalid input detected at '^' marker.\n", cli.run(session, "\"mtu\" 2000"));
+    EXPECT_EQ(marker + "    ^\n% Invalid input detected at '^' marker.\n", cli.run(session, "mtu 1499"));
+
+    EXPECT_EQ(std::nullopt, cli.show("sh vlan"));
+    EXPECT_EQ(std::nullopt, cli.show("hostname x"));
+    EXPECT_EQ(std::nullopt, cli.show("show vlan 99"));
+    EXPECT_EQ(run("show vlan"), cli.show("show vlan"));
+    EXPECT_NE(std::string::npos, cli.help(exec(), "show vlan ").find("<cr>"));
+    EXPECT_EQ(std::string::npos, cli.help(exec(), "").find("hostname"));
+}
+
+TEST_F(CliTest, ModesAndPrompts) {
+    CliSession session;
+    const std::pair<const char *, const char *> steps[] = {
+        {"enable", "(avswitch) #"},
+        {"vlan database", "(avswitch) (Vlan)#"},
+        {"exit", "(avswitch) #"},
+        {"configure", "(avswitch) (Config)#"},
+        {"vlan database", "(avswitch) (Vlan)#"},
+        {"exit", "(avswitch) (Config)#"},
+        {"interface 0/4", "(avswitch) (Interface 0/4)#"},
+        {"interface 0/4-0/6", "(avswitch) (Interface 0/4,...)#"},
+        {"interface lag 2", "(avswitch) (Interface lag 2)#"},
+        {"exit", "(avswitch) (Config)#"},
+        {"interface port-channel 1", "(avswitch) (Interface lag 1)#"},
+        {"end", "(avswitch) #"},
+        {"exit", "(avswitch) #"}};
+    for (const auto &[line, prompt] : steps) {
+        EXPECT_EQ("", cli.run(session, line));
+        EXPECT_EQ(prompt, cli.prompt(session)) << line;
+    }
+    EXPECT_NE("", cli.run(session, "hostname x")) << "not in this mode";
+
+    const auto printed =
+        cli.runScript("! a comment\r\n\n \t\nconfigure\r\nhostname x\nbogus\nhostname \"y z\"");
+    EXPECT_EQ("y z", model.system().hostName);
+    EXPECT_NE(std::string::npos, printed.find("(x) (Config)#bogus\n             ^\n"
+                                              "% Invalid input detected at '^' marker.\nError on line 6.\n"))
+        << printed;
+}
+
+TEST_F(CliTest, NoFormsUndo) {
+    const auto fresh = runningConfig();
+    const auto vlanDb = in(CliMode::VlanDatabase), config = in(CliMode::Config),
+               port = in(CliMode::Interface, {1, 2}), lag = in(CliMode::Interface, {kLag});
+    const struct {
+        CliSession session;
+        std::vector<std::pair<const char *, const char *>> commands;
+    } cases[] = {
+        {vlanDb,
+         {{"vlan 10-12,20", "no vlan 10-12,20"},
+          {"vlan name 1 x", "no vlan name 1"},
+          {"vlan association mac 00:1b:92:02:00:01 1", "no vlan association mac 00-1B-92-02-00-01"}}},
+        {config,
+         {{"hostname x", "no hostname"},
+          {"ip management vlan 1 10.0.0.2 255.0.0.0", "ip management vlan 1 dhcp"},
+          {"ip default-gateway 10.0.0.1", "no ip default-gateway"},
+          {"bridge aging-time 10", "no bridge aging-time"},
+          {"dot1x system-auth-control", "no dot1x system-auth-control"},
+          {"ptp clock e2e-transparent", "no ptp clock e2e-transparent"}}},
+        {port,
+         {{"shutdown", "no shutdown"},
+          {"description \"x y\"", "no description"},
+          {"speed 2.5G half-duplex", "speed auto"},
+          {"mtu 9216", "no mtu"},
+          {"vlan acceptframe vlanonly", "no vlan acceptframe"},
+          {"vlan participation exclude 1", "vlan participation include 1"},
+          {"vlan tagging 1", "no vlan tagging 1"},
+          {"dot1x port-control force-authorized", "no dot1x port-control"},
+          {"no ptp clock e2e-transparent", "ptp clock e2e-transparent"},
+          {"addport lag 1", "deleteport lag 1"}}},
+        {lag,
+         {{"no port-channel static", "port-channel static"},
+          {"port-channel name x", "no port-channel name"}}}};
+    for (const auto &[session, commands] : cases)
+        for (const auto &[set, undo] : commands) {
+            EXPECT_EQ("", run(session, set));
+            EXPECT_NE(fresh, runningConfig()) << set;
+            EXPECT_EQ("", run(session, undo));
+            EXPECT_EQ(fresh, runningConfig()) << undo;
+        }
+    EXPECT_EQ(0u, errors());
+}
+
+TEST_F(CliTest, RefusedCommandsAreCountedAndChangeNothing) {
+    run(in(CliMode::VlanDatabase), "vlan 10,20");
+    const auto before = runningConfig();
+    expectErrors(in(CliMode::VlanDatabase),
+                 {"no vlan 1,10", "no vlan 10,15,20", "vlan name 99 x",
+                  "vlan name 10 " + std::string(33, 'x'), "no vlan association mac 00:1b:92:02:00:01"});
+    expectErrors(in(CliMode::Config),
+                 {"hostname " + std::string(65, 'x'), "hostname \"\"", "ip management vlan 99 dhcp"});
+    expectErrors(in(CliMode::Interface, {1, 2}),
+                 {"description " + std::string(65, 'x'), "vlan pvid 99", "vlan participation include 10,99",
+                  "vlan tagging 10-20", "deleteport lag 1", "port-channel static"});
+    expectErrors(in(CliMode::Interface, {kLag}), {"addport lag 2", "speed auto", "dot1x port-control auto",
+                                                  "port-channel name " + std::string(16, 'x')});
+    EXPECT_EQ(18u, cli.refusedCommands());
+    EXPECT_EQ(0u, cli.unknownCommands());
+    EXPECT_EQ(before, runningConfig());
+}
+
+TEST_F(CliTest, RunningConfigIsAScriptThatMakesTheSameSwitch) {
+    cli.runScript(R"(
+vlan database
+vlan 10,20-23,4094
+vlan name 10 "say \"hi\" \\ there"
+vlan name 1 "! no comment"
+vlan association mac 00:1b:92:02:00:01 20
+exit
+configure
+hostname "hall \\ 2\""
+ip management vlan 10 192.168.1.2 255.255.255.0
+ip default-gateway 192.168.1.1
+bridge aging-time 600
+dot1x system-auth-control
+ptp clock e2e-transparent
+interface 0/1-0/3
+shutdown
+description "\"\\ exit \\\\\""
+speed 10G full-duplex
+mtu 9216
+vlan acceptframe admituntaggedonly
+vlan participation include 10,20-22
+vlan participation exclude 1,23
+vlan tagging 1,21-23
+vlan pvid 10
+dot1x port-control force-unauthorized
+no ptp clock e2e-transparent
+addport lag 2
+interface 0/4
+vlan participation auto 1
+vlan acceptframe vlanonly
+interface lag 2
+description uplink
+vlan participation include 4094
+vlan pvid 4094
+no port-channel static
+port-channel name "up \"1\""
+)");
+    ASSERT_EQ(0u, errors());
+    const auto text = runningConfig();
+    Model other;
+    Cli second(other);
+    other.advanceTo({}, {});
+    second.runScript(text);
+    EXPECT_EQ(0u, second.unknownCommands() + second.refusedCommands());
+    EXPECT_EQ(text, cli::runningConfig(other));
+    EXPECT_EQ(model.macAssociations(), other.macAssociations());
+    EXPECT_EQ("say \"hi\" \\ there", other.vlans().at(10).name);
+    EXPECT_EQ("hall \\ 2\"", other.system().hostName);
+}
+
+TEST_F(CliTest, HostileLinesAreRefusedAndKeepTheirHandsOff) {
+    const auto before = runningConfig();
+    const auto vlanDb = in(CliMode::VlanDatabase);
+    std::string bomb = "vlan 1-4094";
+    while (bomb.size() < (1 << 20))
+        bomb += ",1-4094";
+    expectErrors(vlanDb, {bomb, "vlan ,", "vlan 10-", "vlan 20-10", "vlan 0", "vlan 4294967306", "vlan -1",
+                          "vlan \"\"", "vlan association mac 00:1b:92:02:00:0g 10"});
+    expectErrors(in(CliMode::Config),
+                 {std::string("hostname a\0b", 12), "hostname \"a\nshutdown\"",
+                  "hostname " + std::string(1 << 20, 'x'), "interface 0/0", "interface 0/49",
+                  "interface 0/1-", "interface lag 0", "ip default-gateway 1.2.3",
+                  "ip default-gateway 1.2.3.256", "ip default-gateway 00000000001.2.3.4"});
+    expectErrors(in(CliMode::Interface), {"description \"a\rb\"", "description a\x1b[2J"});
+    expectErrors(exec(), {"\"", "\"\\", std::string(3, '\0'), "\xff\xfe"});
+    EXPECT_EQ(25u, cli.unknownCommands());
+    EXPECT_EQ(before, runningConfig());
+
+    // The longest line that is taken, worked off without multiplying.
+    bomb.resize(bomb.rfind(',', 16000));
+    EXPECT_EQ("", run(vlanDb, bomb));
+    EXPECT_EQ(4094u, model.vlans().size());
+    // A quote left open ends with the line.
+    EXPECT_EQ("", run(in(CliMode::Interface), "description \"left \\\"open\\"));
+    EXPECT_EQ("left \"open\\", model.interface(1)->description);
+}
+
+TEST_F(CliTest, LayoutsThatProgramsParse) {
+    const auto bootvar = lines(run("show bootvar"));
+    ASSERT_EQ(15u, bootvar.size());
+    int unit = 0;
+    char columns[4][20];
+    EXPECT_EQ(5, std::sscanf(bootvar[14].c_str(), "%d %19s %19s %19s %19s", &unit, columns[0], columns[1],
+                             columns[2], columns[3]));
+    EXPECT_EQ(1, unit);
+    for (const auto &column : columns)
+        EXPECT_STREQ("8.6.3.1", column);
+
+    run(in(CliMode::VlanDatabase), "vlan 1234");
+    run(in(CliMode::Config), "ip management vlan 1234 192.168.1.2 255.255.255.0");
+    run(in(CliMode::Config), "ip default-gateway 192.168.1.1");
+    const std::pair<const char *, const char *> values[] = {
+        {"IPv4 Management Interface", "VLAN 1234"}, {"IP Address", "192.168.1.2"},
+        {"Subnet Mask", "255.255.255.0"},           {"Method", "Manual"},
+        {"Default Gateway", "192.168.1.1"},         {"Burned In MAC Address", "02:50:56:00:10:00"}};
+    const auto management = lines(run("show ip management"));
+    ASSERT_EQ(std::size(values), management.size());
+    for (std::size_t i = 0; i < management.size(); ++i) {
+        EXPECT_TRUE(management[i].starts_with(values[i].first));
+        EXPECT_EQ(values[i].second, management[i].substr(47));
+    }
+    EXPECT_EQ("1234", management[0].substr(52));
+
+    run(in(CliMode::VlanDatabase), "vlan association mac 00:1b:92:02:00:01 1234");
+    const auto associations = lines(run("show vlan association mac"));
+    ASSERT_EQ(4u, associations.size());
+    EXPECT_EQ(std::string::npos, associations[2].find_first_not_of("- "));
+    unsigned id = 0;
+    EXPECT_EQ(2, std::sscanf(associations[3].c_str(), "%19s %u", columns[0], &id));
+    EXPECT_STREQ("00:1B:92:02:00:01", columns[0]);
+    EXPECT_EQ(1234u, id);
+
+    // Texts of devices stay in their column and on their line.
+    Device device;
+    device.name = "x";
+    device.port = 2;
+    device.lldp.emplace();
+    device.lldp->systemName = "evil\n(avswitch) #\x1b[2J";
+    device.lldp->chassisId = std::string(300, 'c');
+    model.plug(device);
+    const auto neighbours = lines(run("show lldp remote-device all"));
+    EXPECT_EQ(5u + model.config().physicalPorts, neighbours.size());
+    EXPECT_EQ("0/2        1       " + std::string(21, 'c') + std::string(25, ' ') + "evil.(avswitch) #.[2J",
+              neighbours[6]);
+    EXPECT_EQ(std::string::npos, run("show lldp remote-device detail 0/2").find('\x1b'));
+}
+
+}  // namespace
+}  // namespace vswitch

@@ -1,0 +1,411 @@
+// The OpEN calls as a client sees them, and what the switch does with requests that no client sends.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <msgpack.hpp>
+#include <random>
+#include <tuple>
+
+#include "platform/l7proc.h"
+#include "tests/support/switch_fixture.h"
+#include "vswitch/cli/command.h"
+#include "vswitch/rpc/kinds.h"
+
+namespace vswitch {
+namespace {
+
+using test_support::SwitchTest;
+
+class WireTest : public SwitchTest {
+  protected:
+    static open_buffdesc buffer(char *start, std::size_t size) {
+        return {static_cast<std::uint32_t>(size), start};
+    }
+
+    std::string runningConfig() {
+        return device->with([](Server &server) { return cli::runningConfig(server.model()); });
+    }
+
+    // --- raw requests
+    bool handle(const std::string &request) {
+        return device->with([&](Server &server) {
+            std::string reply;
+            return server.handle(request.data(), request.size(), reply);
+        });
+    }
+    template <class... Arguments>
+    static std::string packed(const Arguments &...arguments) {
+        msgpack::sbuffer out;
+        msgpack::packer packer(out);
+        packer.pack_array(sizeof...(arguments));
+        (packer.pack(arguments), ...);
+        return {out.data(), out.size()};
+    }
+};
+
+// --- every call
+
+// An argument of a call with what it points to.
+template <class C>
+struct Slot;
+template <>
+struct Slot<std::uint32_t> {
+    bool nulled = false;
+    std::uint32_t get() { return 1; }
+};
+template <>
+struct Slot<std::uint32_t *> {
+    bool nulled = false;
+    std::uint32_t value = 0;
+    std::uint32_t *get() { return nulled ? nullptr : &value; }
+};
+template <>
+struct Slot<open_buffdesc *> {
+    bool nulled = false;
+    char room[64] = "";
+    open_buffdesc descriptor{sizeof room, room};
+    open_buffdesc *get() { return nulled ? nullptr : &descriptor; }
+};
+
+template <class... Cs>
+using Call = open_error_t (*)(openapiClientHandle_t *, Cs...);
+
+// Calls with all pointers good, except that argument `nulled` is null.
+template <class... Cs>
+open_error_t callWith(openapiClientHandle_t *client, Call<Cs...> call, std::size_t nulled = SIZE_MAX) {
+    std::tuple<Slot<Cs>...> slots;
+    return std::apply(
+        [&](auto &...slot) {
+            [[maybe_unused]] std::size_t at = 0;
+            ((slot.nulled = at++ == nulled), ...);
+            return call(client, slot.get()...);
+        },
+        slots);
+}
+
+template <class... Cs>
+void expectSoundCall(openapiClientHandle_t *client, InProcessSwitch &device, const char *name,
+                     Call<Cs...> call) {
+    SCOPED_TRACE(name);
+    const auto count = [&] {
+        return device.with([&](Server &server) {
+            return server.callCounts().contains(name) ? server.callCounts().find(name)->second : 0;
+        });
+    };
+    EXPECT_NE(OPEN_E_RPC, callWith(client, call));
+    EXPECT_EQ(1u, count());
+    device.with([&](Server &server) { server.addFault({name, 1, -77, true, 0}); });
+    EXPECT_EQ(-77, callWith(client, call));
+    EXPECT_EQ(2u, count());
+
+    constexpr bool pointers[] = {std::is_pointer_v<Cs>..., false};
+    for (std::size_t i = 0; i < sizeof...(Cs); ++i)
+        if (pointers[i]) {
+            EXPECT_EQ(OPEN_E_PARAM, callWith(client, call, i)) << "argument " << i;
+        }
+    openapiClientHandle_t stranger{};
+    EXPECT_EQ(OPEN_E_PARAM, callWith(nullptr, call));
+    EXPECT_EQ(OPEN_E_PARAM, callWith(&stranger, call));
+    EXPECT_EQ(2u, count()) << "a bad argument does not reach the switch";
+    device.setDown(true);
+    EXPECT_EQ(OPEN_E_RPC, callWith(client, call));
+    device.setDown(false);
+}
+
+TEST_F(WireTest, EveryCallIsServedAndGuarded) {
+#define OPEN_PARAMETER(Kind, argument)
+#define OPEN_CALL(name, parameters, kinds, arguments) expectSoundCall(&client, *device, #name, &name);
+#include "vswitch/rpc/expand.h"
+}
+
+TEST_F(WireTest, TextsAreCutToTheRoomAndTerminated) {
+    char room[16];
+    for (std::uint32_t size = 1; size <= 10; ++size) {
+        std::memset(room, '#', sizeof room);
+        auto version = buffer(room, size);
+        ASSERT_EQ(OPEN_E_NONE, rpcclt_openapiNetworkOSVersionGet(&client, &version));
+        const auto expected = std::string("8.6.3.1").substr(0, size - 1);
+        EXPECT_STREQ(expected.c_str(), room);
+        EXPECT_EQ(expected.size() + 1, version.size);
+        EXPECT_EQ(std::string(sizeof room - size, '#'), std::string(room + size, sizeof room - size));
+    }
+    auto none = buffer(room, 0);
+    EXPECT_EQ(OPEN_E_PARAM, rpcclt_openapiNetworkOSVersionGet(&client, &none));
+    none = {5, nullptr};
+    EXPECT_EQ(OPEN_E_PARAM, rpcclt_openapiNetworkOSVersionGet(&client, &none));
+}
+
+TEST_F(WireTest, WalksSeeEverythingInOrderAndEnd) {
+    std::uint32_t next = 0, count = 1;
+    ASSERT_EQ(OPEN_E_NONE, rpcclt_openapiIfFirstGet(&client, OPEN_INTF_TYPE_LAG, &next));
+    EXPECT_EQ(49u, next);
+    for (; rpcclt_openapiIfNextGet(&client, OPEN_INTF_TYPE_LAG, next, &next) == OPEN_E_NONE; ++count) {
+    }
+    EXPECT_EQ(24u, count);
+    EXPECT_EQ(OPEN_E_NOT_FOUND, rpcclt_openapiIfFirstGet(&client, 7, &next));
+    EXPECT_EQ(OPEN_E_NONE, rpcclt_openapiLldpIntfNextGet(&client, 47, &next));
+    EXPECT_EQ(OPEN_E_NOT_FOUND, rpcclt_openapiLldpIntfNextGet(&client, 48, &next));
+    cli({"vlan database", "vlan 20,4094"});
+    std::vector<std::uint32_t> ids;
+    for (next = 0; rpcclt_openapiVlanNextGet(&client, next, &next) == OPEN_E_NONE;)
+        ids.push_back(next);
+    EXPECT_EQ((std::vector<std::uint32_t>{1, 20, 4094}), ids);
+
+    // The forwarding table by address, then VLAN; an empty and an all-zero address both start.
+    for (const char *mac : {"00:00:00:00:00:00", "00:1B:92:00:00:02", "FF:FF:FF:FF:FF:FF"})
+        ASSERT_EQ(OPEN_E_NONE, plug(host(mac, 3, mac)));
+    device->with([](Server &s) { s.model().learn(*Mac::parse("00:1B:92:00:00:02"), 20, 3); });
+    const std::vector<std::pair<std::string, std::uint32_t>> expected = {{"00:00:00:00:00:00", 1},
+                                                                         {"00:1B:92:00:00:02", 1},
+                                                                         {"00:1B:92:00:00:02", 20},
+                                                                         {"FF:FF:FF:FF:FF:FF", 1}};
+    for (const char *start : {"", "00:00:00:00:00:00"}) {
+        char mac[100];
+        std::strcpy(mac, start);
+        std::uint32_t id = 0, ifNum = 0, type = 99;
+        std::vector<std::pair<std::string, std::uint32_t>> seen;
+        auto key = buffer(mac, sizeof mac);
+        while (rpcclt_openapiFdbEntryNextGet(&client, &key, &id, &ifNum, &type) == OPEN_E_NONE) {
+            EXPECT_EQ(3u, ifNum);
+            EXPECT_EQ(18u, key.size);
+            EXPECT_EQ(static_cast<std::uint32_t>(OPEN_FDB_ADDR_LEARNED), type);
+            seen.emplace_back(mac, id);
+            key = buffer(mac, sizeof mac);
+        }
+        EXPECT_EQ(expected, seen);
+    }
+    char bad[100] = "not an address";
+    auto key = buffer(bad, sizeof bad);
+    EXPECT_EQ(OPEN_E_PARAM, rpcclt_openapiFdbEntryNextGet(&client, &key, &next, &next, &next));
+
+    // Neighbours of a port, one after the other; a stale time stamp finds nothing.
+    const std::string desc(300, 'd');
+    plug(host("n1", 5, "00:1B:92:00:01:01", desc));
+    plug(host("n2", 5, "00:1B:92:00:01:02", "x"));
+    std::uint32_t index = 0, stamp = 0, subtype = 0;
+    char text[256];
+    std::vector<std::string> names;
+    while (rpcclt_openapiLldpIntfRemoteDeviceNextGet(&client, 5, &index, &stamp) == OPEN_E_NONE) {
+        auto out = buffer(text, sizeof text);
+        ASSERT_EQ(OPEN_E_NONE,
+                  rpcclt_openapiLldpIntfRemoteDeviceSystemNameGet(&client, 5, index, stamp, &out));
+        names.emplace_back(text);
+        out = buffer(text, sizeof text);
+        ASSERT_EQ(OPEN_E_NONE,
+                  rpcclt_openapiLldpIntfRemoteDeviceSystemDescGet(&client, 5, index, stamp, &out));
+        EXPECT_EQ(names.size() == 1 ? desc.substr(0, 255) : "x", text);
+        out = buffer(text, sizeof text);
+        ASSERT_EQ(OPEN_E_NONE,
+                  rpcclt_openapiLldpIntfRemoteDeviceChassisIdGet(&client, 5, index, stamp, &subtype, &out));
+        EXPECT_EQ(4u, subtype);
+        EXPECT_EQ(OPEN_E_NOT_FOUND,
+                  rpcclt_openapiLldpIntfRemoteDevicePortIdGet(&client, 5, index, stamp + 1, &subtype, &out));
+    }
+    EXPECT_EQ((std::vector<std::string>{"n1", "n2"}), names);
+}
+
+TEST_F(WireTest, ListsFillTheRoomAndNoMore) {
+    cli({"vlan database", "vlan 10-12,300", "exit", "configure", "interface 0/4",
+         "vlan participation include 10-12,300", "vlan tagging 10,12,300", "interface 0/6,0/7,0/9",
+         "addport lag 1"});
+    std::uint16_t ids[4] = {7, 7, 7, 7};
+    auto list = buffer(reinterpret_cast<char *>(ids), 5);
+    ASSERT_EQ(OPEN_E_NONE, rpcclt_openapiDot1qSwPortTaggedVlanListGet(&client, 4, &list));
+    EXPECT_EQ(4u, list.size);
+    EXPECT_TRUE(ids[0] == 10 && ids[1] == 12 && ids[2] == 7);
+    list.size = sizeof ids;
+    ASSERT_EQ(OPEN_E_NONE, rpcclt_openapiDot1qSwPortTaggedVlanListGet(&client, 4, &list));
+    EXPECT_EQ(6u, list.size);
+    EXPECT_TRUE(ids[2] == 300 && ids[3] == 7);
+    cli({"configure", "interface 0/4", "vlan participation exclude 12"});
+    list.size = sizeof ids;
+    ASSERT_EQ(OPEN_E_NONE, rpcclt_openapiDot1qSwPortTaggedVlanListGet(&client, 4, &list));
+    EXPECT_EQ(4u, list.size) << "a VLAN that the port is not in is not carried";
+
+    const struct {
+        std::uint32_t count, bytes, expected;
+    } rooms[] = {{8, 32, 3}, {2, 32, 2}, {8, 11, 2}, {8, 3, 0}, {0, 32, 0}};
+    for (const auto &room : rooms) {
+        std::uint32_t members[8] = {};
+        auto count = room.count;
+        auto out = buffer(reinterpret_cast<char *>(members), room.bytes);
+        ASSERT_EQ(OPEN_E_NONE, rpcclt_openapiLagMembersGet(&client, 49, &count, &out));
+        EXPECT_EQ(room.expected, count);
+        EXPECT_EQ(room.expected * 4, out.size);
+        const std::uint32_t all[] = {6, 7, 9};
+        for (std::uint32_t i = 0; i < 8; ++i)
+            EXPECT_EQ(i < count ? all[i] : 0, members[i]);
+    }
+}
+
+TEST_F(WireTest, ArgumentsOutOfRange) {
+    cli({"vlan database", "vlan 10"});
+    const auto before = runningConfig();
+    std::uint32_t out = 0;
+    const open_error_t outOfRange[] = {rpcclt_openapiVlanCreate(&client, 0),
+                                       rpcclt_openapiVlanCreate(&client, 4095),
+                                       rpcclt_openapiVlanDelete(&client, 1),
+                                       rpcclt_openapiVlanIfPvidSet(&client, 73, 10),
+                                       rpcclt_openapiVlanIfTaggingSet(&client, 1, 10, 2),
+                                       rpcclt_openapiVlanIfParticipationSet(&client, 10, 1, 3),
+                                       rpcclt_openapiVlanIfParticipationSet(&client, 10, UINT32_MAX, 0),
+                                       rpcclt_openapiLagPortAdd(&client, 1, 2),
+                                       rpcclt_openapiLagPortAdd(&client, 49, 50),
+                                       rpcclt_openapiLagStaticModeSet(&client, 49, 2),
+                                       rpcclt_openapiDot1xPortControlModeSet(&client, 1, OPEN_DOT1X_NA),
+                                       rpcclt_openapiDot1xPortControlModeSet(&client, 49, OPEN_DOT1X_AUTO),
+                                       rpcclt_openapiPtpTcIntfAdminModeSet(&client, 1, 2)};
+    EXPECT_EQ(std::vector<open_error_t>(std::size(outOfRange), OPEN_E_PARAM),
+              std::vector<open_error_t>(std::begin(outOfRange), std::end(outOfRange)));
+    const open_error_t notThere[] = {
+        rpcclt_openapiVlanDelete(&client, 11),       openapiVlanCreatedCheck(&client, 65546),
+        rpcclt_openapiVlanIfPvidSet(&client, 1, 11), openapiVlanIfTaggingGet(&client, 1, 11, &out),
+        openapiVlanIfPvidGet(&client, 0, &out),      rpcclt_openapiLagPortDelete(&client, 49, 1),
+        openapiIfLinkStateGet(&client, 897, &out)};
+    EXPECT_EQ(std::vector<open_error_t>(std::size(notThere), OPEN_E_NOT_FOUND),
+              std::vector<open_error_t>(std::begin(notThere), std::end(notThere)));
+    EXPECT_EQ(before, runningConfig());
+    EXPECT_EQ(OPEN_E_NONE, rpcclt_openapiDot1xPortControlModeGet(&client, 49, &out));
+    EXPECT_EQ(static_cast<std::uint32_t>(OPEN_DOT1X_NA), out);
+}
+
+TEST_F(WireTest, ScriptsAndCapturesTouchOnlyTheirFiles) {
+    const auto with = [&](auto call, std::string first, std::string second) {
+        auto a = buffer(first.data(), first.size() + 1), b = buffer(second.data(), second.size() + 1);
+        return call(&client, &a, &b);
+    };
+    const auto apply = rpcclt_openapiTxtCfgApply;
+    const auto capture = rpcclt_openapiCliShowExecuteToFile;
+    test_support::writeText("/tmp/in", "vlan database\nvlan 10\nbogus\n");
+    EXPECT_EQ(OPEN_E_NONE, with(apply, "/tmp/in", "/tmp/out"));
+    EXPECT_NE(std::string::npos, test_support::readFile("/tmp/out").find("Error on line 3."));
+    EXPECT_EQ(OPEN_E_NONE, openapiVlanCreatedCheck(&client, 10));
+    EXPECT_EQ(OPEN_E_NONE, with(capture, "show vlan", "/tmp/out"));
+    EXPECT_EQ(cli({"show vlan"}), test_support::readFile("/tmp/out"));
+
+    std::filesystem::create_directory(platform::fsPath("/tmp/folder"));
+    for (const char *in : {"/tmp/missing", "/tmp/folder"})
+        EXPECT_EQ(OPEN_E_FAIL, with(apply, in, "/tmp/out"));
+    for (const char *bad : {"/tmp/../../x", "tmp/x", "", "/tmp/.."}) {
+        EXPECT_EQ(OPEN_E_PARAM, with(apply, bad, "/tmp/out"));
+        EXPECT_EQ(OPEN_E_PARAM, with(capture, "show vlan", bad));
+    }
+    EXPECT_EQ(OPEN_E_FAIL, with(capture, "vlan database", "/tmp/out"));
+    for (const char *out : {"/tmp/folder", "/nowhere/out"})
+        EXPECT_EQ(OPEN_E_FAIL, with(capture, "show vlan", out));
+    EXPECT_TRUE(test_support::exists("/tmp/folder")) << "what cannot be written is left alone";
+    test_support::writeText("/tmp/in", "vlan database\nvlan 11\n");
+    EXPECT_EQ(OPEN_E_FAIL, with(apply, "/tmp/in", "/nowhere/out"));
+    EXPECT_EQ(OPEN_E_NOT_FOUND, openapiVlanCreatedCheck(&client, 11)) << "nothing is done without a report";
+    EXPECT_TRUE(
+        handle(packed("rpcclt_openapiCliShowExecuteToFile", "show vlan", std::string("/tmp/a\0b", 8))));
+    EXPECT_FALSE(test_support::exists("/tmp/a"));
+}
+
+TEST_F(WireTest, FaultsStrikeWhenTheyShould) {
+    const auto check = [&] { return rpcclt_openapiConnectivityCheck(&client); };
+    const auto create = [&] { return rpcclt_openapiVlanCreate(&client, 10); };
+    failCall("rpcclt_openapiVlanCreate", 2, true, OPEN_E_FULL);
+    EXPECT_EQ(OPEN_E_NONE, check());
+    EXPECT_EQ(OPEN_E_NONE, create());
+    EXPECT_EQ(OPEN_E_FULL, create());
+    EXPECT_EQ(OPEN_E_NONE, create());
+    EXPECT_EQ(3u, callsSeen());
+    clearFaults();
+    failCall("*", 2, false, OPEN_E_UNAVAIL);
+    EXPECT_EQ(OPEN_E_NONE, check());
+    EXPECT_EQ(OPEN_E_UNAVAIL, create());
+    EXPECT_EQ(OPEN_E_UNAVAIL, check());
+    EXPECT_TRUE(handle(packed("l7proc.log", 6, "c", "p", "t"))) << "no OpEN call";
+    clearFaults();
+    EXPECT_EQ(OPEN_E_NONE, create());
+    EXPECT_EQ(5u, callCount("rpcclt_openapiVlanCreate"));
+    EXPECT_EQ(3u, callCount("rpcclt_openapiConnectivityCheck"));
+    EXPECT_EQ(8u, device->with([](Server &server) { return server.callTotal(); }));
+}
+
+TEST_F(WireTest, MalformedRequestsAreRefused) {
+    const std::string fdbNext = "rpcclt_openapiFdbEntryNextGet", pvidSet = "rpcclt_openapiVlanIfPvidSet";
+    using Pair = std::tuple<std::uint32_t, std::string>;
+    const auto good = packed(fdbNext, Pair{100, "00:00:00:00:00:00"}, 1, 2);
+    ASSERT_TRUE(handle(good));
+    for (std::size_t size = 0; size < good.size(); ++size)
+        EXPECT_FALSE(handle(good.substr(0, size))) << size;
+
+    const auto before = runningConfig();
+    std::string arrays(1 << 20, '\x91'), maps, longArray("\xdd\xff\xff\xff\xff", 5),
+        longMap("\xdf\xff\xff\xff\xff", 5), longText("\xdb\xff\xff\xff\xff", 5),
+        ext("\xc9\x7f\xff\xff\xff\x01", 6);
+    for (int i = 0; i < 1000; ++i)
+        maps += "\x81\xa1k";
+    const std::string pairHead = '\x94' + packed(fdbNext).substr(1);
+    const std::string bad[] = {good + '\0',
+                               good + good,
+                               packed(),
+                               packed(1),
+                               packed("nothing"),
+                               packed(std::vector<std::string>{fdbNext}),
+                               packed(pvidSet),
+                               packed(pvidSet, 1),
+                               packed(pvidSet, 1, 1, 1),
+                               packed(pvidSet, 1, "1"),
+                               packed(pvidSet, 1, -1),
+                               packed(pvidSet, 1, 4294967297),
+                               packed(pvidSet, 1, 1.5),
+                               packed(pvidSet, std::vector<int>{1}, 1),
+                               packed(fdbNext, std::vector<int>{}, 1, 2),
+                               packed(fdbNext, std::vector<int>{100}, 1, 2),
+                               packed(fdbNext, std::tuple{100, "", ""}, 1, 2),
+                               packed(fdbNext, std::tuple{"", 100}, 1, 2),
+                               packed(fdbNext, "", 1, 2),
+                               packed("vswitch.control"),
+                               packed("vswitch.control", 1),
+                               packed("l7proc.log", 6, "c", "p"),
+                               packed("l7proc.log", "6", "c", "p", "t"),
+                               arrays,
+                               maps,
+                               longArray,
+                               longMap,
+                               longText,
+                               ext,
+                               pairHead + arrays,
+                               pairHead + longArray,
+                               pairHead + longMap,
+                               pairHead + longText};
+    for (std::size_t i = 0; i < std::size(bad); ++i)
+        EXPECT_FALSE(handle(bad[i])) << "row " << i;
+    EXPECT_EQ(before, runningConfig());
+    EXPECT_TRUE(handle(packed("l7proc.log", INT_MAX, "c", "p", std::string(1 << 20, 't'))));
+    EXPECT_GT(5000u, systemLog().size());
+
+    // Anything may come, as long as the switch stays up.
+    std::mt19937 random(1);
+    const std::string seeds[] = {good, packed(pvidSet, 1, 1),
+                                 packed("vswitch.control", "{\"op\":\"latency\",\"ms\":1}"),
+                                 packed("rpcclt_openapiTxtCfgApply", "/tmp/in", "/tmp/out"),
+                                 packed("rpcclt_openapiLagMembersGet", 49, 8, 32)};
+    for (int round = 0; round < 20000; ++round) {
+        auto request = seeds[random() % std::size(seeds)];
+        for (auto changes = random() % 4 + 1; changes > 0; --changes)
+            request[random() % request.size()] = static_cast<char>(random());
+        handle(request);
+        std::string noise(random() % 64, '\0');
+        for (auto &byte : noise)
+            byte = static_cast<char>(random());
+        handle(noise);
+    }
+    EXPECT_EQ(OPEN_E_NONE, rpcclt_openapiConnectivityCheck(&client));
+}
+
+TEST_F(WireTest, LinesOfProcessesReachTheSystemLog) {
+    l7proc_crashlog_register("ketch", &client);
+    l7proc_logf(3, "/a/b/file.cpp", 42, "%s %d", "port", 5);
+    l7proc_logf(6, "file.cpp", 1, "%s", std::string(5000, 'x').c_str());
+    const auto text = systemLog();
+    EXPECT_NE(std::string::npos, text.find("[file.cpp:42]"));
+    EXPECT_NE(std::string::npos, text.find("%% port 5\n"));
+    EXPECT_NE(std::string::npos, text.find("%% " + std::string(1023, 'x') + "\n"));
+}
+
+}  // namespace
+}  // namespace vswitch
