@@ -17,5 +17,5 @@ echo "Building (a few minutes the first time) ..."
 # The lock: a second run in the same tree waits instead of building over the first.
 flock build/.lock bash -c '
     cmake --preset release >build/configure.log 2>&1 || { cat build/configure.log; exit 1; }
-    cmake --build build/release --target vswitchd vswitchctl pavo_detection'
+    cmake --build build/release --target vswitchd vswitchctl pavo_detection pavoctl'
 PYTHONDONTWRITEBYTECODE=1 exec python3 demo/story.py --build build/release --scenario data/scenarios/story.json ${1:+"$1"}

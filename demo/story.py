@@ -149,7 +149,7 @@ def main():
         if arguments.keep:
             keep(rig)
             rig.children.clear()
-    except Failure as failure:
+    except (Failure, OSError) as failure:
         if TTY:
             print()
         print(paint("31", f"FAILED: {failure}"))

@@ -41,15 +41,32 @@ bool addNumbers(cJSON *config, const char *key, std::span<const std::uint32_t> n
            });
 }
 
-// `begin`, the lines for every port, and the end of the script.
-std::string portScript(std::string script, const std::string &lines, std::int32_t mtu) {
+// What a port gets.
+constexpr const char *kMtu = "interface %s\nmtu %d\nexit\n";
+constexpr const char *kTimers =
+    "interface %s\nmrp jointime 20\nmrp leavetime 500\nmrp leavealltime 1000\nexit\n";
+constexpr const char *kPolicy =
+    "interface %s\nservice-policy in POLICY_AV\nmrp jointime 20\nmrp leavetime 500\nmrp leavealltime 1000\n"
+    "exit\n";
+constexpr const char *kPolicyAndApplications =
+    "interface %s\nservice-policy in POLICY_AV\nmvrp\nmmrp\nmsrp\ndot1as\n"
+    "mrp jointime 20\nmrp leavetime 500\nmrp leavealltime 1000\nexit\n";
+// The leave time goes to 100, not back to 500: 500 is for ports that reserve streams.
+constexpr const char *kCleanup =
+    "interface %s\nmrp jointime 20\nmrp leavetime 100\nmrp leavealltime 1000\n"
+    "no mvrp\nno mmrp\nno msrp\nno dot1as\nexit\n";
+constexpr const char *kCleanupWithPolicy =
+    "interface %s\nmrp jointime 20\nmrp leavetime 100\nmrp leavealltime 1000\n"
+    "no service-policy in POLICY_AV\nno mvrp\nno mmrp\nno msrp\nno dot1as\nexit\n";
+
+// `begin`, the lines of every port and, if wanted, its MTU, and the end of the script.
+std::string portScript(std::string begin, const char *port, std::int32_t mtu) {
     for (const auto &interface : manualTrunkInterfacesGet()) {
-        const auto enter = "interface " + interface + "\n";
-        script += enter + lines + "exit\n";
+        begin += scriptFilled(port, "%s", interface);
         if (mtu > 0)
-            script += enter + "mtu " + std::to_string(mtu) + "\nexit\n";
+            begin += scriptFilled(scriptFilled(kMtu, "%s", interface), "%d", std::to_string(mtu));
     }
-    return script + "\nexit\n";
+    return begin + "\nexit\n";
 }
 
 }  // namespace
@@ -77,14 +94,10 @@ std::int32_t manualTrunkConfigSet(std::span<const std::uint32_t> physicalPorts,
 }
 
 std::int32_t avBlockMrpPostEnable(openapiClientHandle_t *client, bool applications, std::int32_t mtu) {
-    const std::string timers = "mrp jointime 20\nmrp leavetime 500\nmrp leavealltime 1000\n";
-    return blockScriptRun(
-        client, block("AvConfigGlobalAvbMrpPostEnableEx", "global_avb_mrp_post"),
-        portScript(
-            "config\ndot1as\nmvrp\nmvrp periodic state machine\nmmrp\nmmrp periodic state machine\nmsrp\n",
-            "service-policy in POLICY_AV\n" + std::string(applications ? "mvrp\nmmrp\nmsrp\ndot1as\n" : "") +
-                timers,
-            mtu));
+    return blockScriptRun(client, block("AvConfigGlobalAvbMrpPostEnableEx", "global_avb_mrp_post"),
+                          portScript("config\ndot1as\nmvrp\nmvrp periodic state machine\nmmrp\n"
+                                     "mmrp periodic state machine\nmsrp\n",
+                                     applications ? kPolicyAndApplications : kPolicy, mtu));
 }
 
 void AvConfigGlobalAvbMrpPostEnableEx(openapiClientHandle_t *client, bool applications, std::int32_t mtu) {
@@ -92,23 +105,17 @@ void AvConfigGlobalAvbMrpPostEnableEx(openapiClientHandle_t *client, bool applic
 }
 
 std::int32_t avBlockMrpTimerPre(openapiClientHandle_t *client, std::int32_t mtu) {
-    return blockScriptRun(
-        client, block("AvConfigAvbMrpIntfTimerPre", "avb_mrp_intf_timer_pre"),
-        portScript("config\n", "mrp jointime 20\nmrp leavetime 500\nmrp leavealltime 1000\n", mtu));
+    return blockScriptRun(client, block("AvConfigAvbMrpIntfTimerPre", "avb_mrp_intf_timer_pre"),
+                          portScript("config\n", kTimers, mtu));
 }
 
 void AvConfigAvbMrpIntfTimerPre(openapiClientHandle_t *client, std::int32_t mtu) {
     avBlockMrpTimerPre(client, mtu);
 }
 
-// The leave time goes to 100, not back to 500: 500 is for ports that reserve streams.
 std::int32_t avBlockMrpCleanup(openapiClientHandle_t *client, bool removePolicy) {
     return blockScriptRun(client, block("AvConfigAvbMrpIntfCleanup", "avb_mrp_intf_cleanup"),
-                          portScript("config\n",
-                                     "mrp jointime 20\nmrp leavetime 100\nmrp leavealltime 1000\n" +
-                                         std::string(removePolicy ? "no service-policy in POLICY_AV\n" : "") +
-                                         "no mvrp\nno mmrp\nno msrp\nno dot1as\n",
-                                     0));
+                          portScript("config\n", removePolicy ? kCleanupWithPolicy : kCleanup, 0));
 }
 
 void AvConfigAvbMrpIntfCleanup(openapiClientHandle_t *client, bool removePolicy) {

@@ -1,10 +1,18 @@
 #include "profile/block_script.h"
 
+#include <cstring>
+
 #include "common/log.h"
 #include "common/owners.h"
 #include "common/result.h"
 #include "platform/paths.h"
 #include "swapi/cli_apply.h"
+
+std::string scriptFilled(std::string script, const char *place, const std::string &value) {
+    for (auto at = script.find(place); at != std::string::npos; at = script.find(place, at + value.size()))
+        script.replace(at, std::strlen(place), value);
+    return script;
+}
 
 std::string blockInFile(const char *suffix) {
     return platform::paths::kScriptDir + std::string("pavo_in_") + suffix;

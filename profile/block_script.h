@@ -17,6 +17,9 @@ struct BlockScript {
     std::size_t room;  // for the script with its terminating zero
 };
 
+// The script with `value` in every place ("%d", "%s").
+std::string scriptFilled(std::string script, const char *place, const std::string &value);
+
 std::string blockInFile(const char *suffix);
 std::string blockOutFile(const char *suffix);
 

@@ -24,11 +24,8 @@ struct Row {
     BlockScript texts() const { return {name, suffix, failure, AV_BLOCK_SCRIPT_SIZE}; }
 };
 
-std::string filled(std::string script, std::int32_t value) {
-    const auto digits = std::to_string(value);
-    for (auto at = script.find("%d"); at != std::string::npos; at = script.find("%d", at))
-        script.replace(at, 2, digits);
-    return script;
+std::string filled(const char *script, std::int32_t value) {
+    return scriptFilled(script, "%d", std::to_string(value));
 }
 
 std::int32_t runScript(openapiClientHandle_t *client, const Row &row, std::int32_t value) {

@@ -159,9 +159,9 @@ std::int32_t vlanListPortAssCreate(openapiClientHandle_t *client, VLAN_PORT_LIST
 std::int32_t vlanListPortAssGet(openapiClientHandle_t *client, VLAN_PORT_LIST_T *list);
 void vlanListPortAssFree(VLAN_PORT_LIST_T *list);
 
-// The same with a record for every VLAN of `vlans`, in its order; 10002 also when that has an empty entry.
+// The same with a record for every VLAN of `viList`, in its order; 10002 also when that has an empty entry.
 std::int32_t vlanListPortAssGetFromVlanList(openapiClientHandle_t *client, VLAN_PORT_LIST_T *list,
-                                            const VLAN_INFOX_LIST_T *vlans);
+                                            const VLAN_INFOX_LIST_T *viList);
 
 // As vlanBaseInfoGet, with isMgmtVlan and ptpTc, but a VLAN without an entry in the profile database has its
 // name on the switch or, without one, is named "VLAN10". 0 once the records are allocated.

@@ -19,7 +19,7 @@ constexpr std::uint32_t kQuickFeatures = bits({0, 1, 2, 9, 13}), kQuickSpecified
 class VlanProfileTest : public VlanTest {};
 
 TEST_F(VlanProfileTest, TemplateKeysSetTheirBits) {
-    cli({"vlan database", "vlan 10"});
+    commands("vlan database; vlan 10");
     vlanInfoReplace(10, 4, "name", "Some Type", "#000000");
     const struct {
         const char *json;
@@ -57,7 +57,7 @@ TEST_F(VlanProfileTest, TemplateKeysSetTheirBits) {
 }
 
 TEST_F(VlanProfileTest, ParametersSettingsAndKind) {
-    cli({"vlan database", "vlan 10-14"});
+    commands("vlan database; vlan 10-14");
     vlanInfoReplace(10, 1, "a", "Audio Video AVB MILAN", "#000000");
     vlanInfoReplace(11, 1, "b", "Audio Video AVB MILAN with Dante PTPv1 PTPv2 or AES67", "#000000");
     vlanInfoReplace(12, 1, "c", "HARMAN Professional AV Network", "#000000");
@@ -96,7 +96,7 @@ TEST_F(VlanProfileTest, QuickScanAgreesWithTheFullOneOnTheShippedTemplates) {
     std::uint32_t seen = 0;
     for (std::size_t begin = 0; begin < types.size(); begin += 30) {
         startSwitch({});
-        cli({"vlan database", "vlan 2-31"});
+        commands("vlan database; vlan 2-31");
         for (std::size_t i = begin; i < std::min(begin + 30, types.size()); ++i)
             vlanInfoReplace(static_cast<int>(2 + i - begin), 3, "name", types[i].name, "#000000");
         const auto all = full(), scanned = quick();
@@ -116,7 +116,7 @@ TEST_F(VlanProfileTest, QuickScanAgreesWithTheFullOneOnTheShippedTemplates) {
 }
 
 TEST_F(VlanProfileTest, QuickScanKnowsThirtyTwoNames) {
-    cli({"vlan database", "vlan 2-40", "vlan name 5 \"17 Static\"", "vlan name 6 \"Dynamic\""});
+    commands("vlan database; vlan 2-40; vlan name 5 \"17 Static\"; vlan name 6 \"Dynamic\"");
     for (int id = 1; id <= 40; ++id) {
         // Names without a template count as well; VLAN 40 has the name of VLAN 2.
         const auto type = "Type " + std::to_string(id == 40 ? 2 : id);
@@ -141,7 +141,7 @@ TEST_F(VlanProfileTest, Failures) {
     EXPECT_TRUE(result == 10000 && all != nullptr);
     EXPECT_EQ(1u, logged("Can't open database: unable to open database file"));
     // Not a database: every VLAN is one without a profile, said once.
-    cli({"vlan database", "vlan 2-100"});
+    commands("vlan database; vlan 2-100");
     writeText(platform::paths::kProfileDb, std::string(4096, 'x'));
     const auto spoilt = full();
     EXPECT_TRUE(result == 0 && spoilt->count == 100 && spoilt->ids[0]->profileName[0] == '\0');
@@ -151,9 +151,10 @@ TEST_F(VlanProfileTest, Failures) {
 }
 
 TEST_F(VlanProfileTest, RoutingInterfacesAsTheSwitchListsThem) {
-    cli({"vlan database", "vlan 10,20,30", "exit", "configure", "interface vlan 10", "routing",
-         "ip address 192.168.100.254 255.255.255.240", "interface vlan 20", "routing", "ip address dhcp",
-         "interface vlan 30", "routing"});
+    commands(
+        "vlan database; vlan 10,20,30; exit; configure; interface vlan 10; routing; ip address "
+        "192.168.100.254 255.255.255.240; interface vlan 20; routing; ip address dhcp; interface vlan 30; "
+        "routing");
     std::vector<VLAN_ROUTING_INFO_T> table(VLAN_TABLE_SIZE, VLAN_ROUTING_INFO_T{9, 9, "x", "x"});
     ASSERT_EQ(0, vlanListRoutingInfoGet(&client, table.data()));
     for (const std::uint32_t id : {1u, 10u, 20u, 30u, 4095u})
@@ -163,7 +164,7 @@ TEST_F(VlanProfileTest, RoutingInterfacesAsTheSwitchListsThem) {
     EXPECT_EQ(3u, table[10].ipConfig);
     EXPECT_EQ(2u, table[20].ipConfig);
     EXPECT_EQ(1u, table[30].ipConfig);
-    cli({"vlan database", "no vlan 10"});
+    commands("vlan database; no vlan 10");
     ASSERT_EQ(0, vlanListRoutingInfoGet(&client, table.data()));
     EXPECT_EQ(0u, table[10].vlanId);
     EXPECT_TRUE(std::filesystem::is_empty(platform::fsPath(platform::paths::kScriptDir)));

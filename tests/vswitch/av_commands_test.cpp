@@ -203,14 +203,13 @@ TEST_F(AvCommandsTest, NamingAVlanInTheDatabaseCreatesIt) {
 }
 
 TEST_F(AvCommandsTest, TablesHaveAnEnd) {
-    std::string script;
-    for (int i = 0; i < 300; ++i)
-        script += "class-map match-all C" + std::to_string(i) + "\nexit\nip access-list L" +
-                  std::to_string(i) + "\nexit\n";
-    apply(script);
+    for (int i = 0; i < 300; ++i) {
+        apply("class-map match-all C" + std::to_string(i) + "\n");
+        apply("ip access-list L" + std::to_string(i) + "\n");
+    }
     EXPECT_EQ(256u, model.qos().classMaps().size());
     EXPECT_EQ(100u, model.ipAccessLists().size());
-    script = "ip access-list L1\n";
+    std::string script = "ip access-list L1\n";
     for (int i = 0; i < 2000; ++i)
         script += "permit ip any any\n";
     apply(script);
