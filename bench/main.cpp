@@ -49,6 +49,8 @@ class Reporter : public benchmark::ConsoleReporter {
             const auto name =
                 run.run_name.function_name + (run.run_name.args.empty() ? "" : "/" + run.run_name.args);
             const double time = run.real_accumulated_time / static_cast<double>(run.iterations);
+            for (const auto &[counter, value] : run.counters)
+                times_[name + ":" + counter] = value;
             const auto [it, isNew] = times_.try_emplace(name, time);
             if (!isNew && time < it->second)
                 it->second = time;
@@ -93,6 +95,10 @@ void differenceRatio(std::string what, std::string a, std::string b, std::string
                                  (timeOf(times, c) - timeOf(times, d)) / divisor;
                       },
                       limit});
+}
+
+void counterRatio(std::string what, std::string of, std::string to, std::string counter) {
+    ratio(std::move(what), of + ":" + counter, to + ":" + counter, 0);
 }
 
 void freshTable() {

@@ -26,9 +26,8 @@ def main():
         pid = rig.start_daemon().pid
         rig.wait_for(lambda: "AudacLookup Init success" in rig.log(), 30, "the daemon has started")
         idle = resident(pid)
-        rig.cli("vlan database", "vlan 10,20", "exit", "configure", "interface 0/5", "vlan pvid 10", "end")
-        rig.write_config("/tmp/audac_config", {"audioVlanID": 20, "audacDevicePort": [5]})
-        rig.profile_row(10, 1, "House", "AUDAC Audio and Control Network")
+        rig.pavoctl("profile", "apply", "--name", "House", "--type", "AUDAC Audio and Control Network", "--vlan",
+                    "10 type=2 untagged=5", "--vlan", "20 type=3 assigned=5")
         rig.control("plug", name="control", port="0/5", mac="00:1B:92:01:00:01", lldp={"systemDesc": "Audac"})
         rig.control("plug", name="audio", port="0/5", mac="00:1B:92:02:00:00", behind="control", count=DEVICES)
         rig.control("plug", name="crowd", port="0/7", mac="02:00:00:00:00:00", count=16384 - DEVICES - 1)

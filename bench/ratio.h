@@ -15,6 +15,9 @@ void ratio(std::string what, std::string measured, std::string baseline, double 
 void differenceRatio(std::string what, std::string a, std::string b, std::string c, std::string d,
                      double limit, double divisor);
 
+// Asks for a line with the ratio of a counter of two benchmarks.
+void counterRatio(std::string what, std::string of, std::string to, std::string counter);
+
 // A profile database with its seed row only.
 void freshTable();
 

@@ -4,7 +4,6 @@ import json
 import os
 import shutil
 import signal
-import sqlite3
 import subprocess
 import time
 
@@ -129,32 +128,10 @@ class Rig:
     def log(self):
         return self.read("/tmp/ketch.log.old") + self.read("/tmp/ketch.log")
 
-    def write_config(self, fixed, text):
-        """Replaces a configuration file in one step, as the operations that own it do."""
-        whole = text if isinstance(text, str) else json.dumps(text)
-        temporary = self.path(fixed) + ".new"
-        with open(temporary, "w", encoding="utf-8") as file:
-            file.write(whole)
-        os.replace(temporary, self.path(fixed))
-
     def log_level(self, level):
         """Changes the log threshold of every running process: written in place, the file is mapped."""
         with open(self.path("/tmp/devmgr_log_level"), "r+", encoding="ascii") as file:
             file.write(str(level))
-
-    def database(self, statement, *arguments):
-        connection = sqlite3.connect(self.path("/tmp/vlanInfo.db"), timeout=10)
-        try:
-            with connection:
-                connection.execute(statement, arguments)
-        finally:
-            connection.close()
-
-    def profile_row(self, vlan, role, name, kind, color="#3366cc"):
-        self.database("replace into vlanInfo values(?, ?, ?, ?, ?)", vlan, role, name, kind, color)
-
-    def profile_delete(self, vlan):
-        self.database("delete from vlanInfo where id = ?", vlan)
 
     # --- waiting
 

@@ -3,6 +3,7 @@
 #include "common/result.h"
 #include "detection/supervisor.h"
 #include "platform/open_client.h"
+#include "store/profile_db.h"
 #include "swapi/client_init.h"
 
 int main() {
@@ -14,7 +15,7 @@ int main() {
         LOG_ERROR("[%s:%d] initHandler error\r\n");
         return RESULT_FAILED;
     }
-    profileDbEnsure();
+    vlanInfoDbEnsure();
 
     Supervisor supervisor(&handle);
     if (supervisor.start()) {

@@ -1,8 +1,5 @@
 #include "detection/supervisor.h"
 
-#include <sys/stat.h>
-
-#include <cerrno>
 #include <chrono>
 #include <cstdint>
 
@@ -11,7 +8,6 @@
 #include "detection/lightware.h"
 #include "platform/clock.h"
 #include "platform/l7proc.h"
-#include "platform/paths.h"
 #include "store/profile_db.h"
 
 namespace {
@@ -20,19 +16,6 @@ constexpr std::chrono::seconds kPassPeriod{30};
 constexpr std::chrono::seconds kLightwareRestartPause{1};
 
 }  // namespace
-
-void profileDbEnsure() {
-    struct stat info {};
-    if (stat(platform::fsPath(platform::paths::kProfileDb).c_str(), &info) == 0) {
-        if (info.st_size > 0) {
-            return;
-        }
-        vlanInfoDbVerify();  // deletes the empty file
-    } else if (errno != ENOENT) {
-        return;
-    }
-    vlanInfoTableCreate();
-}
 
 bool Supervisor::lightwareStart() {
     lightwareRunning = 1;

@@ -9,10 +9,6 @@
 #include "detection/worker.h"
 #include "platform/open_client.h"
 
-// Makes sure that there is a profile database to read: creates it when the file is missing or empty. A file
-// with content is not touched.
-void profileDbEnsure();
-
 // Used by one thread. The client handle must outlive the detection threads, that is: live as long as the
 // process.
 class Supervisor {

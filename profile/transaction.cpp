@@ -19,6 +19,7 @@ std::int32_t rowWrite(const VlanInfoRow &row) {
 }  // namespace
 
 std::int32_t ProfileTransaction::begin() {
+    vlanInfoDbEnsure();
     if (const auto result = switchStateRead(client_, &state_); result != RESULT_SUCCESS)
         return result;
     const std::unique_ptr<VlanInfoRowList, void (*)(VlanInfoRowList *)> list(vlanInfoRowListCreate(),

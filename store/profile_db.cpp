@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -272,6 +273,19 @@ std::int32_t vlanInfoDbVerify() {
     }
     LOG_INFORM("[%s:%d] vlanInfo database verification passed (size=%ld bytes)\r\n", size);
     return RESULT_SUCCESS;
+}
+
+void vlanInfoDbEnsure() {
+    struct stat info {};
+    if (stat(platform::fsPath(platform::paths::kProfileDb).c_str(), &info) == 0) {
+        if (info.st_size > 0) {
+            return;
+        }
+        vlanInfoDbVerify();  // deletes the empty file
+    } else if (errno != ENOENT) {
+        return;
+    }
+    vlanInfoTableCreate();
 }
 
 int vlanInfoInsert(std::int32_t id, std::int32_t vlanType, const char *profileName, const char *profileType,

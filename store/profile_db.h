@@ -40,6 +40,10 @@ int vlanInfoTableCreate();
 // 0 when the file passes; 10000 otherwise, and then a file that is there is deleted.
 std::int32_t vlanInfoDbVerify();
 
+// Creates the table when the file is missing or empty; a file with content is not touched. For those who
+// write the database: the daemon at start, and profile operations.
+void vlanInfoDbEnsure();
+
 // Insert; insert or overwrite by id. 0 or the SQLite code.
 int vlanInfoInsert(std::int32_t id, std::int32_t vlanType, const char *profileName, const char *profileType,
                    const char *color);
@@ -60,9 +64,9 @@ int vlanInfoSelectById(std::int32_t id, std::int32_t *vlanType, char profileName
                        char profileType[VLAN_INFO_TYPE_SIZE], char color[VLAN_INFO_COLOR_SIZE]);
 int vlanInfoSelectRowsById(std::int32_t id);
 
-// The rows of many ids by one connection, as they are at one moment: visit(i, row) with the position in `ids`,
-// in their order; ids without a row are passed over. `visit` must not write to the database. 0, or 10000 when
-// the file cannot be opened; a statement that fails ends the look-up (logged once).
+// The rows of many ids by one connection, as they are at one moment: visit(i, row) with the position in
+// `ids`, in their order; ids without a row are passed over. `visit` must not write to the database. 0, or
+// 10000 when the file cannot be opened; a statement that fails ends the look-up (logged once).
 std::int32_t vlanInfoSelectByIds(std::span<const std::uint32_t> ids,
                                  const std::function<void(std::size_t i, const VlanInfoRow &row)> &visit);
 

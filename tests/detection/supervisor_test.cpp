@@ -76,16 +76,16 @@ TEST_F(RegistrationTest, ModelLookup) {
 TEST_F(RegistrationTest, ProfileDatabaseIsMadeWhereThereIsNone) {
     const auto path = platform::fsPath(paths::kProfileDb);
     vlanInfoReplace(7, 1, "kept", "kept", "#112233");
-    profileDbEnsure();
+    vlanInfoDbEnsure();
     EXPECT_EQ(vlanInfoSelectRowsById(7), 1);
     for (const bool missing : {true, false}) {
         missing ? static_cast<void>(std::filesystem::remove(path)) : writeText(paths::kProfileDb, "");
-        profileDbEnsure();
+        vlanInfoDbEnsure();
         EXPECT_EQ(vlanInfoSelectRowsById(1), 1);
         EXPECT_EQ(vlanInfoSelectRowsById(7), 0);
     }
     writeText(paths::kProfileDb, "somebody's file");
-    profileDbEnsure();
+    vlanInfoDbEnsure();
     EXPECT_EQ(readFile(paths::kProfileDb), "somebody's file");
 }
 

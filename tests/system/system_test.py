@@ -55,11 +55,8 @@ class SystemTest(unittest.TestCase):
         (rig or self.rig).wait_for(condition, LIMIT, what)
 
     def apply_audac(self, rig=None):
-        rig = rig or self.rig
-        rig.cli("vlan database", "vlan 10,20", "exit", "configure", "interface 0/5,0/7",
-                "vlan participation include 10", "vlan pvid 10", "end")
-        rig.write_config("/tmp/audac_config", {"audioVlanID": 20, "audacDevicePort": [5, 7]})
-        rig.profile_row(10, 1, "House", AUDAC)
+        (rig or self.rig).pavoctl("profile", "apply", "--name", "House", "--type", AUDAC, "--vlan",
+                                  "10 type=2 untagged=5,7", "--vlan", "20 type=3 assigned=5,7")
 
     def running(self, rig=None):
         """Switch and daemon up, the Audac thread running, an audio device joined."""
@@ -92,10 +89,11 @@ class SystemTest(unittest.TestCase):
 
     def test_ended_thread_is_running_again_when_the_profile_is_back(self):
         self.running()
-        self.rig.profile_delete(10)
-        self.see("association removed", lambda: not self.rig.rows("associations"))
+        self.rig.pavoctl("profile", "delete", "House")
+        self.see("device taken off", lambda: "AUDAC device Leave (Audio MAC: " + AUDIO["mac"] in self.rig.system_log())
+        self.assertFalse(self.rig.rows("associations"))
         starts = self.rig.log().count("AudacLookup Init success")
-        self.rig.profile_row(10, 1, "House", AUDAC)
+        self.apply_audac()
         self.see("thread again", lambda: self.rig.log().count("AudacLookup Init success") == starts + 1)
         self.see("device joined again", lambda: self.rig.rows("associations", **ASSOCIATION))
 
@@ -136,13 +134,13 @@ class SystemTest(unittest.TestCase):
             self.skipTest("needs the right to mount")
         filler = os.path.join(folder, "filler")
         try:
-            with self.assertRaises(OSError), open(filler, "wb", buffering=0) as file:
-                while True:
-                    file.write(b"x" * 4096)
             self.rig.start_switch()
             self.rig.start_daemon()
             self.see("daemon started", lambda: "AudacLookup Init success" in self.rig.log())
             self.apply_audac()
+            with self.assertRaises(OSError), open(filler, "wb", buffering=0) as file:
+                while True:
+                    file.write(b"x" * 4096)
             self.rig.control("plug", **CONTROL)
             self.rig.control("plug", **AUDIO)
             self.see("a failure is reported", lambda: "(ERROR)" in self.rig.log())
@@ -236,6 +234,55 @@ class SystemTest(unittest.TestCase):
         self.assertEqual(1, len(json.loads(ctl("faults").stdout)["faults"]))
         self.assertEqual(0, len(json.loads(ctl("faults", "--clear").stdout)["faults"]))
         self.assertNotEqual(0, ctl("table", "nothing").returncode)
+
+
+    # --- pavoctl
+
+    def test_pavoctl(self):
+        def ctl(*words, status=0):
+            done = self.rig.pavoctl(*words, check=False)
+            self.assertEqual(status, done.returncode, (words, done.stdout, done.stderr))
+            return done.stdout if status == 0 else done.stderr
+
+        self.assertIn("cannot be reached", ctl("profile", "list", status=3))
+        self.rig.start_switch()
+        self.assertIn("A first profile", ctl("--help"))
+        ctl("profile", status=2)
+        ctl("profile", "apply", "--name", "x", status=2)
+        ctl("profile", "apply", "--name", "x", "--type", "Data", "--vlan", "20 untagged=all", status=2)
+        ctl("profile", "apply", "/nowhere", status=2)
+        self.assertIn("Audio Dante", ctl("profile", "types"))
+        self.assertIn("Video NDI4", ctl("profile", "templates"))
+        types = json.loads(ctl("--json", "profile", "types"))
+        self.assertEqual(50, len(types["profileTypes"]))
+        self.assertEqual("success", types["resp"]["status"])
+
+        before = self.rig.running_config()
+        ctl("profile", "apply", "--name", "B\u00fchne", "--type", "Audio Dante", "--vlan", "20 untagged=1-4,7 tagged=48")
+        self.assertIn("1-4,7", ctl("profile", "show", "B\u00fchne"))
+        self.assertIn("14107: The profile name is already in use",
+                      ctl("profile", "apply", "--name", "B\u00fchne", "--type", "Data", "--vlan", "21", status=1))
+        failed = self.rig.pavoctl("--json", "profile", "delete", "nobody", check=False)
+        self.assertEqual(1, failed.returncode)
+        self.assertEqual(10012, json.loads(failed.stdout)["resp"]["respCode"])
+        vlans = json.loads(ctl("--json", "vlan", "list"))["vlans"]
+        self.assertEqual([1, 20], [vlan["vlanId"] for vlan in vlans])
+        self.assertEqual([1, 2, 3, 4, 7], vlans[1]["untagPorts"])
+        self.assertIn("Audio Dante", ctl("vlan", "show", "20"))
+        ctl("vlan", "show", "4000", status=1)
+
+        completion = os.path.join(TREE, "data", "completion", "pavoctl.bash")
+        script = f"""source {completion}; PATH={os.path.dirname(self.rig.program('pavoctl'))}:$PATH
+            complete_line() {{ COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _pavoctl; printf '%s\n' "${{COMPREPLY[@]}}"; }}
+            complete_line pavoctl pro; complete_line pavoctl profile de; complete_line pavoctl profile show B
+            complete_line pavoctl profile apply --type 'Video N'"""
+        done = subprocess.run(["bash", "-c", script], env=self.rig.env, capture_output=True, text=True, check=False)
+        for word in ("profile", "delete", "B", "NDI4"):
+            self.assertIn(word, done.stdout + done.stderr)
+
+        ctl("profile", "delete", "B\u00fchne")
+        self.assertEqual(before, self.rig.running_config())
+        self.assertEqual(0, self.rig.control("counters")["unknownCommands"])
 
 
 class StoryTest(unittest.TestCase):

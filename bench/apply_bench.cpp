@@ -1,0 +1,125 @@
+// A four-VLAN profile on 48 ports: OpEN calls, scripts and the switch's time, against one setter per port and
+// VLAN.
+#include <benchmark/benchmark.h>
+
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "bench/ratio.h"
+#include "platform/paths.h"
+#include "profile/apply.h"
+#include "profile/request.h"
+#include "swapi/vlan_membership.h"
+#include "vswitch/inprocess.h"
+
+namespace {
+
+constexpr std::uint32_t kPorts = 48;
+constexpr std::uint32_t kVlans = 4;
+
+// Port p is untagged in VLAN 20 + p % 4 and tagged in the next one.
+std::uint32_t untaggedVlan(std::uint32_t port) {
+    return 20 + port % kVlans;
+}
+std::uint32_t taggedVlan(std::uint32_t port) {
+    return 20 + (port + 1) % kVlans;
+}
+
+std::string portList(std::uint32_t vlan, std::uint32_t (*of)(std::uint32_t)) {
+    std::string out;
+    for (std::uint32_t port = 1; port <= kPorts; ++port)
+        if (of(port) == vlan)
+            out += (out.empty() ? "" : ",") + std::to_string(port);
+    return out;
+}
+
+std::string request() {
+    std::string vlans;
+    for (std::uint32_t vlan = 20; vlan < 20 + kVlans; ++vlan)
+        vlans += (vlans.empty() ? "" : ",") + std::string(R"({"vlanId":)") + std::to_string(vlan) +
+                 R"(,"vlanType":1,"ports":{"untagged":[)" + portList(vlan, untaggedVlan) + R"(],"tagged":[)" +
+                 portList(vlan, taggedVlan) + "]}}";
+    return R"({"profileConfig":{"name":"Big","color":"#081855","profileType":"Audio Dante","vlanNum":4,"vlans":[)" +
+           vlans + "]}}";
+}
+
+struct Switch {
+    explicit Switch(std::int64_t latencyMs) {
+        const auto templates = platform::fsPath(platform::paths::kProfileTemplateDir);
+        std::filesystem::create_directories(templates);
+        std::filesystem::copy(PAVO_DATA_DIR "/profileTemplate", templates,
+                              std::filesystem::copy_options::overwrite_existing);
+        bench::freshTable();
+        openapiClientRegister("bench", &client);
+        device.with([&](vswitch::Server &server) {
+            server.model().setLatency(std::chrono::milliseconds(latencyMs));
+            server.resetCounts();
+        });
+    }
+    ~Switch() { openapiClientTearDown(&client); }
+
+    void report(benchmark::State &state) {
+        device.with([&](vswitch::Server &server) {
+            const auto &counts = server.callCounts();
+            const auto scripts = counts.find("rpcclt_openapiTxtCfgApply");
+            state.counters["calls"] = static_cast<double>(server.callTotal());
+            state.counters["scripts"] = scripts == counts.end() ? 0.0 : static_cast<double>(scripts->second);
+        });
+    }
+
+    vswitch::InProcessSwitch device;
+    openapiClientHandle_t client{};
+};
+
+void applyProfile(benchmark::State &state) {
+    for (auto _ : state) {
+        state.PauseTiming();
+        auto one = std::make_unique<Switch>(state.range(0));
+        const auto text = request();
+        state.ResumeTiming();
+        if (profileConfigSet(&one->client, text.c_str()) != 0)
+            state.SkipWithError("apply failed");
+        state.PauseTiming();
+        one->report(state);
+        one.reset();
+        state.ResumeTiming();
+    }
+}
+
+// What the same membership costs with one verified setter each.
+void applyOneByOne(benchmark::State &state) {
+    for (auto _ : state) {
+        state.PauseTiming();
+        auto one = std::make_unique<Switch>(state.range(0));
+        state.ResumeTiming();
+        for (std::uint32_t vlan = 20; vlan < 20 + kVlans; ++vlan)
+            rpcclt_openapiVlanCreate(&one->client, vlan);
+        for (std::uint32_t port = 1; port <= kPorts; ++port) {
+            for (const auto vlan : {untaggedVlan(port), taggedVlan(port)}) {
+                vlanIfParticipationSetAndVerify(&one->client, port, vlan,
+                                                OPEN_VLAN_PARTICIPATION_MODE_INCLUDE);
+                vlanIfTaggingSetAndVerify(&one->client, port, vlan, vlan == taggedVlan(port) ? 1 : 0);
+            }
+            vlanIfPvidSetAndVerify(&one->client, port, untaggedVlan(port));
+            vlanIfParticipationSetAndVerify(&one->client, port, 1, OPEN_VLAN_PARTICIPATION_MODE_AUTO);
+        }
+        state.PauseTiming();
+        one->report(state);
+        one.reset();
+        state.ResumeTiming();
+    }
+}
+
+// Latency 0 and 100 ms, which both sides wait for on the real clock.
+BENCHMARK(applyOneByOne)->Arg(0)->Arg(100)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(3);
+BENCHMARK(applyProfile)->Arg(0)->Arg(100)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(3);
+
+[[maybe_unused]] const bool registered = [] {
+    bench::counterRatio("OpEN calls: one setter per port and VLAN / profile apply (5 or more wanted)",
+                        "applyOneByOne/0", "applyProfile/0", "calls");
+    bench::ratio("Profile apply / one by one, latency 100 ms", "applyProfile/100", "applyOneByOne/100", 0);
+    return true;
+}();
+
+}  // namespace
