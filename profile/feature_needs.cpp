@@ -121,7 +121,7 @@ void changeQos(openapiClientHandle_t *client, const FeatureNeeds &from, const Fe
                Steps *steps) {
     steps->when(from.qos && !to.qos, [&] { return avBlockQosDelete(client, AV_QOS_DELETE_ALL); });
     if (!to.qos)
-        return;
+        return false;
     const bool lessTelos = from.qosTelos && !to.qosTelos, lessGd = from.qosGd && !to.qosGd;
     const auto rest = qosFeatures(to) & AV_QOS_NO_PTP;
     steps->when(lessTelos,
@@ -130,20 +130,24 @@ void changeQos(openapiClientHandle_t *client, const FeatureNeeds &from, const Fe
     const bool more = !from.qos || (to.qosTelos && !from.qosTelos) || (to.qosGd && !from.qosGd) ||
                       to.qosNoPtp != from.qosNoPtp;
     steps->when(more, [&] { return avBlockQosAdd(client, qosFeatures(to)); });
+    return more || lessTelos || lessGd;
 }
 
 void changeAvb(openapiClientHandle_t *client, const FeatureNeeds &from, const FeatureNeeds &to,
-               Steps *steps) {
-    const bool ports = from.avb != to.avb && !manualTrunkInterfacesGet().empty();
-    steps->when(from.avb && !to.avb && ports, [&] { return avBlockMrpCleanup(client, true); });
-    steps->when(from.avb && !to.avb, [&] {
-        return avBlockRun(client, to.qos ? AvBlock::AvbDeleteKeepTrust : AvBlock::AvbDelete);
-    });
-    steps->when(!from.avb && to.avb, [&] { return avBlockRun(client, AvBlock::AvbMrpPreDisable); });
-    steps->when(!from.avb && to.avb, [&] { return avBlockRun(client, AvBlock::AvbAdd); });
-    steps->when(!from.avb && to.avb && ports, [&] { return avBlockMrpPostEnable(client, true, 0); });
+               bool policyReplaced, Steps *steps) {
+    const bool ports = (from.avb || to.avb) && !manualTrunkInterfacesGet().empty();
+    const bool comes = to.avb && !from.avb, goes = from.avb && !to.avb, stays = from.avb && to.avb;
+    steps->when(goes && ports, [&] { return avBlockMrpCleanup(client, true); });
+    steps->when(
+        goes, [&] { return avBlockRun(client, to.qos ? AvBlock::AvbDeleteKeepTrust : AvBlock::AvbDelete); });
+    steps->when(comes, [&] { return avBlockRun(client, AvBlock::AvbMrpPreDisable); });
+    // The QoS block takes the dot1p trust with it when it goes, AVB needs it on.
+    const bool trustLost = stays && from.qos && !to.qos;
+    steps->when(comes || trustLost, [&] { return avBlockRun(client, AvBlock::AvbAdd); });
+    steps->when(ports && (comes || (stays && policyReplaced)),
+                [&] { return avBlockMrpPostEnable(client, true, 0); });
     // Switching AVB on switches the transparent clock off.
-    steps->when(to.ptpTc && (!from.ptpTc || (to.avb && !from.avb)),
+    steps->when(to.ptpTc && (!from.ptpTc || comes || trustLost),
                 [&] { return avBlockPtpTcSet(client, true); });
     steps->when(from.ptpTc && !to.ptpTc, [&] { return avBlockPtpTcSet(client, false); });
 }
@@ -183,8 +187,8 @@ std::int32_t featureNeedsChange(openapiClientHandle_t *client, const FeatureNeed
                                 const FeatureNeeds &to) {
     Steps steps;
     changeVlanBlocks(client, from, to, &steps);
-    changeQos(client, from, to, &steps);
-    changeAvb(client, from, to, &steps);
+    const bool policyReplaced = changeQos(client, from, to, &steps);
+    changeAvb(client, from, to, policyReplaced, &steps);
     changeSpanningTree(client, from, to, &steps);
     steps.when(from.querierInterval != 0 && to.querierInterval == 0,
                [&] { return avBlockRun(client, AvBlock::QuerierDelete); });

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <csignal>
 #include <ctime>
 #include <fstream>
 #include <sstream>
@@ -117,10 +118,65 @@ TEST_F(LogTest, TruncatedLevelFileIsSurvivedAndFoundAgain) {
     std::ofstream level(rootPath(kLogLevelFile), std::ios::trunc);  // what "echo 7 > file" does first
     EXPECT_EQ(devmgrLogLevelGet(), 6);
     log(6, "shown");
+    EXPECT_EQ(readFile(kLogLevelFile), std::string(4, '\0'));  // nothing over the digit that is to come
     level << "7\n" << std::flush;
     EXPECT_EQ(devmgrLogLevelGet(), 7);
     log(7, "shown too");
     EXPECT_NE(readFile(kLogFile).find("shown too"), std::string::npos);
+}
+
+TEST_F(LogTest, TruncatedLevelFileIsSurvivedWhileTheLogIsClosed) {
+    std::atomic<bool> stop{false};
+    std::vector<std::thread> readers;
+    for (int t = 0; t < 2; ++t) {
+        readers.emplace_back([&stop] {
+            while (!stop)
+                devmgrLogLevelGet();
+        });
+    }
+    for (int i = 0; i < 2000; ++i) {
+        openFile();
+        log(3, "started");
+        std::filesystem::resize_file(rootPath(kLogLevelFile), 0);
+        devmgrLogClose();
+    }
+    stop = true;
+    for (auto &reader : readers)
+        reader.join();
+    EXPECT_EQ(devmgrLogLevelGet(), 6);
+}
+
+struct sigaction logBusHandler {};
+volatile std::sig_atomic_t busSignals = 0;
+
+void otherBusHandler(int) {
+    busSignals = busSignals + 1;
+}
+// As a crash logger does it: back to the handler it found, and the signal again.
+void crashLogger(int signal) {
+    sigaction(signal, &logBusHandler, nullptr);
+    raise(signal);
+}
+
+TEST_F(LogTest, OtherBusHandlersAreNeitherInTheWayNorLost) {
+    openFile();
+    ASSERT_EQ(sigaction(SIGBUS, nullptr, &logBusHandler), 0);
+    std::signal(SIGBUS, otherBusHandler);
+    log(3, "the first message");
+    std::filesystem::resize_file(rootPath(kLogLevelFile), 0);
+    EXPECT_EQ(devmgrLogLevelGet(), 6);
+    EXPECT_EQ(busSignals, 0);
+    raise(SIGBUS);
+    EXPECT_EQ(busSignals, 1);
+
+    EXPECT_DEATH(
+        {
+            std::signal(SIGBUS, crashLogger);
+            openFile();
+            raise(SIGBUS);
+        },
+        "");
+    sigaction(SIGBUS, &logBusHandler, nullptr);
 }
 
 TEST_F(LogTest, UnusableLevelFileLeavesTheDefault) {
