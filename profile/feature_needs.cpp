@@ -117,7 +117,8 @@ void changeVlanBlocks(openapiClientHandle_t *client, const FeatureNeeds &from, c
     }
 }
 
-void changeQos(openapiClientHandle_t *client, const FeatureNeeds &from, const FeatureNeeds &to,
+// True when the policy was replaced, and with it the bindings of ports are gone.
+bool changeQos(openapiClientHandle_t *client, const FeatureNeeds &from, const FeatureNeeds &to,
                Steps *steps) {
     steps->when(from.qos && !to.qos, [&] { return avBlockQosDelete(client, AV_QOS_DELETE_ALL); });
     if (!to.qos)
