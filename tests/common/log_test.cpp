@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <csignal>
+#include <cstdlib>
 #include <ctime>
 #include <fstream>
 #include <sstream>
@@ -151,6 +152,8 @@ volatile std::sig_atomic_t busSignals = 0;
 
 void otherBusHandler(int) {
     busSignals = busSignals + 1;
+    if (busSignals > 9)
+        std::_Exit(3);  // round and round
 }
 // As a crash logger does it: back to the handler it found, and the signal again.
 void crashLogger(int signal) {

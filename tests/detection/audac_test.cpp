@@ -159,9 +159,11 @@ TEST_F(AudacTest, FollowsAMoveWithoutAScript) {
     EXPECT_EQ(logged(text + "\r\n"), 1u);
 
     // Learned on both ports, in two VLANs: whatever the port, the list must not grow.
-    model([](vswitch::Model &m) { m.learn(*vswitch::Mac::parse(kAmp), 50, 5); });
-    scans(10);
-    EXPECT_LE(list.count, 3u);
+    for (int i = 0; i < 10; ++i) {
+        model([](vswitch::Model &m) { m.learn(*vswitch::Mac::parse(kAmp), 50, 5); });
+        scan();
+    }
+    EXPECT_EQ(list.count, 3u);
     EXPECT_TRUE(associated(kAmp));
 }
 
@@ -271,6 +273,9 @@ TEST_F(AudacThreadTest, EndsWithTheProfileAndTakesEveryDeviceOut) {
     EXPECT_EQ(associations(), 0u);  // the first look comes after the first period
     cycles(1);
     EXPECT_EQ(associations(), 2u);
+    cli({"vlan database", std::string("no vlan association mac ") + kAmp2});
+    cycles(1);
+    EXPECT_EQ(associations(), 2u);
 
     // Without its configuration file the thread waits; it looks at nothing and forgets nothing.
     fileRemove(paths::kAudacConfig);
@@ -280,14 +285,14 @@ TEST_F(AudacThreadTest, EndsWithTheProfileAndTakesEveryDeviceOut) {
     config(kConfig);
     cycles(1);
     EXPECT_EQ(associations(), 2u);
-    EXPECT_EQ(systemLogged("AUDAC Audio device Join"), 2u);
+    EXPECT_EQ(systemLogged("AUDAC Audio device Join"), 3u);
 
     profileRemove(kProfileVlan);
     lastCycle();
     EXPECT_EQ(associations(), 0u);
     EXPECT_EQ(systemLogged("AUDAC device Leave (Audio MAC: "), 2u);
     EXPECT_EQ(logged("User already delete AUDAC profile, AudacLookup exit!\r\n"), 1u);
-    EXPECT_EQ(logged("(ERROR)"), 0u);
+    EXPECT_EQ(logged("(ERROR)"), 1u);  // the repair
 
     // With no profile there is no first sleep either.
     start();
@@ -408,7 +413,16 @@ TEST_F(AudacTest, NeighbourTextsOfAnyLengthAndContent) {
     }
     failCall("rpcclt_openapiLldpMgmtStrLenGet");
     EXPECT_EQ(errorsOf([&] { EXPECT_EQ(found(), 1); }), 1u);
+    clearFaults();
     EXPECT_EQ(found(), 2);
+    // The walk of a port ends with the failure, and says so.
+    plug(host("second", 6, "aa:bb:cc:dd:ee:16", "Audac"));
+    const JsonPtr out(cJSON_CreateArray());
+    failCall("rpcclt_openapiLldpIntfRemoteDevicePortIdGet", 2);
+    EXPECT_EQ(lldpIntfRemoteAudacInfoGet(&client, {6, out.get()}), RESULT_FAILED);
+    EXPECT_EQ(cJSON_GetArraySize(out.get()), 1);
+    EXPECT_EQ(lldpIntfRemoteAudacInfoGet(&client, {6, out.get()}), RESULT_SUCCESS);
+    EXPECT_EQ(cJSON_GetArraySize(out.get()), 3);
     EXPECT_TRUE(logLinesIntact());
 }
 

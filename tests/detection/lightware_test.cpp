@@ -265,6 +265,7 @@ TEST_F(LightwareTest, NeighbourTextsOfAnyLengthAndContent) {
     connect(4, "endpoint-b", "abc");
     scans(10);
     EXPECT_EQ(list.count, 4u);
+    EXPECT_NE(lagOf(3), lagOf(4));
     EXPECT_TRUE(bundled(kLag, {1, 2}));
 
     // A read that fails is an uplink missed once.
@@ -316,6 +317,32 @@ TEST_F(LightwareTest, ASlowSwitch) {
     EXPECT_EQ(callCount("rpcclt_openapiVlanIfTaggingSet"), tagging + 2);
     EXPECT_EQ(list.count, 0u);
     EXPECT_EQ(lagOf(1), 0u);
+}
+
+TEST_F(LightwareTest, AMembershipStepEndsWithItsFirstFailure) {
+    constexpr const char *kParticipation = "rpcclt_openapiVlanIfParticipationSet";
+    constexpr const char *kPvid = "rpcclt_openapiVlanIfPvidSet";
+    // Going online, changes 3 and 4 take the LAG out of its old VLAN and into the profile's; going offline, 2
+    // and 3 take it out of there and into VLAN 1. The PVID follows only when both were done.
+    for (const std::uint64_t nth : {3, 4}) {
+        network({});
+        connect(1, "endpoint-a", "1");
+        failCall(kParticipation, nth);
+        EXPECT_EQ(errorsOf([&] { scans(); }), 1u);
+        EXPECT_EQ(callCount(kParticipation), nth);
+        EXPECT_EQ(callCount(kPvid), 0u);
+        EXPECT_EQ(link(1)->lagIfNum, kLag);
+
+        network({});
+        connect(1, "endpoint-a", "1");
+        scans();
+        disconnect(1);
+        failCall(kParticipation, nth - 1);
+        EXPECT_EQ(errorsOf([&] { scans(2); }), 1u);
+        EXPECT_EQ(callCount(kParticipation), 4 + nth);  // the port comes after the LAG
+        EXPECT_EQ(callCount(kPvid), 1u);
+        EXPECT_EQ(list.count, 0u);
+    }
 }
 
 TEST_F(LightwareTest, ResultsOfTheSteps) {
