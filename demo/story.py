@@ -10,7 +10,7 @@ with "title" and "steps". A step may have
   "expect"   what must then be seen, each within "within" seconds of the switch's time (default 60):
              {"table": name, "row": {...}}, {"table": name, "noRow": {...}}, {"log": text}, {"system": text},
              {"config": "as before"}: the running configuration is that of the beginning of the act;
-             "say" gives the reader's words. Log texts count from the beginning of the step.
+             "say" gives the reader's words. Log texts count from the end of the step before.
 """
 
 import argparse
@@ -36,6 +36,7 @@ class Player:
         self.rig = rig
         self.shown = 0.0
         self.config = []
+        self.marks = {"log": 0, "system": 0}  # where the logs stood when the last step ended
 
     def progress(self, waited, what, within):
         seconds = waited * self.rig.scale
@@ -80,7 +81,7 @@ class Player:
 
     def step(self, step):
         rig = self.rig
-        marks = {"log": len(rig.log()), "system": len(rig.system_log())}
+        marks = self.marks
         if "say" in step:
             print(f"\n{paint('1', step['say'])}", flush=True)
         for request in step.get("switch", []):
@@ -93,6 +94,7 @@ class Player:
             rig.log_level(step["level"])
         for wanted in step.get("expect", []):
             self.expect(wanted, marks)
+        self.marks = {"log": len(rig.log()), "system": len(rig.system_log())}
 
 
 def play(rig, scenario):

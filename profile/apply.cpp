@@ -89,7 +89,12 @@ std::string wholeCharacters(std::string text, std::size_t most) {
     return text;
 }
 
-std::string switchVlanName(const std::string &profileName) {
+// What the running configuration says of a VLAN of that name: nothing when it is the default one.
+std::string switchVlanName(const std::string &profileName, std::uint32_t id) {
+    char byDefault[16];
+    std::snprintf(byDefault, sizeof byDefault, "VLAN%04u", id);
+    if (profileName == byDefault)
+        return "";
     if (profileName.size() <= kVlanNameMax)
         return profileName;
     // Cutting inside a character takes the whole of it.
@@ -118,7 +123,8 @@ class PortNames {
         if (known != names_.end())
             return known->second;
         std::uint32_t type = 0;
-        if (openapiIfTypeGet(client_, ifNum, &type) != OPEN_E_NONE)
+        if (openapiIfTypeGet(client_, ifNum, &type) != OPEN_E_NONE ||
+            (type != OPEN_INTF_TYPE_PHY && type != OPEN_INTF_TYPE_LAG))
             return std::nullopt;
         auto name = portCliName(ifNum);
         if (type == OPEN_INTF_TYPE_LAG) {
@@ -185,6 +191,9 @@ std::int32_t checkRequest(openapiClientHandle_t *client, const ProfileRequest &r
         return refuse(RESULT_INVALID_ARGUMENT, "a profile has one to four VLANs");
     if (!nameAcceptable(request.name))
         return refuse(RESULT_INVALID_ARGUMENT, "the name has characters that a VLAN name cannot have");
+    if (ProfileTypeAttributes attributes{};
+        profileTypeAttrGet(request.profileType, &attributes) != RESULT_SUCCESS)
+        return refuse(RESULT_INVALID_ARGUMENT, "unknown profile type");
     if (idsOf(request).size() != request.vlanCount)
         return refuse(RESULT_INVALID_ARGUMENT, "a VLAN is named twice");
     std::set<std::uint32_t> untagged;
@@ -226,7 +235,32 @@ std::optional<VlanIds> leftovers(const ProfileRequest &request, const ProfileTra
 struct VlanHistory {
     bool created = true;  // the profile created the VLAN
     std::string oldName;  // its name on the switch before
+    // Its VLAN interface before, once the profile has changed that.
+    std::optional<RoutingState> oldRouting;
 };
+
+std::optional<RoutingState> routingFromJson(const cJSON *object) {
+    if (!cJSON_IsObject(object))
+        return std::nullopt;
+    const auto address = [object](const char *key) {
+        const char *text = cJSON_GetStringValue(cJSON_GetObjectItemCaseSensitive(object, key));
+        return std::string(text != nullptr && isAddress(text) ? text : "");
+    };
+    RoutingState routing{cJSON_IsTrue(cJSON_GetObjectItemCaseSensitive(object, "routing")) != 0,
+                         cJSON_IsTrue(cJSON_GetObjectItemCaseSensitive(object, "dhcp")) != 0,
+                         address("ipAddr"), address("ipMask")};
+    if (routing.ip.empty() || routing.mask.empty())
+        routing.ip = routing.mask = "";
+    return routing;
+}
+
+void routingToJson(cJSON *file, const RoutingState &routing) {
+    cJSON *object = cJSON_AddObjectToObject(file, "oldRouting");
+    cJSON_AddBoolToObject(object, "routing", routing.routing);
+    cJSON_AddBoolToObject(object, "dhcp", routing.dhcp);
+    cJSON_AddStringToObject(object, "ipAddr", routing.ip.c_str());
+    cJSON_AddStringToObject(object, "ipMask", routing.mask.c_str());
+}
 
 std::optional<VlanHistory> historyOf(std::int32_t vlanId) {
     const JsonPtr file(jsonFileLoad(profileVlanConfigPath(vlanId).c_str()));
@@ -234,9 +268,27 @@ std::optional<VlanHistory> historyOf(std::int32_t vlanId) {
     const cJSON *oldName = cJSON_GetObjectItemCaseSensitive(file.get(), "oldName");
     if (!cJSON_IsBool(created))
         return std::nullopt;
-    VlanHistory history{cJSON_IsTrue(created) != 0, ""};
+    VlanHistory history{cJSON_IsTrue(created) != 0, "",
+                        routingFromJson(cJSON_GetObjectItemCaseSensitive(file.get(), "oldRouting"))};
     if (cJSON_IsString(oldName) && nameAcceptable(oldName->valuestring))
         history.oldName = oldName->valuestring;
+    return history;
+}
+
+// Of a VLAN that a request is about to configure. One with a row is the profile's own, whatever became of its
+// file; one that is not on the switch has no past.
+VlanHistory historyNow(const ProfileVlanRequest &vlan, const SwitchState &before, bool hasRow) {
+    const auto id = static_cast<std::uint32_t>(vlan.vlanId);
+    VlanHistory history;
+    if (before.hasVlan(id)) {
+        const auto named = before.vlans.find(id);
+        history = hasRow ? historyOf(vlan.vlanId).value_or(VlanHistory{})
+                         : VlanHistory{false, named == before.vlans.end() ? "" : named->second, std::nullopt};
+    }
+    if (vlan.routing != 0 && !history.oldRouting) {
+        const auto routing = before.routing.find(id);
+        history.oldRouting = routing == before.routing.end() ? RoutingState{} : routing->second;
+    }
     return history;
 }
 
@@ -251,6 +303,8 @@ std::string vlanFileText(const ProfileVlanRequest &vlan, const VlanHistory &hist
     profilePortsToJson(config, "assignedPort", vlan.assigned);
     cJSON_AddBoolToObject(file.get(), "created", history.created);
     cJSON_AddStringToObject(file.get(), "oldName", history.oldName.c_str());
+    if (history.oldRouting)
+        routingToJson(file.get(), *history.oldRouting);
     const TextPtr text(cJSON_Print(file.get()));
     return text != nullptr ? text.get() : "";
 }
@@ -299,23 +353,32 @@ void placeTagged(InterfaceState *interface, std::uint32_t id) {
     interface->tagged.insert(id);
 }
 
+// Every port that has no other VLAN is in VLAN 1; one that carries it beside its own stops doing so.
+void untagVlan1(InterfaceState *interface) {
+    if (interface->tagged.erase(1) != 0 && interface->pvid != 1)
+        interface->participation[1] = OPEN_VLAN_PARTICIPATION_MODE_AUTO;
+}
+
+// All but the tagged ports.
 void placeVlan(const ProfileVlanRequest &vlan, const char *profileName, PortNames *ports,
                SwitchState *state) {
     const auto id = static_cast<std::uint32_t>(vlan.vlanId);
     if (id != 1)
-        state->vlans[id] = switchVlanName(profileName);
+        state->vlans[id] = switchVlanName(profileName, id);
     std::set<std::string> wanted;
     for (const auto *list : {&vlan.untagged, &vlan.tagged})
         for (std::uint32_t i = 0; i < list->count; ++i)
             wanted.insert(*ports->find(list->ports[i]));
-    if (id != 1)
-        for (auto &[name, interface] : state->interfaces)
-            if (isMember(interface, id) && !wanted.contains(name))
-                state->releasePort(name, id);
+    for (auto &[name, interface] : state->interfaces) {
+        if (wanted.contains(name))
+            continue;
+        if (id == 1)
+            untagVlan1(&interface);
+        else if (isMember(interface, id))
+            state->releasePort(name, id);
+    }
     for (std::uint32_t i = 0; i < vlan.untagged.count; ++i)
         placeUntagged(&state->interface(*ports->find(vlan.untagged.ports[i])), id);
-    for (std::uint32_t i = 0; i < vlan.tagged.count; ++i)
-        placeTagged(&state->interface(*ports->find(vlan.tagged.ports[i])), id);
     if (vlan.routing == kRoutingDhcp)
         state->routing[id] = {true, true, "", ""};
     else if (vlan.routing == kRoutingManual)
@@ -415,16 +478,21 @@ void vacate(const VlanIds &ids, SwitchState *state) {
     for (const auto vlanId : ids) {
         const auto id = static_cast<std::uint32_t>(vlanId);
         const auto history = historyOf(vlanId).value_or(VlanHistory{});
-        const bool stays = id == 1 || !history.created;
-        if (!stays) {
+        // A VLAN that is gone is not made again.
+        if (id != 1 && (history.created || !state->hasVlan(id))) {
             state->removeVlan(id);
             continue;
         }
-        state->routing.erase(id);
+        if (history.oldRouting)
+            state->routing[id] = *history.oldRouting;
+        for (auto &[name, interface] : state->interfaces) {
+            if (id == 1)
+                untagVlan1(&interface);
+            else
+                state->releasePort(name, id);
+        }
         if (id == 1)
             continue;
-        for (auto &[name, interface] : state->interfaces)
-            state->releasePort(name, id);
         state->vlans[id] = history.oldName;
     }
 }
@@ -489,14 +557,15 @@ std::int32_t applySteps(openapiClientHandle_t *client, ProfileTransaction *trans
     auto rowsAfter = rowsWithout(stay, idsOf(request));
     for (std::size_t i = 0; i < request.vlanCount; ++i) {
         const auto &vlan = request.vlans[i];
-        const auto id = static_cast<std::uint32_t>(vlan.vlanId);
-        const auto known = transaction->row(vlan.vlanId) != nullptr ? historyOf(vlan.vlanId) : std::nullopt;
-        const auto named = before.vlans.find(id);
-        histories[vlan.vlanId] = known.value_or(
-            VlanHistory{!before.hasVlan(id), named == before.vlans.end() ? std::string() : named->second});
+        histories[vlan.vlanId] = historyNow(vlan, before, transaction->row(vlan.vlanId) != nullptr);
         placeVlan(vlan, request.name, ports, &wanted);
         rowsAfter.push_back(rowOf(vlan, request));
     }
+    // After all PVIDs: taking a port out of VLAN 1 as its PVID must not take a tag of the request along.
+    for (std::size_t i = 0; i < request.vlanCount; ++i)
+        for (std::uint32_t j = 0; j < request.vlans[i].tagged.count; ++j)
+            placeTagged(&wanted.interface(*ports->find(request.vlans[i].tagged.ports[j])),
+                        static_cast<std::uint32_t>(request.vlans[i].vlanId));
     placeMtu(before, typesOf(rowsBefore), typesOf(rowsAfter), &wanted);
     wanted.normalise();
     if (const auto result = transaction->changeSwitch("vlanParticipationSet", wanted);
@@ -581,7 +650,10 @@ std::int32_t profileVlansRemove(openapiClientHandle_t *client, const std::vector
     ProfileTransaction transaction(client);
     if (const auto result = transaction.begin(); result != RESULT_SUCCESS)
         return result;
-    const auto result = removeSteps(client, &transaction, VlanIds(vlanIds.begin(), vlanIds.end()));
+    // A VLAN without a profile is not ours to remove.
+    VlanIds ids(vlanIds.begin(), vlanIds.end());
+    std::erase_if(ids, [&](std::int32_t id) { return transaction.row(id) == nullptr; });
+    const auto result = removeSteps(client, &transaction, ids);
     return result == RESULT_SUCCESS ? result : transaction.rollback(result);
 }
 

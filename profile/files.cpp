@@ -43,11 +43,13 @@ void FileSnapshots::note(const std::string &fixedPath) {
     files_.emplace_back(fixedPath, std::move(content));
 }
 
-void FileSnapshots::restore() const {
+std::int32_t FileSnapshots::restore() const {
+    std::int32_t first = RESULT_SUCCESS;
     for (const auto &[path, content] : files_) {
-        if (content)
-            fileReplace(path, *content);
-        else
+        if (!content)
             fileRemove(path.c_str());
+        else if (const auto result = fileReplace(path, *content); first == RESULT_SUCCESS)
+            first = result;
     }
+    return first;
 }

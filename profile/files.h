@@ -17,7 +17,8 @@ std::int32_t fileReplace(const std::string &fixedPath, const std::string &text);
 class FileSnapshots {
   public:
     void note(const std::string &fixedPath);
-    void restore() const;
+    // 0, or the code of the first file that could not be put back.
+    std::int32_t restore() const;
 
   private:
     std::vector<std::pair<std::string, std::optional<std::string>>> files_;

@@ -82,21 +82,19 @@ bool parsePorts(const cJSON *ports, const char *key, ProfilePortList *out) {
 }
 
 bool parseText(const cJSON *item, char (&out)[16]) {
-    if (item == nullptr)
+    if (!cJSON_IsString(item))
         return true;
-    if (!cJSON_IsString(item) || std::strlen(item->valuestring) >= sizeof out)
+    if (std::strlen(item->valuestring) >= sizeof out)
         return false;
     copyText(out, item->valuestring);
     return true;
 }
 
 bool parseRouting(const cJSON *routing, ProfileVlanRequest *vlan) {
-    if (routing == nullptr)
-        return true;
     const cJSON *method = member(routing, "ipConfig");
     if (cJSON_IsNumber(method) && !integerOf(method, &vlan->routing))
         return false;
-    return cJSON_IsObject(routing) && parseText(member(routing, "ipAddr"), vlan->ipAddr) &&
+    return parseText(member(routing, "ipAddr"), vlan->ipAddr) &&
            parseText(member(routing, "ipMask"), vlan->ipMask);
 }
 
@@ -201,10 +199,11 @@ void becomeDefault(ProfileRequest *request) {
 std::vector<std::int32_t> adjustOverwrite(openapiClientHandle_t *client, ProfileRequest *request) {
     std::vector<std::int32_t> replaced;
     VLAN_PROFILE_LIST_T *list = nullptr;
-    if (vlanListProfileCreateFastEX(client, &list) != RESULT_SUCCESS || list == nullptr)
-        return replaced;
+    const auto listed = vlanListProfileCreateFastEX(client, &list);
     const std::unique_ptr<VLAN_PROFILE_LIST_T, void (*)(VLAN_PROFILE_LIST_T *)> owner(list,
                                                                                       vlanListProfileFreeEX);
+    if (listed != RESULT_SUCCESS)
+        return replaced;
     const auto first = request->vlanCount > 0 ? request->vlans[0].vlanId : 0;
     bool onVlan1 = false;
     for (std::uint32_t i = 0; i < list->count; ++i) {
@@ -236,9 +235,10 @@ void addAudacPorts(cJSON *object, const ProfileVlanRequest &vlan) {
     const auto *assigned = vlan.assigned.ports;
     std::for_each(assigned, assigned + vlan.assigned.count, add);
     for (std::uint32_t i = 0; i < vlan.untagged.count; ++i)
-        if (std::find(assigned, assigned + vlan.assigned.count, vlan.untagged.ports[i]) ==
-            assigned + vlan.assigned.count)
-            add(vlan.untagged.ports[i]);
+        if (const auto port = vlan.untagged.ports[i];
+            std::find(assigned, assigned + vlan.assigned.count, port) == assigned + vlan.assigned.count &&
+            std::find(vlan.untagged.ports, vlan.untagged.ports + i, port) == vlan.untagged.ports + i)
+            add(port);
 }
 
 std::int32_t saveObject(const cJSON *object, const char *path) {
@@ -246,12 +246,13 @@ std::int32_t saveObject(const cJSON *object, const char *path) {
     return text == nullptr ? RESULT_FAILED : fileReplace(path, text.get());
 }
 
-void saveFiles(openapiClientHandle_t *client, const cJSON *body, const ProfileRequest &request,
+void saveFiles(openapiClientHandle_t *client, const cJSON *root, const ProfileRequest &request,
                FileSnapshots *snapshots) {
-    if (request.declaredVlans > 1) {
+    // A type that is no plain file name is refused later; no file is written for it.
+    if (request.declaredVlans > 1 && !profileTemplatePath(request.profileType).empty()) {
         const auto path = profileExFilePath(request.profileType);
         snapshots->note(path);
-        saveObject(body, path.c_str());
+        saveObject(root, path.c_str());
         if (strcasecmp(request.profileType, PROFILE_TYPE_NAME_SHURE_SPLIT) == 0) {
             snapshots->note(platform::paths::kShureConfig);
             profileConfigShureSaveToFile(client, &request);
@@ -292,8 +293,9 @@ std::int32_t parseBody(const cJSON *body, const char *requestText, ProfileReques
     return RESULT_SUCCESS;
 }
 
-std::int32_t applyBody(openapiClientHandle_t *client, const cJSON *body, const char *requestText,
+std::int32_t applyBody(openapiClientHandle_t *client, const cJSON *root, const char *requestText,
                        const StopWatch &watch) {
+    const cJSON *body = member(root, "profileConfig");
     const auto request = std::make_unique<ProfileRequest>();
     if (const auto result = parseBody(body, requestText, request.get()); result != RESULT_SUCCESS)
         return result;
@@ -310,7 +312,7 @@ std::int32_t applyBody(openapiClientHandle_t *client, const cJSON *body, const c
                   watch.milliseconds());
     }
     FileSnapshots snapshots;
-    saveFiles(client, body, *request, &snapshots);
+    saveFiles(client, root, *request, &snapshots);
     LOG_TRACE("[%s:%d] %s: save config to file took %ld ms (cumulative)\n", "profileConfigSet",
               watch.milliseconds());
     const auto result = profileApply(client, *request, overwrite, replaced);
@@ -404,12 +406,11 @@ std::int32_t profileConfigSet(openapiClientHandle_t *client, const char *request
         LOG_ERROR("[%s:%d] Json format error\r\n");
         return RESULT_INVALID_ARGUMENT;
     }
-    const cJSON *body = member(root.get(), "profileConfig");
     auto result = RESULT_INVALID_ARGUMENT;
-    if (!cJSON_IsObject(body))
+    if (!cJSON_IsObject(member(root.get(), "profileConfig")))
         LOG_ERROR("[%s:%d] Param error :%s\r\n", requestText);
     else
-        result = applyBody(client, body, requestText, watch);
+        result = applyBody(client, root.get(), requestText, watch);
     LOG_INFORM("[%s:%d] %s() End - Total execution time: %ld ms\n", "profileConfigSet", watch.milliseconds());
     return result;
 }

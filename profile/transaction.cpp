@@ -92,10 +92,7 @@ std::int32_t ProfileTransaction::putFile(const std::string &fixedPath, const std
     snapshot.note(fixedPath);
     return run(
         "configuration file", [&] { return fileReplace(fixedPath, text); },
-        [snapshot] {
-            snapshot.restore();
-            return RESULT_SUCCESS;
-        });
+        [snapshot] { return snapshot.restore(); });
 }
 
 std::int32_t ProfileTransaction::dropFile(const std::string &fixedPath) {
@@ -107,10 +104,7 @@ std::int32_t ProfileTransaction::dropFile(const std::string &fixedPath) {
             fileRemove(fixedPath.c_str());
             return RESULT_SUCCESS;
         },
-        [snapshot] {
-            snapshot.restore();
-            return RESULT_SUCCESS;
-        });
+        [snapshot] { return snapshot.restore(); });
 }
 
 std::int32_t ProfileTransaction::run(const char *name, const std::function<std::int32_t()> &step,

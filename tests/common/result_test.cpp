@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <algorithm>
 
 #include <cstdlib>
 #include <cstring>
@@ -64,7 +65,8 @@ TEST(ResponseJson, SuccessHoldsDataThenResp) {
 
     std::memset(out, '#', sizeof out);
     ASSERT_EQ(responseJsonStr(0, nullptr, nullptr, out), 0);
-    EXPECT_EQ(out[std::strcspn(out, "#") - 1], '}');  // no terminating zero is written
+    EXPECT_EQ(out[static_cast<std::size_t>(std::find(out, out + sizeof out, '#') - out) - 1],
+              '}');  // no terminating zero is written
 }
 
 TEST(ResponseJson, FailureLeavesTheDataOut) {

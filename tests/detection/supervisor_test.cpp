@@ -94,7 +94,7 @@ TEST_F(RegistrationTest, ProfileDatabaseIsMadeWhereThereIsNone) {
 // Creates threads for the supervisor that a test can wait for.
 struct Threads {
     static inline std::vector<pthread_t> created;
-    static inline std::size_t failing;  // which creation fails, from 1; 0: none
+    static inline std::size_t failing;  // the first creation that fails, from 1
     static inline bool attributesGood;
 
     static int create(pthread_t *id, const pthread_attr_t *attributes, void *(*entry)(void *), void *arg) {
@@ -103,7 +103,7 @@ struct Threads {
         pthread_attr_getdetachstate(attributes, &state);
         pthread_attr_getstacksize(attributes, &size);
         attributesGood = attributesGood && state == PTHREAD_CREATE_DETACHED && size == 0x200000;
-        if (created.size() + 1 == failing)
+        if (created.size() + 1 >= failing)
             return EAGAIN;
         const int result = pthread_create(id, nullptr, entry, arg);
         created.push_back(*id);
@@ -120,7 +120,7 @@ class SupervisorTest : public DetectionTest {
     void SetUp() override {
         DetectionTest::SetUp();
         Threads::created.clear();
-        Threads::failing = 0;
+        Threads::failing = SIZE_MAX;
         Threads::attributesGood = true;
         lightwareRunning = 0;
         writeText(paths::kAudacConfig, R"({"audioVlanID":100,"audacDevicePort":[5]})");
