@@ -407,6 +407,73 @@ TEST_F(ApplyTest, AFourVlanProfileCostsFewCalls) {
     EXPECT_LE(5 * calls, kOneByOne) << calls << " calls";
 }
 
+TEST_F(ApplyTest, TheWholeRequestIsKeptAndATypeIsNoPath) {
+    ASSERT_EQ(
+        RESULT_SUCCESS,
+        apply(requestJson("T", PROFILE_TYPE_NAME_TELOS,
+                          {vlanJson(20, 2, "1", "", R"(, "assignedPort": [7])"), vlanJson(21, 3, "")})));
+    const JsonPtr kept(jsonFileLoad(profileExFilePath(PROFILE_TYPE_NAME_TELOS).c_str()));
+    EXPECT_TRUE(cJSON_HasObjectItem(kept.get(), "profileConfig")) << "detection looks for it there";
+
+    const auto before = everything();
+    const std::string typed = R"({"vlanId": 30, "vlanType": 1, "profileType": "Data"})";
+    const std::string other = R"({"vlanId": 31, "vlanType": 1, "profileType": "Data"})";
+    EXPECT_EQ(RESULT_INVALID_ARGUMENT, apply(requestJson("X", "../../../escaped", {typed, other})));
+    EXPECT_FALSE(exists("/escaped"));
+    EXPECT_EQ(before, everything());
+}
+
+TEST_F(ApplyTest, HonestOddRequestsAreTaken) {
+    ASSERT_EQ(RESULT_SUCCESS, apply(requestJson("VLAN0020", "Data", {vlanJson(20, 1, "1")})))
+        << "a name that the running configuration leaves out";
+    ASSERT_EQ(
+        RESULT_SUCCESS,
+        apply(requestJson("R", "Data",
+                          {R"({"vlanId": 21, "vlanType": 1, "routing": {"ipConfig": 2, "ipAddr": null}})",
+                           R"({"vlanId": 22, "vlanType": 1, "routing": null})"})));
+    EXPECT_NE(std::string::npos, config().find("ip address dhcp"));
+}
+
+TEST_F(ApplyTest, WhatWasThereBeforeComesBack) {
+    cli({"vlan database", "vlan 77", "exit", "configure", "interface vlan 1", "routing",
+         "ip address 10.0.0.1 255.255.255.0", "exit", "interface vlan 77", "routing",
+         "ip address 10.0.77.1 255.255.255.0", "end"});
+    const auto before = config();
+    // Tagged in VLAN 1 and untagged elsewhere, in either order.
+    ASSERT_EQ(RESULT_SUCCESS,
+              apply(requestJson("A", "Video", {vlanJson(1, 1, "", "9"), vlanJson(20, 1, "9")})));
+    SwitchState state;
+    ASSERT_EQ(RESULT_SUCCESS, switchStateRead(&client, &state));
+    EXPECT_TRUE(state.interfaces["0/9"].tagged.contains(1));
+    EXPECT_EQ(20u, state.interfaces["0/9"].pvid);
+    ASSERT_EQ(RESULT_SUCCESS, remove("A"));
+    EXPECT_EQ(before, config());
+
+    const std::string routed = R"({"vlanId": 77, "vlanType": 1, "routing": {"ipConfig": 2}})";
+    ASSERT_EQ(RESULT_SUCCESS, apply(requestJson("B", "Data", {vlanJson(77, 1, "3")})));
+    ASSERT_EQ(RESULT_SUCCESS, apply(requestJson("B", "Data", {routed})));
+    ASSERT_EQ(RESULT_SUCCESS, remove("B"));
+    EXPECT_EQ(before, config());
+}
+
+TEST_F(ApplyTest, VlansAndFilesChangedByHand) {
+    cli({"vlan database", "vlan 77", "end"});
+    ASSERT_EQ(RESULT_SUCCESS, apply(requestJson("A", "Data", {vlanJson(77, 1, "3")})));
+    cli({"vlan database", "no vlan 77", "end"});
+    ASSERT_EQ(RESULT_SUCCESS, remove("A"));
+    EXPECT_EQ(std::string::npos, config().find("vlan 77")) << "deleting a profile makes no VLAN";
+
+    ASSERT_EQ(RESULT_SUCCESS, apply(requestJson("B", "Data", {vlanJson(20, 1, "4")})));
+    writeText(profileVlanConfigPath(20).c_str(), "by hand");
+    ASSERT_EQ(RESULT_SUCCESS, apply(requestJson("B", "Data", {vlanJson(20, 1, "5")})));
+    ASSERT_EQ(RESULT_SUCCESS, remove("B"));
+    EXPECT_EQ(std::string::npos, config().find("\"B\"")) << "a VLAN of ours goes, whatever its file says";
+
+    cli({"vlan database", "vlan 78", "end"});
+    ASSERT_EQ(RESULT_SUCCESS, profileVlansRemove(&client, {78}));
+    EXPECT_NE(std::string::npos, config().find("vlan 78"));
+}
+
 // --- faults
 // -------------------------------------------------------------------------------------------------------
 
