@@ -13,6 +13,7 @@
 #include "common/log.h"
 #include "common/owners.h"
 #include "common/result.h"
+#include "platform/clock.h"
 #include "platform/paths.h"
 #include "profile/feature_needs.h"
 #include "profile/request.h"
@@ -531,12 +532,43 @@ bool sameRow(const VlanInfoRow *a, const VlanInfoRow &b) {
            std::strcmp(a->profileType, b.profileType) == 0 && std::strcmp(a->color, b.color) == 0;
 }
 
+// Logs how long each phase took.
+class PhaseTimer {
+  public:
+    void done(const char *phase) {
+        const auto now = platform::monotonicNow();
+        LOG_TRACE(
+            "[%s:%d] %s took %ld ms\n", phase,
+            static_cast<long>(std::chrono::duration_cast<std::chrono::milliseconds>(now - last_).count()));
+        last_ = now;
+    }
+
+  private:
+    platform::Duration last_ = platform::monotonicNow();
+};
+
+template <class... Values>
+std::string format(const char *text, Values... values) {
+    char out[128];
+    std::snprintf(out, sizeof out, text, values...);
+    return out;
+}
+
+int portsOf(const ProfileRequest &request, ProfilePortList ProfileVlanRequest::*list) {
+    int count = 0;
+    for (std::size_t i = 0; i < request.vlanCount; ++i)
+        count += static_cast<int>((request.vlans[i].*list).count);
+    return count;
+}
+
 // One attempt; what it did is in the transaction.
 std::int32_t applySteps(openapiClientHandle_t *client, ProfileTransaction *transaction,
                         const ProfileRequest &request, const VlanIds &gone, PortNames *ports) {
+    PhaseTimer phase;
     const auto before = transaction->state();
     const auto rowsBefore = transaction->rows();
-    auto needs = featureNeedsGet(client, rowsBefore, before);
+    const auto needsBefore = featureNeedsGet(client, rowsBefore, before, gone);
+    auto needs = needsBefore;
     std::set<std::string> typesBefore;
     for (const auto &row : rowsBefore)
         typesBefore.insert(row.profileType);
@@ -554,9 +586,11 @@ std::int32_t applySteps(openapiClientHandle_t *client, ProfileTransaction *trans
     auto wanted = before;
     std::map<std::int32_t, VlanHistory> histories;
     vacate(gone, &wanted);
+    phase.done("vlanIfConfigReset");
     auto rowsAfter = rowsWithout(stay, idsOf(request));
     for (std::size_t i = 0; i < request.vlanCount; ++i) {
         const auto &vlan = request.vlans[i];
+        phase.done(format("vlan[%d] exist check", static_cast<int>(i)).c_str());
         histories[vlan.vlanId] = historyNow(vlan, before, transaction->row(vlan.vlanId) != nullptr);
         placeVlan(vlan, request.name, ports, &wanted);
         rowsAfter.push_back(rowOf(vlan, request));
@@ -571,6 +605,10 @@ std::int32_t applySteps(openapiClientHandle_t *client, ProfileTransaction *trans
     if (const auto result = transaction->changeSwitch("vlanParticipationSet", wanted);
         result != RESULT_SUCCESS)
         return result;
+    phase.done(format("vlanParticipationSet (untagged=%d, tagged=%d)",
+                      portsOf(request, &ProfileVlanRequest::untagged),
+                      portsOf(request, &ProfileVlanRequest::tagged))
+                   .c_str());
 
     // Records.
     if (const auto result = dropRecords(transaction, gone); result != RESULT_SUCCESS)
@@ -589,8 +627,14 @@ std::int32_t applySteps(openapiClientHandle_t *client, ProfileTransaction *trans
     if (const auto result = dropDetectionFiles(transaction, typesBefore); result != RESULT_SUCCESS)
         return result;
 
+    phase.done("profileConfigUpdate");
+
     const auto needed = featureNeedsGet(client, transaction->rows(), transaction->state());
-    return changeFeatures(client, transaction, needs, needed);
+    phase.done("vlanListProfileCreateEX");
+    if (const auto result = changeFeatures(client, transaction, needs, needed); result != RESULT_SUCCESS)
+        return result;
+    phase.done("profile_action_match_and_do");
+    return featureNeedsRemoveFilters(client, needsBefore, needed);
 }
 
 std::int32_t removeSteps(openapiClientHandle_t *client, ProfileTransaction *transaction, const VlanIds &ids) {
@@ -601,8 +645,9 @@ std::int32_t removeSteps(openapiClientHandle_t *client, ProfileTransaction *tran
     for (const auto &row : rowsBefore)
         if (ids.contains(row.id))
             types.insert(row.profileType);
-    if (const auto result = changeFeatures(client, transaction, featureNeedsGet(client, rowsBefore, before),
-                                           featureNeedsGet(client, rowsAfter, before));
+    const auto needsBefore = featureNeedsGet(client, rowsBefore, before, ids);
+    const auto needsAfter = featureNeedsGet(client, rowsAfter, before);
+    if (const auto result = changeFeatures(client, transaction, needsBefore, needsAfter);
         result != RESULT_SUCCESS)
         return result;
     auto wanted = before;
@@ -613,7 +658,9 @@ std::int32_t removeSteps(openapiClientHandle_t *client, ProfileTransaction *tran
         return result;
     if (const auto result = dropRecords(transaction, ids); result != RESULT_SUCCESS)
         return result;
-    return dropDetectionFiles(transaction, types);
+    if (const auto result = dropDetectionFiles(transaction, types); result != RESULT_SUCCESS)
+        return result;
+    return featureNeedsRemoveFilters(client, needsBefore, needsAfter);
 }
 
 }  // namespace

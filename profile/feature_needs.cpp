@@ -21,7 +21,9 @@ bool ptpTcWanted(std::int32_t vlanId) {
     return cJSON_IsTrue(cJSON_GetObjectItemCaseSensitive(config, "ptpTc")) != 0;
 }
 
-void addNeeds(openapiClientHandle_t *client, const VlanInfoRow &row, FeatureNeeds *needs) {
+// A VLAN that is gone has taken its own settings with it; the blocks that also set something for the whole
+// switch count.
+void addNeeds(openapiClientHandle_t *client, const VlanInfoRow &row, bool exists, FeatureNeeds *needs) {
     ProfileFeatureMask mask{};
     ProfileTypeAttributes attributes{};
     // A type without a template still has what the table says.
@@ -56,11 +58,11 @@ void addNeeds(openapiClientHandle_t *client, const VlanInfoRow &row, FeatureNeed
             needs->macFilterVisionary = true;
     }
     perVlan(attributes.modeA != 0 || attributes.modeB != 0, &needs->igmpPlus);
-    perVlan(attributes.fastLeave != 0, &needs->fastLeave);
-    perVlan(attributes.etcVlan != 0, &needs->etcVlan);
-    perVlan(attributes.rstp != 0, &needs->rstp);
+    perVlan(exists && attributes.fastLeave != 0, &needs->fastLeave);
+    perVlan(exists && attributes.etcVlan != 0, &needs->etcVlan);
+    perVlan(exists && attributes.rstp != 0, &needs->rstp);
     perVlan(attributes.lightwareIgmp != 0, &needs->lightwareIgmp);
-    perVlan(attributes.polyProxyQuerier != 0, &needs->proxyQuerier);
+    perVlan(exists && attributes.polyProxyQuerier != 0, &needs->proxyQuerier);
 }
 
 std::uint64_t qosFeatures(const FeatureNeeds &needs) {
@@ -173,13 +175,14 @@ void changeSpanningTree(openapiClientHandle_t *client, const FeatureNeeds &from,
 }  // namespace
 
 FeatureNeeds featureNeedsGet(openapiClientHandle_t *client, std::span<const VlanInfoRow> rows,
-                             const SwitchState &state) {
+                             const SwitchState &state, const std::set<std::int32_t> &leaving) {
     FeatureNeeds needs;
     for (const auto &row : rows) {
         // VLAN 1 under the default profile is the switch as it comes.
         const bool factory = row.id == 1 && std::strcmp(row.profileType, PROFILE_TYPE_NAME_DEFAULT) == 0;
-        if (!factory && state.hasVlan(static_cast<std::uint32_t>(row.id)))
-            addNeeds(client, row, &needs);
+        const bool exists = state.hasVlan(static_cast<std::uint32_t>(row.id));
+        if (!factory && (exists || leaving.contains(row.id)))
+            addNeeds(client, row, exists, &needs);
     }
     return needs;
 }
@@ -195,6 +198,12 @@ std::int32_t featureNeedsChange(openapiClientHandle_t *client, const FeatureNeed
                [&] { return avBlockRun(client, AvBlock::QuerierDelete); });
     steps.when(to.querierInterval != 0 && from.querierInterval != to.querierInterval,
                [&] { return avBlockRun(client, AvBlock::QuerierAdd, to.querierInterval); });
+    return steps.result();
+}
+
+std::int32_t featureNeedsRemoveFilters(openapiClientHandle_t *client, const FeatureNeeds &from,
+                                       const FeatureNeeds &to) {
+    Steps steps;
     steps.when(from.acl && !to.acl, [&] { return avBlockRun(client, AvBlock::AclDelete); });
     const auto macFilter = (from.macFilterVisionary && !to.macFilterVisionary ? AV_MAC_FILTER_VISIONARY : 0) |
                            (from.macFilterSecond && !to.macFilterSecond ? AV_MAC_FILTER_SECOND : 0);

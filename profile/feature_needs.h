@@ -22,13 +22,19 @@ struct FeatureNeeds {
     bool operator==(const FeatureNeeds &) const = default;
 };
 
-// What the profiles of these rows need, as far as their VLANs exist in `state`.
+// What the profiles of these rows need, as far as their VLANs exist in `state`; rows whose VLAN is in
+// `leaving` count in any case, so that what they had switched on is switched off.
 FeatureNeeds featureNeedsGet(openapiClientHandle_t *client, std::span<const VlanInfoRow> rows,
-                             const SwitchState &state);
+                             const SwitchState &state, const std::set<std::int32_t> &leaving = {});
 
 // Switches blocks off and on to get from one to the other. 0, or the code of the first block that failed; the
 // blocks after it are not touched.
 std::int32_t featureNeedsChange(openapiClientHandle_t *client, const FeatureNeeds &from,
                                 const FeatureNeeds &to);
+
+// The filters that go with the last profile that needs them. There is no way to bring them back, so this is
+// the last step of a change. As above.
+std::int32_t featureNeedsRemoveFilters(openapiClientHandle_t *client, const FeatureNeeds &from,
+                                       const FeatureNeeds &to);
 
 #endif

@@ -27,8 +27,6 @@
 
 namespace {
 
-#define PROFILE_LOG_AUDAC "profileConfigAudacSaveToFile: "
-
 // A request has a handful of ports and VLANs; this is far beyond any honest one.
 constexpr std::size_t kRequestMax = 1 << 20;
 constexpr int kAudacPortsMax = 768;
@@ -364,25 +362,27 @@ std::int32_t profileConfigAudacSaveToFile(openapiClientHandle_t *, const Profile
     };
     for (std::size_t i = 0; i < request->vlanCount; ++i) {
         const auto &vlan = request->vlans[i];
-        LOG_TRACE("[%s:%d] " PROFILE_LOG_AUDAC
-                  "vlan[%d] vlanId=%d vlanType=%d assignedPorts=%d untaggedPorts=%d\r\n",
-                  static_cast<int>(i), vlan.vlanId, vlan.vlanType, static_cast<int>(vlan.assigned.count),
-                  static_cast<int>(vlan.untagged.count));
+        LOG_TRACE(
+            "[%s:%d] profileConfigAudacSaveToFile: vlan[%d] vlanId=%d vlanType=%d assignedPorts=%d "
+            "untaggedPorts=%d\r\n",
+            static_cast<int>(i), vlan.vlanId, vlan.vlanType, static_cast<int>(vlan.assigned.count),
+            static_cast<int>(vlan.untagged.count));
         if (vlan.vlanType == VLAN_TYPE_CONTROL) {
-            LOG_TRACE("[%s:%d] " PROFILE_LOG_AUDAC "control VLAN %d\r\n", vlan.vlanId);
+            LOG_TRACE("[%s:%d] profileConfigAudacSaveToFile: control VLAN %d\r\n", vlan.vlanId);
             cJSON_AddNumberToObject(object.get(), "controlVlanID", vlan.vlanId);
             cJSON_AddStringToObject(object.get(), "profileType", vlan.profileType);
             profilePortsToJson(object.get(), "controlUnTagPort", vlan.untagged);
             profilePortsToJson(object.get(), "controlTagPort", vlan.tagged);
         } else if (vlan.vlanType == VLAN_TYPE_AUDIO) {
-            LOG_TRACE("[%s:%d] " PROFILE_LOG_AUDAC "audio VLAN %d\r\n", vlan.vlanId);
+            LOG_TRACE("[%s:%d] profileConfigAudacSaveToFile: audio VLAN %d\r\n", vlan.vlanId);
             audio = true;
             addAudio(vlan);
             profilePortsToJson(object.get(), "audioTagPort", vlan.tagged);
         }
     }
     if (!audio && request->vlanCount > 0) {
-        LOG_TRACE("[%s:%d] " PROFILE_LOG_AUDAC "no audio VLAN, taking VLAN %d\r\n", request->vlans[0].vlanId);
+        LOG_TRACE("[%s:%d] profileConfigAudacSaveToFile: no audio VLAN, taking VLAN %d\r\n",
+                  request->vlans[0].vlanId);
         addAudio(request->vlans[0]);
     }
     const auto result = saveObject(object.get(), platform::paths::kAudacConfig);
@@ -390,7 +390,7 @@ std::int32_t profileConfigAudacSaveToFile(openapiClientHandle_t *, const Profile
         LOG_ERROR("[%s:%d] profileConfigAudacSaveToFile: Failed to write audac configuration to file.\r\n");
     } else {
         const TextPtr text(cJSON_PrintUnformatted(object.get()));
-        LOG_TRACE("[%s:%d] " PROFILE_LOG_AUDAC "%s\r\n", text.get());
+        LOG_TRACE("[%s:%d] profileConfigAudacSaveToFile: %s\r\n", text.get());
         LOG_INFORM("[%s:%d] profileConfigAudacSaveToFile: Successfully wrote config to '%s'\r\n",
                    platform::paths::kAudacConfig);
     }
