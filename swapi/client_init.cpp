@@ -4,11 +4,13 @@
 
 #include <chrono>
 #include <cstdio>
-#include <string_view>
 
 #include "common/log.h"
+#include "common/result.h"
 #include "platform/clock.h"
 #include "platform/l7proc.h"
+#include "swapi/features.h"
+#include "swapi/models.h"
 
 namespace {
 
@@ -16,20 +18,6 @@ constexpr int kConnectivityChecks = 7;
 constexpr std::chrono::seconds kConnectivityPause{3};
 constexpr std::size_t kClientNameSize = 100;
 constexpr std::size_t kVersionSize = 100;
-constexpr std::size_t kModelSize = 256;
-
-struct ModelRow {
-    std::string_view machineModel;  // as the switch OS reports it
-    std::string_view modelId;
-};
-
-constexpr ModelRow kModels[] = {
-    {"AVM4200-10X", "AV10X"},   {"AVM4200-10XP", "AV10XP"}, {"AVM4200-18X", "AV18X"},
-    {"AVM4200-18XP", "AV18XP"}, {"AVM4200-28X", "AV28X"},   {"AVM4200-28XP", "AV28XP"},
-    {"AVM4200-52X", "AV52X"},   {"AVM4200-52XP", "AV52XP"}, {"AVM4600-14F", "AV14F"},
-    {"AVM4600-30F", "AV30F"},   {"AVM4600-30FT", "AV30FT"}, {"AVM4600-54F", "AV54F"},
-    {"AVM4800-36Q", "AV36Q"},
-};
 
 bool serverAwait(openapiClientHandle_t *client) {
     for (int check = 1;; ++check) {
@@ -86,19 +74,12 @@ std::int32_t initHandler(const char *name, openapiClientHandle_t *client) {
 }
 
 std::int32_t get_device_model_mapping(openapiClientHandle_t *client, const char *modelId) {
-    char machineModel[kModelSize] = {};
-    open_buffdesc modelText{sizeof machineModel, machineModel};
-    const open_error_t result = rpcclt_openapiSystemRegMachineModelGet(client, &modelText);
-    if (result != OPEN_E_NONE) {
-        LOG_ERROR("[%s:%d] Machine model retrieve error (result = %d)\n", result);
+    char machineModel[MACHINE_MODEL_SIZE];
+    if (machineModelGet(client, machineModel) != RESULT_SUCCESS) {
         return -1;
     }
-    machineModel[sizeof machineModel - 1] = '\0';
-    if (modelId == nullptr) {
-        return 1;
-    }
-    for (const ModelRow &row : kModels) {
-        if (row.machineModel == machineModel && row.modelId == modelId) {
+    for (const SwitchModel &row : kSwitchModels) {
+        if (modelId != nullptr && row.machineModel == machineModel && row.modelId == modelId) {
             return 0;
         }
     }

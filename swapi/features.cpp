@@ -5,19 +5,7 @@
 
 #include "common/log.h"
 #include "common/result.h"
-
-namespace {
-
-// The 100G family: boundary clock in hardware, and room for uncompressed video.
-constexpr std::string_view kSmpteModels[] = {
-    "AVM4800-24F", "AVM4800-36Q", "AVM4800-48F", "AVM4800-52Q",
-    "AVM4848-12X", "AVM4848-24F", "AVM4848-24X", "AVM4848-48F",
-};
-
-// The room switch; its variants add to the name.
-constexpr std::string_view kPolyModel = "AVM4200-10XP";
-
-}  // namespace
+#include "swapi/models.h"
 
 std::int32_t featureSupportedGet(openapiClientHandle_t *, const char *, std::int32_t *supported) {
     *supported = 0;
@@ -38,7 +26,8 @@ std::int32_t machineModelGet(openapiClientHandle_t *client, char model[MACHINE_M
 }
 
 bool smpteModelSupported(std::string_view model) {
-    return std::find(std::begin(kSmpteModels), std::end(kSmpteModels), model) != std::end(kSmpteModels);
+    return std::any_of(std::begin(kSwitchModels), std::end(kSwitchModels),
+                       [&](const SwitchModel &known) { return known.smpte && known.machineModel == model; });
 }
 
 bool smpteModelSupported(openapiClientHandle_t *client) {
@@ -47,7 +36,10 @@ bool smpteModelSupported(openapiClientHandle_t *client) {
 }
 
 bool polyModelSupported(std::string_view model) {
-    return model.find(kPolyModel) != std::string_view::npos;
+    // Its variants add to the name.
+    return std::any_of(std::begin(kSwitchModels), std::end(kSwitchModels), [&](const SwitchModel &known) {
+        return known.poly && model.find(known.machineModel) != std::string_view::npos;
+    });
 }
 
 std::int32_t stackUnitCountGet(openapiClientHandle_t *, std::uint32_t *units) {
