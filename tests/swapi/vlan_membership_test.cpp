@@ -35,26 +35,17 @@ class VlanMembershipTest : public test_support::SwitchTest {
         std::function<std::int32_t()> change;
         const char *setCall;
         const char *getCall;
-        const char *setMessage;
-        const char *getMessage;
+        const char *what;  // in the messages
     };
     std::vector<Wrapper> wrappers() {
-        return {
-            {[this] { return vlanIfPvidSetAndVerify(&client, kPort, kVlan); }, "rpcclt_openapiVlanIfPvidSet",
-             "openapiVlanIfPvidGet", "Bad return code trying to set PVID. (result = -2)\n",
-             "Bad return code trying to get PVID. (result = -2)\n"},
-            {[this] { return vlanIfTaggingSetAndVerify(&client, kPort, kVlan, 1); },
-             "rpcclt_openapiVlanIfTaggingSet", "openapiVlanIfTaggingGet",
-             "Bad return code trying to set VLAN tagging configuration. (result = -2, ifNum = 3, taggingMode "
-             "= 1)\n",
-             "Bad return code trying to get VLAN tagging configuration. (result = -2, ifNum = 3, taggingMode "
-             "= 1)\n"},
-            {[this] { return vlanIfParticipationSetAndVerify(&client, kPort, kVlan, 0); },
-             "rpcclt_openapiVlanIfParticipationSet", "rpcclt_openapiVlanIfCurrentParticipationGet",
-             "Bad return code trying to set VLAN participation configuration. (result = -2, ifNum = 3, "
-             "partStatus = 0)\n",
-             "Bad return code trying to get VLAN participation configuration. (result = -2, ifNum = 3, "
-             "partStatus = 0)\n"}};
+        return {{[this] { return vlanIfPvidSetAndVerify(&client, kPort, kVlan); },
+                 "rpcclt_openapiVlanIfPvidSet", "openapiVlanIfPvidGet", "PVID. (result = -2)\n"},
+                {[this] { return vlanIfTaggingSetAndVerify(&client, kPort, kVlan, 1); },
+                 "rpcclt_openapiVlanIfTaggingSet", "openapiVlanIfTaggingGet",
+                 "VLAN tagging configuration. (result = -2, ifNum = 3, taggingMode = 1)\n"},
+                {[this] { return vlanIfParticipationSetAndVerify(&client, kPort, kVlan, 0); },
+                 "rpcclt_openapiVlanIfParticipationSet", "rpcclt_openapiVlanIfCurrentParticipationGet",
+                 "VLAN participation configuration. (result = -2, ifNum = 3, partStatus = 0)\n"}};
     }
 };
 
@@ -70,25 +61,17 @@ TEST_F(VlanMembershipTest, ChangeThatShowsAtOnceNeedsNoSleep) {
     EXPECT_EQ(pvid, kVlan);
 }
 
-TEST_F(VlanMembershipTest, LateChangeIsWaitedForWithinTheBudget) {
-    for (const Wrapper &wrapper : wrappers()) {
-        const auto before = totalSlept();
-        setLatency(3900ms);
-        EXPECT_EQ(wrapper.change(), 0);
-        EXPECT_EQ(totalSlept() - before, 3900ms);
-        EXPECT_EQ(callCount(wrapper.getCall), 40u);
-    }
-    EXPECT_EQ(logged("ERROR"), 0u);
-}
-
-TEST_F(VlanMembershipTest, ChangeThatComesAfterTheLastReadFailsSilently) {
-    setLatency(4s);
-    for (const Wrapper &wrapper : wrappers()) {
-        const auto before = totalSlept();
-        EXPECT_EQ(wrapper.change(), 10000);
-        EXPECT_EQ(totalSlept() - before, 4s);
-        EXPECT_EQ(callCount(wrapper.getCall), 40u);
-    }
+TEST_F(VlanMembershipTest, ChangeIsWaitedForWithinTheBudget) {
+    for (const auto &[latency, code] : {std::pair{3900ms, 0}, {4000ms, 10000}})
+        for (const Wrapper &wrapper : wrappers()) {
+            startSwitch({});
+            createVlan();
+            setLatency(latency);
+            const auto before = totalSlept();
+            EXPECT_EQ(wrapper.change(), code);
+            EXPECT_EQ(totalSlept() - before, latency);
+            EXPECT_EQ(callCount(wrapper.getCall), 40u);
+        }
     EXPECT_EQ(logged("ERROR"), 0u);
 }
 
@@ -98,12 +81,12 @@ TEST_F(VlanMembershipTest, FailedCallsAreLoggedAndNotRepeated) {
     for (const Wrapper &wrapper : wrappers()) {
         failCall(wrapper.setCall);
         EXPECT_EQ(wrapper.change(), 10000);
-        EXPECT_EQ(logged(wrapper.setMessage), 1u) << wrapper.setMessage;
+        EXPECT_EQ(logged(std::string("Bad return code trying to set ") + wrapper.what), 1u);
         EXPECT_EQ(callCount(wrapper.getCall), 0u);
         clearFaults();
         failCall(wrapper.getCall, 3);
         EXPECT_EQ(wrapper.change(), 10000);
-        EXPECT_EQ(logged(wrapper.getMessage), 1u) << wrapper.getMessage;
+        EXPECT_EQ(logged(std::string("Bad return code trying to get ") + wrapper.what), 1u);
         EXPECT_EQ(callCount(wrapper.getCall), 3u);
         clearFaults();
         EXPECT_EQ(logged("ERROR"), errors += 2);
@@ -140,38 +123,15 @@ TEST_F(VlanMembershipTest, AdminStateIsWaitedFor) {
     EXPECT_EQ(logged("ifAdminStateWaitSettled: get failed (rc = -2, ifNum = 3)\n"), 1u);
 }
 
-TEST_F(VlanMembershipTest, ReadersTranslateFailures) {
-    std::uint16_t ids[8] = {};
-    open_buffdesc list{sizeof ids, reinterpret_cast<char *>(ids)};
-    ASSERT_EQ(vlanIfParticipationSetAndVerify(&client, kPort, kVlan, 0), 0);
-    ASSERT_EQ(vlanIfTaggingSetAndVerify(&client, kPort, kVlan, 1), 0);
-    EXPECT_EQ(swapiDot1qSwPortTaggedVlanListGet(&client, kPort, &list), 0);
-    EXPECT_EQ(list.size, sizeof ids[0]);
-    EXPECT_EQ(ids[0], kVlan);
-
-    device->setDown(true);
-    std::uint32_t pvid = 0;
-    EXPECT_EQ(swapiDot1qSwPortTaggedVlanListGet(&client, kPort, &list), 10000);
-    EXPECT_EQ(swapiVlanIfPvidGet(&client, kPort, &pvid), 10000);
-    EXPECT_EQ(logged("Bad return code trying to get rhe tagged vlan list. (result = -1)\n"), 1u);
-    EXPECT_EQ(logged("Bad return code trying to get PVID. (result = -1)\n"), 1u);
-}
-
 TEST_F(VlanMembershipTest, TaggingClearDoesBothStepsWhateverHappens) {
     ASSERT_EQ(vlanIfParticipationSetAndVerify(&client, kPort, kVlan, 0), 0);
     ASSERT_EQ(vlanIfTaggingSetAndVerify(&client, kPort, kVlan, 1), 0);
     failCall("rpcclt_openapiVlanIfParticipationSet");
     ifTaggingClear(&client, kPort);
     EXPECT_EQ(membership(), (vswitch::Membership{OPEN_VLAN_PARTICIPATION_MODE_INCLUDE, false}));
-    ifTaggingClear(&client, kPort);
-    EXPECT_EQ(membership().participation, std::uint32_t{OPEN_VLAN_PARTICIPATION_MODE_AUTO});
     failCall("rpcclt_openapiVlanIfTaggingSet");
     ifTaggingClear(&client, kPort);
-    const std::string lead = "Lightware: set interface 3 to vlan 286 ";
-    EXPECT_EQ(logged(lead + "OPEN_VLAN_PARTICIPATION_MODE_AUTO failed.\r\n"), 1u);
-    EXPECT_EQ(logged(lead + "OPEN_VLAN_PARTICIPATION_MODE_AUTO success.\r\n"), 2u);
-    EXPECT_EQ(logged(lead + "tagged failed.\r\n"), 1u);
-    EXPECT_EQ(logged(lead + "tagged success.\r\n"), 2u);
+    EXPECT_EQ(membership().participation, std::uint32_t{OPEN_VLAN_PARTICIPATION_MODE_AUTO});
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "vlan/vlan_info.h"
 
 #include <cstdlib>
+#include <tuple>
 
 #include "tests/vlan/vlan_fixture.h"
 
@@ -23,27 +24,19 @@ class VlanInfoTest : public VlanTest {
 };
 
 TEST_F(VlanInfoTest, FreshSwitchHasVlanOneWhichGetsItsEntry) {
-    for (const bool single : {true, false}) {
-        vlanInfoDeleteById(1);
-        const InfoList list = single ? nullptr : allInfo();
-        const Info one = single ? info(1) : nullptr;
-        ASSERT_EQ(0, result);
-        const VLAN_INFO_T &vlan = single ? *one : *list->ids[0];
-        EXPECT_TRUE(single || (list->count == 1 && vlan.isMgmtVlan));
-        EXPECT_TRUE(vlan.vlanId == 1 && vlan.exists && vlan.isStatic && vlan.profileType == 1);
-        EXPECT_STREQ("Default", vlan.name);
-        EXPECT_STREQ("#000000", vlan.color);
-        EXPECT_STREQ("Default", vlan.profile.profileName);
-        EXPECT_EQ(48u, numbers(vlan.untagPorts).size());
-        EXPECT_EQ(1, vlanInfoSelectRowsById(1));
-    }
+    vlanInfoDeleteById(1);
+    const InfoList list = allInfo();
+    ASSERT_TRUE(result == 0 && list->count == 1);
+    const VLAN_INFO_T &vlan = *list->ids[0];
+    EXPECT_TRUE(vlan.vlanId == 1 && vlan.exists && vlan.isStatic && vlan.isMgmtVlan && vlan.profileType == 1);
+    EXPECT_STREQ("Default", vlan.name);
+    EXPECT_STREQ("#000000", vlan.color);
+    EXPECT_STREQ("Default", vlan.profile.profileName);
+    EXPECT_EQ(48u, numbers(vlan.untagPorts).size());
+    EXPECT_EQ(1, vlanInfoSelectRowsById(1));
     const Info none = info(77);
     EXPECT_EQ(0, result);
     EXPECT_TRUE(none->vlanId == 77 && !none->exists);
-    vlanAllInfoFree(nullptr);
-    vlanListPortAssFree(nullptr);
-    vlanListInfoFreeEX(nullptr);
-    vlanListProfileFreeEX(nullptr);
 }
 
 TEST_F(VlanInfoTest, NamesComeFromTheDatabaseTheSwitchOrTheNumber) {
@@ -53,30 +46,26 @@ TEST_F(VlanInfoTest, NamesComeFromTheDatabaseTheSwitchOrTheNumber) {
     auto list = allInfo();
     ASSERT_EQ(0, result);
     EXPECT_STREQ("stage", at(list, 10).name);
-    EXPECT_STREQ("It's the hall", at(list, 20).name);
-    EXPECT_STREQ("#081855", at(list, 20).color);
-    EXPECT_EQ(3u, at(list, 20).profileType);
-    EXPECT_EQ(longType, at(list, 20).profile.profileName);
-    EXPECT_TRUE(at(list, 20).isMgmtVlan && !at(list, 1).isMgmtVlan);
+    const auto &hall = at(list, 20);
+    EXPECT_STREQ("It's the hall", hall.name);
+    EXPECT_STREQ("#081855", hall.color);
+    EXPECT_EQ(longType, hall.profile.profileName);
+    EXPECT_TRUE(hall.profileType == 3 && hall.isMgmtVlan && !at(list, 1).isMgmtVlan);
 
     EXPECT_STREQ("VLAN0010", info(10)->name);
-    EXPECT_STREQ("It's the hall", info(20)->name);
-    EXPECT_EQ(longType, info(20)->profile.profileName);
     VLAN_INFO_T base{};
     EXPECT_EQ(0, vlanBaseInfoGet(&client, 20, &base));
     EXPECT_EQ(longType.substr(0, 63), base.profile.profileName);
 
-    failCall("rpcclt_openapiVlanNameGet", 1, false);
-    failCall("openapiVlanIsStatic", 1, false);
-    failCall("rpcclt_openapiCliShowExecuteToFile", 1, false);
+    for (const char *call :
+         {"rpcclt_openapiVlanNameGet", "openapiVlanIsStatic", "rpcclt_openapiCliShowExecuteToFile"})
+        failCall(call, 1, false);
     list = allInfo();
     EXPECT_STREQ("VLAN10", at(list, 10).name);
     EXPECT_TRUE(!at(list, 10).isStatic && at(list, 1).isMgmtVlan);
-    EXPECT_EQ(0, vlanBaseInfoGet(&client, 10, &base)) << "the name is not needed";
     failCall("rpcclt_openapiVlanNameLenGet", 1, false);
     EXPECT_STREQ("VLAN30", at(allInfo(), 30).name);
     EXPECT_EQ(10000, vlanBaseInfoGet(&client, 10, &base));
-    EXPECT_EQ(2u, logged("Bad return code trying to get VLAN Name Length. (result = -2)"));
     clearFaults();
 
     // Without a database there are still the switch's VLANs.
@@ -84,33 +73,24 @@ TEST_F(VlanInfoTest, NamesComeFromTheDatabaseTheSwitchOrTheNumber) {
     list = allInfo();
     EXPECT_EQ(0, result);
     EXPECT_STREQ("stage", at(list, 10).name);
-    EXPECT_STREQ("Default", info(1)->profile.profileName);
-    EXPECT_EQ(1u, logged("Vlan 1 get info from sqlite failed"));
 }
 
 TEST_F(VlanInfoTest, PtpTcBySettingsThenByTemplate) {
-    commands("vlan database; vlan 10-16");
-    const struct {
-        int id;
-        const char *profile, *settings, *json;
-        int ptpTc;
-    } cases[] = {{10, "On Type", nullptr, R"({"PTP":true})", 1},
-                 {11, "Off Type", nullptr, R"({"PTP":1})", 0},
-                 {12, "No Key", nullptr, R"({"AVB":true})", 2},
-                 {13, "Missing", nullptr, nullptr, 2},
-                 {14, "On Type", R"({"config":{"ptpTc":false}})", nullptr, 0},
-                 {15, "", nullptr, nullptr, 2},
-                 {16, "Off Type", R"({"config":{"ptpTc":true}})", nullptr, 1}};
-    for (const auto &c : cases) {
-        vlanInfoReplace(c.id, 1, "name", c.profile, "#000000");
-        if (c.json != nullptr)
-            writeTemplate(c.profile, c.json);
-        if (c.settings != nullptr)
-            writeSettings(c.id, c.settings);
+    commands("vlan database; vlan 2-9");
+    for (const auto &[type, json] :
+         {std::pair{"On", R"({"PTP":true})"}, {"Off", R"({"PTP":1})"}, {"No", "{}"}})
+        writeTemplate(type, json);
+    const std::tuple<int, const char *, const char *, int> cases[] = {
+        {2, "On", "", 1},      {3, "Off", "", 0}, {4, "No", "", 2},     {5, "Missing", "", 2},
+        {6, "On", "false", 0}, {7, "", "", 2},    {8, "Off", "true", 1}};
+    for (const auto &[id, type, ptpTc, expected] : cases) {
+        vlanInfoReplace(id, 1, "name", type, "#000000");
+        if (*ptpTc != '\0')
+            writeSettings(id, std::string(R"({"config":{"ptpTc":)") + ptpTc + "}}");
     }
     const auto list = allInfo();
-    for (const auto &c : cases)
-        EXPECT_EQ(c.ptpTc, at(list, static_cast<std::uint32_t>(c.id)).ptpTc) << c.id;
+    for (const auto &[id, type, ptpTc, expected] : cases)
+        EXPECT_EQ(expected, at(list, static_cast<std::uint32_t>(id)).ptpTc) << id;
 }
 
 TEST_F(VlanInfoTest, PortsAndLagsAreWhereTheSwitchHasThem) {
@@ -125,14 +105,6 @@ TEST_F(VlanInfoTest, PortsAndLagsAreWhereTheSwitchHasThem) {
     EXPECT_EQ(45u, numbers(at(list, 1).untagPorts).size());
     for (std::uint32_t i = 0; i < list->count; ++i)
         EXPECT_EQ(arraysOf(*list->ids[i]), arraysOf(*info(list->ids[i]->vlanId))) << list->ids[i]->vlanId;
-
-    commands("configure; interface 0/9; addport lag 2");
-    const JsonPtr members(cJSON_CreateArray());
-    EXPECT_EQ(0, lagMembersJsonArrayGet(&client, kLags + 2, members.get()));
-    EXPECT_EQ(0, lagMembersJsonArrayGet(&client, kLags + 1, members.get()));
-    EXPECT_EQ(10000, lagMembersJsonArrayGet(&client, 1, members.get()));
-    EXPECT_EQ((Numbers{7, 9}), numbers(members.get()));
-    EXPECT_EQ(1u, logged("Failed to get the member ports for the LAG interface= 1, result= -4"));
 }
 
 TEST_F(VlanInfoTest, InterfacesOfVlansOutsideTheListGoToItsFirstRecord) {
@@ -149,11 +121,6 @@ TEST_F(VlanInfoTest, InterfacesOfVlansOutsideTheListGoToItsFirstRecord) {
     EXPECT_EQ((Numbers{2}), numbers(list->ids[0]->untagLags));
     EXPECT_EQ((Numbers{1, 2, 3}), numbers(list->ids[1]->tagPorts));
 
-    VLAN_INFO_T *const first = std::exchange(vlans->ids[0], nullptr);
-    list = vlanRecordCreate<VLAN_PORT_LIST_T>();
-    EXPECT_EQ(10002, vlanListPortAssGetFromVlanList(&client, list.get(), vlans.get()));
-    EXPECT_EQ(1u, logged("viList->ids[0] is NULL - data corruption"));
-    vlans->ids[0] = first;
     vlans->count = 0;
     list = vlanRecordCreate<VLAN_PORT_LIST_T>();
     EXPECT_EQ(0, vlanListPortAssGetFromVlanList(&client, list.get(), vlans.get())) << "nowhere to put them";
@@ -161,12 +128,9 @@ TEST_F(VlanInfoTest, InterfacesOfVlansOutsideTheListGoToItsFirstRecord) {
 
     startSwitch({.physicalPorts = 8, .lags = 0});
     EXPECT_EQ(10000, vlanListPortAssGetFromVlanList(&client, list.get(), vlans.get()));
-    const auto ports = created<VLAN_PORT_LIST_T>(vlanListPortAssCreate);
-    EXPECT_TRUE(result == 10000 && ports->count == 0);
     EXPECT_EQ(nullptr, allInfo());
     EXPECT_EQ(8u, numbers(info(1)->untagPorts).size());
     EXPECT_EQ(10000, result);
-    EXPECT_EQ(1u, logged("Failed to get VLAN 1 port assigned info"));
 }
 
 TEST_F(VlanInfoTest, ShurePortsAsConfiguredAndAsSeen) {
@@ -182,10 +146,8 @@ TEST_F(VlanInfoTest, ShurePortsAsConfiguredAndAsSeen) {
     const Numbers listed{5, 6, 900, INT32_MAX, -1};
     EXPECT_EQ(listed, numbers(info(20, true)->shureDevicePorts));
     EXPECT_EQ((Numbers{5, 5}), numbers(info(20, true)->shureLearnPorts));
-    EXPECT_EQ(listed, numbers(info(10, true)->shureDevicePorts));
     EXPECT_EQ(Numbers{}, numbers(info(10, true)->shureLearnPorts)) << "not on the control VLAN";
     EXPECT_EQ(Numbers{}, numbers(info(20, false)->shureDevicePorts));
-    EXPECT_EQ(Numbers{}, numbers(info(1, true)->shureDevicePorts));
     writeText(platform::paths::kShureConfig, "not JSON");
     EXPECT_EQ(Numbers{}, numbers(info(20, true)->shureLearnPorts));
 }
@@ -196,8 +158,6 @@ TEST_F(VlanInfoTest, AnyCallMayFail) {
     vlanInfoReplace(20, 3, "audio", "Shure Split Audio and Control Network", "#000000");
     writeText(platform::paths::kShureConfig, R"({"shureDevicePort": [5]})");
     plug(host("mxa", 5, "00:0E:DD:00:00:01", "Shure MXA920"));
-    // What is refused depends on one call for the list, the first LAG; for the record also on the name
-    // length.
     // What is refused depends on one call for the list, the first LAG; for the record also on the name
     // length.
     for (const bool single : {false, true}) {

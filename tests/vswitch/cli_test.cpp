@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <regex>
 #include <sstream>
 
 #include "vswitch/cli/command.h"
@@ -23,7 +24,20 @@ class CliTest : public testing::Test {
     // What is printed for one line in a session of its own.
     std::string run(CliSession session, const std::string &line) { return cli.run(session, line); }
     std::string run(const std::string &line) { return run(exec(), line); }
+    // Commands from configuration mode on, "; " or a line end between them.
+    static std::vector<std::string> commands(const std::string &text) {
+        return lines(std::regex_replace(text, std::regex("; "), "\n"));
+    }
+    std::string apply(const std::string &text) {
+        std::string script = "configure\n";
+        for (const auto &line : commands(text))
+            script += line + "\n";
+        return cli.runScript(script);
+    }
     std::string runningConfig() const { return cli::runningConfig(model); }
+    bool configured(const std::string &line) const {
+        return runningConfig().find("\n" + line + "\n") != std::string::npos;
+    }
     void expectErrors(const CliSession &session, const std::vector<std::string> &commands) {
         for (const auto &line : commands)
             EXPECT_NE("", run(session, line)) << line.substr(0, 60);
@@ -116,15 +130,13 @@ TEST_F(CliTest, AbbreviationsWhileItIsClearWhatIsMeant) {
         EXPECT_EQ("", cli.run(session, line));
     EXPECT_EQ((std::vector<IfNum>{2, 3, 5}), session.interfaces);
     EXPECT_EQ("10 full-duplex", model.interface(5)->speed);
-    const auto marker = std::string(cli.prompt(session).size(), ' ');
-    EXPECT_EQ(marker + "      ^\n% Invalid input detected at '^' marker.\n",
-              cli.run(session, "speed 1 full"));
-    EXPECT_EQ(marker + "^\n% Invalid input detected at '^' marker.\n", cli.run(session, "\"mtu\" 2000"));
-    EXPECT_EQ(marker + "    ^\n% Invalid input detected at '^' marker.\n", cli.run(session, "mtu 1499"));
+    for (const auto &[line, column] : {std::pair{"speed 1 full", 6u}, {"\"mtu\" 2000", 0u}, {"mtu 1499", 4u}})
+        EXPECT_EQ(std::string(cli.prompt(session).size() + column, ' ') +
+                      "^\n% Invalid input detected at '^' marker.\n",
+                  cli.run(session, line));
 
-    EXPECT_EQ(std::nullopt, cli.show("sh vlan"));
-    EXPECT_EQ(std::nullopt, cli.show("hostname x"));
-    EXPECT_EQ(std::nullopt, cli.show("show vlan 99"));
+    for (const auto *line : {"sh vlan", "hostname x", "show vlan 99"})
+        EXPECT_EQ(std::nullopt, cli.show(line));
     EXPECT_EQ(run("show vlan"), cli.show("show vlan"));
     EXPECT_NE(std::string::npos, cli.help(exec(), "show vlan ").find("<cr>"));
     EXPECT_EQ(std::string::npos, cli.help(exec(), "").find("hostname"));
@@ -137,9 +149,6 @@ TEST_F(CliTest, ModesAndPrompts) {
         {"vlan database", "(avswitch) (Vlan)#"},
         {"exit", "(avswitch) #"},
         {"configure", "(avswitch) (Config)#"},
-        {"vlan database", "(avswitch) (Vlan)#"},
-        {"exit", "(avswitch) (Config)#"},
-        {"interface 0/4", "(avswitch) (Interface 0/4)#"},
         {"interface 0/4-0/6", "(avswitch) (Interface 0/4,...)#"},
         {"interface lag 2", "(avswitch) (Interface lag 2)#"},
         {"exit", "(avswitch) (Config)#"},
@@ -160,8 +169,81 @@ TEST_F(CliTest, ModesAndPrompts) {
         << printed;
 }
 
+constexpr const char *kEverything = R"(vlan database; vlan 10,20
+set igmp 10; set igmp fast-leave 10; set igmp flood-report 10; set igmp exclude-mrouter-intf 10
+set igmp proxy-querier 20; set igmp querier election participate 20; set igmp maxresponse 10 12
+set igmp groupmembership-interval 10 260; set igmp mcrtrexpiretime 20 0; set mld 10; set mld proxy-querier 20
+exit; igmp-plus 10; ipv6 mld snooping; set igmp querier version 2; set igmp querier timer expiry 180
+ip igmp snooping querier query-interval 30; dot1as; mvrp; mvrp periodic state machine
+no mvrp include factory-default-vlan; mmrp; mmrp periodic state machine; msrp; switchport mode auto
+spanning-tree mode rapid-pvst; spanning-tree mst priority 0 28672; spanning-tree vlan 10 hello-time 9
+spanning-tree vlan 10 forward-time 30; spanning-tree vlan 20 max-age 22
+class-map match-all A; match ip dscp 46; match dstip 224.0.1.130 255.255.255.254; match srcl4port 4443
+match protocol 50; exit; class-map match-all B; exit
+policy-map P in; class B; assign-queue 5; exit; class A; exit; exit; policy-map Q in; exit
+classofservice trust dot1p; queue cos-map all 7 6; queue cos-queue strict all 6 4; service-policy in P
+ip access-list NET-BLOCK; deny ip any 224.0.0.0 0.255.255.255; permit ip 10.0.0.0 0.0.0.255 any
+permit ip any any; exit
+mac access-list extended visionaryNwAV; deny any 01:00:5e:00:00:00 00:00:00:7f:ff:ff; permit any any; exit
+interface 0/1-0/2; dot1as; mvrp; mmrp; msrp; mrp jointime 25; mrp leavetime 500; mrp leavealltime 2000
+mtu 1500; service-policy in Q; interface lag 2; ip igmp snooping mrouter interface; mrp leavetime 60)";
+
+constexpr const char *kTexts = R"(vlan database; vlan 10,20-23,4094
+vlan name 10 "say \"hi\" \\ there"; vlan name 1 "! no comment"; vlan association mac 00:1b:92:02:00:01 20
+exit; hostname "hall \\ 2\""; ip management vlan 10 192.168.1.2 255.255.255.0
+ip default-gateway 192.168.1.1; bridge aging-time 600; dot1x system-auth-control
+ptp clock e2e-transparent; interface 0/1-0/3; shutdown; description "\"\\ exit \\\\\""
+speed 10G full-duplex; mtu 9216; vlan acceptframe admituntaggedonly; vlan participation include 10,20-22
+vlan participation exclude 1,23; vlan tagging 1,21-23; vlan pvid 10; dot1x port-control force-unauthorized
+no ptp clock e2e-transparent; addport lag 2
+interface 0/4; vlan participation auto 1; vlan acceptframe vlanonly
+interface lag 2; description uplink; vlan participation include 4094; vlan pvid 4094
+no port-channel static; port-channel name "up \"1\"")";
+
+TEST_F(CliTest, RunningConfigIsAScriptThatMakesTheSameSwitch) {
+    apply(kEverything);
+    for (const auto &line : commands(kEverything)) {
+        const bool rewritten = line.starts_with("interface 0/1-") || line.starts_with("queue cos-queue");
+        EXPECT_TRUE(rewritten || configured(line)) << line;
+    }
+    EXPECT_TRUE(configured("queue cos-queue strict all 4 6"));
+    apply(kTexts);
+    ASSERT_EQ(0u, errors());
+    Model other;
+    Cli second(other);
+    other.advanceTo({}, {});
+    second.runScript(runningConfig());
+    EXPECT_EQ(0u, second.unknownCommands() + second.refusedCommands());
+    EXPECT_EQ(runningConfig(), cli::runningConfig(other));
+    EXPECT_EQ(model.macAssociations(), other.macAssociations());
+    EXPECT_EQ("say \"hi\" \\ there", other.vlans().at(10).name);
+    EXPECT_EQ("hall \\ 2\"", other.system().hostName);
+    EXPECT_EQ("B", other.qos().policyMaps().at("P").classes.front().name) << "the order of classes stays";
+    EXPECT_EQ(
+        "Policy Name                     Policy Type Class Members\n"
+        "------------------------------- ----------- -------------------------------\n"
+        "P                               In          B\n"
+        "                                            A\n"
+        "Q                               In          \n",
+        second.show("show policy-map"));
+}
+
 TEST_F(CliTest, NoFormsUndo) {
     const auto fresh = runningConfig();
+    apply(kEverything);
+    apply(R"(no service-policy in P; no service-policy in Q; no policy-map P; no policy-map Q; no class-map A
+no class-map B; no queue trust all; no queue cos-map all; no queue cos-queue strict all 4 5 6
+no ip access-list NET-BLOCK; no mac access-list extended visionaryNwAV; no spanning-tree mode
+no spanning-tree mst priority 0; no switchport mode auto; no dot1as; no mvrp; no mmrp; no msrp
+mvrp include factory-default-vlan; no ip igmp snooping querier query-interval; no set igmp querier version
+no set igmp querier timer expiry; no ipv6 mld snooping; no igmp-plus 10
+interface 0/1-0/2; no dot1as; no mvrp; no mmrp; no msrp; no mrp jointime; mrp leavetime 100
+no mrp leavealltime; no mtu; interface lag 2; no set igmp mrouter interface; no mrp leavetime; exit
+vlan database; no set igmp 10; no set igmp fast-leave 10; no set igmp flood-report 10
+no set igmp exclude-mrouter-intf 10; no set igmp proxy-querier 20; no set igmp maxresponse 10
+no set igmp querier election participate 20; no set igmp groupmembership-interval 10
+no set igmp mcrtrexpiretime 20; no set mld 10; no set mld proxy-querier 20; no vlan 10,20)");
+    EXPECT_EQ(fresh, runningConfig());
     const auto vlanDb = in(CliMode::VlanDatabase), config = in(CliMode::Config),
                port = in(CliMode::Interface, {1, 2}), lag = in(CliMode::Interface, {kLag});
     const struct {
@@ -204,72 +286,64 @@ TEST_F(CliTest, NoFormsUndo) {
 }
 
 TEST_F(CliTest, RefusedCommandsAreCountedAndChangeNothing) {
-    run(in(CliMode::VlanDatabase), "vlan 10,20");
+    apply(
+        "vlan database; vlan 10,20; exit; class-map match-all A; exit; policy-map P in; class A; exit; exit; "
+        "interface 0/3; service-policy in P");
     const auto before = runningConfig();
     expectErrors(in(CliMode::VlanDatabase),
                  {"no vlan 1,10", "no vlan 10,15,20", "vlan name 99 x",
                   "vlan name 10 " + std::string(33, 'x'), "no vlan association mac 00:1b:92:02:00:01"});
-    expectErrors(in(CliMode::Config),
-                 {"hostname " + std::string(65, 'x'), "hostname \"\"", "ip management vlan 99 dhcp"});
+    expectErrors(in(CliMode::Config), {"hostname " + std::string(65, 'x'),
+                                       "hostname \"\"",
+                                       "ip management vlan 99 dhcp",
+                                       "no class-map A",
+                                       "no policy-map P",
+                                       "policy-map P out",
+                                       "service-policy out P",
+                                       "service-policy in X",
+                                       "no service-policy in X",
+                                       "no class-map X",
+                                       "no policy-map X",
+                                       "no ip access-list X",
+                                       "no mac access-list extended X",
+                                       "class-map match-all \"A B\"",
+                                       "class-map match-all a123456789012345678901234567890x",
+                                       "ip access-list \"\"",
+                                       "spanning-tree mst priority 0 5",
+                                       "spanning-tree mst priority 1 4096",
+                                       "spanning-tree vlan 1 hello-time 2",
+                                       "igmp-plus 99"});
     expectErrors(in(CliMode::Interface, {1, 2}),
                  {"description " + std::string(65, 'x'), "vlan pvid 99", "vlan participation include 10,99",
                   "vlan tagging 10-20", "deleteport lag 1", "port-channel static"});
     expectErrors(in(CliMode::Interface, {kLag}), {"addport lag 2", "speed auto", "dot1x port-control auto",
                                                   "port-channel name " + std::string(16, 'x')});
-    EXPECT_EQ(18u, cli.refusedCommands());
+    for (const auto *text : {"policy-map P in; class X", "interface 0/4; no service-policy in P"})
+        EXPECT_NE(std::string::npos, apply(text).find("Error on line 3."));
+    EXPECT_EQ(37u, cli.refusedCommands());
     EXPECT_EQ(0u, cli.unknownCommands());
     EXPECT_EQ(before, runningConfig());
+    // A session whose object another one has deleted.
+    auto session = in(CliMode::Config);
+    cli.run(session, "class-map match-all GONE");
+    apply("no class-map GONE");
+    EXPECT_EQ("No such entry.\n", cli.run(session, "match ip dscp 1"));
 }
 
-TEST_F(CliTest, RunningConfigIsAScriptThatMakesTheSameSwitch) {
-    cli.runScript(R"(
-vlan database
-vlan 10,20-23,4094
-vlan name 10 "say \"hi\" \\ there"
-vlan name 1 "! no comment"
-vlan association mac 00:1b:92:02:00:01 20
-exit
-configure
-hostname "hall \\ 2\""
-ip management vlan 10 192.168.1.2 255.255.255.0
-ip default-gateway 192.168.1.1
-bridge aging-time 600
-dot1x system-auth-control
-ptp clock e2e-transparent
-interface 0/1-0/3
-shutdown
-description "\"\\ exit \\\\\""
-speed 10G full-duplex
-mtu 9216
-vlan acceptframe admituntaggedonly
-vlan participation include 10,20-22
-vlan participation exclude 1,23
-vlan tagging 1,21-23
-vlan pvid 10
-dot1x port-control force-unauthorized
-no ptp clock e2e-transparent
-addport lag 2
-interface 0/4
-vlan participation auto 1
-vlan acceptframe vlanonly
-interface lag 2
-description uplink
-vlan participation include 4094
-vlan pvid 4094
-no port-channel static
-port-channel name "up \"1\""
-)");
-    ASSERT_EQ(0u, errors());
-    const auto text = runningConfig();
-    Model other;
-    Cli second(other);
-    other.advanceTo({}, {});
-    second.runScript(text);
-    EXPECT_EQ(0u, second.unknownCommands() + second.refusedCommands());
-    EXPECT_EQ(text, cli::runningConfig(other));
-    EXPECT_EQ(model.macAssociations(), other.macAssociations());
-    EXPECT_EQ("say \"hi\" \\ there", other.vlans().at(10).name);
-    EXPECT_EQ("hall \\ 2\"", other.system().hostName);
+TEST_F(CliTest, TablesHaveAnEnd) {
+    std::string maps, lists, rules = "ip access-list L1", matches = "class-map match-all C1";
+    for (int i = 0; i < 2000; ++i) {
+        maps += "class-map match-all C" + std::to_string(i % 300) + "; exit; ";
+        lists += "ip access-list L" + std::to_string(i % 300) + "; exit; ";
+        rules += "; permit ip any any";
+        matches += "; match ip dscp " + std::to_string(i % 64);
+    }
+    for (const auto &script : {maps, lists, rules, matches})
+        apply(script);
+    EXPECT_EQ(256u, model.qos().classMaps().size());
+    EXPECT_EQ(13u, model.qos().classMaps().at("C1").size());
+    EXPECT_EQ(100u, model.ipAccessLists().size());
+    EXPECT_EQ(1023u, model.ipAccessLists().at("L1").size());
 }
 
 TEST_F(CliTest, HostileLinesAreRefusedAndKeepTheirHandsOff) {
@@ -299,42 +373,7 @@ TEST_F(CliTest, HostileLinesAreRefusedAndKeepTheirHandsOff) {
     EXPECT_EQ("left \"open\\", model.interface(1)->description);
 }
 
-TEST_F(CliTest, LayoutsThatProgramsParse) {
-    const auto bootvar = lines(run("show bootvar"));
-    ASSERT_EQ(15u, bootvar.size());
-    int unit = 0;
-    char columns[4][20];
-    EXPECT_EQ(5, std::sscanf(bootvar[14].c_str(), "%d %19s %19s %19s %19s", &unit, columns[0], columns[1],
-                             columns[2], columns[3]));
-    EXPECT_EQ(1, unit);
-    for (const auto &column : columns)
-        EXPECT_STREQ("8.6.3.1", column);
-
-    run(in(CliMode::VlanDatabase), "vlan 1234");
-    run(in(CliMode::Config), "ip management vlan 1234 192.168.1.2 255.255.255.0");
-    run(in(CliMode::Config), "ip default-gateway 192.168.1.1");
-    const std::pair<const char *, const char *> values[] = {
-        {"IPv4 Management Interface", "VLAN 1234"}, {"IP Address", "192.168.1.2"},
-        {"Subnet Mask", "255.255.255.0"},           {"Method", "Manual"},
-        {"Default Gateway", "192.168.1.1"},         {"Burned In MAC Address", "02:50:56:00:10:00"}};
-    const auto management = lines(run("show ip management"));
-    ASSERT_EQ(std::size(values), management.size());
-    for (std::size_t i = 0; i < management.size(); ++i) {
-        EXPECT_TRUE(management[i].starts_with(values[i].first));
-        EXPECT_EQ(values[i].second, management[i].substr(47));
-    }
-    EXPECT_EQ("1234", management[0].substr(52));
-
-    run(in(CliMode::VlanDatabase), "vlan association mac 00:1b:92:02:00:01 1234");
-    const auto associations = lines(run("show vlan association mac"));
-    ASSERT_EQ(4u, associations.size());
-    EXPECT_EQ(std::string::npos, associations[2].find_first_not_of("- "));
-    unsigned id = 0;
-    EXPECT_EQ(2, std::sscanf(associations[3].c_str(), "%19s %u", columns[0], &id));
-    EXPECT_STREQ("00:1B:92:02:00:01", columns[0]);
-    EXPECT_EQ(1234u, id);
-
-    // Texts of devices stay in their column and on their line.
+TEST_F(CliTest, TextsOfDevicesStayInTheirColumnAndOnTheirLine) {
     Device device;
     device.name = "x";
     device.port = 2;
