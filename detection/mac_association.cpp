@@ -158,9 +158,6 @@ void knownCompare(openapiClientHandle_t *client, const MacFamily &family, Device
         }
 
         ++device->missCount;
-        if (family.missed != nullptr) {
-            family.missed(client, *device);
-        }
         if (device->missCount >= DEVICE_MISS_MAX && family.offline(client, device) == 0) {
             deviceDropAt(list, i);
         } else {
@@ -181,9 +178,6 @@ void newJoin(openapiClientHandle_t *client, const MacFamily &family, DeviceList 
                              DEVICE_CONTROL_MODE_NONE};
         std::snprintf(fresh.mac, kMacCopied + 1, "%s", seen.mac);
         if (keys.contains({fresh.mac, fresh.port})) {
-            if (family.known != nullptr) {
-                family.known(client, object, fresh);
-            }
             continue;
         }
         if (!family.admit(client, object, &fresh) || family.online(client, &fresh) != 0) {

@@ -48,9 +48,6 @@ struct MacFamily {
     // 0 when the device is joined, and will be kept in the list; 0 when it has left, and will be dropped.
     std::int32_t (*online)(openapiClientHandle_t *client, DetectedDevice *device);
     std::int32_t (*offline)(openapiClientHandle_t *client, DetectedDevice *device);
-    // Optional: a listed device is missing (missCount counted already); a listed device is seen where it was.
-    void (*missed)(openapiClientHandle_t *client, const DetectedDevice &device) = nullptr;
-    void (*known)(openapiClientHandle_t *client, const cJSON *found, const DetectedDevice &device) = nullptr;
 };
 
 // Appends {"portId", "mac", "type"} to a scan; the object, for keys of the family's own, or null without

@@ -65,30 +65,27 @@ Socket connectNow() {
     return socket;
 }
 
-bool sendAll(int fd, const char *data, std::size_t size) {
-    while (size > 0) {
-        const auto done = ::send(fd, data, size, MSG_NOSIGNAL);
+// Moves `size` bytes with `step` (send or receive some at a position), which may take several goes.
+template <class Step>
+bool moveAll(std::size_t size, Step step) {
+    for (std::size_t moved = 0; moved < size;) {
+        const auto done = step(moved, size - moved);
         if (done < 0 && errno == EINTR)
             continue;
         if (done <= 0)
             return false;
-        data += done;
-        size -= static_cast<std::size_t>(done);
+        moved += static_cast<std::size_t>(done);
     }
     return true;
 }
 
+bool sendAll(int fd, const char *data, std::size_t size) {
+    return moveAll(
+        size, [&](std::size_t at, std::size_t left) { return ::send(fd, data + at, left, MSG_NOSIGNAL); });
+}
+
 bool receiveAll(int fd, char *data, std::size_t size) {
-    while (size > 0) {
-        const auto done = ::recv(fd, data, size, 0);
-        if (done < 0 && errno == EINTR)
-            continue;
-        if (done <= 0)
-            return false;
-        data += done;
-        size -= static_cast<std::size_t>(done);
-    }
-    return true;
+    return moveAll(size, [&](std::size_t at, std::size_t left) { return ::recv(fd, data + at, left, 0); });
 }
 
 bool exchangeOn(int fd, const std::string &frame, std::string &reply) {
