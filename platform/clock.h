@@ -22,6 +22,9 @@ Duration monotonicNow();
 // Time of day, seconds and nanoseconds since 1970-01-01 UTC.
 std::timespec wallNow();
 
+// How many times as fast as real time the clock runs, for what is measured by others in real time.
+double clockRate();
+
 }  // namespace platform
 
 #endif

@@ -20,6 +20,10 @@ std::multiset<Duration> deadlines;  // one per thread in sleepFor
 
 }  // namespace
 
+double clockRate() {
+    return 1.0;
+}
+
 void sleepFor(Duration time) {
     std::unique_lock lock(mutex);
     time = std::max(time, Duration::zero());

@@ -4,6 +4,10 @@
 
 namespace platform {
 
+double clockRate() {
+    return 1.0;
+}
+
 void sleepFor(Duration time) {
     std::this_thread::sleep_for(time);
 }

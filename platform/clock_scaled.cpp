@@ -45,6 +45,10 @@ const Scale &scale() {
 
 }  // namespace
 
+double clockRate() {
+    return scale().factor;
+}
+
 void sleepFor(Duration time) {
     std::this_thread::sleep_for(nanoseconds(
         static_cast<std::int64_t>(static_cast<double>(nanoseconds(time).count()) / scale().factor)));

@@ -55,6 +55,8 @@ enum {
 };
 
 enum { OPEN_DISABLE = 0, OPEN_ENABLE = 1 };
+// Direction in which an access list filters.
+enum { OPEN_ACL_INBOUND = 0, OPEN_ACL_OUTBOUND = 1 };
 enum { OPEN_LINK_UP = 0, OPEN_LINK_DOWN = 1 };
 
 // Type of a forwarding-database entry.

@@ -252,6 +252,18 @@ std::string both(const Value &address, const Value &mask) {
     return address.text + " " + mask.text;
 }
 
+constexpr const char *kDirections[] = {"in", "out"};
+
+std::uint32_t directionOf(const Value &word) {
+    return word.text == kDirections[OPEN_ACL_INBOUND] ? OPEN_ACL_INBOUND : OPEN_ACL_OUTBOUND;
+}
+
+bool bindList(Context &c, const Values &v, std::uint32_t sequence) {
+    return eachInterface(c, [&](Interface &i) {
+        return c.accept(c.model.bindAccessList(i.num, v[0].text, directionOf(v[1]), sequence));
+    });
+}
+
 const Command kAccessLists[] = {
     {kConfig, "ip access-list <text>", "Filter IPv4 packets",
      [](Context &c, const Values &v) {
@@ -261,7 +273,7 @@ const Command kAccessLists[] = {
          emitLists(model.ipAccessLists(), "ip access-list", "ip ", out);
      }},
     {kConfig, "no ip access-list <text>", "Delete an IPv4 access list",
-     [](Context &c, const Values &v) { return removeList(c, c.model.ipAccessLists(), v[0].text); }},
+     [](Context &c, const Values &v) { return c.accept(c.model.deleteIpAccessList(v[0].text)); }},
     {kIpAccessList, "permit|deny ip any any", "Any packet",
      [](Context &c, const Values &v) { return addRule(c, c.model.ipAccessLists(), v[0], "any", "any"); }},
     {kIpAccessList, "permit|deny ip any <ip> <ip>", "Packets to an address, with the bits that may differ",
@@ -271,6 +283,21 @@ const Command kAccessLists[] = {
     {kIpAccessList, "permit|deny ip <ip> <ip> any", "Packets from an address, with the bits that may differ",
      [](Context &c, const Values &v) {
          return addRule(c, c.model.ipAccessLists(), v[0], both(v[1], v[2]), "any");
+     }},
+    {kInterface, "ip access-group <text> in|out", "Filter what comes in or goes out",
+     [](Context &c, const Values &v) { return bindList(c, v, 0); }},
+    {kInterface, "ip access-group <text> in|out <int:1-4294967295>", "Filter, lower numbers first",
+     [](Context &c, const Values &v) { return bindList(c, v, v[2].number); },
+     [](const Model &, const Interface *interface, std::string &out) {
+         for (const auto &group : interface->accessGroups)
+             out += format("ip access-group %s %s %u\n", group.list.c_str(), kDirections[group.direction],
+                           group.sequence);
+     }},
+    {kInterface, "no ip access-group <text> in|out", "Take a filter away",
+     [](Context &c, const Values &v) {
+         return eachInterface(c, [&](Interface &i) {
+             return c.accept(c.model.unbindAccessList(i.num, v[0].text, directionOf(v[1])));
+         });
      }},
     {kConfig, "mac access-list extended <text>", "Filter frames by MAC address",
      [](Context &c, const Values &v) {

@@ -129,6 +129,13 @@ bool showFdbCount(Context &c, const Values &) {
     return true;
 }
 
+bool showArp(Context &c, const Values &) {
+    c.out += "IP Address       MAC Address        VLAN ID\n---------------  -----------------  -------\n";
+    for (const auto &[key, mac] : c.model.arp())
+        c.out += format("%-15s  %-17s  %u\n", key.ip.c_str(), mac.text().c_str(), key.vlan);
+    return true;
+}
+
 bool showLldpAll(Context &c, const Values &) {
     c.out += "LLDP Remote Device Summary\n\nLocal\n";
     c.out += "Interface  RemID   Chassis ID             Port ID                System Name\n";
@@ -293,6 +300,7 @@ const Command kShow[] = {
     {kAnyMode, "show mac-addr-table interface <port>", "The forwarding database of a port", showFdbPort},
     {kAnyMode, "show lldp remote-device all", "LLDP neighbours", showLldpAll},
     {kAnyMode, "show lldp remote-device detail <port>", "LLDP neighbours of a port in full", showLldpDetail},
+    {kAnyMode, "show arp", "IPv4 addresses and their MAC addresses", showArp},
     {kAnyMode, "show logging buffered", "The system log", showLogging},
     {kAnyMode, "show bootvar", "Boot images", showBootvar},
     {kAnyMode, "show ip management", "The management address", showIpManagement},

@@ -194,7 +194,7 @@ int run(int argc, char **argv) {
     link->callback([&] { request = {{"op", "link"}, {"port", port}, {"state", text}}; });
 
     auto *table = app.add_subcommand(
-        "table", "Print a table: ports, lags, vlans, associations, fdb, lldp, devices, log");
+        "table", "Print a table: ports, lags, vlans, associations, fdb, lldp, arp, devices, log");
     table->add_option("name", name)->required();
     auto *exec = app.add_subcommand("exec", "Run CLI lines, each one argument");
     exec->add_option("lines", words)->required();
@@ -226,6 +226,10 @@ int run(int argc, char **argv) {
     auto *faults = app.add_subcommand("faults", "List the faults");
     faults->add_flag("--clear", flag, "End them all");
     faults->callback([&] { request = {{"op", "faults"}, {"clear", flag}}; });
+    app.add_subcommand("dataplane", "What forwards the frames, and whether all configuration has reached it")
+        ->callback([&] {
+            request = {{"op", "dataplane"}};
+        });
     auto *counters = app.add_subcommand("counters", "Calls answered and commands refused");
     counters->add_flag("--reset", flag, "Count calls from zero");
     counters->callback([&] { request = {{"op", "counters"}, {"reset", flag}}; });

@@ -1,6 +1,7 @@
 #include "vswitch/model/model.h"
 
 #include <algorithm>
+#include <tuple>
 #include <utility>
 
 namespace vswitch {
@@ -18,6 +19,12 @@ bool vlanIdValid(VlanId id) {
 void cut(std::string &text, std::size_t length) {
     if (text.size() > length)
         text.resize(length);
+}
+
+void cutTexts(LldpFields &lldp) {
+    for (auto *text : {&lldp.chassisId, &lldp.portId, &lldp.portDesc, &lldp.systemName, &lldp.systemDesc,
+                       &lldp.mgmtAddress})
+        cut(*text, kLldpTextMax);
 }
 
 }  // namespace
@@ -109,6 +116,9 @@ open_error_t Model::setCarrier(IfNum port, Carrier carrier) {
     auto *interface = edit(port);
     if (interface == nullptr || interface->isLag())
         return OPEN_E_NOT_FOUND;
+    // No word makes a wire where there is none.
+    if (interface->live && carrier == Carrier::ForcedUp)
+        return OPEN_E_PARAM;
     interface->carrier = carrier;
     refreshLink(port);
     return OPEN_E_NONE;
@@ -122,6 +132,8 @@ void Model::refreshLink(IfNum ifNum) {
                                [&](IfNum member) { return interfaces_.at(member).linkUp; });
     } else if (interface.carrier != Carrier::FollowDevices) {
         up = up && interface.carrier == Carrier::ForcedUp;
+    } else if (interface.live) {
+        up = up && interface.wireUp;
     } else {
         const auto &here = devicesAt(ifNum);
         up = up && std::any_of(here.begin(), here.end(),
@@ -527,6 +539,7 @@ void Model::relearnAll() {
 }
 
 void Model::clearFdb() {
+    ++fdbClears_;
     std::erase_if(fdb_, [](const auto &item) { return item.second.type == OPEN_FDB_ADDR_LEARNED; });
     relearnAll();
 }
@@ -541,10 +554,14 @@ void Model::age() {
                            classify(*device, key.mac) == key.vlan;
         if (fresh)
             entry.lastSeen = now_;
-        const bool old = entry.type == OPEN_FDB_ADDR_LEARNED && now_ - entry.lastSeen >= system_.fdbAgeTime;
+        // A live port's entries age where frames are forwarded.
+        const bool old = entry.type == OPEN_FDB_ADDR_LEARNED && !interfaces_.at(entry.port).live &&
+                         now_ - entry.lastSeen >= system_.fdbAgeTime;
         it = old ? fdb_.erase(it) : std::next(it);
     }
     for (auto &[port, neighbours] : lldp_) {
+        if (interfaces_.at(port).live)
+            continue;
         for (auto &[index, neighbour] : neighbours)
             if (const auto owner = devices_.find(neighbour.device);
                 owner != devices_.end() && owner->second.port == port && audible(owner->second))
@@ -574,10 +591,16 @@ void Model::hear(const Device &device) {
             neighbour.lastHeard = now_;
             return;
         }
+    newNeighbour(device.port, *device.lldp, device.name);
+}
+
+LldpNeighbour &Model::newNeighbour(IfNum port, const LldpFields &fields, const std::string &device) {
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(upTime()).count();
-    neighbours.emplace(nextRemIndex_++, LldpNeighbour{static_cast<std::uint32_t>(seconds) + 1, *device.lldp,
-                                                      device.name, now_});
-    event("lldp", "neighbour " + device.name + " on " + interfaces_.at(device.port).name());
+    event("lldp", "neighbour " + device + " on " + interfaces_.at(port).name());
+    return lldp_[port]
+        .emplace(nextRemIndex_++,
+                 LldpNeighbour{static_cast<std::uint32_t>(seconds) + 1, fields, device, now_})
+        .first->second;
 }
 
 // True when `device` may stand behind `other` at `port`; nothing stands behind itself.
@@ -600,7 +623,7 @@ std::vector<const Device *> Model::withFollowers(const Device &device) const {
 
 open_error_t Model::plug(Device device) {
     const auto *port = interface(device.port);
-    if (device.name.empty() || port == nullptr || port->isLag() || device.tag > kVlanMax ||
+    if (device.name.empty() || port == nullptr || port->isLag() || port->live || device.tag > kVlanMax ||
         (!device.behind.empty() && !mayStandBehind(device.behind, device.port, {})))
         return OPEN_E_PARAM;
     if (devices_.contains(device.name) ||
@@ -608,9 +631,7 @@ open_error_t Model::plug(Device device) {
                     [&](const Mac &mac) { return macOwner_.contains(mac); }))
         return OPEN_E_FAIL;
     if (device.lldp)
-        for (auto *text : {&device.lldp->chassisId, &device.lldp->portId, &device.lldp->portDesc,
-                           &device.lldp->systemName, &device.lldp->systemDesc, &device.lldp->mgmtAddress})
-            cut(*text, kLldpTextMax);
+        cutTexts(*device.lldp);
     event("device", device.name + " plugged into " + port->name());
     auto name = device.name;
     const auto &stored = devices_.emplace(std::move(name), std::move(device)).first->second;
@@ -647,7 +668,8 @@ open_error_t Model::move(const std::string &name, IfNum port, const std::string 
         return OPEN_E_NOT_FOUND;
     const auto *target = interface(port);
     const auto moved = withFollowers(it->second);
-    if (target == nullptr || target->isLag() || (!behind.empty() && !mayStandBehind(behind, port, moved)))
+    if (target == nullptr || target->isLag() || target->live ||
+        (!behind.empty() && !mayStandBehind(behind, port, moved)))
         return OPEN_E_PARAM;
     const auto from = it->second.port;
     it->second.behind = behind;
@@ -681,6 +703,144 @@ open_error_t Model::setTalking(const std::string &name, bool talking) {
     event("device", name + (talking ? " talks" : " is silent"));
     learnDevice(it->second);
     return OPEN_E_NONE;
+}
+
+// --- live ports
+// -------------------------------------------------------------------------------------------------
+
+open_error_t Model::setLive(IfNum port) {
+    auto *interface = edit(port);
+    if (interface == nullptr || interface->isLag())
+        return OPEN_E_PARAM;
+    if (!devicesAt(port).empty())
+        return OPEN_E_FAIL;
+    interface->live = true;
+    refreshLink(port);
+    return OPEN_E_NONE;
+}
+
+void Model::seeCarrier(IfNum port, bool up) {
+    auto *interface = edit(port);
+    if (interface == nullptr || !interface->live)
+        return;
+    interface->wireUp = up;
+    refreshLink(port);
+}
+
+void Model::seeAddresses(const std::vector<SeenAddress> &seen) {
+    // An entry names a port: of a LAG the first live member with link.
+    std::map<FdbKey, std::pair<IfNum, Duration>> wanted;
+    for (const auto &address : seen) {
+        if (interface(address.interface) == nullptr || !hasVlan(address.vlan))
+            continue;
+        for (const auto port : portsOf(address.interface))
+            if (interfaces_.at(port).live && forwarding(port)) {
+                wanted[{address.mac, address.vlan}] = {port, now_ - address.age};
+                break;
+            }
+    }
+    std::erase_if(fdb_, [&](const auto &item) {
+        return item.second.type == OPEN_FDB_ADDR_LEARNED && interfaces_.at(item.second.port).live &&
+               !wanted.contains(item.first);
+    });
+    for (const auto &[key, place] : wanted)
+        if (install(key.mac, key.vlan, place.first))
+            if (auto &entry = fdb_[key]; entry.type == OPEN_FDB_ADDR_LEARNED)
+                entry.lastSeen = place.second;
+}
+
+void Model::seeNeighbours(const std::vector<SeenNeighbour> &seen) {
+    std::set<std::pair<IfNum, std::uint32_t>> present;
+    for (const auto &[port, received] : seen) {
+        const auto *interface = this->interface(port);
+        if (interface == nullptr || !interface->live || !interface->linkUp)
+            continue;
+        auto fields = received;
+        cutTexts(fields);
+        auto &here = lldp_[port];
+        auto known = std::find_if(here.begin(), here.end(), [&](const auto &item) {
+            const auto &other = item.second.fields;
+            return other.chassisId == fields.chassisId && other.chassisIdSubtype == fields.chassisIdSubtype &&
+                   other.portId == fields.portId && other.portIdSubtype == fields.portIdSubtype;
+        });
+        if (known == here.end()) {
+            newNeighbour(port, fields, fields.systemName.empty() ? fields.chassisId : fields.systemName);
+            known = std::prev(here.end());
+        }
+        known->second.fields = std::move(fields);
+        known->second.lastHeard = now_;
+        present.emplace(port, known->first);
+    }
+    for (auto &[port, here] : lldp_)
+        if (interfaces_.at(port).live)
+            std::erase_if(here, [&](const auto &item) {
+                if (present.contains({port, item.first}))
+                    return false;
+                event("lldp", "neighbour " + item.second.device + " expired");
+                return true;
+            });
+}
+
+std::map<ArpKey, Mac> Model::arp() const {
+    auto all = arpSeen_;
+    for (const auto &[name, device] : devices_)
+        if (device.talking && !device.ip.empty() && !device.macs.empty() && forwarding(device.port))
+            if (const auto vlan = classify(device, device.macs.front()); vlan != 0)
+                all[{vlan, device.ip}] = device.macs.front();
+    return all;
+}
+
+// --- access lists
+// -----------------------------------------------------------------------------------------------
+
+open_error_t Model::deleteIpAccessList(const std::string &name) {
+    if (ipAccessLists_.erase(name) == 0)
+        return OPEN_E_NOT_FOUND;
+    for (auto &[num, interface] : interfaces_)
+        std::erase_if(interface.accessGroups, [&](const AccessGroup &group) { return group.list == name; });
+    return OPEN_E_NONE;
+}
+
+open_error_t Model::bindAccessList(IfNum ifNum, const std::string &name, std::uint32_t direction,
+                                   std::uint32_t sequence) {
+    auto *interface = edit(ifNum);
+    if (interface == nullptr || direction > OPEN_ACL_OUTBOUND)
+        return OPEN_E_PARAM;
+    if (!ipAccessLists_.contains(name))
+        return OPEN_E_NOT_FOUND;
+    auto &groups = interface->accessGroups;
+    for (const auto &group : groups) {
+        if (group.direction != direction)
+            continue;
+        if (group.list == name)
+            return OPEN_E_NONE;
+        if (group.sequence == sequence)
+            return OPEN_E_FAIL;
+    }
+    if (sequence == 0) {
+        sequence = 1;
+        for (const auto &group : groups)
+            if (group.direction == direction)
+                sequence = std::max(sequence, group.sequence + 1);
+    }
+    const AccessGroup added{direction, sequence, name};
+    groups.insert(std::upper_bound(groups.begin(), groups.end(), added,
+                                   [](const AccessGroup &a, const AccessGroup &b) {
+                                       return std::tie(a.direction, a.sequence) <
+                                              std::tie(b.direction, b.sequence);
+                                   }),
+                  added);
+    return OPEN_E_NONE;
+}
+
+open_error_t Model::unbindAccessList(IfNum ifNum, const std::string &name, std::uint32_t direction) {
+    auto *interface = edit(ifNum);
+    if (interface == nullptr)
+        return OPEN_E_PARAM;
+    const auto removed = std::erase_if(interface->accessGroups, [&](const AccessGroup &group) {
+        return group.list == name && group.direction == direction;
+    });
+    return removed == 0 ? OPEN_E_NOT_FOUND : OPEN_E_NONE;
 }
 
 // --- log and events

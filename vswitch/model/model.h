@@ -9,6 +9,8 @@
 //  - learned forwarding entries and neighbours exist only on ports with link, entries of a LAG's member only
 //    while the LAG has link too; the table never exceeds its capacity;
 //  - a device behind another one is at the same port as that one;
+//  - tables hold of live ports exactly what the data plane last saw there and the rules above allow;
+//  - access groups name existing access lists only;
 //  - VLANs have spanning-tree timers of their own only while the switch runs a mode with one tree per VLAN.
 //
 // A change of membership (PVID, participation, tagging, deletion of a VLAN) takes effect `latency` after it
@@ -51,6 +53,11 @@ class Model {
     AccessLists &ipAccessLists() { return ipAccessLists_; }
     const AccessLists &macAccessLists() const { return macAccessLists_; }
     AccessLists &macAccessLists() { return macAccessLists_; }
+    open_error_t deleteIpAccessList(const std::string &name);  // and its bindings
+    // Binds a list; `sequence` 0: after those bound. FAIL: that sequence is taken by another list.
+    open_error_t bindAccessList(IfNum ifNum, const std::string &name, std::uint32_t direction,
+                                std::uint32_t sequence);
+    open_error_t unbindAccessList(IfNum ifNum, const std::string &name, std::uint32_t direction);
 
     // --- interfaces
     const std::map<IfNum, Interface> &interfaces() const { return interfaces_; }
@@ -100,6 +107,7 @@ class Model {
     open_error_t learn(const Mac &mac, VlanId vlan, IfNum port);  // as if a frame had arrived; FAIL: no link
     void clearFdb();                                          // learned entries; talking devices come back
     std::uint64_t fdbRefused() const { return fdbRefused_; }  // attempts to learn when it was full
+    std::uint64_t fdbClears() const { return fdbClears_; }    // times that everything was forgotten
 
     // --- LLDP
     const std::map<IfNum, std::map<std::uint32_t, LldpNeighbour>> &lldp() const { return lldp_; }
@@ -112,6 +120,16 @@ class Model {
     open_error_t unplug(const std::string &name);
     open_error_t move(const std::string &name, IfNum port, const std::string &behind);
     open_error_t setTalking(const std::string &name, bool talking);
+
+    // --- live ports: what the wire shows. Each takes the whole picture; what is missing in it is gone.
+    open_error_t setLive(IfNum port);  // from now on; FAIL: devices are plugged in
+    void seeCarrier(IfNum port, bool up);
+    void seeAddresses(const std::vector<SeenAddress> &seen);
+    void seeNeighbours(const std::vector<SeenNeighbour> &seen);
+    void seeArp(std::map<ArpKey, Mac> seen) { arpSeen_ = std::move(seen); }
+
+    // IPv4 addresses on the switch's VLANs: those seen, and those of talking devices that have one.
+    std::map<ArpKey, Mac> arp() const;
 
     // --- behaviour
     Duration latency() const { return latency_; }
@@ -157,6 +175,7 @@ class Model {
     bool install(const Mac &mac, VlanId vlan, IfNum port);
     void flushPort(IfNum port);
     void hear(const Device &device);
+    LldpNeighbour &newNeighbour(IfNum port, const LldpFields &fields, const std::string &device);
     void refreshLink(IfNum port);
     void age();
     void event(std::string kind, std::string text);
@@ -177,7 +196,8 @@ class Model {
     std::map<Mac, VlanId> associations_;
     std::map<VlanId, RoutingInterface> routing_;
     std::map<FdbKey, FdbEntry> fdb_;
-    std::uint64_t fdbRefused_ = 0;
+    std::uint64_t fdbRefused_ = 0, fdbClears_ = 0;
+    std::map<ArpKey, Mac> arpSeen_;
     bool unlearned_ = false;  // some talking device's address found no room
     std::map<IfNum, std::map<std::uint32_t, LldpNeighbour>> lldp_;
     std::uint32_t nextRemIndex_ = 1;

@@ -76,6 +76,14 @@ enum class AcceptFrames { All, VlanOnly, AdminUntaggedOnly };
 // What decides whether a port has link: the devices plugged into it, or an operator's word.
 enum class Carrier { FollowDevices, ForcedUp, ForcedDown };
 
+// An IPv4 access list bound to an interface.
+struct AccessGroup {
+    std::uint32_t direction = OPEN_ACL_INBOUND, sequence = 1;
+    std::string list;
+
+    bool operator==(const AccessGroup &) const = default;
+};
+
 struct Interface {
     IfNum num = 0;
     std::uint32_t type = OPEN_INTF_TYPE_PHY;
@@ -83,6 +91,8 @@ struct Interface {
     bool adminUp = true;
     bool linkUp = false;
     Carrier carrier = Carrier::FollowDevices;
+    // Port that a data plane forwards for: has link when the wire has, no device can be plugged in.
+    bool live = false, wireUp = false;
     std::string description;
     std::string speed = "auto";
     std::uint32_t mtu = 1518;
@@ -99,6 +109,8 @@ struct Interface {
     std::uint32_t mrpJoinTime = 20, mrpLeaveTime = 100, mrpLeaveAllTime = 1000;
 
     bool igmpMrouter = false;  // a multicast router is behind it
+
+    std::vector<AccessGroup> accessGroups;  // in the order of direction and sequence
 
     IfNum lag = 0;  // physical port: the LAG it is a member of
 
@@ -152,6 +164,13 @@ struct AccessRule {
 };
 using AccessLists = std::map<std::string, std::vector<AccessRule>>;
 
+// A neighbour's IPv4 address as its ARP frames told it.
+struct ArpKey {
+    VlanId vlan = 0;
+    std::string ip;
+    auto operator<=>(const ArpKey &) const = default;
+};
+
 enum class AddressMethod { None, Manual, Dhcp };
 
 // What routes between a VLAN and the others; an address from DHCP never arrives here.
@@ -187,6 +206,18 @@ struct LldpNeighbour {
     LldpFields fields;
     std::string device;
     Duration lastHeard{};
+};
+
+// What a data plane saw on a live port.
+struct SeenAddress {
+    Mac mac;
+    VlanId vlan = 0;
+    IfNum interface = 0;  // port or LAG
+    Duration age{};       // since its last frame, on the switch's clock
+};
+struct SeenNeighbour {
+    IfNum port = 0;
+    LldpFields fields;
 };
 
 // A device of the outside world and where it is plugged in.

@@ -211,6 +211,24 @@ json counters(const Request &r) {
     return out;
 }
 
+json dataPlane(const Request &r) {
+    const auto *plane = r.server.dataPlane();
+    if (plane == nullptr)
+        return {{"driver", "scenario"}, {"settled", true}};
+    const auto status = plane->status();
+    auto processes = json::array();
+    for (const auto &process : status.processes)
+        processes.push_back({{"name", process.name}, {"pid", process.pid}, {"starts", process.starts}});
+    return {{"driver", status.driver},
+            {"ports", plane->ports()},
+            {"settled", r.server.settled()},
+            {"processes", processes},
+            {"flows", status.flows},
+            {"flowChanges", status.flowChanges},
+            {"lastFlowChanges", status.lastFlowChanges},
+            {"lastPushMs", status.lastPushMs}};
+}
+
 json timeOf(const std::timespec &wall) {
     return static_cast<double>(wall.tv_sec) + static_cast<double>(wall.tv_nsec) / 1e9;
 }
@@ -247,9 +265,10 @@ json interfaceRow(const Model &model, const Interface &i) {
             tagged.push_back(id);
     }
     return {
-        {"ifNum", i.num},   {"name", i.name()}, {"admin", i.adminUp},          {"link", i.linkUp},
-        {"pvid", i.pvid},   {"tagged", tagged}, {"included", included},        {"lag", nameOf(model, i.lag)},
-        {"speed", i.speed}, {"mtu", i.mtu},     {"dot1x", i.dot1xControlMode}, {"ptpTc", i.ptpTcEnabled}};
+        {"ifNum", i.num},         {"name", i.name()}, {"admin", i.adminUp},   {"link", i.linkUp},
+        {"pvid", i.pvid},         {"tagged", tagged}, {"included", included}, {"lag", nameOf(model, i.lag)},
+        {"live", i.live},         {"speed", i.speed}, {"mtu", i.mtu},         {"dot1x", i.dot1xControlMode},
+        {"ptpTc", i.ptpTcEnabled}};
 }
 
 json portRows(const Model &model) {
@@ -313,6 +332,13 @@ json lldpRows(const Model &model) {
     return rows;
 }
 
+json arpRows(const Model &model) {
+    auto rows = json::array();
+    for (const auto &[key, mac] : model.arp())
+        rows.push_back({{"ip", key.ip}, {"mac", mac.text()}, {"vlan", key.vlan}});
+    return rows;
+}
+
 json deviceRows(const Model &model) {
     auto rows = json::array();
     for (const auto &[name, d] : model.devices()) {
@@ -338,8 +364,9 @@ json logRows(const Model &model) {
 }
 
 constexpr std::pair<const char *, json (*)(const Model &)> kTables[] = {
-    {"ports", portRows}, {"lags", lagRows},  {"vlans", vlanRows},     {"associations", associationRows},
-    {"fdb", fdbRows},    {"lldp", lldpRows}, {"devices", deviceRows}, {"log", logRows}};
+    {"ports", portRows}, {"lags", lagRows},  {"vlans", vlanRows}, {"associations", associationRows},
+    {"fdb", fdbRows},    {"lldp", lldpRows}, {"arp", arpRows},    {"devices", deviceRows},
+    {"log", logRows}};
 
 json tableOf(const Request &r) {
     const auto name = r.body.at("name").get<std::string>();
@@ -350,9 +377,10 @@ json tableOf(const Request &r) {
 }
 
 constexpr std::pair<const char *, json (*)(const Request &)> kOperations[] = {
-    {"plug", plug},     {"unplug", unplug}, {"move", moveDevice}, {"talk", talk},        {"link", link},
-    {"cli", cliLine},   {"help", cliHelp},  {"exec", execLines},  {"latency", latency},  {"fault", addFault},
-    {"faults", faults}, {"table", tableOf}, {"events", events},   {"counters", counters}};
+    {"plug", plug},       {"unplug", unplug},     {"move", moveDevice},    {"talk", talk},
+    {"link", link},       {"cli", cliLine},       {"help", cliHelp},       {"exec", execLines},
+    {"latency", latency}, {"fault", addFault},    {"faults", faults},      {"table", tableOf},
+    {"events", events},   {"counters", counters}, {"dataplane", dataPlane}};
 
 json answer(Server &server, std::map<std::string, CliSession> &sessions, const std::string &text) {
     const auto body = json::parse(text, [](int depth, json::parse_event_t, json &) {

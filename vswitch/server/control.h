@@ -5,8 +5,9 @@
 //   move      {name, port, behind}           talk    {name, on}            link   {port, state: up|down|auto}
 //   cli       {session, line} -> {output, prompt}     help {session, line} -> {output}     exec {lines} ->
 //   {output} latency   {ms}                           fault   {call, code, nth, once}   faults {clear} ->
-//   {faults} table     {name} -> {rows}: ports, lags, vlans, associations, fdb, lldp, devices, log events
-//   {since} -> {events, last}      counters {reset} -> {calls, total, unknownCommands, ...}
+//   {faults} table     {name} -> {rows}: ports, lags, vlans, associations, fdb, lldp, arp, devices, log
+//   events {since} -> {events, last}      counters {reset} -> {calls, total, unknownCommands, ...} dataplane
+//   -> {driver: scenario | ovs, settled: all configuration has reached the wire, processes, flows, ...}
 #ifndef PAVO_VSWITCH_SERVER_CONTROL_H
 #define PAVO_VSWITCH_SERVER_CONTROL_H
 

@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 #include <asio.hpp>
+#include <charconv>
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
@@ -14,6 +15,7 @@
 #include <sstream>
 
 #include "platform/paths.h"
+#include "vswitch/dataplane/ovs_data_plane.h"
 #include "vswitch/rpc/wire.h"
 #include "vswitch/server/server.h"
 
@@ -68,10 +70,64 @@ class Connection : public std::enable_shared_from_this<Connection> {
     std::string body_, reply_;
 };
 
+// The running configuration in a file, so that the switch comes back with it however it ended. Absent path:
+// not kept.
+class SavedState {
+  public:
+    SavedState(Server &server, std::string path) : server_(server), path_(std::move(path)) {}
+
+    // Applies what was kept; false when there is nothing.
+    bool restore() {
+        std::ifstream in(path_);
+        if (path_.empty() || !in)
+            return false;
+        std::ostringstream script;
+        script << in.rdbuf();
+        server_.cli().runScript(script.str());
+        saved_ = commands();
+        return true;
+    }
+
+    // Writes what has changed, once a second at the most; the file is there whole or not at all.
+    void keep(bool now = false) {
+        const auto time = std::chrono::steady_clock::now();
+        if (path_.empty() || (!now && time < next_))
+            return;
+        next_ = time + std::chrono::seconds(1);
+        auto wanted = commands();
+        if (wanted == saved_)
+            return;
+        const auto draft = path_ + ".new";
+        std::ofstream out(draft, std::ios::trunc);
+        out << wanted;
+        out.close();
+        if (!out || std::rename(draft.c_str(), path_.c_str()) != 0) {
+            server_.model().log(3, "CONFIG", "saveTask", "cannot write " + path_);
+            return;
+        }
+        saved_ = std::move(wanted);
+    }
+
+  private:
+    // Without the comments, which hold the time.
+    std::string commands() {
+        std::istringstream all(server_.cli().show("show running-config").value_or(""));
+        std::string out;
+        for (std::string line; std::getline(all, line);)
+            if (!line.starts_with('!'))
+                out += line + '\n';
+        return out;
+    }
+
+    Server &server_;
+    std::string path_, saved_;
+    std::chrono::steady_clock::time_point next_{};
+};
+
 class Listener {
   public:
-    Listener(asio::io_context &io, Server &server, const std::string &address)
-        : acceptor_(io, stream_protocol::endpoint(address)), timer_(io), server_(server) {
+    Listener(asio::io_context &io, Server &server, SavedState &state, const std::string &address)
+        : acceptor_(io, stream_protocol::endpoint(address)), timer_(io), server_(server), state_(state) {
         accept();
         keepTime();
     }
@@ -86,13 +142,15 @@ class Listener {
         });
     }
 
-    // Tables age and delayed changes take effect also while nobody calls.
+    // Tables age, delayed changes take effect and the data plane is followed also while nobody calls.
     void keepTime() {
-        timer_.expires_after(std::chrono::milliseconds(100));
+        timer_.expires_after(std::chrono::milliseconds(50));
         timer_.async_wait([this](asio::error_code error) {
             if (error)
                 return;
             server_.tick();
+            server_.exchangeWithDataPlane();
+            state_.keep();
             keepTime();
         });
     }
@@ -100,6 +158,7 @@ class Listener {
     stream_protocol::acceptor acceptor_;
     asio::steady_timer timer_;
     Server &server_;
+    SavedState &state_;
 };
 
 int fail(const std::string &why) {
@@ -107,7 +166,38 @@ int fail(const std::string &why) {
     return 1;
 }
 
-int serve(const vswitch::ModelConfig &config, const std::string &startup) {
+struct Options {
+    vswitch::ModelConfig model;
+    std::string startup, state, dataPlane = "scenario";
+    std::vector<std::string> ports;
+};
+
+// "5=p5,7=p7": what Linux accepts as an interface name, and nothing a tool could take for more.
+vswitch::PortMap portMapOf(const std::vector<std::string> &entries) {
+    vswitch::PortMap ports;
+    for (const auto &entry : entries) {
+        const auto equals = entry.find('=');
+        const auto name = equals == std::string::npos ? "" : entry.substr(equals + 1);
+        const bool nameGood = !name.empty() && name.size() <= 15 && name.front() != '-' &&
+                              name.front() != '.' &&
+                              name.find_first_not_of(
+                                  "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"
+                                  "0123456789_.-") == std::string::npos;
+        unsigned number = 0;
+        const auto [end, error] = std::from_chars(entry.data(), entry.data() + entry.size(), number);
+        if (!nameGood || error != std::errc{} || end != entry.data() + equals ||
+            !ports.emplace(number, name).second)
+            throw std::invalid_argument("not a port and its interface, or a port twice: " + entry);
+        for (const auto &[port, other] : ports)
+            if (port != number && other == name)
+                throw std::invalid_argument("an interface twice: " + entry);
+    }
+    return ports;
+}
+
+int serve(const Options &options) {
+    const auto &config = options.model;
+    const auto &startup = options.startup;
     // The folders that programs on the switch expect.
     std::error_code ignored;
     const std::filesystem::path socketPath(platform::fsPath(vswitch::rpc::kSocketPath));
@@ -123,7 +213,8 @@ int serve(const vswitch::ModelConfig &config, const std::string &startup) {
         return fail("already running: " + lockPath);
 
     Server server(config);
-    if (!startup.empty()) {
+    SavedState state(server, options.state);
+    if (!state.restore() && !startup.empty()) {
         std::ifstream in(startup);
         std::ostringstream script;
         if (!(script << in.rdbuf()))
@@ -133,12 +224,16 @@ int serve(const vswitch::ModelConfig &config, const std::string &startup) {
             std::fprintf(stderr, "vswitchd: some commands of %s were refused\n", startup.c_str());
     }
 
+    if (options.dataPlane == "ovs")
+        server.attach(
+            vswitch::startOvsDataPlane(portMapOf(options.ports), socketPath.string() + ".dataplane"));
+
     // A socket address is short, a root may be deep: bind from inside the folder.
     asio::io_context io(1);
     const int folder = ::open(socketPath.parent_path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
     ::unlink(socketPath.c_str());
     const auto mask = ::umask(0077);
-    Listener listener(io, server,
+    Listener listener(io, server, state,
                       "/proc/self/fd/" + std::to_string(folder) + "/" + socketPath.filename().string());
     ::umask(mask);
     ::close(folder);
@@ -149,6 +244,7 @@ int serve(const vswitch::ModelConfig &config, const std::string &startup) {
                 socketPath.c_str());
     std::fflush(stdout);
     io.run();
+    state.keep(true);
     ::unlink(socketPath.c_str());
     return 0;
 }
@@ -158,8 +254,8 @@ int serve(const vswitch::ModelConfig &config, const std::string &startup) {
 int main(int argc, char **argv) try {
     CLI::App app{
         "vswitchd - the virtual switch OS.\nListens on /tmp/vswitchd.sock under the folder PAVO_ROOT."};
-    vswitch::ModelConfig config;
-    std::string startup;
+    Options options;
+    auto &config = options.model;
     app.add_option("--ports", config.physicalPorts, "Physical ports")
         ->check(CLI::Range(1u, vswitch::kInterfacesMax))
         ->capture_default_str();
@@ -169,11 +265,24 @@ int main(int argc, char **argv) try {
     app.add_option("--fdb", config.fdbCapacity, "Forwarding table entries")->capture_default_str();
     app.add_option("--model", config.machineModel, "Machine model")->capture_default_str();
     app.add_option("--name", config.hostName, "Host name")->capture_default_str();
-    app.add_option("--config", startup, "Start-up configuration: a file of CLI commands");
+    app.add_option("--config", options.startup, "Start-up configuration: a file of CLI commands");
+    app.add_option("--state", options.state,
+                   "Keep the running configuration in this file and start with it when it is there");
+    app.add_option(
+           "--dataplane", options.dataPlane,
+           "Who forwards: scenario (vswitchctl plugs devices in) or ovs (Open vSwitch and lldpd on the "
+           "interfaces of --port-map; root)")
+        ->check(CLI::IsMember({"scenario", "ovs"}))
+        ->capture_default_str();
+    auto *portMap =
+        app.add_option("--port-map", options.ports, "Ports that are Linux interfaces, as 5=eth1,7=eth2")
+            ->delimiter(',');
     CLI11_PARSE(app, argc, argv);
     if (config.physicalPorts + config.lags > vswitch::kInterfacesMax)
         return fail("at most " + std::to_string(vswitch::kInterfacesMax) + " interfaces in all");
-    return serve(config, startup);
+    if ((options.dataPlane == "ovs") == options.ports.empty())
+        return fail(portMap->get_name() + " goes with --dataplane ovs");
+    return serve(options);
 } catch (const std::exception &e) {
     return fail(e.what());
 }

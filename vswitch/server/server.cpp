@@ -1,6 +1,7 @@
 #include "vswitch/server/server.h"
 
 #include <msgpack.hpp>
+#include <stdexcept>
 #include <tuple>
 #include <unordered_map>
 
@@ -62,6 +63,32 @@ Server::Server(ModelConfig config) : model_(std::move(config)), cli_(model_), ca
 
 void Server::tick() {
     model_.advanceTo(platform::monotonicNow(), platform::wallNow());
+}
+
+void Server::attach(std::unique_ptr<DataPlane> dataPlane) {
+    livePorts_ = dataPlane->ports();
+    for (const auto &[port, netdev] : livePorts_)
+        if (model_.setLive(port) != OPEN_E_NONE)
+            throw std::invalid_argument("no port 0/" + std::to_string(port) + " for " + netdev);
+    dataPlane_ = std::move(dataPlane);
+    pushed_ = wireConfigOf(model_, livePorts_);
+    dataPlane_->push(pushed_, ++generation_);
+}
+
+void Server::exchangeWithDataPlane() {
+    if (!dataPlane_)
+        return;
+    if (auto wanted = wireConfigOf(model_, livePorts_); wanted != pushed_) {
+        pushed_ = std::move(wanted);
+        dataPlane_->push(pushed_, ++generation_);
+    }
+    if (const auto view = dataPlane_->collect())
+        putIntoModel(model_, *view, generation_);
+}
+
+bool Server::settled() const {
+    return !dataPlane_ ||
+           (dataPlane_->status().generation == generation_ && wireConfigOf(model_, livePorts_) == pushed_);
 }
 
 open_error_t Server::faultOf(std::string_view call) {

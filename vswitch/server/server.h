@@ -6,11 +6,13 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "vswitch/cli/cli.h"
+#include "vswitch/dataplane/wire_config.h"
 #include "vswitch/model/model.h"
 #include "vswitch/server/calls.h"
 
@@ -39,6 +41,16 @@ class Server {
     // Moves the switch to the present of the program's clock.
     void tick();
 
+    // Lets a data plane forward for its ports from now on. Throws std::invalid_argument when it has ports
+    // that the switch has not.
+    void attach(std::unique_ptr<DataPlane> dataPlane);
+    DataPlane *dataPlane() { return dataPlane_.get(); }
+    // Hands changes of the configuration to the data plane and takes over what it has seen; to be called
+    // often.
+    void exchangeWithDataPlane();
+    // False while a change of the configuration has not reached the wire.
+    bool settled() const;
+
     Model &model() { return model_; }
     Cli &cli() { return cli_; }
 
@@ -60,6 +72,10 @@ class Server {
     std::vector<Fault> faults_;
     std::map<std::string, std::uint64_t, std::less<>> counts_;
     std::uint64_t total_ = 0;
+    std::unique_ptr<DataPlane> dataPlane_;
+    PortMap livePorts_;
+    WireConfig pushed_;
+    std::uint64_t generation_ = 0;
     std::map<std::string, CliSession> sessions_;  // of the control request "cli"
 };
 

@@ -1,0 +1,106 @@
+// What forwards the frames of the virtual switch's ports. The model is the one source of configuration: a
+// data plane is handed what its ports are to do and gives back what the wire shows. Devices on ports that no
+// data plane claims are played by the model; nothing above the model can tell the difference.
+#ifndef PAVO_VSWITCH_DATAPLANE_DATA_PLANE_H
+#define PAVO_VSWITCH_DATAPLANE_DATA_PLANE_H
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "vswitch/model/types.h"
+
+namespace vswitch {
+
+// Interface number of a physical port to the name of its Linux interface.
+using PortMap = std::map<IfNum, std::string>;
+
+// One line of an access list: addresses as "address/mask", empty for any.
+struct WireRule {
+    bool permit = false;
+    std::string source, destination;
+
+    bool operator==(const WireRule &) const = default;
+};
+
+struct WirePort {
+    std::string netdev;
+    bool adminUp = true;
+    std::uint32_t mtu = 1500;  // bytes of payload, as Linux counts
+
+    bool operator==(const WirePort &) const = default;
+};
+
+// What forwards: a port of its own, or a LAG for its members.
+struct WireInterface {
+    VlanId pvid = kDefaultVlan;
+    AcceptFrames acceptFrames = AcceptFrames::All;
+    std::map<VlanId, bool> vlans;                  // takes part in; true: sends them tagged
+    std::vector<IfNum> members;                    // the ports it sends and receives by
+    std::optional<std::vector<WireRule>> in, out;  // IPv4 filters; what no line matches is dropped
+
+    bool operator==(const WireInterface &) const = default;
+};
+
+struct WireConfig {
+    std::map<IfNum, WirePort> ports;
+    std::map<IfNum, WireInterface> interfaces;
+    std::map<Mac, VlanId> associations;
+    Duration ageTime{};  // of learned addresses, on the switch's clock
+    std::size_t fdbCapacity = 0;
+    std::uint64_t fdbClears = 0;  // counts the times that everything learned was to be forgotten
+    std::string systemName, systemDescription;  // of the LLDP frames that the switch sends
+
+    bool operator==(const WireConfig &) const = default;
+};
+
+// What the wire shows at one moment.
+struct WireView {
+    std::uint64_t generation = 0;  // of the configuration that was in force when the addresses were read
+    std::map<IfNum, bool> carrier;
+    // Absent while they cannot be read; what was known before then stays.
+    std::optional<std::vector<SeenAddress>> addresses;
+    std::optional<std::vector<SeenNeighbour>> neighbours;
+    std::optional<std::map<ArpKey, Mac>> arp;
+    std::vector<std::string> messages;  // what the operator should know; for the system log
+};
+
+struct DataPlaneProcess {
+    std::string name;
+    int pid = 0;  // 0 while it does not run
+    std::uint64_t starts = 0;
+};
+
+// For operators, tests and measurements.
+struct DataPlaneStatus {
+    std::string driver;
+    std::vector<DataPlaneProcess> processes;
+    std::uint64_t generation = 0;       // of the configuration in force
+    std::size_t flows = 0;              // that configure; learned ones not counted
+    std::uint64_t flowChanges = 0;      // since start
+    std::uint64_t lastFlowChanges = 0;  // of the last push that changed any
+    double lastPushMs = 0;              // real milliseconds of that push
+};
+
+class DataPlane {
+  public:
+    virtual ~DataPlane() = default;
+
+    virtual PortMap ports() const = 0;
+
+    // Puts a configuration into force, as differences to the one before; returns at once. `generation` grows
+    // with every call. What cannot be done now is tried again until it can.
+    virtual void push(const WireConfig &config, std::uint64_t generation) = 0;
+
+    // What has been seen since the last call; nothing when that is nothing new.
+    virtual std::optional<WireView> collect() = 0;
+
+    virtual DataPlaneStatus status() const = 0;
+};
+
+}  // namespace vswitch
+
+#endif

@@ -1,0 +1,56 @@
+// The forwarding rules of a switch as OpenFlow rows, and the least that must change from one set to another.
+// Pure functions; the rows are texts as ovs-ofctl reads them.
+//
+//   table 0   ports: which interface (port or LAG) received the frame; reserved addresses, accepted frame
+//   types table 1   access lists of what comes in table 2   the frame's VLAN: the association of its source
+//   address, the PVID, or its tag; from here on every
+//             frame carries its VLAN as a tag
+//   table 3   ARP is noted in table 11
+//   table 4   the source address is learned into table 10, the destination looked up there
+//   table 10  learned addresses: the interface behind which the destination is
+//   table 11  learned ARP pairs
+//   table 20  delivery: to that interface, or to all that take part in the VLAN
+//   table 30  access lists of what goes out of interfaces that have some
+//
+// Register 0 holds the interface of the destination, register 1 that of the source, register 4 the one in
+// table 30.
+#ifndef PAVO_VSWITCH_DATAPLANE_FLOWS_H
+#define PAVO_VSWITCH_DATAPLANE_FLOWS_H
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "vswitch/dataplane/data_plane.h"
+
+namespace vswitch {
+
+// Table, priority and match of a row, and its actions.
+using Flows = std::map<std::string, std::string>;
+
+inline constexpr int kFdbTable = 10, kArpTable = 11;
+// Cookies of learned rows: this bit, and the interface's number in the address table.
+inline constexpr std::uint64_t kLearnedCookie = 1ull << 40;
+inline constexpr std::uint64_t kArpCookie = kLearnedCookie | (1ull << 32);
+
+// `ageSeconds` is the real time after which a silent address is forgotten.
+Flows flowsOf(const WireConfig &config, std::uint32_t ageSeconds);
+
+// Lines for "ovs-ofctl add-flows" that make `wanted` of `present`, taking back first.
+std::vector<std::string> flowChanges(const Flows &present, const Flows &wanted);
+
+// Lines that take every row out of the tables that flowsOf fills.
+std::vector<std::string> flowClear();
+
+// What of the learned addresses is wrong after the change from one configuration to the other, as lines that
+// forget it: addresses of changed associations, of interfaces whose VLANs, PVID or members changed.
+std::vector<std::string> staleAddresses(const WireConfig &before, const WireConfig &now);
+
+std::string forgetInterface(IfNum interface);
+std::string forgetMac(const Mac &mac);
+// The row that learning would have made, to be forgotten after `seconds`.
+std::string learnedFlow(const SeenAddress &address, std::uint32_t seconds);
+
+}  // namespace vswitch
+
+#endif

@@ -1,0 +1,100 @@
+#include "vswitch/dataplane/link_watch.h"
+
+#include <linux/if.h>
+#include <linux/if_link.h>
+#include <linux/rtnetlink.h>
+#include <sys/socket.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <system_error>
+
+namespace vswitch {
+namespace {
+
+struct LinkRequest {
+    nlmsghdr header;
+    ifinfomsg link;
+};
+
+void send(int socket, LinkRequest request) {
+    request.header.nlmsg_len = sizeof request;
+    request.link.ifi_family = AF_UNSPEC;
+    // A request that is lost shows as a state that is not as wanted; the caller tries again.
+    ::send(socket, &request, sizeof request, 0);
+}
+
+}  // namespace
+
+LinkWatch::LinkWatch(std::set<std::string> names)
+    : names_(std::move(names)),
+      socket_(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE)) {
+    sockaddr_nl address{};
+    address.nl_family = AF_NETLINK;
+    address.nl_groups = RTMGRP_LINK;
+    if (!socket_ || ::bind(socket_.get(), reinterpret_cast<sockaddr *>(&address), sizeof address) != 0)
+        throw std::system_error(errno, std::generic_category(), "cannot watch network interfaces");
+    requestAll();
+}
+
+void LinkWatch::requestAll() {
+    LinkRequest request{};
+    request.header.nlmsg_type = RTM_GETLINK;
+    request.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+    send(socket_.get(), request);
+}
+
+void LinkWatch::setUp(const std::string &name, bool up) {
+    const auto link = links_.find(name);
+    if (link == links_.end())
+        return;
+    LinkRequest request{};
+    request.header.nlmsg_type = RTM_NEWLINK;
+    request.header.nlmsg_flags = NLM_F_REQUEST;
+    request.link.ifi_index = link->second.index;
+    request.link.ifi_flags = up ? unsigned{IFF_UP} : 0;
+    request.link.ifi_change = IFF_UP;
+    send(socket_.get(), request);
+}
+
+void LinkWatch::update() {
+    alignas(nlmsghdr) std::array<char, 32768> buffer;
+    for (;;) {
+        const auto got = ::recv(socket_.get(), buffer.data(), buffer.size(), 0);
+        if (got > 0) {
+            take(buffer.data(), static_cast<std::size_t>(got));
+        } else if (got < 0 && errno == ENOBUFS) {
+            // News were lost: ask for everything.
+            requestAll();
+        } else if (got == 0 || errno != EINTR) {
+            return;
+        }
+    }
+}
+
+void LinkWatch::take(const char *message, std::size_t length) {
+    for (auto *header = reinterpret_cast<const nlmsghdr *>(message); NLMSG_OK(header, length);
+         header = NLMSG_NEXT(header, length)) {
+        if (header->nlmsg_type != RTM_NEWLINK && header->nlmsg_type != RTM_DELLINK)
+            continue;
+        const auto *link = static_cast<const ifinfomsg *>(NLMSG_DATA(header));
+        auto left = IFLA_PAYLOAD(header);
+        std::string name;
+        for (auto *attribute = IFLA_RTA(link); RTA_OK(attribute, left); attribute = RTA_NEXT(attribute, left))
+            if (attribute->rta_type == IFLA_IFNAME) {
+                const auto *text = static_cast<const char *>(RTA_DATA(attribute));
+                name.assign(text, ::strnlen(text, RTA_PAYLOAD(attribute)));
+            }
+        // A watched interface that got another name is gone as well.
+        std::erase_if(links_, [&](const auto &item) {
+            return item.second.index == link->ifi_index &&
+                   (item.first != name || header->nlmsg_type == RTM_DELLINK);
+        });
+        if (header->nlmsg_type == RTM_NEWLINK && names_.contains(name))
+            links_[name] = {link->ifi_index, (link->ifi_flags & IFF_UP) != 0,
+                            (link->ifi_flags & IFF_UP) != 0 && (link->ifi_flags & IFF_LOWER_UP) != 0};
+    }
+}
+
+}  // namespace vswitch

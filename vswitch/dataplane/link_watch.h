@@ -1,0 +1,47 @@
+// State of Linux interfaces, told by the kernel as it changes (rtnetlink). Works whether or not anything
+// forwards for them. One thread.
+#ifndef PAVO_VSWITCH_DATAPLANE_LINK_WATCH_H
+#define PAVO_VSWITCH_DATAPLANE_LINK_WATCH_H
+
+#include <map>
+#include <set>
+#include <string>
+
+#include "vswitch/dataplane/process.h"
+
+namespace vswitch {
+
+struct LinkState {
+    int index = 0;  // of the Linux interface; another one after it was taken away and came back
+    bool up = false, carrier = false;
+
+    bool operator==(const LinkState &) const = default;
+};
+
+class LinkWatch {
+  public:
+    // Watches the interfaces of these names in the network namespace of the calling thread. Throws
+    // std::system_error when the kernel does not offer it.
+    explicit LinkWatch(std::set<std::string> names);
+
+    // Readable when something may have changed.
+    int descriptor() const { return socket_.get(); }
+    // Reads what there is.
+    void update();
+    // Interfaces that exist.
+    const std::map<std::string, LinkState> &links() const { return links_; }
+    // Asks the kernel to set an interface up or down.
+    void setUp(const std::string &name, bool up);
+
+  private:
+    void requestAll();
+    void take(const char *message, std::size_t length);
+
+    std::set<std::string> names_;
+    Descriptor socket_;
+    std::map<std::string, LinkState> links_;
+};
+
+}  // namespace vswitch
+
+#endif

@@ -1,0 +1,593 @@
+#include "vswitch/dataplane/ovs_data_plane.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+#include "platform/clock.h"
+#include "vswitch/dataplane/flows.h"
+#include "vswitch/dataplane/link_watch.h"
+#include "vswitch/dataplane/process.h"
+#include "vswitch/dataplane/reading.h"
+
+namespace vswitch {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+constexpr auto kReadPeriod = milliseconds(500), kNeighbourPeriod = milliseconds(1000);
+constexpr auto kRetry = milliseconds(50);
+constexpr auto kReadLimit = milliseconds(5000), kPushLimit = milliseconds(20000);
+// A server that ends again within this time of its start waits longer before the next, up to the maximum.
+constexpr auto kSoon = milliseconds(2000), kRestartMax = milliseconds(5000);
+
+constexpr const char *kBridge = "vswitch0";
+constexpr const char *kSchema = "/usr/share/openvswitch/vswitch.ovsschema";
+
+std::string inFolder(const std::string &folder, const char *name) {
+    return folder + "/" + name;
+}
+
+// Makes the folder anew: nothing of an earlier switch counts.
+std::string freshFolder(const std::string &folder) {
+    std::filesystem::remove_all(folder);
+    std::filesystem::create_directories(folder);
+    // The clients of lldpd give up their rights before they look for its socket.
+    std::filesystem::permissions(folder, std::filesystem::perms::owner_all |
+                                             std::filesystem::perms::group_exec |
+                                             std::filesystem::perms::others_exec);
+    return std::filesystem::canonical(folder);
+}
+
+std::set<std::string> namesOf(const PortMap &ports) {
+    std::set<std::string> names;
+    for (const auto &[port, netdev] : ports)
+        names.insert(netdev);
+    return names;
+}
+
+std::string joined(const std::set<std::string> &names) {
+    std::string out;
+    for (const auto &name : names)
+        out += (out.empty() ? "" : ",") + name;
+    return out;
+}
+
+Duration onSwitchClock(std::chrono::seconds real) {
+    return Duration(
+        static_cast<std::int64_t>(static_cast<double>(Duration(real).count()) * platform::clockRate()));
+}
+
+std::uint32_t inRealSeconds(Duration onClock) {
+    const auto seconds = static_cast<double>(onClock.count()) / 1e6 / platform::clockRate();
+    return static_cast<std::uint32_t>(std::clamp(seconds, 1.0, 65535.0));
+}
+
+// One server and when it may be started again.
+struct Watched {
+    ServerProcess process;
+    Clock::time_point started{}, notBefore{};
+    milliseconds pause{};
+};
+
+class OvsDataPlane : public DataPlane {
+  public:
+    OvsDataPlane(const PortMap &ports, const std::string &folder)
+        : ports_(ports),
+          folder_(freshFolder(folder)),
+          links_(namesOf(ports)),
+          wake_(::eventfd(0, EFD_CLOEXEC)) {
+        if (!wake_)
+            throw std::system_error(errno, std::generic_category(), "eventfd");
+        const auto made =
+            runTool({"ovsdb-tool", "create", inFolder(folder_, "conf.db"), kSchema}, folder_, kReadLimit);
+        if (!made.good())
+            throw std::runtime_error("cannot create the database of Open vSwitch: " + made.error);
+        // lldpd keeps to what it is told here, whatever the machine's own configuration says.
+        std::ofstream(inFolder(folder_, "lldpd.conf")) << "";
+        // Where Open vSwitch puts the sockets of its bridges.
+        ::setenv("OVS_RUNDIR", folder_.c_str(), 1);
+        thread_ = std::thread([this] { run(); });
+    }
+
+    ~OvsDataPlane() override {
+        stop_ = true;
+        wake();
+        thread_.join();
+        std::error_code ignored;
+        std::filesystem::remove_all(folder_, ignored);
+    }
+
+    PortMap ports() const override { return ports_; }
+
+    void push(const WireConfig &config, std::uint64_t generation) override {
+        {
+            const std::lock_guard lock(mutex_);
+            wanted_ = config;
+            wantedGeneration_ = generation;
+        }
+        wake();
+    }
+
+    std::optional<WireView> collect() override {
+        const std::lock_guard lock(mutex_);
+        return std::exchange(view_, std::nullopt);
+    }
+
+    DataPlaneStatus status() const override {
+        const std::lock_guard lock(mutex_);
+        return status_;
+    }
+
+  private:
+    // --- the thread
+
+    void run() {
+        const auto path = [this](const char *name) { return inFolder(folder_, name); };
+        const auto database = "unix:" + path("db.sock");
+        const std::string file = "-vfile:off", console = "-vconsole:warn", syslog = "-vsyslog:off";
+        servers_.push_back({{"ovsdb-server",
+                             {"ovsdb-server", path("conf.db"), "--remote=punix:" + path("db.sock"),
+                              "--unixctl=" + path("db.ctl"), "--no-chdir", console, file, syslog},
+                             folder_}});
+        servers_.push_back({{"ovs-vswitchd",
+                             {"ovs-vswitchd", database, "--unixctl=" + path("switch.ctl"), "--no-chdir",
+                              console, file, syslog},
+                             folder_}});
+        servers_.push_back({{"lldpd", {}, folder_}});
+        while (!stop_) {
+            superviseServers();
+            links_.update();
+            followLinks();
+            putIntoForce();
+            read();
+            publishStatus();
+            wait();
+        }
+        // Forwarding ends before the database does.
+        for (auto server = servers_.rbegin(); server != servers_.rend(); ++server)
+            server->process.stop();
+    }
+
+    void wake() const {
+        const std::uint64_t one = 1;
+        // Fails only when it is readable anyway.
+        [[maybe_unused]] const auto written = ::write(wake_.get(), &one, sizeof one);
+    }
+
+    void wait() {
+        std::vector<pollfd> ends{{wake_.get(), POLLIN, 0}, {links_.descriptor(), POLLIN, 0}};
+        auto until = std::min(nextRead_, nextNeighbours_);
+        for (const auto &server : servers_) {
+            if (server.process.running())
+                ends.push_back({server.process.endDescriptor(), POLLIN, 0});
+            else
+                until = std::min(until, server.notBefore);
+        }
+        if (retryAt_ != Clock::time_point{})
+            until = std::min(until, retryAt_);
+        const auto left = std::chrono::ceil<milliseconds>(until - Clock::now()).count();
+        if (::poll(ends.data(), ends.size(), static_cast<int>(std::clamp<long>(left, 0, 60'000))) > 0 &&
+            ends[0].revents != 0) {
+            std::uint64_t count = 0;
+            [[maybe_unused]] const auto got = ::read(wake_.get(), &count, sizeof count);
+        }
+    }
+
+    void say(const std::string &text) {
+        const std::lock_guard lock(mutex_);
+        newView().messages.push_back(text);
+    }
+
+    // A failure is reported once, and only when it lasts: servers take a moment to be there.
+    bool good(const ToolResult &result, const char *what) {
+        auto &failure = failures_[what];
+        if (result.good()) {
+            failure = {};
+            return true;
+        }
+        if (failure.since == Clock::time_point{})
+            failure.since = Clock::now();
+        if (!failure.said && Clock::now() - failure.since > kSoon) {
+            failure.said = true;
+            say(std::string(what) + ": " + result.error.substr(0, result.error.find('\n')));
+        }
+        return false;
+    }
+
+    WireView &newView() {
+        if (!view_)
+            view_.emplace();
+        return *view_;
+    }
+
+    // --- servers
+
+    Watched &database() { return servers_[0]; }
+    Watched &forwarder() { return servers_[1]; }
+    Watched &lldp() { return servers_[2]; }
+
+    void superviseServers() {
+        for (auto &server : servers_) {
+            std::string how;
+            if (server.process.ended(how)) {
+                say(server.process.name() + " " + how + ", starting it again");
+                const auto lived = Clock::now() - server.started;
+                server.pause = lived > kSoon ? milliseconds(0)
+                                             : std::min<milliseconds>(kRestartMax, server.pause * 2 + kRetry);
+                server.notBefore = Clock::now() + server.pause;
+                hasEnded(server);
+            }
+            if (!server.process.running() && Clock::now() >= server.notBefore)
+                start(server);
+        }
+    }
+
+    void hasEnded(Watched &server) {
+        if (&server == &forwarder()) {
+            // Its rows are gone with it; what it had learned is given to the next one.
+            flows_.clear();
+            known_ = false;
+            applied_.reset();
+            restore_ = true;
+        } else if (&server == &database()) {
+            database_.clear();
+            bridgeMade_ = false;
+        }
+    }
+
+    void start(Watched &server) {
+        // It would look for its database again only a second later.
+        if (&server == &forwarder() && !std::filesystem::exists(inFolder(folder_, "db.sock"))) {
+            server.notBefore = Clock::now() + kRetry;
+            return;
+        }
+        if (&server == &lldp()) {
+            if (!described()) {
+                server.notBefore = Clock::now() + kRetry;
+                return;
+            }
+            // A socket of a killed one is in the way. The name is short whatever the folder's is.
+            ::unlink(inFolder(folder_, "lldp.sock").c_str());
+            ::mkdir("/run/lldpd", 0755);
+            server.process.setArguments({"lldpd", "-d", "-u", "lldp.sock", "-O", "lldpd.conf", "-S",
+                                         description_, "-I", joined(namesOf(ports_))});
+            named_.clear();
+            lldpSince_ = Clock::now();
+        }
+        server.started = Clock::now();
+        if (server.process.start())
+            return;
+        good({-1, "", "cannot be started"}, server.process.name().c_str());
+        server.notBefore = Clock::now() + kRestartMax;
+    }
+
+    // --- links
+
+    LinkState linkOf(IfNum port) const {
+        const auto it = links_.links().find(ports_.at(port));
+        return it == links_.links().end() ? LinkState{} : it->second;
+    }
+
+    void followLinks() {
+        std::map<IfNum, bool> changed;
+        for (const auto &[port, netdev] : ports_) {
+            const bool carrier = linkOf(port).carrier;
+            if (const auto [it, fresh] = carrier_.try_emplace(port, carrier);
+                fresh || it->second != carrier) {
+                it->second = carrier;
+                changed[port] = carrier;
+            }
+        }
+        if (!changed.empty()) {
+            const std::lock_guard lock(mutex_);
+            newView().carrier.insert(changed.begin(), changed.end());
+            for (const auto &[port, up] : changed)
+                newView().carrier[port] = up;
+        }
+        for (const auto &[port, up] : changed) {
+            if (up)
+                linkUpSince_[port] = Clock::now();
+            // Nothing is behind a port without link.
+            if (!up && applied_)
+                for (const auto &[num, interface] : applied_->interfaces)
+                    if (std::ranges::find(interface.members, port) != interface.members.end() &&
+                        !anyCarrier(interface))
+                        forget_.push_back(forgetInterface(num));
+        }
+        if (applied_)
+            for (const auto &[port, settings] : applied_->ports)
+                if (const auto link = linkOf(port); link.index != 0 && link.up != settings.adminUp)
+                    links_.setUp(settings.netdev, settings.adminUp);
+    }
+
+    bool anyCarrier(const WireInterface &interface) const {
+        return std::ranges::any_of(interface.members, [&](IfNum port) { return linkOf(port).carrier; });
+    }
+
+    // --- configuration
+
+    bool described() {
+        const std::lock_guard lock(mutex_);
+        if (!wanted_)
+            return false;
+        description_ = wanted_->systemDescription;
+        return true;
+    }
+
+    void putIntoForce() {
+        std::optional<WireConfig> wanted;
+        std::uint64_t generation = 0;
+        {
+            const std::lock_guard lock(mutex_);
+            wanted = wanted_;
+            generation = wantedGeneration_;
+        }
+        if (!wanted || Clock::now() < retryAt_ || !database().process.running() ||
+            !forwarder().process.running())
+            return;
+        if (applied_ && appliedGeneration_ == generation && forget_.empty())
+            return;
+        const bool done = pushPorts(*wanted) && pushFlows(*wanted);
+        retryAt_ = done ? Clock::time_point{} : Clock::now() + kRetry;
+        if (!done)
+            return;
+        applied_ = std::move(wanted);
+        appliedGeneration_ = generation;
+        followLinks();
+    }
+
+    // Bridge, ports and their frame size, in one transaction.
+    bool pushPorts(const WireConfig &wanted) {
+        Arguments arguments{"ovs-vsctl", "--db=unix:" + inFolder(folder_, "db.sock"), "--timeout=2",
+                            "--no-wait"};
+        const auto empty = arguments.size();
+        const auto add = [&](Arguments words) {
+            arguments.push_back("--");
+            arguments.insert(arguments.end(), words.begin(), words.end());
+        };
+        if (!bridgeMade_) {
+            add({"--may-exist", "add-br", kBridge});
+            add({"set", "Bridge", kBridge, "datapath_type=netdev", "fail_mode=secure",
+                 "other-config:disable-in-band=true", "protocols=OpenFlow10,OpenFlow14"});
+            // Room for the row of unknown destinations, too.
+            add({"--id=@table", "create", "Flow_Table", "name=fdb",
+                 "flow_limit=" + std::to_string(wanted.fdbCapacity + 1)});
+            add({"set", "Bridge", kBridge, "flow_tables:" + std::to_string(kFdbTable) + "=@table"});
+        }
+        for (const auto &[port, settings] : wanted.ports) {
+            const auto it = database_.find(port);
+            if (it == database_.end())
+                add({"--may-exist", "add-port", kBridge, settings.netdev});
+            if (it == database_.end() || it->second != settings.mtu)
+                add({"set", "Interface", settings.netdev, "ofport_request=" + std::to_string(port),
+                     "mtu_request=" + std::to_string(settings.mtu)});
+        }
+        if (arguments.size() == empty)
+            return true;
+        if (!good(runTool(arguments, folder_, kPushLimit, forwarder().process.endDescriptor()), "ports"))
+            return false;
+        bridgeMade_ = true;
+        for (const auto &[port, settings] : wanted.ports)
+            database_[port] = settings.mtu;
+        return true;
+    }
+
+    Arguments openFlow(Arguments words, const Arguments &after = {}) const {
+        Arguments arguments{"ovs-ofctl", "-O", "OpenFlow14"};
+        arguments.insert(arguments.end(), words.begin(), words.end());
+        arguments.push_back("unix:" + inFolder(folder_, kBridge) + ".mgmt");
+        arguments.insert(arguments.end(), after.begin(), after.end());
+        return arguments;
+    }
+
+    // All changes take effect together or not at all.
+    bool pushFlows(const WireConfig &wanted) {
+        const auto begin = Clock::now();
+        auto flows = flowsOf(wanted, inRealSeconds(wanted.ageTime));
+        std::vector<std::string> lines;
+        if (!known_)
+            lines = flowClear();
+        auto changes = flowChanges(known_ ? flows_ : Flows{}, flows);
+        lines.insert(lines.end(), changes.begin(), changes.end());
+        lines.insert(lines.end(), forget_.begin(), forget_.end());
+        if (applied_) {
+            const auto stale = staleAddresses(*applied_, wanted);
+            lines.insert(lines.end(), stale.begin(), stale.end());
+        }
+        if (restore_)
+            for (const auto &address : addresses_) {
+                const auto it = wanted.interfaces.find(address.interface);
+                if (it != wanted.interfaces.end() && anyCarrier(it->second))
+                    lines.push_back(learnedFlow(
+                        address, inRealSeconds(std::max(Duration(1), wanted.ageTime - address.age))));
+            }
+        if (!lines.empty()) {
+            const auto file = inFolder(folder_, "changes.flows");
+            std::ofstream out(file, std::ios::trunc);
+            for (const auto &line : lines)
+                out << line << '\n';
+            out.close();
+            const auto done = runTool(openFlow({"--bundle", "add-flows"}, {file}), folder_, kPushLimit,
+                                      forwarder().process.endDescriptor());
+            // When it did not come to an end, whether the changes were made is not known.
+            if (done.status < 0)
+                known_ = false;
+            if (!good(done, "flows"))
+                return false;
+        }
+        known_ = true;
+        restore_ = false;
+        forget_.clear();
+        flows_ = std::move(flows);
+        const std::lock_guard lock(mutex_);
+        status_.flows = flows_.size();
+        if (!changes.empty()) {
+            status_.flowChanges += changes.size();
+            status_.lastFlowChanges = changes.size();
+            status_.lastPushMs = std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
+        }
+        return true;
+    }
+
+    // --- reading
+
+    void read() {
+        const auto now = Clock::now();
+        if (now >= nextRead_) {
+            readAddresses();
+            // A table so large that reading it takes long is read less often.
+            nextRead_ = Clock::now() + std::max<Clock::duration>(kReadPeriod, 10 * (Clock::now() - now));
+        }
+        if (const auto begin = Clock::now(); begin >= nextNeighbours_) {
+            readNeighbours();
+            nextNeighbours_ =
+                Clock::now() + std::max<Clock::duration>(kNeighbourPeriod, 10 * (Clock::now() - begin));
+        }
+    }
+
+    void readAddresses() {
+        if (!applied_ || !forwarder().process.running())
+            return;
+        char filter[64];
+        std::snprintf(filter, sizeof filter, "cookie=0x%llx/0x%llx",
+                      static_cast<unsigned long long>(kLearnedCookie),
+                      static_cast<unsigned long long>(kLearnedCookie));
+        const auto dump = runTool(openFlow({"--no-names", "dump-flows"}, {filter}), folder_, kReadLimit,
+                                  forwarder().process.endDescriptor());
+        if (!good(dump, "addresses"))
+            return;
+        auto rows = learnedRowsOf(dump.output);
+        for (auto &address : rows.addresses)
+            address.age = onSwitchClock(std::chrono::duration_cast<std::chrono::seconds>(address.age));
+        addresses_ = rows.addresses;
+        const std::lock_guard lock(mutex_);
+        auto &view = newView();
+        view.generation = appliedGeneration_;
+        view.addresses = std::move(rows.addresses);
+        view.arp = std::move(rows.arp);
+    }
+
+    void readNeighbours() {
+        if (!lldp().process.running())
+            return;
+        const int end = lldp().process.endDescriptor();
+        const auto lldpcli = [&](Arguments words) {
+            Arguments arguments{"lldpcli", "-u", "lldp.sock"};
+            arguments.insert(arguments.end(), words.begin(), words.end());
+            return runTool(arguments, folder_, kReadLimit, end);
+        };
+        const auto name = wantedName();
+        if (name != named_ && good(lldpcli({"configure", "system", "hostname", name}), "LLDP system name"))
+            named_ = name;
+        const auto shown = lldpcli({"-f", "json0", "show", "neighbors", "details"});
+        const auto heard = shown.good() ? neighboursOf(shown.output, ports_) : std::nullopt;
+        if (!good({heard ? 0 : -1, "", shown.error}, "LLDP neighbours"))
+            return;
+        remember(*heard);
+        std::vector<SeenNeighbour> all;
+        for (const auto &[key, known] : neighbours_)
+            all.push_back(known.neighbour);
+        const std::lock_guard lock(mutex_);
+        newView().neighbours = std::move(all);
+    }
+
+    std::string wantedName() {
+        const std::lock_guard lock(mutex_);
+        return wanted_->systemName;
+    }
+
+    void remember(const std::vector<SeenNeighbour> &heard) {
+        const auto now = Clock::now();
+        for (const auto &neighbour : heard) {
+            const auto &fields = neighbour.fields;
+            neighbours_[{neighbour.port, fields.chassisIdSubtype, fields.chassisId, fields.portIdSubtype,
+                         fields.portId}] = {neighbour, now};
+        }
+        std::erase_if(neighbours_, [&](const auto &item) {
+            const auto &[neighbour, last] = item.second;
+            if (last == now)
+                return false;
+            // Not heard by this lldpd: gone, unless it is too young to have heard it.
+            const bool mayBeThere = last < lldpSince_ && linkOf(neighbour.port).carrier &&
+                                    linkUpSince_[neighbour.port] < last &&
+                                    now - last < std::chrono::seconds(neighbour.fields.ttl);
+            return !mayBeThere;
+        });
+    }
+
+    void publishStatus() {
+        const std::lock_guard lock(mutex_);
+        status_.driver = "ovs";
+        status_.generation = applied_ ? appliedGeneration_ : 0;
+        status_.processes.clear();
+        for (const auto &server : servers_)
+            status_.processes.push_back({server.process.name(),
+                                         std::max(0, static_cast<int>(server.process.pid())),
+                                         server.process.starts()});
+    }
+
+    struct Failure {
+        Clock::time_point since{};
+        bool said = false;
+    };
+
+    struct Neighbour {
+        SeenNeighbour neighbour;
+        Clock::time_point last;
+    };
+
+    const PortMap ports_;
+    const std::string folder_;
+    LinkWatch links_;
+    Descriptor wake_;
+    std::atomic<bool> stop_ = false;
+
+    mutable std::mutex mutex_;  // guards what the switch's thread and this one's share
+    std::optional<WireConfig> wanted_;
+    std::uint64_t wantedGeneration_ = 0;
+    std::optional<WireView> view_;
+    DataPlaneStatus status_;
+
+    // From here on: of the thread only.
+    std::vector<Watched> servers_;
+    std::map<std::string, Failure> failures_;
+    std::map<IfNum, bool> carrier_;
+    std::map<IfNum, Clock::time_point> linkUpSince_;
+    std::map<IfNum, std::uint32_t> database_;  // ports that the database has, and their frame size
+    bool bridgeMade_ = false;
+    std::optional<WireConfig> applied_;
+    std::uint64_t appliedGeneration_ = 0;
+    Flows flows_;
+    bool known_ = false;               // flows_ is what Open vSwitch has
+    std::vector<std::string> forget_;  // learned rows to be taken out with the next push
+    bool restore_ = false;             // learned addresses are to be given to a new Open vSwitch
+    std::vector<SeenAddress> addresses_;
+    Clock::time_point retryAt_{}, nextRead_{}, nextNeighbours_{}, lldpSince_{};
+    std::string description_, named_;
+    std::map<std::tuple<IfNum, std::uint32_t, std::string, std::uint32_t, std::string>, Neighbour>
+        neighbours_;
+
+    std::thread thread_;
+};
+
+}  // namespace
+
+std::unique_ptr<DataPlane> startOvsDataPlane(const PortMap &ports, const std::string &folder) {
+    return std::make_unique<OvsDataPlane>(ports, folder);
+}
+
+}  // namespace vswitch

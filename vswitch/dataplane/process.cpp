@@ -1,0 +1,186 @@
+#include "vswitch/dataplane/process.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstring>
+#include <utility>
+
+extern char **environ;
+
+namespace vswitch {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// Child's standard output and error; -1 for the null device.
+pid_t spawn(const Arguments &arguments, const std::string &folder, int output, int error) {
+    std::vector<char *> words;
+    for (const auto &argument : arguments)
+        words.push_back(const_cast<char *>(argument.c_str()));
+    words.push_back(nullptr);
+
+    posix_spawn_file_actions_t actions;
+    ::posix_spawn_file_actions_init(&actions);
+    ::posix_spawn_file_actions_addchdir_np(&actions, folder.c_str());
+    ::posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    for (const auto &[from, to] : {std::pair{output, STDOUT_FILENO}, std::pair{error, STDERR_FILENO}})
+        if (from >= 0)
+            ::posix_spawn_file_actions_adddup2(&actions, from, to);
+        else
+            ::posix_spawn_file_actions_addopen(&actions, to, "/dev/null", O_WRONLY, 0);
+    // A group of its own: an interrupt at the terminal is for the switch, which then ends its children in
+    // order.
+    posix_spawnattr_t attributes;
+    ::posix_spawnattr_init(&attributes);
+    ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
+    ::posix_spawnattr_setpgroup(&attributes, 0);
+
+    pid_t pid = -1;
+    const int failed = ::posix_spawnp(&pid, words[0], &actions, &attributes, words.data(), environ);
+    ::posix_spawn_file_actions_destroy(&actions);
+    ::posix_spawnattr_destroy(&attributes);
+    return failed == 0 ? pid : -1;
+}
+
+int waitFor(pid_t pid) {
+    int status = 0;
+    while (::waitpid(pid, &status, 0) < 0)
+        if (errno != EINTR)
+            return -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+struct Pipe {
+    Descriptor read{}, write{};
+
+    static Pipe make() {
+        int ends[2] = {-1, -1};
+        if (::pipe2(ends, O_CLOEXEC) != 0)
+            return Pipe();
+        return {Descriptor(ends[0]), Descriptor(ends[1])};
+    }
+};
+
+}  // namespace
+
+Descriptor::Descriptor(Descriptor &&other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+
+Descriptor &Descriptor::operator=(Descriptor &&other) noexcept {
+    std::swap(fd_, other.fd_);
+    other.reset();
+    return *this;
+}
+
+Descriptor::~Descriptor() {
+    reset();
+}
+
+void Descriptor::reset() {
+    if (fd_ >= 0)
+        ::close(std::exchange(fd_, -1));
+}
+
+ToolResult runTool(const Arguments &arguments, const std::string &folder, std::chrono::milliseconds limit,
+                   int abort) {
+    ToolResult result;
+    auto output = Pipe::make(), error = Pipe::make();
+    if (!output.read || !error.read)
+        return result;
+    const auto pid = spawn(arguments, folder, output.write.get(), error.write.get());
+    if (pid < 0) {
+        result.error = "cannot start " + arguments.front();
+        return result;
+    }
+    output.write.reset();
+    error.write.reset();
+    const auto deadline = Clock::now() + limit;
+    bool killed = false;
+    std::array<pollfd, 3> ends{
+        {{output.read.get(), POLLIN, 0}, {error.read.get(), POLLIN, 0}, {abort, POLLIN, 0}}};
+    std::array<char, 65536> buffer;
+    while (ends[0].fd >= 0 || ends[1].fd >= 0) {
+        const auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+        const int ready = left <= 0 ? 0 : ::poll(ends.data(), ends.size(), static_cast<int>(left));
+        if (ready < 0 && errno == EINTR)
+            continue;
+        if (ready <= 0 || ends[2].revents != 0) {
+            killed = true;
+            ::kill(pid, SIGKILL);
+            break;
+        }
+        for (std::size_t i = 0; i < 2; ++i) {
+            if (ends[i].fd < 0 || ends[i].revents == 0)
+                continue;
+            const auto got = ::read(ends[i].fd, buffer.data(), buffer.size());
+            if (got > 0)
+                (i == 0 ? result.output : result.error).append(buffer.data(), static_cast<std::size_t>(got));
+            else if (got == 0 || errno != EINTR)
+                ends[i].fd = -1;
+        }
+    }
+    result.status = waitFor(pid);
+    if (killed) {
+        result.status = -1;
+        result.error += arguments.front() + " was ended before it had finished";
+    }
+    return result;
+}
+
+ServerProcess::ServerProcess(std::string name, const Arguments &arguments, std::string folder)
+    : name_(std::move(name)), folder_(std::move(folder)) {
+    setArguments(arguments);
+}
+
+void ServerProcess::setArguments(const Arguments &arguments) {
+    // The kernel ends it when the thread that started it is no more.
+    arguments_ = {"setpriv", "--pdeathsig", "KILL", "--"};
+    arguments_.insert(arguments_.end(), arguments.begin(), arguments.end());
+}
+
+ServerProcess::~ServerProcess() {
+    stop();
+}
+
+bool ServerProcess::start() {
+    const auto path = folder_ + "/" + name_ + ".out";
+    const Descriptor output(::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+    pid_ = spawn(arguments_, folder_, output.get(), output.get());
+    if (pid_ < 0)
+        return false;
+    end_ = Descriptor(static_cast<int>(::syscall(SYS_pidfd_open, pid_, 0)));
+    ++starts_;
+    return true;
+}
+
+bool ServerProcess::ended(std::string &how) {
+    int status = 0;
+    if (pid_ <= 0 || ::waitpid(pid_, &status, WNOHANG) != pid_)
+        return false;
+    pid_ = -1;
+    end_.reset();
+    how = WIFSIGNALED(status) ? "was ended by signal " + std::to_string(WTERMSIG(status))
+                              : "ended with status " + std::to_string(WEXITSTATUS(status));
+    return true;
+}
+
+void ServerProcess::stop() {
+    if (pid_ <= 0)
+        return;
+    ::kill(pid_, SIGTERM);
+    pollfd end{end_.get(), POLLIN, 0};
+    if (!end_ || ::poll(&end, 1, 2000) <= 0)
+        ::kill(pid_, SIGKILL);
+    waitFor(pid_);
+    pid_ = -1;
+    end_.reset();
+}
+
+}  // namespace vswitch

@@ -1,0 +1,76 @@
+// Other programs: tools that are run and waited for, and servers that are started, watched and ended.
+#ifndef PAVO_VSWITCH_DATAPLANE_PROCESS_H
+#define PAVO_VSWITCH_DATAPLANE_PROCESS_H
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+namespace vswitch {
+
+using Arguments = std::vector<std::string>;
+
+// A file descriptor and its end.
+class Descriptor {
+  public:
+    explicit Descriptor(int fd = -1) : fd_(fd) {}
+    Descriptor(Descriptor &&other) noexcept;
+    Descriptor &operator=(Descriptor &&other) noexcept;
+    ~Descriptor();
+
+    int get() const { return fd_; }
+    explicit operator bool() const { return fd_ >= 0; }
+    void reset();
+
+  private:
+    int fd_;
+};
+
+struct ToolResult {
+    int status = -1;  // exit status; -1: not started, killed by a signal or at the limit
+    std::string output, error;
+
+    bool good() const { return status == 0; }
+};
+
+// Runs a program to its end in `folder`, with nothing to read. It is killed when it takes longer than `limit`
+// or when `abort`, a descriptor, becomes readable.
+ToolResult runTool(const Arguments &arguments, const std::string &folder, std::chrono::milliseconds limit,
+                   int abort = -1);
+
+// A server process that ends with the one that started it, however that ends. One thread starts, asks and
+// ends it.
+class ServerProcess {
+  public:
+    ServerProcess(std::string name, const Arguments &arguments, std::string folder);
+    ~ServerProcess();
+    ServerProcess(ServerProcess &&) = default;
+
+    const std::string &name() const { return name_; }
+    // For the next start.
+    void setArguments(const Arguments &arguments);
+    bool start();
+    bool running() const { return pid_ > 0; }
+    pid_t pid() const { return pid_; }
+    std::uint64_t starts() const { return starts_; }
+    // Readable once the process has ended; -1 while none runs.
+    int endDescriptor() const { return end_.get(); }
+    // True when it ran and has ended since the last look; `how` says how.
+    bool ended(std::string &how);
+    // Asks it to end, and insists after two seconds.
+    void stop();
+
+  private:
+    std::string name_;
+    Arguments arguments_;
+    std::string folder_;
+    pid_t pid_ = -1;
+    Descriptor end_;
+    std::uint64_t starts_ = 0;
+};
+
+}  // namespace vswitch
+
+#endif

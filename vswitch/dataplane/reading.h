@@ -1,0 +1,28 @@
+// What the tools of Open vSwitch and lldpd print, as data. Texts come from the network: what is not as
+// expected is left out, never guessed.
+#ifndef PAVO_VSWITCH_DATAPLANE_READING_H
+#define PAVO_VSWITCH_DATAPLANE_READING_H
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "vswitch/dataplane/data_plane.h"
+
+namespace vswitch {
+
+struct LearnedRows {
+    std::vector<SeenAddress> addresses;  // age in real time
+    std::map<ArpKey, Mac> arp;
+};
+
+// The learned rows of "ovs-ofctl dump-flows".
+LearnedRows learnedRowsOf(const std::string &dump);
+
+// The neighbours of "lldpcli -f json0 show neighbors details" on the ports of the map; nothing when it is no
+// such document.
+std::optional<std::vector<SeenNeighbour>> neighboursOf(const std::string &document, const PortMap &ports);
+
+}  // namespace vswitch
+
+#endif
