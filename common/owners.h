@@ -27,6 +27,22 @@ using FilePtr = std::unique_ptr<std::FILE, FileCloser>;
 // fopen on a fixed path, under the root of platform/paths.h; null when it cannot be opened.
 FilePtr fileOpen(const char *fixedPath, const char *mode);
 
+// Holds an exclusive lock on a fixed path, among threads and processes, for as long as it lives; waits for
+// it. The file is made when missing and stays.
+class FileLock {
+  public:
+    explicit FileLock(const char *fixedPath);
+    ~FileLock();
+    FileLock(const FileLock &) = delete;
+    FileLock &operator=(const FileLock &) = delete;
+
+    // False when the file cannot be made or locked.
+    bool held() const { return fd_ >= 0; }
+
+  private:
+    int fd_;
+};
+
 // Deletes a fixed path; a file that is not there is no error.
 void fileRemove(const char *fixedPath);
 

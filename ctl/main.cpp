@@ -1,6 +1,4 @@
 // pavoctl: the management operations on the command line.
-#include <fcntl.h>
-#include <sys/file.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -136,21 +134,12 @@ std::string rangesOf(const cJSON *object, const char *group, const char *key) {
 // ---------------------------------------------------------------------------------------------------
 
 // Profile operations are for one caller at a time, across processes.
-class OperationLock {
-  public:
-    OperationLock()
-        : fd_(::open(platform::fsPath(platform::paths::kProfileLock).c_str(),
-                     O_CREAT | O_RDWR | O_CLOEXEC | O_NOFOLLOW, 0600)) {
-        if (fd_ < 0 || ::flock(fd_, LOCK_EX) != 0)
-            throw Failure{RESULT_FAILED, "cannot lock " + platform::fsPath(platform::paths::kProfileLock)};
-    }
-    ~OperationLock() { ::close(fd_); }
-    OperationLock(const OperationLock &) = delete;
-    OperationLock &operator=(const OperationLock &) = delete;
-
-  private:
-    int fd_;
-};
+std::unique_ptr<FileLock> operationLock() {
+    auto lock = std::make_unique<FileLock>(platform::paths::kProfileLock);
+    if (!lock->held())
+        throw Failure{RESULT_FAILED, "cannot lock " + platform::fsPath(platform::paths::kProfileLock)};
+    return lock;
+}
 
 // "1-4,7" as numbers into an array.
 void addNumbers(cJSON *ports, const char *key, const std::string &text) {
@@ -354,7 +343,7 @@ void showProfile(openapiClientHandle_t *client, const Output &output, const std:
 
 void applyProfile(openapiClientHandle_t *client, const Output &output, const ApplyOptions &options) {
     const auto request = requestOf(options);
-    const OperationLock lock;
+    const auto lock = operationLock();
     require(profileConfigSet(client, request.c_str()));
     if (output.json)
         printEnvelope(RESULT_SUCCESS, nullptr, nullptr);
@@ -366,7 +355,7 @@ void deleteProfile(openapiClientHandle_t *client, const Output &output, const st
     const JsonPtr request(cJSON_CreateObject());
     cJSON_AddStringToObject(request.get(), "name", name.c_str());
     const TextPtr text(cJSON_Print(request.get()));
-    const OperationLock lock;
+    const auto lock = operationLock();
     require(profileDelete(client, text.get()));
     if (output.json)
         printEnvelope(RESULT_SUCCESS, nullptr, nullptr);

@@ -20,6 +20,8 @@ inline constexpr const char *kLogLevelFile = "/tmp/devmgr_log_level";
 inline constexpr const char *kProcSelfStatus = "/proc/self/status";  // never under the root
 
 inline constexpr const char *kProfileDb = "/tmp/vlanInfo.db";
+// Held while the profile database is made.
+inline constexpr const char *kProfileDbLock = "/tmp/vlanInfo.db.lock";
 
 inline constexpr const char *kScriptDir = "/mnt/application/pavo/tmp/";
 inline constexpr const char *kBootvarShow = "/mnt/application/pavo/tmp/pavo_out_show_bootvar";

@@ -276,6 +276,9 @@ std::int32_t vlanInfoDbVerify() {
 }
 
 void vlanInfoDbEnsure() {
+    // Daemon and profile operations may come at the same time, and what one has just begun looks empty to the
+    // other. Without a lock (no such folder) nothing can be made either.
+    const FileLock lock(platform::paths::kProfileDbLock);
     struct stat info {};
     if (stat(platform::fsPath(platform::paths::kProfileDb).c_str(), &info) == 0) {
         if (info.st_size > 0) {

@@ -8,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "common/owners.h"
 #include "tests/support/switch_fixture.h"
 
 namespace {
@@ -187,6 +188,23 @@ TEST_F(ProfileDbTest, SelectAllTakesNullsAndStopsAtItsCapacity) {
         ASSERT_TRUE(found != nullptr && found->id == id) << id;
     }
     EXPECT_EQ(vlanInfoRowListFind(rows.get(), 5000), nullptr);
+}
+
+// Daemon and profile operations start together: none takes for broken what another has just begun.
+TEST_F(ProfileDbTest, TogetherTheyMakeOneDatabase) {
+    for (std::int32_t round = 0; round < 10; ++round) {
+        fileRemove(kProfileDb);
+        std::vector<std::thread> threads;
+        for (std::int32_t t = 2; t < 6; ++t)
+            threads.emplace_back([t] {
+                vlanInfoDbEnsure();
+                EXPECT_EQ(vlanInfoReplace(t, 1, "n", "t", "c"), 0);
+            });
+        for (auto &thread : threads)
+            thread.join();
+        const List rows = list();
+        EXPECT_EQ(vlanInfoSelectAll(rows.get()), 5);
+    }
 }
 
 TEST_F(ProfileDbTest, ThreadsShareTheFile) {
