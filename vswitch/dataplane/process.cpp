@@ -19,8 +19,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Child's standard output and error; -1 for the null device.
-pid_t spawn(const Arguments &arguments, const std::string &folder, int output, int error) {
+// Child's standard input, output and error; -1 for the null device.
+pid_t spawn(const Arguments &arguments, const std::string &folder, int input, int output, int error) {
     std::vector<char *> words;
     for (const auto &argument : arguments)
         words.push_back(const_cast<char *>(argument.c_str()));
@@ -29,12 +29,16 @@ pid_t spawn(const Arguments &arguments, const std::string &folder, int output, i
     posix_spawn_file_actions_t actions;
     ::posix_spawn_file_actions_init(&actions);
     ::posix_spawn_file_actions_addchdir_np(&actions, folder.c_str());
-    ::posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    for (const auto &[from, to] : {std::pair{output, STDOUT_FILENO}, std::pair{error, STDERR_FILENO}})
+    const std::pair<int, int> streams[] = {
+        {input, STDIN_FILENO}, {output, STDOUT_FILENO}, {error, STDERR_FILENO}};
+    for (const auto &[from, to] : streams)
         if (from >= 0)
             ::posix_spawn_file_actions_adddup2(&actions, from, to);
         else
-            ::posix_spawn_file_actions_addopen(&actions, to, "/dev/null", O_WRONLY, 0);
+            ::posix_spawn_file_actions_addopen(&actions, to, "/dev/null",
+                                               to == STDIN_FILENO ? O_RDONLY : O_WRONLY, 0);
+    // Nothing of the switch's own, its listening socket above all, stays open in a child.
+    ::posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
     // A group of its own: an interrupt at the terminal is for the switch, which then ends its children in
     // order.
     posix_spawnattr_t attributes;
@@ -93,7 +97,7 @@ ToolResult runTool(const Arguments &arguments, const std::string &folder, std::c
     auto output = Pipe::make(), error = Pipe::make();
     if (!output.read || !error.read)
         return result;
-    const auto pid = spawn(arguments, folder, output.write.get(), error.write.get());
+    const auto pid = spawn(arguments, folder, -1, output.write.get(), error.write.get());
     if (pid < 0) {
         result.error = "cannot start " + arguments.front();
         return result;
@@ -135,15 +139,7 @@ ToolResult runTool(const Arguments &arguments, const std::string &folder, std::c
 }
 
 ServerProcess::ServerProcess(std::string name, const Arguments &arguments, std::string folder)
-    : name_(std::move(name)), folder_(std::move(folder)) {
-    setArguments(arguments);
-}
-
-void ServerProcess::setArguments(const Arguments &arguments) {
-    // The kernel ends it when the thread that started it is no more.
-    arguments_ = {"setpriv", "--pdeathsig", "KILL", "--"};
-    arguments_.insert(arguments_.end(), arguments.begin(), arguments.end());
-}
+    : name_(std::move(name)), arguments_(arguments), folder_(std::move(folder)) {}
 
 ServerProcess::~ServerProcess() {
     stop();
@@ -152,18 +148,37 @@ ServerProcess::~ServerProcess() {
 bool ServerProcess::start() {
     const auto path = folder_ + "/" + name_ + ".out";
     const Descriptor output(::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
-    pid_ = spawn(arguments_, folder_, output.get(), output.get());
+    auto lifeline = Pipe::make();
+    if (!lifeline.read)
+        return false;
+    pid_ = spawn(arguments_, folder_, -1, output.get(), output.get());
     if (pid_ < 0)
         return false;
+    guard_ = spawn({"sh", "-c", "read -r line; kill -s KILL -- \"-$1\"", "guard", std::to_string(pid_)}, "/",
+                   lifeline.read.get(), -1, -1);
+    lifeline_ = std::move(lifeline.write);
     end_ = Descriptor(static_cast<int>(::syscall(SYS_pidfd_open, pid_, 0)));
     ++starts_;
     return true;
+}
+
+// Before its pipe ends: by then the number of the server's group may be somebody else's.
+void ServerProcess::endGuard() {
+    if (guard_ > 0) {
+        ::kill(guard_, SIGKILL);
+        waitFor(guard_);
+    }
+    guard_ = -1;
+    lifeline_.reset();
 }
 
 bool ServerProcess::ended(std::string &how) {
     int status = 0;
     if (pid_ <= 0 || ::waitpid(pid_, &status, WNOHANG) != pid_)
         return false;
+    endGuard();
+    // What it had started goes with it.
+    ::kill(-pid_, SIGKILL);
     pid_ = -1;
     end_.reset();
     how = WIFSIGNALED(status) ? "was ended by signal " + std::to_string(WTERMSIG(status))
@@ -177,8 +192,9 @@ void ServerProcess::stop() {
     ::kill(pid_, SIGTERM);
     pollfd end{end_.get(), POLLIN, 0};
     if (!end_ || ::poll(&end, 1, 2000) <= 0)
-        ::kill(pid_, SIGKILL);
+        ::kill(-pid_, SIGKILL);
     waitFor(pid_);
+    endGuard();
     pid_ = -1;
     end_.reset();
 }

@@ -40,8 +40,9 @@ struct ToolResult {
 ToolResult runTool(const Arguments &arguments, const std::string &folder, std::chrono::milliseconds limit,
                    int abort = -1);
 
-// A server process that ends with the one that started it, however that ends. One thread starts, asks and
-// ends it.
+// A server process that ends with the one that started it, however that ends: a guard beside it waits for the
+// end of a pipe and then kills the server and what it has started. (A death signal of the kernel does not
+// outlive a server's change of identity.) One thread starts, asks and ends it.
 class ServerProcess {
   public:
     ServerProcess(std::string name, const Arguments &arguments, std::string folder);
@@ -50,7 +51,7 @@ class ServerProcess {
 
     const std::string &name() const { return name_; }
     // For the next start.
-    void setArguments(const Arguments &arguments);
+    void setArguments(const Arguments &arguments) { arguments_ = arguments; }
     bool start();
     bool running() const { return pid_ > 0; }
     pid_t pid() const { return pid_; }
@@ -63,11 +64,15 @@ class ServerProcess {
     void stop();
 
   private:
+    void endGuard();
+
     std::string name_;
     Arguments arguments_;
     std::string folder_;
     pid_t pid_ = -1;
     Descriptor end_;
+    pid_t guard_ = -1;
+    Descriptor lifeline_;
     std::uint64_t starts_ = 0;
 };
 
