@@ -30,7 +30,10 @@ using std::chrono::milliseconds;
 
 constexpr auto kReadPeriod = milliseconds(500), kNeighbourPeriod = milliseconds(1000);
 constexpr auto kRetry = milliseconds(50);
-constexpr auto kReadLimit = milliseconds(5000), kPushLimit = milliseconds(20000);
+constexpr auto kReadLimit = milliseconds(2000), kPushLimit = milliseconds(20000);
+constexpr auto kNeighbourLimit = milliseconds(1000);
+// A server that has not answered for this long is ended and started again.
+constexpr auto kHung = milliseconds(4000);
 // A server that ends again within this time of its start waits longer before the next, up to the maximum.
 constexpr auto kSoon = milliseconds(2000), kRestartMax = milliseconds(5000);
 
@@ -192,8 +195,9 @@ class OvsDataPlane : public DataPlane {
         newView().messages.push_back(text);
     }
 
-    // A failure is reported once, and only when it lasts: servers take a moment to be there.
-    bool good(const ToolResult &result, const char *what) {
+    // A failure is reported once, and only when it lasts: servers take a moment to be there. When it goes on,
+    // the server behind the tool is taken for hung.
+    bool good(const ToolResult &result, const std::string &what, Watched &server) {
         auto &failure = failures_[what];
         if (result.good()) {
             failure = {};
@@ -203,7 +207,12 @@ class OvsDataPlane : public DataPlane {
             failure.since = Clock::now();
         if (!failure.said && Clock::now() - failure.since > kSoon) {
             failure.said = true;
-            say(std::string(what) + ": " + result.error.substr(0, result.error.find('\n')));
+            say(what + ": " + result.error.substr(0, result.error.find('\n')));
+        }
+        if (server.process.running() && Clock::now() - std::max(failure.since, server.started) > kHung) {
+            say(server.process.name() + " does not answer, starting it again");
+            server.process.stop(milliseconds(0));
+            hasEnded(server);
         }
         return false;
     }
@@ -271,7 +280,7 @@ class OvsDataPlane : public DataPlane {
         server.started = Clock::now();
         if (server.process.start())
             return;
-        good({-1, "", "cannot be started"}, server.process.name().c_str());
+        good({-1, "", "cannot be started"}, server.process.name(), server);
         server.notBefore = Clock::now() + kRestartMax;
     }
 
@@ -378,7 +387,8 @@ class OvsDataPlane : public DataPlane {
         }
         if (arguments.size() == empty)
             return true;
-        if (!good(runTool(arguments, folder_, kPushLimit, forwarder().process.endDescriptor()), "ports"))
+        if (!good(runTool(arguments, folder_, kPushLimit, forwarder().process.endDescriptor()), "ports",
+                  database()))
             return false;
         bridgeMade_ = true;
         for (const auto &[port, settings] : wanted.ports)
@@ -426,7 +436,7 @@ class OvsDataPlane : public DataPlane {
             // When it did not come to an end, whether the changes were made is not known.
             if (done.status < 0)
                 known_ = false;
-            if (!good(done, "flows"))
+            if (!good(done, "flows", forwarder()))
                 return false;
         }
         known_ = true;
@@ -446,30 +456,31 @@ class OvsDataPlane : public DataPlane {
     // --- reading
 
     void read() {
-        const auto now = Clock::now();
-        if (now >= nextRead_) {
-            readAddresses();
-            // A table so large that reading it takes long is read less often.
-            nextRead_ = Clock::now() + std::max<Clock::duration>(kReadPeriod, 10 * (Clock::now() - now));
-        }
-        if (const auto begin = Clock::now(); begin >= nextNeighbours_) {
-            readNeighbours();
-            nextNeighbours_ =
-                Clock::now() + std::max<Clock::duration>(kNeighbourPeriod, 10 * (Clock::now() - begin));
-        }
+        readEvery(nextRead_, kReadPeriod, [this] { return readAddresses(); });
+        readEvery(nextNeighbours_, kNeighbourPeriod, [this] { return readNeighbours(); });
     }
 
-    void readAddresses() {
-        if (!applied_ || !forwarder().process.running())
+    // A table so large that reading it takes long is read less often.
+    template <class Reading>
+    static void readEvery(Clock::time_point &next, Clock::duration period, Reading reading) {
+        const auto begin = Clock::now();
+        if (begin < next)
             return;
+        const bool done = reading();
+        next = Clock::now() + (done ? std::max(period, 10 * (Clock::now() - begin)) : period);
+    }
+
+    bool readAddresses() {
+        if (!applied_ || !forwarder().process.running())
+            return false;
         char filter[64];
         std::snprintf(filter, sizeof filter, "cookie=0x%llx/0x%llx",
                       static_cast<unsigned long long>(kLearnedCookie),
                       static_cast<unsigned long long>(kLearnedCookie));
         const auto dump = runTool(openFlow({"--no-names", "dump-flows"}, {filter}), folder_, kReadLimit,
                                   forwarder().process.endDescriptor());
-        if (!good(dump, "addresses"))
-            return;
+        if (!good(dump, "addresses", forwarder()))
+            return false;
         auto rows = learnedRowsOf(dump.output);
         for (auto &address : rows.addresses)
             address.age = onSwitchClock(std::chrono::duration_cast<std::chrono::seconds>(address.age));
@@ -479,30 +490,33 @@ class OvsDataPlane : public DataPlane {
         view.generation = appliedGeneration_;
         view.addresses = std::move(rows.addresses);
         view.arp = std::move(rows.arp);
+        return true;
     }
 
-    void readNeighbours() {
+    bool readNeighbours() {
         if (!lldp().process.running())
-            return;
+            return false;
         const int end = lldp().process.endDescriptor();
         const auto lldpcli = [&](Arguments words) {
             Arguments arguments{"lldpcli", "-u", "lldp.sock"};
             arguments.insert(arguments.end(), words.begin(), words.end());
-            return runTool(arguments, folder_, kReadLimit, end);
+            return runTool(arguments, folder_, kNeighbourLimit, end);
         };
         const auto name = wantedName();
-        if (name != named_ && good(lldpcli({"configure", "system", "hostname", name}), "LLDP system name"))
+        if (name != named_ &&
+            good(lldpcli({"configure", "system", "hostname", name}), "LLDP system name", lldp()))
             named_ = name;
         const auto shown = lldpcli({"-f", "json0", "show", "neighbors", "details"});
         const auto heard = shown.good() ? neighboursOf(shown.output, ports_) : std::nullopt;
-        if (!good({heard ? 0 : -1, "", shown.error}, "LLDP neighbours"))
-            return;
+        if (!good({heard ? 0 : -1, "", shown.error}, "LLDP neighbours", lldp()))
+            return false;
         remember(*heard);
         std::vector<SeenNeighbour> all;
         for (const auto &[key, known] : neighbours_)
             all.push_back(known.neighbour);
         const std::lock_guard lock(mutex_);
         newView().neighbours = std::move(all);
+        return true;
     }
 
     std::string wantedName() {

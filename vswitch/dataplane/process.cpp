@@ -186,12 +186,12 @@ bool ServerProcess::ended(std::string &how) {
     return true;
 }
 
-void ServerProcess::stop() {
+void ServerProcess::stop(std::chrono::milliseconds patience) {
     if (pid_ <= 0)
         return;
     ::kill(pid_, SIGTERM);
     pollfd end{end_.get(), POLLIN, 0};
-    if (!end_ || ::poll(&end, 1, 2000) <= 0)
+    if (!end_ || ::poll(&end, 1, static_cast<int>(patience.count())) <= 0)
         ::kill(-pid_, SIGKILL);
     waitFor(pid_);
     endGuard();

@@ -60,8 +60,8 @@ class ServerProcess {
     int endDescriptor() const { return end_.get(); }
     // True when it ran and has ended since the last look; `how` says how.
     bool ended(std::string &how);
-    // Asks it to end, and insists after two seconds.
-    void stop();
+    // Asks it to end, and insists after a while.
+    void stop(std::chrono::milliseconds patience = std::chrono::seconds(2));
 
   private:
     void endGuard();

@@ -21,12 +21,6 @@ void cut(std::string &text, std::size_t length) {
         text.resize(length);
 }
 
-void cutTexts(LldpFields &lldp) {
-    for (auto *text : {&lldp.chassisId, &lldp.portId, &lldp.portDesc, &lldp.systemName, &lldp.systemDesc,
-                       &lldp.mgmtAddress})
-        cut(*text, kLldpTextMax);
-}
-
 }  // namespace
 
 Model::Model(ModelConfig config) : config_(std::move(config)) {
@@ -430,30 +424,6 @@ IfNum Model::forwarderOf(IfNum port) const {
     return found != nullptr && found->lag != 0 ? found->lag : port;
 }
 
-// The VLAN in which a frame of the device arrives; 0 when the switch drops it.
-VlanId Model::classify(const Device &device, const Mac &mac) const {
-    const auto forwarder = forwarderOf(device.port);
-    if (device.tag != 0) {
-        const bool member = hasVlan(device.tag) && membership(forwarder, device.tag).participation ==
-                                                       OPEN_VLAN_PARTICIPATION_MODE_INCLUDE;
-        return member ? device.tag : 0;
-    }
-    if (const auto it = associations_.find(mac); it != associations_.end())
-        return it->second;
-    return interfaces_.at(forwarder).pvid;
-}
-
-const std::vector<const Device *> &Model::devicesAt(IfNum port) const {
-    static const std::vector<const Device *> none;
-    const auto it = devicesAt_.find(port);
-    return it == devicesAt_.end() ? none : it->second;
-}
-
-// Only what is at the port itself is heard: LLDP does not pass through a device.
-bool Model::audible(const Device &device) const {
-    return device.lldp && device.behind.empty() && device.talking && interfaces_.at(device.port).linkUp;
-}
-
 bool Model::forwarding(IfNum port) const {
     return interfaces_.at(port).linkUp && interfaces_.at(forwarderOf(port)).linkUp;
 }
@@ -480,29 +450,10 @@ open_error_t Model::learn(const Mac &mac, VlanId vlan, IfNum port) {
     return install(mac, vlan, port) ? OPEN_E_NONE : OPEN_E_FULL;
 }
 
-void Model::learnDevice(const Device &device) {
-    for (const auto &mac : device.macs)
-        learnMac(device, mac);
-    hear(device);
-}
-
-void Model::learnMac(const Device &device, const Mac &mac) {
-    if (!device.talking || !forwarding(device.port))
-        return;
-    if (const auto vlan = classify(device, mac); vlan != 0)
-        unlearned_ |= !install(mac, vlan, device.port);
-}
-
 void Model::flushPort(IfNum port) {
     std::erase_if(fdb_, [&](const auto &item) {
         return item.second.port == port && item.second.type == OPEN_FDB_ADDR_LEARNED;
     });
-}
-
-void Model::relearnPort(IfNum port) {
-    flushPort(port);
-    for (const auto *device : devicesAt(port))
-        learnDevice(*device);
 }
 
 std::vector<IfNum> Model::portsOf(IfNum ifNum) const {
@@ -510,32 +461,6 @@ std::vector<IfNum> Model::portsOf(IfNum ifNum) const {
     if (!interface.isLag())
         return {ifNum};
     return {interface.members.begin(), interface.members.end()};
-}
-
-void Model::relearnInterface(IfNum ifNum) {
-    for (const auto port : portsOf(ifNum))
-        relearnPort(port);
-}
-
-// Participation decides only about frames that come tagged.
-void Model::relearnTagged(IfNum ifNum, VlanId id) {
-    for (const auto port : portsOf(ifNum))
-        for (const auto *device : devicesAt(port))
-            if (device->tag == id)
-                for (const auto &mac : device->macs)
-                    relearnMac(mac);
-}
-
-void Model::relearnMac(const Mac &mac) {
-    for (auto it = fdb_.lower_bound({mac, 0}); it != fdb_.end() && it->first.mac == mac;)
-        it = it->second.type == OPEN_FDB_ADDR_LEARNED ? fdb_.erase(it) : std::next(it);
-    if (const auto owner = macOwner_.find(mac); owner != macOwner_.end())
-        learnMac(*owner->second, mac);
-}
-
-void Model::relearnAll() {
-    for (const auto &[name, device] : devices_)
-        learnDevice(device);
 }
 
 void Model::clearFdb() {
@@ -576,218 +501,6 @@ void Model::age() {
     }
     if (std::exchange(unlearned_, false))
         relearnAll();
-}
-
-// --- LLDP and devices
-// -------------------------------------------------------------------------------------------
-
-void Model::hear(const Device &device) {
-    if (!audible(device))
-        return;
-    auto &neighbours = lldp_[device.port];
-    for (auto &[index, neighbour] : neighbours)
-        if (neighbour.device == device.name) {
-            neighbour.fields = *device.lldp;
-            neighbour.lastHeard = now_;
-            return;
-        }
-    newNeighbour(device.port, *device.lldp, device.name);
-}
-
-LldpNeighbour &Model::newNeighbour(IfNum port, const LldpFields &fields, const std::string &device) {
-    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(upTime()).count();
-    event("lldp", "neighbour " + device + " on " + interfaces_.at(port).name());
-    return lldp_[port]
-        .emplace(nextRemIndex_++,
-                 LldpNeighbour{static_cast<std::uint32_t>(seconds) + 1, fields, device, now_})
-        .first->second;
-}
-
-// True when `device` may stand behind `other` at `port`; nothing stands behind itself.
-bool Model::mayStandBehind(const std::string &other, IfNum port,
-                           const std::vector<const Device *> &moved) const {
-    const auto it = devices_.find(other);
-    return it != devices_.end() && it->second.port == port &&
-           std::find(moved.begin(), moved.end(), &it->second) == moved.end();
-}
-
-// The device and all that is behind it, nearest first.
-std::vector<const Device *> Model::withFollowers(const Device &device) const {
-    std::vector<const Device *> found{&device};
-    for (std::size_t i = 0; i < found.size(); ++i)
-        for (const auto *other : devicesAt(device.port))
-            if (other->behind == found[i]->name)
-                found.push_back(other);
-    return found;
-}
-
-open_error_t Model::plug(Device device) {
-    const auto *port = interface(device.port);
-    if (device.name.empty() || port == nullptr || port->isLag() || port->live || device.tag > kVlanMax ||
-        (!device.behind.empty() && !mayStandBehind(device.behind, device.port, {})))
-        return OPEN_E_PARAM;
-    if (devices_.contains(device.name) ||
-        std::any_of(device.macs.begin(), device.macs.end(),
-                    [&](const Mac &mac) { return macOwner_.contains(mac); }))
-        return OPEN_E_FAIL;
-    if (device.lldp)
-        cutTexts(*device.lldp);
-    event("device", device.name + " plugged into " + port->name());
-    auto name = device.name;
-    const auto &stored = devices_.emplace(std::move(name), std::move(device)).first->second;
-    for (const auto &mac : stored.macs)
-        macOwner_[mac] = &stored;
-    devicesAt_[stored.port].push_back(&stored);
-    const bool hadLink = port->linkUp;
-    refreshLink(stored.port);
-    if (hadLink)
-        learnDevice(stored);
-    return OPEN_E_NONE;
-}
-
-open_error_t Model::unplug(const std::string &name) {
-    const auto it = devices_.find(name);
-    if (it == devices_.end())
-        return OPEN_E_NOT_FOUND;
-    const auto port = it->second.port;
-    auto &here = devicesAt_[port];
-    for (const auto *device : withFollowers(it->second)) {
-        event("device", device->name + " unplugged");
-        for (const auto &mac : device->macs)
-            macOwner_.erase(mac);
-        std::erase(here, device);
-        devices_.erase(devices_.find(device->name));
-    }
-    refreshLink(port);
-    return OPEN_E_NONE;
-}
-
-open_error_t Model::move(const std::string &name, IfNum port, const std::string &behind) {
-    const auto it = devices_.find(name);
-    if (it == devices_.end())
-        return OPEN_E_NOT_FOUND;
-    const auto *target = interface(port);
-    const auto moved = withFollowers(it->second);
-    if (target == nullptr || target->isLag() || target->live ||
-        (!behind.empty() && !mayStandBehind(behind, port, moved)))
-        return OPEN_E_PARAM;
-    const auto from = it->second.port;
-    it->second.behind = behind;
-    for (const auto *device : moved) {
-        std::erase(devicesAt_[from], device);
-        devicesAt_[port].push_back(device);
-        devices_.at(device->name).port = port;
-        event("device", device->name + " moved to " + target->name());
-    }
-    // Nothing is heard of it any more where it was; the followers never were.
-    if (const auto heard = lldp_.find(from); heard != lldp_.end() && (from != port || !behind.empty()))
-        std::erase_if(heard->second, [&](const auto &item) { return item.second.device == name; });
-    refreshLink(from);
-    refreshLink(port);
-    // What was learned of them elsewhere is outdated by their first frame on the new port.
-    for (const auto *device : moved) {
-        for (const auto &mac : device->macs)
-            relearnMac(mac);
-        hear(*device);
-    }
-    return OPEN_E_NONE;
-}
-
-open_error_t Model::setTalking(const std::string &name, bool talking) {
-    const auto it = devices_.find(name);
-    if (it == devices_.end())
-        return OPEN_E_NOT_FOUND;
-    // Bring the entries up to now first: silence counts from this moment.
-    age();
-    it->second.talking = talking;
-    event("device", name + (talking ? " talks" : " is silent"));
-    learnDevice(it->second);
-    return OPEN_E_NONE;
-}
-
-// --- live ports
-// -------------------------------------------------------------------------------------------------
-
-open_error_t Model::setLive(IfNum port) {
-    auto *interface = edit(port);
-    if (interface == nullptr || interface->isLag())
-        return OPEN_E_PARAM;
-    if (!devicesAt(port).empty())
-        return OPEN_E_FAIL;
-    interface->live = true;
-    refreshLink(port);
-    return OPEN_E_NONE;
-}
-
-void Model::seeCarrier(IfNum port, bool up) {
-    auto *interface = edit(port);
-    if (interface == nullptr || !interface->live)
-        return;
-    interface->wireUp = up;
-    refreshLink(port);
-}
-
-void Model::seeAddresses(const std::vector<SeenAddress> &seen) {
-    // An entry names a port: of a LAG the first live member with link.
-    std::map<FdbKey, std::pair<IfNum, Duration>> wanted;
-    for (const auto &address : seen) {
-        if (interface(address.interface) == nullptr || !hasVlan(address.vlan))
-            continue;
-        for (const auto port : portsOf(address.interface))
-            if (interfaces_.at(port).live && forwarding(port)) {
-                wanted[{address.mac, address.vlan}] = {port, now_ - address.age};
-                break;
-            }
-    }
-    std::erase_if(fdb_, [&](const auto &item) {
-        return item.second.type == OPEN_FDB_ADDR_LEARNED && interfaces_.at(item.second.port).live &&
-               !wanted.contains(item.first);
-    });
-    for (const auto &[key, place] : wanted)
-        if (install(key.mac, key.vlan, place.first))
-            if (auto &entry = fdb_[key]; entry.type == OPEN_FDB_ADDR_LEARNED)
-                entry.lastSeen = place.second;
-}
-
-void Model::seeNeighbours(const std::vector<SeenNeighbour> &seen) {
-    std::set<std::pair<IfNum, std::uint32_t>> present;
-    for (const auto &[port, received] : seen) {
-        const auto *interface = this->interface(port);
-        if (interface == nullptr || !interface->live || !interface->linkUp)
-            continue;
-        auto fields = received;
-        cutTexts(fields);
-        auto &here = lldp_[port];
-        auto known = std::find_if(here.begin(), here.end(), [&](const auto &item) {
-            const auto &other = item.second.fields;
-            return other.chassisId == fields.chassisId && other.chassisIdSubtype == fields.chassisIdSubtype &&
-                   other.portId == fields.portId && other.portIdSubtype == fields.portIdSubtype;
-        });
-        if (known == here.end()) {
-            newNeighbour(port, fields, fields.systemName.empty() ? fields.chassisId : fields.systemName);
-            known = std::prev(here.end());
-        }
-        known->second.fields = std::move(fields);
-        known->second.lastHeard = now_;
-        present.emplace(port, known->first);
-    }
-    for (auto &[port, here] : lldp_)
-        if (interfaces_.at(port).live)
-            std::erase_if(here, [&](const auto &item) {
-                if (present.contains({port, item.first}))
-                    return false;
-                event("lldp", "neighbour " + item.second.device + " expired");
-                return true;
-            });
-}
-
-std::map<ArpKey, Mac> Model::arp() const {
-    auto all = arpSeen_;
-    for (const auto &[name, device] : devices_)
-        if (device.talking && !device.ip.empty() && !device.macs.empty() && forwarding(device.port))
-            if (const auto vlan = classify(device, device.macs.front()); vlan != 0)
-                all[{vlan, device.ip}] = device.macs.front();
-    return all;
 }
 
 // --- access lists

@@ -46,4 +46,10 @@ std::string Interface::name() const {
     return (isLag() ? "lag " : "0/") + std::to_string(index);
 }
 
+void LldpFields::cutTexts() {
+    for (auto *text : {&chassisId, &portId, &portDesc, &systemName, &systemDesc, &mgmtAddress})
+        if (text->size() > kLldpTextMax)
+            text->resize(kLldpTextMax);
+}
+
 }  // namespace vswitch

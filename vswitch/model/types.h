@@ -199,6 +199,8 @@ struct LldpFields {
     std::string portId;
     std::string portDesc, systemName, systemDesc, mgmtAddress;
     std::uint32_t ttl = 120;
+
+    void cutTexts();  // to kLldpTextMax each
 };
 
 struct LldpNeighbour {

@@ -1,0 +1,90 @@
+// Live ports: what a data plane saw on the wire, put into the tables.
+#include <algorithm>
+
+#include "vswitch/model/model.h"
+
+namespace vswitch {
+
+open_error_t Model::setLive(IfNum port) {
+    auto *interface = edit(port);
+    if (interface == nullptr || interface->isLag())
+        return OPEN_E_PARAM;
+    if (!devicesAt(port).empty())
+        return OPEN_E_FAIL;
+    interface->live = true;
+    refreshLink(port);
+    return OPEN_E_NONE;
+}
+
+void Model::seeCarrier(IfNum port, bool up) {
+    auto *interface = edit(port);
+    if (interface == nullptr || !interface->live)
+        return;
+    interface->wireUp = up;
+    refreshLink(port);
+}
+
+void Model::seeAddresses(const std::vector<SeenAddress> &seen) {
+    // An entry names a port: of a LAG the first live member with link.
+    std::map<FdbKey, std::pair<IfNum, Duration>> wanted;
+    for (const auto &address : seen) {
+        if (interface(address.interface) == nullptr || !hasVlan(address.vlan))
+            continue;
+        for (const auto port : portsOf(address.interface))
+            if (interfaces_.at(port).live && forwarding(port)) {
+                wanted[{address.mac, address.vlan}] = {port, now_ - address.age};
+                break;
+            }
+    }
+    std::erase_if(fdb_, [&](const auto &item) {
+        return item.second.type == OPEN_FDB_ADDR_LEARNED && interfaces_.at(item.second.port).live &&
+               !wanted.contains(item.first);
+    });
+    for (const auto &[key, place] : wanted)
+        if (install(key.mac, key.vlan, place.first))
+            if (auto &entry = fdb_[key]; entry.type == OPEN_FDB_ADDR_LEARNED)
+                entry.lastSeen = place.second;
+}
+
+void Model::seeNeighbours(const std::vector<SeenNeighbour> &seen) {
+    std::set<std::pair<IfNum, std::uint32_t>> present;
+    for (const auto &[port, received] : seen) {
+        const auto *interface = this->interface(port);
+        if (interface == nullptr || !interface->live || !interface->linkUp)
+            continue;
+        auto fields = received;
+        fields.cutTexts();
+        auto &here = lldp_[port];
+        auto known = std::find_if(here.begin(), here.end(), [&](const auto &item) {
+            const auto &other = item.second.fields;
+            return other.chassisId == fields.chassisId && other.chassisIdSubtype == fields.chassisIdSubtype &&
+                   other.portId == fields.portId && other.portIdSubtype == fields.portIdSubtype;
+        });
+        if (known == here.end()) {
+            newNeighbour(port, fields, fields.systemName.empty() ? fields.chassisId : fields.systemName);
+            known = std::prev(here.end());
+        }
+        known->second.fields = std::move(fields);
+        known->second.lastHeard = now_;
+        present.emplace(port, known->first);
+    }
+    for (auto &[port, here] : lldp_)
+        if (interfaces_.at(port).live)
+            std::erase_if(here, [&](const auto &item) {
+                if (present.contains({port, item.first}))
+                    return false;
+                event("lldp", "neighbour " + item.second.device + " expired");
+                return true;
+            });
+}
+
+std::map<ArpKey, Mac> Model::arp() const {
+    auto all = arpSeen_;
+    for (const auto &[name, device] : devices_)
+        if (device.talking && !device.ip.empty() && !device.macs.empty() && forwarding(device.port))
+            if (const auto vlan = classify(device, device.macs.front()); vlan != 0)
+                all[{vlan, device.ip}] = device.macs.front();
+    return all;
+}
+
+}  // namespace vswitch
