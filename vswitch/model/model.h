@@ -132,6 +132,7 @@ class Model {
     std::map<ArpKey, Mac> arp() const;
 
     // --- behaviour
+    bool changesPending() const { return !pending_.empty(); }  // accepted, and not yet in effect
     Duration latency() const { return latency_; }
     void setLatency(Duration latency) { latency_ = latency; }
 

@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <tuple>
 #include <unordered_map>
+#include <utility>
 
 #include "platform/clock.h"
 #include "vswitch/rpc/kinds.h"
@@ -78,12 +79,17 @@ void Server::attach(std::unique_ptr<DataPlane> dataPlane) {
 void Server::exchangeWithDataPlane() {
     if (!dataPlane_)
         return;
-    if (auto wanted = wireConfigOf(model_, livePorts_); wanted != pushed_) {
-        pushed_ = std::move(wanted);
-        dataPlane_->push(pushed_, ++generation_);
-    }
-    if (const auto view = dataPlane_->collect())
+    // Accepted changes take effect as time passes.
+    const bool pending = model_.changesPending();
+    if (std::exchange(touched_, pending))
+        if (auto wanted = wireConfigOf(model_, livePorts_); wanted != pushed_) {
+            pushed_ = std::move(wanted);
+            dataPlane_->push(pushed_, ++generation_);
+        }
+    if (const auto view = dataPlane_->collect()) {
         putIntoModel(model_, *view, generation_);
+        touched_ = true;
+    }
 }
 
 bool Server::settled() const {
@@ -114,6 +120,7 @@ bool Server::handle(const char *request, std::size_t size, std::string &reply) t
     const std::string_view name(arguments.ptr[0].via.str.ptr, arguments.ptr[0].via.str.size);
 
     tick();
+    touched_ = true;
     msgpack::sbuffer buffer;
     Packer packer(buffer);
     if (name == rpc::kControlCall && arguments.size == 2) {

@@ -51,8 +51,15 @@ class Server {
     // False while a change of the configuration has not reached the wire.
     bool settled() const;
 
-    Model &model() { return model_; }
-    Cli &cli() { return cli_; }
+    // Who asks for these may change the configuration.
+    Model &model() {
+        touched_ = true;
+        return model_;
+    }
+    Cli &cli() {
+        touched_ = true;
+        return cli_;
+    }
 
     void addFault(Fault fault) { faults_.push_back(std::move(fault)); }
     void clearFaults() { faults_.clear(); }
@@ -75,6 +82,7 @@ class Server {
     std::unique_ptr<DataPlane> dataPlane_;
     PortMap livePorts_;
     WireConfig pushed_;
+    bool touched_ = true;  // the configuration may differ from pushed_
     std::uint64_t generation_ = 0;
     std::map<std::string, CliSession> sessions_;  // of the control request "cli"
 };
