@@ -503,6 +503,9 @@ class OvsDataPlane : public DataPlane {
             return runTool(arguments, folder_, kNeighbourLimit, end);
         };
         const auto name = wantedName();
+        // It starts paused, and the client it starts to be woken may come too early.
+        if (named_.empty() && !good(lldpcli({"resume"}), "LLDP start", lldp()))
+            return false;
         if (name != named_ &&
             good(lldpcli({"configure", "system", "hostname", name}), "LLDP system name", lldp()))
             named_ = name;

@@ -1,0 +1,75 @@
+#!/usr/bin/env bash
+# Runs a command as root with a network, mounts and processes of its own; whatever ends it, nothing is left.
+#   lab/enclose.sh BUILD COMMAND [ARGUMENT]...
+# BUILD gets a private folder, PAVO_LAB tells the command which. Exit status: the command's, or 2.
+set -uo pipefail
+
+refuse() {
+    echo "lab: $*" >&2
+    exit 2
+}
+
+[ $# -ge 2 ] || refuse "usage: lab/enclose.sh BUILD COMMAND [ARGUMENT]..."
+[ "$(id -u)" -eq 0 ] || refuse "needs root, to make network namespaces: run it by sudo"
+missing=()
+for program in unshare setpriv flock ip ethtool ping tcpdump lldpd ovs-vswitchd ovsdb-server; do
+    PATH="$PATH:/usr/sbin:/sbin" command -v "$program" >/dev/null || missing+=("$program")
+done
+[ ${#missing[@]} -eq 0 ] || refuse "these programs are missing: ${missing[*]} (packages: scripts/packages.txt)"
+export PATH="$PATH:/usr/sbin:/sbin"
+apart=(unshare --mount --net --pid --fork --mount-proc --kill-child)
+why=$("${apart[@]}" true 2>&1) || refuse "cannot make namespaces here: $why"
+
+build=$(cd "$1" && pwd) || refuse "no build folder $1"
+shift
+
+# The folders of runs that were killed. A run holds the lock in its folder until its last process is gone.
+exec 8>"$build/.lab.lock"
+flock 8
+for old in "$build"/lab-root-*; do
+    [ -d "$old" ] && flock --nonblock "$old/.lock" true && rm -rf "$old"
+done
+root=$(mktemp -d "$build/lab-root-XXXXXX") || refuse "cannot make a folder in $build"
+exec 9>"$root/.lock"
+flock 9
+exec 8>&-
+
+outer=
+finish() {
+    trap '' INT TERM HUP
+    if [ -n "$outer" ] && kill -0 "$outer" 2>/dev/null; then
+        # The first process inside takes all others with it; the outer one ends when they are gone.
+        first=$(cat "/proc/$outer/task/$outer/children" 2>/dev/null)
+        kill -KILL ${first:-"$outer"} 2>/dev/null
+        wait "$outer" 2>/dev/null
+    fi
+    for _ in $(seq 50); do
+        rm -rf "$root" 2>/dev/null && return
+        sleep 0.1
+    done
+    echo "lab: cannot remove $root" >&2
+}
+trap finish EXIT
+trap 'exit 130' INT
+trap 'exit 143' TERM
+trap 'exit 129' HUP
+
+# The shell inside stays, as the parent of processes whose own has ended. The death signals cover a kill -9
+# of this script or of unshare, which has an error message of its own when its child is killed: not shown.
+exec 3<&0 4>&2
+PAVO_LAB="$root" setpriv --pdeathsig KILL "${apart[@]}" bash -c '
+    exec 2>&4 4>&-
+    set -e
+    for folder in /run/netns /run/lldpd; do
+        mkdir -p "$folder"
+        mount -t tmpfs tmpfs "$folder"
+    done
+    ip link set lo up
+    set +e
+    "$@"
+    exit $?' lab "$@" <&3 3<&- 2>/dev/null &
+outer=$!
+wait "$outer"
+status=$?
+outer=
+exit "$status"

@@ -1,0 +1,366 @@
+#!/usr/bin/env python3
+"""Shows pavo on a live data plane: who reaches whom, before and after the daemon has seen the devices.
+
+Runs inside lab/enclose.sh; ./lab.sh does all of it.
+"""
+
+import argparse
+import os
+import shlex
+import signal
+import subprocess
+import sys
+import time
+
+from topology import SWITCH, Failure, LabRig, Network, ip, run, standard_devices
+
+TTY = sys.stdout.isatty()
+PORTS = 16
+AUDIO_PROFILE = ["profile", "apply", "--name", "House audio", "--type", "AUDAC Audio and Control Network",
+                 "--vlan", "10 type=2 untagged=1,5,7", "--vlan", "20 type=3 untagged=3 assigned=5,7"]
+VIDEO_PROFILE = ["profile", "apply", "--name", "Projection", "--type", "AVoIP Lightware AV network",
+                 "--vlan", "30 type=1 untagged=11-14", "--vlan", "286 type=2"]
+SETTLE = 10  # real seconds that the data plane and the devices may take to follow a change
+LEAVE = 20 * 15  # seconds of the switch's time until a device that is not seen has left
+
+PICTURE = r"""
+   desk                 media                  wall               every box is a network namespace,
+  10.50.0.1           10.50.0.2             10.50.0.3             every line a pair of interfaces
+     |                    |                     |
+ ____|p1__________________|p3___________________|p13____________________________________
+|                                                                                       |
+|   switch:   vswitchd  --  Open vSwitch (user-space datapath), lldpd                   |
+|             pavo_detection, pavoctl                                                   |
+|_____p5_ _ _ _p7____________________________________p11_______p12______________________|
+      |        :                                      |         |
+      |        : (moves here)                    eth0 |         | eth1
+   control  10.50.0.11   00:1b:92:01:00:01          ubex  10.50.0.21   a8:d2:36:00:00:01
+      |     speaks LLDP: "Audac control unit"             speaks LLDP: "UBEX-..."
+      |
+      +-- stage-left   10.50.0.12   00:1b:92:02:00:01      VLANs: 10 control (desk, control unit)
+      +-- stage-right  10.50.0.13   00:1b:92:02:00:02             20 audio (media, audio devices)
+          audio devices behind the control unit                   30 video (wall, ubex), 286 tagged
+"""
+
+HINTS = """
+A shell inside the laboratory; everything ends with it ('exit').
+
+  on media ping -c 2 10.50.0.12              media asks stage-left, across the audio VLAN
+  on desk ping -c 2 -W 1 10.50.0.12          desk does not reach it
+  on stage-left tcpdump -e -n -i eth0        what an audio device hears
+  ip -n ubex link set eth0 down              pull one of its cables (up: put it back)
+  ip -n control link set eth0 down           the control unit and all behind it fall silent
+  on desk python3 -B {lab}/lldp_frames.py --source 02:00:00:00:01:01 'control bytes' |
+      on desk frames raw --interface eth0 -  a hostile LLDP frame to port 1
+  vswitchctl table ports                     also: lags, vlans, associations, fdb, lldp, log
+  vswitchctl cli                             the switch's command line; '?' helps
+  pavoctl profile list                       and apply, show, delete; pavoctl vlan list
+  tail -f {log}
+"""
+
+
+def paint(code, text):
+    return f"\033[{code}m{text}\033[0m" if TTY else text
+
+
+class Show:
+    """Prints each expectation as a line and counts those that were not met."""
+
+    def __init__(self, rig, network):
+        self.rig = rig
+        self.network = network
+        self.devices = network.devices
+        self.good = 0
+        self.bad = 0
+
+    def act(self, title, *lines):
+        print(f"\n{paint('1;36', '== ' + title)}")
+        for line in lines:
+            print(line)
+        sys.stdout.flush()
+
+    def line(self, good, what, seen=""):
+        """`seen`: what was found instead, or evidence."""
+        if good:
+            self.good += 1
+        else:
+            self.bad += 1
+        mark = paint("32", "ok    ") if good else paint("31", "FAILED")
+        print(f"  {mark}  {what}" + (paint("2", f"   ({seen})") if seen else ""), flush=True)
+
+    def pavoctl(self, *words):
+        print(paint("36", "  $ pavoctl " + shlex.join(words)), flush=True)
+        for line in self.rig.pavoctl(*words).stdout.rstrip().splitlines():
+            print(f"    {line}")
+
+    def wait(self, what, condition, within):
+        """A condition that comes true; `within` seconds of the switch's time."""
+        try:
+            waited = self.rig.wait_for(condition, within / self.rig.scale + SETTLE, what)
+            self.line(True, what, f"{waited:.1f} s")
+        except Failure as failure:
+            self.rig.check_alive()
+            self.line(False, what, failure)
+
+    def settled(self, condition):
+        """Whether it comes true within the time that things take to settle."""
+        deadline = time.monotonic() + SETTLE
+        while not condition():
+            if time.monotonic() > deadline:
+                return False
+        return True
+
+    def reaches(self, source, *targets):
+        """Real pings, there and back."""
+        for target in targets:
+            good = self.settled(lambda name=target: self.network.ping(self.devices[source], self.devices[name]))
+            self.line(good, f"{source} reaches {target}", "" if good else "no answer")
+
+    def is_apart(self, source, *targets):
+        """No answer, twice in a row; a change just made may take a moment to show."""
+        for target in targets:
+            good = self.settled(lambda name=target: not self.network.ping(self.devices[source], self.devices[name],
+                                                                          tries=2))
+            self.line(good, f"{source} does not reach {target}", "" if good else "it answers")
+
+    def hears(self, sender, *listeners):
+        """Exactly these devices receive what `sender` broadcasts."""
+        present = [device for device in self.devices.values() if device.interfaces()]
+        heard = {}
+
+        def as_expected():
+            heard.clear()
+            heard.update(self.network.hearers(self.devices[sender], present))
+            return set(heard) == set(listeners)
+
+        good = self.settled(as_expected)
+        self.line(good, f"a broadcast of {sender} is heard by {', '.join(listeners) or 'nobody'}",
+                  "" if good else f"heard by {', '.join(heard) or 'nobody'}")
+
+    def row(self, what, table, within=0, **members):
+        self.wait(what, lambda: self.rig.rows(table, **members), within)
+
+    def no_row(self, what, table, within=0, **members):
+        self.wait(what, lambda: not self.rig.rows(table, **members), within)
+
+    def summary(self):
+        text = f"{self.good} lines as expected, {self.bad} not"
+        print(paint("31" if self.bad else "32", text), flush=True)
+        return 1 if self.bad else 0
+
+
+# --- the acts
+
+
+def flat(show):
+    devices, network = show.devices, show.network
+    show.act("A switch without profiles: everybody reaches everybody",
+             "The daemon does not run yet. desk, media and wall are plugged in, and the control unit in port 5.")
+    for name, port in (("desk", 1), ("media", 3), ("wall", 13), ("control", 5)):
+        network.plug(devices[name], port)
+    show.row("port 5 has a link", "ports", name="0/5", link=True)
+    show.reaches("desk", "media", "wall", "control", "stage-left")
+    show.reaches("stage-left", "media", "stage-right")
+    show.hears("desk", "media", "wall", "control", "stage-left", "stage-right")
+    show.row("the switch hears the control unit by LLDP", "lldp", within=60, port=5, chassisId="00:1B:92:01:00:01",
+             systemDesc="Audac control unit, firmware 2.4")
+
+
+def profile(show):
+    show.act("The audio profile is applied: all that is on port 5 is in the control VLAN")
+    show.pavoctl(*AUDIO_PROFILE)
+    show.reaches("desk", "control", "stage-left")
+    show.reaches("stage-left", "desk")
+    show.is_apart("stage-left", "media")
+    show.is_apart("media", "stage-left")
+    show.is_apart("desk", "media", "wall")
+    show.hears("stage-left", "stage-right", "desk")
+    show.hears("media")
+
+
+def join(show):
+    show.act("The daemon starts, and finds the audio devices by LLDP and forwarding table")
+    show.rig.start_daemon()
+    joined_reachability(show, "0/5", within=90)
+    show.wait("the switch's own log says so",
+              lambda: "AUDAC Audio device Join (MAC: 00:1B:92:02:00:02) on Port 0/5." in show.rig.system_log(), 60)
+    devices = show.devices
+    with show.network.capture("media", "eth0", "icmp or arp") as seen:
+        show.network.ping(devices["media"], devices["stage-left"], tries=3)
+    lines = [line for line in seen.text() if line.startswith(devices["stage-left"].mac)]
+    show.line(bool(lines) and all("vlan" not in line for line in lines), "its answers arrive at media untagged",
+              lines[-1][:90] if lines else "nothing captured")
+
+
+def joined_reachability(show, port, within):
+    """What holds wherever the control unit is plugged in."""
+    for name, mac in (("stage-left", "00:1B:92:02:00:01"), ("stage-right", "00:1B:92:02:00:02")):
+        show.row(f"{name} is bound to the audio VLAN", "associations", within, mac=mac, vlan=20)
+        show.row(f"its address is learned there on port {port}", "fdb", 30, mac=mac, vlan=20, interface=port)
+    show.reaches("stage-left", "media")
+    show.reaches("media", "stage-left", "stage-right")
+    show.is_apart("stage-left", "desk")
+    show.is_apart("desk", "stage-right")
+    show.reaches("control", "desk")
+    show.is_apart("control", "media")
+    show.hears("stage-left", "stage-right", "media")
+    show.hears("control", "desk")
+    # The port is in both VLANs; what its devices answer is where they belong.
+    show.hears("media", "control", "stage-left", "stage-right")
+    show.hears("desk", "control", "stage-left", "stage-right")
+
+
+def move(show):
+    show.act("The control unit moves from port 5 to port 7, the audio devices with it")
+    show.network.move(show.devices["control"], 7)
+    show.row("port 5 has no link", "ports", name="0/5", link=False)
+    joined_reachability(show, "0/7", within=30)
+    show.wait("the daemon has noticed",
+              lambda: "AUDAC device (MAC: 00:1B:92:02:00:01) from Port 0/5 change to Port 0/7."
+              in show.rig.system_log(), 60)
+
+
+def endpoint(show):
+    network, devices = show.network, show.devices
+    ubex = devices["ubex"]
+    show.act("The video profile is applied, and a Lightware endpoint is plugged in with two uplinks")
+    show.pavoctl(*VIDEO_PROFILE)
+    network.plug(ubex, 11, "eth0")
+    network.plug(ubex, 12, "eth1")
+    show.wait("both uplinks are in a LAG with VLAN 30, and VLAN 286 tagged",
+              lambda: any(sorted(row["members"]) == [11, 12] and row["pvid"] == 30 and row["tagged"] == [286]
+                          for row in show.rig.table("lags")), 120)
+    lag = next((row["name"] for row in show.rig.table("lags") if row["members"]), "")
+    show.reaches("ubex", "wall")
+    show.reaches("wall", "ubex")
+    show.row("its address is learned on the LAG", "fdb", 30, mac="A8:D2:36:00:00:01", vlan=30, interface=lag)
+    show.is_apart("ubex", "desk", "media")
+
+    heard = network.hearers(devices["wall"], [ubex, devices["desk"], devices["media"]], count=20)
+    frames = [(result["received"], result["duplicates"]) for result in heard.get("ubex", [])]
+    show.line(list(heard) == ["ubex"] and sum(n for n, _ in frames) == 20 and not any(twice for _, twice in frames),
+              "20 broadcasts of wall reach ubex, each by one uplink only, and nobody else", f"received: {frames}")
+    heard = network.hearers(ubex, [ubex, devices["wall"]], count=20, ifname="eth0")
+    frames = [result["received"] for result in heard.get("wall", [])]
+    show.line(frames == [20], "20 broadcasts of ubex reach wall once each", f"received: {frames}")
+
+    print("  The daemon is held meanwhile: it takes a port that is down for two scans out of the LAG.")
+    daemon = show.rig.children["pavo_detection"]
+    daemon.send_signal(signal.SIGSTOP)
+    try:
+        pull_each(show)
+    finally:
+        daemon.send_signal(signal.SIGCONT)
+    show.wait("the LAG is complete when the daemon has looked again",
+              lambda: any(sorted(row["members"]) == [11, 12] and row["pvid"] == 30 for row in show.rig.table("lags")),
+              120)
+
+
+def pull_each(show):
+    network = show.network
+    for port in (11, 12):
+        network.pull(port)
+        show.row(f"the cable of port {port} slips out", "ports", name=f"0/{port}", link=False)
+        show.reaches("ubex", "wall")
+        show.reaches("wall", "ubex")
+        network.reinsert(port)
+        show.row("and is put back", "ports", name=f"0/{port}", link=True)
+
+
+def leave(show):
+    show.act("The control unit is unplugged; twenty scans later its audio devices have left")
+    show.network.unplug(show.devices["control"])
+    show.no_row("the switch hears no control unit", "lldp", 60, systemName="control")
+    show.no_row("port 7 has no addresses", "fdb", 60, interface="0/7")
+    show.no_row("no association is left", "associations", LEAVE + 60)
+    for mac in ("00:1B:92:02:00:01", "00:1B:92:02:00:02"):
+        show.wait(f"the switch's log says that {mac} left",
+                  lambda address=mac: f"AUDAC device Leave (Audio MAC: {address})" in show.rig.system_log(), 30)
+    show.network.plug(show.devices["control"], 5)
+    show.row("plugged in again, they are found again", "associations", 120, mac="00:1B:92:02:00:01", vlan=20)
+    show.reaches("stage-left", "media")
+
+
+def deleted(show):
+    show.act("The profiles are deleted: the network is flat again")
+    show.pavoctl("profile", "delete", "House audio")
+    show.pavoctl("profile", "delete", "Projection")
+    show.no_row("no association is left", "associations", 60)
+    show.reaches("desk", "media", "wall", "control", "stage-left", "stage-right")
+    show.reaches("stage-left", "media")
+    show.hears("media", "desk", "wall", "control", "stage-left", "stage-right", *flat_endpoint(show))
+
+
+def flat_endpoint(show):
+    """The endpoint stays in its LAG when the profile goes; it hears VLAN 1 if that is the LAG's again."""
+    lag = next((row for row in show.rig.table("lags") if row["members"]), None)
+    return ["ubex"] if lag is None or lag["pvid"] == 1 else []
+
+
+# --- before and after
+
+
+def shell(show):
+    """Everything in place, and the user at work in it."""
+    rig = show.rig
+    print("\nThe profiles are applied once more, for you to try things.")
+    for words in (AUDIO_PROFILE, VIDEO_PROFILE):
+        show.pavoctl(*words)
+    here = os.path.dirname(os.path.abspath(__file__))
+    print(HINTS.format(lab=here, log=rig.path("/tmp/ketch.log")), flush=True)
+    start = rig.path("tmp/bashrc")
+    with open(start, "w", encoding="ascii") as file:
+        file.write("PS1='(lab) \\w\\$ '\non() { ip netns exec \"$@\"; }\n")
+    folders = [os.path.dirname(rig.program(name)) for name in ("vswitchctl", "pavoctl", "pavo_detection", "frames")]
+    env = dict(rig.env, PATH=":".join([*folders, os.environ["PATH"]]), BASH_ENV=start)
+    subprocess.run(["bash", "--rcfile", start], env=env, check=False)
+
+
+def play(show):
+    for act in (flat, profile, join, move, endpoint, leave, deleted):
+        act(show)
+        show.rig.check_alive()
+    counters = show.rig.control("counters")
+    show.line(not counters["unknownCommands"], f"the switch knew every command of {counters['total']} calls",
+              f"{counters['unknownCommands']} unknown" if counters["unknownCommands"] else "")
+
+
+def failed(rig, failure):
+    print(paint("31", f"FAILED: {failure}"))
+    for title, text in (("the daemon's log", rig.log()), ("the switch's output", rig.output("vswitchd"))):
+        print(f"The end of {title}:\n  " + "\n  ".join(text.splitlines()[-15:]))
+
+
+def main():
+    parser = argparse.ArgumentParser(description="Shows pavo on a live data plane.")
+    parser.add_argument("--build", required=True, help="build folder with the programs")
+    parser.add_argument("--scale", type=int, default=10, help="how many times faster the clocks run")
+    parser.add_argument("--keep", action="store_true", help="a shell inside afterwards")
+    arguments = parser.parse_args()
+    for number in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP):
+        signal.signal(number, lambda got, _: sys.exit(128 + got))
+
+    started = time.monotonic()
+    print(PICTURE, flush=True)
+    rig = LabRig(arguments.build, os.environ["PAVO_LAB"], PORTS, scale=arguments.scale)
+    network = Network(PORTS, rig.program("frames"), rig.path("tmp"))
+    standard_devices(network)
+    show = Show(rig, network)
+    status = 1
+    try:
+        rig.start_switch()
+        play(show)
+        status = show.summary()
+        print(f"It took {time.monotonic() - started:.0f} s; the clocks ran {rig.scale} times as fast.")
+        if arguments.keep:
+            shell(show)
+    except (Failure, OSError, subprocess.SubprocessError) as failure:
+        failed(rig, failure)
+    finally:
+        rig.stop_all()
+        network.close()
+    return status
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,510 @@
+"""The network around the switch: namespaces as devices, veth pairs as cables, and the programs that run in them.
+
+Works only inside lab/enclose.sh, which gives it a /run/netns and processes of its own; what is made here needs no
+cleaning up. Everybody has an address in one subnet, so VLANs alone decide who reaches whom.
+"""
+
+import json
+import os
+import signal
+import subprocess
+import sys
+import threading
+import time
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+sys.path.insert(0, os.path.join(os.path.dirname(HERE), "demo"))
+
+from rig import Failure, Rig  # noqa: E402
+
+SWITCH, SHELF = "switch", "shelf"
+BROADCAST = "ff:ff:ff:ff:ff:ff"
+SUBNET = "10.50.0."
+CHATTER_FLOW = 0xFFFFFFFF  # what talking devices say; nobody counts it
+LLDP_FOLDER = "/run/lldpd"
+COMMAND_LIMIT = 60  # seconds that a program started for one answer may take
+
+
+def run(namespace, *command, check=True, text_in=None, limit=COMMAND_LIMIT):
+    """Runs a command in a namespace (None: in this one) to its end."""
+    prefix = ["ip", "netns", "exec", namespace] if namespace else []
+    done = subprocess.run([*prefix, *command], input=text_in, stdin=None if text_in is not None else subprocess.DEVNULL,
+                          capture_output=True, text=True, check=False, timeout=limit)
+    if check and done.returncode != 0:
+        raise Failure(f"{' '.join(command)} (in {namespace or 'the outer namespace'}): status {done.returncode}: "
+                      f"{(done.stderr or done.stdout).strip()}")
+    return done
+
+
+def ip(namespace, *words, check=True):
+    return run(None, "ip", *(["-n", namespace] if namespace else []), *words, check=check)
+
+
+class Process:
+    """A program in a namespace with its output in a file; a child of this process until stop()."""
+
+    def __init__(self, namespace, output, *command):
+        self.output = output
+        with open(output, "wb") as file:
+            self.popen = subprocess.Popen(["ip", "netns", "exec", namespace, *command], stdin=subprocess.DEVNULL,
+                                          stdout=file, stderr=subprocess.STDOUT, start_new_session=True)
+
+    def stop(self, how=signal.SIGTERM):
+        if self.popen.poll() is None:
+            self.popen.send_signal(how)
+            try:
+                self.popen.wait(5)
+            except subprocess.TimeoutExpired:
+                self.popen.kill()
+                self.popen.wait()
+        return self.popen.returncode
+
+    def text(self):
+        with open(self.output, encoding="utf-8", errors="replace") as file:
+            return file.read()
+
+    def await_text(self, text, seconds=10):
+        """Waits until the program has said so."""
+        deadline = time.monotonic() + seconds
+        while text not in self.text():
+            if self.popen.poll() is not None or time.monotonic() > deadline:
+                raise Failure(f"{' '.join(self.popen.args)}: did not say '{text}' but:\n{self.text()}")
+            time.sleep(0.01)
+
+
+# --- devices
+
+
+class Device:
+    """Something with a namespace of its own and network interfaces in it."""
+
+    def __init__(self, network, name, number, mac):
+        self.network = network
+        self.name = name
+        self.address = SUBNET + str(number)
+        self.mac = mac
+        self.cables = {}  # interface -> port that its cable leads to
+        network.add_namespace(name)
+        network.devices[name] = self
+
+    def interfaces(self):
+        return list(self.cables)
+
+    def alias(self, ifname):
+        """Becomes the port description in LLDP."""
+        return ifname
+
+    def set_addresses(self, ifname):
+        """Called with the interface up, whenever a cable has come (back)."""
+        ip(self.name, "address", "replace", self.address + "/24", "dev", ifname)
+
+    def plugged(self, ifname):
+        """Called when a cable is in and has its address."""
+
+    def unplugging(self, ifname):
+        """Called before a cable goes."""
+
+    def start_lldp(self, *interfaces, description):
+        """A real LLDP agent; it stays on through plugging and unplugging, as the device does."""
+        base = os.path.join(LLDP_FOLDER, self.name)
+        with open(base + ".conf", "w", encoding="ascii") as file:
+            # A second between frames: neighbours are gone four seconds after the last one.
+            file.write(f"configure lldp tx-interval 1\nconfigure system hostname {self.name}\n")
+        names = ",".join(interfaces)
+        self.lldp_socket = base + ".sock"
+        return self.network.spawn(self.name, f"lldpd-{self.name}", "lldpd", "-dd", "-S", description,
+                                  "-u", self.lldp_socket, "-p", base + ".pid", "-O", base + ".conf", "-I", names,
+                                  "-C", names, "-m", self.address)
+
+
+class Host(Device):
+    """An ordinary computer."""
+
+
+class AudioDevice(Device):
+    """An audio device behind a control unit: it has no cable of its own."""
+
+    def __init__(self, control, name, number, mac):
+        super().__init__(control.network, name, number, mac)
+        self.control = control
+        self.chatter = None
+
+    def interfaces(self):
+        return ["eth0"] if "eth0" in self.control.cables else []
+
+    def connect(self, through):
+        ip(self.control.name, "link", "add", "link", through, "name", "eth0", "netns", self.name, "address", self.mac,
+           "type", "macvlan", "mode", "bridge")
+        ip(self.name, "link", "set", "eth0", "up")
+        self.set_addresses("eth0")
+        # Audio devices announce themselves all the time; the switch keeps their addresses because of that.
+        self.chatter = self.network.spawn(self.name, f"chatter-{self.name}", self.network.frames, "send", "--interface",
+                                          "eth0", "--to", BROADCAST, "--from", self.mac, "--rate", "2", "--flow",
+                                          str(CHATTER_FLOW))
+
+    def disconnect(self):
+        self.network.end(self.chatter)
+        self.chatter = None
+        ip(self.name, "link", "delete", "eth0")
+
+    def set_talking(self, on):
+        """Silent, it lets the switch forget its address."""
+        self.chatter.popen.send_signal(signal.SIGCONT if on else signal.SIGSTOP)
+
+
+class ControlUnit(Device):
+    """An Audac control unit, whose pass-through port has audio devices behind it."""
+
+    DESCRIPTION = "Audac control unit, firmware 2.4"
+
+    def __init__(self, network, name, number, mac):
+        super().__init__(network, name, number, mac)
+        self.behind = []
+        self.lldp = None
+
+    def add_audio_device(self, name, number, mac):
+        self.behind.append(AudioDevice(self, name, number, mac))
+        return self.behind[-1]
+
+    def plugged(self, ifname):
+        for device in self.behind:
+            device.connect(ifname)
+        if self.lldp is None:
+            self.lldp = self.start_lldp("eth0", description=self.DESCRIPTION)
+
+    def unplugging(self, ifname):
+        for device in self.behind:
+            device.disconnect()
+
+
+class Endpoint(Device):
+    """A Lightware endpoint: two uplinks with one address, as an aggregation has.
+
+    There is no bonding driver here. The IP address is that of the device, and each uplink with a carrier has a route:
+    answers leave by the first, whichever uplink the question came by.
+    """
+
+    DESCRIPTION = "UBEX-PRO20-HDMI-F110"
+    UPLINKS = ("eth0", "eth1")
+
+    def __init__(self, network, name, number, mac):
+        super().__init__(network, name, number, mac)
+        self.lldp = None
+        network.set_kernel(name, "1", "ipv4/conf/default/ignore_routes_with_linkdown")
+        ip(name, "link", "set", "lo", "up")
+        ip(name, "address", "add", self.address + "/32", "dev", "lo")
+
+    def alias(self, ifname):
+        return str(self.UPLINKS.index(ifname) + 1)
+
+    def set_addresses(self, ifname):
+        metric = 100 * (self.UPLINKS.index(ifname) + 1)
+        ip(self.name, "route", "replace", SUBNET + "0/24", "dev", ifname, "src", self.address, "metric", str(metric))
+
+    def plugged(self, ifname):
+        if self.lldp is None:
+            self.lldp = self.start_lldp(*self.UPLINKS, description=self.DESCRIPTION)
+
+
+# --- the network
+
+
+class Network:
+    """The switch's ports p1..pN in its namespace, and the cables c1..cN on the shelf until they are plugged in."""
+
+    def __init__(self, ports, frames, folder):
+        if not os.environ.get("PAVO_LAB"):
+            raise Failure("the network is made inside lab/enclose.sh only")
+        self.frames = frames  # the program
+        self.folder = folder  # for outputs and captures
+        self.devices = {}
+        self.processes = []
+        self.flow = 0
+        self.ports = ports
+        for name in (SWITCH, SHELF):
+            self.add_namespace(name)
+        for n in range(1, ports + 1):
+            ip(SWITCH, "link", "add", f"p{n}", "type", "veth", "peer", "name", f"c{n}", "netns", SHELF)
+            run(SWITCH, "ethtool", "-K", f"p{n}", "tx", "off")
+            ip(SWITCH, "link", "set", f"p{n}", "up")
+
+    def set_kernel(self, namespace, value, *settings):
+        run(namespace, "tee", *("/proc/sys/net/" + name for name in settings), text_in=value)
+
+    def add_namespace(self, name):
+        ip(None, "netns", "add", name)
+        if os.path.isdir("/proc/sys/net/ipv6"):
+            # No frames but those that are meant.
+            self.set_kernel(name, "1", "ipv6/conf/all/disable_ipv6", "ipv6/conf/default/disable_ipv6")
+        # One subnet in several VLANs, and one device with two uplinks: no reverse-path opinion of the kernel.
+        self.set_kernel(name, "0", "ipv4/conf/all/rp_filter", "ipv4/conf/default/rp_filter")
+
+    def spawn(self, namespace, label, *command):
+        process = Process(namespace, os.path.join(self.folder, label + ".out"), *command)
+        self.processes.append(process)
+        return process
+
+    def end(self, process):
+        self.processes.remove(process)
+        return process.stop()
+
+    def close(self):
+        for process in reversed(self.processes):
+            process.stop()
+        self.processes.clear()
+
+    # --- cables
+
+    def holder(self, port):
+        """Device and interface at the other end of a port's cable, or None."""
+        for device in self.devices.values():
+            for ifname, at in device.cables.items():
+                if at == port:
+                    return device, ifname
+        return None
+
+    def plug(self, device, port, ifname="eth0"):
+        """Puts the port's cable into the device."""
+        if self.holder(port) or ifname in device.cables:
+            raise Failure(f"cannot plug {device.name} {ifname} into port {port}: in use")
+        # Complete before the device sees it: its LLDP agent takes the first address as its chassis ID.
+        ip(SHELF, "link", "set", f"c{port}", "address", device.mac, "alias", device.alias(ifname))
+        ip(SHELF, "link", "set", f"c{port}", "netns", device.name, "name", ifname)
+        run(device.name, "ethtool", "-K", ifname, "tx", "off")
+        ip(device.name, "link", "set", ifname, "up")
+        device.cables[ifname] = port
+        device.set_addresses(ifname)
+        device.plugged(ifname)
+
+    def unplug(self, device, ifname="eth0"):
+        """Takes the cable out of the device; the port's link goes down."""
+        port = device.cables[ifname]
+        device.unplugging(ifname)
+        del device.cables[ifname]
+        ip(device.name, "link", "set", ifname, "down", "netns", SHELF, "name", f"c{port}")
+
+    def move(self, device, port, ifname="eth0"):
+        self.unplug(device, ifname)
+        self.plug(device, port, ifname)
+
+    def pull(self, port):
+        """The plug slips out at the device's end: it keeps everything but the link."""
+        device, ifname = self.holder(port)
+        ip(device.name, "link", "set", ifname, "down")
+
+    def reinsert(self, port):
+        device, ifname = self.holder(port)
+        ip(device.name, "link", "set", ifname, "up")
+        device.set_addresses(ifname)
+
+    # --- traffic
+
+    def forget_neighbours(self, *devices):
+        for device in devices:
+            ip(device.name, "neighbour", "flush", "all")
+
+    def ping(self, source, target, tries=1):
+        """Whether an answer comes. The ARP tables are emptied first, so that the question itself crosses, too."""
+        for _ in range(tries):
+            self.forget_neighbours(source, target)
+            if run(source.name, "ping", "-n", "-q", "-c", "1", "-W", "1", target.address, check=False).returncode == 0:
+                return True
+        return False
+
+    def listen(self, device, ifname, flow, idle_ms=None, seconds=None):
+        """Counts the frames of a flow, in the background; result() waits for its end. Listens when this returns."""
+        return Listener(self, device, ifname, flow, idle_ms, seconds)
+
+    def send(self, device, *, to, flow, ifname="eth0", source=None, **options):
+        """Sends with `frames send` and returns what it says; options as that program's (rate, count, ...)."""
+        return json.loads(run(device.name, *self.send_command(device, to, flow, ifname, source, options),
+                              limit=options.get("seconds", 0) + COMMAND_LIMIT).stdout)
+
+    def start_sending(self, device, *, to, flow, ifname="eth0", source=None, **options):
+        """The same in the background; the returned process prints its JSON line when it is stopped or done."""
+        return self.spawn(device.name, f"send-{device.name}-{flow}",
+                          *self.send_command(device, to, flow, ifname, source, options))
+
+    def send_command(self, device, to, flow, ifname, source, options):
+        words = [self.frames, "send", "--interface", ifname, "--to", to, "--from", source or device.mac, "--flow",
+                 str(flow)]
+        for name, value in options.items():
+            words += ["--" + name, str(value)]
+        return words
+
+    def send_raw(self, device, frames, ifname="eth0"):
+        """Sends frames (bytes) as they are."""
+        lines = "".join(frame.hex() + "\n" for frame in frames)
+        return json.loads(run(device.name, self.frames, "raw", "--interface", ifname, "-", text_in=lines).stdout)
+
+    def new_flow(self):
+        self.flow += 1
+        return self.flow
+
+    def hearers(self, sender, devices, count=5, to=BROADCAST, ifname="eth0", vlan=None):
+        """Who of the devices receives a frame that `sender` sends: name -> one result per interface that did."""
+        flow = self.new_flow()
+        listeners = [(device, self.listen(device, name, flow, idle_ms=700))
+                     for device in devices if device is not sender for name in device.interfaces()]
+        self.send(sender, to=to, flow=flow, ifname=ifname, count=count, rate=100, **({"vlan": vlan} if vlan else {}))
+        heard = {}
+        for device, listener in listeners:
+            result = listener.result()
+            if result["received"]:
+                heard.setdefault(device.name, []).append(result)
+        return heard
+
+    def capture(self, namespace, ifname, *expression):
+        """tcpdump in the background, as a context: `with net.capture("media", "eth0", "icmp") as seen: ...`."""
+        return Capture(self, namespace, ifname, expression)
+
+
+class Listener:
+    """A running `frames receive`."""
+
+    def __init__(self, network, device, ifname, flow, idle_ms, seconds):
+        words = ["--idle", str(idle_ms)] if idle_ms else []
+        words += ["--seconds", str(seconds)] if seconds else []
+        self.network = network
+        self.process = network.spawn(device.name, f"receive-{device.name}-{ifname}-{flow}", network.frames, "receive",
+                                     "--interface", ifname, "--flow", str(flow), *words)
+        self.process.await_text("listening")
+
+    def result(self, limit=COMMAND_LIMIT):
+        """What it has counted; waits until it ends by itself."""
+        self.process.popen.wait(limit)
+        return self.stop()
+
+    def stop(self):
+        """What it has counted until now."""
+        status = self.network.end(self.process)
+        line = self.process.text().splitlines()[-1]
+        if status != 0:
+            raise Failure(f"frames receive: {line}")
+        return json.loads(line)
+
+
+class Capture:
+    """A running tcpdump; packets() and text() when the context has ended."""
+
+    def __init__(self, network, namespace, ifname, expression):
+        self.network = network
+        self.where = namespace, ifname
+        self.expression = expression
+        self.file = os.path.join(network.folder, f"{namespace}-{ifname}-{network.new_flow()}.pcap")
+
+    def __enter__(self):
+        namespace, ifname = self.where
+        self.process = self.network.spawn(namespace, f"tcpdump-{namespace}-{ifname}", "tcpdump", "-i", ifname, "-n",
+                                          "-U", "-Z", "root", "--immediate-mode", "-w", self.file, *self.expression)
+        self.process.await_text("listening on")
+        return self
+
+    def __exit__(self, *_):
+        self.network.end(self.process)
+
+    def text(self):
+        """A line per frame, with Ethernet addresses and tags."""
+        return run(None, "tcpdump", "-e", "-n", "-t", "-r", self.file).stdout.splitlines()
+
+    def packets(self):
+        return len(self.text())
+
+
+# --- the switch's programs
+
+
+class LabRig(Rig):
+    """Switch and daemon in the namespace of the switch, on real interfaces."""
+
+    FOLDERS = {"frames": "lab"}
+
+    def __init__(self, build, root, ports, lags=8, scale=1):
+        super().__init__(build, root, scale)
+        self.ports = ports
+        self.lags = lags
+        self.started = {}  # name -> arguments
+        self.kept = set()  # names that a Keeper looks after
+        self.lock = threading.RLock()
+
+    def program(self, name):
+        if name in self.FOLDERS:
+            return os.path.join(self.build, self.FOLDERS[name], name)
+        return super().program(name)
+
+    def start(self, name, *arguments):
+        with self.lock, open(self.path(f"tmp/{name}.out"), "ab") as output:
+            self.started[name] = arguments
+            self.children[name] = subprocess.Popen(
+                ["ip", "netns", "exec", SWITCH, self.program(name), *arguments], env=self.env, stdout=output,
+                stderr=subprocess.STDOUT, stdin=subprocess.DEVNULL, start_new_session=True)
+            return self.children[name]
+
+    def restart(self, name):
+        return self.start(name, *self.started[name])
+
+    def stop(self, name, how=signal.SIGTERM):
+        with self.lock:
+            return super().stop(name, how)
+
+    def check_alive(self):
+        with self.lock:
+            for name, child in self.children.items():
+                if name not in self.kept and child.poll() is not None:
+                    raise Failure(f"{name} ended with status {child.returncode}:\n{self.output(name)}")
+
+    def start_switch(self, *arguments):
+        ports = ",".join(f"{n}=p{n}" for n in range(1, self.ports + 1))
+        super().start_switch("--dataplane", "ovs", "--ports", str(self.ports), "--lags", str(self.lags), "--port-map",
+                             ports, "--state", self.path("tmp/running-state"), *arguments)
+
+
+class Keeper:
+    """Restarts programs that end without being told to, as the init of a switch does."""
+
+    POLL = 0.05
+    PAUSE = 1  # seconds at least between two starts of one program
+
+    def __init__(self, rig, *names):
+        self.rig = rig
+        self.names = names or ("vswitchd", "pavo_detection")
+        self.ends = []  # (name, status) of each unexpected end
+        self.starts = {}
+        self.over = threading.Event()
+        self.thread = threading.Thread(target=self.keep, daemon=True)
+
+    def __enter__(self):
+        self.rig.kept.update(self.names)
+        self.thread.start()
+        return self
+
+    def __exit__(self, *_):
+        self.over.set()
+        self.thread.join()
+        self.rig.kept.difference_update(self.names)
+
+    def keep(self):
+        ended = {}
+        while not self.over.wait(self.POLL):
+            with self.rig.lock:
+                for name in self.names:
+                    child = self.rig.children.get(name)
+                    if child is None or child.poll() is None:
+                        continue
+                    if ended.get(name) is not child:
+                        ended[name] = child
+                        self.ends.append((name, child.returncode))
+                    if time.monotonic() - self.starts.get(name, 0) >= self.PAUSE:
+                        self.starts[name] = time.monotonic()
+                        self.rig.restart(name)
+
+
+def standard_devices(network):
+    """The devices of the laboratory, by name; none is plugged in."""
+    control = ControlUnit(network, "control", 11, "00:1b:92:01:00:01")
+    control.add_audio_device("stage-left", 12, "00:1b:92:02:00:01")
+    control.add_audio_device("stage-right", 13, "00:1b:92:02:00:02")
+    Endpoint(network, "ubex", 21, "a8:d2:36:00:00:01")
+    for n, name in enumerate(("desk", "media", "wall"), start=1):
+        Host(network, name, n, f"02:00:00:00:01:0{n}")
+    return network.devices

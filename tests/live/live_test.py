@@ -1,0 +1,265 @@
+#!/usr/bin/env python3
+"""Faults and hostile traffic on a live data plane: real interfaces, real frames. Runs inside lab/enclose.sh.
+
+PAVO_BUILD names the build folder. Reachability through a whole story is tested by lab/lab.py itself.
+"""
+
+import os
+import signal
+import sys
+import time
+import unittest
+
+TREE = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+sys.path.insert(0, os.path.join(TREE, "lab"))
+
+import lldp_frames  # noqa: E402
+from topology import BROADCAST, Keeper, LabRig, Network, standard_devices  # noqa: E402
+
+LIMIT = 90  # real seconds that any one event may take
+SCALE = 10
+PORTS = 12
+LEFT, RIGHT = "00:1B:92:02:00:01", "00:1B:92:02:00:02"
+PROFILE = ["profile", "apply", "--name", "House", "--type", "AUDAC Audio and Control Network",
+           "--vlan", "10 type=2 untagged=1,5,7", "--vlan", "20 type=3 untagged=3,4 assigned=5,7"]
+
+
+class LiveTest(unittest.TestCase):
+    """One network for all tests of a class; each leaves it as it found it."""
+
+    switch_options = ()
+
+    @classmethod
+    def setUpClass(cls):
+        cls.rig = LabRig(os.environ["PAVO_BUILD"], os.environ["PAVO_LAB"], PORTS, scale=SCALE)
+        cls.net = Network(PORTS, cls.rig.program("frames"), cls.rig.path("tmp"))
+        cls.devices = standard_devices(cls.net)
+        cls.addClassCleanup(cls.close)
+        for name, port in (("desk", 1), ("media", 3), ("wall", 4)):
+            cls.net.plug(cls.devices[name], port)
+        cls.rig.start_switch(*cls.switch_options)
+        cls.rig.start_daemon()
+        cls.rig.pavoctl(*PROFILE)
+
+    @classmethod
+    def close(cls):
+        ended = cls.rig.stop_all
+        for name in ("pavo_detection", "vswitchd"):
+            status = cls.rig.stop(name)
+            output = cls.rig.output(name)
+            for word in ("Sanitizer", "runtime error"):
+                if word in output:
+                    raise AssertionError(f"{name} (status {status}):\n{output}")
+        ended()
+        cls.net.close()
+
+    def see(self, what, condition):
+        return self.rig.wait_for(condition, LIMIT, what)
+
+    def associated(self):
+        return {row["mac"] for row in self.rig.table("associations") if row["vlan"] == 20}
+
+    def reaches(self, source, target):
+        return self.net.ping(self.devices[source], self.devices[target])
+
+    def join(self, port=5):
+        self.net.plug(self.devices["control"], port)
+        self.see("both audio devices are bound", lambda: self.associated() == {LEFT, RIGHT})
+        self.see("media reaches stage-left", lambda: self.reaches("media", "stage-left"))
+
+    def leave(self):
+        self.net.unplug(self.devices["control"])
+        self.see("the audio devices have left", lambda: not self.associated())
+
+    def plane(self):
+        """State of the data plane, None while the switch does not answer."""
+        return self.rig.try_control({"op": "dataplane"})
+
+    def pid(self, name):
+        return next(row["pid"] for row in self.plane()["processes"] if row["name"] == name)
+
+
+class FaultTest(LiveTest):
+    """Whatever ends under 1,000 frames a second, traffic, configuration and associations come back by themselves."""
+
+    def recovers(self, what, disturb, back):
+        """One line of the table: frames lost and the longest silence of a flow through the audio VLAN, and the time
+        until `back` holds and everything is configured as before."""
+        media, left = self.devices["media"], self.devices["stage-left"]
+        before = self.rig.running_config(), self.associated()
+        self.assertEqual({LEFT, RIGHT}, before[1])
+        flow = self.net.new_flow()
+        listener = self.net.listen(left, "eth0", flow, seconds=10 * LIMIT)
+        sender = self.net.start_sending(media, to=left.mac, flow=flow, rate=1000)
+        try:
+            time.sleep(0.3)  # a little undisturbed traffic, so that the silence has a beginning
+            start = time.monotonic()
+            disturb()
+            self.see(f"{what}: back", lambda: self.plane() is not None and back())
+            self.see(f"{what}: configuration and associations",
+                     lambda: (self.plane() or {}).get("settled") and
+                     (self.rig.running_config(), self.associated()) == before)
+            self.see(f"{what}: frames", lambda: self.reaches("media", "stage-right"))
+            restored = time.monotonic() - start
+            time.sleep(0.3)
+        finally:
+            self.net.end(sender)
+            result = listener.stop()
+        self.assertTrue(result["received"], what)
+        self.assertFalse(result["duplicates"], what)
+        self.table.append(f"  {what:<34} {result['missing']:>7} {result['longestGapMs']:>10.0f} {restored:>10.1f}")
+        # The flow lives at its end: recovered, not merely restored in the tables.
+        return result
+
+    def test_everything_recovers(self):
+        self.table = []
+        self.join()
+        control = self.devices["control"]
+        with Keeper(self.rig) as keeper:
+            for name in ("ovs-vswitchd", "ovsdb-server", "lldpd"):
+                old = self.pid(name)
+                self.recovers(f"{name} killed", lambda: os.kill(old, signal.SIGKILL),
+                              lambda: self.pid(name) not in (0, old))
+            for name in ("ovs-vswitchd", "lldpd"):
+                old = self.pid(name)
+                self.recovers(f"{name} hung", lambda: os.killpg(old, signal.SIGSTOP),
+                              lambda: self.pid(name) not in (0, old))
+            self.assertTrue(self.rig.rows("lldp", port=5, chassisId=control.mac.upper()))
+
+            for name in ("vswitchd", "pavo_detection"):
+                child = self.rig.children[name]
+                self.recovers(f"{name} killed", lambda: child.send_signal(signal.SIGKILL),
+                              lambda: self.rig.children[name] is not child)
+                self.assertIn((name, -signal.SIGKILL), keeper.ends)
+            self.see("the new daemon knows the devices", lambda: self.rig.log().count("Join (MAC: " + LEFT) > 0 or
+                     self.rig.system_log().count(LEFT) > 0)
+
+            def pull(port):
+                self.net.pull(port)
+                self.see("no link", lambda: self.rig.rows("ports", name=f"0/{port}", link=False))
+                self.assertFalse(self.rig.rows("fdb", interface=f"0/{port}"))
+                self.net.reinsert(port)
+
+            self.recovers("cable of the audio devices pulled", lambda: pull(5),
+                          lambda: self.rig.rows("fdb", mac=LEFT, vlan=20))
+            self.recovers("cable of the sender pulled", lambda: pull(3),
+                          lambda: self.rig.rows("ports", name="0/3", link=True))
+        self.leave()
+        print("\nRecovery under 1,000 frames/s       lost  silence ms  all back s\n" + "\n".join(self.table), flush=True)
+
+    def test_a_change_costs_no_frame_of_other_flows(self):
+        media, wall = self.devices["media"], self.devices["wall"]
+        self.see("media reaches wall", lambda: self.reaches("media", "wall"))
+        changes = [["vlan database", "vlan 40-60", "exit", "configure", "interface 0/9",
+                    "vlan participation include 40-60", "vlan tagging 40-60", "vlan pvid 40"],
+                   ["configure", "interface 0/10", "addport lag 1"],
+                   ["vlan database", *(f"vlan association mac 02:00:00:00:99:{n:02X} 50" for n in range(40))],
+                   ["configure", "interface 0/10", "deleteport lag 1"],
+                   ["vlan database", "no vlan 40-60"],
+                   ["configure", "interface 0/9", "no vlan pvid", "vlan participation auto 40-60"]]
+        before = self.plane()["flowChanges"]
+        flow = self.net.new_flow()
+        listener = self.net.listen(wall, "eth0", flow, idle_ms=2000)
+        sender = self.net.start_sending(media, to=wall.mac, flow=flow, rate=1000)
+        for lines in changes:
+            self.rig.cli(*lines)
+            self.see("the change is on the wire", lambda: self.plane()["settled"])
+        self.net.end(sender)
+        result = listener.result()
+        self.assertGreater(self.plane()["flowChanges"], before + 100)
+        self.assertEqual((0, 0, 0), tuple(result[k] for k in ("missing", "duplicates", "reordered")), result)
+
+    def test_tags_filters_and_shutdown(self):
+        """What no story shows: tagged delivery, accepted frame types, the deny list, a port that is shut down."""
+        media, wall, desk = (self.devices[name] for name in ("media", "wall", "desk"))
+        everybody = [media, wall, desk]
+
+        def hear(sender, *names, **options):
+            self.see(f"{sender.name} is heard by {names} {options}",
+                     lambda: set(self.net.hearers(sender, everybody, **options)) == set(names))
+
+        def on(port, *lines):
+            self.rig.cli("configure", f"interface 0/{port}", *lines)
+
+        saved = self.rig.running_config()
+        # A frame with the tag of a VLAN that the port is not in goes nowhere; in it, it goes to the others.
+        hear(desk, vlan=20)
+        on(1, "vlan participation include 20", "vlan tagging 20")
+        hear(desk, "media", "wall", vlan=20)
+        with self.net.capture("desk", "eth0", "-Q", "in") as seen:
+            self.net.hearers(media, [wall])
+        lines = [line for line in seen.text() if line.startswith(media.mac)]
+        self.assertTrue(lines and all("vlan 20" in line for line in lines), lines)
+        on(1, "vlan acceptframe admituntaggedonly")
+        hear(desk, vlan=20)
+        on(1, "vlan acceptframe all", "no vlan tagging 20", "vlan participation auto 20")
+        on(3, "vlan acceptframe vlanonly")
+        hear(media)
+        on(3, "no vlan acceptframe")
+        hear(media, "wall")
+
+        # The deny list, in either direction; what it does not name passes.
+        self.rig.cli("configure", "ip access-list NET-BLOCK", f"deny ip any {wall.address} 0.0.0.0", "permit ip any any")
+        for port, direction in ((3, "in"), (4, "out")):
+            self.see("media reaches wall", lambda: self.reaches("media", "wall"))
+            on(port, f"ip access-group NET-BLOCK {direction} 1")
+            self.see("the filter holds", lambda: not self.reaches("media", "wall"))
+            on(port, f"no ip access-group NET-BLOCK {direction}")
+        self.rig.cli("configure", "no ip access-list NET-BLOCK")
+        self.see("media reaches wall", lambda: self.reaches("media", "wall"))
+
+        on(4, "shutdown")
+        self.see("no link", lambda: self.rig.rows("ports", name="0/4", link=False, admin=False))
+        self.see("shut down", lambda: not self.reaches("media", "wall"))
+        on(4, "no shutdown")
+        self.see("media reaches wall", lambda: self.reaches("media", "wall"))
+        # Nothing can be plugged into a real port.
+        self.assertIsNone(self.rig.try_control({"op": "plug", "name": "toy", "port": "0/9", "mac": "02:00:00:00:77:01"}))
+        self.assertEqual(saved, self.rig.running_config())
+
+
+class HostileTest(LiveTest):
+    """What a device may send does no harm to the switch or to the others."""
+
+    switch_options = ("--fdb", "4096")
+
+    def test_flood_of_addresses(self):
+        wall = self.devices["wall"]
+        self.net.send(wall, to=BROADCAST, flow=self.net.new_flow(), source="06:00:00:00:00:00", sources=20000,
+                      count=60000, rate=20000)
+        self.see("the flood has been learned", lambda: len(self.rig.table("fdb")) >= 2000)
+        flood = self.net.start_sending(wall, to=BROADCAST, flow=self.net.new_flow(), source="06:00:00:00:00:00",
+                                       sources=20000, rate=2000)
+        self.join()
+        self.assertLessEqual(len(self.rig.table("fdb")), 4096)
+        self.net.move(self.devices["control"], 7)
+        self.see("the move is noticed", lambda: self.rig.rows("fdb", mac=LEFT, vlan=20, interface="0/7"))
+        self.see("media reaches stage-left", lambda: self.reaches("media", "stage-left"))
+        self.net.end(flood)
+        self.leave()
+        self.rig.cli("clear mac-addr-table all")
+        self.see("the flood is forgotten", lambda: len(self.rig.table("fdb")) < 100)
+
+    def test_malformed_lldp(self):
+        wall = self.devices["wall"]
+        processes = {row["name"]: row["starts"] for row in self.plane()["processes"]}
+        before = self.rig.running_config()
+        for name, frames in lldp_frames.cases(wall.mac):
+            with self.subTest(name):
+                self.net.send_raw(wall, frames)
+        # One that is sound, afterwards: it is heard, so all before have been dealt with.
+        sound = lldp_frames.frame(wall.mac, lldp_frames.lldpdu(wall.mac, sys_name="sound", sys_desc="after all that"))
+        self.net.send_raw(wall, [sound])
+        self.see("the sound frame is heard", lambda: self.rig.rows("lldp", port=4, systemName="sound"))
+        for row in self.rig.table("lldp"):
+            for field in ("chassisId", "portId", "portDesc", "systemName", "systemDesc", "mgmtAddress"):
+                self.assertLessEqual(len(row[field].encode()), 255, row)
+        self.join()
+        self.assertEqual(processes, {row["name"]: row["starts"] for row in self.plane()["processes"]})
+        self.leave()
+        self.assertEqual(before, self.rig.running_config())
+        self.assertFalse(self.rig.control("counters")["unknownCommands"])
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)
