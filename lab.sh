@@ -39,4 +39,5 @@ echo "Building (a few minutes the first time) ..."
 flock build/.lock bash -c '
     cmake --preset release >build/configure.log 2>&1 || { cat build/configure.log; exit 1; }
     cmake --build build/release --target vswitchd vswitchctl pavo_detection pavoctl frames'
-PYTHONDONTWRITEBYTECODE=1 exec lab/enclose.sh build/release python3 lab/lab.py --build build/release "${options[@]}"
+export PYTHONDONTWRITEBYTECODE=1
+exec lab/enclose.sh build/release python3 lab/lab.py --build build/release "${options[@]}"

@@ -15,9 +15,9 @@ missing=()
 for program in unshare setpriv flock ip ethtool ping tcpdump lldpd ovs-vswitchd ovsdb-server; do
     PATH="$PATH:/usr/sbin:/sbin" command -v "$program" >/dev/null || missing+=("$program")
 done
-[ ${#missing[@]} -eq 0 ] || refuse "these programs are missing: ${missing[*]} (packages: scripts/packages.txt)"
+[ ${#missing[@]} -eq 0 ] || refuse "missing: ${missing[*]} (packages: scripts/packages.txt)"
 export PATH="$PATH:/usr/sbin:/sbin"
-apart=(unshare --mount --net --pid --fork --mount-proc --kill-child)
+apart=(setpriv --pdeathsig KILL unshare --mount --net --pid --fork --mount-proc --kill-child)
 why=$("${apart[@]}" true 2>&1) || refuse "cannot make namespaces here: $why"
 
 build=$(cd "$1" && pwd) || refuse "no build folder $1"
@@ -57,7 +57,7 @@ trap 'exit 129' HUP
 # The shell inside stays, as the parent of processes whose own has ended. The death signals cover a kill -9
 # of this script or of unshare, which has an error message of its own when its child is killed: not shown.
 exec 3<&0 4>&2
-PAVO_LAB="$root" setpriv --pdeathsig KILL "${apart[@]}" bash -c '
+PAVO_LAB="$root" "${apart[@]}" bash -c '
     exec 2>&4 4>&-
     set -e
     for folder in /run/netns /run/lldpd; do

@@ -1,4 +1,4 @@
-"""The network around the switch: namespaces as devices, veth pairs as cables, and the programs that run in them.
+"""The network around the switch: namespaces as devices, veth pairs as cables, programs that run in them.
 
 Works only inside lab/enclose.sh, which gives it a /run/netns and processes of its own; what is made here needs no
 cleaning up. Everybody has an address in one subnet, so VLANs alone decide who reaches whom.
@@ -210,7 +210,7 @@ class Endpoint(Device):
 
 
 class Network:
-    """The switch's ports p1..pN in its namespace, and the cables c1..cN on the shelf until they are plugged in."""
+    """The switch's ports p1..pN in its namespace, the cables c1..cN on the shelf until they are plugged in."""
 
     def __init__(self, ports, frames, folder):
         if not os.environ.get("PAVO_LAB"):
@@ -304,7 +304,7 @@ class Network:
             ip(device.name, "neighbour", "flush", "all")
 
     def ping(self, source, target, tries=1):
-        """Whether an answer comes. The ARP tables are emptied first, so that the question itself crosses, too."""
+        """Whether an answer comes. The ARP tables are emptied first, so that the question itself crosses."""
         for _ in range(tries):
             self.forget_neighbours(source, target)
             if run(source.name, "ping", "-n", "-q", "-c", "1", "-W", "1", target.address, check=False).returncode == 0:
@@ -312,7 +312,10 @@ class Network:
         return False
 
     def listen(self, device, ifname, flow, idle_ms=None, seconds=None):
-        """Counts the frames of a flow, in the background; result() waits for its end. Listens when this returns."""
+        """Counts the frames of a flow, in the background: result() waits for its end.
+
+        It listens when this returns.
+        """
         return Listener(self, device, ifname, flow, idle_ms, seconds)
 
     def send(self, device, *, to, flow, ifname="eth0", source=None, **options):
@@ -321,7 +324,7 @@ class Network:
                               limit=options.get("seconds", 0) + COMMAND_LIMIT).stdout)
 
     def start_sending(self, device, *, to, flow, ifname="eth0", source=None, **options):
-        """The same in the background; the returned process prints its JSON line when it is stopped or done."""
+        """The same in the background; the process prints its JSON line when it is stopped or done."""
         return self.spawn(device.name, f"send-{device.name}-{flow}",
                           *self.send_command(device, to, flow, ifname, source, options))
 
@@ -342,7 +345,7 @@ class Network:
         return self.flow
 
     def hearers(self, sender, devices, count=5, to=BROADCAST, ifname="eth0", vlan=None):
-        """Who of the devices receives a frame that `sender` sends: name -> one result per interface that did."""
+        """Who of the devices receives what `sender` sends: name -> one result per interface that did."""
         flow = self.new_flow()
         listeners = [(device, self.listen(device, name, flow, idle_ms=700))
                      for device in devices if device is not sender for name in device.interfaces()]
@@ -355,7 +358,7 @@ class Network:
         return heard
 
     def capture(self, namespace, ifname, *expression):
-        """tcpdump in the background, as a context: `with net.capture("media", "eth0", "icmp") as seen: ...`."""
+        """tcpdump in the background: `with net.capture("media", "eth0", "icmp") as seen: ...`."""
         return Capture(self, namespace, ifname, expression)
 
 

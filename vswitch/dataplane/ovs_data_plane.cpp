@@ -55,6 +55,10 @@ std::string freshFolder(const std::string &folder) {
     return std::filesystem::canonical(folder);
 }
 
+std::string firstLine(const std::string &text) {
+    return text.substr(0, text.find('\n'));
+}
+
 std::set<std::string> namesOf(const PortMap &ports) {
     std::set<std::string> names;
     for (const auto &[port, netdev] : ports)
@@ -207,7 +211,7 @@ class OvsDataPlane : public DataPlane {
             failure.since = Clock::now();
         if (!failure.said && Clock::now() - failure.since > kSoon) {
             failure.said = true;
-            say(what + ": " + result.error.substr(0, result.error.find('\n')));
+            say(what + ": " + firstLine(result.error));
         }
         if (server.process.running() && Clock::now() - std::max(failure.since, server.started) > kHung) {
             say(server.process.name() + " does not answer, starting it again");
@@ -419,12 +423,10 @@ class OvsDataPlane : public DataPlane {
             lines.insert(lines.end(), stale.begin(), stale.end());
         }
         if (restore_)
-            for (const auto &address : addresses_) {
-                const auto it = wanted.interfaces.find(address.interface);
-                if (it != wanted.interfaces.end() && anyCarrier(it->second))
+            for (const auto &address : addresses_)
+                if (stillHolds(address, wanted))
                     lines.push_back(learnedFlow(
                         address, inRealSeconds(std::max(Duration(1), wanted.ageTime - address.age))));
-            }
         if (!lines.empty()) {
             const auto file = inFolder(folder_, "changes.flows");
             std::ofstream out(file, std::ios::trunc);
@@ -451,6 +453,20 @@ class OvsDataPlane : public DataPlane {
             status_.lastPushMs = std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
         }
         return true;
+    }
+
+    // Whether an address that was read from an Open vSwitch that has ended would be learned there again.
+    bool stillHolds(const SeenAddress &address, const WireConfig &wanted) const {
+        const auto associated = [&](const WireConfig &config) {
+            const auto it = config.associations.find(address.mac);
+            return it == config.associations.end() ? 0 : it->second;
+        };
+        const auto before = readUnder_.interfaces.find(address.interface);
+        const auto now = wanted.interfaces.find(address.interface);
+        return before != readUnder_.interfaces.end() && now != wanted.interfaces.end() &&
+               before->second.pvid == now->second.pvid && before->second.members == now->second.members &&
+               associated(readUnder_) == associated(wanted) && readUnder_.fdbClears == wanted.fdbClears &&
+               anyCarrier(now->second);
     }
 
     // --- reading
@@ -485,6 +501,10 @@ class OvsDataPlane : public DataPlane {
         for (auto &address : rows.addresses)
             address.age = onSwitchClock(std::chrono::duration_cast<std::chrono::seconds>(address.age));
         addresses_ = rows.addresses;
+        if (readGeneration_ != appliedGeneration_) {
+            readUnder_ = *applied_;
+            readGeneration_ = appliedGeneration_;
+        }
         const std::lock_guard lock(mutex_);
         auto &view = newView();
         view.generation = appliedGeneration_;
@@ -498,7 +518,7 @@ class OvsDataPlane : public DataPlane {
             return false;
         const int end = lldp().process.endDescriptor();
         const auto lldpcli = [&](Arguments words) {
-            Arguments arguments{"lldpcli", "-u", "lldp.sock"};
+            Arguments arguments{"lldpcli", "-u", "lldp.sock", "-f", "json0", "--"};
             arguments.insert(arguments.end(), words.begin(), words.end());
             return runTool(arguments, folder_, kNeighbourLimit, end);
         };
@@ -506,10 +526,15 @@ class OvsDataPlane : public DataPlane {
         // It starts paused, and the client it starts to be woken may come too early.
         if (named_.empty() && !good(lldpcli({"resume"}), "LLDP start", lldp()))
             return false;
-        if (name != named_ &&
-            good(lldpcli({"configure", "system", "hostname", name}), "LLDP system name", lldp()))
-            named_ = name;
-        const auto shown = lldpcli({"-f", "json0", "show", "neighbors", "details"});
+        if (name != named_) {
+            const auto done = lldpcli({"configure", "system", "hostname", name});
+            // A name that it refuses is refused the next time, too.
+            if (done.status > 0)
+                say("LLDP system name: " + firstLine(done.error));
+            if (done.status >= 0)
+                named_ = name;
+        }
+        const auto shown = lldpcli({"show", "neighbors", "details"});
         const auto heard = shown.good() ? neighboursOf(shown.output, ports_) : std::nullopt;
         if (!good({heard ? 0 : -1, "", shown.error}, "LLDP neighbours", lldp()))
             return false;
@@ -593,6 +618,8 @@ class OvsDataPlane : public DataPlane {
     std::vector<std::string> forget_;  // learned rows to be taken out with the next push
     bool restore_ = false;             // learned addresses are to be given to a new Open vSwitch
     std::vector<SeenAddress> addresses_;
+    WireConfig readUnder_;  // the configuration in force when they were read, and its generation
+    std::uint64_t readGeneration_ = 0;
     Clock::time_point retryAt_{}, nextRead_{}, nextNeighbours_{}, lldpSince_{};
     std::string description_, named_;
     std::map<std::tuple<IfNum, std::uint32_t, std::string, std::uint32_t, std::string>, Neighbour>

@@ -217,12 +217,13 @@ int serve(const Options &options) {
     if (!state.restore() && !startup.empty()) {
         std::ifstream in(startup);
         std::ostringstream script;
-        if (!(script << in.rdbuf()))
+        if (!in)
             return fail("cannot read " + startup);
+        script << in.rdbuf();
         server.cli().runScript(script.str());
-        if (server.cli().unknownCommands() + server.cli().refusedCommands() > 0)
-            std::fprintf(stderr, "vswitchd: some commands of %s were refused\n", startup.c_str());
     }
+    if (server.cli().unknownCommands() + server.cli().refusedCommands() > 0)
+        std::fprintf(stderr, "vswitchd: some commands of the start-up configuration were refused\n");
 
     if (options.dataPlane == "ovs")
         server.attach(
