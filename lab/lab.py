@@ -276,6 +276,8 @@ def leave(show):
     for mac in ("00:1B:92:02:00:01", "00:1B:92:02:00:02"):
         show.wait(f"the switch's log says that {mac} left",
                   lambda address=mac: f"AUDAC device Leave (Audio MAC: {address})" in show.rig.system_log(), 30)
+    show.hears("media")
+    show.is_apart("media", "stage-left", "control", "desk")
     show.network.plug(show.devices["control"], 5)
     show.row("plugged in again, they are found again", "associations", 120, mac="00:1B:92:02:00:01", vlan=20)
     show.reaches("stage-left", "media")

@@ -6,6 +6,7 @@ cleaning up. Everybody has an address in one subnet, so VLANs alone decide who r
 
 import json
 import os
+import re
 import signal
 import subprocess
 import sys
@@ -147,10 +148,6 @@ class AudioDevice(Device):
         self.chatter = None
         ip(self.name, "link", "delete", "eth0")
 
-    def set_talking(self, on):
-        """Silent, it lets the switch forget its address."""
-        self.chatter.popen.send_signal(signal.SIGCONT if on else signal.SIGSTOP)
-
 
 class ControlUnit(Device):
     """An Audac control unit, whose pass-through port has audio devices behind it."""
@@ -220,13 +217,17 @@ class Network:
         self.devices = {}
         self.processes = []
         self.flow = 0
+        self.spawned = 0
         self.ports = ports
         for name in (SWITCH, SHELF):
             self.add_namespace(name)
         for n in range(1, ports + 1):
-            ip(SWITCH, "link", "add", f"p{n}", "type", "veth", "peer", "name", f"c{n}", "netns", SHELF)
-            run(SWITCH, "ethtool", "-K", f"p{n}", "tx", "off")
-            ip(SWITCH, "link", "set", f"p{n}", "up")
+            self.make_port(n)
+
+    def make_port(self, n):
+        ip(SWITCH, "link", "add", f"p{n}", "type", "veth", "peer", "name", f"c{n}", "netns", SHELF)
+        run(SWITCH, "ethtool", "-K", f"p{n}", "tx", "off")
+        ip(SWITCH, "link", "set", f"p{n}", "up")
 
     def set_kernel(self, namespace, value, *settings):
         run(namespace, "tee", *("/proc/sys/net/" + name for name in settings), text_in=value)
@@ -240,7 +241,8 @@ class Network:
         self.set_kernel(name, "0", "ipv4/conf/all/rp_filter", "ipv4/conf/default/rp_filter")
 
     def spawn(self, namespace, label, *command):
-        process = Process(namespace, os.path.join(self.folder, label + ".out"), *command)
+        self.spawned += 1
+        process = Process(namespace, os.path.join(self.folder, f"{label}-{self.spawned}.out"), *command)
         self.processes.append(process)
         return process
 
@@ -390,6 +392,8 @@ class Listener:
 class Capture:
     """A running tcpdump; packets() and text() when the context has ended."""
 
+    STATISTICS = re.compile(r"(\d+) packets? captured, (\d+) packets? received by filter, \d+ packets? dropped")
+
     def __init__(self, network, namespace, ifname, expression):
         self.network = network
         self.where = namespace, ifname
@@ -404,7 +408,23 @@ class Capture:
         return self
 
     def __exit__(self, *_):
+        # Ended at once, tcpdump leaves behind what the kernel has for it: it has to say that this is nothing.
+        deadline = time.monotonic() + 5
+        while not self.has_all():
+            if time.monotonic() > deadline:
+                raise Failure(f"tcpdump does not keep up: {self.process.text()}")
         self.network.end(self.process)
+
+    def has_all(self):
+        said = len(self.STATISTICS.findall(self.process.text()))
+        self.process.popen.send_signal(signal.SIGUSR1)
+        deadline = time.monotonic() + 1
+        while time.monotonic() < deadline:
+            counts = self.STATISTICS.findall(self.process.text())
+            if len(counts) > said:
+                return counts[-1][0] == counts[-1][1]
+            time.sleep(0.01)
+        return False
 
     def text(self):
         """A line per frame, with Ethernet addresses and tags."""

@@ -100,7 +100,9 @@ bool parseIp(std::string_view text) {
     const auto parts = split(text, '.');
     std::uint32_t value = 0;
     return parts.size() == 4 && std::all_of(parts.begin(), parts.end(), [&](auto part) {
-               return part.size() <= 3 && parseNumber(part, 0, 255, value);
+               // A leading zero means octal to some and nothing to others.
+               return part.size() <= 3 && (part.size() == 1 || part.front() != '0') &&
+                      parseNumber(part, 0, 255, value);
            });
 }
 

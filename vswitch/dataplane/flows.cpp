@@ -9,7 +9,6 @@ namespace vswitch {
 namespace {
 
 constexpr std::size_t kArpCapacity = 4096;
-constexpr std::uint32_t kArpSeconds = 1200;
 // The tables of flowsOf; learned rows are not among them.
 constexpr int kConfiguredTables[] = {0, 1, 2, 3, 4, kFdbTable, 20, 30};
 
@@ -24,6 +23,12 @@ __attribute__((format(printf, 1, 2))) std::string text(const char *format, ...) 
 
 std::string hexCookie(std::uint64_t cookie) {
     return text("0x%llx", static_cast<unsigned long long>(cookie));
+}
+
+// Matches the learned rows of an interface, addresses and ARP pairs alike.
+std::string cookieOf(IfNum interface) {
+    return "cookie=" + hexCookie(kLearnedCookie | interface) + "/" +
+           hexCookie(kLearnedCookie | kInterfaceCookie);
 }
 
 // The actions that send a frame out of an interface, its VLAN tag as it is now.
@@ -58,52 +63,53 @@ void addPorts(Flows &flows, const WireConfig &config) {
     flows["table=0,priority=900,dl_src=01:00:00:00:00:00/01:00:00:00:00:00"] = "drop";
     for (const auto &[num, interface] : config.interfaces)
         for (const auto port : interface.members) {
-            flows[text("table=0,priority=100,in_port=%u", port)] =
-                text("load:%u->NXM_NX_REG1[],resubmit(,1)", num);
-            // A tag of VLAN 0 carries a priority only: the frame counts as untagged.
+            const auto enter = text("load:%u->NXM_NX_REG1[],resubmit(,1)", num);
+            flows[text("table=0,priority=100,in_port=%u", port)] = enter;
+            // A tag of VLAN 0 carries a priority only: the frame counts as untagged. Left on, it would come
+            // out beneath the tag of its VLAN.
+            flows[text("table=0,priority=210,in_port=%u,vlan_tci=0x1000/0x1fff", port)] =
+                "strip_vlan," + enter;
             if (interface.acceptFrames == AcceptFrames::VlanOnly)
-                flows[text("table=0,priority=200,in_port=%u,vlan_tci=0x0000/0x0fff", port)] = "drop";
-            else if (interface.acceptFrames == AcceptFrames::AdminUntaggedOnly) {
+                flows[text("table=0,priority=220,in_port=%u,vlan_tci=0x0000/0x0fff", port)] = "drop";
+            else if (interface.acceptFrames == AcceptFrames::AdminUntaggedOnly)
                 flows[text("table=0,priority=200,in_port=%u,vlan_tci=0x1000/0x1000", port)] = "drop";
-                flows[text("table=0,priority=210,in_port=%u,vlan_tci=0x1000/0x1fff", port)] =
-                    text("load:%u->NXM_NX_REG1[],resubmit(,1)", num);
-            }
         }
 }
 
 void addVlans(Flows &flows, const WireConfig &config) {
     flows["table=1,priority=0"] = "resubmit(,2)";
     for (const auto &[mac, vlan] : config.associations)
-        flows[text("table=2,priority=200,dl_src=%s,vlan_tci=0x0000/0x0fff", mac.text().c_str())] =
+        flows[text("table=2,priority=200,dl_src=%s,vlan_tci=0x0000/0x1fff", mac.text().c_str())] =
             text("mod_vlan_vid:%u,resubmit(,3)", vlan);
     for (const auto &[num, interface] : config.interfaces) {
         if (interface.in)
             addAccessList(flows, 1, "reg1", num, *interface.in, "resubmit(,2)");
-        flows[text("table=2,priority=100,reg1=%u,vlan_tci=0x0000/0x0fff", num)] =
+        flows[text("table=2,priority=100,reg1=%u,vlan_tci=0x0000/0x1fff", num)] =
             text("mod_vlan_vid:%u,resubmit(,3)", interface.pvid);
         for (const auto &[vlan, tagged] : interface.vlans)
             flows[text("table=2,priority=100,reg1=%u,dl_vlan=%u", num, vlan)] = "resubmit(,3)";
     }
 }
 
-void addLearning(Flows &flows, const WireConfig &config, std::uint32_t ageSeconds) {
+void addLearning(Flows &flows, const WireConfig &config, std::uint32_t ageSeconds, std::uint32_t arpSeconds) {
     flows["table=3,priority=0"] = "resubmit(,4)";
-    flows["table=3,priority=100,arp"] = text(
-        "learn(table=%d,hard_timeout=%u,limit=%zu,cookie=%s,dl_type=0x806,NXM_OF_VLAN_TCI[0..11],"
-        "NXM_OF_ARP_SPA[],load:NXM_OF_ETH_SRC[0..31]->NXM_NX_REG5[],"
-        "load:NXM_OF_ETH_SRC[32..47]->NXM_NX_REG6[0..15]),resubmit(,4)",
-        kArpTable, kArpSeconds, kArpCapacity, hexCookie(kArpCookie).c_str());
     // Probes, which have no sender address yet.
     flows["table=3,priority=200,arp,arp_spa=0.0.0.0"] = "resubmit(,4)";
-    // One interface may fill half of the table: a flood behind it leaves room for the others.
-    const auto share = std::max<std::size_t>(1, config.fdbCapacity / 2);
-    for (const auto &[num, interface] : config.interfaces)
+    flows[text("table=%d,priority=0", kFdbTable)] = "load:0->NXM_NX_REG0[]";
+    // One interface may fill half of a table: a flood behind it leaves room for the others.
+    const auto share = std::max<std::size_t>(1, config.fdbCapacity / 2), arpShare = kArpCapacity / 2;
+    for (const auto &[num, interface] : config.interfaces) {
+        flows[text("table=3,priority=100,arp,reg1=%u", num)] = text(
+            "learn(table=%d,hard_timeout=%u,limit=%zu,cookie=%s,dl_type=0x806,NXM_OF_VLAN_TCI[0..11],"
+            "NXM_OF_ARP_SPA[],load:NXM_OF_ETH_SRC[0..31]->NXM_NX_REG5[],"
+            "load:NXM_OF_ETH_SRC[32..47]->NXM_NX_REG6[0..15]),resubmit(,4)",
+            kArpTable, arpSeconds, arpShare, hexCookie(kArpCookie | num).c_str());
         flows[text("table=4,priority=100,reg1=%u", num)] = text(
             "learn(table=%d,hard_timeout=%u,limit=%zu,cookie=%s,NXM_OF_VLAN_TCI[0..11],"
             "NXM_OF_ETH_DST[]=NXM_OF_ETH_SRC[],load:NXM_NX_REG1[0..15]->NXM_NX_REG0[0..15]),"
             "resubmit(,%d),resubmit(,20)",
             kFdbTable, ageSeconds, share, hexCookie(kLearnedCookie | num).c_str(), kFdbTable);
-    flows[text("table=%d,priority=0", kFdbTable)] = "load:0->NXM_NX_REG0[]";
+    }
 }
 
 // What goes to all of a VLAN, but for the interface it came from: a LAG must not get back on one member
@@ -156,11 +162,11 @@ void addDelivery(Flows &flows, const WireConfig &config) {
 
 }  // namespace
 
-Flows flowsOf(const WireConfig &config, std::uint32_t ageSeconds) {
+Flows flowsOf(const WireConfig &config, std::uint32_t ageSeconds, std::uint32_t arpSeconds) {
     Flows flows;
     addPorts(flows, config);
     addVlans(flows, config);
-    addLearning(flows, config, ageSeconds);
+    addLearning(flows, config, ageSeconds, arpSeconds);
     addDelivery(flows, config);
     return flows;
 }
@@ -186,7 +192,13 @@ std::vector<std::string> flowClear() {
 }
 
 std::string forgetInterface(IfNum interface) {
-    return text("delete cookie=%s/-1,table=%d", hexCookie(kLearnedCookie | interface).c_str(), kFdbTable);
+    return text("delete %s", cookieOf(interface).c_str());
+}
+
+std::string forgetArp(const ArpKey &key) {
+    return text("delete cookie=%s/%s,table=%d,arp,vlan_tci=0x%04x/0x0fff,arp_spa=%s",
+                hexCookie(kArpCookie).c_str(), hexCookie(kArpCookie).c_str(), kArpTable, key.vlan,
+                key.ip.c_str());
 }
 
 std::string forgetMac(const Mac &mac) {
@@ -219,8 +231,7 @@ std::vector<std::string> staleAddresses(const WireConfig &before, const WireConf
         // Addresses in VLANs that the interface has left.
         for (const auto &[vlan, tagged] : interface.vlans)
             if (!it->second.vlans.contains(vlan) && vlan != interface.pvid)
-                lines.push_back(text("delete cookie=%s/-1,table=%d,vlan_tci=0x%04x/0x0fff",
-                                     hexCookie(kLearnedCookie | num).c_str(), kFdbTable, vlan));
+                lines.push_back(text("delete %s,vlan_tci=0x%04x/0x0fff", cookieOf(num).c_str(), vlan));
     }
     return lines;
 }
@@ -232,6 +243,17 @@ std::string learnedFlow(const SeenAddress &address, std::uint32_t seconds) {
         "0x0fff,dl_dst=%s,actions=load:%u->NXM_NX_REG0[0..15]",
         hexCookie(kLearnedCookie | address.interface).c_str(), kFdbTable, seconds, address.vlan,
         address.mac.text().c_str(), address.interface);
+}
+
+std::string learnedArpFlow(const ArpKey &key, const Mac &mac, IfNum interface, std::uint32_t seconds) {
+    std::uint64_t bits = 0;
+    for (const auto byte : mac.bytes)
+        bits = bits << 8 | byte;
+    return text(
+        "add cookie=%s,table=%d,hard_timeout=%u,arp,vlan_tci=0x%04x/0x0fff,arp_spa=%s,"
+        "actions=load:%u->NXM_NX_REG5[],load:%u->NXM_NX_REG6[0..15]",
+        hexCookie(kArpCookie | interface).c_str(), kArpTable, seconds, key.vlan, key.ip.c_str(),
+        static_cast<unsigned>(bits & 0xffffffff), static_cast<unsigned>(bits >> 32));
 }
 
 }  // namespace vswitch

@@ -1,9 +1,11 @@
 // The forwarding rules of a switch as OpenFlow rows, and the least that must change from one set to another.
 // Pure functions; the rows are texts as ovs-ofctl reads them.
 //
-//   table 0   ports: which interface (port or LAG) received the frame; reserved addresses, accepted frame
-//   types table 1   access lists of what comes in table 2   the frame's VLAN: the association of its source
-//   address, the PVID, or its tag; from here on every
+// clang-format off
+//   table 0   ports: which interface (port or LAG) received the frame; reserved addresses, accepted frame types;
+//             a tag that is a priority only is taken off
+//   table 1   access lists of what comes in
+//   table 2   the frame's VLAN: the association of its source address, the PVID, or its tag; from here on every
 //             frame carries its VLAN as a tag
 //   table 3   ARP is noted in table 11
 //   table 4   the source address is learned into table 10, the destination looked up there
@@ -11,6 +13,7 @@
 //   table 11  learned ARP pairs
 //   table 20  delivery: to that interface, or to all that take part in the VLAN
 //   table 30  access lists of what goes out of interfaces that have some
+// clang-format on
 //
 // Register 0 holds the interface of the destination, register 1 that of the source, register 4 the one in
 // table 30.
@@ -29,12 +32,15 @@ namespace vswitch {
 using Flows = std::map<std::string, std::string>;
 
 inline constexpr int kFdbTable = 10, kArpTable = 11;
-// Cookies of learned rows: this bit, and the interface's number in the address table.
+// Cookies of learned rows: this bit, one more for ARP pairs, and the interface's number.
 inline constexpr std::uint64_t kLearnedCookie = 1ull << 40;
 inline constexpr std::uint64_t kArpCookie = kLearnedCookie | (1ull << 32);
+inline constexpr std::uint64_t kInterfaceCookie = 0xffffffff;
+// On the switch's clock.
+inline constexpr Duration kArpAge = std::chrono::seconds(1200);
 
-// `ageSeconds` is the real time after which a silent address is forgotten.
-Flows flowsOf(const WireConfig &config, std::uint32_t ageSeconds);
+// The real times after which a silent address and an ARP pair are forgotten.
+Flows flowsOf(const WireConfig &config, std::uint32_t ageSeconds, std::uint32_t arpSeconds = 1200);
 
 // Lines for "ovs-ofctl add-flows" that make `wanted` of `present`, taking back first.
 std::vector<std::string> flowChanges(const Flows &present, const Flows &wanted);
@@ -46,10 +52,12 @@ std::vector<std::string> flowClear();
 // forget it: addresses of changed associations, of interfaces whose VLANs, PVID or members changed.
 std::vector<std::string> staleAddresses(const WireConfig &before, const WireConfig &now);
 
-std::string forgetInterface(IfNum interface);
+std::string forgetInterface(IfNum interface);  // and its ARP pairs
 std::string forgetMac(const Mac &mac);
+std::string forgetArp(const ArpKey &key);
 // The row that learning would have made, to be forgotten after `seconds`.
 std::string learnedFlow(const SeenAddress &address, std::uint32_t seconds);
+std::string learnedArpFlow(const ArpKey &key, const Mac &mac, IfNum interface, std::uint32_t seconds);
 
 }  // namespace vswitch
 

@@ -39,6 +39,7 @@ LinkWatch::LinkWatch(std::set<std::string> names)
 }
 
 void LinkWatch::requestAll() {
+    told_.clear();
     LinkRequest request{};
     request.header.nlmsg_type = RTM_GETLINK;
     request.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
@@ -76,6 +77,9 @@ void LinkWatch::update() {
 void LinkWatch::take(const char *message, std::size_t length) {
     for (auto *header = reinterpret_cast<const nlmsghdr *>(message); NLMSG_OK(header, length);
          header = NLMSG_NEXT(header, length)) {
+        // The answer is complete: what it did not name is gone, even when that news was lost.
+        if (header->nlmsg_type == NLMSG_DONE)
+            std::erase_if(links_, [&](const auto &item) { return !told_.contains(item.first); });
         if (header->nlmsg_type != RTM_NEWLINK && header->nlmsg_type != RTM_DELLINK)
             continue;
         const auto *link = static_cast<const ifinfomsg *>(NLMSG_DATA(header));
@@ -91,9 +95,16 @@ void LinkWatch::take(const char *message, std::size_t length) {
             return item.second.index == link->ifi_index &&
                    (item.first != name || header->nlmsg_type == RTM_DELLINK);
         });
-        if (header->nlmsg_type == RTM_NEWLINK && names_.contains(name))
-            links_[name] = {link->ifi_index, (link->ifi_flags & IFF_UP) != 0,
-                            (link->ifi_flags & IFF_UP) != 0 && (link->ifi_flags & IFF_LOWER_UP) != 0};
+        if (header->nlmsg_type != RTM_NEWLINK || !names_.contains(name))
+            continue;
+        told_.insert(name);
+        auto &state = links_[name];
+        const bool carrier = (link->ifi_flags & IFF_UP) != 0 && (link->ifi_flags & IFF_LOWER_UP) != 0;
+        if (state.carrier && !carrier)
+            ++state.losses;
+        state.index = link->ifi_index;
+        state.up = (link->ifi_flags & IFF_UP) != 0;
+        state.carrier = carrier;
     }
 }
 

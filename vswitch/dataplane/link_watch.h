@@ -14,6 +14,7 @@ namespace vswitch {
 struct LinkState {
     int index = 0;  // of the Linux interface; another one after it was taken away and came back
     bool up = false, carrier = false;
+    std::uint64_t losses = 0;  // of carrier, so far
 
     bool operator==(const LinkState &) const = default;
 };
@@ -40,6 +41,7 @@ class LinkWatch {
     std::set<std::string> names_;
     Descriptor socket_;
     std::map<std::string, LinkState> links_;
+    std::set<std::string> told_;  // interfaces in the answer that is coming in
 };
 
 }  // namespace vswitch

@@ -30,7 +30,7 @@ using std::chrono::milliseconds;
 
 constexpr auto kReadPeriod = milliseconds(500), kNeighbourPeriod = milliseconds(1000);
 constexpr auto kRetry = milliseconds(50);
-constexpr auto kReadLimit = milliseconds(2000), kPushLimit = milliseconds(20000);
+constexpr auto kReadLimit = milliseconds(2000), kPushLimit = milliseconds(5000);
 constexpr auto kNeighbourLimit = milliseconds(1000);
 // A server that has not answered for this long is ended and started again.
 constexpr auto kHung = milliseconds(4000);
@@ -38,6 +38,8 @@ constexpr auto kHung = milliseconds(4000);
 constexpr auto kSoon = milliseconds(2000), kRestartMax = milliseconds(5000);
 
 constexpr const char *kBridge = "vswitch0";
+// Open vSwitch makes these interfaces itself.
+constexpr const char *kReserved[] = {kBridge, "ovs-netdev"};
 constexpr const char *kSchema = "/usr/share/openvswitch/vswitch.ovsschema";
 
 std::string inFolder(const std::string &folder, const char *name) {
@@ -47,11 +49,10 @@ std::string inFolder(const std::string &folder, const char *name) {
 // Makes the folder anew: nothing of an earlier switch counts.
 std::string freshFolder(const std::string &folder) {
     std::filesystem::remove_all(folder);
-    std::filesystem::create_directories(folder);
-    // The clients of lldpd give up their rights before they look for its socket.
-    std::filesystem::permissions(folder, std::filesystem::perms::owner_all |
-                                             std::filesystem::perms::group_exec |
-                                             std::filesystem::perms::others_exec);
+    // Made by this call or not used at all: somebody else's folder or link of that name is not trusted. The
+    // clients of lldpd give up their rights before they look for its socket in it.
+    if (::mkdir(folder.c_str(), 0711) != 0)
+        throw std::system_error(errno, std::generic_category(), folder);
     return std::filesystem::canonical(folder);
 }
 
@@ -96,8 +97,12 @@ class OvsDataPlane : public DataPlane {
         : ports_(ports),
           folder_(freshFolder(folder)),
           links_(namesOf(ports)),
-          wake_(::eventfd(0, EFD_CLOEXEC)) {
-        if (!wake_)
+          wake_(::eventfd(0, EFD_CLOEXEC)),
+          halt_(::eventfd(0, EFD_CLOEXEC)) {
+        for (const auto *name : kReserved)
+            if (namesOf(ports).contains(name))
+                throw std::invalid_argument(std::string(name) + " is an interface of Open vSwitch's own");
+        if (!wake_ || !halt_)
             throw std::system_error(errno, std::generic_category(), "eventfd");
         const auto made =
             runTool({"ovsdb-tool", "create", inFolder(folder_, "conf.db"), kSchema}, folder_, kReadLimit);
@@ -112,7 +117,8 @@ class OvsDataPlane : public DataPlane {
 
     ~OvsDataPlane() override {
         stop_ = true;
-        wake();
+        notify(halt_);
+        notify(wake_);
         thread_.join();
         std::error_code ignored;
         std::filesystem::remove_all(folder_, ignored);
@@ -126,7 +132,7 @@ class OvsDataPlane : public DataPlane {
             wanted_ = config;
             wantedGeneration_ = generation;
         }
-        wake();
+        notify(wake_);
     }
 
     std::optional<WireView> collect() override {
@@ -169,10 +175,10 @@ class OvsDataPlane : public DataPlane {
             server->process.stop();
     }
 
-    void wake() const {
+    static void notify(const Descriptor &event) {
         const std::uint64_t one = 1;
         // Fails only when it is readable anyway.
-        [[maybe_unused]] const auto written = ::write(wake_.get(), &one, sizeof one);
+        [[maybe_unused]] const auto written = ::write(event.get(), &one, sizeof one);
     }
 
     void wait() {
@@ -208,12 +214,14 @@ class OvsDataPlane : public DataPlane {
             return true;
         }
         if (failure.since == Clock::time_point{})
-            failure.since = Clock::now();
+            failure.since = Clock::now() - result.took;
         if (!failure.said && Clock::now() - failure.since > kSoon) {
             failure.said = true;
             say(what + ": " + firstLine(result.error));
         }
-        if (server.process.running() && Clock::now() - std::max(failure.since, server.started) > kHung) {
+        // A tool that came to an end had an answer, if not the one it wanted.
+        if (result.status < 0 && server.process.running() &&
+            Clock::now() - std::max(failure.since, server.started) > kHung) {
             say(server.process.name() + " does not answer, starting it again");
             server.process.stop(milliseconds(0));
             hasEnded(server);
@@ -296,29 +304,29 @@ class OvsDataPlane : public DataPlane {
     }
 
     void followLinks() {
-        std::map<IfNum, bool> changed;
+        std::map<IfNum, LinkState> changed;
         for (const auto &[port, netdev] : ports_) {
-            const bool carrier = linkOf(port).carrier;
-            if (const auto [it, fresh] = carrier_.try_emplace(port, carrier);
-                fresh || it->second != carrier) {
-                it->second = carrier;
-                changed[port] = carrier;
+            const auto link = linkOf(port);
+            if (const auto [it, fresh] = seenLinks_.try_emplace(port, link); fresh || it->second != link) {
+                if (link.index == 0)
+                    say("interface " + netdev + " of port 0/" + std::to_string(port) + " does not exist");
+                it->second = link;
+                changed[port] = link;
             }
         }
         if (!changed.empty()) {
             const std::lock_guard lock(mutex_);
-            newView().carrier.insert(changed.begin(), changed.end());
-            for (const auto &[port, up] : changed)
-                newView().carrier[port] = up;
+            for (const auto &[port, link] : changed)
+                newView().carrier[port] = link.carrier;
         }
-        for (const auto &[port, up] : changed) {
-            if (up)
+        for (const auto &[port, link] : changed) {
+            if (link.carrier)
                 linkUpSince_[port] = Clock::now();
-            // Nothing is behind a port without link.
-            if (!up && applied_)
+            // Nothing of what was behind a port without link counts, not even when the link is back already.
+            if (applied_)
                 for (const auto &[num, interface] : applied_->interfaces)
                     if (std::ranges::find(interface.members, port) != interface.members.end() &&
-                        !anyCarrier(interface))
+                        (interface.members.size() == 1 || !anyCarrier(interface)))
                         forget_.push_back(forgetInterface(num));
         }
         if (applied_)
@@ -349,10 +357,11 @@ class OvsDataPlane : public DataPlane {
             wanted = wanted_;
             generation = wantedGeneration_;
         }
-        if (!wanted || Clock::now() < retryAt_ || !database().process.running() ||
-            !forwarder().process.running())
+        if (!forwarder().process.running())
+            retryAt_ = {};
+        if (!wanted || Clock::now() < retryAt_ || !forwarder().process.running())
             return;
-        if (applied_ && appliedGeneration_ == generation && forget_.empty())
+        if (applied_ && appliedGeneration_ == generation && forget_.empty() && renewed().empty())
             return;
         const bool done = pushPorts(*wanted) && pushFlows(*wanted);
         retryAt_ = done ? Clock::time_point{} : Clock::now() + kRetry;
@@ -363,40 +372,68 @@ class OvsDataPlane : public DataPlane {
         followLinks();
     }
 
-    // Bridge, ports and their frame size, in one transaction.
-    bool pushPorts(const WireConfig &wanted) {
-        Arguments arguments{"ovs-vsctl", "--db=unix:" + inFolder(folder_, "db.sock"), "--timeout=2",
-                            "--no-wait"};
-        const auto empty = arguments.size();
-        const auto add = [&](Arguments words) {
+    // Ports whose interface is another one than Open vSwitch was told of: it keeps listening to the one that
+    // is gone.
+    std::vector<IfNum> renewed() const {
+        std::vector<IfNum> ports;
+        for (const auto &[port, known] : database_)
+            if (const auto index = linkOf(port).index; index != 0 && index != known.index)
+                ports.push_back(port);
+        return ports;
+    }
+
+    ToolResult configure(const std::vector<Arguments> &commands, bool waitForEffect) {
+        Arguments arguments{"ovs-vsctl", "--db=unix:" + inFolder(folder_, "db.sock"), "--timeout=2"};
+        if (!waitForEffect)
+            arguments.push_back("--no-wait");
+        for (const auto &words : commands) {
             arguments.push_back("--");
             arguments.insert(arguments.end(), words.begin(), words.end());
-        };
-        if (!bridgeMade_) {
-            add({"--may-exist", "add-br", kBridge});
-            add({"set", "Bridge", kBridge, "datapath_type=netdev", "fail_mode=secure",
-                 "other-config:disable-in-band=true", "protocols=OpenFlow10,OpenFlow14"});
-            // Room for the row of unknown destinations, too.
-            add({"--id=@table", "create", "Flow_Table", "name=fdb",
-                 "flow_limit=" + std::to_string(wanted.fdbCapacity + 1)});
-            add({"set", "Bridge", kBridge, "flow_tables:" + std::to_string(kFdbTable) + "=@table"});
         }
+        return runTool(arguments, folder_, kPushLimit,
+                       (waitForEffect ? forwarder() : database()).process.endDescriptor(), halt_.get());
+    }
+
+    // Bridge, ports and their frame size, in one transaction; interfaces that came anew are taken out before.
+    bool pushPorts(const WireConfig &wanted) {
+        std::vector<Arguments> removals, commands;
+        const auto stale = renewed();
+        for (const auto port : stale)
+            removals.push_back({"--if-exists", "del-port", kBridge, ports_.at(port)});
+        if (!removals.empty() && !good(configure(removals, true), "ports", database()))
+            return false;
+        for (const auto port : stale)
+            database_.erase(port);
+        if (!bridgeMade_) {
+            commands.push_back({"--may-exist", "add-br", kBridge});
+            commands.push_back({"set", "Bridge", kBridge, "datapath_type=netdev", "fail_mode=secure",
+                                "other-config:disable-in-band=true", "protocols=OpenFlow10,OpenFlow14"});
+            // Room for the row of unknown destinations, too.
+            commands.push_back({"--id=@table", "create", "Flow_Table", "name=fdb",
+                                "flow_limit=" + std::to_string(wanted.fdbCapacity + 1)});
+            commands.push_back(
+                {"set", "Bridge", kBridge, "flow_tables:" + std::to_string(kFdbTable) + "=@table"});
+        }
+        std::map<IfNum, Registered> registered;
         for (const auto &[port, settings] : wanted.ports) {
             const auto it = database_.find(port);
-            if (it == database_.end())
-                add({"--may-exist", "add-port", kBridge, settings.netdev});
-            if (it == database_.end() || it->second != settings.mtu)
-                add({"set", "Interface", settings.netdev, "ofport_request=" + std::to_string(port),
-                     "mtu_request=" + std::to_string(settings.mtu)});
+            const bool fresh = it == database_.end();
+            if (fresh)
+                commands.push_back({"--may-exist", "add-port", kBridge, settings.netdev});
+            if (fresh || it->second.mtu != settings.mtu) {
+                commands.push_back({"set", "Interface", settings.netdev,
+                                    "ofport_request=" + std::to_string(port),
+                                    "mtu_request=" + std::to_string(settings.mtu)});
+                registered[port] = {settings.mtu, fresh ? linkOf(port).index : it->second.index};
+            }
         }
-        if (arguments.size() == empty)
+        if (commands.empty())
             return true;
-        if (!good(runTool(arguments, folder_, kPushLimit, forwarder().process.endDescriptor()), "ports",
-                  database()))
+        if (!database().process.running() || !good(configure(commands, false), "ports", database()))
             return false;
         bridgeMade_ = true;
-        for (const auto &[port, settings] : wanted.ports)
-            database_[port] = settings.mtu;
+        for (const auto &[port, state] : registered)
+            database_[port] = state;
         return true;
     }
 
@@ -411,30 +448,35 @@ class OvsDataPlane : public DataPlane {
     // All changes take effect together or not at all.
     bool pushFlows(const WireConfig &wanted) {
         const auto begin = Clock::now();
-        auto flows = flowsOf(wanted, inRealSeconds(wanted.ageTime));
+        auto flows = flowsOf(wanted, inRealSeconds(wanted.ageTime), inRealSeconds(kArpAge));
         std::vector<std::string> lines;
         if (!known_)
             lines = flowClear();
         auto changes = flowChanges(known_ ? flows_ : Flows{}, flows);
         lines.insert(lines.end(), changes.begin(), changes.end());
         lines.insert(lines.end(), forget_.begin(), forget_.end());
-        if (applied_) {
-            const auto stale = staleAddresses(*applied_, wanted);
-            lines.insert(lines.end(), stale.begin(), stale.end());
-        }
         if (restore_)
-            for (const auto &address : addresses_)
-                if (stillHolds(address, wanted))
-                    lines.push_back(learnedFlow(
-                        address, inRealSeconds(std::max(Duration(1), wanted.ageTime - address.age))));
+            addRestored(wanted, lines);
+        if (const auto *before = restore_ ? &readUnder_ : applied_ ? &*applied_ : nullptr) {
+            if (!restore_ && before->ageTime != wanted.ageTime)
+                for (const auto &address : addresses_)
+                    lines.push_back(learnedFlow(address, remaining(wanted.ageTime, address.age)));
+            const auto stale = staleAddresses(*before, wanted);
+            lines.insert(lines.end(), stale.begin(), stale.end());
+            for (const auto &[key, mac] : arp_)
+                if (before->associations.contains(mac) != wanted.associations.contains(mac))
+                    lines.push_back(forgetArp(key));
+        }
         if (!lines.empty()) {
             const auto file = inFolder(folder_, "changes.flows");
             std::ofstream out(file, std::ios::trunc);
             for (const auto &line : lines)
                 out << line << '\n';
             out.close();
+            if (!out)
+                return good({1, "", "cannot write " + file}, "flows", forwarder());
             const auto done = runTool(openFlow({"--bundle", "add-flows"}, {file}), folder_, kPushLimit,
-                                      forwarder().process.endDescriptor());
+                                      forwarder().process.endDescriptor(), halt_.get());
             // When it did not come to an end, whether the changes were made is not known.
             if (done.status < 0)
                 known_ = false;
@@ -455,18 +497,26 @@ class OvsDataPlane : public DataPlane {
         return true;
     }
 
-    // Whether an address that was read from an Open vSwitch that has ended would be learned there again.
-    bool stillHolds(const SeenAddress &address, const WireConfig &wanted) const {
-        const auto associated = [&](const WireConfig &config) {
-            const auto it = config.associations.find(address.mac);
-            return it == config.associations.end() ? 0 : it->second;
+    static std::uint32_t remaining(Duration life, Duration age) {
+        return inRealSeconds(std::max(Duration(1), life - age));
+    }
+
+    // What an Open vSwitch that has ended had learned, unless the link has changed since.
+    void addRestored(const WireConfig &wanted, std::vector<std::string> &lines) {
+        const auto outage =
+            onSwitchClock(std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - readAt_));
+        const auto unchanged = [&](IfNum num) {
+            const auto it = wanted.interfaces.find(num);
+            return it != wanted.interfaces.end() && std::ranges::any_of(it->second.members, [&](IfNum port) {
+                       return linkOf(port).carrier && linkUpSince_[port] < readAt_;
+                   });
         };
-        const auto before = readUnder_.interfaces.find(address.interface);
-        const auto now = wanted.interfaces.find(address.interface);
-        return before != readUnder_.interfaces.end() && now != wanted.interfaces.end() &&
-               before->second.pvid == now->second.pvid && before->second.members == now->second.members &&
-               associated(readUnder_) == associated(wanted) && readUnder_.fdbClears == wanted.fdbClears &&
-               anyCarrier(now->second);
+        for (const auto &address : addresses_)
+            if (unchanged(address.interface))
+                lines.push_back(learnedFlow(address, remaining(wanted.ageTime, address.age + outage)));
+        for (const auto &[key, mac] : arp_)
+            if (const auto num = arpInterfaces_.at(key); unchanged(num))
+                lines.push_back(learnedArpFlow(key, mac, num, remaining(kArpAge, outage)));
     }
 
     // --- reading
@@ -494,13 +544,16 @@ class OvsDataPlane : public DataPlane {
                       static_cast<unsigned long long>(kLearnedCookie),
                       static_cast<unsigned long long>(kLearnedCookie));
         const auto dump = runTool(openFlow({"--no-names", "dump-flows"}, {filter}), folder_, kReadLimit,
-                                  forwarder().process.endDescriptor());
+                                  forwarder().process.endDescriptor(), halt_.get());
         if (!good(dump, "addresses", forwarder()))
             return false;
         auto rows = learnedRowsOf(dump.output);
         for (auto &address : rows.addresses)
             address.age = onSwitchClock(std::chrono::duration_cast<std::chrono::seconds>(address.age));
         addresses_ = rows.addresses;
+        arp_ = rows.arp;
+        arpInterfaces_ = std::move(rows.arpInterfaces);
+        readAt_ = Clock::now();
         if (readGeneration_ != appliedGeneration_) {
             readUnder_ = *applied_;
             readGeneration_ = appliedGeneration_;
@@ -520,23 +573,25 @@ class OvsDataPlane : public DataPlane {
         const auto lldpcli = [&](Arguments words) {
             Arguments arguments{"lldpcli", "-u", "lldp.sock", "-f", "json0", "--"};
             arguments.insert(arguments.end(), words.begin(), words.end());
-            return runTool(arguments, folder_, kNeighbourLimit, end);
+            return runTool(arguments, folder_, kNeighbourLimit, end, halt_.get());
         };
-        const auto name = wantedName();
-        // It starts paused, and the client it starts to be woken may come too early.
-        if (named_.empty() && !good(lldpcli({"resume"}), "LLDP start", lldp()))
-            return false;
-        if (name != named_) {
+        lldp().process.trimOutput();
+        // Not while it is starting: it starts paused, wakes itself, and a name set in between would put it to
+        // sleep again.
+        if (const auto name = wantedName(); name != named_ && Clock::now() - lldpSince_ > kSoon) {
             const auto done = lldpcli({"configure", "system", "hostname", name});
             // A name that it refuses is refused the next time, too.
             if (done.status > 0)
                 say("LLDP system name: " + firstLine(done.error));
-            if (done.status >= 0)
+            if (done.status >= 0 && good(lldpcli({"resume"}), "LLDP start", lldp()))
                 named_ = name;
         }
         const auto shown = lldpcli({"show", "neighbors", "details"});
         const auto heard = shown.good() ? neighboursOf(shown.output, ports_) : std::nullopt;
-        if (!good({heard ? 0 : -1, "", shown.error}, "LLDP neighbours", lldp()))
+        auto result = shown;
+        if (shown.good() && !heard)
+            result = {1, "", "the answer of lldpcli cannot be read"};
+        if (!good(result, "LLDP neighbours", lldp()))
             return false;
         remember(*heard);
         std::vector<SeenNeighbour> all;
@@ -582,6 +637,11 @@ class OvsDataPlane : public DataPlane {
                                          server.process.starts()});
     }
 
+    struct Registered {
+        std::uint32_t mtu = 0;
+        int index = 0;  // of the interface that is known by that name
+    };
+
     struct Failure {
         Clock::time_point since{};
         bool said = false;
@@ -596,6 +656,7 @@ class OvsDataPlane : public DataPlane {
     const std::string folder_;
     LinkWatch links_;
     Descriptor wake_;
+    Descriptor halt_;  // readable when the thread is to end, whatever it is waiting for
     std::atomic<bool> stop_ = false;
 
     mutable std::mutex mutex_;  // guards what the switch's thread and this one's share
@@ -607,9 +668,9 @@ class OvsDataPlane : public DataPlane {
     // From here on: of the thread only.
     std::vector<Watched> servers_;
     std::map<std::string, Failure> failures_;
-    std::map<IfNum, bool> carrier_;
+    std::map<IfNum, LinkState> seenLinks_;
     std::map<IfNum, Clock::time_point> linkUpSince_;
-    std::map<IfNum, std::uint32_t> database_;  // ports that the database has, and their frame size
+    std::map<IfNum, Registered> database_;  // ports that the database has
     bool bridgeMade_ = false;
     std::optional<WireConfig> applied_;
     std::uint64_t appliedGeneration_ = 0;
@@ -618,6 +679,9 @@ class OvsDataPlane : public DataPlane {
     std::vector<std::string> forget_;  // learned rows to be taken out with the next push
     bool restore_ = false;             // learned addresses are to be given to a new Open vSwitch
     std::vector<SeenAddress> addresses_;
+    std::map<ArpKey, Mac> arp_;
+    std::map<ArpKey, IfNum> arpInterfaces_;
+    Clock::time_point readAt_{};
     WireConfig readUnder_;  // the configuration in force when they were read, and its generation
     std::uint64_t readGeneration_ = 0;
     Clock::time_point retryAt_{}, nextRead_{}, nextNeighbours_{}, lldpSince_{};

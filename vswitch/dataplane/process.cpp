@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -92,7 +93,7 @@ void Descriptor::reset() {
 }
 
 ToolResult runTool(const Arguments &arguments, const std::string &folder, std::chrono::milliseconds limit,
-                   int abort) {
+                   int abort, int otherAbort) {
     ToolResult result;
     auto output = Pipe::make(), error = Pipe::make();
     if (!output.read || !error.read)
@@ -104,10 +105,12 @@ ToolResult runTool(const Arguments &arguments, const std::string &folder, std::c
     }
     output.write.reset();
     error.write.reset();
-    const auto deadline = Clock::now() + limit;
+    const auto begin = Clock::now(), deadline = begin + limit;
     bool killed = false;
-    std::array<pollfd, 3> ends{
-        {{output.read.get(), POLLIN, 0}, {error.read.get(), POLLIN, 0}, {abort, POLLIN, 0}}};
+    std::array<pollfd, 4> ends{{{output.read.get(), POLLIN, 0},
+                                {error.read.get(), POLLIN, 0},
+                                {abort, POLLIN, 0},
+                                {otherAbort, POLLIN, 0}}};
     std::array<char, 65536> buffer;
     while (ends[0].fd >= 0 || ends[1].fd >= 0) {
         const auto left =
@@ -115,7 +118,7 @@ ToolResult runTool(const Arguments &arguments, const std::string &folder, std::c
         const int ready = left <= 0 ? 0 : ::poll(ends.data(), ends.size(), static_cast<int>(left));
         if (ready < 0 && errno == EINTR)
             continue;
-        if (ready <= 0 || ends[2].revents != 0) {
+        if (ready <= 0 || ends[2].revents != 0 || ends[3].revents != 0) {
             killed = true;
             ::kill(pid, SIGKILL);
             break;
@@ -131,6 +134,7 @@ ToolResult runTool(const Arguments &arguments, const std::string &folder, std::c
         }
     }
     result.status = waitFor(pid);
+    result.took = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin);
     if (killed) {
         result.status = -1;
         result.error += arguments.front() + " was ended before it had finished";
@@ -147,7 +151,7 @@ ServerProcess::~ServerProcess() {
 
 bool ServerProcess::start() {
     const auto path = folder_ + "/" + name_ + ".out";
-    const Descriptor output(::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+    const Descriptor output(::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0600));
     auto lifeline = Pipe::make();
     if (!lifeline.read)
         return false;
@@ -156,6 +160,10 @@ bool ServerProcess::start() {
         return false;
     guard_ = spawn({"sh", "-c", "read -r line; kill -s KILL -- \"-$1\"", "guard", std::to_string(pid_)}, "/",
                    lifeline.read.get(), -1, -1);
+    if (guard_ < 0) {
+        stop(std::chrono::milliseconds(0));
+        return false;
+    }
     lifeline_ = std::move(lifeline.write);
     end_ = Descriptor(static_cast<int>(::syscall(SYS_pidfd_open, pid_, 0)));
     ++starts_;
@@ -172,15 +180,24 @@ void ServerProcess::endGuard() {
     lifeline_.reset();
 }
 
-bool ServerProcess::ended(std::string &how) {
-    int status = 0;
-    if (pid_ <= 0 || ::waitpid(pid_, &status, WNOHANG) != pid_)
-        return false;
-    endGuard();
-    // What it had started goes with it.
+// What the server had started goes with it. Before it is reaped: until then nobody else has its number.
+int ServerProcess::reap() {
     ::kill(-pid_, SIGKILL);
+    int status = 0;
+    while (::waitpid(pid_, &status, 0) < 0 && errno == EINTR)
+        continue;
+    endGuard();
     pid_ = -1;
     end_.reset();
+    return status;
+}
+
+bool ServerProcess::ended(std::string &how) {
+    siginfo_t info{};
+    if (pid_ <= 0 || ::waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOHANG | WNOWAIT) != 0 ||
+        info.si_pid != pid_)
+        return false;
+    const int status = reap();
     how = WIFSIGNALED(status) ? "was ended by signal " + std::to_string(WTERMSIG(status))
                               : "ended with status " + std::to_string(WEXITSTATUS(status));
     return true;
@@ -191,12 +208,19 @@ void ServerProcess::stop(std::chrono::milliseconds patience) {
         return;
     ::kill(pid_, SIGTERM);
     pollfd end{end_.get(), POLLIN, 0};
-    if (!end_ || ::poll(&end, 1, static_cast<int>(patience.count())) <= 0)
-        ::kill(-pid_, SIGKILL);
-    waitFor(pid_);
-    endGuard();
-    pid_ = -1;
-    end_.reset();
+    if (end_)
+        ::poll(&end, 1, static_cast<int>(patience.count()));
+    reap();
+}
+
+void ServerProcess::trimOutput() const {
+    constexpr off_t kOutputMax = 1 << 20;
+    const auto path = folder_ + "/" + name_ + ".out";
+    struct stat info {};
+    if (::stat(path.c_str(), &info) == 0 && info.st_size > kOutputMax)
+        // When that fails it is tried again with the next look.
+        [[maybe_unused]]
+        const int done = ::truncate(path.c_str(), 0);
 }
 
 }  // namespace vswitch

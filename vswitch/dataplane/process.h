@@ -31,14 +31,15 @@ class Descriptor {
 struct ToolResult {
     int status = -1;  // exit status; -1: not started, killed by a signal or at the limit
     std::string output, error;
+    std::chrono::milliseconds took{};
 
     bool good() const { return status == 0; }
 };
 
-// Runs a program to its end in `folder`, with nothing to read. It is killed when it takes longer than `limit`
-// or when `abort`, a descriptor, becomes readable.
+// Runs a program to its end in `folder`, with nothing to read. It is killed when it takes longer than
+// `limit`, or when one of two descriptors becomes readable.
 ToolResult runTool(const Arguments &arguments, const std::string &folder, std::chrono::milliseconds limit,
-                   int abort = -1);
+                   int abort = -1, int otherAbort = -1);
 
 // A server process that ends with the one that started it, however that ends: a guard beside it waits for the
 // end of a pipe and then kills the server and what it has started. (A death signal of the kernel does not
@@ -60,11 +61,14 @@ class ServerProcess {
     int endDescriptor() const { return end_.get(); }
     // True when it ran and has ended since the last look; `how` says how.
     bool ended(std::string &how);
+    // Empties what it has written when that has grown beyond a megabyte: devices can make a server complain.
+    void trimOutput() const;
     // Asks it to end, and insists after a while.
     void stop(std::chrono::milliseconds patience = std::chrono::seconds(2));
 
   private:
     void endGuard();
+    int reap();
 
     std::string name_;
     Arguments arguments_;

@@ -53,7 +53,7 @@ void readAddress(std::string_view line, VlanId vlan, LearnedRows &rows) {
                                   std::chrono::seconds(static_cast<std::int64_t>(*age))});
 }
 
-void readArp(std::string_view line, VlanId vlan, LearnedRows &rows) {
+void readArp(std::string_view line, VlanId vlan, IfNum interface, LearnedRows &rows) {
     const std::string ip(fieldOf(line, "arp_spa="));
     in_addr address{};
     const auto low = loadedInto(line, "->NXM_NX_REG5["), high = loadedInto(line, "->NXM_NX_REG6[");
@@ -64,9 +64,11 @@ void readArp(std::string_view line, VlanId vlan, LearnedRows &rows) {
     for (std::size_t i = 0; i < mac.bytes.size(); ++i)
         mac.bytes[i] = static_cast<std::uint8_t>(bits >> (8 * (mac.bytes.size() - 1 - i)));
     rows.arp[{vlan, ip}] = mac;
+    rows.arpInterfaces[{vlan, ip}] = interface;
 }
 
-// Bytes that are no UTF-8 would make the whole document unreadable.
+// Bytes that are no UTF-8, and control bytes that lldpcli leaves as they are, would make the whole document
+// unreadable.
 std::string asUtf8(const std::string &text) {
     std::string out;
     for (std::size_t i = 0; i < text.size();) {
@@ -75,7 +77,7 @@ std::string asUtf8(const std::string &text) {
                              : lead >= 0xc2 && lead < 0xe0 ? 2
                              : (lead & 0xf0) == 0xe0       ? 3
                                                            : 4;
-        bool good = lead < 0x80 || (lead >= 0xc2 && lead < 0xf5);
+        bool good = lead < 0x80 ? lead >= 0x20 || lead == '\n' || lead == '\t' : lead >= 0xc2 && lead < 0xf5;
         for (std::size_t k = 1; good && k < length; ++k)
             good = i + k < text.size() && (static_cast<unsigned char>(text[i + k]) & 0xc0) == 0x80;
         // Overlong forms and surrogates.
@@ -156,8 +158,8 @@ LearnedRows learnedRowsOf(const std::string &dump) {
         if (!cookie || !tci || (*cookie & kLearnedCookie) == 0)
             continue;
         const auto vlan = static_cast<VlanId>(*tci & 0xfff);
-        if (*cookie == kArpCookie)
-            readArp(line, vlan, rows);
+        if ((*cookie & kArpCookie) == kArpCookie)
+            readArp(line, vlan, static_cast<IfNum>(*cookie & kInterfaceCookie), rows);
         else
             readAddress(line, vlan, rows);
     }

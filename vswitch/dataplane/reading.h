@@ -14,6 +14,7 @@ namespace vswitch {
 struct LearnedRows {
     std::vector<SeenAddress> addresses;  // age in real time
     std::map<ArpKey, Mac> arp;
+    std::map<ArpKey, IfNum> arpInterfaces;  // port or LAG behind which it was seen
 };
 
 // The learned rows of "ovs-ofctl dump-flows".

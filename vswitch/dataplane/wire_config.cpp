@@ -45,8 +45,11 @@ std::optional<std::vector<WireRule>> rulesOf(const Model &model, const Interface
             rules.emplace();
         for (const auto &rule : list->second) {
             const auto source = matchOf(rule.source), destination = matchOf(rule.destination);
+            // A line that cannot be read must not let through what it may have been meant to hold back.
             if (source && destination)
                 rules->push_back({rule.permit, *source, *destination});
+            else
+                rules->push_back({false, "", ""});
         }
     }
     return rules;

@@ -78,6 +78,11 @@ void Model::seeNeighbours(const std::vector<SeenNeighbour> &seen) {
             });
 }
 
+void Model::seeArp(std::map<ArpKey, Mac> seen) {
+    std::erase_if(seen, [&](const auto &item) { return !hasVlan(item.first.vlan); });
+    arpSeen_ = std::move(seen);
+}
+
 std::map<ArpKey, Mac> Model::arp() const {
     auto all = arpSeen_;
     for (const auto &[name, device] : devices_)

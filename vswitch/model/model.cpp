@@ -306,6 +306,7 @@ void Model::apply(const Change &change) {
 void Model::removeVlan(VlanId id) {
     vlans_.erase(id);
     std::erase_if(associations_, [&](const auto &item) { return item.second == id; });
+    std::erase_if(arpSeen_, [&](const auto &item) { return item.first.vlan == id; });
     routing_.erase(id);
     for (auto &[num, interface] : interfaces_) {
         interface.vlans.erase(id);
@@ -522,6 +523,8 @@ open_error_t Model::bindAccessList(IfNum ifNum, const std::string &name, std::ui
     if (!ipAccessLists_.contains(name))
         return OPEN_E_NOT_FOUND;
     auto &groups = interface->accessGroups;
+    std::size_t bound = 0;
+    std::uint32_t last = 0;
     for (const auto &group : groups) {
         if (group.direction != direction)
             continue;
@@ -529,13 +532,13 @@ open_error_t Model::bindAccessList(IfNum ifNum, const std::string &name, std::ui
             return OPEN_E_NONE;
         if (group.sequence == sequence)
             return OPEN_E_FAIL;
+        ++bound;
+        last = group.sequence;
     }
-    if (sequence == 0) {
-        sequence = 1;
-        for (const auto &group : groups)
-            if (group.direction == direction)
-                sequence = std::max(sequence, group.sequence + 1);
-    }
+    if (bound == kAccessGroupsMax || (sequence == 0 && last == UINT32_MAX))
+        return OPEN_E_FULL;
+    if (sequence == 0)
+        sequence = last + 1;
     const AccessGroup added{direction, sequence, name};
     groups.insert(std::upper_bound(groups.begin(), groups.end(), added,
                                    [](const AccessGroup &a, const AccessGroup &b) {

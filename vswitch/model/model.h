@@ -54,7 +54,8 @@ class Model {
     const AccessLists &macAccessLists() const { return macAccessLists_; }
     AccessLists &macAccessLists() { return macAccessLists_; }
     open_error_t deleteIpAccessList(const std::string &name);  // and its bindings
-    // Binds a list; `sequence` 0: after those bound. FAIL: that sequence is taken by another list.
+    // Binds a list; `sequence` 0: after those bound. FAIL: that sequence is taken by another
+    // list; FULL: more than kAccessGroupsMax.
     open_error_t bindAccessList(IfNum ifNum, const std::string &name, std::uint32_t direction,
                                 std::uint32_t sequence);
     open_error_t unbindAccessList(IfNum ifNum, const std::string &name, std::uint32_t direction);
@@ -126,7 +127,7 @@ class Model {
     void seeCarrier(IfNum port, bool up);
     void seeAddresses(const std::vector<SeenAddress> &seen);
     void seeNeighbours(const std::vector<SeenNeighbour> &seen);
-    void seeArp(std::map<ArpKey, Mac> seen) { arpSeen_ = std::move(seen); }
+    void seeArp(std::map<ArpKey, Mac> seen);
 
     // IPv4 addresses on the switch's VLANs: those seen, and those of talking devices that have one.
     std::map<ArpKey, Mac> arp() const;

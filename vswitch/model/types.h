@@ -76,6 +76,9 @@ enum class AcceptFrames { All, VlanOnly, AdminUntaggedOnly };
 // What decides whether a port has link: the devices plugged into it, or an operator's word.
 enum class Carrier { FollowDevices, ForcedUp, ForcedDown };
 
+// Access lists of one direction of an interface.
+inline constexpr std::size_t kAccessGroupsMax = 16;
+
 // An IPv4 access list bound to an interface.
 struct AccessGroup {
     std::uint32_t direction = OPEN_ACL_INBOUND, sequence = 1;

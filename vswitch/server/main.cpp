@@ -76,14 +76,20 @@ class SavedState {
   public:
     SavedState(Server &server, std::string path) : server_(server), path_(std::move(path)) {}
 
-    // Applies what was kept; false when there is nothing.
+    // Applies what was kept; false when there is nothing. Throws std::system_error when it cannot be read: it
+    // must not be taken for nothing and written over.
     bool restore() {
-        std::ifstream in(path_);
-        if (path_.empty() || !in)
+        if (path_.empty() || (::access(path_.c_str(), F_OK) != 0 && errno == ENOENT))
             return false;
+        std::ifstream in(path_);
         std::ostringstream script;
-        script << in.rdbuf();
+        if (!in || (in.peek() != std::ifstream::traits_type::eof() && !(script << in.rdbuf())))
+            throw std::system_error(errno, std::generic_category(), "cannot read " + path_);
         server_.cli().runScript(script.str());
+        // What this switch does not take, one with fewer ports for instance, is not lost.
+        if (server_.cli().unknownCommands() + server_.cli().refusedCommands() > 0)
+            std::filesystem::copy_file(path_, path_ + ".refused",
+                                       std::filesystem::copy_options::overwrite_existing);
         saved_ = commands();
         return true;
     }
@@ -97,15 +103,12 @@ class SavedState {
         auto wanted = commands();
         if (wanted == saved_)
             return;
-        const auto draft = path_ + ".new";
-        std::ofstream out(draft, std::ios::trunc);
-        out << wanted;
-        out.close();
-        if (!out || std::rename(draft.c_str(), path_.c_str()) != 0) {
+        const bool written = replaceFile(wanted);
+        if (!written && !failing_)
             server_.model().log(3, "CONFIG", "saveTask", "cannot write " + path_);
-            return;
-        }
-        saved_ = std::move(wanted);
+        failing_ = !written;
+        if (written)
+            saved_ = std::move(wanted);
     }
 
   private:
@@ -119,8 +122,20 @@ class SavedState {
         return out;
     }
 
+    // On the disk before it takes the old one's place, so that a power cut leaves one of them.
+    bool replaceFile(const std::string &text) const {
+        const auto draft = path_ + ".new";
+        const int fd = ::open(draft.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+        if (fd < 0)
+            return false;
+        const bool whole =
+            ::write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size()) && ::fsync(fd) == 0;
+        return ::close(fd) == 0 && whole && std::rename(draft.c_str(), path_.c_str()) == 0;
+    }
+
     Server &server_;
     std::string path_, saved_;
+    bool failing_ = false;
     std::chrono::steady_clock::time_point next_{};
 };
 
