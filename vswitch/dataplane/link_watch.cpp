@@ -83,6 +83,9 @@ void LinkWatch::take(const char *message, std::size_t length) {
         if (header->nlmsg_type != RTM_NEWLINK && header->nlmsg_type != RTM_DELLINK)
             continue;
         const auto *link = static_cast<const ifinfomsg *>(NLMSG_DATA(header));
+        // A bridge tells of its ports with the same messages.
+        if (link->ifi_family != AF_UNSPEC)
+            continue;
         auto left = IFLA_PAYLOAD(header);
         std::string name;
         for (auto *attribute = IFLA_RTA(link); RTA_OK(attribute, left); attribute = RTA_NEXT(attribute, left))

@@ -30,6 +30,8 @@ using std::chrono::milliseconds;
 
 constexpr auto kReadPeriod = milliseconds(500), kNeighbourPeriod = milliseconds(1000);
 constexpr auto kRetry = milliseconds(50);
+// The kernel's refusal comes back as news: asking again at once would never end.
+constexpr auto kAskAgain = milliseconds(200);
 constexpr auto kReadLimit = milliseconds(2000), kPushLimit = milliseconds(5000);
 constexpr auto kNeighbourLimit = milliseconds(1000);
 // A server that has not answered for this long is ended and started again.
@@ -332,7 +334,10 @@ class OvsDataPlane : public DataPlane {
         if (applied_)
             for (const auto &[port, settings] : applied_->ports)
                 if (const auto link = linkOf(port); link.index != 0 && link.up != settings.adminUp)
-                    links_.setUp(settings.netdev, settings.adminUp);
+                    if (auto &asked = askedUp_[port]; Clock::now() - asked > kAskAgain) {
+                        asked = Clock::now();
+                        links_.setUp(settings.netdev, settings.adminUp);
+                    }
     }
 
     bool anyCarrier(const WireInterface &interface) const {
@@ -464,7 +469,7 @@ class OvsDataPlane : public DataPlane {
             const auto stale = staleAddresses(*before, wanted);
             lines.insert(lines.end(), stale.begin(), stale.end());
             for (const auto &[key, mac] : arp_)
-                if (before->associations.contains(mac) != wanted.associations.contains(mac))
+                if (associationOf(*before, mac) != associationOf(wanted, mac))
                     lines.push_back(forgetArp(key));
         }
         if (!lines.empty()) {
@@ -495,6 +500,11 @@ class OvsDataPlane : public DataPlane {
             status_.lastPushMs = std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
         }
         return true;
+    }
+
+    static VlanId associationOf(const WireConfig &config, const Mac &mac) {
+        const auto it = config.associations.find(mac);
+        return it == config.associations.end() ? 0 : it->second;
     }
 
     static std::uint32_t remaining(Duration life, Duration age) {
@@ -669,7 +679,7 @@ class OvsDataPlane : public DataPlane {
     std::vector<Watched> servers_;
     std::map<std::string, Failure> failures_;
     std::map<IfNum, LinkState> seenLinks_;
-    std::map<IfNum, Clock::time_point> linkUpSince_;
+    std::map<IfNum, Clock::time_point> linkUpSince_, askedUp_;
     std::map<IfNum, Registered> database_;  // ports that the database has
     bool bridgeMade_ = false;
     std::optional<WireConfig> applied_;

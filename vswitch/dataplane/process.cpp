@@ -106,21 +106,25 @@ ToolResult runTool(const Arguments &arguments, const std::string &folder, std::c
     output.write.reset();
     error.write.reset();
     const auto begin = Clock::now(), deadline = begin + limit;
+    const Descriptor over(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
     bool killed = false;
-    std::array<pollfd, 4> ends{{{output.read.get(), POLLIN, 0},
+    // Output first, then its end: a tool that closes its output early is not finished.
+    std::array<pollfd, 5> ends{{{output.read.get(), POLLIN, 0},
                                 {error.read.get(), POLLIN, 0},
+                                {over.get(), 0, 0},
                                 {abort, POLLIN, 0},
                                 {otherAbort, POLLIN, 0}}};
     std::array<char, 65536> buffer;
-    while (ends[0].fd >= 0 || ends[1].fd >= 0) {
-        const auto left =
-            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+    while (ends[0].fd >= 0 || ends[1].fd >= 0 || ends[2].revents == 0) {
+        if (ends[0].fd < 0 && ends[1].fd < 0)
+            ends[2].events = POLLIN;
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
         const int ready = left <= 0 ? 0 : ::poll(ends.data(), ends.size(), static_cast<int>(left));
         if (ready < 0 && errno == EINTR)
             continue;
-        if (ready <= 0 || ends[2].revents != 0 || ends[3].revents != 0) {
+        if (ready <= 0 || ends[3].revents != 0 || ends[4].revents != 0) {
             killed = true;
-            ::kill(pid, SIGKILL);
+            ::kill(-pid, SIGKILL);
             break;
         }
         for (std::size_t i = 0; i < 2; ++i) {
@@ -144,6 +148,16 @@ ToolResult runTool(const Arguments &arguments, const std::string &folder, std::c
 
 ServerProcess::ServerProcess(std::string name, const Arguments &arguments, std::string folder)
     : name_(std::move(name)), arguments_(arguments), folder_(std::move(folder)) {}
+
+ServerProcess::ServerProcess(ServerProcess &&other) noexcept
+    : name_(std::move(other.name_)),
+      arguments_(std::move(other.arguments_)),
+      folder_(std::move(other.folder_)),
+      pid_(std::exchange(other.pid_, -1)),
+      end_(std::move(other.end_)),
+      guard_(std::exchange(other.guard_, -1)),
+      lifeline_(std::move(other.lifeline_)),
+      starts_(other.starts_) {}
 
 ServerProcess::~ServerProcess() {
     stop();

@@ -48,7 +48,7 @@ class ServerProcess {
   public:
     ServerProcess(std::string name, const Arguments &arguments, std::string folder);
     ~ServerProcess();
-    ServerProcess(ServerProcess &&) = default;
+    ServerProcess(ServerProcess &&other) noexcept;
 
     const std::string &name() const { return name_; }
     // For the next start.

@@ -41,6 +41,9 @@ std::optional<std::uint64_t> loadedInto(std::string_view line, std::string_view 
     return load == std::string_view::npos ? std::nullopt : numberIn(line.substr(load + 5, arrow - load - 5));
 }
 
+// Seconds, more than any address is kept.
+constexpr std::uint64_t kAgeMax = 1'000'000;
+
 void readAddress(std::string_view line, VlanId vlan, LearnedRows &rows) {
     const auto mac = Mac::parse(fieldOf(line, "dl_dst="));
     const auto interface = loadedInto(line, "->NXM_NX_REG0[");
@@ -48,7 +51,7 @@ void readAddress(std::string_view line, VlanId vlan, LearnedRows &rows) {
     auto age = numberIn(fieldOf(line, "hard_age="));
     if (!age)
         age = numberIn(fieldOf(line, "duration="));
-    if (mac && interface && age)
+    if (mac && interface && age && *age <= kAgeMax)
         rows.addresses.push_back({*mac, vlan, static_cast<IfNum>(*interface),
                                   std::chrono::seconds(static_cast<std::int64_t>(*age))});
 }

@@ -12,7 +12,7 @@ namespace {
 constexpr std::uint32_t kFrameOverhead = 18, kPayloadMin = 1500;
 
 std::uint32_t payloadOf(std::uint32_t frame) {
-    return std::max(kPayloadMin, frame - kFrameOverhead);
+    return std::max(kPayloadMin + kFrameOverhead, frame) - kFrameOverhead;
 }
 
 // "address bits-that-may-differ" as "address/bits-that-must-match"; empty for "any", nothing when it is

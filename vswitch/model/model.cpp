@@ -528,8 +528,10 @@ open_error_t Model::bindAccessList(IfNum ifNum, const std::string &name, std::ui
     for (const auto &group : groups) {
         if (group.direction != direction)
             continue;
-        if (group.list == name)
+        if (group.list == name && (sequence == 0 || group.sequence == sequence))
             return OPEN_E_NONE;
+        if (group.list == name)
+            continue;
         if (group.sequence == sequence)
             return OPEN_E_FAIL;
         ++bound;
@@ -539,6 +541,9 @@ open_error_t Model::bindAccessList(IfNum ifNum, const std::string &name, std::ui
         return OPEN_E_FULL;
     if (sequence == 0)
         sequence = last + 1;
+    // A list that is bound already moves to its new place.
+    std::erase_if(
+        groups, [&](const AccessGroup &group) { return group.direction == direction && group.list == name; });
     const AccessGroup added{direction, sequence, name};
     groups.insert(std::upper_bound(groups.begin(), groups.end(), added,
                                    [](const AccessGroup &a, const AccessGroup &b) {
