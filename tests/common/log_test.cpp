@@ -40,7 +40,14 @@ class LogTest : public testing::Test {
 
     static std::filesystem::path rootPath(const char *path) { return platform::fsPath(path); }
     static void log(int level, const char *text) { devmgrLog(level, "[%s:%d] %s\n", "f", 7, text); }
-    static void openFile() { devmgrLogOpen(LOG_SINK_FILE, LOG_FACILITY_USER, "daemon"); }
+    static void openFile(const char *identity = "daemon") {
+        devmgrLogOpen(LOG_SINK_FILE, LOG_FACILITY_USER, identity);
+    }
+    // What log() writes as long as the clock stands still.
+    static std::string line(const std::string &level, const std::string &text,
+                            const std::string &identity = "daemon") {
+        return "2026-01-01 00:00:00.000 (" + level + "): " + identity + ": [f:7] " + text + "\n";
+    }
 };
 
 TEST_F(LogTest, LineShowsLocalTimeLevelIdentityAndMessage) {
@@ -49,34 +56,32 @@ TEST_F(LogTest, LineShowsLocalTimeLevelIdentityAndMessage) {
         platform::manual_clock::advance(std::chrono::milliseconds(ms));
         log(level, "a");
     }
-    const int line = __LINE__ + 1;
+    const int number = __LINE__ + 1;
     LOG_WARN("[%s:%d] port %d\r\n", 4);
     EXPECT_EQ(readFile(kLogFile),
               "2026-01-01 01:02:03.042 (ERROR): daemon: [f:7] a\n"
               "2026-01-01 01:02:03.099 (INFO): daemon: [f:7] a\n"
               "2026-01-01 01:02:04.000 (): daemon: [f:7] a\n"
               "2026-01-01 01:02:04.000 (WARN): daemon: [TestBody:" +
-                  std::to_string(line) + "] port 4\r\n");
+                  std::to_string(number) + "] port 4\r\n");
 }
 
 TEST_F(LogTest, EverySinkFormatsItsOwnArguments) {
     devmgrLogOpen(LOG_SINK_FILE | LOG_SINK_SYSLOG | LOG_SINK_STDOUT, LOG_FACILITY_USER, "daemon");
     CaptureStdout();
     devmgrLog(LOG_LEVEL_NOTICE, "[%s:%d] %s %.1f\n", "f", 7, "text", 2.5);
-    const std::string expected = "2026-01-01 00:00:00.000 (NOTICE): daemon: [f:7] text 2.5\n";
-    EXPECT_EQ(GetCapturedStdout(), expected);
-    EXPECT_EQ(readFile(kLogFile), expected);
+    EXPECT_EQ(GetCapturedStdout(), line("NOTICE", "text 2.5"));
+    EXPECT_EQ(readFile(kLogFile), line("NOTICE", "text 2.5"));
 }
 
 TEST_F(LogTest, LongMessagesAreNotCut) {
+    std::string expected;
+    openFile();
     for (const std::size_t length : {990u, 1023u, 1024u, 100'000u}) {
-        std::filesystem::remove(rootPath(kLogFile));
-        openFile();
-        const std::string text(length, 'x');
-        log(3, text.c_str());
-        EXPECT_EQ(readFile(kLogFile), "2026-01-01 00:00:00.000 (ERROR): daemon: [f:7] " + text + "\n")
-            << length;
+        log(3, std::string(length, 'x').c_str());
+        expected += line("ERROR", std::string(length, 'x'));
     }
+    EXPECT_EQ(readFile(kLogFile), expected);
 }
 
 TEST_F(LogTest, ThresholdFollowsTheLevelFile) {
@@ -85,7 +90,6 @@ TEST_F(LogTest, ThresholdFollowsTheLevelFile) {
     EXPECT_EQ(readFile(kLogLevelFile), std::string("6\0\0\0", 4));
     EXPECT_EQ(devmgrLogLevelGet(), 6);
     log(7, "dropped");
-
     // As another process does it, in place.
     std::fstream level(rootPath(kLogLevelFile), std::ios::in | std::ios::out);
     level << '7' << std::flush;
@@ -95,7 +99,7 @@ TEST_F(LogTest, ThresholdFollowsTheLevelFile) {
     EXPECT_EQ(devmgrLogLevelGet(), 0);
     level.seekp(0) << 'q' << std::flush;
     EXPECT_EQ(devmgrLogLevelGet(), 6);
-    EXPECT_EQ(readFile(kLogFile), "2026-01-01 00:00:00.000 (DEBUG): daemon: [f:7] shown\n");
+    EXPECT_EQ(readFile(kLogFile), line("DEBUG", "shown"));
 }
 
 TEST_F(LogTest, TruncatedLevelFileIsSurvivedAndFoundAgain) {
@@ -173,22 +177,22 @@ TEST_F(LogTest, FilesThatCannotBeOpened) {
     CaptureStdout();
     log(7, "dropped at the default level");
     log(3, "a");
-    EXPECT_EQ(GetCapturedStdout(), "2026-01-01 00:00:00.000 (ERROR): daemon: [f:7] a\n");
+    EXPECT_EQ(GetCapturedStdout(), line("ERROR", "a"));
 }
 
 TEST_F(LogTest, LineThatCrossesTheLimitStaysInTheOldFile) {
-    const std::string line = "2026-01-01 00:00:00.000 (ERROR): daemon: [f:7] a\n";
+    const std::string a = line("ERROR", "a"), full(kLimit - a.size(), '.');
     writeText(kLogFileOld, "older generation");
-    writeText(kLogFile, std::string(kLimit - line.size(), '.'));
+    writeText(kLogFile, full);
     openFile();
     log(3, "a");  // exactly at the limit: no rotation yet
     EXPECT_EQ(readFile(kLogFile).size(), kLimit);
     EXPECT_EQ(readFile(kLogFileOld), "older generation");
     log(3, "a");
     EXPECT_EQ(readFile(kLogFile), "");
-    EXPECT_EQ(readFile(kLogFileOld).substr(kLimit - line.size()), line + line);
+    EXPECT_EQ(readFile(kLogFileOld), full + a + a);
     log(3, "a");
-    EXPECT_EQ(readFile(kLogFile), line);
+    EXPECT_EQ(readFile(kLogFile), a);
 }
 
 TEST_F(LogTest, FailedRenameLosesNoLine) {
@@ -197,26 +201,22 @@ TEST_F(LogTest, FailedRenameLosesNoLine) {
     openFile();
     log(3, "first");
     log(3, "second");
-    const std::string text = readFile(kLogFile).substr(kLimit);
-    EXPECT_NE(text.find("first"), std::string::npos);
-    EXPECT_NE(text.find("second"), std::string::npos);
+    EXPECT_TRUE(readFile(kLogFile).ends_with(line("ERROR", "first") + line("ERROR", "second")));
 }
 
 TEST_F(LogTest, ClosingNeedsAMessageAndReopeningChangesSettings) {
     openFile();
     devmgrLogClose();  // nothing logged yet: still open
     log(3, "a");
-    devmgrLogOpen(LOG_SINK_FILE, LOG_FACILITY_USER, "other");
+    openFile("other");
     log(3, "b");
-    EXPECT_EQ(readFile(kLogFile),
-              "2026-01-01 00:00:00.000 (ERROR): daemon: [f:7] a\n"
-              "2026-01-01 00:00:00.000 (ERROR): other: [f:7] b\n");
+    EXPECT_EQ(readFile(kLogFile), line("ERROR", "a") + line("ERROR", "b", "other"));
     writeText(kLogLevelFile, "7");
     devmgrLogClose();
     EXPECT_EQ(devmgrLogLevelGet(), 6);
     CaptureStdout();
     log(3, "c");
-    EXPECT_EQ(GetCapturedStdout(), "2026-01-01 00:00:00.000 (ERROR): other: [f:7] c\n");
+    EXPECT_EQ(GetCapturedStdout(), line("ERROR", "c", "other"));
 }
 
 TEST_F(LogTest, ThreadsNeitherMixNorLoseLines) {
@@ -242,15 +242,13 @@ TEST_F(LogTest, ThreadsNeitherMixNorLoseLines) {
 
     std::istringstream lines(readFile(kLogFileOld) + readFile(kLogFile));
     std::vector<int> next(kThreads);
-    for (std::string line; std::getline(lines, line);) {
-        int t = 0;
-        int i = 0;
-        if (line[0] == '.')
+    for (std::string text; std::getline(lines, text);) {
+        if (text[0] == '.')
             continue;
-        const std::size_t at = line.find("[f:7] ");
-        ASSERT_NE(at, std::string::npos) << line;
-        ASSERT_EQ(std::sscanf(line.c_str() + at, "[f:7] %d-%d end", &t, &i), 2) << line;
-        EXPECT_EQ(next.at(static_cast<std::size_t>(t))++, i);
+        std::size_t t = 0;
+        int i = 0;
+        ASSERT_EQ(std::sscanf(text.c_str(), "%*s %*s (INFO): daemon: [f:7] %zu-%d end", &t, &i), 2) << text;
+        EXPECT_EQ(next.at(t)++, i);
     }
     EXPECT_EQ(next, std::vector<int>(kThreads, kLines));
 }

@@ -17,8 +17,25 @@ class DetectionTest : public SwitchTest {
   protected:
     void SetUp() override {
         SwitchTest::SetUp();
-        ASSERT_EQ(vlanInfoTableCreate(), 0);
+        // Made once: creating it flushes the whole machine's disks.
+        static std::string database;
+        if (database.empty()) {
+            ASSERT_EQ(vlanInfoTableCreate(), 0);
+            database = readFile(platform::paths::kProfileDb);
+        }
+        writeText(platform::paths::kProfileDb, database);
     }
+    void TearDown() override {
+        deviceListTearDown(&list);
+        SwitchTest::TearDown();
+    }
+
+    // The thread of a family; from now on the test moves the clock.
+    void start(void *(*entry)(void *)) {
+        platform::manual_clock::setAutoAdvance(false);
+        ASSERT_EQ(pthread_create(&thread, nullptr, entry, &client), 0);
+    }
+    void join() { EXPECT_EQ(pthread_join(thread, nullptr), 0); }
 
     template <class Action>
     auto model(Action action) {
@@ -28,35 +45,27 @@ class DetectionTest : public SwitchTest {
         model([&](vswitch::Model &m) { EXPECT_EQ(m.createVlan(id), OPEN_E_NONE); });
     }
 
-    // A profile's VLAN, in the database and on the switch.
-    void profileAdd(int vlan, const char *type) {
-        vlanCreate(static_cast<vswitch::VlanId>(vlan));
+    // A profile's VLAN in the database.
+    static void profileStore(int vlan, const char *type) {
         ASSERT_EQ(vlanInfoReplace(vlan, 1, "test", type, "#112233"), 0);
     }
     static void profileRemove(int vlan) { ASSERT_EQ(vlanInfoDeleteById(vlan), 0); }
 
-    // Several faults at once: every call from the first to the `count`th fails.
-    void failFirst(const std::string &call, std::uint64_t count) {
-        for (std::uint64_t n = 1; n <= count; ++n)
-            failCall(call, n);
-    }
-
     std::size_t systemLogged(const std::string &part) { return occurrences(systemLog(), part); }
 
-    // ERROR lines that something writes.
-    static std::size_t errorsOf(const std::function<void()> &action) {
+    // An action writes so many ERROR lines, and each of the texts for the first time.
+    static void expectErrors(std::size_t count, const std::vector<std::string> &texts,
+                             const std::function<void()> &action) {
         const std::size_t before = logged("(ERROR)");
         action();
-        return logged("(ERROR)") - before;
+        EXPECT_EQ(logged("(ERROR)") - before, count);
+        for (const auto &text : texts)
+            EXPECT_EQ(logged(text), 1u) << text;
     }
 
     // Whether every line of the log is one that the log made: a text from the network started none.
     static bool logLinesIntact() {
-        std::istringstream lines(log());
-        for (std::string line; std::getline(lines, line);)
-            if (!line.starts_with("2026-01-01 "))
-                return false;
-        return true;
+        return occurrences(log(), "\n2026-01-01 ") + 1 == occurrences(log(), "\n");
     }
 
     // Text of `length` bytes of all that could upset a log, a script or a parser.
@@ -67,6 +76,9 @@ class DetectionTest : public SwitchTest {
             out += kBytes[(i * 7 + length) % kBytes.size()];
         return out;
     }
+
+    DeviceList list{};  // what the family under test knows
+    pthread_t thread{};
 };
 
 template <class Record>

@@ -24,26 +24,28 @@ namespace paths = platform::paths;
 
 class RegistrationTest : public DetectionTest {
   protected:
-    static constexpr const char *kCheck = "rpcclt_openapiConnectivityCheck";
-    static constexpr const char *kWarning =
-        "RPC call can fail until server starts. Keep trying (result = -2)\n";
     ~RegistrationTest() override { openapiClientTearDown(&own); }
+    // Registers while the first checks fail.
+    std::int32_t registered(std::uint64_t failing, const char *name) {
+        clearFaults();
+        for (std::uint64_t n = 1; n <= failing; ++n)
+            failCall("rpcclt_openapiConnectivityCheck", n);
+        return initHandler(name, &own);
+    }
     openapiClientHandle_t own{};
 };
 
 TEST_F(RegistrationTest, WaitsForTheSwitchUpToTheSeventhCheck) {
-    failFirst(kCheck, 6);
-    EXPECT_EQ(initHandler("detection", &own), 0);
-    EXPECT_EQ(logged(kWarning), 6u);
-    EXPECT_EQ(clk::totalSlept(), 18s);
+    const auto waited = [](std::size_t checks) {
+        EXPECT_EQ(logged("RPC call can fail until server starts. Keep trying (result = -2)\n"), checks);
+        EXPECT_EQ(clk::totalSlept(), checks * 3s);
+    };
+    EXPECT_EQ(registered(6, "detection"), 0);
+    waited(6);
     EXPECT_EQ(logged("success. (client name = detection_" + std::to_string(getpid()) + ")\n"), 1u);
     EXPECT_EQ(logged("ICOS Version = 8.6.3.1\n") + logged("Open API Version = 1.25.0.1\n"), 2u);
-
-    clearFaults();
-    failFirst(kCheck, 7);
-    EXPECT_EQ(initHandler(nullptr, &own), -1);
-    EXPECT_EQ(logged(kWarning), 12u);
-    EXPECT_EQ(clk::totalSlept(), 36s);
+    EXPECT_EQ(registered(7, nullptr), -1);
+    waited(12);
     EXPECT_EQ(logged("(client name = common.c_"), 1u);
     EXPECT_EQ(logged("(ERROR)"), 0u);
 }
@@ -51,26 +53,26 @@ TEST_F(RegistrationTest, WaitsForTheSwitchUpToTheSeventhCheck) {
 TEST_F(RegistrationTest, VersionsAreForTheLogOnly) {
     failCall("rpcclt_openapiNetworkOSVersionGet");
     failCall("rpcclt_openapiApiVersionGet");
-    EXPECT_EQ(errorsOf([&] { EXPECT_EQ(initHandler("detection", &own), 0); }), 2u);
-    EXPECT_EQ(logged("Network OS Version retrieve error\n"), 1u);
-    EXPECT_EQ(logged("Open API Version retrieve error\n"), 1u);
+    expectErrors(2, {"Network OS Version retrieve error\n", "Open API Version retrieve error\n"},
+                 [&] { EXPECT_EQ(initHandler("detection", &own), 0); });
     device->setDown(true);
     EXPECT_EQ(initHandler("detection", &own), -1);
     device->setDown(false);
-    EXPECT_EQ(initHandler("detection", nullptr), -1);
-    EXPECT_EQ(logged("\nFailed to initialize RPC to OpEN. Exiting (result = -5)\n"), 1u);
+    expectErrors(1, {"\nFailed to initialize RPC to OpEN. Exiting (result = -5)\n"},
+                 [] { EXPECT_EQ(initHandler("detection", nullptr), -1); });
 }
 
 TEST_F(RegistrationTest, ModelLookup) {
-    EXPECT_EQ(get_device_model_mapping(&client, "AV10X"), 1);
+    const auto lookUp = [this](const char *id) { return get_device_model_mapping(&client, id); };
+    EXPECT_EQ(lookUp("AV10X"), 1);
     startSwitch({.machineModel = "AVM4200-10X"});
-    EXPECT_EQ(get_device_model_mapping(&client, "AV10X"), 0);
-    EXPECT_EQ(get_device_model_mapping(&client, "AV10XP"), 1);
-    EXPECT_EQ(get_device_model_mapping(&client, nullptr), 1);
+    EXPECT_EQ(lookUp("AV10X"), 0);
+    for (const char *other : {"AV10XP", static_cast<const char *>(nullptr)})
+        EXPECT_EQ(lookUp(other), 1);
     failCall("rpcclt_openapiSystemRegMachineModelGet");
-    EXPECT_EQ(get_device_model_mapping(&client, "AV10X"), -1);
+    EXPECT_EQ(lookUp("AV10X"), -1);
     startSwitch({.machineModel = std::string(1000, 'A')});
-    EXPECT_EQ(get_device_model_mapping(&client, "AV10X"), 1);
+    EXPECT_EQ(lookUp("AV10X"), 1);
 }
 
 TEST_F(RegistrationTest, ProfileDatabaseIsMadeWhereThereIsNone) {
@@ -131,6 +133,11 @@ class SupervisorTest : public DetectionTest {
         EXPECT_TRUE(Threads::attributesGood);
         DetectionTest::TearDown();
     }
+    // A profile's VLAN, in the database and on the switch.
+    void profileAdd(int vlan, const char *type) {
+        vlanCreate(static_cast<vswitch::VlanId>(vlan));
+        profileStore(vlan, type);
+    }
     // Time passes until `sleepers` threads wait for more.
     static void pass(platform::Duration time, std::size_t sleepers) {
         clk::advance(time);
@@ -170,8 +177,8 @@ TEST_F(SupervisorTest, RestartsThreadsWhoseProfileIsBack) {
 
     // Lightware's ends at 150 s; VLAN 286 does not bring it back, nor does a VLAN that the switch lacks.
     profileRemove(300);
-    vlanInfoReplace(286, 1, "test", kLightware, "#112233");
-    vlanInfoReplace(301, 1, "test", kLightware, "#112233");
+    for (const int vlan : {286, 301})
+        profileStore(vlan, kLightware);
     EXPECT_EQ(lightwareRunning, 1);
     pass(15s, 3);
     pass(15s, 2);
@@ -205,18 +212,16 @@ TEST_F(SupervisorTest, RestartsThreadsWhoseProfileIsBack) {
 
 TEST_F(SupervisorTest, EndsWhenAThreadCannotBeCreated) {
     clk::setAutoAdvance(false);
+    const auto refused = [&] { EXPECT_FALSE(supervisor.start()); };
     Threads::failing = 1;
-    EXPECT_FALSE(supervisor.start());
-    EXPECT_EQ(logged("Fatal error unable to create detect audac thread!"), 1u);
+    expectErrors(1, {"Fatal error unable to create detect audac thread!"}, refused);
     EXPECT_TRUE(Threads::created.empty());
 
     // Without Lightware's the process ends although Audac's is running.
     profileAdd(50, kAudac);
     Threads::failing = 2;
-    EXPECT_FALSE(supervisor.start());
-    EXPECT_EQ(logged("Fatal error unable to create detect lightware thread!"), 1u);
+    expectErrors(1, {"Fatal error unable to create detect lightware thread!"}, refused);
     EXPECT_EQ(lightwareRunning, 0);
-    EXPECT_EQ(logged("(ERROR)"), 2u);
     ASSERT_TRUE(clk::awaitSleepers(1));
     expectStopped();
     clk::advance(15s);
@@ -225,17 +230,16 @@ TEST_F(SupervisorTest, EndsWhenAThreadCannotBeCreated) {
 
 TEST_F(SupervisorTest, EndsWhenLightwareCannotBeRecreated) {
     ASSERT_TRUE(supervisor.start());  // no profile: both end at once
-    Threads::join(1);
-    Threads::join(2);
+    for (const std::size_t number : {1, 2})
+        Threads::join(number);
     EXPECT_EQ(lightwareRunning, 0);
     EXPECT_TRUE(supervisor.pass());
     EXPECT_EQ(Threads::created.size(), 2u);
     profileAdd(300, kLightware);
     Threads::failing = 3;
-    supervisor.run();
+    expectErrors(1, {"Fatal error unable to recreate detect lightware thread!"}, [&] { supervisor.run(); });
     EXPECT_EQ(clk::totalSlept(), 31s);
     EXPECT_EQ(lightwareRunning, 0);
-    EXPECT_EQ(logged("Fatal error unable to recreate detect lightware thread!"), 1u);
     expectStopped();
 }
 

@@ -1,4 +1,4 @@
-// The template operations of the web interface.
+// Templates and types of profiles: the operations of the web interface, the type table, the feature mask.
 #include <cjson/cJSON.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -6,13 +6,13 @@
 #include <cstring>
 #include <filesystem>
 #include <set>
-#include <string>
-#include <vector>
+#include <tuple>
 
 #include "common/owners.h"
 #include "profile/templates.h"
 #include "store/profile_db.h"
 #include "store/profile_template.h"
+#include "store/profile_types.h"
 #include "swapi/features.h"
 #include "tests/support/switch_fixture.h"
 
@@ -28,27 +28,21 @@ std::string at(const std::string &file) {
     return kProfileTemplateDir + file;
 }
 
-// A request text: {"profile": {"name": <name>, "n": <n>}}, or with the name on top.
+// A profile as it is stored; with n = 0 only its name.
 std::string profileOf(const std::string &name, int n = 1) {
-    const JsonPtr root(cJSON_CreateObject());
-    cJSON *const profile = cJSON_AddObjectToObject(root.get(), "profile");
-    cJSON_AddStringToObject(profile, "name", name.c_str());
-    cJSON_AddNumberToObject(profile, "n", n);
-    return TextPtr(cJSON_Print(root.get())).get();
-}
-
-std::string nameOf(const std::string &name) {
-    const JsonPtr root(cJSON_CreateObject());
-    cJSON_AddStringToObject(root.get(), "name", name.c_str());
-    return TextPtr(cJSON_Print(root.get())).get();
+    const JsonPtr quoted(cJSON_CreateString(name.c_str()));
+    return "{\"name\":" + std::string(TextPtr(cJSON_PrintUnformatted(quoted.get())).get()) +
+           (n != 0 ? ",\"n\":" + std::to_string(n) : "") + "}";
 }
 
 class TemplatesTest : public test_support::SwitchTest {
   protected:
     void SetUp() override {
         SwitchTest::SetUp();
-        fs::create_directories(platform::fsPath(kProfileTemplateDir));
+        for (const char *folder : {kProfileTemplateDir, platform::paths::kVlanProfileConfigDir})
+            fs::create_directories(platform::fsPath(folder));
     }
+    static void put(const std::string &file, const std::string &text) { writeText(at(file).c_str(), text); }
 
     std::string list() {
         // Exactly the room that was promised, so that the sanitizers see one byte more.
@@ -57,12 +51,14 @@ class TemplatesTest : public test_support::SwitchTest {
         EXPECT_NE(std::memchr(out.data(), '\0', out.size()), nullptr);
         return out.data();
     }
-    std::int32_t create(const std::string &request) {
-        return ProfileTemplateCreate(&client, request.c_str());
+    std::int32_t create(const std::string &name, int n = 1) {
+        return ProfileTemplateCreate(&client, ("{\"profile\":" + profileOf(name, n) + "}").c_str());
     }
-    std::int32_t edit(const std::string &request) { return ProfileTemplateEdit(&client, request.c_str()); }
-    std::int32_t remove(const std::string &request) {
-        return ProfileTemplateDelete(&client, request.c_str());
+    std::int32_t edit(const std::string &name, int n = 1) {
+        return ProfileTemplateEdit(&client, ("{\"profile\":" + profileOf(name, n) + "}").c_str());
+    }
+    std::int32_t remove(const std::string &name) {
+        return ProfileTemplateDelete(&client, profileOf(name, 0).c_str());
     }
 
     // All files in and around the template directory, with their sizes.
@@ -77,49 +73,44 @@ class TemplatesTest : public test_support::SwitchTest {
 
 // --- listing
 
-TEST_F(TemplatesTest, EmptyAndUnreadableDirectories) {
+TEST_F(TemplatesTest, ListsWhatTheSwitchOffers) {
     EXPECT_EQ(list(), "[");
+    for (const char *file :
+         {"Video", "Audio_Video_AVB", "Audio_Video_AVB_MILAN", "Audio_Video_SMPTE", "Audio_Dante",
+          "Audio_Video_AVB_MILAN_with_Dante_PTPv1_PTPv2_or_AES67", "Audio_Video_AVB_2",
+          "Poly_StudioNet_Modular_Room_Switch", "Poly_StudioNet_Modular_Room", "data"})
+        put(file, std::string("\"") + file + "\"");
+    const std::string common = R"(["Audio_Dante","Audio_Video_AVB_2",)", smpte = R"("Audio_Video_SMPTE",)";
+    const std::string poly = R"("Poly_StudioNet_Modular_Room_Switch",)";
+    const std::string room = R"("Poly_StudioNet_Modular_Room",)", end = R"("Video","data"])";
+
+    std::int32_t supported = 7;
+    EXPECT_EQ(featureSupportedGet(&client, FEATURE_DOT1AS, &supported), 10004);
+    EXPECT_EQ(supported, 0);
+    EXPECT_EQ(list(), common + smpte + room + end);
+    EXPECT_TRUE(smpteModelSupported(&client));
+    const std::pair<std::string, std::string> models[] = {
+        {"AVM4200-10X", room}, {"AVM4200-10XP rev 2", room + poly}, {std::string(1000, 'A'), room}};
+    for (const auto &[model, offered] : models) {
+        startSwitch({.machineModel = model});
+        EXPECT_EQ(list(), common + offered + end);
+    }
     EXPECT_EQ(logged("ERROR"), 0u);
+    failCall("rpcclt_openapiSystemRegMachineModelGet");
+    EXPECT_EQ(list(), common + room + end);
+    EXPECT_EQ(logged("ERROR"), 1u);
     fs::remove_all(platform::fsPath(kProfileTemplateDir));
     EXPECT_EQ(list(), "[]");
     EXPECT_EQ(logged("Open dir error...\r\n"), 1u);
 }
 
-TEST_F(TemplatesTest, ListsWhatTheSwitchOffers) {
-    for (const char *file :
-         {"Video", "Audio_Video_AVB", "Audio_Video_AVB_MILAN", "Audio_Video_SMPTE", "Audio_Dante",
-          "Audio_Video_AVB_MILAN_with_Dante_PTPv1_PTPv2_or_AES67", "Audio_Video_AVB_2",
-          "Poly_StudioNet_Modular_Room_Switch", "Poly_StudioNet_Modular_Room", "data"})
-        writeText(at(file).c_str(), std::string("\"") + file + "\"");
-    const std::string common = R"("Audio_Dante","Audio_Video_AVB_2")";
-    const std::string rest = R"("Poly_StudioNet_Modular_Room",)";
-    const std::string poly = R"("Poly_StudioNet_Modular_Room","Poly_StudioNet_Modular_Room_Switch",)";
-    const std::string end = R"("Video","data"])";
-
-    std::int32_t supported = 7;
-    EXPECT_EQ(featureSupportedGet(&client, FEATURE_DOT1AS, &supported), 10004);
-    EXPECT_EQ(supported, 0);
-    EXPECT_EQ(list(), "[" + common + R"(,"Audio_Video_SMPTE",)" + rest + end);
-    EXPECT_TRUE(smpteModelSupported(&client));
-    startSwitch({.machineModel = "AVM4200-10X"});
-    EXPECT_EQ(list(), "[" + common + "," + rest + end);
-    startSwitch({.machineModel = "AVM4200-10XP rev 2"});
-    EXPECT_EQ(list(), "[" + common + "," + poly + end);
-    startSwitch({.machineModel = std::string(1000, 'A')});
-    EXPECT_EQ(list(), "[" + common + "," + rest + end);
-    EXPECT_EQ(logged("ERROR"), 0u);
-    failCall("rpcclt_openapiSystemRegMachineModelGet");
-    EXPECT_EQ(list(), "[" + common + "," + rest + end);
-    EXPECT_EQ(logged("ERROR"), 1u);
-}
-
 TEST_F(TemplatesTest, UnreadableEntriesAreSkipped) {
-    writeText(at("a").c_str(), "1");
-    writeText(at("b").c_str(), "");
+    put("a", "1");
+    put("b", "");
     fs::create_directory(platform::fsPath(at("c")));
     fs::create_symlink("nowhere", platform::fsPath(at("d")));
     ASSERT_EQ(mkfifo(platform::fsPath(at("e")).c_str(), 0600), 0);
-    writeText(at("f").c_str(), std::string("2\0,3", 4));
+    put("f", std::string("2\0,3", 4));
     EXPECT_EQ(list(), "[1,2]");
     EXPECT_EQ(
         logged("ProfileTemplateGet: Failed to open file /usr/local/appmgr/usr/share/pavo/profileTemplate/"),
@@ -127,58 +118,57 @@ TEST_F(TemplatesTest, UnreadableEntriesAreSkipped) {
 }
 
 TEST_F(TemplatesTest, ListingStopsAtTheFirstThatDoesNotFit) {
-    const auto fill = [](std::size_t first, std::size_t second) {
-        writeText(at("a").c_str(), std::string(first, '1'));
-        writeText(at("b").c_str(), std::string(second, '2'));
+    const auto listOf = [this](std::size_t first, std::size_t second) {
+        put("a", std::string(first, '1'));
+        put("b", std::string(second, '2'));
+        return list();
     };
-    writeText(at("c").c_str(), "3");
-    fill(15000, 15715);  // with the separators 30717 of 30719: room for the bracket, not for ",3" as well
-    const std::string both = "[" + std::string(15000, '1') + "," + std::string(15715, '2');
-    EXPECT_EQ(list(), both + "]");
+    put("c", "3");
+    const std::string a = "[" + std::string(15000, '1');
+    // With the separators 30717 of 30719: room for the bracket, not for ",3" as well.
+    EXPECT_EQ(listOf(15000, 15715), a + "," + std::string(15715, '2') + "]");
     EXPECT_EQ(logged("ProfileTemplateGet: Response buffer full, skipping remaining profiles\n"), 1u);
-    fill(15000, 15713);
-    EXPECT_EQ(list(), both.substr(0, both.size() - 2) + ",3]");
-    fill(15000, 15716);
-    EXPECT_EQ(list(), "[" + std::string(15000, '1') + "]");
-    fill(30717, 1);
-    EXPECT_EQ(list(), "[");
-    fill(100000, 1);
-    EXPECT_EQ(list(), "[");
+    EXPECT_EQ(listOf(15000, 15713), a + "," + std::string(15713, '2') + ",3]");
+    EXPECT_EQ(listOf(15000, 15716), a + "]");
+    for (const std::size_t first : {30717u, 100000u})
+        EXPECT_EQ(listOf(first, 1), "[");
     EXPECT_EQ(logged("ERROR"), 4u);
 }
 
 // --- create and edit
 
 TEST_F(TemplatesTest, CreateStoresTheProfileObjectOnce) {
-    EXPECT_EQ(create(profileOf("Audio Video AVB MILAN")), 0);
-    EXPECT_EQ(readFile(at("Audio_Video_AVB_MILAN").c_str()), R"({"name":"Audio Video AVB MILAN","n":1})");
-    EXPECT_EQ(create(profileOf("Audio Video AVB MILAN", 2)), 14102);
-    EXPECT_EQ(readFile(at("Audio_Video_AVB_MILAN").c_str()), R"({"name":"Audio Video AVB MILAN","n":1})");
+    const auto stored = [](const char *file) { return readFile(at(file).c_str()); };
+    EXPECT_EQ(create("Audio Video AVB MILAN"), 0);
+    EXPECT_EQ(create("Audio Video AVB MILAN", 2), 14102);
+    EXPECT_EQ(stored("Audio_Video_AVB_MILAN"), profileOf("Audio Video AVB MILAN"));
     EXPECT_EQ(logged("Audio_Video_AVB_MILAN Already exists\n\r"), 1u);
-
-    EXPECT_EQ(edit(profileOf("Audio Video AVB MILAN", 3)), 0);
-    EXPECT_EQ(readFile(at("Audio_Video_AVB_MILAN").c_str()), R"({"name":"Audio Video AVB MILAN","n":3})");
-    EXPECT_EQ(edit(profileOf("Audio Dante")), 10000);
+    EXPECT_EQ(edit("Audio Video AVB MILAN", 3), 0);
+    EXPECT_EQ(stored("Audio_Video_AVB_MILAN"), profileOf("Audio Video AVB MILAN", 3));
+    EXPECT_EQ(edit("Audio Dante"), 10000);
     EXPECT_FALSE(exists(at("Audio_Dante").c_str()));
     EXPECT_EQ(logged("(WARN)"), 1u);
+
+    fs::remove_all(platform::fsPath(kProfileTemplateDir));
+    EXPECT_EQ(create("Video"), 10000);
+    EXPECT_EQ(logged("ERROR"), 2u) << "a failed write is passed on";
 }
 
 TEST_F(TemplatesTest, NamesAreCutTo31Characters) {
-    const std::string cut = "My_own_rather_long_profile_type";  // 31
     const std::string name = "My own rather long profile type, kept";
-    EXPECT_EQ(create(profileOf(name)), 0);
-    EXPECT_EQ(readFile(at(cut).c_str()), "{\"name\":\"" + name + "\",\"n\":1}");
-    EXPECT_EQ(create(profileOf(name + " otherwise")), 14102);
-    EXPECT_EQ(edit(profileOf(name + " still", 2)), 0);
-    EXPECT_EQ(create(profileOf(std::string(10000, 'x'))), 0);
+    EXPECT_EQ(create(name), 0);
+    EXPECT_EQ(readFile(at("My_own_rather_long_profile_type").c_str()), profileOf(name));
+    EXPECT_EQ(create(name + " otherwise"), 14102);
+    EXPECT_EQ(edit(name + " still", 2), 0);
+    EXPECT_EQ(create(std::string(10000, 'x')), 0);
     EXPECT_TRUE(exists(at(std::string(31, 'x')).c_str()));
-    EXPECT_EQ(remove(nameOf(std::string(32, 'x'))), 0);
+    EXPECT_EQ(remove(std::string(32, 'x')), 0);
     // A shipped file has its full name and is out of reach.
-    writeText(at("Telos_AllianceLivewire+_AES67").c_str(), "{}");
-    writeText(at("Shure_Split_Audio_and_Control_Network").c_str(), "{}");
-    EXPECT_EQ(edit(profileOf("Telos AllianceLivewire+ AES67")), 0);
-    EXPECT_EQ(edit(profileOf("Shure Split Audio and Control Network")), 10000);
-    EXPECT_EQ(remove(nameOf("Shure Split Audio and Control Network")), 10000);
+    for (const char *type : {"Telos AllianceLivewire+ AES67", "Shure Split Audio and Control Network"})
+        put(profileTemplateFileName(type), "{}");
+    EXPECT_EQ(edit("Telos AllianceLivewire+ AES67"), 0);
+    EXPECT_EQ(edit("Shure Split Audio and Control Network"), 10000);
+    EXPECT_EQ(remove("Shure Split Audio and Control Network"), 10000);
 }
 
 TEST_F(TemplatesTest, BadRequests) {
@@ -188,21 +178,20 @@ TEST_F(TemplatesTest, BadRequests) {
     EXPECT_EQ(ProfileTemplateEdit(&client, nullptr), 10003);
     EXPECT_EQ(logged("param is null \r\n"), 3u);
     EXPECT_EQ(ProfileTemplateDelete(&client, nullptr), 10002);
-    for (const char *text : {"", "{", "nonsense"}) {
-        EXPECT_EQ(create(text), 10002);
-        EXPECT_EQ(edit(text), 10002);
-        EXPECT_EQ(remove(text), 10002);
-    }
+    const auto expectEach = [&](std::int32_t code, const char *text) {
+        for (const auto operation : {ProfileTemplateCreate, ProfileTemplateEdit, ProfileTemplateDelete})
+            EXPECT_EQ(operation(&client, text), code) << text;
+    };
+    for (const char *text : {"", "{", "nonsense"})
+        expectEach(10002, text);
     EXPECT_EQ(logged("profile  load json error\r\n"), 3u);
     EXPECT_EQ(logged("profile load json error\r\n"), 7u);
-    for (const char *text :
-         {"{}", "[]", "1", R"({"profile":"name"})", R"({"profile":[{"name":"x"}]})",
-          R"({"profile":{"name":1}})", R"({"profile":{}})", R"({"Profile":{"name":"x"}})"}) {
-        EXPECT_EQ(create(text), 10003) << text;
-        EXPECT_EQ(edit(text), 10003) << text;
-        EXPECT_EQ(remove(text), 10003) << text;
-    }
-    EXPECT_EQ(remove(R"({"name":["x"]})"), 10003);
+    for (const char *text : {"{}", "[]", "1", R"({"profile":"name"})", R"({"profile":[{"name":"x"}]})",
+                             R"({"profile":{"name":1}})", R"({"profile":{}})", R"({"Profile":{"name":"x"}})"})
+        expectEach(10003, text);
+    EXPECT_EQ(ProfileTemplateDelete(&client, R"({"name":["x"]})"), 10003);
+    // The name belongs on top here, and nowhere else.
+    EXPECT_EQ(ProfileTemplateDelete(&client, R"({"profile":{"name":"x"}})"), 10003);
     EXPECT_EQ(logged("profile param error :{}\r\n"), 3u);
     EXPECT_EQ(tree(), before);
 }
@@ -211,34 +200,28 @@ TEST_F(TemplatesTest, BadRequests) {
 TEST_F(TemplatesTest, HostileNamesStayInside) {
     writeText("/usr/local/appmgr/usr/share/pavo/x", "kept");
     fs::create_directory(platform::fsPath(at("a")));
-    writeText(at("a/b").c_str(), "kept");
+    put("a/b", "kept");
     const auto before = tree();
     for (const char *name : {"../x", "..", ".", "", "a/b", "/etc/passwd", "a\nb", "a\rb", "a\x7f", "\x01"}) {
-        EXPECT_EQ(create(profileOf(name)), 10003) << name;
-        EXPECT_EQ(edit(profileOf(name)), 10000) << name;
-        EXPECT_EQ(remove(nameOf(name)), 10000) << name;
+        EXPECT_EQ(create(name), 10003) << name;
+        EXPECT_EQ(edit(name), 10000) << name;
+        EXPECT_EQ(remove(name), 10000) << name;
     }
     EXPECT_EQ(tree(), before);
     // A folder is in the way of a template, but is none.
-    EXPECT_EQ(create(profileOf("a")), 14102);
-    EXPECT_EQ(edit(profileOf("a")), 10000);
-    EXPECT_EQ(remove(nameOf("a")), 10000);
+    EXPECT_EQ(create("a"), 14102);
+    EXPECT_EQ(edit("a"), 10000);
+    EXPECT_EQ(remove("a"), 10000);
     EXPECT_EQ(tree(), before);
     // Names that are only unusual do what they say.
     for (const char *name :
          {"..x", "a..b", "-rf *", "$(id)`id`", "%s%n", "it's \"q\"; --", "caf\xe9", "\xff\xfe"}) {
-        EXPECT_EQ(create(profileOf(name)), 0) << name;
+        EXPECT_EQ(create(name), 0) << name;
         EXPECT_EQ(readFile(at(profileTemplateFileName(name)).c_str()).substr(0, 9), "{\"name\":\"");
-        EXPECT_EQ(edit(profileOf(name, 2)), 0) << name;
-        EXPECT_EQ(remove(nameOf(name)), 0) << name;
+        EXPECT_EQ(edit(name, 2), 0) << name;
+        EXPECT_EQ(remove(name), 0) << name;
     }
     EXPECT_EQ(tree(), before);
-}
-
-TEST_F(TemplatesTest, FailedWriteIsPassedOn) {
-    fs::remove_all(platform::fsPath(kProfileTemplateDir));
-    EXPECT_EQ(create(profileOf("Video")), 10000);
-    EXPECT_EQ(logged("ERROR"), 1u);
 }
 
 // --- delete and count
@@ -249,9 +232,8 @@ class TemplateDeleteTest : public TemplatesTest {
 
     void SetUp() override {
         TemplatesTest::SetUp();
-        fs::create_directories(platform::fsPath(platform::paths::kVlanProfileConfigDir));
         ASSERT_EQ(vlanInfoTableCreate(), 0);
-        ASSERT_EQ(create(profileOf(kType)), 0);
+        ASSERT_EQ(create(kType), 0);
     }
     void row(std::int32_t id, const char *type, bool onSwitch) {
         ASSERT_EQ(vlanInfoInsert(id, 1, "n", type, "#ffffff"), 0);
@@ -267,68 +249,215 @@ class TemplateDeleteTest : public TemplatesTest {
     static bool there() { return exists(at("House_Audio").c_str()); }
 };
 
-TEST_F(TemplateDeleteTest, ATemplateInUseStaysWithAllItsRows) {
+TEST_F(TemplateDeleteTest, ATemplateInUseStaysAndOrphansGoWithTheirs) {
     row(10, kType, false);
     row(20, kType, true);
-    row(30, "Video", true);
-    EXPECT_EQ(ProfileAssignedCount(&client, kType), 1);
-    EXPECT_EQ(ProfileAssignedCount(&client, "house audio"), 0);
-    EXPECT_EQ(ProfileAssignedCount(&client, nullptr), 0);
-    EXPECT_EQ(remove(nameOf(kType)), 14101);
-    EXPECT_TRUE(there() && kept(10) && kept(20) && kept(30));
-    // The name belongs on top here, and nowhere else.
-    EXPECT_EQ(remove(profileOf(kType)), 10003);
-}
-
-TEST_F(TemplateDeleteTest, OrphansGoWithTheTemplate) {
-    row(10, kType, false);
-    row(11, kType, false);
     row(30, "Video", false);
-    fs::remove(platform::fsPath(profileVlanConfigPath(11)));
-    EXPECT_EQ(remove(nameOf(kType)), 0);
-    EXPECT_FALSE(there() || kept(10) || kept(11));
+    EXPECT_EQ(ProfileAssignedCount(&client, kType), 1);
+    for (const char *other : {"house audio", static_cast<const char *>(nullptr)})
+        EXPECT_EQ(ProfileAssignedCount(&client, other), 0);
+    EXPECT_EQ(remove(kType), 14101);
+    EXPECT_TRUE(there() && kept(10) && kept(20) && kept(30));
+
+    EXPECT_EQ(rpcclt_openapiVlanDelete(&client, 20), OPEN_E_NONE);
+    fs::remove(platform::fsPath(profileVlanConfigPath(20)));
+    EXPECT_EQ(remove(kType), 0);
+    EXPECT_FALSE(there() || kept(10) || kept(20));
     EXPECT_TRUE(kept(30));
     EXPECT_EQ(logged("(INFO): test: [orphanRemove:"), 3u);
     EXPECT_EQ(logged("Cleaning up orphaned VLAN 10 entry (profile: House Audio)\r\n"), 1u);
     EXPECT_EQ(logged("Removed orphaned config file: /tmp/vlan_profile_config/10\r\n"), 1u);
-    EXPECT_EQ(remove(nameOf(kType)), 10000);
+    EXPECT_EQ(remove(kType), 10000);
     EXPECT_EQ(logged("House_Audio non-existent\n\r"), 1u);
 }
 
 TEST_F(TemplateDeleteTest, QuotesNeitherBreakNorWidenTheSearch) {
     const char *const quoted = "It's \"loud\"";
-    ASSERT_EQ(create(profileOf(quoted)), 0);
+    ASSERT_EQ(create(quoted), 0);
     row(20, quoted, true);
     row(21, kType, true);
     row(22, kType, false);
-    EXPECT_EQ(remove(nameOf(quoted)), 14101);
+    EXPECT_EQ(remove(quoted), 14101);
     for (const char *all : {"' or '1' = '1", "x' union select 21 --", "'; drop table x;--"}) {
         EXPECT_EQ(ProfileAssignedCount(&client, all), 0);
-        ASSERT_EQ(create(profileOf(all)), 0);
-        EXPECT_EQ(remove(nameOf(all)), 0);
+        ASSERT_EQ(create(all), 0);
+        EXPECT_EQ(remove(all), 0);
     }
     EXPECT_TRUE(kept(20) && kept(21) && kept(22));
 }
 
-TEST_F(TemplateDeleteTest, NoDatabase) {
-    row(10, kType, false);
-    fs::remove(platform::fsPath(platform::paths::kProfileDb));
-    EXPECT_EQ(ProfileAssignedCount(&client, kType), 0);
-    EXPECT_EQ(logged("Can't open database: "), 1u);
-    EXPECT_EQ(remove(nameOf(kType)), 0);
-    EXPECT_EQ(logged("Can't open database: "), 2u);
-    EXPECT_FALSE(there());
-    EXPECT_TRUE(exists(profileVlanConfigPath(10).c_str()));
-}
-
-// What a silent switch has is not known, so nothing is an orphan.
-TEST_F(TemplateDeleteTest, SilentSwitch) {
+TEST_F(TemplateDeleteTest, WhatIsNotKnownIsNoOrphan) {
     row(10, kType, true);
     failCall("openapiVlanCreatedCheck", 1, false, OPEN_E_RPC);
     EXPECT_EQ(ProfileAssignedCount(&client, kType), 0);
-    EXPECT_EQ(remove(nameOf(kType)), 0);
-    EXPECT_FALSE(there());
-    EXPECT_TRUE(kept(10));
+    EXPECT_EQ(remove(kType), 0);
+    EXPECT_TRUE(!there() && kept(10));
+    clearFaults();
+
+    ASSERT_EQ(create(kType), 0);
+    fs::remove(platform::fsPath(platform::paths::kProfileDb));
+    EXPECT_EQ(ProfileAssignedCount(&client, kType), 0);
+    EXPECT_EQ(remove(kType), 0);
+    EXPECT_EQ(logged("Can't open database: "), 2u);
+    EXPECT_TRUE(!there() && exists(profileVlanConfigPath(10).c_str()));
+}
+
+// --- types and what their templates ask for
+
+TEST(ProfileTypes, LookUpIsExact) {
+    ProfileTypeAttributes attributes{};
+    std::int32_t mtu = -1;
+    ASSERT_EQ(profileTypeAttrGet("Avid S6L", &attributes), 0);
+    EXPECT_EQ(attributes, (ProfileTypeAttributes{1500, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 65537, 65537}));
+    EXPECT_EQ(profileTypeMtuGet("GANNET", &mtu), 0);
+    EXPECT_EQ(mtu, 9216);
+    EXPECT_EQ(profileTypeMtuGet("Lighting", &mtu), 0);
+    EXPECT_EQ(mtu, 0);
+
+    const auto kept = attributes;
+    for (const char *name : {"avid s6l", "Avid S6L ", "Avid", "", static_cast<const char *>(nullptr)}) {
+        mtu = -1;
+        EXPECT_EQ(profileTypeMtuGet(name, &mtu), 10000);
+        EXPECT_EQ(mtu, 0);
+        EXPECT_EQ(profileTypeAttrGet(name, &attributes), 10000);
+        EXPECT_EQ(attributes, kept);
+    }
+}
+
+class ProfileMaskTest : public TemplatesTest {
+  protected:
+    ProfileFeatureMask mask(const char *type, std::int32_t vlanId = 0, std::int32_t vlanType = 1,
+                            std::int32_t code = 0) {
+        ProfileFeatureMask out{~0u, -1, 0xff};
+        EXPECT_EQ(profileFeatureMaskGet(&client, vlanId, type, vlanType, &out), code) << type;
+        return out;
+    }
+    // The bits of a template for a type that is in no table.
+    std::uint32_t bits(const std::string &text) {
+        put("House_Audio", text);
+        return mask("House Audio").features;
+    }
+};
+
+TEST_F(ProfileMaskTest, TemplateKeys) {
+    const std::tuple<const char *, std::uint32_t, std::uint32_t, std::uint32_t> rows[] = {
+        {"PTP", 0x1, 0, 0},         {"AVB", 0x2, 0, 0},       {"flowControl", 0x4, 0x4, 0x4},
+        {"poe", 0x8, 0, 0},         {"storm", 0, 0x80, 0},    {"qos", 0x100, 0x100, 0x100},
+        {"Sonos", 0x200, 0, 0},     {"LLDP", 0, 0x400, 0},    {"ISDP", 0, 0x800, 0},
+        {"STP", 0, 0x1000, 0},      {"PTP-BC", 0x2000, 0, 0}, {"ptp", 0, 0, 0},
+        {"queryInterval", 0, 0, 0}, {"MTU", 0, 0, 0}};
+    for (const auto &[key, onTrue, onFalse, onOther] : rows)
+        for (const std::string value : {"true", "false", "null", "0", "1", "\"true\"", "[]", "{}"})
+            EXPECT_EQ(bits(std::string("{\"") + key + "\":" + value + "}"), value == "true"    ? onTrue
+                                                                            : value == "false" ? onFalse
+                                                                                               : onOther)
+                << key << value;
+    EXPECT_EQ(bits(R"({"multicast":{"queryInterval":0}})"), 0x20u);
+    EXPECT_EQ(bits(R"({"multicast":{"querier":true}})"), 0u);
+    EXPECT_EQ(bits(R"({"multicast":true})"), 0u);
+    EXPECT_EQ(bits("[true]"), 0u);
+}
+
+TEST_F(ProfileMaskTest, TypesThatAreSpecial) {
+    for (const auto &type : profileTypeTable())
+        put(profileTemplateFileName(type.name), "{}");
+    const auto expect = [&](const char *type, std::uint32_t features, std::uint8_t extra,
+                            std::int32_t vlanType = 1) {
+        EXPECT_EQ(mask(type, 0, vlanType), (ProfileFeatureMask{features, 0, extra})) << type;
+    };
+    expect("Audio AES67", 0x400010, 0);
+    expect("Audio Video AVB", 0x40, 0);
+    expect("Audio Video AVB MILAN", 0x40, 0x20);
+    expect("Audio Video AVB MILAN with Dante PTPv1 PTPv2 or AES67", 0x440050, 0x40);
+    expect("Telos AllianceLivewire+ AES67", 0x400050, 0x01);
+    expect("G&D KVM-over-IP", 0x1400050, 0x02);
+    expect("Poly StudioNet Modular Room", 0x408010, 0);
+    expect("AVoIP Lightware AV network", 0x450050, 0);
+    expect("Unite Audio", 0x460050, 0);
+    expect("HARMAN Professional AV Network", 0x440050, 0, 2);
+    expect("HARMAN Professional AV Network", 0x4c0050, 0, 3);
+    expect("ETC Lighting", 0x740050, 0);
+    expect("DICENTIS Conference system", 0xc40090, 0);
+    expect("Visionary Advanced Multi-Domain", 0x1440050, 0);
+    expect("URC Automation", 0x6000040, 0x10);
+    expect("Avid S6L", 0xe000040, 0x10);
+}
+
+TEST_F(ProfileMaskTest, SettingsOfTheVlan) {
+    put("Unite_Audio", R"({"PTP":false})");
+    put("B", "{}");
+    put("C", R"({"PTP-BC":true})");
+    EXPECT_EQ(mask("C", 30), (ProfileFeatureMask{0x2000, 30, 0}));
+    EXPECT_EQ(mask("B", 30), (ProfileFeatureMask{}));
+    const auto settings = [](const char *text) { writeText("/tmp/vlan_profile_config/30", text); };
+    for (const char *text : {"{\"config\":{\"ptpTc\":false}}", "{\"config\":{\"ptpTc\":1,\"x\":2}}"}) {
+        settings(text);
+        EXPECT_EQ(mask("Unite Audio", 30).features, 0x460055u);
+        EXPECT_EQ(mask("B", 30).features, 0x1u);
+        EXPECT_EQ(mask("B", 31).features, 0u);
+        EXPECT_EQ(mask("B", 0).features, 0u);
+    }
+    for (const char *text : {"", "{", "{\"ptpTc\":true}", "{\"config\":{}}", "{\"config\":[1]}"}) {
+        settings(text);
+        EXPECT_EQ(mask("B", 30).features, 0u) << text;
+    }
+}
+
+TEST_F(ProfileMaskTest, NoTemplateNoMask) {
+    const ProfileFeatureMask none{};
+    put("Broken", "{");
+    fs::create_directory(platform::fsPath(at("Folder")));
+    writeText("/usr/local/appmgr/usr/share/pavo/outside", R"({"PTP":true})");
+    for (const char *type :
+         {"Audio Dante", "Broken", "Folder", "", ".", "..", "../outside", "x/../../outside", "/etc/passwd",
+          "Audio\nDante", static_cast<const char *>(nullptr)})
+        EXPECT_EQ(mask(type, 30, 3, 10000), none) << (type != nullptr ? type : "");
+    // A name is cut to what fits a file name, and only then looked for.
+    EXPECT_EQ(mask(std::string(10000, 'x').c_str(), 30, 3, 10000), none);
+    put(std::string(255, 'x'), R"({"PTP":true})");
+    EXPECT_EQ(mask((std::string(255, 'x') + "/../y").c_str()).features, 0x1u);
+}
+
+TEST_F(ProfileMaskTest, ShippedTemplatesAgreeWithTheTable) {
+    const fs::path shipped = fs::path(PAVO_DATA_DIR) / "profileTemplate";
+    fs::copy(shipped, platform::fsPath(kProfileTemplateDir), fs::copy_options::recursive);
+    std::set<std::string> expected;
+    std::size_t listing = 1;
+    for (const auto &type : profileTypeTable()) {
+        SCOPED_TRACE(type.name);
+        const bool poly = type.name == std::string_view(PROFILE_TYPE_NAME_POLY);
+        const std::string file =
+            poly ? std::string(PROFILE_TEMPLATE_FILE_POLY) : profileTemplateFileName(type.name);
+        expected.insert(file);
+        const std::string text = readFile(at(file).c_str());
+        listing += text.size() + 1;
+
+        const JsonPtr tmpl(profileTemplateLoad(type.name));
+        ASSERT_TRUE(tmpl != nullptr && tmpl->child != nullptr);
+        EXPECT_STREQ(tmpl->child->string, "name");
+        EXPECT_STREQ(cJSON_GetStringValue(tmpl->child), type.name);
+        EXPECT_EQ(text, TextPtr(cJSON_PrintUnformatted(tmpl.get())).get());
+
+        const auto &row = type.attributes;
+        const auto member = cJSON_GetObjectItemCaseSensitive;
+        const cJSON *const multicast = member(tmpl.get(), "multicast");
+        const cJSON *const interval = member(multicast, "queryInterval");
+        EXPECT_EQ(cJSON_IsFalse(member(tmpl.get(), "MTU")) != 0, row.mtu != 0);
+        EXPECT_EQ(interval != nullptr ? interval->valueint : 0, row.querierInterval);
+        EXPECT_EQ(cJSON_IsTrue(member(multicast, "fastLeave")) != 0, row.fastLeave != 0);
+
+        const auto wants = mask(type.name).features;
+        const auto has = [wants](std::uint32_t bit) { return (wants & bit) != 0; };
+        EXPECT_EQ(has(PROFILE_FEATURE_SONOS), type.name == std::string_view("Sonos"));
+        EXPECT_EQ(has(PROFILE_FEATURE_AVB), std::string_view(type.name).starts_with(PROFILE_TYPE_NAME_AVB));
+        EXPECT_FALSE(has(PROFILE_FEATURE_LLDP_OFF));  // detection lives on it
+        // 802.1AS, the transparent clock and the boundary clock shut each other out.
+        EXPECT_LE(has(PROFILE_FEATURE_AVB) + has(PROFILE_FEATURE_PTP_TC) + has(PROFILE_FEATURE_PTP_BC), 1);
+    }
+    for (const auto &entry : fs::directory_iterator(shipped))
+        EXPECT_EQ(expected.erase(entry.path().filename()), 1u) << entry.path();
+    EXPECT_TRUE(expected.empty());
+    EXPECT_LT(listing, 30719u);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "vlan/vlan_info.h"
 
 #include <cstdlib>
+#include <map>
 #include <tuple>
 
 #include "tests/vlan/vlan_fixture.h"
@@ -8,6 +9,7 @@
 namespace {
 
 using namespace test_support;
+using namespace std::string_literals;
 constexpr vswitch::IfNum kLags = 48;  // LAG n is interface kLags + n
 
 class VlanInfoTest : public VlanTest {
@@ -29,14 +31,12 @@ TEST_F(VlanInfoTest, FreshSwitchHasVlanOneWhichGetsItsEntry) {
     ASSERT_TRUE(result == 0 && list->count == 1);
     const VLAN_INFO_T &vlan = *list->ids[0];
     EXPECT_TRUE(vlan.vlanId == 1 && vlan.exists && vlan.isStatic && vlan.isMgmtVlan && vlan.profileType == 1);
-    EXPECT_STREQ("Default", vlan.name);
-    EXPECT_STREQ("#000000", vlan.color);
-    EXPECT_STREQ("Default", vlan.profile.profileName);
+    EXPECT_EQ(std::tuple("Default"s, "#000000"s, "Default"s),
+              std::tuple(vlan.name, vlan.color, vlan.profile.profileName));
     EXPECT_EQ(48u, numbers(vlan.untagPorts).size());
     EXPECT_EQ(1, vlanInfoSelectRowsById(1));
     const Info none = info(77);
-    EXPECT_EQ(0, result);
-    EXPECT_TRUE(none->vlanId == 77 && !none->exists);
+    EXPECT_TRUE(result == 0 && none->vlanId == 77 && !none->exists);
 }
 
 TEST_F(VlanInfoTest, NamesComeFromTheDatabaseTheSwitchOrTheNumber) {
@@ -47,11 +47,9 @@ TEST_F(VlanInfoTest, NamesComeFromTheDatabaseTheSwitchOrTheNumber) {
     ASSERT_EQ(0, result);
     EXPECT_STREQ("stage", at(list, 10).name);
     const auto &hall = at(list, 20);
-    EXPECT_STREQ("It's the hall", hall.name);
-    EXPECT_STREQ("#081855", hall.color);
-    EXPECT_EQ(longType, hall.profile.profileName);
+    EXPECT_EQ(std::tuple("It's the hall"s, "#081855"s, longType),
+              std::tuple(hall.name, hall.color, hall.profile.profileName));
     EXPECT_TRUE(hall.profileType == 3 && hall.isMgmtVlan && !at(list, 1).isMgmtVlan);
-
     EXPECT_STREQ("VLAN0010", info(10)->name);
     VLAN_INFO_T base{};
     EXPECT_EQ(0, vlanBaseInfoGet(&client, 20, &base));
@@ -67,12 +65,10 @@ TEST_F(VlanInfoTest, NamesComeFromTheDatabaseTheSwitchOrTheNumber) {
     EXPECT_STREQ("VLAN30", at(allInfo(), 30).name);
     EXPECT_EQ(10000, vlanBaseInfoGet(&client, 10, &base));
     clearFaults();
-
     // Without a database there are still the switch's VLANs.
     fileRemove(platform::paths::kProfileDb);
-    list = allInfo();
+    EXPECT_STREQ("stage", at(allInfo(), 10).name);
     EXPECT_EQ(0, result);
-    EXPECT_STREQ("stage", at(list, 10).name);
 }
 
 TEST_F(VlanInfoTest, PtpTcBySettingsThenByTemplate) {
@@ -162,14 +158,13 @@ TEST_F(VlanInfoTest, AnyCallMayFail) {
     // length.
     for (const bool single : {false, true}) {
         int refusals = 0;
-        std::uint64_t nth = 1;
-        for (bool struck = true; struck; ++nth) {
-            failCall("*", nth);
-            const InfoList list = single ? nullptr : allInfo();
-            const Info record = single ? info(20, true) : nullptr;
+        std::uint64_t nth = 0;
+        for (bool struck = true; struck;) {
+            failCall("*", ++nth);
+            const bool made = single ? info(20, true) != nullptr : allInfo() != nullptr;
             struck = callsSeen() >= nth;
             clearFaults();
-            ASSERT_EQ(single || result == 0, single ? record != nullptr : list != nullptr) << nth;
+            ASSERT_TRUE(made == (single || result == 0)) << nth;
             ASSERT_TRUE(result == 0 || (struck && result == 10000)) << nth << " " << result;
             refusals += result != 0 ? 1 : 0;
         }
@@ -193,23 +188,20 @@ TEST_F(VlanInfoTest, OutOfMemoryIsSaidAndNothingHandedOut) {
     configure();
     cJSON_Hooks hooks{failingAllocation, std::free};
     cJSON_InitHooks(&hooks);
-    int outOfMemory = 0, notCopied = 0;
-    for (long n = 0;; ++n) {
+    std::map<std::int32_t, int> results;
+    for (long n = 0; !results.contains(0); ++n) {
         allocationsLeft = n;
-        const auto list = allInfo();
+        const bool listed = allInfo() != nullptr;
+        ++results[result];
+        ASSERT_EQ(result == 0, listed) << n;
         allocationsLeft = n;
-        const std::int32_t listResult = result;
-        const Info record = info(10);
+        const bool made = info(10) != nullptr;
+        ASSERT_EQ(result != 10002, made) << n;
         allocationsLeft = -1;
-        ASSERT_TRUE((listResult == 0) == (list != nullptr) && (result != 10002) == (record != nullptr)) << n;
-        if (listResult == 0)
-            break;
-        ASSERT_TRUE(listResult == 10002 || listResult == 10000);
-        (listResult == 10002 ? outOfMemory : notCopied)++;
     }
     cJSON_InitHooks(nullptr);
-    EXPECT_GT(outOfMemory, 24);
-    EXPECT_GT(notCopied, 24);
+    EXPECT_EQ(3u, results.size());
+    EXPECT_TRUE(results[10002] > 24 && results[10000] > 24) << "out of memory, and not copied";
     for (const auto *array :
          {"tagPorts", "untagPorts", "tagLags", "untagLags", "shureDevicePorts", "shureLearnPorts"})
         EXPECT_LE(1u, logged(std::string("Failed to duplicate ") + array + " for VLAN 30")) << array;

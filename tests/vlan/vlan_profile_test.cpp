@@ -7,42 +7,36 @@ namespace {
 
 using namespace test_support;
 
-constexpr std::uint32_t bits(std::initializer_list<unsigned> numbers) {
-    std::uint32_t out = 0;
-    for (const unsigned n : numbers)
-        out |= 1u << n;
-    return out;
+template <class... Numbers>
+constexpr std::uint32_t bits(Numbers... numbers) {
+    return (0u | ... | (1u << numbers));
 }
 
 // Bits that the quick scan looks at.
-constexpr std::uint32_t kQuickFeatures = bits({0, 1, 2, 9, 13}), kQuickSpecified = bits({1, 2, 13});
+constexpr std::uint32_t kQuickFeatures = bits(0, 1, 2, 9, 13), kQuickSpecified = bits(1, 2, 13);
 
-class VlanProfileTest : public VlanTest {};
+using VlanProfileTest = VlanTest;
 
 TEST_F(VlanProfileTest, TemplateKeysSetTheirBits) {
     commands("vlan database; vlan 10");
     vlanInfoReplace(10, 4, "name", "Some Type", "#000000");
-    const struct {
-        const char *json;
-        std::uint32_t features, specified;
-    } cases[] = {
-        {R"({"PTP":true})", bits({0}), 0},
-        {R"({"AVB":true,"poe":true,"Sonos":true,"PTP-BC":true})", bits({1, 3, 9, 13}), bits({1, 3, 9, 13})},
-        {R"({"flowControl":true})", bits({2}), bits({2})},
-        {R"({"multicast":{"queryInterval":null},"qos":false})", bits({5, 8}), bits({5, 8})},
+    const std::tuple<const char *, std::uint32_t, std::uint32_t> cases[] = {
+        {R"({"PTP":true})", bits(0), 0},
+        {R"({"AVB":true,"poe":true,"Sonos":true,"PTP-BC":true})", bits(1, 3, 9, 13), bits(1, 3, 9, 13)},
+        {R"({"flowControl":true})", bits(2), bits(2)},
+        {R"({"multicast":{"queryInterval":null},"qos":false})", bits(5, 8), bits(5, 8)},
         {R"({"multicast":[{"queryInterval":30}]})", 0, 0},
-        {R"({"MTU":false})", bits({6}), 0},
-        {R"({"storm":false,"LLDP":false,"ISDP":false,"STP":false})", bits({7, 10, 11, 12}),
-         bits({7, 10, 11, 12})},
+        {R"({"MTU":false})", bits(6), 0},
+        {R"({"storm":false,"LLDP":false,"ISDP":false,"STP":false})", bits(7, 10, 11, 12),
+         bits(7, 10, 11, 12)},
         {R"({"PTP":false,"AVB":1,"poe":"true","Sonos":null,"PTP-BC":{},"MTU":0,"STP":null})", 0, 0},
         {"{", 0, 0}};
-    for (const auto &c : cases) {
-        writeTemplate("Some Type", c.json);
+    for (const auto &[json, features, specified] : cases) {
+        writeTemplate("Some Type", json);
         const auto all = full(), scanned = quick();
-        EXPECT_EQ(c.features, at(all, 10).features) << c.json;
-        EXPECT_EQ(c.specified, at(all, 10).specified) << c.json;
-        EXPECT_EQ(c.features & kQuickFeatures, at(scanned, 10).features) << c.json;
-        EXPECT_EQ(c.specified & kQuickSpecified, at(scanned, 10).specified) << c.json;
+        EXPECT_TRUE(at(all, 10).features == features && at(all, 10).specified == specified) << json;
+        EXPECT_EQ(features & kQuickFeatures, at(scanned, 10).features) << json;
+        EXPECT_EQ(specified & kQuickSpecified, at(scanned, 10).specified) << json;
     }
 }
 
@@ -67,12 +61,12 @@ TEST_F(VlanProfileTest, ParametersSettingsAndKind) {
                   std::tuple(p.avbKind, p.ptpTc, p.parameters.mtu, p.specified))
             << id;
     };
-    check(1, 0, 0, 9198, bits({4, 6, 15}));
-    check(10, 0x20, 1, 1500, bits({0, 6}));
-    check(11, 0x40, 2, 1500, bits({0, 4, 6, 15, 18}));
-    check(12, 0, 0, 9198, bits({4, 6, 15, 18, 20}));
-    check(13, 0, 0, 1500, bits({6, 25, 26}));
-    check(14, 0, 2, 0, bits({0}));
+    check(1, 0, 0, 9198, bits(4, 6, 15));
+    check(10, 0x20, 1, 1500, bits(0, 6));
+    check(11, 0x40, 2, 1500, bits(0, 4, 6, 15, 18));
+    check(12, 0, 0, 9198, bits(4, 6, 15, 18, 20));
+    check(13, 0, 0, 1500, bits(6, 25, 26));
+    check(14, 0, 2, 0, bits(0));
 }
 
 TEST_F(VlanProfileTest, QuickScanAgreesWithTheFullOneOnTheShippedTemplates) {
@@ -98,7 +92,7 @@ TEST_F(VlanProfileTest, QuickScanAgreesWithTheFullOneOnTheShippedTemplates) {
             seen |= a.features;
         }
     }
-    EXPECT_EQ(kQuickFeatures & ~bits({13}), seen & kQuickFeatures & ~bits({13}))
+    EXPECT_EQ(kQuickFeatures & ~bits(13), seen & kQuickFeatures & ~bits(13))
         << "the comparison means something";
 }
 

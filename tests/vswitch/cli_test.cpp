@@ -19,28 +19,29 @@ class CliTest : public testing::Test {
     static CliSession in(CliMode mode, std::vector<IfNum> interfaces = {1}) {
         return {{CliMode::Exec, mode}, std::move(interfaces)};
     }
-    static CliSession exec() { return {}; }
 
     // What is printed for one line in a session of its own.
     std::string run(CliSession session, const std::string &line) { return cli.run(session, line); }
-    std::string run(const std::string &line) { return run(exec(), line); }
+    std::string run(const std::string &line) { return run({}, line); }
     // Commands from configuration mode on, "; " or a line end between them.
     static std::vector<std::string> commands(const std::string &text) {
         return lines(std::regex_replace(text, std::regex("; "), "\n"));
     }
     std::string apply(const std::string &text) {
-        std::string script = "configure\n";
-        for (const auto &line : commands(text))
-            script += line + "\n";
-        return cli.runScript(script);
+        return cli.runScript("configure\n" + std::regex_replace(text, std::regex("; "), "\n"));
     }
     std::string runningConfig() const { return cli::runningConfig(model); }
     bool configured(const std::string &line) const {
         return runningConfig().find("\n" + line + "\n") != std::string::npos;
     }
-    void expectErrors(const CliSession &session, const std::vector<std::string> &commands) {
-        for (const auto &line : commands)
+    void expectErrors(const CliSession &session, const std::vector<std::string> &all) {
+        for (const auto &line : all)
             EXPECT_NE("", run(session, line)) << line.substr(0, 60);
+    }
+    // What is printed below a line that is wrong from a column on.
+    std::string marker(const CliSession &session, std::size_t column) const {
+        return std::string(cli.prompt(session).size() + column, ' ') +
+               "^\n% Invalid input detected at '^' marker.\n";
     }
     std::uint64_t errors() const { return cli.unknownCommands() + cli.refusedCommands(); }
 
@@ -88,31 +89,27 @@ std::vector<std::string> exampleOf(const Command &command, bool last) {
 
 TEST_F(CliTest, EveryRowTakesItsOwnSyntaxAndNoMore) {
     model.createVlan(10);
+    const auto check = [&](const Command &command, const CliSession &session, bool last) {
+        SCOPED_TRACE(command.syntax);
+        const auto words = exampleOf(command, last);
+        std::string line;
+        for (const auto &word : words) {
+            const auto before = cli.unknownCommands();
+            line += (line.empty() ? "" : " ") + word;
+            if (const auto output = run(session, line); cli.unknownCommands() != before) {
+                ASSERT_LT(&word, &words.back()) << output;
+                EXPECT_EQ(kIncomplete, output) << line;
+            }
+        }
+        if (!std::string_view(command.syntax).ends_with("...")) {
+            EXPECT_EQ(marker(session, line.size() + 2), run(session, line + "  surplus"));
+        }
+    };
     for (const auto *command : cli::allCommands())
         for (unsigned bit = 0; bit < 16; ++bit)
-            for (const bool last : {false, true}) {
-                SCOPED_TRACE(command->syntax);
-                const auto mode = static_cast<CliMode>(bit);
-                if ((command->modes & (1u << bit)) == 0)
-                    continue;
-                const auto words = exampleOf(*command, last);
-                std::string line;
-                const auto session = mode == CliMode::Exec ? exec() : in(mode);
-                for (const auto &word : words) {
-                    const auto before = cli.unknownCommands();
-                    line += (line.empty() ? "" : " ") + word;
-                    if (const auto output = run(session, line); cli.unknownCommands() != before) {
-                        ASSERT_LT(&word, &words.back()) << output;
-                        EXPECT_EQ(kIncomplete, output) << line;
-                    }
-                }
-                if (!std::string_view(command->syntax).ends_with("...")) {
-                    const auto output = run(session, line + "  surplus");
-                    EXPECT_EQ(std::string(cli.prompt(session).size() + line.size() + 2, ' ') +
-                                  "^\n% Invalid input detected at '^' marker.\n",
-                              output);
-                }
-            }
+            for (const bool last : {false, true})
+                if (const auto mode = static_cast<CliMode>(bit); (command->modes & (1u << bit)) != 0)
+                    check(*command, mode == CliMode::Exec ? CliSession{} : in(mode), last);
 }
 
 TEST_F(CliTest, AbbreviationsWhileItIsClearWhatIsMeant) {
@@ -125,21 +122,19 @@ TEST_F(CliTest, AbbreviationsWhileItIsClearWhatIsMeant) {
     EXPECT_EQ(0u, cli.refusedCommands());
     EXPECT_EQ(4u, cli.unknownCommands());
 
-    auto session = exec();
+    auto session = CliSession{};
     for (const auto *line : {"conf", "int 0/2-0/3,1/0/5,0/2", "sp 10 f", "no sh"})
         EXPECT_EQ("", cli.run(session, line));
     EXPECT_EQ((std::vector<IfNum>{2, 3, 5}), session.interfaces);
     EXPECT_EQ("10 full-duplex", model.interface(5)->speed);
     for (const auto &[line, column] : {std::pair{"speed 1 full", 6u}, {"\"mtu\" 2000", 0u}, {"mtu 1499", 4u}})
-        EXPECT_EQ(std::string(cli.prompt(session).size() + column, ' ') +
-                      "^\n% Invalid input detected at '^' marker.\n",
-                  cli.run(session, line));
+        EXPECT_EQ(marker(session, column), cli.run(session, line));
 
     for (const auto *line : {"sh vlan", "hostname x", "show vlan 99"})
         EXPECT_EQ(std::nullopt, cli.show(line));
     EXPECT_EQ(run("show vlan"), cli.show("show vlan"));
-    EXPECT_NE(std::string::npos, cli.help(exec(), "show vlan ").find("<cr>"));
-    EXPECT_EQ(std::string::npos, cli.help(exec(), "").find("hostname"));
+    EXPECT_NE(std::string::npos, cli.help(CliSession{}, "show vlan ").find("<cr>"));
+    EXPECT_EQ(std::string::npos, cli.help(CliSession{}, "").find("hostname"));
 }
 
 TEST_F(CliTest, ModesAndPrompts) {
@@ -244,44 +239,30 @@ no set igmp exclude-mrouter-intf 10; no set igmp proxy-querier 20; no set igmp m
 no set igmp querier election participate 20; no set igmp groupmembership-interval 10
 no set igmp mcrtrexpiretime 20; no set mld 10; no set mld proxy-querier 20; no vlan 10,20)");
     EXPECT_EQ(fresh, runningConfig());
-    const auto vlanDb = in(CliMode::VlanDatabase), config = in(CliMode::Config),
-               port = in(CliMode::Interface, {1, 2}), lag = in(CliMode::Interface, {kLag});
-    const struct {
-        CliSession session;
-        std::vector<std::pair<const char *, const char *>> commands;
-    } cases[] = {
-        {vlanDb,
-         {{"vlan 10-12,20", "no vlan 10-12,20"},
-          {"vlan name 1 x", "no vlan name 1"},
-          {"vlan association mac 00:1b:92:02:00:01 1", "no vlan association mac 00-1B-92-02-00-01"}}},
-        {config,
-         {{"hostname x", "no hostname"},
-          {"ip management vlan 1 10.0.0.2 255.0.0.0", "ip management vlan 1 dhcp"},
-          {"ip default-gateway 10.0.0.1", "no ip default-gateway"},
-          {"bridge aging-time 10", "no bridge aging-time"},
-          {"dot1x system-auth-control", "no dot1x system-auth-control"},
-          {"ptp clock e2e-transparent", "no ptp clock e2e-transparent"}}},
-        {port,
-         {{"shutdown", "no shutdown"},
-          {"description \"x y\"", "no description"},
-          {"speed 2.5G half-duplex", "speed auto"},
-          {"mtu 9216", "no mtu"},
-          {"vlan acceptframe vlanonly", "no vlan acceptframe"},
-          {"vlan participation exclude 1", "vlan participation include 1"},
-          {"vlan tagging 1", "no vlan tagging 1"},
-          {"dot1x port-control force-authorized", "no dot1x port-control"},
-          {"no ptp clock e2e-transparent", "ptp clock e2e-transparent"},
-          {"addport lag 1", "deleteport lag 1"}}},
-        {lag,
-         {{"no port-channel static", "port-channel static"},
-          {"port-channel name x", "no port-channel name"}}}};
-    for (const auto &[session, commands] : cases)
-        for (const auto &[set, undo] : commands) {
-            EXPECT_EQ("", run(session, set));
-            EXPECT_NE(fresh, runningConfig()) << set;
-            EXPECT_EQ("", run(session, undo));
-            EXPECT_EQ(fresh, runningConfig()) << undo;
+    // A command and what takes it back, in turns.
+    const std::pair<CliSession, const char *> cases[] = {
+        {in(CliMode::VlanDatabase), R"(vlan 10-12,20; no vlan 10-12,20; vlan name 1 x; no vlan name 1
+vlan association mac 00:1b:92:02:00:01 1; no vlan association mac 00-1B-92-02-00-01)"},
+        {in(CliMode::Config), R"(hostname x; no hostname; bridge aging-time 10; no bridge aging-time
+ip management vlan 1 10.0.0.2 255.0.0.0; ip management vlan 1 dhcp
+ip default-gateway 10.0.0.1; no ip default-gateway
+dot1x system-auth-control; no dot1x system-auth-control
+ptp clock e2e-transparent; no ptp clock e2e-transparent)"},
+        {in(CliMode::Interface, {1, 2}), R"(shutdown; no shutdown; description "x y"; no description
+speed 2.5G half-duplex; speed auto; mtu 9216; no mtu; vlan acceptframe vlanonly; no vlan acceptframe
+vlan participation exclude 1; vlan participation include 1; vlan tagging 1; no vlan tagging 1
+dot1x port-control force-authorized; no dot1x port-control
+no ptp clock e2e-transparent; ptp clock e2e-transparent; addport lag 1; deleteport lag 1)"},
+        {in(CliMode::Interface, {kLag}), R"(no port-channel static; port-channel static
+port-channel name x; no port-channel name)"}};
+    for (const auto &[session, text] : cases) {
+        bool changed = false;
+        for (const auto &line : commands(text)) {
+            EXPECT_EQ("", run(session, line));
+            changed = !changed;
+            EXPECT_EQ(changed, fresh != runningConfig()) << line;
         }
+    }
     EXPECT_EQ(0u, errors());
 }
 
@@ -290,34 +271,23 @@ TEST_F(CliTest, RefusedCommandsAreCountedAndChangeNothing) {
         "vlan database; vlan 10,20; exit; class-map match-all A; exit; policy-map P in; class A; exit; exit; "
         "interface 0/3; service-policy in P");
     const auto before = runningConfig();
-    expectErrors(in(CliMode::VlanDatabase),
-                 {"no vlan 1,10", "no vlan 10,15,20", "vlan name 99 x",
-                  "vlan name 10 " + std::string(33, 'x'), "no vlan association mac 00:1b:92:02:00:01"});
-    expectErrors(in(CliMode::Config), {"hostname " + std::string(65, 'x'),
-                                       "hostname \"\"",
-                                       "ip management vlan 99 dhcp",
-                                       "no class-map A",
-                                       "no policy-map P",
-                                       "policy-map P out",
-                                       "service-policy out P",
-                                       "service-policy in X",
-                                       "no service-policy in X",
-                                       "no class-map X",
-                                       "no policy-map X",
-                                       "no ip access-list X",
-                                       "no mac access-list extended X",
-                                       "class-map match-all \"A B\"",
-                                       "class-map match-all a123456789012345678901234567890x",
-                                       "ip access-list \"\"",
-                                       "spanning-tree mst priority 0 5",
-                                       "spanning-tree mst priority 1 4096",
-                                       "spanning-tree vlan 1 hello-time 2",
-                                       "igmp-plus 99"});
-    expectErrors(in(CliMode::Interface, {1, 2}),
-                 {"description " + std::string(65, 'x'), "vlan pvid 99", "vlan participation include 10,99",
-                  "vlan tagging 10-20", "deleteport lag 1", "port-channel static"});
-    expectErrors(in(CliMode::Interface, {kLag}), {"addport lag 2", "speed auto", "dot1x port-control auto",
-                                                  "port-channel name " + std::string(16, 'x')});
+    const auto vlanDb = in(CliMode::VlanDatabase), config = in(CliMode::Config),
+               ports = in(CliMode::Interface, {1, 2}), lag = in(CliMode::Interface, {kLag});
+    const std::string tooLong(65, 'x');
+    expectErrors(vlanDb, {"vlan name 10 " + tooLong.substr(32)});
+    expectErrors(vlanDb, commands("no vlan 1,10; no vlan 10,15,20; vlan name 99 x; "
+                                  "no vlan association mac 00:1b:92:02:00:01"));
+    expectErrors(config, {"hostname " + tooLong});
+    expectErrors(config, commands(R"(hostname ""; ip management vlan 99 dhcp; no class-map A; no policy-map P
+policy-map P out; service-policy out P; service-policy in X; no service-policy in X; no class-map X
+no policy-map X; no ip access-list X; no mac access-list extended X; class-map match-all "A B"
+class-map match-all a123456789012345678901234567890x; ip access-list ""; igmp-plus 99
+spanning-tree mst priority 0 5; spanning-tree mst priority 1 4096; spanning-tree vlan 1 hello-time 2)"));
+    expectErrors(ports, {"description " + tooLong});
+    expectErrors(ports, commands("vlan pvid 99; vlan participation include 10,99; vlan tagging 10-20; "
+                                 "deleteport lag 1; port-channel static"));
+    expectErrors(lag, {"addport lag 2", "speed auto", "dot1x port-control auto",
+                       "port-channel name " + tooLong.substr(49)});
     for (const auto *text : {"policy-map P in; class X", "interface 0/4; no service-policy in P"})
         EXPECT_NE(std::string::npos, apply(text).find("Error on line 3."));
     EXPECT_EQ(37u, cli.refusedCommands());
@@ -360,7 +330,7 @@ TEST_F(CliTest, HostileLinesAreRefusedAndKeepTheirHandsOff) {
                   "interface 0/1-", "interface lag 0", "ip default-gateway 1.2.3",
                   "ip default-gateway 1.2.3.256", "ip default-gateway 00000000001.2.3.4"});
     expectErrors(in(CliMode::Interface), {"description \"a\rb\"", "description a\x1b[2J"});
-    expectErrors(exec(), {"\"", "\"\\", std::string(3, '\0'), "\xff\xfe"});
+    expectErrors(CliSession{}, {"\"", "\"\\", std::string(3, '\0'), "\xff\xfe"});
     EXPECT_EQ(25u, cli.unknownCommands());
     EXPECT_EQ(before, runningConfig());
 

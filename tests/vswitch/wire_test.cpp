@@ -8,7 +8,6 @@
 
 #include "platform/l7proc.h"
 #include "tests/support/switch_fixture.h"
-#include "vswitch/cli/command.h"
 #include "vswitch/rpc/kinds.h"
 
 namespace vswitch {
@@ -22,9 +21,7 @@ class WireTest : public SwitchTest {
         return {static_cast<std::uint32_t>(size), start};
     }
 
-    std::string runningConfig() {
-        return device->with([](Server &server) { return cli::runningConfig(server.model()); });
-    }
+    std::string runningConfig() { return show("show running-config"); }
 
     // --- raw requests
     bool handle(const std::string &request) {
@@ -47,68 +44,48 @@ class WireTest : public SwitchTest {
 
 // An argument of a call with what it points to.
 template <class C>
-struct Slot;
-template <>
-struct Slot<std::uint32_t> {
-    bool nulled = false;
-    std::uint32_t get() { return 1; }
-};
-template <>
-struct Slot<std::uint32_t *> {
-    bool nulled = false;
-    std::uint32_t value = 0;
-    std::uint32_t *get() { return nulled ? nullptr : &value; }
-};
-template <>
-struct Slot<open_buffdesc *> {
-    bool nulled = false;
+struct Argument {
+    std::uint32_t value = 1;
     char room[64] = "";
     open_buffdesc descriptor{sizeof room, room};
-    open_buffdesc *get() { return nulled ? nullptr : &descriptor; }
+
+    C get(bool nulled) {
+        if constexpr (!std::is_pointer_v<C>)
+            return value;
+        else if constexpr (std::is_same_v<C, open_buffdesc *>)
+            return nulled ? nullptr : &descriptor;
+        else
+            return nulled ? nullptr : &value;
+    }
 };
-
-template <class... Cs>
-using Call = open_error_t (*)(openapiClientHandle_t *, Cs...);
-
-// Calls with all pointers good, except that argument `nulled` is null.
-template <class... Cs>
-open_error_t callWith(openapiClientHandle_t *client, Call<Cs...> call, std::size_t nulled = SIZE_MAX) {
-    std::tuple<Slot<Cs>...> slots;
-    return std::apply(
-        [&](auto &...slot) {
-            [[maybe_unused]] std::size_t at = 0;
-            ((slot.nulled = at++ == nulled), ...);
-            return call(client, slot.get()...);
-        },
-        slots);
-}
 
 template <class... Cs>
 void expectSoundCall(openapiClientHandle_t *client, InProcessSwitch &device, const char *name,
-                     Call<Cs...> call) {
+                     open_error_t (*call)(openapiClientHandle_t *, Cs...)) {
     SCOPED_TRACE(name);
-    const auto count = [&] {
-        return device.with([&](Server &server) {
-            return server.callCounts().contains(name) ? server.callCounts().find(name)->second : 0;
-        });
+    // With all pointers good, except that argument `nulled` is null.
+    const auto called = [&](openapiClientHandle_t *by, std::size_t nulled = SIZE_MAX) {
+        return [&]<std::size_t... I>(std::index_sequence<I...>) {
+            return call(by, Argument<Cs>{}.get(I == nulled)...);
+        }
+        (std::index_sequence_for<Cs...>{});
     };
-    EXPECT_NE(OPEN_E_RPC, callWith(client, call));
-    EXPECT_EQ(1u, count());
+    const auto total = [&] { return device.with([](Server &server) { return server.callTotal(); }); };
+    const auto before = total();
+    EXPECT_NE(OPEN_E_RPC, called(client));
     device.with([&](Server &server) { server.addFault({name, 1, -77, true, 0}); });
-    EXPECT_EQ(-77, callWith(client, call));
-    EXPECT_EQ(2u, count());
+    EXPECT_EQ(-77, called(client));
+    EXPECT_EQ(2u, total() - before);
 
     constexpr bool pointers[] = {std::is_pointer_v<Cs>..., false};
     for (std::size_t i = 0; i < sizeof...(Cs); ++i)
-        if (pointers[i]) {
-            EXPECT_EQ(OPEN_E_PARAM, callWith(client, call, i)) << "argument " << i;
-        }
+        EXPECT_TRUE(!pointers[i] || called(client, i) == OPEN_E_PARAM) << "argument " << i;
     openapiClientHandle_t stranger{};
-    EXPECT_EQ(OPEN_E_PARAM, callWith(nullptr, call));
-    EXPECT_EQ(OPEN_E_PARAM, callWith(&stranger, call));
-    EXPECT_EQ(2u, count()) << "a bad argument does not reach the switch";
+    for (auto *bad : {static_cast<openapiClientHandle_t *>(nullptr), &stranger})
+        EXPECT_EQ(OPEN_E_PARAM, called(bad));
+    EXPECT_EQ(2u, total() - before) << "a bad argument does not reach the switch";
     device.setDown(true);
-    EXPECT_EQ(OPEN_E_RPC, callWith(client, call));
+    EXPECT_EQ(OPEN_E_RPC, called(client));
     device.setDown(false);
 }
 
@@ -208,19 +185,18 @@ TEST_F(WireTest, ListsFillTheRoomAndNoMore) {
 TEST_F(WireTest, ArgumentsOutOfRange) {
     cli({"vlan database", "vlan 10"});
     const auto before = runningConfig();
+    auto *c = &client;
     std::uint32_t out = 0;
-    for (const open_error_t result :
-         {rpcclt_openapiVlanCreate(&client, 4095), rpcclt_openapiVlanDelete(&client, 1),
-          rpcclt_openapiVlanIfPvidSet(&client, 73, 10), rpcclt_openapiVlanIfTaggingSet(&client, 1, 10, 2),
-          rpcclt_openapiVlanIfParticipationSet(&client, 10, 1, 3),
-          rpcclt_openapiVlanIfParticipationSet(&client, 10, UINT32_MAX, 0),
-          rpcclt_openapiLagPortAdd(&client, 1, 2), rpcclt_openapiLagPortAdd(&client, 49, 50),
-          rpcclt_openapiDot1xPortControlModeSet(&client, 49, OPEN_DOT1X_AUTO)})
+    for (const auto result :
+         {rpcclt_openapiVlanCreate(c, 4095), rpcclt_openapiVlanDelete(c, 1),
+          rpcclt_openapiVlanIfPvidSet(c, 73, 10), rpcclt_openapiVlanIfTaggingSet(c, 1, 10, 2),
+          rpcclt_openapiVlanIfParticipationSet(c, 10, 1, 3),
+          rpcclt_openapiVlanIfParticipationSet(c, 10, UINT32_MAX, 0), rpcclt_openapiLagPortAdd(c, 1, 2),
+          rpcclt_openapiLagPortAdd(c, 49, 50), rpcclt_openapiDot1xPortControlModeSet(c, 49, OPEN_DOT1X_AUTO)})
         EXPECT_EQ(OPEN_E_PARAM, result);
-    for (const open_error_t result :
-         {openapiVlanCreatedCheck(&client, 65546), rpcclt_openapiVlanIfPvidSet(&client, 1, 11),
-          openapiVlanIfPvidGet(&client, 0, &out), rpcclt_openapiLagPortDelete(&client, 49, 1),
-          openapiIfLinkStateGet(&client, 897, &out)})
+    for (const auto result : {openapiVlanCreatedCheck(c, 65546), rpcclt_openapiVlanIfPvidSet(c, 1, 11),
+                              openapiVlanIfPvidGet(c, 0, &out), rpcclt_openapiLagPortDelete(c, 49, 1),
+                              openapiIfLinkStateGet(c, 897, &out)})
         EXPECT_EQ(OPEN_E_NOT_FOUND, result);
     EXPECT_EQ(before, runningConfig());
 }
