@@ -408,23 +408,32 @@ class Capture:
         return self
 
     def __exit__(self, *_):
-        # Ended at once, tcpdump leaves behind what the kernel has for it: it has to say that this is nothing.
+        # Ended at once, tcpdump leaves behind what the kernel has for it: it has to say that this is nothing, or that
+        # nothing more comes of it (with -Q, frames of the other direction are counted and not captured).
         deadline = time.monotonic() + 5
-        while not self.has_all():
+        last, unchanged = None, 0
+        while unchanged < 5:
+            counts = self.statistics()
+            if counts and counts[0] == counts[1]:
+                break
+            unchanged = unchanged + 1 if counts and counts[0] == last else 0
+            last = counts and counts[0]
             if time.monotonic() > deadline:
-                raise Failure(f"tcpdump does not keep up: {self.process.text()}")
+                raise Failure(f"tcpdump does not keep up: {counts}")
+            time.sleep(0.05)
         self.network.end(self.process)
 
-    def has_all(self):
+    def statistics(self):
+        """Frames captured and received until now, as tcpdump says; None when it does not say."""
         said = len(self.STATISTICS.findall(self.process.text()))
         self.process.popen.send_signal(signal.SIGUSR1)
         deadline = time.monotonic() + 1
         while time.monotonic() < deadline:
             counts = self.STATISTICS.findall(self.process.text())
             if len(counts) > said:
-                return counts[-1][0] == counts[-1][1]
+                return counts[-1]
             time.sleep(0.01)
-        return False
+        return None
 
     def text(self):
         """A line per frame, with Ethernet addresses and tags."""
