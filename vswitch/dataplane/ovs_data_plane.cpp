@@ -355,19 +355,22 @@ class OvsDataPlane : public DataPlane {
     }
 
     void putIntoForce() {
+        if (!forwarder().process.running()) {
+            retryAt_ = {};
+            return;
+        }
+        if (Clock::now() < retryAt_)
+            return;
         std::optional<WireConfig> wanted;
         std::uint64_t generation = 0;
         {
             const std::lock_guard lock(mutex_);
-            wanted = wanted_;
             generation = wantedGeneration_;
+            if (!wanted_ ||
+                (applied_ && appliedGeneration_ == generation && forget_.empty() && renewed().empty()))
+                return;
+            wanted = wanted_;
         }
-        if (!forwarder().process.running())
-            retryAt_ = {};
-        if (!wanted || Clock::now() < retryAt_ || !forwarder().process.running())
-            return;
-        if (applied_ && appliedGeneration_ == generation && forget_.empty() && renewed().empty())
-            return;
         const bool done = pushPorts(*wanted) && pushFlows(*wanted);
         retryAt_ = done ? Clock::time_point{} : Clock::now() + kRetry;
         if (!done)
