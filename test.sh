@@ -12,7 +12,7 @@ presets=("$@")
 
 failed=0
 echo "== format"
-if ! git ls-files '*.h' '*.cpp' | xargs clang-format --dry-run --Werror; then
+if ! git ls-files '*.h' '*.cpp' | xargs clang-format-19 --dry-run --Werror; then
     echo "clang-format would change the files above"
     failed=1
 fi

@@ -46,10 +46,9 @@ void *cursorUnlink(DeviceList *list) {
 // Position of the first record equal to `key`; 0 when there is none.
 std::size_t positionOf(const DeviceList *list, const void *key) {
     std::size_t position = 1;
-    for (const DeviceListNode *node = list->head; node != nullptr; node = node->next, ++position) {
+    for (const DeviceListNode *node = list->head; node != nullptr; node = node->next, ++position)
         if (list->compare(node->data, key) == 0)
             return position;
-    }
     return 0;
 }
 

@@ -49,7 +49,7 @@ struct State {
     // The mapping itself, for onBusError: outlasts levelByte until its last reader is gone.
     std::atomic<unsigned char *> levelMapping{nullptr};
     std::atomic<bool> levelLost{false};  // the file was cut under the mapping, see onBusError
-    struct sigaction busHandlerBefore {};
+    struct sigaction busHandlerBefore{};
     std::atomic<bool> busPassedOn{false};
 };
 
@@ -74,7 +74,7 @@ void onBusError(int signal, siginfo_t *info, void *) {
         return;
     }
     // The next handler may hand back to this one what it does not want: then the process ends.
-    const struct sigaction byDefault {};
+    const struct sigaction byDefault{};
     sigaction(signal, s.busPassedOn.exchange(true) ? &byDefault : &s.busHandlerBefore, nullptr);
     if (sent)
         raise(signal);
@@ -83,12 +83,12 @@ void onBusError(int signal, siginfo_t *info, void *) {
 // Goes in front of the present handler, which may have been set after ours: a crash logger is registered when
 // the log is open already.
 void busHandlerSet(State &s) {
-    struct sigaction present {};
+    struct sigaction present{};
     if (sigaction(SIGBUS, nullptr, &present) != 0 || present.sa_sigaction == onBusError)
         return;
     s.busHandlerBefore = present;
     s.busPassedOn.store(false);
-    struct sigaction action {};
+    struct sigaction action{};
     action.sa_sigaction = onBusError;
     action.sa_flags = SA_SIGINFO;
     sigaction(SIGBUS, &action, nullptr);
@@ -254,7 +254,7 @@ void standardOutputWrite(std::string_view line) {
 void streamOpen(State &s) {
     s.byteCount = 0;
     s.stream = fileOpen(platform::paths::kLogFile, "a+");
-    struct stat info {};
+    struct stat info{};
     if (s.stream == nullptr)
         return;
     if (fstat(fileno(s.stream.get()), &info) != 0 || !S_ISREG(info.st_mode))

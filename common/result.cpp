@@ -207,7 +207,7 @@ cJSON *jsonFileLoad(const char *path) {
         close(fd);
         return nullptr;
     }
-    struct stat info {};
+    struct stat info{};
     if (fstat(fd, &info) != 0 || !S_ISREG(info.st_mode) || info.st_size <= 0)
         return nullptr;
     if (static_cast<std::size_t>(info.st_size) > JSON_FILE_MAX) {

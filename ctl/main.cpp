@@ -39,7 +39,6 @@ void require(std::int32_t code, const std::string &detail = "") {
 }
 
 // --- output
-// -----------------------------------------------------------------------------------------------------
 
 struct Output {
     bool json = false;
@@ -92,7 +91,6 @@ void printEnvelope(std::int32_t code, const char *key, const char *data) {
 }
 
 // --- JSON access
-// ------------------------------------------------------------------------------------------------
 
 std::string textOf(const cJSON *object, const char *key) {
     const cJSON *item = cJSON_GetObjectItemCaseSensitive(object, key);
@@ -131,7 +129,6 @@ std::string rangesOf(const cJSON *object, const char *group, const char *key) {
 }
 
 // --- requests
-// ---------------------------------------------------------------------------------------------------
 
 // Profile operations are for one caller at a time, across processes.
 std::unique_ptr<FileLock> operationLock() {
@@ -233,7 +230,6 @@ std::string requestOf(const ApplyOptions &options) {
 }
 
 // --- commands
-// ---------------------------------------------------------------------------------------------------
 
 void profileTypes(openapiClientHandle_t *client, const Output &output) {
     std::vector<Row> rows;
@@ -405,7 +401,6 @@ void vlans(openapiClientHandle_t *client, const Output &output, std::uint32_t on
 }
 
 // --- main
-// -------------------------------------------------------------------------------------------------------
 
 class Client {
   public:

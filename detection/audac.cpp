@@ -78,9 +78,8 @@ const cJSON *controlFind(const cJSON *neighbours) {
     const cJSON *neighbour = nullptr;
     cJSON_ArrayForEach(neighbour, neighbours) {
         const cJSON *desc = cJSON_GetObjectItemCaseSensitive(neighbour, "systemDesc");
-        if (cJSON_IsString(desc) && strcasestr(desc->valuestring, "Audac") != nullptr) {
+        if (cJSON_IsString(desc) && strcasestr(desc->valuestring, "Audac") != nullptr)
             return neighbour;
-        }
     }
     return nullptr;
 }
@@ -89,9 +88,8 @@ void controlNote(const cJSON *control, std::uint32_t ifNum, PortTables *tables) 
     tables->controlFound.set(ifNum);
     char *chassisId = tables->controlChassisId[ifNum];
     const cJSON *chassis = cJSON_GetObjectItemCaseSensitive(control, "chassisID");
-    if (cJSON_IsString(chassis)) {
+    if (cJSON_IsString(chassis))
         std::snprintf(chassisId, sizeof tables->controlChassisId[ifNum], "%s", chassis->valuestring);
-    }
     const cJSON *desc = cJSON_GetObjectItemCaseSensitive(control, "systemDesc");
     LOG_TRACE("[%s:%d] AudacLookup: Found Audac control on port %d, chassisID=%s, systemDesc='%s'\r\n", ifNum,
               printable(chassisId).c_str(), printable(desc->valuestring).c_str());
@@ -101,9 +99,8 @@ void controlsScan(openapiClientHandle_t *client, PortTables *tables) {
     LOG_TRACE("[%s:%d] AudacLookup: Step 1 - scanning LLDP for Audac control devices.\r\n");
     std::uint32_t textSize = 0;
     lldpIntfForEach(client, [&](std::uint32_t ifNum) {
-        if (ifNum >= PORT_TABLE_SIZE || !tables->isAudacPort[ifNum]) {
+        if (ifNum >= PORT_TABLE_SIZE || !tables->isAudacPort[ifNum])
             return true;
-        }
         const JsonPtr neighbours(cJSON_CreateArray());
         if (neighbours == nullptr) {
             LOG_ERROR("[%s:%d] Could not allocate memory.\r\n");
@@ -111,11 +108,10 @@ void controlsScan(openapiClientHandle_t *client, PortTables *tables) {
         }
         lldpIntfRemoteAudacInfoGet(client, {ifNum, neighbours.get(), &textSize});
         const cJSON *control = controlFind(neighbours.get());
-        if (control != nullptr) {
+        if (control != nullptr)
             controlNote(control, ifNum, tables);
-        } else {
+        else
             LOG_TRACE("[%s:%d] AudacLookup: No Audac control LLDP on port %d, skip.\r\n", ifNum);
-        }
         return true;
     });
 }
@@ -133,9 +129,8 @@ void audioDevicesScan(openapiClientHandle_t *client, const PortTables &tables, c
             LOG_TRACE("[%s:%d] AudacLookup: FDB MAC %s on port %d matches control, skip.\r\n", mac, ifNum);
             return;
         }
-        if (std::strcmp(mac, "00:00:00:00:00:00") == 0) {
+        if (std::strcmp(mac, "00:00:00:00:00:00") == 0)
             return;
-        }
         LOG_TRACE("[%s:%d] AudacLookup: FDB MAC %s on port %d is audio device candidate.\r\n", mac, ifNum);
         macScanAppend(out, ifNum, mac, DEVICE_TYPE_AUDIO);
     });

@@ -18,9 +18,8 @@ int main() {
     vlanInfoDbEnsure();
 
     Supervisor supervisor(&handle);
-    if (supervisor.start()) {
+    if (supervisor.start())
         supervisor.run();
-    }
     supervisor.stop();
     return 0;
 }

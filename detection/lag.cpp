@@ -39,9 +39,8 @@ std::int32_t lagMembersForEach(openapiClientHandle_t *client, Visit visit) {
         std::uint32_t count = max;
         open_buffdesc list{static_cast<std::uint32_t>(room * sizeof(std::uint32_t)),
                            reinterpret_cast<char *>(members.get())};
-        if (rpcclt_openapiLagMembersGet(client, lagIfNum, &count, &list) != OPEN_E_NONE) {
+        if (rpcclt_openapiLagMembersGet(client, lagIfNum, &count, &list) != OPEN_E_NONE)
             return true;
-        }
         return visit(lagIfNum, std::span<const std::uint32_t>(members.get(), std::min(count, max)));
     });
     return RESULT_SUCCESS;
@@ -51,9 +50,8 @@ std::int32_t lagMembersForEach(openapiClientHandle_t *client, Visit visit) {
 
 std::int32_t phyPortLagNumGet(openapiClientHandle_t *client, std::uint32_t port, std::uint32_t *lagIfNum) {
     return lagMembersForEach(client, [&](std::uint32_t lag, std::span<const std::uint32_t> members) {
-        if (std::find(members.begin(), members.end(), port) == members.end()) {
+        if (std::find(members.begin(), members.end(), port) == members.end())
             return true;
-        }
         *lagIfNum = lag;
         return false;
     });
@@ -61,9 +59,8 @@ std::int32_t phyPortLagNumGet(openapiClientHandle_t *client, std::uint32_t port,
 
 std::int32_t freeLagFind(openapiClientHandle_t *client, std::uint32_t *lagIfNum) {
     return lagMembersForEach(client, [&](std::uint32_t lag, std::span<const std::uint32_t> members) {
-        if (!members.empty()) {
+        if (!members.empty())
             return true;
-        }
         LOG_TRACE("[%s:%d] LightwareLookup: LAG interface %d members is empty\n", lag);
         *lagIfNum = lag;
         return false;
@@ -81,9 +78,8 @@ void ifUntaggedSet(openapiClientHandle_t *client, std::uint32_t ifNum, std::uint
         vlanIfParticipationSetAndVerify(client, ifNum, pvid, OPEN_VLAN_PARTICIPATION_MODE_AUTO) != 0) {
         return;
     }
-    if (vlanIfParticipationSetAndVerify(client, ifNum, vlanId, OPEN_VLAN_PARTICIPATION_MODE_INCLUDE) == 0) {
+    if (vlanIfParticipationSetAndVerify(client, ifNum, vlanId, OPEN_VLAN_PARTICIPATION_MODE_INCLUDE) == 0)
         vlanIfPvidSetAndVerify(client, ifNum, vlanId);
-    }
 }
 
 void ifUntaggingClear(openapiClientHandle_t *client, std::uint32_t ifNum) {

@@ -71,9 +71,8 @@ std::vector<SeenLink> seenLinksGet(const cJSON *scan) {
         const cJSON *port = cJSON_GetObjectItemCaseSensitive(object, "portId");
         const cJSON *chassisId = cJSON_GetObjectItemCaseSensitive(object, "chassisId");
         const char *portDesc = cJSON_GetStringValue(cJSON_GetObjectItemCaseSensitive(object, "portDesc"));
-        if (!cJSON_IsNumber(port) || !cJSON_IsString(chassisId)) {
+        if (!cJSON_IsNumber(port) || !cJSON_IsString(chassisId))
             continue;
-        }
         SeenLink &added = seen.emplace_back();
         added.portDesc = portDesc;
         added.link.port = static_cast<std::uint32_t>(port->valueint);
@@ -121,19 +120,17 @@ void goneTakeOffline(openapiClientHandle_t *client, DeviceList *list, const std:
         }
         LOG_TRACE("[%s:%d] LightwareLookup ====== port=%d chassisId=%s offline\r\n", link->port,
                   printable(link->chassisId).c_str());
-        if (lightwareOfflineCli(client, list, link) == RESULT_SUCCESS) {
+        if (lightwareOfflineCli(client, list, link) == RESULT_SUCCESS)
             lightwareLinkFree(deviceListRemoveAt(list, i));
-        } else {
+        else
             ++i;
-        }
     }
 }
 
 void newBringOnline(openapiClientHandle_t *client, DeviceList *list, const std::vector<SeenLink> &scan) {
     for (const SeenLink &seen : scan) {
-        if (deviceListFind(list, &seen.link) != nullptr) {
+        if (deviceListFind(list, &seen.link) != nullptr)
             continue;
-        }
         LOG_TRACE("[%s:%d] LightwareLookup ====== port=%d chassisId=%s portDesc=%s online\r\n",
                   seen.link.port, printable(seen.link.chassisId).c_str(),
                   printable(seen.portDesc != nullptr ? seen.portDesc : "").c_str());
@@ -149,18 +146,16 @@ void newBringOnline(openapiClientHandle_t *client, DeviceList *list, const std::
 const LightwareLink *siblingFind(const DeviceList *list, const LightwareLink &link) {
     for (std::size_t i = 1; i <= list->count; ++i) {
         const LightwareLink *other = linkAt(list, i);
-        if (std::strcmp(other->chassisId, link.chassisId) == 0 && other->portDescNum != link.portDescNum) {
+        if (std::strcmp(other->chassisId, link.chassisId) == 0 && other->portDescNum != link.portDescNum)
             return other;
-        }
     }
     return nullptr;
 }
 
 void lagLeave(openapiClientHandle_t *client, std::uint32_t port) {
     std::uint32_t lag = 0;
-    if (phyPortLagNumGet(client, port, &lag) != RESULT_SUCCESS || lag == 0) {
+    if (phyPortLagNumGet(client, port, &lag) != RESULT_SUCCESS || lag == 0)
         return;
-    }
     if (rpcclt_openapiLagPortDelete(client, lag, port) == OPEN_E_NONE) {
         LOG_INFORM("[%s:%d] Lightware: Successfully to delete interface %u from LAG inaterface %d\n", port,
                    lag);
@@ -172,9 +167,8 @@ void lagLeave(openapiClientHandle_t *client, std::uint32_t port) {
 
 void lagStaticModeSet(openapiClientHandle_t *client, std::uint32_t lag, std::uint32_t mode) {
     const open_error_t result = rpcclt_openapiLagStaticModeSet(client, lag, mode);
-    if (result != OPEN_E_NONE) {
+    if (result != OPEN_E_NONE)
         LOG_ERROR("[%s:%d] Failed to set the static mode for the LAG interface %d, result=%d\n", lag, result);
-    }
 }
 
 void lagJoin(openapiClientHandle_t *client, std::uint32_t lag, std::uint32_t port) {
@@ -211,24 +205,21 @@ int lightwareLinkCompare(const void *a, const void *b) {
 std::int32_t lightwareVlanIdGet(openapiClientHandle_t *client, std::uint32_t *vlanId) {
     const std::int32_t found = vlanInfoSelectHasofProfileType(
         client, kProfileType, static_cast<std::int32_t>(LIGHTWARE_TAGGED_VLAN));
-    if (found == 0 || openapiVlanCreatedCheck(client, static_cast<std::uint32_t>(found)) != OPEN_E_NONE) {
+    if (found == 0 || openapiVlanCreatedCheck(client, static_cast<std::uint32_t>(found)) != OPEN_E_NONE)
         return RESULT_CONFIG_INVALID;
-    }
     *vlanId = static_cast<std::uint32_t>(found);
     return RESULT_SUCCESS;
 }
 
 void lightwareListGet(openapiClientHandle_t *client, cJSON *out) {
     std::uint32_t vlanId = 0;
-    if (lightwareVlanIdGet(client, &vlanId) != RESULT_SUCCESS) {
+    if (lightwareVlanIdGet(client, &vlanId) != RESULT_SUCCESS)
         return;
-    }
     std::uint32_t textSize = 0;
     lldpIntfForEach(client, [&](std::uint32_t ifNum) {
         std::uint32_t pvid = 0;
-        if (openapiVlanIfPvidGet(client, ifNum, &pvid) != OPEN_E_NONE || pvid != vlanId) {
+        if (openapiVlanIfPvidGet(client, ifNum, &pvid) != OPEN_E_NONE || pvid != vlanId)
             return true;
-        }
         const JsonPtr neighbours(cJSON_CreateArray());
         if (neighbours == nullptr) {
             LOG_ERROR("[%s:%d] Could not allocate memory.\r\n");
@@ -245,14 +236,12 @@ void lightwareListGet(openapiClientHandle_t *client, cJSON *out) {
                     cJSON_GetStringValue(cJSON_GetObjectItemCaseSensitive(neighbour, kNeighbourReads[i].key));
                 complete = complete && texts[i] != nullptr;
             }
-            if (!complete || texts[1][0] == '\0') {
+            if (!complete || texts[1][0] == '\0')
                 continue;
-            }
             JsonPtr object(cJSON_CreateObject());
             cJSON_AddNumberToObject(object.get(), "portId", ifNum);
-            for (std::size_t i = 0; i < std::size(texts); ++i) {
+            for (std::size_t i = 0; i < std::size(texts); ++i)
                 cJSON_AddStringToObject(object.get(), kNeighbourReads[i].key, texts[i]);
-            }
             cJSON_AddItemToArray(out, object.release());
         }
         return true;
@@ -277,14 +266,12 @@ void lightwareLookup(openapiClientHandle_t *client, DeviceList *list) {
 
 std::int32_t lightwareOnlineCli(openapiClientHandle_t *client, const DeviceList *list, LightwareLink *link) {
     std::uint32_t lag = 0;
-    if (const LightwareLink *sibling = siblingFind(list, *link)) {
+    if (const LightwareLink *sibling = siblingFind(list, *link))
         lag = sibling->lagIfNum;
-    } else if (freeLagFind(client, &lag) != RESULT_SUCCESS) {
+    else if (freeLagFind(client, &lag) != RESULT_SUCCESS)
         return RESULT_FAILED;
-    }
-    if (lag == 0) {
+    if (lag == 0)
         return RESULT_SUCCESS;
-    }
 
     lagLeave(client, link->port);
     lagJoin(client, lag, link->port);
@@ -294,9 +281,8 @@ std::int32_t lightwareOnlineCli(openapiClientHandle_t *client, const DeviceList 
     ifTaggingSet(client, lag);
     ifTaggingSet(client, link->port);
     std::uint32_t vlanId = 0;
-    if (lightwareVlanIdGet(client, &vlanId) != RESULT_SUCCESS) {
+    if (lightwareVlanIdGet(client, &vlanId) != RESULT_SUCCESS)
         return RESULT_CONFIG_INVALID;
-    }
     ifUntaggedSet(client, lag, vlanId);
     return RESULT_SUCCESS;
 }
@@ -304,15 +290,13 @@ std::int32_t lightwareOnlineCli(openapiClientHandle_t *client, const DeviceList 
 std::int32_t lightwareOfflineCli(openapiClientHandle_t *client, const DeviceList *,
                                  const LightwareLink *link) {
     const std::uint32_t lag = link->lagIfNum;
-    if (link->port == 0 || lag == 0) {
+    if (link->port == 0 || lag == 0)
         return RESULT_SUCCESS;
-    }
     ifTaggingClear(client, lag);
     std::uint32_t vlanId = 0;
     const std::int32_t result = lightwareVlanIdGet(client, &vlanId);
-    if (result == RESULT_SUCCESS) {
+    if (result == RESULT_SUCCESS)
         ifUntaggingClear(client, lag);
-    }
     if (rpcclt_openapiLagPortDelete(client, lag, link->port) == OPEN_E_NONE) {
         LOG_TRACE("[%s:%d] successful to delete interface %u from LAG inaterface %d\n", link->port, lag);
         lagStaticModeSet(client, lag, OPEN_ENABLE);

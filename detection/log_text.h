@@ -20,24 +20,20 @@ template <class... Args>
 consteval const char *checkedFormat(const char *text, std::string_view prefix) {
     constexpr bool isText[] = {std::is_same_v<Args, const char *>..., false};
     std::string_view rest(text);
-    if (!rest.starts_with(prefix)) {
+    if (!rest.starts_with(prefix))
         throw "the format lacks its prefix";
-    }
     rest.remove_prefix(prefix.size());
     std::size_t arg = 0;
     for (std::size_t i = 0; i < rest.size(); ++i) {
-        if (rest[i] != '%') {
+        if (rest[i] != '%')
             continue;
-        }
         const char kind = ++i < rest.size() ? rest[i] : '\0';
-        if (arg == sizeof...(Args) || (isText[arg] ? kind != 's' : kind != 'd' && kind != 'u')) {
+        if (arg == sizeof...(Args) || (isText[arg] ? kind != 's' : kind != 'd' && kind != 'u'))
             throw "a conversion does not fit its argument";
-        }
         ++arg;
     }
-    if (arg != sizeof...(Args)) {
+    if (arg != sizeof...(Args))
         throw "an argument has no conversion";
-    }
     return text;
 }
 
@@ -50,9 +46,8 @@ class LogText {
 
     // Called with __func__ and __LINE__.
     void write(int level, const char *function, int line, Args... args) const {
-        if (text_ != nullptr) {
+        if (text_ != nullptr)
             devmgrLog(level, text_, function, line, args...);
-        }
     }
 
   private:

@@ -46,35 +46,30 @@ char lower(char c) {
 }
 
 bool isMac(std::string_view text) {
-    if (text.size() != kMacLength) {
+    if (text.size() != kMacLength)
         return false;
-    }
     for (std::size_t i = 0; i < text.size(); ++i) {
         const char c = lower(text[i]);
-        if (i % 3 == 2 ? c != ':' : !((c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'))) {
+        if (i % 3 == 2 ? c != ':' : !((c >= '0' && c <= '9') || (c >= 'a' && c <= 'f')))
             return false;
-        }
     }
     return true;
 }
 
 std::int32_t scriptSend(openapiClientHandle_t *client, const MacFamily &family, const char *script,
                         bool *reached) {
-    if (cliScriptRun(client, script, family.scriptFile, family.outputFile, reached) == RESULT_SUCCESS) {
+    if (cliScriptRun(client, script, family.scriptFile, family.outputFile, reached) == RESULT_SUCCESS)
         return RESULT_SUCCESS;
-    }
-    if (*reached) {
+    if (*reached)
         family.applyFailed.write(LOG_LEVEL_ERROR, __func__, __LINE__, script);
-    } else {
+    else
         family.writeFailed.write(LOG_LEVEL_ERROR, __func__, __LINE__);
-    }
     return RESULT_FAILED;
 }
 
 bool macAccept(const MacFamily &family, const char *mac) {
-    if (isMac(mac)) {
+    if (isMac(mac))
         return true;
-    }
     family.macRefused.write(LOG_LEVEL_ERROR, __func__, __LINE__, printable(mac).c_str());
     return false;
 }
@@ -89,9 +84,8 @@ struct Sighting {
 bool sightingGet(const cJSON *object, Sighting *sighting) {
     const cJSON *port = cJSON_GetObjectItemCaseSensitive(object, "portId");
     const cJSON *mac = cJSON_GetObjectItemCaseSensitive(object, "mac");
-    if (!cJSON_IsNumber(port) || !cJSON_IsString(mac)) {
+    if (!cJSON_IsNumber(port) || !cJSON_IsString(mac))
         return false;
-    }
     const cJSON *type = cJSON_GetObjectItemCaseSensitive(object, "type");
     *sighting = {static_cast<std::uint32_t>(port->valueint), mac->valuestring,
                  cJSON_IsNumber(type) ? type : nullptr};
@@ -120,11 +114,10 @@ DeviceKeySet deviceKeys(DeviceList *list) {
     keys.reserve(list->count);
     for (std::size_t i = 1; i <= list->count;) {
         const DetectedDevice *device = deviceAt(list, i);
-        if (keys.insert({device->mac, device->port}).second) {
+        if (keys.insert({device->mac, device->port}).second)
             ++i;
-        } else {
+        else
             deviceDropAt(list, i);
-        }
     }
     return keys;
 }
@@ -135,9 +128,8 @@ void knownCompare(openapiClientHandle_t *client, const MacFamily &family, Device
     const cJSON *object = nullptr;
     cJSON_ArrayForEach(object, scan) {
         Sighting seen;
-        if (sightingGet(object, &seen)) {
+        if (sightingGet(object, &seen))
             portOf.try_emplace(seen.mac, seen.port);  // the first sighting counts
-        }
     }
 
     for (std::size_t i = 1; i <= list->count;) {
@@ -147,9 +139,8 @@ void knownCompare(openapiClientHandle_t *client, const MacFamily &family, Device
             if (seen->second != device->port) {
                 const std::string text =
                     family.moved.write(__FILE__, __LINE__, device->mac, device->port, seen->second);
-                if (!text.empty()) {
+                if (!text.empty())
                     LOG_INFORM("[%s:%d] %s\r\n", text.c_str());
-                }
                 device->port = seen->second;
             }
             device->missCount = 0;
@@ -158,11 +149,10 @@ void knownCompare(openapiClientHandle_t *client, const MacFamily &family, Device
         }
 
         ++device->missCount;
-        if (device->missCount >= DEVICE_MISS_MAX && family.offline(client, device) == 0) {
+        if (device->missCount >= DEVICE_MISS_MAX && family.offline(client, device) == 0)
             deviceDropAt(list, i);
-        } else {
+        else
             ++i;
-        }
     }
 }
 
@@ -171,18 +161,15 @@ void newJoin(openapiClientHandle_t *client, const MacFamily &family, DeviceList 
     const cJSON *object = nullptr;
     cJSON_ArrayForEach(object, scan) {
         Sighting seen;
-        if (!sightingGet(object, &seen) || seen.type == nullptr) {
+        if (!sightingGet(object, &seen) || seen.type == nullptr)
             continue;
-        }
         DetectedDevice fresh{seen.port, static_cast<std::uint32_t>(seen.type->valueint), 0, "",
                              DEVICE_CONTROL_MODE_NONE};
         std::snprintf(fresh.mac, kMacCopied + 1, "%s", seen.mac);
-        if (keys.contains({fresh.mac, fresh.port})) {
+        if (keys.contains({fresh.mac, fresh.port}))
             continue;
-        }
-        if (!family.admit(client, object, &fresh) || family.online(client, &fresh) != 0) {
+        if (!family.admit(client, object, &fresh) || family.online(client, &fresh) != 0)
             continue;
-        }
         DevicePtr device(new DetectedDevice(fresh));
         if (deviceListPush(list, device.get()) == 0) {
             keys.insert({device->mac, device->port});
@@ -204,9 +191,8 @@ class AssociationTexts {
     // switch normally prints none.
     bool mention(std::string mac) const {
         std::transform(mac.begin(), mac.end(), mac.begin(), lower);
-        if (texts_.contains(mac)) {
+        if (texts_.contains(mac))
             return true;
-        }
         return longest_ > mac.size() &&
                std::any_of(texts_.begin(), texts_.end(),
                            [&](const std::string &text) { return text.find(mac) != std::string::npos; });
@@ -224,11 +210,10 @@ bool associationTableRead(std::FILE *file, AssociationTexts *texts) {
     while (std::fgets(line, sizeof line, file) != nullptr) {
         char mac[sizeof line];
         int vlanId = 0;
-        if (!inTable) {
+        if (!inTable)
             inTable = std::strstr(line, "--------------") != nullptr;
-        } else if (std::sscanf(line, "%1023s %d", mac, &vlanId) == 2) {
+        else if (std::sscanf(line, "%1023s %d", mac, &vlanId) == 2)
             texts->add(mac);
-        }
     }
     return inTable;
 }
@@ -251,9 +236,8 @@ cJSON *macScanAppend(cJSON *scan, std::uint32_t port, const char *mac, std::uint
 
 std::int32_t macAssociationAdd(openapiClientHandle_t *client, const MacFamily &family, const char *mac,
                                std::uint32_t vlanId) {
-    if (!macAccept(family, mac)) {
+    if (!macAccept(family, mac))
         return RESULT_FAILED;
-    }
     char script[kScriptSize];
     std::snprintf(script, sizeof script, "vlan database\nvlan association mac %s %d\nexit\n", mac,
                   static_cast<int>(vlanId));
@@ -266,9 +250,8 @@ std::int32_t macAssociationRemove(openapiClientHandle_t *client, const MacFamily
     bool unused = false;
     bool *reachedSwitch = reached != nullptr ? reached : &unused;
     *reachedSwitch = false;
-    if (!macAccept(family, mac)) {
+    if (!macAccept(family, mac))
         return RESULT_FAILED;
-    }
     char script[kScriptSize];
     std::snprintf(script, sizeof script, "vlan database\nno vlan association mac %s\nexit\n", mac);
     return scriptSend(client, family, script, reachedSwitch);
@@ -278,9 +261,8 @@ std::int32_t macDeviceLeave(openapiClientHandle_t *client, const MacFamily &fami
                             const DetectedDevice &device) {
     bool reached = false;
     std::int32_t result = macAssociationRemove(client, family, device.mac, &reached);
-    if (!reached) {
+    if (!reached)
         return result;
-    }
     if (result == RESULT_SUCCESS) {
         family.left.write(__FILE__, __LINE__, device.type == DEVICE_TYPE_CONTROL ? "Control" : "Audio",
                           device.mac, device.port);
@@ -299,9 +281,8 @@ void macFamilyLookup(openapiClientHandle_t *client, const MacFamily &family, Dev
         LOG_ERROR("[%s:%d] Could not allocate memory.\r\n");
         return;
     }
-    if (!family.scan(client, scan.get())) {
+    if (!family.scan(client, scan.get()))
         return;
-    }
     family.comparing.write(LOG_LEVEL_DEBUG, __func__, __LINE__);
     knownCompare(client, family, list, scan.get());
     newJoin(client, family, list, scan.get());
@@ -312,9 +293,8 @@ std::int32_t macFamilyRepair(openapiClientHandle_t *client, const MacFamily &fam
     AssociationTexts associations;
     {
         const std::lock_guard lock(showFileMutex);
-        if (cliShowExecuteToFile(client, "show vlan association mac", path) != RESULT_SUCCESS) {
+        if (cliShowExecuteToFile(client, "show vlan association mac", path) != RESULT_SUCCESS)
             return RESULT_FAILED;
-        }
         FilePtr file = fileOpen(path, "r");
         if (file == nullptr) {
             LOG_ERROR("[%s:%d] can not open file:%s\r\n", path);
@@ -323,9 +303,8 @@ std::int32_t macFamilyRepair(openapiClientHandle_t *client, const MacFamily &fam
         const bool complete = associationTableRead(file.get(), &associations);
         file.reset();
         fileRemove(path);
-        if (!complete) {
+        if (!complete)
             return 1;
-        }
     }
 
     for (std::size_t i = 1; i <= list->count;) {
@@ -341,8 +320,7 @@ std::int32_t macFamilyRepair(openapiClientHandle_t *client, const MacFamily &fam
 }
 
 void macFamilyClear(openapiClientHandle_t *client, const MacFamily &family, DeviceList *list) {
-    for (std::size_t i = 1; i <= list->count; ++i) {
+    for (std::size_t i = 1; i <= list->count; ++i)
         family.offline(client, deviceAt(list, i));
-    }
     deviceListTearDown(list);
 }

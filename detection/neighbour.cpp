@@ -93,9 +93,8 @@ std::int32_t neighbourRead(openapiClientHandle_t *client, const Neighbour &neigh
             object = fresh.get();
             cJSON_AddItemToArray(array, fresh.release());
             cJSON_AddStringToObject(object, read.key, text);
-            for (std::size_t earlier = 0; earlier < i; ++earlier) {
+            for (std::size_t earlier = 0; earlier < i; ++earlier)
                 cJSON_AddStringToObject(object, family.reads[earlier].key, slots.at(earlier));
-            }
         }
     }
     return RESULT_SUCCESS;
@@ -108,16 +107,14 @@ std::int32_t neighbourInfoGet(openapiClientHandle_t *client, const NeighbourQuer
     std::uint32_t size = query.textSize != nullptr ? *query.textSize : 0;
     if (size == 0) {
         open_error_t result = rpcclt_openapiLldpMgmtStrLenGet(client, &size);
-        if (result == OPEN_E_NONE && (size == 0 || size > kTextSizeMax)) {
+        if (result == OPEN_E_NONE && (size == 0 || size > kTextSizeMax))
             result = OPEN_E_FAIL;
-        }
         if (result != OPEN_E_NONE) {
             LOG_ERROR("[%s:%d] Bad return code. (result = %d)\r\n", result);
             return RESULT_FAILED;
         }
-        if (query.textSize != nullptr) {
+        if (query.textSize != nullptr)
             *query.textSize = size;
-        }
     }
     const TextSlots slots{std::unique_ptr<char[]>(new (std::nothrow) char[family.reads.size() * size]), size};
     if (slots.room == nullptr) {
@@ -130,20 +127,17 @@ std::int32_t neighbourInfoGet(openapiClientHandle_t *client, const NeighbourQuer
     for (Neighbour last = at; rpcclt_openapiLldpIntfRemoteDeviceNextGet(client, at.ifNum, &at.remIndex,
                                                                         &at.timeStamp) == OPEN_E_NONE;
          last = at) {
-        if (at.remIndex == last.remIndex && at.timeStamp == last.timeStamp) {
+        if (at.remIndex == last.remIndex && at.timeStamp == last.timeStamp)
             break;  // the switch does not advance
-        }
         const std::int32_t outcome = neighbourRead(client, at, family, slots, query.array);
-        if (outcome != RESULT_SUCCESS) {
+        if (outcome != RESULT_SUCCESS)
             return outcome;
-        }
     }
     return RESULT_SUCCESS;
 }
 
 std::string printable(const char *text) {
     std::string out(text);
-    std::replace_if(
-        out.begin(), out.end(), [](char c) { return (c >= 0 && c < 0x20) || c == 0x7f; }, '.');
+    std::replace_if(out.begin(), out.end(), [](char c) { return (c >= 0 && c < 0x20) || c == 0x7f; }, '.');
     return out;
 }

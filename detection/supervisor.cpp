@@ -48,9 +48,8 @@ bool Supervisor::pass() {
     }
 
     std::uint32_t vlanId = 0;
-    if (lightwareRunning != 0 || lightwareVlanIdGet(client_, &vlanId) != 0) {
+    if (lightwareRunning != 0 || lightwareVlanIdGet(client_, &vlanId) != 0)
         return true;
-    }
     lightwareAttributes_.reset();
     platform::sleepFor(kLightwareRestartPause);
     lightwareAttributes_.emplace();

@@ -18,9 +18,8 @@ void lldpIntfForEach(openapiClientHandle_t *client, Visit visit) {
     std::uint32_t next = 0;
     while (rpcclt_openapiLldpIntfNextGet(client, ifNum, &next) == OPEN_E_NONE && next > ifNum) {
         ifNum = next;
-        if (!visit(ifNum)) {
+        if (!visit(ifNum))
             return;
-        }
     }
 }
 
@@ -31,9 +30,8 @@ void lagForEach(openapiClientHandle_t *client, Visit visit) {
     std::uint32_t next = 0;
     while (rpcclt_openapiIfNextGet(client, OPEN_INTF_TYPE_LAG, ifNum, &next) == OPEN_E_NONE && next > ifNum) {
         ifNum = next;
-        if (!visit(ifNum)) {
+        if (!visit(ifNum))
             return;
-        }
     }
 }
 
@@ -48,13 +46,11 @@ void fdbForEach(openapiClientHandle_t *client, Visit visit) {
         open_buffdesc macText{sizeof mac, mac};
         std::uint32_t ifNum = 0;
         std::uint32_t entryType = 0;
-        if (rpcclt_openapiFdbEntryNextGet(client, &macText, &vlanId, &ifNum, &entryType) != OPEN_E_NONE) {
+        if (rpcclt_openapiFdbEntryNextGet(client, &macText, &vlanId, &ifNum, &entryType) != OPEN_E_NONE)
             return;
-        }
         mac[sizeof mac - 1] = '\0';
-        if (vlanId == lastVlanId && std::strcmp(mac, lastMac) == 0) {
+        if (vlanId == lastVlanId && std::strcmp(mac, lastMac) == 0)
             return;
-        }
         std::memcpy(lastMac, mac, std::strlen(mac) + 1);
         lastVlanId = vlanId;
         visit(static_cast<const char *>(mac), ifNum);
@@ -71,9 +67,8 @@ class PhysicalPorts {
     bool contains(std::uint32_t ifNum) {
         if (answers_[ifNum] == Answer::none) {
             std::uint32_t type = 0;
-            if (openapiIfTypeGet(client_, ifNum, &type) != OPEN_E_NONE) {
+            if (openapiIfTypeGet(client_, ifNum, &type) != OPEN_E_NONE)
                 return false;
-            }
             answers_[ifNum] = type == OPEN_INTF_TYPE_PHY ? Answer::physical : Answer::other;
         }
         return answers_[ifNum] == Answer::physical;

@@ -42,7 +42,7 @@ constexpr std::int64_t kNanosecond = 1'000'000'000;
 volatile std::sig_atomic_t ended = 0;
 
 void endOnSignals() {
-    struct sigaction action {};
+    struct sigaction action{};
     action.sa_handler = [](int) { ended = 1; };  // no SA_RESTART: a wait ends as well
     ::sigaction(SIGINT, &action, nullptr);
     ::sigaction(SIGTERM, &action, nullptr);
@@ -68,7 +68,6 @@ void sleepUntil(std::int64_t monotonic) {
 }
 
 // --- frames
-// ------------------------------------------------------------------------------------------------------
 
 using Mac = std::array<unsigned char, ETH_ALEN>;
 
@@ -108,7 +107,6 @@ constexpr std::size_t kFlowAt = ETH_HLEN, kNumberAt = kFlowAt + 4, kTimeAt = kNu
 constexpr std::size_t kHeadSize = kTimeAt + 8;
 
 // --- the socket
-// --------------------------------------------------------------------------------------------------
 
 class PacketSocket {
   public:
@@ -145,7 +143,6 @@ class PacketSocket {
 };
 
 // --- send
-// --------------------------------------------------------------------------------------------------------
 
 struct SendOptions {
     std::string interface, to, from;
@@ -246,7 +243,6 @@ class Sender {
 };
 
 // --- receive
-// -----------------------------------------------------------------------------------------------------
 
 struct ReceiveOptions {
     std::string interface;
@@ -414,7 +410,6 @@ class Receiver {
 };
 
 // --- raw
-// ---------------------------------------------------------------------------------------------------------
 
 std::vector<unsigned char> bytesOf(std::string_view text, std::size_t line) {
     std::vector<unsigned char> bytes;

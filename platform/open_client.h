@@ -74,7 +74,6 @@ typedef struct {
 } openapiClientHandle_t;
 
 // --- client
-// -------------------------------------------------------------------------------------------------
 
 // Registers the process under `clientName`. Succeeds without a running switch OS; connectivity is asked for
 // by rpcclt_openapiConnectivityCheck.
@@ -85,7 +84,6 @@ open_error_t openapiClientTearDown(openapiClientHandle_t *client);
 open_error_t rpcclt_openapiConnectivityCheck(openapiClientHandle_t *client);
 
 // --- system
-// -------------------------------------------------------------------------------------------------
 
 // Version text of the network OS, up to 100 bytes.
 open_error_t rpcclt_openapiNetworkOSVersionGet(openapiClientHandle_t *client, open_buffdesc *version);
@@ -96,7 +94,6 @@ open_error_t rpcclt_openapiApiVersionGet(openapiClientHandle_t *client, uint32_t
 open_error_t rpcclt_openapiSystemRegMachineModelGet(openapiClientHandle_t *client, open_buffdesc *model);
 
 // --- configuration by text
-// ----------------------------------------------------------------------------------
 
 // Applies the CLI script in file `input` and writes what the CLI printed to file `output`. A command that the
 // CLI refuses does not make the call fail.
@@ -111,7 +108,6 @@ open_error_t rpcclt_openapiCliShowExecuteToFile(openapiClientHandle_t *client, o
                                                 open_buffdesc *file);
 
 // --- interfaces
-// ---------------------------------------------------------------------------------------------
 
 // First and next interface of a type (OPEN_INTF_TYPE_).
 open_error_t rpcclt_openapiIfFirstGet(openapiClientHandle_t *client, uint32_t type, uint32_t *ifNum);
@@ -126,7 +122,6 @@ open_error_t openapiIfAdminStateGet(openapiClientHandle_t *client, uint32_t ifNu
 open_error_t openapiIfLinkStateGet(openapiClientHandle_t *client, uint32_t ifNum, uint32_t *state);
 
 // --- forwarding database
-// ------------------------------------------------------------------------------------
 
 // Next entry after (mac, vlanId), in the order of MAC address, then VLAN. `mac` is a text of 17 characters,
 // colon-separated hexadecimal, in a buffer of 100 bytes; its `size` is the room on entry.
@@ -134,7 +129,6 @@ open_error_t rpcclt_openapiFdbEntryNextGet(openapiClientHandle_t *client, open_b
                                            uint32_t *vlanId, uint32_t *ifNum, uint32_t *entryType);
 
 // --- LLDP
-// ---------------------------------------------------------------------------------------------------
 
 // Next LLDP-capable interface.
 open_error_t rpcclt_openapiLldpIntfNextGet(openapiClientHandle_t *client, uint32_t ifNum, uint32_t *next);
@@ -161,7 +155,6 @@ open_error_t rpcclt_openapiLldpIntfRemoteDevicePortDescGet(openapiClientHandle_t
                                                            open_buffdesc *text);
 
 // --- VLANs
-// --------------------------------------------------------------------------------------------------
 
 // OPEN_E_NONE when the VLAN exists, OPEN_E_NOT_FOUND when not.
 open_error_t openapiVlanCreatedCheck(openapiClientHandle_t *client, uint32_t vlanId);
@@ -204,7 +197,6 @@ open_error_t rpcclt_openapiDot1qSwPortTaggedVlanListGet(openapiClientHandle_t *c
                                                         open_buffdesc *list);
 
 // --- link aggregation
-// ---------------------------------------------------------------------------------------
 
 open_error_t rpcclt_openapiLagMaxMemberCountGet(openapiClientHandle_t *client, uint32_t *max);
 // Members of a LAG as 32-bit interface numbers in ascending order. `count`: in the room of `members` in
@@ -218,7 +210,6 @@ open_error_t rpcclt_openapiLagPortDelete(openapiClientHandle_t *client, uint32_t
 open_error_t rpcclt_openapiLagStaticModeSet(openapiClientHandle_t *client, uint32_t lagIfNum, uint32_t mode);
 
 // --- 802.1X and PTP
-// -----------------------------------------------------------------------------------------
 
 // Port control mode: OPEN_DOT1X_.
 open_error_t rpcclt_openapiDot1xPortControlModeSet(openapiClientHandle_t *client, uint32_t ifNum,
@@ -238,7 +229,6 @@ open_error_t rpcclt_openapiPtpTcIntfAdminModeGet(openapiClientHandle_t *client, 
 open_error_t rpcclt_openapiDot1asModeGet(openapiClientHandle_t *client, uint32_t *mode);
 
 // --- spanning tree
-// -----------------------------------------------------------------------------------------
 
 // Bridge priority of a spanning-tree instance; OPEN_E_NOT_FOUND when there is no such instance.
 open_error_t rpcclt_openapiStpMstBridgePriorityGet(openapiClientHandle_t *client, uint32_t instance,

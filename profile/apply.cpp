@@ -54,7 +54,6 @@ constexpr SingleVlanRule kSingleVlanRules[] = {
 };
 
 // --- texts
-// ------------------------------------------------------------------------------------------------------
 
 // True for well-formed UTF-8 without control characters, quotes and backslashes: what may stand in a VLAN
 // name.
@@ -111,7 +110,6 @@ bool isAddress(const char *text) {
 }
 
 // --- checks
-// -----------------------------------------------------------------------------------------------------
 
 // Interface names of the ports that a request names; asked of the switch once each.
 class PortNames {
@@ -230,7 +228,6 @@ std::optional<VlanIds> leftovers(const ProfileRequest &request, const ProfileTra
 }
 
 // --- per-VLAN files
-// ---------------------------------------------------------------------------------------------
 
 // What the per-VLAN file knows about the time before the profile.
 struct VlanHistory {
@@ -311,7 +308,6 @@ std::string vlanFileText(const ProfileVlanRequest &vlan, const VlanHistory &hist
 }
 
 // --- the wanted state
-// -------------------------------------------------------------------------------------------
 
 bool isMember(const InterfaceState &interface, std::uint32_t id) {
     const auto it = interface.participation.find(id);
@@ -426,7 +422,6 @@ void placeMtu(const SwitchState &before, const TypeOfVlan &typesBefore, const Ty
 }
 
 // --- steps
-// ------------------------------------------------------------------------------------------------------
 
 std::int32_t changeFeatures(openapiClientHandle_t *client, ProfileTransaction *transaction,
                             const FeatureNeeds &from, const FeatureNeeds &to) {
@@ -486,12 +481,11 @@ void vacate(const VlanIds &ids, SwitchState *state) {
         }
         if (history.oldRouting)
             state->routing[id] = *history.oldRouting;
-        for (auto &[name, interface] : state->interfaces) {
+        for (auto &[name, interface] : state->interfaces)
             if (id == 1)
                 untagVlan1(&interface);
             else
                 state->releasePort(name, id);
-        }
         if (id == 1)
             continue;
         state->vlans[id] = history.oldName;

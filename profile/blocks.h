@@ -21,7 +21,6 @@ inline constexpr std::size_t AV_BLOCK_SCRIPT_SIZE = 1024;
 inline constexpr std::size_t AV_QOS_SCRIPT_SIZE = 3072;
 
 // --- blocks that are one script
-// ---------------------------------------------------------------------------------
 
 // In the order of the table in blocks_table.cpp.
 enum class AvBlock : std::uint8_t {
@@ -103,7 +102,6 @@ void AvConfigGlobalrstpAdd(openapiClientHandle_t *client, std::int32_t vlanId);
 void AvConfigGlobalrstpDelete(openapiClientHandle_t *client);
 
 // --- PTP transparent clock
-// --------------------------------------------------------------------------------------
 
 // Switching on does nothing while 802.1AS is on, on a switch that has it. `supported` asks for that.
 using FeatureQuery = std::int32_t (*)(openapiClientHandle_t *client, const char *name,
@@ -115,7 +113,6 @@ std::int32_t AvConfigGlobalPtpTcAdd(openapiClientHandle_t *client);
 std::int32_t AvConfigGlobalPtpTcDelete(openapiClientHandle_t *client);
 
 // --- QoS policy
-// -------------------------------------------------------------------------------------------------
 
 // What the 64-bit feature set says about QoS.
 inline constexpr std::uint64_t AV_QOS_TELOS = std::uint64_t{1} << 32;
@@ -148,7 +145,6 @@ std::int32_t AvConfigGlobalQosRebuildDynamic(std::string *script, const char *cl
 std::int32_t parsePolicyMapClasses(openapiClientHandle_t *client, bool *telos, bool *gd);
 
 // --- AVB on ports
-// ------------------------------------------------------------------------------------------------
 
 // The ports are those of "/tmp/manual_trunk_config": {"physicalPort": [1, 2], "lagPort": [1]}, numbers of
 // ports (interfaces "0/N") and of LAGs ("lag N"). What is no number from 1 to 912 is passed over, as is a
@@ -172,7 +168,6 @@ std::int32_t avBlockMrpCleanup(openapiClientHandle_t *client, bool removePolicy)
 void AvConfigAvbMrpIntfCleanup(openapiClientHandle_t *client, bool removePolicy);
 
 // --- older forms
-// -------------------------------------------------------------------------------------------------
 
 void AVAVBGlobalConfigAdd(openapiClientHandle_t *client);
 void AVAVBGlobalConfigDelete(openapiClientHandle_t *client, bool keepTrust);

@@ -33,7 +33,6 @@ std::int32_t runScript(openapiClientHandle_t *client, const Row &row, std::int32
 }
 
 // --- rules
-// ------------------------------------------------------------------------------------------------------
 
 std::int32_t runOnOurPriority(openapiClientHandle_t *client, const Row &row, std::int32_t value) {
     std::uint32_t priority = 0;
@@ -88,7 +87,6 @@ std::int32_t runRstpAdd(openapiClientHandle_t *client, const Row &row, std::int3
 }
 
 // --- rows
-// -------------------------------------------------------------------------------------------------------
 
 constexpr const char *kAvbAdd =
     "config\nno ptp clock e2e-transparent\nno mvrp\nno mvrp include factory-default-vlan\n"

@@ -45,11 +45,10 @@ void FileSnapshots::note(const std::string &fixedPath) {
 
 std::int32_t FileSnapshots::restore() const {
     std::int32_t first = RESULT_SUCCESS;
-    for (const auto &[path, content] : files_) {
+    for (const auto &[path, content] : files_)
         if (!content)
             fileRemove(path.c_str());
         else if (const auto result = fileReplace(path, *content); first == RESULT_SUCCESS)
             first = result;
-    }
     return first;
 }

@@ -61,7 +61,6 @@ const cJSON *member(const cJSON *object, const char *key) {
 }
 
 // --- parsing
-// ----------------------------------------------------------------------------------------------------
 
 bool parsePorts(const cJSON *ports, const char *key, ProfilePortList *out) {
     const cJSON *list = member(ports, key);
@@ -121,7 +120,6 @@ bool parseVlans(const cJSON *vlans, ProfileRequest *request) {
 }
 
 // --- adjustments
-// ------------------------------------------------------------------------------------------------
 
 // A PTP wish counts only for a type whose template knows PTP.
 void adjustPtp(bool given, ProfileRequest *request) {
@@ -220,7 +218,6 @@ std::vector<std::int32_t> adjustOverwrite(openapiClientHandle_t *client, Profile
 }
 
 // --- configuration files
-// ----------------------------------------------------------------------------------------
 
 // The assigned ports, then the untagged ones that are not among them.
 void addAudacPorts(cJSON *object, const ProfileVlanRequest &vlan) {

@@ -43,7 +43,6 @@ void setMode(InterfaceState *interface, std::uint32_t vlan, std::uint32_t mode) 
 }
 
 // --- reading
-// ----------------------------------------------------------------------------------------------------
 
 std::uint32_t number(std::string_view text) {
     std::uint32_t value = 0;
@@ -137,7 +136,6 @@ void readRoutingLine(const std::vector<std::string> &line, RoutingState *routing
 }
 
 // --- scripts
-// ----------------------------------------------------------------------------------------------------
 
 std::string joined(const VlanSet &ids) {
     std::string out;

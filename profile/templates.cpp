@@ -259,10 +259,9 @@ std::vector<std::int32_t> vlansOfType(const char *typeName) {
                                                                                vlanInfoRowListFree);
     std::vector<std::int32_t> ids;
     const int count = vlanInfoSelectAll(all.get());
-    for (int i = 0; i < count; ++i) {
+    for (int i = 0; i < count; ++i)
         if (std::strcmp(all->rows[i].profileType, typeName) == 0)
             ids.push_back(all->rows[i].id);
-    }
     return ids;
 }
 
@@ -300,10 +299,9 @@ std::int32_t profileFeatureMaskGet(openapiClientHandle_t *, std::int32_t vlanId,
     if ((mask->features & PROFILE_FEATURE_PTP_BC) != 0)
         mask->vlanId = vlanId;
     const std::string_view type(typeName);
-    for (const auto &row : kTypeFlags) {
+    for (const auto &row : kTypeFlags)
         if (type == row.typeName)
             mask->extra |= row.flag;
-    }
     if (ProfileTypeAttributes attributes{}; profileTypeAttrGet(typeName, &attributes) == RESULT_SUCCESS)
         attributesAdd(attributes, vlanType, mask);
     if (vlanId != 0 && vlanStatesPtpTc(vlanId)) {

@@ -261,7 +261,7 @@ int vlanInfoTableCreate() {
 }
 
 std::int32_t vlanInfoDbVerify() {
-    struct stat info {};
+    struct stat info{};
     if (stat(platform::fsPath(platform::paths::kProfileDb).c_str(), &info) != 0) {
         LOG_ERROR("[%s:%d] vlanInfo database file does not exist\r\n");
         return RESULT_FAILED;
@@ -279,11 +279,10 @@ void vlanInfoDbEnsure() {
     // Daemon and profile operations may come at the same time, and what one has just begun looks empty to the
     // other. Without a lock (no such folder) nothing can be made either.
     const FileLock lock(platform::paths::kProfileDbLock);
-    struct stat info {};
+    struct stat info{};
     if (stat(platform::fsPath(platform::paths::kProfileDb).c_str(), &info) == 0) {
-        if (info.st_size > 0) {
+        if (info.st_size > 0)
             return;
-        }
         vlanInfoDbVerify();  // deletes the empty file
     } else if (errno != ENOENT) {
         return;

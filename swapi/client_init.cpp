@@ -22,12 +22,10 @@ constexpr std::size_t kVersionSize = 100;
 bool serverAwait(openapiClientHandle_t *client) {
     for (int check = 1;; ++check) {
         const open_error_t result = rpcclt_openapiConnectivityCheck(client);
-        if (result == OPEN_E_NONE) {
+        if (result == OPEN_E_NONE)
             return true;
-        }
-        if (check == kConnectivityChecks) {
+        if (check == kConnectivityChecks)
             return false;
-        }
         LOG_WARN("[%s:%d] RPC call can fail until server starts. Keep trying (result = %d)\n", result);
         platform::sleepFor(kConnectivityPause);
     }
@@ -48,9 +46,8 @@ std::int32_t initHandler(const char *name, openapiClientHandle_t *client) {
     }
     LOG_TRACE("[%s:%d] Register RPC to OpEN success. (client name = %s)\n", clientName);
 
-    if (!serverAwait(client)) {
+    if (!serverAwait(client))
         return -1;
-    }
 
     char version[kVersionSize] = {};
     open_buffdesc versionText{sizeof version, version};
@@ -65,23 +62,19 @@ std::int32_t initHandler(const char *name, openapiClientHandle_t *client) {
     std::uint32_t major = 0;
     std::uint32_t maintenance = 0;
     std::uint32_t build = 0;
-    if (rpcclt_openapiApiVersionGet(client, &release, &major, &maintenance, &build) == OPEN_E_NONE) {
+    if (rpcclt_openapiApiVersionGet(client, &release, &major, &maintenance, &build) == OPEN_E_NONE)
         LOG_TRACE("[%s:%d] Open API Version = %d.%d.%d.%d\n", release, major, maintenance, build);
-    } else {
+    else
         LOG_ERROR("[%s:%d] Open API Version retrieve error\n");
-    }
     return 0;
 }
 
 std::int32_t get_device_model_mapping(openapiClientHandle_t *client, const char *modelId) {
     char machineModel[MACHINE_MODEL_SIZE];
-    if (machineModelGet(client, machineModel) != RESULT_SUCCESS) {
+    if (machineModelGet(client, machineModel) != RESULT_SUCCESS)
         return -1;
-    }
-    for (const SwitchModel &row : kSwitchModels) {
-        if (modelId != nullptr && row.machineModel == machineModel && row.modelId == modelId) {
+    for (const SwitchModel &row : kSwitchModels)
+        if (modelId != nullptr && row.machineModel == machineModel && row.modelId == modelId)
             return 0;
-        }
-    }
     return 1;
 }

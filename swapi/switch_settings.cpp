@@ -77,8 +77,8 @@ class OperationLock {
     }
 
     bool isCurrent() const {
-        struct stat mine {};
-        struct stat seen {};
+        struct stat mine{};
+        struct stat seen{};
         return fstat(fd_, &mine) == 0 && stat(platform::fsPath(path_).c_str(), &seen) == 0 &&
                mine.st_dev == seen.st_dev && mine.st_ino == seen.st_ino;
     }
@@ -167,10 +167,9 @@ std::int32_t bootvarGet(openapiClientHandle_t *client, BootImageList *list) {
     list->count = 0;
     return showParse(client, "show bootvar", platform::paths::kBootvarShow, [list](std::FILE *file) {
         char line[kLineSize];
-        for (int skipped = 0; skipped < kBootvarHeaderLines; ++skipped) {
+        for (int skipped = 0; skipped < kBootvarHeaderLines; ++skipped)
             if (std::fgets(line, sizeof line, file) == nullptr)
                 return;
-        }
         while (list->count < list->capacity && std::fgets(line, sizeof line, file) != nullptr) {
             // Words are read whole before they are cut, so that a long one does not spill into the next
             // column.
@@ -214,10 +213,9 @@ std::int32_t managementPortIPv4ParametersGet(openapiClientHandle_t *client, std:
                 if (int number = 0; vlan != nullptr && std::sscanf(buffer + kVlanColumn, "%d", &number) == 1)
                     *vlan = number;
             }
-            for (const auto &text : texts) {
+            for (const auto &text : texts)
                 if (line.starts_with(text.label) && line.size() > kTextColumn)
                     wordCopy(line, kTextColumn, text.value);
-            }
         }
     });
 }

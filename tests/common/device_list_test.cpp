@@ -79,16 +79,14 @@ TEST_F(DeviceListTest, BehavesLikeASequence) {
             default: {
                 const void *const record = deviceListGet(&list, i);
                 ASSERT_EQ(record != nullptr, i >= 1 && i <= model.size());
-                if (record != nullptr) {
+                if (record != nullptr)
                     EXPECT_EQ(portOf(record), model[i - 1]);
-                }
             }
         }
         ASSERT_EQ(list.count, model.size());
         ASSERT_EQ(list.head == nullptr, model.empty());
-        if (!model.empty()) {
+        if (!model.empty())
             ASSERT_EQ(portOf(list.tail->data), model.back());
-        }
     }
 }
 

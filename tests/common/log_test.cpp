@@ -135,7 +135,7 @@ TEST_F(LogTest, TruncatedLevelFileIsSurvivedWhileTheLogIsClosed) {
     EXPECT_EQ(devmgrLogLevelGet(), 6);
 }
 
-struct sigaction logBusHandler {};
+struct sigaction logBusHandler{};
 volatile std::sig_atomic_t busSignals = 0;
 
 void otherBusHandler(int) {

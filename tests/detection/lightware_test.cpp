@@ -384,9 +384,8 @@ TEST_P(LightwareFaultTest, EveryEndpointIsWholeAfterARePlug) {
             network({.physicalPorts = 3, .lags = 3});
             connect(1);
             connect(2, "endpoint-a", "2");
-            if (GetParam() != Happening::Online) {
+            if (GetParam() != Happening::Online)
                 ASSERT_EQ(scans(), "1@4 2@4 ");
-            }
             if (GetParam() == Happening::Move)
                 move("uplink2", port);
             else if (GetParam() == Happening::Offline)
@@ -396,9 +395,8 @@ TEST_P(LightwareFaultTest, EveryEndpointIsWholeAfterARePlug) {
             scans(once ? 1 : 3);
             struck = callsSeen() >= n;
             clearFaults();
-            if (GetParam() != Happening::Online) {
+            if (GetParam() != Happening::Online)
                 ASSERT_NE(link(1), nullptr);
-            }
 
             scans(3);
             Ports present{1};

@@ -238,9 +238,8 @@ class TemplateDeleteTest : public TemplatesTest {
     void row(std::int32_t id, const char *type, bool onSwitch) {
         ASSERT_EQ(vlanInfoInsert(id, 1, "n", type, "#ffffff"), 0);
         writeText(profileVlanConfigPath(id).c_str(), "{}");
-        if (onSwitch) {
+        if (onSwitch)
             ASSERT_EQ(rpcclt_openapiVlanCreate(&client, static_cast<std::uint32_t>(id)), OPEN_E_NONE);
-        }
     }
     bool kept(std::int32_t id) {
         EXPECT_EQ(vlanInfoSelectRowsById(id) == 1, exists(profileVlanConfigPath(id).c_str())) << id;

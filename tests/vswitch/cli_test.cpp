@@ -101,9 +101,8 @@ TEST_F(CliTest, EveryRowTakesItsOwnSyntaxAndNoMore) {
                 EXPECT_EQ(kIncomplete, output) << line;
             }
         }
-        if (!std::string_view(command.syntax).ends_with("...")) {
+        if (!std::string_view(command.syntax).ends_with("..."))
             EXPECT_EQ(marker(session, line.size() + 2), run(session, line + "  surplus"));
-        }
     };
     for (const auto *command : cli::allCommands())
         for (unsigned bit = 0; bit < 16; ++bit)

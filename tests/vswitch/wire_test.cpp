@@ -67,8 +67,7 @@ void expectSoundCall(openapiClientHandle_t *client, InProcessSwitch &device, con
     const auto called = [&](openapiClientHandle_t *by, std::size_t nulled = SIZE_MAX) {
         return [&]<std::size_t... I>(std::index_sequence<I...>) {
             return call(by, Argument<Cs>{}.get(I == nulled)...);
-        }
-        (std::index_sequence_for<Cs...>{});
+        }(std::index_sequence_for<Cs...>{});
     };
     const auto total = [&] { return device.with([](Server &server) { return server.callTotal(); }); };
     const auto before = total();

@@ -49,7 +49,6 @@ bool eachInterfaceAndVlan(Context &context, const std::vector<VlanId> &vlans, Ch
 }
 
 // --- session
-// ----------------------------------------------------------------------------------------------------
 
 const Command kSession[] = {
     {kExec, "enable", "Enter privileged mode", [](Context &, const Values &) { return true; }},
@@ -85,7 +84,6 @@ const Command kSession[] = {
 };
 
 // --- VLAN database
-// ----------------------------------------------------------------------------------------------
 
 void emitVlans(const Model &model, const Interface *, std::string &out) {
     std::vector<std::uint32_t> ids;
@@ -141,7 +139,6 @@ const Command kVlan[] = {
 };
 
 // --- system
-// -----------------------------------------------------------------------------------------------------
 
 void emitHostName(const Model &model, const Interface *, std::string &out) {
     if (model.system().hostName != model.config().hostName)
@@ -250,7 +247,6 @@ const Command kSystem[] = {
 };
 
 // --- interfaces
-// -------------------------------------------------------------------------------------------------
 
 std::vector<VlanId> vlansWhere(const Interface &interface, bool (*wanted)(VlanId, const Membership &)) {
     std::vector<VlanId> ids;
@@ -426,7 +422,6 @@ const Command kInterfaceRows[] = {
 };
 
 // --- link aggregation
-// -------------------------------------------------------------------------------------------
 
 const Command kLag[] = {
     {kInterface, "addport lag|port-channel <lag>", "Join a link aggregation group",

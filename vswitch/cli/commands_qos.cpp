@@ -16,7 +16,6 @@ bool removed(Context &c, open_error_t result) {
 }
 
 // --- class maps and policy maps
-// --------------------------------------------------------------------------------
 
 // A rule of a class map: its words, then its arguments.
 std::string ruleText(std::string words, const Values &v, std::size_t first) {
@@ -54,7 +53,6 @@ void emitMaps(const Model &model, const Interface *, std::string &out) {
 }
 
 // --- what is bound, queues
-// -------------------------------------------------------------------------------------
 
 void emitBinding(const Model &model, const Interface *interface, std::string &out) {
     const auto &bindings = model.qos().bindings();
@@ -210,7 +208,6 @@ const Command kQos[] = {
 };
 
 // --- access lists
-// ----------------------------------------------------------------------------------------------
 
 constexpr std::size_t kListsMax = 100, kRulesMax = 1023;
 

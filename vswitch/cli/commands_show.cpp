@@ -99,8 +99,7 @@ void fdbTable(Context &c, bool (*wanted)(const FdbKey &, const FdbEntry &, std::
 }
 
 bool showFdb(Context &c, const Values &) {
-    fdbTable(
-        c, [](const FdbKey &, const FdbEntry &, std::uint32_t) { return true; }, 0);
+    fdbTable(c, [](const FdbKey &, const FdbEntry &, std::uint32_t) { return true; }, 0);
     return true;
 }
 

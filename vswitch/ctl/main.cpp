@@ -80,14 +80,13 @@ void printTable(const json &rows) {
 
 void printEvents(std::uint64_t &since, bool asJson) {
     const auto out = control({{"op", "events"}, {"since", since}});
-    for (const auto &event : out["events"]) {
+    for (const auto &event : out["events"])
         if (asJson)
             std::puts(event.dump().c_str());
         else
             std::printf("%6llu  %-7s %s\n",
                         static_cast<unsigned long long>(event["number"].get<std::uint64_t>()),
                         event["kind"].get<std::string>().c_str(), event["text"].get<std::string>().c_str());
-    }
     std::fflush(stdout);
     since = out["last"];
 }
@@ -227,9 +226,7 @@ int run(int argc, char **argv) {
     faults->add_flag("--clear", flag, "End them all");
     faults->callback([&] { request = {{"op", "faults"}, {"clear", flag}}; });
     app.add_subcommand("dataplane", "What forwards the frames, and whether all configuration has reached it")
-        ->callback([&] {
-            request = {{"op", "dataplane"}};
-        });
+        ->callback([&] { request = {{"op", "dataplane"}}; });
     auto *counters = app.add_subcommand("counters", "Calls answered and commands refused");
     counters->add_flag("--reset", flag, "Count calls from zero");
     counters->callback([&] { request = {{"op", "counters"}, {"reset", flag}}; });

@@ -186,12 +186,11 @@ class OvsDataPlane : public DataPlane {
     void wait() {
         std::vector<pollfd> ends{{wake_.get(), POLLIN, 0}, {links_.descriptor(), POLLIN, 0}};
         auto until = std::min(nextRead_, nextNeighbours_);
-        for (const auto &server : servers_) {
+        for (const auto &server : servers_)
             if (server.process.running())
                 ends.push_back({server.process.endDescriptor(), POLLIN, 0});
             else
                 until = std::min(until, server.notBefore);
-        }
         if (retryAt_ != Clock::time_point{})
             until = std::min(until, retryAt_);
         const auto left = std::chrono::ceil<milliseconds>(until - Clock::now()).count();

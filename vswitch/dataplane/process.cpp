@@ -230,7 +230,7 @@ void ServerProcess::stop(std::chrono::milliseconds patience) {
 void ServerProcess::trimOutput() const {
     constexpr off_t kOutputMax = 1 << 20;
     const auto path = folder_ + "/" + name_ + ".out";
-    struct stat info {};
+    struct stat info{};
     if (::stat(path.c_str(), &info) == 0 && info.st_size > kOutputMax)
         // When that fails it is tried again with the next look.
         [[maybe_unused]]

@@ -62,7 +62,6 @@ void Model::advanceTo(Duration now, std::timespec wall) {
 }
 
 // --- features of the whole switch
-// -------------------------------------------------------------------------------
 
 bool Model::runsPvst() const {
     return features_.spanningTreeMode == SpanningTreeMode::Pvst ||
@@ -81,7 +80,6 @@ void Model::setSpanningTreeMode(SpanningTreeMode mode) {
 }
 
 // --- interfaces
-// -------------------------------------------------------------------------------------------------
 
 const Interface *Model::interface(IfNum ifNum) const {
     const auto it = interfaces_.find(ifNum);
@@ -152,7 +150,6 @@ void Model::refreshLink(IfNum ifNum) {
 }
 
 // --- VLANs
-// ------------------------------------------------------------------------------------------------------
 
 std::string Model::defaultVlanName(VlanId id) {
     if (id == kDefaultVlan)
@@ -345,7 +342,6 @@ open_error_t Model::dissociateMac(const Mac &mac) {
 }
 
 // --- routing interfaces
-// -----------------------------------------------------------------------------------------
 
 open_error_t Model::setRouting(VlanId id, bool on) {
     if (!hasVlan(id))
@@ -376,7 +372,6 @@ bool Model::vlanUp(VlanId id) const {
 }
 
 // --- link aggregation
-// -------------------------------------------------------------------------------------------
 
 open_error_t Model::lagAdd(IfNum lag, IfNum port) {
     auto *group = edit(lag);
@@ -418,7 +413,6 @@ open_error_t Model::setLagStatic(IfNum lag, bool isStatic) {
 }
 
 // --- forwarding database
-// ----------------------------------------------------------------------------------------
 
 IfNum Model::forwarderOf(IfNum port) const {
     const auto *found = interface(port);
@@ -505,7 +499,6 @@ void Model::age() {
 }
 
 // --- access lists
-// -----------------------------------------------------------------------------------------------
 
 open_error_t Model::deleteIpAccessList(const std::string &name) {
     if (ipAccessLists_.erase(name) == 0)
@@ -565,7 +558,6 @@ open_error_t Model::unbindAccessList(IfNum ifNum, const std::string &name, std::
 }
 
 // --- log and events
-// ---------------------------------------------------------------------------------------------
 
 void Model::log(int severity, std::string component, std::string place, std::string text) {
     // Whatever a process writes, the log stays of bounded size.

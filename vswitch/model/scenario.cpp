@@ -6,7 +6,6 @@
 namespace vswitch {
 
 // --- learning
-// ---------------------------------------------------------------------------------------------------
 
 // The VLAN in which a frame of the device arrives; 0 when the switch drops it.
 VlanId Model::classify(const Device &device, const Mac &mac) const {
@@ -78,7 +77,6 @@ void Model::relearnAll() {
 }
 
 // --- LLDP and devices
-// -------------------------------------------------------------------------------------------
 
 void Model::hear(const Device &device) {
     if (!audible(device))

@@ -35,7 +35,6 @@ bool pathAcceptable(const std::string &path) {
 }  // namespace
 
 // --- system
-// -----------------------------------------------------------------------------------------------------
 
 open_error_t Calls::rpcclt_openapiConnectivityCheck() {
     return OPEN_E_NONE;
@@ -62,7 +61,6 @@ open_error_t Calls::rpcclt_openapiSystemRegMachineModelGet(rpc::Filled &model) {
 }
 
 // --- configuration by text
-// --------------------------------------------------------------------------------------
 
 open_error_t Calls::applyScript(const std::string &input, const std::string &output) {
     if (!pathAcceptable(input) || !pathAcceptable(output))
@@ -99,7 +97,6 @@ open_error_t Calls::rpcclt_openapiCliShowExecuteToFile(const std::string &comman
 }
 
 // --- interfaces
-// -------------------------------------------------------------------------------------------------
 
 open_error_t Calls::nextInterface(std::uint32_t type, IfNum after, IfNum &next) const {
     const auto &all = model_.interfaces();
@@ -152,7 +149,6 @@ open_error_t Calls::openapiIfLinkStateGet(std::uint32_t ifNum, std::uint32_t &st
 }
 
 // --- forwarding database
-// ----------------------------------------------------------------------------------------
 
 open_error_t Calls::rpcclt_openapiFdbEntryNextGet(rpc::Filled &mac, std::uint32_t &vlanId,
                                                   std::uint32_t &ifNum, std::uint32_t &entryType) {
@@ -174,7 +170,6 @@ open_error_t Calls::rpcclt_openapiFdbEntryNextGet(rpc::Filled &mac, std::uint32_
 }
 
 // --- LLDP
-// -------------------------------------------------------------------------------------------------------
 
 open_error_t Calls::rpcclt_openapiLldpIntfNextGet(std::uint32_t ifNum, std::uint32_t &next) {
     return nextInterface(OPEN_INTF_TYPE_PHY, ifNum, next);
@@ -261,7 +256,6 @@ open_error_t Calls::rpcclt_openapiLldpIntfRemoteDevicePortDescGet(std::uint32_t 
 }
 
 // --- VLANs
-// ------------------------------------------------------------------------------------------------------
 
 open_error_t Calls::openapiVlanCreatedCheck(std::uint32_t vlanId) {
     return model_.hasVlan(vlanId) ? OPEN_E_NONE : OPEN_E_NOT_FOUND;
@@ -372,7 +366,6 @@ open_error_t Calls::rpcclt_openapiDot1qSwPortTaggedVlanListGet(std::uint32_t ifN
 }
 
 // --- link aggregation
-// -------------------------------------------------------------------------------------------
 
 open_error_t Calls::rpcclt_openapiLagMaxMemberCountGet(std::uint32_t &max) {
     max = model_.config().lagMembersMax;
@@ -408,7 +401,6 @@ open_error_t Calls::rpcclt_openapiLagStaticModeSet(std::uint32_t lagIfNum, std::
 }
 
 // --- 802.1X and PTP
-// ---------------------------------------------------------------------------------------------
 
 open_error_t Calls::rpcclt_openapiDot1xPortControlModeSet(std::uint32_t ifNum, std::uint32_t mode) {
     auto *found = model_.edit(ifNum);

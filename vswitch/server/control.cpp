@@ -114,7 +114,6 @@ CliSession &sessionOf(const Request &request) {
 }
 
 // --- operations
-// -------------------------------------------------------------------------------------------------
 
 json plug(const Request &r) {
     require(r.server.model().plug(deviceOf(r.body)), "cannot plug: name or address in use, or no such port");
@@ -249,7 +248,6 @@ json events(const Request &r) {
 }
 
 // --- tables
-// -----------------------------------------------------------------------------------------------------
 
 std::string nameOf(const Model &model, IfNum ifNum) {
     const auto *interface = model.interface(ifNum);
