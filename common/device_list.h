@@ -5,69 +5,110 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <forward_list>
+#include <iterator>
+#include <new>
+#include <optional>
+#include <utility>
 
-struct DeviceListNode {
-    void *data;
-    DeviceListNode *next;
+#include "common/if_num.h"
+#include "common/mac.h"
+
+namespace pavo {
+
+// Records are equal when they compare so (==). Positions count from 1 at the head.
+template <class Record>
+class DeviceList {
+  public:
+    std::size_t count() const { return count_; }
+    bool empty() const { return count_ == 0; }
+
+    // Puts the record at the head. False when there is no memory for it.
+    [[nodiscard]] bool push(Record record) {
+        try {
+            records_.push_front(std::move(record));
+        } catch (const std::bad_alloc &) {
+            return false;
+        }
+        ++count_;
+        return true;
+    }
+
+    // The record at position i; null past the end and for 0.
+    Record *at(std::size_t i) {
+        if (i == 0 || i > count_)
+            return nullptr;
+        auto record = records_.begin();
+        for (; i > 1; --i)
+            ++record;
+        return &*record;
+    }
+
+    // The first record equal to `key`, or null.
+    Record *find(const Record &key) {
+        for (Record &record : records_)
+            if (record == key)
+                return &record;
+        return nullptr;
+    }
+
+    // Takes the first record equal to `key` out of the list.
+    std::optional<Record> remove(const Record &key) {
+        std::optional<Record> removed;
+        removeWhere([&](Record &record) {
+            if (removed || !(record == key))
+                return false;
+            removed = std::move(record);
+            return true;
+        });
+        return removed;
+    }
+
+    // Asks isGone(record) once for every record from position 1 on and drops those it says yes to. A record
+    // that is pushed on the way is not asked about.
+    template <class IsGone>
+    void removeWhere(IsGone isGone) {
+        auto before = records_.before_begin();
+        for (auto record = records_.begin(); record != records_.end(); record = std::next(before)) {
+            if (isGone(*record)) {
+                records_.erase_after(before);
+                --count_;
+            } else {
+                before = record;
+            }
+        }
+    }
+
+    void clear() {
+        records_.clear();
+        count_ = 0;
+    }
+
+    auto begin() { return records_.begin(); }
+    auto end() { return records_.end(); }
+    auto begin() const { return records_.begin(); }
+    auto end() const { return records_.end(); }
+
+  private:
+    std::forward_list<Record> records_;
+    std::size_t count_ = 0;
 };
-
-// Records are plain pointers so that one list serves every family; the three functions know their type.
-struct DeviceList {
-    using FreeFn = void (*)(void *record);
-    using PrintFn = void (*)(const void *record);
-    using CompareFn = int (*)(const void *a, const void *b);  // 0 when equal
-
-    std::size_t count = 0;
-    DeviceListNode *head = nullptr;
-    DeviceListNode *tail = nullptr;
-    FreeFn freeRecord = nullptr;
-    PrintFn printRecord = nullptr;
-    CompareFn compare = nullptr;
-
-    // Where the last deviceListGet stopped: walking positions 1, 2, 3, ... costs one step each.
-    mutable std::size_t cursorPosition = 0;
-    mutable DeviceListNode *cursor = nullptr;
-    mutable DeviceListNode *cursorBefore = nullptr;
-};
-
-// Makes `list` empty with these functions. Whatever it held before is not freed.
-void deviceListInit(DeviceList *list, DeviceList::FreeFn freeRecord, DeviceList::PrintFn printRecord,
-                    DeviceList::CompareFn compare);
-
-// Puts `record` at the head; the list owns it from then on. 0, or -1 when the node cannot be allocated.
-int deviceListPush(DeviceList *list, void *record);
-
-// The record at position i, counted from 1 at the head; null past the end (and for 0).
-void *deviceListGet(const DeviceList *list, std::size_t i);
-
-// The first record equal to `key`, or null.
-void *deviceListFind(const DeviceList *list, const void *key);
-
-// Unlinks the first record equal to `key` and returns it: the caller's to free. Null when there is none.
-void *deviceListRemove(DeviceList *list, const void *key);
-
-// Unlinks the record at position i and returns it: the caller's to free. Null past the end.
-void *deviceListRemoveAt(DeviceList *list, std::size_t i);
-
-// Frees every record and node; the list is empty afterwards and keeps its functions.
-void deviceListTearDown(DeviceList *list);
 
 // 802.1X control mode of a record whose port's mode is not to be restored.
 inline constexpr std::uint32_t DEVICE_CONTROL_MODE_NONE = 5;
 
+// One detected device.
 struct DetectedDevice {
-    std::uint32_t port;         // ifNum on which the device was last seen
-    std::uint32_t type;         // device class or VLAN type, by family
-    std::uint32_t missCount;    // consecutive scans in which it was not seen
-    char mac[20];               // colon-separated hexadecimal, at most 18 characters copied
-    std::uint32_t controlMode;  // 802.1X port control mode to restore on leave; 5: none
+    IfNum port;                                            // on which it was last seen
+    std::uint32_t type = 0;                                // device class or VLAN type, by family
+    std::uint32_t missCount = 0;                           // consecutive scans in which it was not seen
+    Mac mac;                                               // spelled as the switch or the device does
+    std::uint32_t controlMode = DEVICE_CONTROL_MODE_NONE;  // 802.1X port control mode to restore on leave
+
+    // MAC address, capitals and all, and port.
+    bool operator==(const DetectedDevice &other) const { return mac == other.mac && port == other.port; }
 };
 
-// 0 when MAC text (case-sensitive) and port are equal; for DeviceList::compare.
-int detectedDeviceCompare(const void *a, const void *b);
-// For DeviceList::freeRecord of lists whose records come from `new DetectedDevice`.
-void detectedDeviceFree(void *record);
-// For DeviceList::printRecord: one DEBUG line.
-void detectedDevicePrint(const void *record);
+}  // namespace pavo
 
 #endif

@@ -19,10 +19,11 @@
 #include <string_view>
 #include <thread>
 
-#include "common/owners.h"
+#include "common/files.h"
 #include "platform/clock.h"
 #include "platform/paths.h"
 
+namespace pavo {
 namespace {
 
 constexpr int kLevelDefault = LOG_LEVEL_INFO;
@@ -253,7 +254,7 @@ void standardOutputWrite(std::string_view line) {
 
 void streamOpen(State &s) {
     s.byteCount = 0;
-    s.stream = fileOpen(platform::paths::kLogFile, "a+");
+    s.stream = openFile(platform::paths::kLogFile, "a+");
     struct stat info{};
     if (s.stream == nullptr)
         return;
@@ -265,7 +266,7 @@ void streamOpen(State &s) {
 
 void streamRotate(State &s) {
     s.stream.reset();
-    fileRemove(platform::paths::kLogFileOld);
+    removeFile(platform::paths::kLogFileOld);
     std::rename(platform::fsPath(platform::paths::kLogFile).c_str(),
                 platform::fsPath(platform::paths::kLogFileOld).c_str());
     streamOpen(s);
@@ -383,3 +384,5 @@ void devmgrLogClose() {
 int devmgrLogLevelGet() {
     return threshold();
 }
+
+}  // namespace pavo

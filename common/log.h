@@ -8,6 +8,13 @@
 #define PAVO_COMMON_LOG_H
 
 #include <cstdint>
+#include <source_location>
+#include <type_traits>
+
+#include "common/log_format.h"
+#include "common/where.h"
+
+namespace pavo {
 
 // Syslog priorities as used by devmgrLog.
 inline constexpr int LOG_LEVEL_ERROR = 3;
@@ -28,8 +35,8 @@ inline constexpr std::int32_t LOG_FACILITY_USER = 8;
 void devmgrLogOpen(std::int32_t sinks, std::int32_t facility, const char *identity);
 
 // Writes one message when `level` is at or below the threshold. Every format begins "[%s:%d] " with the
-// calling function and the source line as its arguments, and carries its own line end. Use the DEVMGR_LOG
-// macros.
+// calling function and the source line as its arguments, and carries its own line end. Use logError() and its
+// companions below.
 void devmgrLog(int level, const char *format, ...) __attribute__((format(printf, 2, 3)));
 
 // Closes what devmgrLogOpen and the first message opened; nothing when no message was logged since opening.
@@ -38,14 +45,66 @@ void devmgrLogClose();
 // The threshold in force, 0 to 9; 6 when unset.
 int devmgrLogLevelGet();
 
-// One message with the calling function and line in front: LOG_ERROR("[%s:%d] no %s\n", name). A macro,
-// because
-// __func__ and __LINE__ must be those of the caller.
-#define DEVMGR_LOG(level, format, ...) devmgrLog(level, format, __func__, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
-#define LOG_ERROR(...) DEVMGR_LOG(LOG_LEVEL_ERROR, __VA_ARGS__)
-#define LOG_WARN(...) DEVMGR_LOG(LOG_LEVEL_WARN, __VA_ARGS__)
-#define LOG_NOTE(...) DEVMGR_LOG(LOG_LEVEL_NOTICE, __VA_ARGS__)
-#define LOG_INFORM(...) DEVMGR_LOG(LOG_LEVEL_INFO, __VA_ARGS__)
-#define LOG_TRACE(...) DEVMGR_LOG(LOG_LEVEL_DEBUG, __VA_ARGS__)
+// --- typed messages
+//
+// logError("[%s:%d] no port %u\n", port): the function and line in front are those of the caller. The format
+// is checked against the arguments when it is compiled. Arguments are numbers, enumerations, strings and the
+// values of the field. With a Where in front, the line names that place instead: for helpers that report on
+// behalf of their caller.
+
+template <class... Args>
+struct LogMessage {
+    consteval LogMessage(const char *text, std::source_location at = std::source_location::current())
+        : format(text), where(at) {}
+
+    LogFormat<Args...> format;
+    Where where;
+};
+
+template <class... Args>
+void logAt(int level, const Where &where, std::type_identity_t<LogFormat<Args...>> format,
+           const Args &...args) {
+    if (format.text() != nullptr)
+        devmgrLog(level, format.text(), where.function(), where.line(), LogArgument<Args>(args).value()...);
+}
+
+template <class... Args>
+void logError(std::type_identity_t<LogMessage<Args...>> message, const Args &...args) {
+    logAt<Args...>(LOG_LEVEL_ERROR, message.where, message.format, args...);
+}
+template <class... Args>
+void logError(const Where &where, std::type_identity_t<LogFormat<Args...>> format, const Args &...args) {
+    logAt<Args...>(LOG_LEVEL_ERROR, where, format, args...);
+}
+
+template <class... Args>
+void logWarn(std::type_identity_t<LogMessage<Args...>> message, const Args &...args) {
+    logAt<Args...>(LOG_LEVEL_WARN, message.where, message.format, args...);
+}
+
+template <class... Args>
+void logNotice(std::type_identity_t<LogMessage<Args...>> message, const Args &...args) {
+    logAt<Args...>(LOG_LEVEL_NOTICE, message.where, message.format, args...);
+}
+
+template <class... Args>
+void logInfo(std::type_identity_t<LogMessage<Args...>> message, const Args &...args) {
+    logAt<Args...>(LOG_LEVEL_INFO, message.where, message.format, args...);
+}
+template <class... Args>
+void logInfo(const Where &where, std::type_identity_t<LogFormat<Args...>> format, const Args &...args) {
+    logAt<Args...>(LOG_LEVEL_INFO, where, format, args...);
+}
+
+template <class... Args>
+void logDebug(std::type_identity_t<LogMessage<Args...>> message, const Args &...args) {
+    logAt<Args...>(LOG_LEVEL_DEBUG, message.where, message.format, args...);
+}
+template <class... Args>
+void logDebug(const Where &where, std::type_identity_t<LogFormat<Args...>> format, const Args &...args) {
+    logAt<Args...>(LOG_LEVEL_DEBUG, where, format, args...);
+}
+
+}  // namespace pavo
 
 #endif

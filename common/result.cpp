@@ -1,18 +1,9 @@
 #include "common/result.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cstring>
 #include <iterator>
-#include <string>
 
-#include "common/log.h"
-#include "common/owners.h"
-#include "platform/paths.h"
-
+namespace pavo {
 namespace {
 
 struct CodeMessage {
@@ -92,40 +83,6 @@ constexpr CodeMessage kMessages[] = {
     {-7, "Failed to allocate memory"},
 };
 
-// Adds `item` to `obj`, which owns it from then on. False when memory runs out.
-bool adopt(cJSON *obj, const char *key, JsonPtr item) {
-    if (!cJSON_AddItemToObject(obj, key, item.get()))
-        return false;
-    static_cast<void>(item.release());
-    return true;
-}
-
-enum class Envelope { Built, NoRoot, NoResp, NoData };
-
-// The answer as an object; `data` under `key` when the code is 0 and a key is given.
-Envelope envelopeBuild(std::int32_t code, const char *key, const char *data, JsonPtr &root) {
-    root.reset(cJSON_CreateObject());
-    if (root == nullptr)
-        return Envelope::NoRoot;
-    JsonPtr resp(cJSON_CreateObject());
-    if (resp == nullptr || cJSON_AddNumberToObject(resp.get(), "respCode", code) == nullptr ||
-        cJSON_AddStringToObject(resp.get(), "respMsg", getErrMsg(code)) == nullptr ||
-        cJSON_AddStringToObject(resp.get(), "status", code == RESULT_SUCCESS ? "success" : "fail") == nullptr)
-        return Envelope::NoResp;
-    if (code == RESULT_SUCCESS && key != nullptr) {
-        JsonPtr parsed(cJSON_Parse(data));
-        if (parsed == nullptr || !adopt(root.get(), key, std::move(parsed)))
-            return Envelope::NoData;
-    }
-    return adopt(root.get(), "resp", std::move(resp)) ? Envelope::Built : Envelope::NoResp;
-}
-
-std::int32_t missingParameter(const cJSON *obj, const char *key) {
-    const TextPtr request(cJSON_Print(obj));
-    LOG_ERROR("[%s:%d] %s param error :%s\r\n", key, request != nullptr ? request.get() : "");
-    return RESULT_INVALID_ARGUMENT;
-}
-
 }  // namespace
 
 const char *getErrMsg(std::int32_t code) {
@@ -134,87 +91,4 @@ const char *getErrMsg(std::int32_t code) {
     return row != std::end(kMessages) ? row->text : "Error code unknown";
 }
 
-int responseJsonStr(std::int32_t code, const char *key, const char *data, char *out) {
-    JsonPtr root;
-    if (envelopeBuild(code, key, data, root) != Envelope::Built)
-        return -1;
-    const TextPtr text(cJSON_Print(root.get()));
-    if (text == nullptr) {
-        LOG_ERROR("[%s:%d] package response str error\r\n");
-        return -1;
-    }
-    std::memcpy(out, text.get(), std::strlen(text.get()));
-    return 0;
-}
-
-std::int32_t responseJsonRreallocStr(std::int32_t code, const char *key, const char *data, char **out) {
-    JsonPtr root;
-    switch (envelopeBuild(code, data != nullptr ? key : nullptr, data, root)) {
-        case Envelope::NoRoot:
-            LOG_ERROR("[%s:%d] [MEM] Failed to create root object\n");
-            return RESULT_FAILED;
-        case Envelope::NoResp:
-            LOG_ERROR("[%s:%d] [MEM] Failed to create resp object\n");
-            return RESULT_FAILED;
-        case Envelope::NoData:
-            LOG_ERROR("[%s:%d] [MEM] Failed to parse data JSON\n");
-            return RESULT_FAILED;
-        case Envelope::Built:
-            break;
-    }
-    char *const text = cJSON_Print(root.get());
-    if (text == nullptr) {
-        LOG_ERROR("[%s:%d] [MEM] Failed to print JSON\n");
-        return RESULT_FAILED;
-    }
-    std::free(*out);
-    *out = text;
-    return RESULT_SUCCESS;
-}
-
-std::int32_t responseJsonToStr(const cJSON *obj, char **out) {
-    *out = cJSON_Print(obj);
-    if (*out == nullptr) {
-        LOG_ERROR("[%s:%d] Response error\r\n");
-        return RESULT_FAILED;
-    }
-    return RESULT_SUCCESS;
-}
-
-std::int32_t getStrAndCpyTo(const cJSON *obj, const char *key, char *dst, std::size_t cap) {
-    const char *const text = cJSON_GetStringValue(cJSON_GetObjectItemCaseSensitive(obj, key));
-    if (text == nullptr)
-        return missingParameter(obj, key);
-    std::strncpy(dst, text, cap);
-    return RESULT_SUCCESS;
-}
-
-std::int32_t getIntAndCpyTo(const cJSON *obj, const char *key, std::int32_t *value) {
-    const cJSON *const item = cJSON_GetObjectItemCaseSensitive(obj, key);
-    if (!cJSON_IsNumber(item))
-        return missingParameter(obj, key);
-    *value = item->valueint;
-    return RESULT_SUCCESS;
-}
-
-cJSON *jsonFileLoad(const char *path) {
-    // Not to block: a FIFO in the place of the file would hold up the caller for ever.
-    const int fd = open(platform::fsPath(path).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    if (fd < 0)
-        return nullptr;
-    const FilePtr file(fdopen(fd, "r"));
-    if (file == nullptr) {
-        close(fd);
-        return nullptr;
-    }
-    struct stat info{};
-    if (fstat(fd, &info) != 0 || !S_ISREG(info.st_mode) || info.st_size <= 0)
-        return nullptr;
-    if (static_cast<std::size_t>(info.st_size) > JSON_FILE_MAX) {
-        LOG_ERROR("[%s:%d] file too large:%s\r\n", path);
-        return nullptr;
-    }
-    std::string text(static_cast<std::size_t>(info.st_size), '\0');
-    text.resize(std::fread(text.data(), 1, text.size(), file.get()));
-    return cJSON_Parse(text.c_str());
-}
+}  // namespace pavo

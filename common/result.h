@@ -1,48 +1,66 @@
-// Result codes, their messages, and the JSON envelope of every answer.
+// Result codes and their messages, and what the engine returns instead of a bare code.
 #ifndef PAVO_COMMON_RESULT_H
 #define PAVO_COMMON_RESULT_H
 
-#include <cjson/cJSON.h>
-
-#include <cstddef>
 #include <cstdint>
+#include <expected>
+#include <string>
+#include <utility>
 
-// The codes the code refers to by name; getErrMsg knows them all.
-inline constexpr std::int32_t RESULT_SUCCESS = 0;
-inline constexpr std::int32_t RESULT_FAILED = 10000;
-inline constexpr std::int32_t RESULT_INVALID_POINTER =
-    10002;  // also: a list or buffer could not be allocated
-inline constexpr std::int32_t RESULT_INVALID_ARGUMENT = 10003;
-inline constexpr std::int32_t RESULT_OUT_OF_MEMORY = 10005;
-inline constexpr std::int32_t RESULT_OPEN_FAILED = 10016;
-inline constexpr std::int32_t RESULT_CONFIG_INVALID = 17001;  // also: the profile is not configured
+namespace pavo {
+
+// The codes that the program refers to by name; getErrMsg knows them all. Codes of OpEN and of SQLite are
+// types of their own, see swapi/open_result.h and store/profile_db.h.
+enum class ResultCode : std::int32_t {
+    Success = 0,
+    Failed = 10000,
+    InvalidPointer = 10002,  // also: a list or buffer could not be allocated
+    InvalidArgument = 10003,
+    NotImplemented = 10004,
+    OutOfMemory = 10005,
+    NotExist = 10012,
+    OpenFailed = 10016,
+    TemplateInUse = 14101,
+    TypeDuplicated = 14102,
+    AvbOneVlan = 14103,
+    ShureOneVlan = 14106,
+    NameInUse = 14107,
+    ProfileUnsupported = 14108,
+    SmpteOneVlan = 14109,
+    ConfigInvalid = 17001,  // also: the profile is not configured
+};
 
 // The message of a code; static, never null. "Error code unknown" for a code in no row.
 const char *getErrMsg(std::int32_t code);
 
-// Builds the envelope for `code`, with the JSON text `data` under `key` when the code is 0 and a key is
-// given, and copies its characters, without a terminating zero, into `out`: the caller supplies a zeroed
-// buffer that is large enough. 0; -1 when the data does not parse or memory runs out.
-int responseJsonStr(std::int32_t code, const char *key, const char *data, char *out);
+// A failure that has been logged where it was detected. `reason` is for people, in addition to the code's
+// message; it may be empty.
+struct Failure {
+    ResultCode code = ResultCode::Failed;
+    std::string reason{};
+};
 
-// The same into newly allocated text: on success the text that *out pointed to (if any) is freed and *out
-// receives the new one, which the caller frees with free(). `data` is not freed. 0, or 10000 with *out as it
-// was.
-std::int32_t responseJsonRreallocStr(std::int32_t code, const char *key, const char *data, char **out);
+// A value, or why there is none.
+template <class T = void>
+class [[nodiscard]] Result : public std::expected<T, Failure> {
+  public:
+    using std::expected<T, Failure>::expected;
+};
 
-// Prints a built object; *out is the caller's to free. 0, or 10000 with *out null.
-std::int32_t responseJsonToStr(const cJSON *obj, char **out);
+// `return failed(ResultCode::NotExist)` from any function with a Result.
+inline std::unexpected<Failure> failed(ResultCode code, std::string reason = {}) {
+    return std::unexpected(Failure{code, std::move(reason)});
+}
 
-// Copies the text member `key` of a request, at most `cap` characters; not terminated when the value fills
-// `cap`. 0, or 10003 (logged with the whole request) when the member is missing or no text.
-std::int32_t getStrAndCpyTo(const cJSON *obj, const char *key, char *dst, std::size_t cap);
+// What an operation returns for it: the number of a code, 0 for a success.
+constexpr std::int32_t codeOf(ResultCode code) {
+    return static_cast<std::int32_t>(code);
+}
+template <class T>
+std::int32_t codeOf(const Result<T> &result) {
+    return codeOf(result ? ResultCode::Success : result.error().code);
+}
 
-// The integer member `key` of a request. 0, or 10003 (logged with the whole request) when it is missing.
-std::int32_t getIntAndCpyTo(const cJSON *obj, const char *key, std::int32_t *value);
-
-// Parses a whole file (a fixed path, see platform/paths.h). Null when it is missing, empty, larger than
-// JSON_FILE_MAX or does not parse; the caller owns the object (cJSON_Delete).
-inline constexpr std::size_t JSON_FILE_MAX = 4u << 20;
-cJSON *jsonFileLoad(const char *path);
+}  // namespace pavo
 
 #endif

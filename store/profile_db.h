@@ -1,109 +1,92 @@
 // The profile database: which VLAN belongs to which AV profile. SQLite file platform::paths::kProfileDb, one
 // table `vlanInfo`, one row per VLAN that a profile created.
 //
-// Every operation opens the file, runs one statement with a busy timeout of 3000 ms and closes it, so any
-// thread of any process may call any of them. A failure is logged once, with SQLite's message. Texts are
-// zero-terminated and cut to the widths below. "SQLite code" is SQLite's primary result code, 0 for success.
+// Every function opens the file, runs its statement with a busy timeout of 3000 ms and closes it, so any
+// thread of any process may call any of them. A failure is logged once, with SQLite's message, on behalf of
+// the operation that `where` names.
 #ifndef PAVO_STORE_PROFILE_DB_H
 #define PAVO_STORE_PROFILE_DB_H
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
+#include <expected>
+#include <optional>
+#include <source_location>
 #include <span>
+#include <string>
+#include <string_view>
+#include <vector>
 
-#include "platform/open_client.h"
+#include "common/vlan_id.h"
+#include "common/where.h"
 
+namespace pavo {
+
+// SQLite's primary result codes, 0 for success: a type of its own that does not mix with the program's result
+// codes.
+enum class SqliteCode : int { Ok = 0 };
+
+struct DbFailure {
+    SqliteCode code;
+    bool opened;  // false: the database could not be opened at all
+};
+
+// A value, or why there is none; the failure has been logged.
+template <class T = void>
+class [[nodiscard]] DbResult : public std::expected<T, DbFailure> {
+  public:
+    using std::expected<T, DbFailure>::expected;
+};
+
+// What an operation returns for it: the number of SQLite's code, 0 for a success.
+template <class T>
+int codeOf(const DbResult<T> &result) {
+    return result ? 0 : static_cast<int>(result.error().code);
+}
+
+// Widths of the columns, with the terminating zero; longer strings are cut when they are read.
 inline constexpr std::size_t VLAN_INFO_NAME_SIZE = 256;
 inline constexpr std::size_t VLAN_INFO_TYPE_SIZE = 256;
 inline constexpr std::size_t VLAN_INFO_COLOR_SIZE = 8;
 inline constexpr std::size_t VLAN_INFO_ROWS_MAX = 4096;
 
-struct VlanInfoRow {
-    std::int32_t id;        // VLAN id, 1 to 4094
-    std::int32_t vlanType;  // role within the profile
-    char profileName[VLAN_INFO_NAME_SIZE];
-    char profileType[VLAN_INFO_TYPE_SIZE];
-    char color[VLAN_INFO_COLOR_SIZE];  // "#rrggbb"
+struct ProfileRow {
+    std::int32_t id = 0;        // VLAN id, as it stands in the database
+    std::int32_t vlanType = 0;  // role within the profile
+    std::string profileName;
+    std::string profileType;
+    std::string color;  // "#rrggbb"
+
+    std::optional<VlanId> vlan() const { return VlanId::from(id); }
+    bool operator==(const ProfileRow &) const = default;
 };
 
-struct VlanInfoRowList {
-    std::int32_t count;
-    std::int32_t capacity;
-    VlanInfoRow *rows;
-};
+// VLAN 1 under the default profile, the seed of the table.
+ProfileRow defaultProfileRow();
 
-// Creates the table and its seed row (id 1, "Default"). 0 or the SQLite code. An existing table is a failure
-// after which the file is deleted, so that the next call creates it fresh.
-int vlanInfoTableCreate();
+// All rows in ascending order of id, at most VLAN_INFO_ROWS_MAX.
+DbResult<std::vector<ProfileRow>> readProfileRows(Where where = std::source_location::current());
+DbResult<std::optional<ProfileRow>> readProfileRow(std::int32_t id,
+                                                   Where where = std::source_location::current());
+// The rows of many VLANs by one connection, as they are at one moment, in the order of `ids`. A statement
+// that fails ends the look-up (logged once): the rows found until then are the answer.
+DbResult<std::vector<std::optional<ProfileRow>>> readProfileRowsOf(
+    std::span<const VlanId> ids, Where where = std::source_location::current());
+// Ids of the rows of a profile type, in SQLite's order. A type with a quote is refused.
+DbResult<std::vector<std::int32_t>> readIdsOfType(std::string_view profileType,
+                                                  Where where = std::source_location::current());
 
-// 0 when the file passes; 10000 otherwise, and then a file that is there is deleted.
-std::int32_t vlanInfoDbVerify();
+// Inserts the row or overwrites the one with its id.
+DbResult<> replaceProfileRow(const ProfileRow &row, Where where = std::source_location::current());
+DbResult<> deleteProfileRow(std::int32_t id, Where where = std::source_location::current());
 
-// Creates the table when the file is missing or empty; a file with content is not touched. For those who
-// write the database: the daemon at start, and profile operations.
-void vlanInfoDbEnsure();
+// Creates the table and its seed row when the file is missing or empty; a file with content is not touched.
+// For those who write the database: the daemon at start, and profile operations.
+void ensureProfileDb();
 
-// Insert; insert or overwrite by id. 0 or the SQLite code.
-int vlanInfoInsert(std::int32_t id, std::int32_t vlanType, const char *profileName, const char *profileType,
-                   const char *color);
-int vlanInfoReplace(std::int32_t id, std::int32_t vlanType, const char *profileName, const char *profileType,
-                    const char *color);
+// The row of that id among rows in ascending order of id, or null.
+const ProfileRow *findProfileRow(std::span<const ProfileRow> rows, std::int32_t id);
 
-// Changes the given fields of a row: vlanType 0 and null texts are kept. 0 or the SQLite code; a text with a
-// single quote, a statement of more than 255 characters and a call with nothing to change are SQLite errors.
-int vlanInfoUpdateByid(std::int32_t id, std::int32_t vlanType, const char *profileName,
-                       const char *profileType, const char *color);
-
-// 0 or the SQLite code; 0 also when the file cannot be opened or has no such row.
-int vlanInfoDeleteById(std::int32_t id);
-
-// Number of rows with that id (0 or 1; 0 on failure). The outputs that are given are filled when a row is
-// found.
-int vlanInfoSelectById(std::int32_t id, std::int32_t *vlanType, char profileName[VLAN_INFO_NAME_SIZE],
-                       char profileType[VLAN_INFO_TYPE_SIZE], char color[VLAN_INFO_COLOR_SIZE]);
-int vlanInfoSelectRowsById(std::int32_t id);
-
-// The rows of many ids by one connection, as they are at one moment: visit(i, row) with the position in
-// `ids`, in their order; ids without a row are passed over. `visit` must not write to the database. 0, or
-// 10000 when the file cannot be opened; a statement that fails ends the look-up (logged once).
-std::int32_t vlanInfoSelectByIds(std::span<const std::uint32_t> ids,
-                                 const std::function<void(std::size_t i, const VlanInfoRow &row)> &visit);
-
-// Fills the list with all rows, at most its capacity. Number of rows read, or -1.
-int vlanInfoSelectAll(VlanInfoRowList *list);
-
-// The first VLAN id of that profile type, other than `excluded`, that exists on the switch; 0 when none or on
-// failure.
-std::int32_t vlanInfoSelectHasofProfileType(openapiClientHandle_t *client, const char *profileType,
-                                            std::int32_t excluded);
-
-// The id of the first row with that type and role; 0 when none or on failure.
-std::int32_t vlanIdSelectByProfileTypeAndVlanType(const char *profileType, std::int32_t vlanType);
-
-// A list with room for VLAN_INFO_ROWS_MAX rows, zero-filled; null when memory runs out. Free accepts null.
-VlanInfoRowList *vlanInfoRowListCreate();
-void vlanInfoRowListFree(VlanInfoRowList *list);
-// Sorts by id, ascending.
-void vlanInfoRowListSort(VlanInfoRowList *list);
-// The row with that id of a sorted list, or null.
-VlanInfoRow *vlanInfoRowListFind(VlanInfoRowList *list, std::int32_t id);
-
-// The whole table as it was when this was made, for callers that ask about many VLANs. Empty when the
-// database cannot be read.
-class VlanInfoCache {
-  public:
-    VlanInfoCache();
-    VlanInfoCache(const VlanInfoCache &) = delete;
-    VlanInfoCache &operator=(const VlanInfoCache &) = delete;
-    ~VlanInfoCache() { vlanInfoRowListFree(rows_); }
-
-    const VlanInfoRow *find(std::uint32_t id) const {
-        return vlanInfoRowListFind(rows_, static_cast<std::int32_t>(id));
-    }
-
-  private:
-    VlanInfoRowList *rows_;
-};
+}  // namespace pavo
 
 #endif

@@ -3,16 +3,19 @@
 // "_".
 //
 // Paths are fixed paths (platform/paths.h). A name that is no plain file name ("/", control characters, ".",
-// "..", nothing at all) has no path: the helpers return an empty text, and the name counts as that of a
-// missing file. Any thread may call these operations.
+// "..", nothing at all) has no path: the helpers return an empty string, and the name counts as that of a
+// missing file. Any thread may call these functions.
 #ifndef PAVO_STORE_PROFILE_TEMPLATE_H
 #define PAVO_STORE_PROFILE_TEMPLATE_H
 
-#include <cjson/cJSON.h>
-
+#include <array>
+#include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
+
+namespace pavo {
 
 // The one shipped template whose file is not named by its type, PROFILE_TYPE_NAME_POLY.
 inline constexpr std::string_view PROFILE_TEMPLATE_FILE_POLY = "Poly_StudioNet_Modular_Room_Switch";
@@ -27,11 +30,44 @@ std::string profileTemplatePath(std::string_view typeName);
 // always were, and paths to 126.
 std::string profileTemplateUserPath(std::string_view typeName);
 
-// The parsed template of a type, the caller's to delete (cJSON_Delete). Null when the name is null or empty
-// or the file is missing or does not parse.
-cJSON *profileTemplateLoad(const char *typeName);
+// The keys that mean something to the switch.
+enum class TemplateKey : std::uint8_t {
+    Ptp,
+    PtpBoundaryClock,
+    Avb,
+    FlowControl,
+    Sonos,
+    Storm,
+    Stp,
+    Lldp,
+    Isdp,
+    Poe,
+    Qos,
+    Mtu,
+    QueryInterval,  // of the object "multicast"
+    Count
+};
 
-// The settings file that a profile keeps for one of its VLANs.
-std::string profileVlanConfigPath(std::int32_t vlanId);
+// What a template says under a key; Other is any value but true and false.
+enum class TemplateValue : std::uint8_t { Missing, False, True, Other };
+
+class ProfileTemplate {
+  public:
+    // Nothing when the text is no JSON. A value that is no object has no keys.
+    static std::optional<ProfileTemplate> parse(const std::string &text);
+
+    TemplateValue operator[](TemplateKey key) const { return values_[static_cast<std::size_t>(key)]; }
+    bool isTrue(TemplateKey key) const { return (*this)[key] == TemplateValue::True; }
+    bool isFalse(TemplateKey key) const { return (*this)[key] == TemplateValue::False; }
+    bool has(TemplateKey key) const { return (*this)[key] != TemplateValue::Missing; }
+
+  private:
+    std::array<TemplateValue, static_cast<std::size_t>(TemplateKey::Count)> values_{};
+};
+
+// The template of a type; nothing when the name is empty or the file is missing or does not parse.
+std::optional<ProfileTemplate> loadProfileTemplate(std::string_view typeName);
+
+}  // namespace pavo
 
 #endif

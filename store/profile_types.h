@@ -1,11 +1,14 @@
 // The profile types: one per AV ecosystem, known by its exact name, with what it asks of the switch. The
-// table is compiled in; what the user can see and change stands in the template of the type
-// (store/profile_template.h). Any thread may call these operations.
+// table is compiled in; what the user can see and change is in the template of the type
+// (store/profile_template.h). Any thread may call these functions.
 #ifndef PAVO_STORE_PROFILE_TYPES_H
 #define PAVO_STORE_PROFILE_TYPES_H
 
 #include <cstdint>
 #include <span>
+#include <string_view>
+
+namespace pavo {
 
 // The names that code refers to; the table knows them all.
 inline constexpr const char *PROFILE_TYPE_NAME_AES67 = "Audio AES67";
@@ -27,36 +30,35 @@ inline constexpr const char *PROFILE_TYPE_NAME_GD = "G&D KVM-over-IP";
 
 // Flags where nothing else is said: nonzero means wanted.
 struct ProfileTypeAttributes {
-    std::int32_t mtu;  // bytes; 0: the profile does not touch the MTU
-    std::int32_t modeA;
-    std::int32_t modeB;
-    std::int32_t polyProxyQuerier;
-    std::int32_t lightwareIgmp;
-    std::int32_t querierInterval;  // seconds; 0: no IGMP querier wanted
-    std::int32_t fastLeave;
-    std::int32_t harmanAcl;  // wanted when 1, on VLANs of type 3 only
-    std::int32_t etcVlan;
-    std::int32_t etcGlobal;
-    std::int32_t rstp;
-    std::int32_t macFilter;
-    std::int32_t pairA;  // two flags, one in each 16-bit half
-    std::int32_t pairB;
+    std::int32_t mtu = 0;  // bytes; 0: the profile does not touch the MTU
+    std::int32_t modeA = 0;
+    std::int32_t modeB = 0;
+    std::int32_t polyProxyQuerier = 0;
+    std::int32_t lightwareIgmp = 0;
+    std::int32_t querierInterval = 0;  // seconds; 0: no IGMP querier wanted
+    std::int32_t fastLeave = 0;
+    std::int32_t harmanAcl = 0;  // wanted when 1, on VLANs of type 3 only
+    std::int32_t etcVlan = 0;
+    std::int32_t etcGlobal = 0;
+    std::int32_t rstp = 0;
+    std::int32_t macFilter = 0;
+    std::int32_t pairA = 0;  // two flags, one in each 16-bit half
+    std::int32_t pairB = 0;
 
     bool operator==(const ProfileTypeAttributes &) const = default;
 };
 
-struct ProfileTypeEntry {
+struct ProfileType {
     const char *name;
     ProfileTypeAttributes attributes;
 };
 
-// All types, in the order of the look-up; the first exact match of a name counts.
-std::span<const ProfileTypeEntry> profileTypeTable();
+// All types, in the order of the look-up.
+std::span<const ProfileType> profileTypes();
 
-// The MTU of a type, 0 when it is not found. 0, or 10000 when there is no such type.
-std::int32_t profileTypeMtuGet(const char *typeName, std::int32_t *mtu);
+// The first type of exactly that name, or null.
+const ProfileType *findProfileType(std::string_view name);
 
-// The attributes of a type. 0, or 10000 with *attributes as it was when there is no such type.
-std::int32_t profileTypeAttrGet(const char *typeName, ProfileTypeAttributes *attributes);
+}  // namespace pavo
 
 #endif

@@ -1,0 +1,138 @@
+#include "common/files.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <utility>
+
+#include "common/log.h"
+#include "platform/paths.h"
+
+namespace pavo {
+namespace {
+
+int retryFlock(int fd, int operation) {
+    int result = 0;
+    do
+        result = flock(fd, operation);
+    while (result != 0 && errno == EINTR);
+    return result;
+}
+
+}  // namespace
+
+FilePtr openFile(const std::string &fixedPath, const char *mode) {
+    return FilePtr(std::fopen(platform::fsPath(fixedPath).c_str(), (std::string(mode) + "e").c_str()));
+}
+
+bool writeWhole(FilePtr file, std::string_view text) {
+    const bool written =
+        std::fwrite(text.data(), 1, text.size(), file.get()) == text.size() && std::fflush(file.get()) == 0;
+    return std::fclose(file.release()) == 0 && written;
+}
+
+std::optional<std::string> readFile(const std::string &fixedPath, std::size_t most, Where where) {
+    const int fd = open(platform::fsPath(fixedPath).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0)
+        return std::nullopt;
+    const FilePtr file(fdopen(fd, "r"));
+    struct stat info{};
+    if (file == nullptr || fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
+        if (file == nullptr)
+            close(fd);
+        return std::nullopt;
+    }
+    if (static_cast<std::size_t>(info.st_size) > most) {
+        logError(where, "[%s:%d] file too large:%s\r\n", fixedPath);
+        return std::nullopt;
+    }
+    std::string text(static_cast<std::size_t>(info.st_size), '\0');
+    text.resize(std::fread(text.data(), 1, text.size(), file.get()));
+    return text;
+}
+
+Result<> replaceFile(const std::string &fixedPath, std::string_view text, Where where) {
+    const std::string beside = fixedPath + ".new";
+    std::error_code ignored;
+    std::filesystem::create_directories(std::filesystem::path(platform::fsPath(fixedPath)).parent_path(),
+                                        ignored);
+    FilePtr file = openFile(beside, "w");
+    if (file == nullptr) {
+        logError(where, "[%s:%d] Open dir error...%s\r\n", beside);
+        return failed(ResultCode::Failed, "cannot write " + beside);
+    }
+    if (!writeWhole(std::move(file), text))
+        logError(where, "[%s:%d] Write file error...%s\r\n", beside);
+    else if (std::rename(platform::fsPath(beside).c_str(), platform::fsPath(fixedPath).c_str()) == 0)
+        return {};
+    else
+        logError(where, "[%s:%d] cannot replace %s: %s\r\n", fixedPath, std::strerror(errno));
+    removeFile(beside);
+    return failed(ResultCode::Failed, "cannot write " + fixedPath);
+}
+
+void removeFile(const std::string &fixedPath) {
+    unlink(platform::fsPath(fixedPath).c_str());
+}
+
+bool fileExists(const std::string &fixedPath) {
+    return access(platform::fsPath(fixedPath).c_str(), F_OK) == 0;
+}
+
+FileLock::FileLock(std::string fixedPath, Afterwards afterwards)
+    : path_(std::move(fixedPath)), afterwards_(afterwards) {
+    take();
+}
+
+FileLock::~FileLock() {
+    release();
+}
+
+// A holder may delete the file, so the lock can turn out to be on a file that is no longer the one the others
+// see: then it is worth nothing and is taken anew.
+void FileLock::take() {
+    for (;;) {
+        // No truncation and no link: the folders are open to everybody.
+        fd_ = open(platform::fsPath(path_).c_str(), O_CREAT | O_RDWR | O_CLOEXEC | O_NOFOLLOW,
+                   afterwards_ == Afterwards::Remove ? 0666 : 0600);
+        if (fd_ < 0) {
+            state_ = State::NotOpened;
+            return;
+        }
+        if (retryFlock(fd_, LOCK_EX) != 0) {
+            close(std::exchange(fd_, -1));
+            state_ = State::NotLocked;
+            return;
+        }
+        if (isCurrent()) {
+            state_ = State::Held;
+            return;
+        }
+        close(std::exchange(fd_, -1));
+    }
+}
+
+bool FileLock::isCurrent() const {
+    struct stat mine{};
+    struct stat seen{};
+    return fstat(fd_, &mine) == 0 && stat(platform::fsPath(path_).c_str(), &seen) == 0 &&
+           mine.st_dev == seen.st_dev && mine.st_ino == seen.st_ino;
+}
+
+bool FileLock::release() {
+    if (fd_ < 0)
+        return true;
+    // The file goes before the lock does: deleted later, it could be the next holder's.
+    if (afterwards_ == Afterwards::Remove)
+        removeFile(path_);
+    const bool unlocked = retryFlock(fd_, LOCK_UN) == 0;
+    close(std::exchange(fd_, -1));
+    return unlocked;
+}
+
+}  // namespace pavo

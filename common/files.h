@@ -1,0 +1,76 @@
+// Files under their fixed paths (platform/paths.h): owners, whole reads, replacing, locks.
+#ifndef PAVO_COMMON_FILES_H
+#define PAVO_COMMON_FILES_H
+
+#include <cstddef>
+#include <cstdio>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "common/result.h"
+#include "common/where.h"
+
+namespace pavo {
+
+struct FileCloser {
+    void operator()(std::FILE *file) const { std::fclose(file); }
+};
+using FilePtr = std::unique_ptr<std::FILE, FileCloser>;
+
+// fopen on a fixed path; null when it cannot be opened. No child of the program inherits the descriptor.
+FilePtr openFile(const std::string &fixedPath, const char *mode);
+
+// Writes, flushes and closes: each of the three can be the one that finds the disk full, which gives false.
+bool writeWhole(FilePtr file, std::string_view text);
+
+// A regular file as a whole, nothing when it cannot be opened or is no regular file. It does not block on a
+// pipe that stands in the file's place, and a file of more than `most` bytes is not read (logged).
+inline constexpr std::size_t kFileMax = 64u << 20;
+std::optional<std::string> readFile(const std::string &fixedPath, std::size_t most = kFileMax,
+                                    Where where = std::source_location::current());
+
+// Writes `text` beside the file and renames it into place, so that readers see the old or the new content.
+// Folders that are missing are made. Failed (logged) with the old content in place.
+Result<> replaceFile(const std::string &fixedPath, std::string_view text,
+                     Where where = std::source_location::current());
+
+// Deletes a file; one that is not there is no error.
+void removeFile(const std::string &fixedPath);
+
+bool fileExists(const std::string &fixedPath);
+
+// Holds an exclusive lock on a file, among threads and processes, for as long as it lives; waits for it. The
+// file is made when it is missing, no link is followed.
+class FileLock {
+  public:
+    // Whether the file is deleted before the lock is released.
+    enum class Afterwards { Keep, Remove };
+
+    explicit FileLock(std::string fixedPath, Afterwards afterwards = Afterwards::Keep);
+    ~FileLock();
+    FileLock(const FileLock &) = delete;
+    FileLock &operator=(const FileLock &) = delete;
+
+    // How taking it came out.
+    enum class State { Held, NotOpened, NotLocked };
+    State state() const { return state_; }
+    bool held() const { return state_ == State::Held; }
+
+    // Ends the lock before its time; false when it could not be released in good order.
+    bool release();
+
+  private:
+    void take();
+    bool isCurrent() const;
+
+    std::string path_;
+    Afterwards afterwards_;
+    State state_ = State::NotOpened;
+    int fd_ = -1;
+};
+
+}  // namespace pavo
+
+#endif

@@ -1,0 +1,30 @@
+// An IPv4 address or netmask.
+#ifndef PAVO_COMMON_IPV4_H
+#define PAVO_COMMON_IPV4_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace pavo {
+
+class Ipv4 {
+  public:
+    // 0.0.0.0.
+    constexpr Ipv4() = default;
+
+    // Four decimal numbers without leading zeros, joined by dots; nothing for any other text.
+    static std::optional<Ipv4> parse(std::string_view text);
+
+    std::string text() const;
+    bool isZero() const { return bits_ == 0; }
+    bool operator==(const Ipv4 &) const = default;
+
+  private:
+    std::uint32_t bits_ = 0;  // host byte order
+};
+
+}  // namespace pavo
+
+#endif

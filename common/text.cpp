@@ -1,0 +1,58 @@
+#include "common/text.h"
+
+#include <charconv>
+#include <system_error>
+
+namespace pavo {
+namespace {
+
+bool continuesCharacter(char c) {
+    return (static_cast<unsigned char>(c) & 0xc0) == 0x80;
+}
+
+// Length of the character that begins with this byte; 0 when none does.
+std::size_t characterLength(unsigned char first) {
+    if (first < 0x80)
+        return 1;
+    if (first >= 0xc2 && first < 0xe0)
+        return 2;
+    if (first >= 0xe0 && first < 0xf0)
+        return 3;
+    return first >= 0xf0 && first < 0xf5 ? 4 : 0;
+}
+
+}  // namespace
+
+std::string printable(std::string_view text) {
+    std::string out(text);
+    std::replace_if(out.begin(), out.end(), [](char c) { return (c >= 0 && c < 0x20) || c == 0x7f; }, '.');
+    return out;
+}
+
+std::string cutToBytes(std::string_view text, std::size_t most) {
+    if (text.size() <= most)
+        return std::string(text);
+    while (most > 0 && continuesCharacter(text[most]))
+        --most;
+    return std::string(text.substr(0, most));
+}
+
+bool isUtf8(std::string_view text) {
+    while (!text.empty()) {
+        const std::size_t length = characterLength(static_cast<unsigned char>(text[0]));
+        if (length == 0 || length > text.size() ||
+            !std::all_of(text.begin() + 1, text.begin() + static_cast<std::ptrdiff_t>(length),
+                         continuesCharacter))
+            return false;
+        text.remove_prefix(length);
+    }
+    return true;
+}
+
+std::uint32_t leadingNumber(std::string_view text) {
+    std::uint32_t number = 0;
+    const auto parsed = std::from_chars(text.data(), text.data() + text.size(), number);
+    return parsed.ec == std::errc::result_out_of_range ? UINT32_MAX : number;
+}
+
+}  // namespace pavo

@@ -1,0 +1,436 @@
+#include "swapi/switch.h"
+
+#include <algorithm>
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <utility>
+
+#include "common/files.h"
+#include "common/log.h"
+#include "platform/paths.h"
+#include "swapi/script_file.h"
+
+namespace pavo {
+namespace {
+
+constexpr std::size_t kVersionSize = 100;
+constexpr std::size_t kModelSize = 256;
+// What the switch OS has room for in a show capture, with the terminating zero.
+constexpr std::size_t kShowCommandSize = 255;
+constexpr std::size_t kShowFileSize = 96;
+// Larger answers are none: they would only cost memory.
+constexpr std::uint32_t kLldpTextMax = 64u << 10;
+constexpr std::uint32_t kVlanNameMax = 64u << 10;
+constexpr std::uint32_t kLagMembersMax = 4096;
+constexpr std::size_t kMemberRoom = 16;  // bytes for each member that a LAG can have
+constexpr std::size_t kVlanListMax = 4096;
+
+// The calls take strings that they only read as writable.
+open_buffdesc descriptorOf(const std::string &text) {
+    return {static_cast<std::uint32_t>(text.size() + 1), const_cast<char *>(text.c_str())};
+}
+
+// The answer of a call that fills a buffer of `size` bytes: read(descriptor).
+template <class Read>
+OpenResult<std::string> readText(std::size_t size, Read read) {
+    std::string text(size, '\0');
+    open_buffdesc descriptor{static_cast<std::uint32_t>(size), text.data()};
+    if (const open_error_t code = read(&descriptor); code != OPEN_E_NONE)
+        return std::unexpected(static_cast<OpenError>(code));
+    text.resize(strnlen(text.data(), size));
+    return text;
+}
+
+// The answer of a call that fills a number.
+template <class T = std::uint32_t, class Read>
+OpenResult<T> readNumber(Read read) {
+    std::uint32_t value = 0;
+    const open_error_t code = read(&value);
+    return openResult(code, static_cast<T>(value));
+}
+
+// Captures into files of fixed names wait for each other.
+class CaptureLock {
+  public:
+    explicit CaptureLock(const std::string &file) : lock_(mutexOf(file)) {}
+
+  private:
+    static std::mutex &mutexOf(const std::string &file) {
+        // Never destroyed: detached threads may capture while the process exits.
+        static auto &guard = *new std::mutex;
+        static auto &mutexes = *new std::map<std::string, std::mutex>;
+        const std::lock_guard lock(guard);
+        return mutexes[file];
+    }
+
+    std::unique_lock<std::mutex> lock_;
+};
+
+Result<> applied(open_error_t code, const Where &where) {
+    if (code == OPEN_E_NONE)
+        return {};
+    logError(where, "[%s:%d] Bad return code trying to apply the configuration. (result = %d)\n", code);
+    return failed(ResultCode::Failed, "the switch refused the configuration");
+}
+
+}  // namespace
+
+ScriptFiles ScriptFiles::forTag(const std::string &tag) {
+    const std::string folder = platform::paths::kScriptDir;
+    return {folder + "pavo_in_" + tag, folder + "pavo_out_" + tag};
+}
+
+std::string portCliName(IfNum port) {
+    return "0/" + std::to_string(port.number());
+}
+
+std::string lagCliName(std::uint32_t lagNumber) {
+    return "lag " + std::to_string(lagNumber);
+}
+
+// --- system
+
+OpenResult<> Switch::checkConnectivity() const {
+    return openResult(rpcclt_openapiConnectivityCheck(client_));
+}
+
+OpenResult<std::string> Switch::osVersion() const {
+    return readText(kVersionSize,
+                    [&](open_buffdesc *text) { return rpcclt_openapiNetworkOSVersionGet(client_, text); });
+}
+
+OpenResult<ApiVersion> Switch::apiVersion() const {
+    ApiVersion api;
+    const open_error_t code =
+        rpcclt_openapiApiVersionGet(client_, &api.release, &api.version, &api.maintenance, &api.build);
+    return openResult(code, api);
+}
+
+OpenResult<std::string> Switch::machineModel() const {
+    return readText(kModelSize, [&](open_buffdesc *text) {
+        return rpcclt_openapiSystemRegMachineModelGet(client_, text);
+    });
+}
+
+// --- configuration by CLI
+
+ScriptResult Switch::apply(std::string_view script, const ScriptFiles &files, Where where) const {
+    removeFile(files.in);
+    removeFile(files.out);
+    ScriptResult result;
+    if (const auto written = writeScriptFile(files.in, "w", script, where); !written)
+        result = std::unexpected(ScriptFailure{ScriptFailure::Step::Write, ResultCode::Failed});
+    else if (const auto done = applyFile(files.in, files.out, where); !done)
+        result = std::unexpected(ScriptFailure{ScriptFailure::Step::Apply, done.error().code});
+    removeFile(files.in);
+    removeFile(files.out);
+    return result;
+}
+
+Result<> Switch::applyFile(const std::string &in, const std::string &out, Where where) const {
+    logDebug(where, "[%s:%d] inputName=%s, outputName=%s\n", in, out);
+    open_buffdesc input = descriptorOf(in);
+    open_buffdesc output = descriptorOf(out);
+    return applied(rpcclt_openapiTxtCfgApply(client_, &input, &output), where);
+}
+
+Result<> Switch::applyFileNdc(const std::string &in, const std::string &out, Where where) const {
+    open_buffdesc input = descriptorOf(in);
+    open_buffdesc output = descriptorOf(out);
+    return applied(rpcclt_openapiTxtCfgNDCApply(client_, &input, &output), where);
+}
+
+Result<> Switch::captureShow(std::string_view command, const std::string &file, Where where) const {
+    const std::string shownCommand(command.substr(0, kShowCommandSize - 1));
+    const std::string shownFile = file.substr(0, kShowFileSize - 1);
+    removeFile(shownFile);  // no reader may take an earlier output for this one
+    open_buffdesc commandText = descriptorOf(shownCommand);
+    open_buffdesc fileText = descriptorOf(shownFile);
+    const open_error_t code = rpcclt_openapiCliShowExecuteToFile(client_, &commandText, &fileText);
+    if (code == OPEN_E_NONE)
+        return {};
+    logError(where, "[%s:%d] Execute show cmd faile, result:%d\r\n", code);
+    return failed(ResultCode::Failed, "the switch refused a show command");
+}
+
+Result<std::string> Switch::show(std::string_view command, const std::string &file, Where where,
+                                 LogFormat<std::string> cannotOpen) const {
+    const CaptureLock lock(file);
+    if (const auto captured = captureShow(command, file, where); !captured) {
+        removeFile(file);  // what a failed capture leaves behind is no answer
+        return std::unexpected(captured.error());
+    }
+    std::optional<std::string> text = readFile(file, kFileMax, where);
+    removeFile(file);
+    if (text)
+        return std::move(*text);
+    logError(where, cannotOpen, file);
+    return failed(ResultCode::OpenFailed, "the output of a show command cannot be read");
+}
+
+// --- interfaces
+
+OpenResult<IfNum> Switch::IfStep::operator()() {
+    std::uint32_t next = 0;
+    const auto number = static_cast<std::uint32_t>(type);
+    const open_error_t code = askFirst ? rpcclt_openapiIfFirstGet(client, number, &next)
+                                       : rpcclt_openapiIfNextGet(client, number, last.number(), &next);
+    askFirst = false;
+    if (code == OPEN_E_NONE && IfNum(next) <= last)
+        return std::unexpected(OpenError::Failed);
+    last = IfNum(next);
+    return openResult(code, last);
+}
+
+OpenResult<IfNum> Switch::firstInterface(IfType type) const {
+    return readNumber<IfNum>([&](std::uint32_t *ifNum) {
+        return rpcclt_openapiIfFirstGet(client_, static_cast<std::uint32_t>(type), ifNum);
+    });
+}
+
+OpenResult<std::uint32_t> Switch::interfaceType(IfNum ifNum) const {
+    return readNumber([&](std::uint32_t *type) { return openapiIfTypeGet(client_, ifNum.number(), type); });
+}
+
+OpenResult<AdminState> Switch::adminState(IfNum ifNum) const {
+    return readNumber<AdminState>(
+        [&](std::uint32_t *state) { return openapiIfAdminStateGet(client_, ifNum.number(), state); });
+}
+
+OpenResult<LagNumbering> Switch::lagNumbering() const {
+    const auto first = firstInterface(IfType::Lag);
+    return first ? OpenResult<LagNumbering>(LagNumbering{*first}) : std::unexpected(first.error());
+}
+
+OpenResult<std::uint32_t> Switch::lagMaxMembers() const {
+    const auto max =
+        readNumber([&](std::uint32_t *value) { return rpcclt_openapiLagMaxMemberCountGet(client_, value); });
+    if (max && *max > kLagMembersMax)
+        return std::unexpected(OpenError::Failed);
+    return max;
+}
+
+OpenResult<std::vector<IfNum>> Switch::lagMembers(IfNum lag, std::uint32_t max) const {
+    std::vector<std::uint32_t> room(
+        (std::min(max, kLagMembersMax) * kMemberRoom + 1) / sizeof(std::uint32_t) + 1);
+    open_buffdesc list{static_cast<std::uint32_t>(room.size() * sizeof room[0]),
+                       reinterpret_cast<char *>(room.data())};
+    std::uint32_t count = max;
+    if (const open_error_t code = rpcclt_openapiLagMembersGet(client_, lag.number(), &count, &list);
+        code != OPEN_E_NONE)
+        return std::unexpected(static_cast<OpenError>(code));
+    room.resize(std::min<std::size_t>(std::min(count, max), room.size()));
+    return std::vector<IfNum>(room.begin(), room.end());
+}
+
+OpenResult<> Switch::addLagPort(IfNum lag, IfNum port) const {
+    return openResult(rpcclt_openapiLagPortAdd(client_, lag.number(), port.number()));
+}
+
+OpenResult<> Switch::deleteLagPort(IfNum lag, IfNum port) const {
+    return openResult(rpcclt_openapiLagPortDelete(client_, lag.number(), port.number()));
+}
+
+OpenResult<> Switch::setLagStatic(IfNum lag, bool isStatic) const {
+    return openResult(
+        rpcclt_openapiLagStaticModeSet(client_, lag.number(), isStatic ? OPEN_ENABLE : OPEN_DISABLE));
+}
+
+// --- what the switch has learned
+
+OpenResult<FdbEntry> Switch::FdbStep::operator()() {
+    for (;;) {
+        open_buffdesc text{static_cast<std::uint32_t>(mac_.size()), mac_.data()};
+        std::uint32_t ifNum = 0;
+        std::uint32_t entryType = 0;
+        const auto before = mac_;
+        if (const open_error_t code =
+                rpcclt_openapiFdbEntryNextGet(client_, &text, &vlan_, &ifNum, &entryType);
+            code != OPEN_E_NONE)
+            return std::unexpected(static_cast<OpenError>(code));
+        mac_.back() = '\0';
+        if (vlan_ == lastVlan_ && std::strcmp(before.data(), mac_.data()) == 0)
+            return std::unexpected(OpenError::Failed);
+        lastVlan_ = vlan_;
+        if (const auto mac = Mac::parse(mac_.data()))
+            return FdbEntry{*mac, VlanId::from(vlan_), IfNum(ifNum)};
+        logError("[%s:%d] '%s' in the forwarding table is no MAC address\n", std::string(mac_.data()));
+    }
+}
+
+OpenResult<IfNum> Switch::LldpIfStep::operator()() {
+    std::uint32_t next = 0;
+    const open_error_t code = rpcclt_openapiLldpIntfNextGet(client, last.number(), &next);
+    if (code == OPEN_E_NONE && IfNum(next) <= last)
+        return std::unexpected(OpenError::Failed);
+    last = IfNum(next);
+    return openResult(code, last);
+}
+
+OpenResult<NeighbourKey> Switch::NeighbourStep::operator()() {
+    NeighbourKey next = last;
+    const open_error_t code = rpcclt_openapiLldpIntfRemoteDeviceNextGet(client, next.port.number(),
+                                                                        &next.remIndex, &next.timeStamp);
+    if (code == OPEN_E_NONE && next == last)
+        return std::unexpected(OpenError::Failed);
+    last = next;
+    return openResult(code, next);
+}
+
+OpenResult<std::uint32_t> Switch::lldpTextSize() const {
+    const auto size =
+        readNumber([&](std::uint32_t *length) { return rpcclt_openapiLldpMgmtStrLenGet(client_, length); });
+    if (size && (*size == 0 || *size > kLldpTextMax))
+        return std::unexpected(OpenError::Failed);
+    return size;
+}
+
+OpenResult<std::string> Switch::neighbourText(const NeighbourKey &key, NeighbourField field,
+                                              std::uint32_t size) const {
+    return readText(size, [&](open_buffdesc *text) {
+        const std::uint32_t port = key.port.number();
+        std::uint32_t subtype = 0;
+        switch (field) {
+            case NeighbourField::ChassisId:
+                return rpcclt_openapiLldpIntfRemoteDeviceChassisIdGet(client_, port, key.remIndex,
+                                                                      key.timeStamp, &subtype, text);
+            case NeighbourField::PortId:
+                return rpcclt_openapiLldpIntfRemoteDevicePortIdGet(client_, port, key.remIndex, key.timeStamp,
+                                                                   &subtype, text);
+            case NeighbourField::SystemName:
+                return rpcclt_openapiLldpIntfRemoteDeviceSystemNameGet(client_, port, key.remIndex,
+                                                                       key.timeStamp, text);
+            case NeighbourField::SystemDesc:
+                return rpcclt_openapiLldpIntfRemoteDeviceSystemDescGet(client_, port, key.remIndex,
+                                                                       key.timeStamp, text);
+            case NeighbourField::PortDesc:
+                return rpcclt_openapiLldpIntfRemoteDevicePortDescGet(client_, port, key.remIndex,
+                                                                     key.timeStamp, text);
+        }
+        return open_error_t{OPEN_E_PARAM};
+    });
+}
+
+// --- VLANs
+
+OpenResult<VlanId> Switch::VlanStep::operator()() {
+    std::uint32_t next = 0;
+    const open_error_t code = rpcclt_openapiVlanNextGet(client, last, &next);
+    if (code != OPEN_E_NONE)
+        return std::unexpected(static_cast<OpenError>(code));
+    const auto id = VlanId::from(next);
+    if (next <= last || !id)
+        return std::unexpected(OpenError::Failed);
+    last = next;
+    return *id;
+}
+
+OpenResult<> Switch::checkVlan(VlanId id) const {
+    return openResult(openapiVlanCreatedCheck(client_, id.number()));
+}
+
+bool Switch::isStaticVlan(VlanId id) const {
+    return openapiVlanIsStatic(client_, id.number()) > 0;
+}
+
+OpenResult<std::uint32_t> Switch::vlanNameSize() const {
+    return readNumber([&](std::uint32_t *length) { return rpcclt_openapiVlanNameLenGet(client_, length); });
+}
+
+OpenResult<std::string> Switch::vlanName(VlanId id, std::uint32_t size) const {
+    return readText(std::min(size, kVlanNameMax), [&](open_buffdesc *name) {
+        return rpcclt_openapiVlanNameGet(client_, id.number(), name);
+    });
+}
+
+OpenResult<> Switch::deleteVlan(VlanId id) const {
+    return openResult(rpcclt_openapiVlanDelete(client_, id.number()));
+}
+
+OpenResult<VlanId> Switch::pvid(IfNum ifNum) const {
+    const auto number =
+        readNumber([&](std::uint32_t *id) { return openapiVlanIfPvidGet(client_, ifNum.number(), id); });
+    if (!number)
+        return std::unexpected(number.error());
+    const auto id = VlanId::from(*number);
+    return id ? OpenResult<VlanId>(*id) : std::unexpected(OpenError::Failed);
+}
+
+OpenResult<Tagging> Switch::tagging(IfNum ifNum, VlanId id) const {
+    return readNumber<Tagging>([&](std::uint32_t *mode) {
+        return openapiVlanIfTaggingGet(client_, ifNum.number(), id.number(), mode);
+    });
+}
+
+OpenResult<Participation> Switch::participation(IfNum ifNum, VlanId id) const {
+    return readNumber<Participation>([&](std::uint32_t *mode) {
+        return rpcclt_openapiVlanIfCurrentParticipationGet(client_, id.number(), ifNum.number(), mode);
+    });
+}
+
+OpenResult<std::vector<VlanId>> Switch::taggedVlans(IfNum ifNum) const {
+    std::array<std::uint16_t, kVlanListMax> numbers{};
+    open_buffdesc list{sizeof numbers, reinterpret_cast<char *>(numbers.data())};
+    if (const open_error_t code = rpcclt_openapiDot1qSwPortTaggedVlanListGet(client_, ifNum.number(), &list);
+        code != OPEN_E_NONE)
+        return std::unexpected(static_cast<OpenError>(code));
+    std::vector<VlanId> ids;
+    for (std::size_t i = 0; i < std::min(list.size / sizeof numbers[0], numbers.size()); ++i)
+        if (const auto id = VlanId::from(numbers[i]))
+            ids.push_back(*id);
+    return ids;
+}
+
+OpenResult<> Switch::setPvid(IfNum ifNum, VlanId id) const {
+    return openResult(rpcclt_openapiVlanIfPvidSet(client_, ifNum.number(), id.number()));
+}
+
+OpenResult<> Switch::setTagging(IfNum ifNum, VlanId id, Tagging tagging) const {
+    return openResult(rpcclt_openapiVlanIfTaggingSet(client_, ifNum.number(), id.number(),
+                                                     static_cast<std::uint32_t>(tagging)));
+}
+
+OpenResult<> Switch::setParticipation(IfNum ifNum, VlanId id, Participation participation) const {
+    return openResult(rpcclt_openapiVlanIfParticipationSet(client_, id.number(), ifNum.number(),
+                                                           static_cast<std::uint32_t>(participation)));
+}
+
+// --- 802.1X, PTP, spanning tree
+
+OpenResult<> Switch::setPortControl(IfNum port, PortControl control) const {
+    return openResult(
+        rpcclt_openapiDot1xPortControlModeSet(client_, port.number(), static_cast<std::uint32_t>(control)));
+}
+
+OpenResult<PortControl> Switch::portControl(IfNum port) const {
+    return readNumber<PortControl>([&](std::uint32_t *mode) {
+        return rpcclt_openapiDot1xPortControlModeGet(client_, port.number(), mode);
+    });
+}
+
+OpenResult<> Switch::setPtpTc(bool on) const {
+    return openResult(rpcclt_openapiPtpTcAdminModeSet(client_, on ? OPEN_ENABLE : OPEN_DISABLE));
+}
+
+OpenResult<bool> Switch::ptpTc() const {
+    return readNumber<bool>(
+        [&](std::uint32_t *mode) { return rpcclt_openapiPtpTcAdminModeGet(client_, mode); });
+}
+
+OpenResult<> Switch::setPortPtpTc(IfNum port, bool on) const {
+    return openResult(
+        rpcclt_openapiPtpTcIntfAdminModeSet(client_, port.number(), on ? OPEN_ENABLE : OPEN_DISABLE));
+}
+
+OpenResult<bool> Switch::dot1as() const {
+    return readNumber<bool>([&](std::uint32_t *mode) { return rpcclt_openapiDot1asModeGet(client_, mode); });
+}
+
+OpenResult<std::uint32_t> Switch::mstPriority(std::uint32_t instance) const {
+    return readNumber([&](std::uint32_t *priority) {
+        return rpcclt_openapiStpMstBridgePriorityGet(client_, instance, priority);
+    });
+}
+
+}  // namespace pavo

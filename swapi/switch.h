@@ -1,0 +1,248 @@
+// The switch as the program sees it: the one place that makes OpEN calls.
+//
+// A Switch is a view on a client handle, and as cheap to copy: the handle outlives it. Any thread may use it.
+// Reads and settings return the code of the OpEN call and log nothing; their callers do, in their own words.
+// What takes a `where` reports its failures itself, on behalf of the operation that `where` names.
+#ifndef PAVO_SWAPI_SWITCH_H
+#define PAVO_SWAPI_SWITCH_H
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <expected>
+#include <optional>
+#include <source_location>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "common/if_num.h"
+#include "common/log_format.h"
+#include "common/mac.h"
+#include "common/result.h"
+#include "common/vlan_id.h"
+#include "common/where.h"
+#include "platform/open_client.h"
+#include "swapi/open_result.h"
+#include "swapi/walk.h"
+
+namespace pavo {
+
+enum class IfType : std::uint32_t { Port = OPEN_INTF_TYPE_PHY, Lag = OPEN_INTF_TYPE_LAG };
+
+enum class Participation : std::uint32_t {
+    Include = OPEN_VLAN_PARTICIPATION_MODE_INCLUDE,  // a static member
+    Exclude = OPEN_VLAN_PARTICIPATION_MODE_EXCLUDE,
+    Auto = OPEN_VLAN_PARTICIPATION_MODE_AUTO,  // the switch decides
+};
+
+enum class Tagging : std::uint32_t { Untagged = 0, Tagged = 1 };
+
+enum class AdminState : std::uint32_t { Disabled = OPEN_DISABLE, Enabled = OPEN_ENABLE };
+
+// 802.1X port control.
+enum class PortControl : std::uint32_t {
+    ForceUnauthorized = OPEN_DOT1X_FORCE_UNAUTHORIZED,
+    Auto = OPEN_DOT1X_AUTO,
+    ForceAuthorized = OPEN_DOT1X_FORCE_AUTHORIZED,
+    None = OPEN_DOT1X_NA,  // port control does not apply
+};
+
+struct ApiVersion {
+    std::uint32_t release = 0;
+    std::uint32_t version = 0;
+    std::uint32_t maintenance = 0;
+    std::uint32_t build = 0;
+};
+
+// An address in the forwarding table.
+struct FdbEntry {
+    Mac mac;
+    std::optional<VlanId> vlan;
+    IfNum port;  // port or LAG it was learned on
+};
+
+// A neighbour that LLDP has heard, by the key of its table.
+struct NeighbourKey {
+    IfNum port;
+    std::uint32_t remIndex = 0;
+    std::uint32_t timeStamp = 0;
+
+    bool operator==(const NeighbourKey &) const = default;
+};
+
+enum class NeighbourField { ChassisId, PortId, SystemName, SystemDesc, PortDesc };
+
+// The numbers of LAGs: 1 for the first LAG interface, and so on.
+struct LagNumbering {
+    IfNum first;
+
+    std::uint32_t numberOf(IfNum lag) const { return lag.number() - first.number() + 1; }
+};
+
+// The two files of a CLI script (fixed paths): what is applied, and what the CLI prints.
+struct ScriptFiles {
+    std::string in;
+    std::string out;
+
+    // "pavo_in_" and "pavo_out_" followed by the tag, in the folder for scripts.
+    static ScriptFiles forTag(const std::string &tag);
+};
+
+// How far a script got that failed.
+struct ScriptFailure {
+    enum class Step { Write, Apply };
+    Step step;
+    ResultCode code;
+};
+using ScriptResult = std::expected<void, ScriptFailure>;
+
+inline constexpr LogFormat<std::string> kCannotOpenFile = "[%s:%d] can not open file:%s\r\n";
+
+class Switch {
+  public:
+    // Implicit: whoever has a handle has a switch.
+    Switch(openapiClientHandle_t *client) : client_(client) {}
+
+    openapiClientHandle_t *handle() const { return client_; }
+
+    // --- system
+
+    OpenResult<> checkConnectivity() const;
+    OpenResult<std::string> osVersion() const;
+    OpenResult<ApiVersion> apiVersion() const;
+    OpenResult<std::string> machineModel() const;
+
+    // --- configuration by CLI
+
+    // Writes the script, applies it and deletes both files, whatever comes of it; the files are also deleted
+    // before. Failures are logged. What the CLI printed is not looked at.
+    [[nodiscard]] ScriptResult apply(std::string_view script, const ScriptFiles &files,
+                                     Where where = std::source_location::current()) const;
+    // Only the second of these steps, for a script that is in its file.
+    Result<> applyFile(const std::string &in, const std::string &out,
+                       Where where = std::source_location::current()) const;
+    // The same through the switch OS's second apply entry.
+    Result<> applyFileNdc(const std::string &in, const std::string &out,
+                          Where where = std::source_location::current()) const;
+
+    // What a show command prints. It is captured into `file` (a fixed path), which is deleted before and
+    // after; captures into one file wait for each other within the process. Failed when the switch refuses,
+    // OpenFailed (with the message `cannotOpen`) when the output is not to be had.
+    Result<std::string> show(std::string_view command, const std::string &file,
+                             Where where = std::source_location::current(),
+                             LogFormat<std::string> cannotOpen = kCannotOpenFile) const;
+    // Only the capture. Commands are cut to 254 characters and paths to 95, as the switch has room for.
+    Result<> captureShow(std::string_view command, const std::string &file,
+                         Where where = std::source_location::current()) const;
+
+    // --- interfaces, ascending
+
+    auto ports() const { return Walk(IfStep{client_, IfType::Port, IfNum{}, true}); }
+    auto lags() const { return Walk(IfStep{client_, IfType::Lag, IfNum{}, true}); }
+    // LAGs by the walk's next call alone, which asks once less.
+    auto lagsByNext() const { return Walk(IfStep{client_, IfType::Lag, IfNum{}, false}); }
+    OpenResult<IfNum> firstInterface(IfType type) const;
+    OpenResult<std::uint32_t> interfaceType(IfNum ifNum) const;
+    OpenResult<AdminState> adminState(IfNum ifNum) const;
+
+    OpenResult<LagNumbering> lagNumbering() const;
+    OpenResult<std::uint32_t> lagMaxMembers() const;
+    // In ascending order; `max` is lagMaxMembers().
+    OpenResult<std::vector<IfNum>> lagMembers(IfNum lag, std::uint32_t max) const;
+    OpenResult<> addLagPort(IfNum lag, IfNum port) const;
+    OpenResult<> deleteLagPort(IfNum lag, IfNum port) const;
+    OpenResult<> setLagStatic(IfNum lag, bool isStatic) const;
+
+    // --- what the switch has learned
+
+    // In the order of MAC address, then VLAN. An entry whose address is no MAC address is passed over
+    // (logged).
+    auto forwardingTable() const { return Walk(FdbStep(client_)); }
+
+    auto lldpInterfaces() const { return Walk(LldpIfStep{client_, IfNum{}}); }
+    auto neighbours(IfNum port) const { return Walk(NeighbourStep{client_, NeighbourKey{port, 0, 0}}); }
+    // Room that the strings of neighbours need; Failed when the switch names a size that no string has.
+    OpenResult<std::uint32_t> lldpTextSize() const;
+    // `size` is lldpTextSize().
+    OpenResult<std::string> neighbourText(const NeighbourKey &key, NeighbourField field,
+                                          std::uint32_t size) const;
+
+    // --- VLANs
+
+    auto vlans() const { return Walk(VlanStep{client_, 0}); }
+    OpenResult<> checkVlan(VlanId id) const;
+    Presence vlanPresence(VlanId id) const { return presenceOf(checkVlan(id)); }
+    // False also when the switch does not answer.
+    bool isStaticVlan(VlanId id) const;
+    OpenResult<std::uint32_t> vlanNameSize() const;
+    // `size` is vlanNameSize().
+    OpenResult<std::string> vlanName(VlanId id, std::uint32_t size) const;
+    OpenResult<> deleteVlan(VlanId id) const;
+
+    OpenResult<VlanId> pvid(IfNum ifNum) const;
+    OpenResult<Tagging> tagging(IfNum ifNum, VlanId id) const;
+    // What is in effect at present.
+    OpenResult<Participation> participation(IfNum ifNum, VlanId id) const;
+    // Ascending.
+    OpenResult<std::vector<VlanId>> taggedVlans(IfNum ifNum) const;
+    // These are accepted at once and show when they have taken effect; see swapi/vlan_membership.h.
+    OpenResult<> setPvid(IfNum ifNum, VlanId id) const;
+    OpenResult<> setTagging(IfNum ifNum, VlanId id, Tagging tagging) const;
+    OpenResult<> setParticipation(IfNum ifNum, VlanId id, Participation participation) const;
+
+    // --- 802.1X, PTP, spanning tree
+
+    OpenResult<> setPortControl(IfNum port, PortControl control) const;
+    OpenResult<PortControl> portControl(IfNum port) const;
+    OpenResult<> setPtpTc(bool on) const;
+    OpenResult<bool> ptpTc() const;
+    OpenResult<> setPortPtpTc(IfNum port, bool on) const;
+    OpenResult<bool> dot1as() const;
+    OpenResult<std::uint32_t> mstPriority(std::uint32_t instance) const;
+
+  private:
+    struct IfStep {
+        openapiClientHandle_t *client;
+        IfType type;
+        IfNum last;
+        bool askFirst;  // begin with the call for the first interface
+        OpenResult<IfNum> operator()();
+    };
+    struct LldpIfStep {
+        openapiClientHandle_t *client;
+        IfNum last;
+        OpenResult<IfNum> operator()();
+    };
+    struct NeighbourStep {
+        openapiClientHandle_t *client;
+        NeighbourKey last;
+        OpenResult<NeighbourKey> operator()();
+    };
+    struct VlanStep {
+        openapiClientHandle_t *client;
+        std::uint32_t last;
+        OpenResult<VlanId> operator()();
+    };
+    class FdbStep {
+      public:
+        explicit FdbStep(openapiClientHandle_t *client) : client_(client) {}
+        OpenResult<FdbEntry> operator()();
+
+      private:
+        openapiClientHandle_t *client_;
+        std::array<char, 100> mac_{};
+        std::uint32_t vlan_ = 0;
+        std::uint32_t lastVlan_ = 0;
+    };
+
+    openapiClientHandle_t *client_;
+};
+
+// The name of an interface in CLI scripts: "0/5", "lag 2".
+std::string portCliName(IfNum port);
+std::string lagCliName(std::uint32_t lagNumber);
+
+}  // namespace pavo
+
+#endif

@@ -1,0 +1,28 @@
+// The VLAN of a profile type, as the profile database and the switch have it. Any thread may call this.
+#ifndef PAVO_VLAN_PROFILE_VLAN_H
+#define PAVO_VLAN_PROFILE_VLAN_H
+
+#include <cstdint>
+#include <source_location>
+#include <string_view>
+
+#include "swapi/switch.h"
+
+namespace pavo {
+
+// Unknown when the database or the switch could not be asked; `vlan` counts when it is Present.
+struct ProfileVlan {
+    Presence presence = Presence::Absent;
+    VlanId vlan{};
+};
+
+// The first VLAN of that profile type, other than `excluded`, that exists on the switch.
+ProfileVlan findVlanOfProfileType(Switch sw, std::string_view profileType, VlanId excluded,
+                                  Where where = std::source_location::current());
+
+// The same as an operation: the VLAN id; 0 when there is none or it could not be asked for.
+std::int32_t vlanInfoSelectHasofProfileType(Switch sw, const char *profileType, std::int32_t excluded);
+
+}  // namespace pavo
+
+#endif
