@@ -57,8 +57,8 @@ Result<> readAddress(Switch sw, const AddressFields &fields, Where where) {
     const auto address = readManagementAddress(sw, where);
     if (!address)
         return std::unexpected(address.error());
-    if (fields.vlan != nullptr && address->vlan)
-        *fields.vlan = *address->vlan;
+    if (fields.vlan != nullptr)
+        *fields.vlan = address->vlan.value_or(*fields.vlan);
     fillText(fields.method, address->method);
     fillText(fields.ip, address->ip);
     fillText(fields.mask, address->mask);
