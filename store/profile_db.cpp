@@ -338,7 +338,7 @@ DbResult<> createProfileDb(Where where) {
     }
     sync();
     if (!replaceProfileRow(defaultProfileRow(), where))
-        logAt<>(LOG_LEVEL_WARN, where, "[%s:%d] vlanInfo seed Default profile failed (id=1)\r\n");
+        logWarn(where, "[%s:%d] vlanInfo seed Default profile failed (id=1)\r\n");
     logInfo(where, "[%s:%d] vlanInfo database table created successfully\r\n");
     return {};
 }

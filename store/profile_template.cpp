@@ -100,4 +100,14 @@ std::optional<ProfileTemplate> loadProfileTemplate(std::string_view typeName) {
     return std::nullopt;
 }
 
+const ProfileTemplate *ProfileTemplateCache::find(const std::string &typeName) {
+    auto known = templates_.find(typeName);
+    if (known == templates_.end()) {
+        if (templates_.size() >= namesMax_)
+            return nullptr;
+        known = templates_.emplace(typeName, loadProfileTemplate(typeName)).first;
+    }
+    return known->second ? &*known->second : nullptr;
+}
+
 }  // namespace pavo

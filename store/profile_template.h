@@ -11,6 +11,8 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -71,6 +73,19 @@ class ProfileTemplate {
 
 // The template of a type; nothing when the name is empty or the file is missing or does not parse.
 std::optional<ProfileTemplate> loadProfileTemplate(std::string_view typeName);
+
+// The templates of types, each loaded once. For one thread.
+class ProfileTemplateCache {
+  public:
+    explicit ProfileTemplateCache(std::size_t namesMax = SIZE_MAX) : namesMax_(namesMax) {}
+
+    // Null when the type has no template, and for a new name when the cache knows as many as it may.
+    const ProfileTemplate *find(const std::string &typeName);
+
+  private:
+    std::size_t namesMax_;
+    std::map<std::string, std::optional<ProfileTemplate>, std::less<>> templates_;
+};
 
 }  // namespace pavo
 
