@@ -25,9 +25,9 @@ struct VlanRouting {
 
 // What a VLAN was before the profile.
 struct VlanHistory {
-    bool created = true;                    // the profile created the VLAN
-    std::string oldName;                    // its name on the switch before; empty: the default one
-    std::optional<VlanRouting> oldRouting;  // its VLAN interface before, once the profile has changed that
+    bool created = true;                      // the profile created the VLAN
+    std::string oldName{};                    // its name on the switch before; empty: the default one
+    std::optional<VlanRouting> oldRouting{};  // its VLAN interface before, once the profile has changed that
 
     bool operator==(const VlanHistory &) const = default;
 };
