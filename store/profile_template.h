@@ -14,6 +14,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace pavo {
 
@@ -25,6 +26,9 @@ std::string profileTemplateFileName(std::string_view typeName);
 
 // Where the template of a type is read from; names are cut to 255 characters.
 std::string profileTemplatePath(std::string_view typeName);
+
+// The paths under which the template of a type may be found, in the order in which they are tried.
+std::vector<std::string> profileTemplateCandidates(std::string_view typeName);
 
 // Where the template operations create, edit and delete; names are cut to 31 characters, as users' templates
 // always were, and paths to 126.
