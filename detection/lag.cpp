@@ -32,14 +32,6 @@ Result<IfNum> findLag(Switch sw, const Where &where, Wanted wanted) {
     return IfNum();
 }
 
-std::optional<VlanId> readPvid(Switch sw, IfNum ifNum, const Where &where) {
-    const auto pvid = sw.pvid(ifNum);
-    if (pvid)
-        return *pvid;
-    logError(where, "[%s:%d] Bad return code trying to get PVID. (result = %d)\n", pvid.error());
-    return std::nullopt;
-}
-
 }  // namespace
 
 Result<IfNum> phyPortLagNumGet(Switch sw, IfNum port) {
@@ -57,7 +49,7 @@ Result<IfNum> freeLagFind(Switch sw) {
 }
 
 void ifUntaggedSet(Switch sw, IfNum ifNum, VlanId vlan) {
-    const auto pvid = readPvid(sw, ifNum, std::source_location::current());
+    const auto pvid = readPvid(sw, ifNum);
     if (!pvid || (*pvid != vlan && !setParticipationAndVerify(sw, ifNum, *pvid, Participation::Auto)) ||
         !setParticipationAndVerify(sw, ifNum, vlan, Participation::Include))
         return;
@@ -65,7 +57,7 @@ void ifUntaggedSet(Switch sw, IfNum ifNum, VlanId vlan) {
 }
 
 void ifUntaggingClear(Switch sw, IfNum ifNum) {
-    const auto pvid = readPvid(sw, ifNum, std::source_location::current());
+    const auto pvid = readPvid(sw, ifNum);
     if (!pvid || !setParticipationAndVerify(sw, ifNum, *pvid, Participation::Auto) ||
         !setParticipationAndVerify(sw, ifNum, kDefaultVlan, Participation::Include))
         return;

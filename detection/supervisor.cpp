@@ -21,7 +21,7 @@ Supervisor::Supervisor(openapiClientHandle_t *client, ThreadCreate create,
         threads_.emplace_back(row);
 }
 
-bool Supervisor::create(Thread *thread, const LogFormat<> &failure, const Where &where) {
+bool Supervisor::createThread(Thread *thread, const LogFormat<> &failure, const Where &where) {
     // Marked before the thread exists: it may end before `create_` returns.
     thread->row->running->store(1);
     if (create_(&thread->id, thread->attributes->get(), thread->row->entry, client_) == 0)
@@ -35,7 +35,7 @@ bool Supervisor::start() {
     for (Thread &thread : threads_)
         thread.attributes.emplace();
     for (Thread &thread : threads_)
-        if (!create(&thread, thread.row->notCreated, std::source_location::current()))
+        if (!createThread(&thread, thread.row->notCreated, std::source_location::current()))
             return false;
     return true;
 }
@@ -50,7 +50,7 @@ bool Supervisor::pass() {
             platform::sleepFor(row.restartPause);
             thread.attributes.emplace();
         }
-        if (!create(&thread, row.notRecreated, std::source_location::current()))
+        if (!createThread(&thread, row.notRecreated, std::source_location::current()))
             return false;
     }
     return true;

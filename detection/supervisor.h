@@ -42,7 +42,7 @@ class Supervisor {
     };
 
     // Creates the thread and logs `failure` when that fails. False when the daemon does not go on then.
-    bool create(Thread *thread, const LogFormat<> &failure, const Where &where);
+    bool createThread(Thread *thread, const LogFormat<> &failure, const Where &where);
 
     openapiClientHandle_t *client_;
     ThreadCreate create_;
