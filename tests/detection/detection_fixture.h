@@ -20,16 +20,11 @@ class DetectionTest : public SwitchTest {
         // Made once: creating it flushes the whole machine's disks.
         static std::string database;
         if (database.empty()) {
-            ASSERT_EQ(vlanInfoTableCreate(), 0);
+            ensureProfileDb();
             database = readFile(platform::paths::kProfileDb);
         }
         writeText(platform::paths::kProfileDb, database);
     }
-    void TearDown() override {
-        deviceListTearDown(&list);
-        SwitchTest::TearDown();
-    }
-
     // The thread of a family; from now on the test moves the clock.
     void start(void *(*entry)(void *)) {
         platform::manual_clock::setAutoAdvance(false);
@@ -47,9 +42,10 @@ class DetectionTest : public SwitchTest {
 
     // A profile's VLAN in the database.
     static void profileStore(int vlan, const char *type) {
-        ASSERT_EQ(vlanInfoReplace(vlan, 1, "test", type, "#112233"), 0);
+        ASSERT_TRUE(replaceProfileRow(
+            {.id = vlan, .vlanType = 1, .profileName = "test", .profileType = type, .color = "#112233"}));
     }
-    static void profileRemove(int vlan) { ASSERT_EQ(vlanInfoDeleteById(vlan), 0); }
+    static void profileRemove(int vlan) { ASSERT_TRUE(deleteProfileRow(vlan)); }
 
     std::size_t systemLogged(const std::string &part) { return occurrences(systemLog(), part); }
 
@@ -77,14 +73,19 @@ class DetectionTest : public SwitchTest {
         return out;
     }
 
-    DeviceList list{};  // what the family under test knows
+    // Whether every line names a function of the program: not what the compiler calls a lambda, nor a helper that
+    // several operations share.
+    static void expectOperationsNamed() {
+        const std::string text = log();
+        EXPECT_FALSE(text.empty());
+        for (const char *name : {"operator", "lambda", "(anonymous", "runLoop", "updateDevices", "applyScript",
+                                 "AndVerify", "findLag", "::"})
+            EXPECT_EQ(occurrences(text, std::string("[") + name) + occurrences(text, std::string(name) + ":"), 0u)
+                << name;
+    }
+
     pthread_t thread{};
 };
-
-template <class Record>
-Record *recordAt(const DeviceList &list, std::size_t i) {
-    return static_cast<Record *>(deviceListGet(&list, i));
-}
 
 }  // namespace test_support
 
