@@ -257,6 +257,10 @@ TEST_F(AudacThreadTest, EndsWithTheProfileAndTakesEveryDeviceOut) {
     EXPECT_EQ(logged("User already delete AUDAC profile, AudacLookup exit!\r\n"), 1u);
     EXPECT_EQ(logged("(ERROR)"), 1u);  // the repair
 
+    EXPECT_EQ(functionsLogged(),
+              "audacLookup audacOfflineCli audacOnlineCli audacValidityCheck detect_audac_thread "
+              "findAudioDevices findControlUnits repairAudacLink scanAudacDevices ");
+
     // With no profile there is no first sleep either.
     start(detect_audac_thread);
     join();

@@ -217,6 +217,8 @@ TEST_F(LightwareTest, NeighbourTextsOfAnyLengthAndContent) {
         scans();
     }
     EXPECT_LE(list.count(), 3u);
+    EXPECT_EQ(functionsLogged(),
+              "freeLagFind ifTaggingClear lightwareLookup lightwareOfflineCli lightwareOnlineCli ");
     unplug("uplink1");
     EXPECT_EQ(scans(2), "");
     EXPECT_TRUE(logLinesIntact());
@@ -270,8 +272,7 @@ TEST_F(LightwareTest, ASlowSwitch) {
     clk::advance(10s);
     EXPECT_EQ(links(), "1@49! ");
     const auto lag = model([](vswitch::Model &m) { return *m.interface(kLag); });
-    EXPECT_EQ(lag.vlans.at(kTaggedVlan),
-              (vswitch::Membership{OPEN_VLAN_PARTICIPATION_MODE_INCLUDE}));
+    EXPECT_EQ(lag.vlans.at(kTaggedVlan), (vswitch::Membership{OPEN_VLAN_PARTICIPATION_MODE_INCLUDE}));
     EXPECT_EQ(lag.pvid, 1u);
     // Going offline says so, for LAG and port, and does all its steps.
     disconnect(1);
