@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Builds and runs every test: plain, under the address and undefined-behaviour sanitizers, under the thread sanitizer.
-#   ./test.sh            all of them
-#   ./test.sh dev asan   only these presets
+# Checks the sources (scripts/lint.sh), then builds and runs every test: plain, under the address and undefined-behaviour
+# sanitizers, and under the thread sanitizer.
+#   ./test.sh            all of it
+#   ./test.sh dev asan   only these presets, after the check of the sources
 set -uo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"
 scripts/install-packages.sh || exit 1
@@ -11,9 +12,9 @@ presets=("$@")
 [ ${#presets[@]} -eq 0 ] && presets=(dev asan tsan)
 
 failed=0
-echo "== format"
-if ! git ls-files '*.h' '*.cpp' | xargs clang-format-19 --dry-run --Werror; then
-    echo "clang-format would change the files above"
+echo "== lint"
+if ! scripts/lint.sh; then
+    echo "FAILED: lint"
     failed=1
 fi
 for preset in "${presets[@]}"; do
@@ -24,5 +25,5 @@ for preset in "${presets[@]}"; do
         failed=1
     fi
 done
-[ $failed -eq 0 ] && echo "All tests passed: ${presets[*]}"
+[ $failed -eq 0 ] && echo "All tests passed: lint ${presets[*]}"
 exit $failed

@@ -9,11 +9,13 @@
 
 namespace {
 
+using namespace pavo;
+
 constexpr const char *kMac = "00:1B:92:02:00:01";
 
 void logLine(benchmark::State &state) {
     for (auto _ : state)
-        LOG_INFORM("[%s:%d] AudacLookup: Added VLAN association MAC %s to VLAN %d\r\n", kMac, 20);
+        logInfo("[%s:%d] AudacLookup: Added VLAN association MAC %s to VLAN %d\r\n", kMac, 20);
 }
 
 void logBareLine(benchmark::State &state) {

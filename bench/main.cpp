@@ -12,7 +12,7 @@
 #include "bench/ratio.h"
 #include "common/log.h"
 #include "platform/paths.h"
-#include "store/profile_db.h"
+#include "store/profile_db_ops.h"
 
 namespace {
 
@@ -103,7 +103,7 @@ void counterRatio(std::string what, std::string of, std::string to, std::string 
 
 void freshTable() {
     std::filesystem::remove(platform::fsPath(platform::paths::kProfileDb));
-    vlanInfoTableCreate();
+    pavo::vlanInfoTableCreate();
 }
 
 }  // namespace bench
@@ -117,7 +117,7 @@ int main(int argc, char **argv) {
     setenv("PAVO_ROOT", root.c_str(), 1);
     std::filesystem::create_directories(root + "/tmp");
     std::filesystem::create_directories(root + "/mnt/application/pavo/tmp");
-    devmgrLogOpen(LOG_SINK_FILE, LOG_FACILITY_USER, "pavo_bench");
+    pavo::devmgrLogOpen(pavo::LOG_SINK_FILE, pavo::LOG_FACILITY_USER, "pavo_bench");
     benchmark::Initialize(&argc, argv);
     Reporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);

@@ -81,6 +81,10 @@ template <class... Args>
 void logWarn(std::type_identity_t<LogMessage<Args...>> message, const Args &...args) {
     logAt<Args...>(LOG_LEVEL_WARN, message.where, message.format, args...);
 }
+template <class... Args>
+void logWarn(const Where &where, std::type_identity_t<LogFormat<Args...>> format, const Args &...args) {
+    logAt<Args...>(LOG_LEVEL_WARN, where, format, args...);
+}
 
 template <class... Args>
 void logNotice(std::type_identity_t<LogMessage<Args...>> message, const Args &...args) {

@@ -4,8 +4,8 @@ namespace pavo {
 namespace {
 
 constexpr std::size_t kTextSize = 17;
-constexpr int kDigits = 12;
-constexpr int kAddressBits = 48;
+constexpr std::size_t kDigits = 12;
+constexpr std::size_t kAddressBits = 48;
 
 }  // namespace
 
@@ -41,11 +41,11 @@ std::optional<Mac> Mac::parse(std::string_view text) {
 
 std::string Mac::text() const {
     std::string out(kTextSize, ':');
-    for (int digit = 0; digit < kDigits; ++digit) {
+    for (std::size_t digit = 0; digit < kDigits; ++digit) {
         const auto value = static_cast<int>(bits_ >> (kAddressBits - 4 * (digit + 1)) & 0xf);
         const bool capital = (bits_ >> (kAddressBits + kDigits - 1 - digit) & 1) != 0;
         const int letter = (capital ? 'A' : 'a') + value - 10;
-        out[static_cast<std::size_t>(digit + digit / 2)] =
+        out[digit + digit / 2] =
             static_cast<char>(value < 10 ? '0' + value : letter);
     }
     return out;

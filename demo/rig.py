@@ -9,6 +9,8 @@ import time
 
 TREE = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 TEMPLATES = "/usr/local/appmgr/usr/share/pavo/profileTemplate"
+# Where the build puts each program.
+FOLDERS = {"vswitchd": "vswitch", "vswitchctl": "vswitch", "pavo_detection": "detection", "pavoctl": "ctl", "frames": "lab"}
 
 
 class Failure(Exception):
@@ -33,9 +35,7 @@ class Rig:
         return os.path.join(self.root, fixed.lstrip("/"))
 
     def program(self, name):
-        folder = {"vswitchd": "vswitch", "vswitchctl": "vswitch", "pavo_detection": "detection",
-                  "pavoctl": "ctl"}[name]
-        return os.path.join(self.build, folder, name)
+        return os.path.join(self.build, FOLDERS[name], name)
 
     # --- processes
 

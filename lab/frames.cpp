@@ -27,6 +27,8 @@
 #include <system_error>
 #include <vector>
 
+#include "platform/version.h"
+
 #ifndef PACKET_IGNORE_OUTGOING
 #define PACKET_IGNORE_OUTGOING 23
 #endif
@@ -453,6 +455,7 @@ void sendRaw(const std::string &interface, std::istream &in) {
 
 int run(int argc, char **argv) {
     CLI::App app{"frames - numbered Ethernet frames, sent, counted or given byte by byte"};
+    app.set_version_flag("--version", std::string("frames ") + pavoVersion());
     app.require_subcommand(1);
 
     SendOptions out;

@@ -449,8 +449,6 @@ class Capture:
 class LabRig(Rig):
     """Switch and daemon in the namespace of the switch, on real interfaces."""
 
-    FOLDERS = {"frames": "lab"}
-
     def __init__(self, build, root, ports, lags=8, scale=1):
         super().__init__(build, root, scale)
         self.ports = ports
@@ -458,11 +456,6 @@ class LabRig(Rig):
         self.started = {}  # name -> arguments
         self.kept = set()  # names that a Keeper looks after
         self.lock = threading.RLock()
-
-    def program(self, name):
-        if name in self.FOLDERS:
-            return os.path.join(self.build, self.FOLDERS[name], name)
-        return super().program(name)
 
     def start(self, name, *arguments):
         with self.lock, open(self.path(f"tmp/{name}.out"), "ab") as output:

@@ -4,6 +4,9 @@
 // Every function opens the file, runs its statement with a busy timeout of 3000 ms and closes it, so any
 // thread of any process may call any of them. A failure is logged once, with SQLite's message, on behalf of
 // the operation that `where` names.
+//
+// Statements are at most 255 bytes long and strings are substituted into them as they are, except by insert
+// and replace: one that is longer, or with a quote in a string, is refused like a faulty one.
 #ifndef PAVO_STORE_PROFILE_DB_H
 #define PAVO_STORE_PROFILE_DB_H
 
@@ -17,6 +20,7 @@
 #include <string_view>
 #include <vector>
 
+#include "common/result.h"
 #include "common/vlan_id.h"
 #include "common/where.h"
 
@@ -64,21 +68,42 @@ struct ProfileRow {
 // VLAN 1 under the default profile, the seed of the table.
 ProfileRow defaultProfileRow();
 
-// All rows in ascending order of id, at most VLAN_INFO_ROWS_MAX.
+// All rows, at most VLAN_INFO_ROWS_MAX: in ascending order of id, or in SQLite's.
 DbResult<std::vector<ProfileRow>> readProfileRows(Where where = std::source_location::current());
+DbResult<std::vector<ProfileRow>> readProfileRowsUnsorted(Where where = std::source_location::current());
 DbResult<std::optional<ProfileRow>> readProfileRow(std::int32_t id,
                                                    Where where = std::source_location::current());
 // The rows of many VLANs by one connection, as they are at one moment, in the order of `ids`. A statement
 // that fails ends the look-up (logged once): the rows found until then are the answer.
 DbResult<std::vector<std::optional<ProfileRow>>> readProfileRowsOf(
     std::span<const VlanId> ids, Where where = std::source_location::current());
-// Ids of the rows of a profile type, in SQLite's order. A type with a quote is refused.
+// Ids of the rows of a profile type, and of those with a role within it, in SQLite's order.
 DbResult<std::vector<std::int32_t>> readIdsOfType(std::string_view profileType,
                                                   Where where = std::source_location::current());
+DbResult<std::vector<std::int32_t>> readIdsOfTypeAndRole(std::string_view profileType, std::int32_t vlanType,
+                                                         Where where = std::source_location::current());
 
+DbResult<> insertProfileRow(const ProfileRow &row, Where where = std::source_location::current());
 // Inserts the row or overwrites the one with its id.
 DbResult<> replaceProfileRow(const ProfileRow &row, Where where = std::source_location::current());
 DbResult<> deleteProfileRow(std::int32_t id, Where where = std::source_location::current());
+
+// The fields of a row that are to change. An update of none is refused by SQLite.
+struct ProfileRowChange {
+    std::int32_t vlanType = 0;  // 0: kept
+    std::optional<std::string_view> profileName;
+    std::optional<std::string_view> profileType;
+    std::optional<std::string_view> color;
+};
+DbResult<> updateProfileRow(std::int32_t id, const ProfileRowChange &change,
+                            Where where = std::source_location::current());
+
+// Creates the table and its seed row. An existing table is a failure; after any the file is deleted, so that
+// the next call creates it fresh.
+DbResult<> createProfileDb(Where where = std::source_location::current());
+
+// Failed when the file is not there or is no sound database with the table in it; then it is deleted.
+Result<> verifyProfileDb(Where where = std::source_location::current());
 
 // Creates the table and its seed row when the file is missing or empty; a file with content is not touched.
 // For those who write the database: the daemon at start, and profile operations.

@@ -57,6 +57,9 @@ struct ProfileDemand {
     bool operator==(const ProfileDemand &) const = default;
 };
 
+// Only what the template (null: none) and the name of a type say.
+ProfileDemand templateDemand(std::string_view typeName, const ProfileTemplate *fromTemplate);
+
 // What a type wants for a VLAN whose role in the profile is `vlanType`. Without a template only what the
 // table and the name say; a type that is not in the table has what its template and its name say.
 ProfileDemand profileDemand(std::string_view typeName, std::int32_t vlanType,

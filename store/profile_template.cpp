@@ -2,10 +2,12 @@
 
 #include <algorithm>
 
-#include "common/result.h"
+#include "common/files.h"
+#include "common/json.h"
 #include "platform/paths.h"
 #include "store/profile_types.h"
 
+namespace pavo {
 namespace {
 
 constexpr std::size_t kNameMax = 255;
@@ -14,8 +16,7 @@ constexpr std::size_t kUserPathMax = 126;
 
 bool isPlainFileName(std::string_view name) {
     return !name.empty() && name != "." && name != ".." &&
-           std::none_of(name.begin(), name.end(),
-                        [](unsigned char c) { return c == '/' || c < 0x20 || c == 0x7f; });
+           std::ranges::none_of(name, [](unsigned char c) { return c == '/' || c < 0x20 || c == 0x7f; });
 }
 
 std::string templatePath(std::string_view typeName, std::size_t nameMax) {
@@ -23,11 +24,41 @@ std::string templatePath(std::string_view typeName, std::size_t nameMax) {
     return isPlainFileName(name) ? platform::paths::kProfileTemplateDir + name : std::string();
 }
 
+struct KeyName {
+    TemplateKey key;
+    const char *name;
+    const char *object = nullptr;  // of which it is a member; null: of the template itself
+};
+
+constexpr KeyName kKeyNames[] = {
+    {.key = TemplateKey::Ptp, .name = "PTP"},
+    {.key = TemplateKey::PtpBoundaryClock, .name = "PTP-BC"},
+    {.key = TemplateKey::Avb, .name = "AVB"},
+    {.key = TemplateKey::FlowControl, .name = "flowControl"},
+    {.key = TemplateKey::Sonos, .name = "Sonos"},
+    {.key = TemplateKey::Storm, .name = "storm"},
+    {.key = TemplateKey::Stp, .name = "STP"},
+    {.key = TemplateKey::Lldp, .name = "LLDP"},
+    {.key = TemplateKey::Isdp, .name = "ISDP"},
+    {.key = TemplateKey::Poe, .name = "poe"},
+    {.key = TemplateKey::Qos, .name = "qos"},
+    {.key = TemplateKey::Mtu, .name = "MTU"},
+    {.key = TemplateKey::QueryInterval, .name = "queryInterval", .object = "multicast"},
+};
+
+TemplateValue valueOf(const cJSON *item) {
+    if (item == nullptr)
+        return TemplateValue::Missing;
+    if (cJSON_IsBool(item))
+        return cJSON_IsTrue(item) ? TemplateValue::True : TemplateValue::False;
+    return TemplateValue::Other;
+}
+
 }  // namespace
 
 std::string profileTemplateFileName(std::string_view typeName) {
     std::string name(typeName);
-    std::replace(name.begin(), name.end(), ' ', '_');
+    std::ranges::replace(name, ' ', '_');
     return name;
 }
 
@@ -35,23 +66,48 @@ std::string profileTemplatePath(std::string_view typeName) {
     return templatePath(typeName, kNameMax);
 }
 
+std::vector<std::string> profileTemplateCandidates(std::string_view typeName) {
+    std::vector<std::string> paths;
+    if (std::string path = profileTemplatePath(typeName); !path.empty())
+        paths.push_back(std::move(path));
+    // A user's own template of the type goes before the shipped one.
+    if (typeName == PROFILE_TYPE_NAME_POLY)
+        paths.push_back(profileTemplatePath(PROFILE_TEMPLATE_FILE_POLY));
+    return paths;
+}
+
 std::string profileTemplateUserPath(std::string_view typeName) {
     return templatePath(typeName, kUserNameMax).substr(0, kUserPathMax);
 }
 
-cJSON *profileTemplateLoad(const char *typeName) {
-    if (typeName == nullptr)
-        return nullptr;
-    const auto load = [](const std::string &path) {
-        return path.empty() ? nullptr : jsonFileLoad(path.c_str());
-    };
-    cJSON *const found = load(profileTemplatePath(typeName));
-    // A user's own template of the type goes before the shipped one.
-    if (found == nullptr && std::string_view(typeName) == PROFILE_TYPE_NAME_POLY)
-        return load(profileTemplatePath(PROFILE_TEMPLATE_FILE_POLY));
-    return found;
+std::optional<ProfileTemplate> ProfileTemplate::parse(const std::string &text) {
+    const JsonPtr json(cJSON_Parse(text.c_str()));
+    if (json == nullptr)
+        return std::nullopt;
+    ProfileTemplate out;
+    for (const KeyName &row : kKeyNames) {
+        const cJSON *const object = row.object != nullptr ? member(json.get(), row.object) : json.get();
+        out.values_[static_cast<std::size_t>(row.key)] = valueOf(member(object, row.name));
+    }
+    return out;
 }
 
-std::string profileVlanConfigPath(std::int32_t vlanId) {
-    return std::string(platform::paths::kVlanProfileConfigDir) + "/" + std::to_string(vlanId);
+std::optional<ProfileTemplate> loadProfileTemplate(std::string_view typeName) {
+    for (const std::string &path : profileTemplateCandidates(typeName))
+        if (const auto text = readFile(path, JSON_FILE_MAX))
+            if (auto parsed = ProfileTemplate::parse(*text))
+                return parsed;
+    return std::nullopt;
 }
+
+const ProfileTemplate *ProfileTemplateCache::find(const std::string &typeName) {
+    auto known = templates_.find(typeName);
+    if (known == templates_.end()) {
+        if (templates_.size() >= namesMax_)
+            return nullptr;
+        known = templates_.emplace(typeName, loadProfileTemplate(typeName)).first;
+    }
+    return known->second ? &*known->second : nullptr;
+}
+
+}  // namespace pavo

@@ -11,9 +11,12 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace pavo {
 
@@ -25,6 +28,9 @@ std::string profileTemplateFileName(std::string_view typeName);
 
 // Where the template of a type is read from; names are cut to 255 characters.
 std::string profileTemplatePath(std::string_view typeName);
+
+// The paths under which the template of a type may be found, in the order in which they are tried.
+std::vector<std::string> profileTemplateCandidates(std::string_view typeName);
 
 // Where the template operations create, edit and delete; names are cut to 31 characters, as users' templates
 // always were, and paths to 126.
@@ -67,6 +73,19 @@ class ProfileTemplate {
 
 // The template of a type; nothing when the name is empty or the file is missing or does not parse.
 std::optional<ProfileTemplate> loadProfileTemplate(std::string_view typeName);
+
+// The templates of types, each loaded once. For one thread.
+class ProfileTemplateCache {
+  public:
+    explicit ProfileTemplateCache(std::size_t namesMax = SIZE_MAX) : namesMax_(namesMax) {}
+
+    // Null when the type has no template, and for a new name when the cache knows as many as it may.
+    const ProfileTemplate *find(const std::string &typeName);
+
+  private:
+    std::size_t namesMax_;
+    std::map<std::string, std::optional<ProfileTemplate>, std::less<>> templates_;
+};
 
 }  // namespace pavo
 

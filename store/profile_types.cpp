@@ -1,95 +1,94 @@
 #include "store/profile_types.h"
 
 #include <algorithm>
-#include <iterator>
-#include <string_view>
 
-#include "common/result.h"
-
+namespace pavo {
 namespace {
 
-// clang-format off
-constexpr ProfileTypeEntry kTypes[] = {
-    // name, {mtu, modeA, modeB, polyProxyQuerier, lightwareIgmp, querierInterval, fastLeave, harmanAcl, etcVlan,
-    //        etcGlobal, rstp, macFilter, pairA, pairB}
-    {PROFILE_TYPE_NAME_AES67, {0, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
-    {"Audio Dante", {0, 1, 1, 0, 0, 30, 0, 0, 0, 0, 0, 0, 0, 0}},
-    {"Audio Q-SYS", {1500, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
-    {"Audio Audio-Technica", {1500, 1, 1, 0, 0, 30, 0, 0, 0, 0, 0, 0, 0, 0}},
-    {"Audio Basalte Multiroom", {0, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
-    {"Audio Genelec Smart IP", {0, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
-    {PROFILE_TYPE_NAME_UNITE, {1500, 1, 1, 0, 0, 20, 2, 0, 0, 0, 0, 0, 0, 0}},
-    {"Waves Soundgrid", {0, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
-    {PROFILE_TYPE_NAME_TELOS, {1500, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
-    {"Allen & Heath gigaACEGX", {1500, 2, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
-    {PROFILE_TYPE_NAME_AVB, {1500, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
-    {PROFILE_TYPE_NAME_MILAN, {1500, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
-    {PROFILE_TYPE_NAME_SMPTE, {0, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
-    {PROFILE_TYPE_NAME_MILAN_DANTE, {1500, 1, 1, 0, 0, 30, 0, 0, 0, 0, 0, 0, 0, 0}},
-    {"AJA AV Network", {9198, 1, 1, 0, 0, 30, 0, 0, 0, 0, 0, 0, 0, 0}},
-    {"BirdDog AV Network", {1500, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
-    {"BluOS AV", {9198, 1, 1, 0, 0, 30, 0, 0, 0, 0, 0, 0, 0, 0}},
-    {"Crestron DigitalMedia AV Network", {1500, 1, 1, 0, 0, 30, 0, 0, 0, 0, 0, 0, 0, 0}},
-    {PROFILE_TYPE_NAME_KRAMER, {0, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
-    {"NUCLEUS Converged AV Network", {0, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
-    {"HARMAN Professional AV Network", {9198, 1, 1, 0, 0, 30, 0, 1, 0, 0, 0, 0, 0, 0}},
-    {"Visionary AV Network", {9198, 1, 1, 0, 0, 30, 0, 0, 0, 0, 0, 0, 0, 0}},
-    {"Visionary Advanced Multi-Domain", {9198, 1, 1, 0, 0, 30, 0, 0, 0, 0, 0, 1, 0, 0}},
-    {PROFILE_TYPE_NAME_LIGHTWARE, {9198, 1, 1, 0, 1, 30, 0, 0, 0, 0, 0, 0, 0, 0}},
-    {"Just Add Power AV", {9198, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
-    {"Video", {9198, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
-    {"Video NDI4", {1500, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
-    {"Video NDI5 with Dante,Q-Sys or AES67 audio", {1500, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
-    {"Video with AES67 audio", {9198, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
-    {"Video with Dante audio", {9198, 1, 1, 0, 0, 30, 0, 0, 0, 0, 0, 0, 0, 0}},
-    {"Video with Q-SYS audio", {1500, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
-    {"Blustream Multicast", {9198, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
-    {"Shure Converged Audio and Control Network", {1500, 1, 1, 0, 0, 30, 0, 0, 0, 0, 0, 0, 0, 0}},
-    {PROFILE_TYPE_NAME_SHURE_SPLIT, {1500, 1, 1, 0, 0, 30, 0, 0, 0, 0, 0, 0, 0, 0}},
-    {PROFILE_TYPE_NAME_AUDAC, {1500, 1, 1, 0, 0, 30, 0, 0, 0, 0, 0, 0, 0, 0}},
-    {"Lighting", {0, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
-    {"ETC Lighting", {1500, 1, 1, 0, 0, 30, 0, 0, 1, 1, 0, 0, 0, 0}},
-    {"Pharos Lighting Control", {9198, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
-    {"Pharos Lighting Data", {0, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
-    {"Data", {0, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
-    {PROFILE_TYPE_NAME_DEFAULT, {9198, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
-    {"Sonos", {0, 1, 1, 0, 0, 30, 0, 0, 0, 0, 0, 0, 0, 0}},
-    {PROFILE_TYPE_NAME_POLY, {0, 2, 2, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
-    {"Sennheiser TeamConnect Bar S - Single Domain Mode", {0, 1, 1, 0, 0, 30, 0, 0, 0, 0, 0, 0, 0, 0}},
-    {"Nice Home Management", {0, 1, 1, 0, 0, 30, 0, 0, 0, 0, 0, 0, 0, 0}},
-    {"DICENTIS Conference system", {0, 1, 1, 0, 0, 30, 0, 0, 0, 0, 1, 0, 0, 0}},
-    {PROFILE_TYPE_NAME_GD, {9198, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0}},
-    {"URC Automation", {1500, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 65537, 65536}},
-    {"Avid S6L", {1500, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 65537, 65537}},
-    {"GANNET", {9216, 1, 1, 0, 0, 30, 0, 0, 0, 0, 0, 0, 0, 0}},
-};
-// clang-format on
+// The two flags of pairA and pairB.
+constexpr std::int32_t kHighHalf = 1 << 16;
+constexpr std::int32_t kBothHalves = kHighHalf | 1;
 
-const ProfileTypeEntry *find(const char *typeName) {
-    if (typeName == nullptr)
-        return nullptr;
-    const auto *const row = std::find_if(std::begin(kTypes), std::end(kTypes), [typeName](const auto &type) {
-        return std::string_view(type.name) == typeName;
-    });
-    return row != std::end(kTypes) ? row : nullptr;
-}
+// What is not named is 0.
+constexpr ProfileType kTypes[] = {
+    {.name = PROFILE_TYPE_NAME_AES67, .attributes = {.modeA = 1, .modeB = 1}},
+    {.name = "Audio Dante", .attributes = {.modeA = 1, .modeB = 1, .querierInterval = 30}},
+    {.name = "Audio Q-SYS", .attributes = {.mtu = 1500, .modeA = 1, .modeB = 1}},
+    {.name = "Audio Audio-Technica",
+     .attributes = {.mtu = 1500, .modeA = 1, .modeB = 1, .querierInterval = 30}},
+    {.name = "Audio Basalte Multiroom", .attributes = {.modeA = 1, .modeB = 1}},
+    {.name = "Audio Genelec Smart IP", .attributes = {.modeA = 1, .modeB = 1}},
+    {.name = PROFILE_TYPE_NAME_UNITE,
+     .attributes = {.mtu = 1500, .modeA = 1, .modeB = 1, .querierInterval = 20, .fastLeave = 2}},
+    {.name = "Waves Soundgrid", .attributes = {.modeA = 1, .modeB = 1}},
+    {.name = PROFILE_TYPE_NAME_TELOS, .attributes = {.mtu = 1500, .modeA = 1, .modeB = 1}},
+    {.name = "Allen & Heath gigaACEGX", .attributes = {.mtu = 1500, .modeA = 2, .modeB = 2}},
+    {.name = PROFILE_TYPE_NAME_AVB, .attributes = {.mtu = 1500}},
+    {.name = PROFILE_TYPE_NAME_MILAN, .attributes = {.mtu = 1500}},
+    {.name = PROFILE_TYPE_NAME_SMPTE, .attributes = {.modeA = 1, .modeB = 1}},
+    {.name = PROFILE_TYPE_NAME_MILAN_DANTE,
+     .attributes = {.mtu = 1500, .modeA = 1, .modeB = 1, .querierInterval = 30}},
+    {.name = "AJA AV Network", .attributes = {.mtu = 9198, .modeA = 1, .modeB = 1, .querierInterval = 30}},
+    {.name = "BirdDog AV Network", .attributes = {.mtu = 1500, .modeA = 1, .modeB = 1}},
+    {.name = "BluOS AV", .attributes = {.mtu = 9198, .modeA = 1, .modeB = 1, .querierInterval = 30}},
+    {.name = "Crestron DigitalMedia AV Network",
+     .attributes = {.mtu = 1500, .modeA = 1, .modeB = 1, .querierInterval = 30}},
+    {.name = PROFILE_TYPE_NAME_KRAMER, .attributes = {.modeA = 1, .modeB = 1}},
+    {.name = "NUCLEUS Converged AV Network", .attributes = {.modeA = 1, .modeB = 1}},
+    {.name = "HARMAN Professional AV Network",
+     .attributes = {.mtu = 9198, .modeA = 1, .modeB = 1, .querierInterval = 30, .harmanAcl = 1}},
+    {.name = "Visionary AV Network",
+     .attributes = {.mtu = 9198, .modeA = 1, .modeB = 1, .querierInterval = 30}},
+    {.name = "Visionary Advanced Multi-Domain",
+     .attributes = {.mtu = 9198, .modeA = 1, .modeB = 1, .querierInterval = 30, .macFilter = 1}},
+    {.name = PROFILE_TYPE_NAME_LIGHTWARE,
+     .attributes = {.mtu = 9198, .modeA = 1, .modeB = 1, .lightwareIgmp = 1, .querierInterval = 30}},
+    {.name = "Just Add Power AV", .attributes = {.mtu = 9198, .modeA = 1, .modeB = 1}},
+    {.name = "Video", .attributes = {.mtu = 9198, .modeA = 1, .modeB = 1}},
+    {.name = "Video NDI4", .attributes = {.mtu = 1500, .modeA = 1, .modeB = 1}},
+    {.name = "Video NDI5 with Dante,Q-Sys or AES67 audio",
+     .attributes = {.mtu = 1500, .modeA = 1, .modeB = 1}},
+    {.name = "Video with AES67 audio", .attributes = {.mtu = 9198, .modeA = 1, .modeB = 1}},
+    {.name = "Video with Dante audio",
+     .attributes = {.mtu = 9198, .modeA = 1, .modeB = 1, .querierInterval = 30}},
+    {.name = "Video with Q-SYS audio", .attributes = {.mtu = 1500, .modeA = 1, .modeB = 1}},
+    {.name = "Blustream Multicast", .attributes = {.mtu = 9198, .modeA = 1, .modeB = 1}},
+    {.name = PROFILE_TYPE_NAME_SHURE_CONVERGED,
+     .attributes = {.mtu = 1500, .modeA = 1, .modeB = 1, .querierInterval = 30}},
+    {.name = PROFILE_TYPE_NAME_SHURE_SPLIT,
+     .attributes = {.mtu = 1500, .modeA = 1, .modeB = 1, .querierInterval = 30}},
+    {.name = PROFILE_TYPE_NAME_AUDAC,
+     .attributes = {.mtu = 1500, .modeA = 1, .modeB = 1, .querierInterval = 30}},
+    {.name = "Lighting", .attributes = {.modeA = 1, .modeB = 1}},
+    {.name = "ETC Lighting",
+     .attributes =
+         {.mtu = 1500, .modeA = 1, .modeB = 1, .querierInterval = 30, .etcVlan = 1, .etcGlobal = 1}},
+    {.name = "Pharos Lighting Control", .attributes = {.mtu = 9198, .modeA = 1, .modeB = 1}},
+    {.name = "Pharos Lighting Data", .attributes = {.modeA = 1, .modeB = 1}},
+    {.name = "Data", .attributes = {.modeA = 1, .modeB = 1}},
+    {.name = PROFILE_TYPE_NAME_DEFAULT, .attributes = {.mtu = 9198, .modeA = 1, .modeB = 1}},
+    {.name = "Sonos", .attributes = {.modeA = 1, .modeB = 1, .querierInterval = 30}},
+    {.name = PROFILE_TYPE_NAME_POLY, .attributes = {.modeA = 2, .modeB = 2, .polyProxyQuerier = 2}},
+    {.name = "Sennheiser TeamConnect Bar S - Single Domain Mode",
+     .attributes = {.modeA = 1, .modeB = 1, .querierInterval = 30}},
+    {.name = "Nice Home Management", .attributes = {.modeA = 1, .modeB = 1, .querierInterval = 30}},
+    {.name = "DICENTIS Conference system",
+     .attributes = {.modeA = 1, .modeB = 1, .querierInterval = 30, .rstp = 1}},
+    {.name = PROFILE_TYPE_NAME_GD, .attributes = {.mtu = 9198, .modeA = 1, .modeB = 1, .macFilter = 1}},
+    {.name = "URC Automation", .attributes = {.mtu = 1500, .pairA = kBothHalves, .pairB = kHighHalf}},
+    {.name = "Avid S6L", .attributes = {.mtu = 1500, .pairA = kBothHalves, .pairB = kBothHalves}},
+    {.name = "GANNET", .attributes = {.mtu = 9216, .modeA = 1, .modeB = 1, .querierInterval = 30}},
+};
 
 }  // namespace
 
-std::span<const ProfileTypeEntry> profileTypeTable() {
+std::span<const ProfileType> profileTypes() {
     return kTypes;
 }
 
-std::int32_t profileTypeMtuGet(const char *typeName, std::int32_t *mtu) {
-    const ProfileTypeEntry *const row = find(typeName);
-    *mtu = row != nullptr ? row->attributes.mtu : 0;
-    return row != nullptr ? RESULT_SUCCESS : RESULT_FAILED;
+const ProfileType *findProfileType(std::string_view name) {
+    const auto *const type = std::ranges::find(kTypes, name, &ProfileType::name);
+    return type != std::end(kTypes) ? type : nullptr;
 }
 
-std::int32_t profileTypeAttrGet(const char *typeName, ProfileTypeAttributes *attributes) {
-    const ProfileTypeEntry *const row = find(typeName);
-    if (row == nullptr)
-        return RESULT_FAILED;
-    *attributes = row->attributes;
-    return RESULT_SUCCESS;
-}
+}  // namespace pavo

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "common/if_num.h"
@@ -34,16 +35,21 @@ struct VlanHistory {
 struct VlanSettings {
     std::int32_t vlanType = 0;  // role within the profile
     std::string profileType;
-    std::optional<bool> ptpTc;  // the PTP transparent clock that the profile states
-    std::optional<std::vector<IfNum>> assignedPorts;
-    std::optional<VlanHistory> history;  // nothing in a file that another program wrote
+    std::optional<bool> ptpTc;                        // the PTP transparent clock that the profile states
+    std::optional<std::vector<IfNum>> assignedPorts;  // nothing in a file without the list
+    std::optional<VlanHistory> history;               // nothing in a file that another program wrote
 
     // From the text of the file; keys that are missing or make no sense leave their member as it is above.
     // Nothing when the text does not parse.
     static std::optional<VlanSettings> parse(const std::string &text);
-    // The text of the file; empty when memory runs out.
+    // The text of the file, with an empty list and a fresh history where there is none; empty when memory runs
+    // out.
     std::string print(VlanId id) const;
 };
+
+// What may stand in the name of a VLAN: well-formed UTF-8 without control characters, quotes and backslashes;
+// false for an empty string.
+bool isVlanName(std::string_view name);
 
 std::string vlanSettingsPath(VlanId id);
 

@@ -4,6 +4,8 @@
 
 #include <string_view>
 
+namespace pavo {
+
 struct SwitchModel {
     std::string_view machineModel;  // as the switch OS reports it
     std::string_view modelId;       // as callers ask about it
@@ -20,5 +22,7 @@ inline constexpr SwitchModel kSwitchModels[] = {
     {"AVM4848-24F", "AV24FX", true, false},   {"AVM4848-24X", "AV24X", true, false},
     {"AVM4848-48F", "AV48FX", true, false},
 };
+
+}  // namespace pavo
 
 #endif

@@ -1,68 +1,81 @@
-// Boot images, management address and port speeds: operations that go through the CLI with files of fixed
-// names. The forms that end in Safe serialise themselves across threads and processes with a lock file and
-// are the ones to call; 10000 when the lock cannot be had.
+// Boot images, management address and port speeds: settings that go through the CLI with files of fixed
+// names. Reading and changing them is serialised across threads and processes, see underLock().
 #ifndef PAVO_SWAPI_SWITCH_SETTINGS_H
 #define PAVO_SWAPI_SWITCH_SETTINGS_H
 
-#include <cstddef>
 #include <cstdint>
+#include <optional>
+#include <source_location>
 #include <span>
+#include <string>
+#include <string_view>
+#include <vector>
 
-#include "platform/open_client.h"
+#include "common/files.h"
+#include "common/log.h"
+#include "swapi/switch.h"
 
-// One row of "show bootvar". Texts are cut to their width and terminated.
-struct BootImageRecord {
-    std::int32_t unit;
-    char active[12];
-    char backup[12];
-    char currentActive[18];
-    char nextActive[18];
+namespace pavo {
+
+// A row of "show bootvar".
+struct BootImage {
+    std::int32_t unit = 0;
+    std::string active;
+    std::string backup;
+    std::string currentActive;
+    std::string nextActive;
 };
 
-struct BootImageList {
-    BootImageRecord *records;  // the caller's array
-    std::size_t capacity;
-    std::size_t count;  // filled in
+// What "show ip management" shows; nothing where it does not.
+struct ManagementAddress {
+    std::optional<std::int32_t> vlan;
+    std::optional<std::string> method;  // "DHCP", "Manual", ...
+    std::optional<std::string> ip;
+    std::optional<std::string> mask;
+    std::optional<std::string> gateway;
 };
 
-// 0 with the count filled in; 10016 when the show output cannot be read.
-std::int32_t bootvarGet(openapiClientHandle_t *client, BootImageList *list);
-std::int32_t bootvarGetSafe(openapiClientHandle_t *client, BootImageList *list);
+// --- parsers of what the commands print
 
-// Room of each text of the management address, including the terminating zero.
-inline constexpr std::size_t MGMT_TEXT_SIZE = 32;
+// At most `most` rows, up to the first line that is none.
+std::vector<BootImage> parseBootImages(std::string_view shown, std::size_t most);
+ManagementAddress parseManagementAddress(std::string_view shown);
 
-// Management VLAN number, method ("DHCP", "Manual", ...), address, netmask and gateway. Fields that the
-// switch does not show are left as they were; null outputs are skipped. 0, or 10016.
-std::int32_t managementPortIPv4ParametersGet(openapiClientHandle_t *client, std::int32_t *vlan,
-                                             char method[MGMT_TEXT_SIZE], char ip[MGMT_TEXT_SIZE],
-                                             char mask[MGMT_TEXT_SIZE], char gateway[MGMT_TEXT_SIZE]);
-std::int32_t managementPortIPv4ParametersGetSafe(openapiClientHandle_t *client, std::int32_t *vlan,
-                                                 char method[MGMT_TEXT_SIZE], char ip[MGMT_TEXT_SIZE],
-                                                 char mask[MGMT_TEXT_SIZE], char gateway[MGMT_TEXT_SIZE]);
+// --- scripts
 
-// Mode 1 is static, any other DHCP. An empty gateway or "0.0.0.0" removes the gateway. Result of txtCfgApply;
-// 10003, with nothing sent, for null or malformed addresses.
-inline constexpr std::int32_t MGMT_MODE_STATIC = 1;
-std::int32_t managementPortIPv4ParametersSet(openapiClientHandle_t *client, std::int32_t vlan,
-                                             std::int32_t mode, const char *ip, const char *mask,
-                                             const char *gateway);
-std::int32_t managementPortIPv4ParametersSetSafe(openapiClientHandle_t *client, std::int32_t vlan,
-                                                 std::int32_t mode, const char *ip, const char *mask,
-                                                 const char *gateway);
+// Nothing when an address is malformed. An empty gateway or "0.0.0.0" removes the gateway.
+std::string dhcpScript(VlanId vlan);
+std::optional<std::string> staticAddressScript(VlanId vlan, const std::string &ip, const std::string &mask,
+                                               const std::string &gateway);
 
-// Sets the speed of the ports (ifNums): a text such as "100 Full", "10 Half", "Auto". Result of txtCfgApply;
-// 10003, with nothing sent, for a null or malformed speed text.
-std::int32_t multipleIfSpeedSet(openapiClientHandle_t *client, std::span<const std::uint32_t> ports,
-                                const char *speed);
-std::int32_t multipleIfSpeedSetSafe(openapiClientHandle_t *client, std::span<const std::uint32_t> ports,
-                                    const char *speed);
+// Nothing for a speed that does not belong into a script; more than one when the ports do not fit into one.
+std::optional<std::vector<std::string>> speedScripts(std::span<const IfNum> ports, std::string_view speed);
 
-// The management VLAN number; 1 when the switch shows none. 0, 10003 on a null argument, or the getter's
-// code.
-std::int32_t managementVlanGet(openapiClientHandle_t *client, std::int32_t *vlan);
+// --- reading; OpenFailed when the switch does not show it
 
-// The default gateway; empty when there is none. 0, 10003 on a null argument, or the getter's code.
-std::int32_t managementGatewayGet(openapiClientHandle_t *client, char *dst, std::size_t cap);
+Result<std::vector<BootImage>> readBootImages(Switch sw, std::size_t most,
+                                              Where where = std::source_location::current());
+Result<ManagementAddress> readManagementAddress(Switch sw, Where where = std::source_location::current());
+
+// --- serialising
+
+// Runs `operation`, which returns a Result, under the lock file of a setting (a fixed path); the file is
+// deleted afterwards. Failed when the lock cannot be had or given back, whatever the operation said.
+template <class Operation>
+auto underLock(const char *lockFile, Operation operation, Where where = std::source_location::current())
+    -> decltype(operation()) {
+    FileLock lock(lockFile, FileLock::Afterwards::Remove);
+    if (lock.state() == FileLock::State::NotLocked)
+        logError(where, "[%s:%d] File lock failed\n");
+    if (!lock.held())
+        return failed(ResultCode::Failed);
+    auto result = operation();
+    if (lock.release())
+        return result;
+    logError(where, "[%s:%d] File unlock failed\n");
+    return failed(ResultCode::Failed);
+}
+
+}  // namespace pavo
 
 #endif

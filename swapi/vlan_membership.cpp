@@ -80,4 +80,21 @@ Result<> deleteVlanAndVerify(Switch sw, VlanId id, Where where) {
     return outcome == Poll::Done ? Result<>() : failed(ResultCode::Failed);
 }
 
+Result<VlanId> readPvid(Switch sw, IfNum ifNum, Where where) {
+    const auto pvid = sw.pvid(ifNum);
+    if (pvid)
+        return *pvid;
+    logError(where, "[%s:%d] Bad return code trying to get PVID. (result = %d)\n", pvid.error());
+    return failed(ResultCode::Failed);
+}
+
+Result<std::vector<VlanId>> readTaggedVlans(Switch sw, IfNum ifNum, Where where) {
+    auto ids = sw.taggedVlans(ifNum);
+    if (ids)
+        return std::move(*ids);
+    logError(where, "[%s:%d] Bad return code trying to get rhe tagged vlan list. (result = %d)\n",
+             ids.error());
+    return failed(ResultCode::Failed);
+}
+
 }  // namespace pavo

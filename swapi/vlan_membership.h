@@ -10,6 +10,7 @@
 #define PAVO_SWAPI_VLAN_MEMBERSHIP_H
 
 #include <source_location>
+#include <vector>
 
 #include "common/result.h"
 #include "swapi/switch.h"
@@ -23,6 +24,11 @@ Result<> setParticipationAndVerify(Switch sw, IfNum ifNum, VlanId id, Participat
                                    Where where = std::source_location::current());
 // Until the VLAN is gone.
 Result<> deleteVlanAndVerify(Switch sw, VlanId id, Where where = std::source_location::current());
+
+// One read each; Failed (logged).
+Result<VlanId> readPvid(Switch sw, IfNum ifNum, Where where = std::source_location::current());
+Result<std::vector<VlanId>> readTaggedVlans(Switch sw, IfNum ifNum,
+                                            Where where = std::source_location::current());
 
 }  // namespace pavo
 

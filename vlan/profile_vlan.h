@@ -3,6 +3,7 @@
 #define PAVO_VLAN_PROFILE_VLAN_H
 
 #include <cstdint>
+#include <optional>
 #include <source_location>
 #include <string_view>
 
@@ -17,7 +18,7 @@ struct ProfileVlan {
 };
 
 // The first VLAN of that profile type, other than `excluded`, that exists on the switch.
-ProfileVlan findVlanOfProfileType(Switch sw, std::string_view profileType, VlanId excluded,
+ProfileVlan findVlanOfProfileType(Switch sw, std::string_view profileType, std::optional<VlanId> excluded,
                                   Where where = std::source_location::current());
 
 // The same as an operation: the VLAN id; 0 when there is none or it could not be asked for.

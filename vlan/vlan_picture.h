@@ -1,8 +1,9 @@
-// One picture of the switch's VLANs, put together from the switch OS, the profile database and the files that profiles
-// keep. Nothing here changes the switch. Plain values; any thread may call these functions.
+// One picture of the switch's VLANs, put together from the switch OS, the profile database and the files that
+// profiles keep. All that is changed is the profile database, in which VLAN 1 gets its entry when that is
+// missing. Plain values; any thread may call these functions.
 //
-// "Untagged" means everywhere that the interface's PVID is the VLAN. A port, LAG or file that cannot be read counts as
-// one that says nothing. Each failure is logged once, on behalf of the operation that `where` names.
+// A port, LAG or file that cannot be read counts as one that says nothing. Each failure is logged once, on
+// behalf of the operation that `where` names.
 #ifndef PAVO_VLAN_VLAN_PICTURE_H
 #define PAVO_VLAN_VLAN_PICTURE_H
 
@@ -12,34 +13,35 @@
 #include <string>
 #include <vector>
 
-#include "common/if_num.h"
 #include "swapi/switch.h"
+#include "vlan/vlan_members.h"
 
 namespace pavo {
 
-// Interface numbers of ports, and numbers of LAGs (1 for the first LAG interface), in the order of the switch's walk.
-struct VlanMembers {
-    std::vector<IfNum> taggedPorts;
-    std::vector<IfNum> untaggedPorts;
-    std::vector<std::uint32_t> taggedLags;
-    std::vector<std::uint32_t> untaggedLags;
-};
-
 struct VlanPicture {
     VlanId id;
-    std::string name;   // display name
-    std::string color;  // "#rrggbb"
+    std::string name;               // display name, at most 255 bytes
+    std::string color = "#000000";  // "#rrggbb"
     bool isManagement = false;
     bool isStatic = false;
-    std::optional<bool> ptpTc;   // nothing when neither settings nor template say
-    std::uint32_t vlanType = 1;  // role within its profile, from the profile database
-    std::string profileType;     // "Default" for a VLAN of no profile
+    std::optional<bool> ptpTc;            // nothing when neither settings nor template say
+    std::uint32_t vlanType = 1;           // role within its profile, from the profile database
+    std::string profileType = "Default";  // the default one also for a VLAN of no profile
     VlanMembers members;
 };
 
-// Every VLAN of the switch, ascending; each port and LAG is asked once, not once per VLAN. Failed when there is no LAG
-// interface.
+// Every VLAN of the switch, ascending; each port and LAG is asked once, not once per VLAN. Failed when there is
+// no LAG interface. What a profile does not name has its name on the switch or, without one, "VLAN10".
 Result<std::vector<VlanPicture>> readVlanPictures(Switch sw, Where where = std::source_location::current());
+
+// The same without the members.
+std::vector<VlanPicture> readVlanBases(Switch sw, Where where = std::source_location::current());
+
+// One VLAN, without its members, isManagement and ptpTc; nothing when it is not on the switch. What a profile
+// does not name is "VLAN0010". Failed when the switch has no names, InvalidPointer when there is no memory for
+// one.
+Result<std::optional<VlanPicture>> readVlanBase(Switch sw, VlanId id,
+                                                Where where = std::source_location::current());
 
 }  // namespace pavo
 

@@ -1,9 +1,13 @@
 #include "common/log.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <syslog.h>
 
 #include <atomic>
 #include <csignal>
+#include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
@@ -15,8 +19,41 @@
 #include "platform/manual_clock.h"
 #include "tests/support/root.h"
 
+// --- syslog as the program calls it
+
 namespace {
 
+struct SyslogCalls {
+    std::string identity;
+    int facility = -1;
+    int closed = 0;
+    std::vector<std::pair<int, std::string>> messages;
+} syslogCalls;
+
+}  // namespace
+
+extern "C" {
+
+void openlog(const char *identity, int, int facility) noexcept {
+    syslogCalls.identity = identity;
+    syslogCalls.facility = facility;
+}
+
+void closelog() noexcept {
+    ++syslogCalls.closed;
+}
+
+void vsyslog(int priority, const char *format, std::va_list arguments) {
+    char text[256];
+    std::vsnprintf(text, sizeof text, format, arguments);
+    syslogCalls.messages.emplace_back(priority, text);
+}
+
+}  // extern "C"
+
+namespace {
+
+using namespace pavo;
 using namespace platform::paths;
 using test_support::readFile;
 using test_support::writeText;
@@ -24,6 +61,8 @@ using testing::internal::CaptureStdout;
 using testing::internal::GetCapturedStdout;
 
 constexpr std::size_t kLimit = 0x100000;
+
+enum class Level : int { Notice = LOG_LEVEL_NOTICE };
 
 class LogTest : public testing::Test {
   protected:
@@ -57,7 +96,7 @@ TEST_F(LogTest, LineShowsLocalTimeLevelIdentityAndMessage) {
         log(level, "a");
     }
     const int number = __LINE__ + 1;
-    LOG_WARN("[%s:%d] port %d\r\n", 4);
+    logWarn("[%s:%d] port %d\r\n", 4);
     EXPECT_EQ(readFile(kLogFile),
               "2026-01-01 01:02:03.042 (ERROR): daemon: [f:7] a\n"
               "2026-01-01 01:02:03.099 (INFO): daemon: [f:7] a\n"
@@ -66,12 +105,49 @@ TEST_F(LogTest, LineShowsLocalTimeLevelIdentityAndMessage) {
                   std::to_string(number) + "] port 4\r\n");
 }
 
+TEST_F(LogTest, TypedMessagesNameTheirCallerAndPrintValues) {
+    openFile();
+    const auto report = [](Where where = std::source_location::current()) {
+        logError(where, "[%s:%d] %s on behalf\n", std::string("text"));
+    };
+    const int number = __LINE__ + 1;
+    [&] { logNotice("[%s:%d] %d %ld %zu%%\n", Level::Notice, -5L, sizeof(char)); }();
+    report();
+    const auto at = [&](int line) { return "daemon: [TestBody:" + std::to_string(line) + "] "; };
+    EXPECT_EQ(readFile(kLogFile), "2026-01-01 00:00:00.000 (NOTICE): " + at(number) + "5 -5 1%\n" +
+                                      "2026-01-01 00:00:00.000 (ERROR): " + at(number + 1) +
+                                      "text on behalf\n");
+}
+
 TEST_F(LogTest, EverySinkFormatsItsOwnArguments) {
+    syslogCalls = {};
     devmgrLogOpen(LOG_SINK_FILE | LOG_SINK_SYSLOG | LOG_SINK_STDOUT, LOG_FACILITY_USER, "daemon");
+    EXPECT_EQ(syslogCalls.facility, -1) << "opened before the first message";
     CaptureStdout();
     devmgrLog(LOG_LEVEL_NOTICE, "[%s:%d] %s %.1f\n", "f", 7, "text", 2.5);
     EXPECT_EQ(GetCapturedStdout(), line("NOTICE", "text 2.5"));
     EXPECT_EQ(readFile(kLogFile), line("NOTICE", "text 2.5"));
+    log(LOG_LEVEL_DEBUG, "below the threshold");
+    using Messages = std::vector<std::pair<int, std::string>>;
+    EXPECT_EQ(syslogCalls.messages, (Messages{{LOG_NOTICE, "[f:7] text 2.5\n"}}));
+    EXPECT_EQ(syslogCalls.identity + " " + std::to_string(syslogCalls.facility), "daemon 8");
+    devmgrLogClose();
+    EXPECT_EQ(syslogCalls.closed, 1);
+}
+
+TEST_F(LogTest, WithoutAnIdentityTheProcessNameIsShown) {
+    openFile(nullptr);
+    log(3, "a");
+    EXPECT_EQ(readFile(kLogFile), line("ERROR", "a", "common_test"));
+}
+
+TEST_F(LogTest, LevelFileIsEverybodys) {
+    const mode_t before = umask(0);
+    openFile();
+    umask(before);
+    struct stat info{};
+    ASSERT_EQ(stat(rootPath(kLogLevelFile).c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0666u);
 }
 
 TEST_F(LogTest, LongMessagesAreNotCut) {

@@ -1,4 +1,4 @@
-#include "common/result.h"
+#include "common/response_ops.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -7,12 +7,15 @@
 #include <cstring>
 #include <string>
 
+#include "common/files.h"
+#include "common/json.h"
 #include "common/log.h"
-#include "common/owners.h"
+#include "common/result.h"
 #include "tests/support/root.h"
 
 namespace {
 
+using namespace pavo;
 using test_support::readFile;
 using test_support::writeText;
 
@@ -46,6 +49,21 @@ struct LogCapture {
     std::string text() const { return readFile(platform::paths::kLogFile); }
     bool has(const std::string &part) const { return text().find(part) != std::string::npos; }
 };
+
+TEST(Messages, AreFoundFromTheFrontWhateverTheirOrder) {
+    for (const auto &[code, message] : {std::pair{0, "Success"},
+                                        {10002, "Invalid Pointer"},
+                                        {10027, "Disable PTP Mode"},
+                                        {10003, "Invalid argument"},
+                                        {10016, "Device or resource open failed"},
+                                        {17001, "The configuration is invalid"},
+                                        {11000, ""},
+                                        {-7, "Failed to allocate memory"},
+                                        {12345, "Error code unknown"}})
+        EXPECT_STREQ(getErrMsg(code), message) << code;
+    EXPECT_EQ(codeOf(Result<int>(5)), 0);
+    EXPECT_EQ(codeOf(Result<>(failed(ResultCode::ConfigInvalid))), 17001);
+}
 
 TEST(ResponseJson, DataThenRespOrTheFailureAlone) {
     char out[256] = {};
@@ -132,6 +150,40 @@ TEST(Parameters, TextIsBoundedAndEachIsOfItsKind) {
     EXPECT_EQ(test_support::occurrences(log.text(), "param error"), 5u);
     EXPECT_EQ(getIntAndCpyTo(obj.get(), "big", &value), 0);
     EXPECT_EQ(value, INT32_MAX);
+}
+
+TEST(Files, AreReplacedWholeOrNotAtAll) {
+    const LogCapture log;
+    constexpr const char *kInside = "/tmp/new/folder/file";
+    ASSERT_TRUE(replaceFile(kInside, "first"));
+    ASSERT_TRUE(replaceFile(kInside, "second"));
+    EXPECT_EQ(readFile(kInside), "second");
+    // Nothing that is written beside it stays behind.
+    EXPECT_FALSE(test_support::exists("/tmp/new/folder/file.new"));
+
+    std::filesystem::create_symlink("/dev/full", platform::fsPath("/tmp/new/folder/file.new"));
+    const auto full = replaceFile(kInside, "third");
+    EXPECT_EQ(codeOf(full), 10000);
+    EXPECT_EQ(readFile(kInside), "second");
+    EXPECT_TRUE(log.has("Write file error.../tmp/new/folder/file.new"));
+}
+
+TEST(Files, LockIsExclusiveAndMayTakeItsFileAlong) {
+    constexpr const char *kLock = "/tmp/test.lock";
+    {
+        FileLock lock(kLock, FileLock::Afterwards::Remove);
+        EXPECT_TRUE(lock.held() && test_support::exists(kLock));
+        EXPECT_TRUE(lock.release());
+        EXPECT_FALSE(test_support::exists(kLock));
+    }
+    {
+        const FileLock lock(kLock);
+        EXPECT_TRUE(lock.held());
+    }
+    EXPECT_TRUE(test_support::exists(kLock));
+    std::filesystem::remove(platform::fsPath(kLock));
+    std::filesystem::create_symlink("/tmp/elsewhere", platform::fsPath(kLock));
+    EXPECT_EQ(FileLock(kLock).state(), FileLock::State::NotOpened);
 }
 
 TEST(JsonFileLoad, TakesWholeRegularFilesOnly) {

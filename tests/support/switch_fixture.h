@@ -16,6 +16,8 @@
 
 namespace test_support {
 
+using namespace pavo;
+
 class SwitchTest : public testing::Test {
   protected:
     // Sleeps move the time by themselves, unless a test with threads says setAutoAdvance(false).
@@ -30,7 +32,7 @@ class SwitchTest : public testing::Test {
     void TearDown() override {
         openapiClientTearDown(&client);
         // Only what was started is closed.
-        LOG_TRACE("[%s:%d] end of test\n");
+        logDebug("[%s:%d] end of test\n");
         devmgrLogClose();
     }
 

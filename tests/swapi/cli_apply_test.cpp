@@ -1,4 +1,4 @@
-#include "swapi/cli_apply.h"
+#include "swapi/cli_apply_ops.h"
 
 #include <gtest/gtest.h>
 
@@ -9,6 +9,7 @@
 
 namespace {
 
+using namespace pavo;
 using test_support::exists;
 using test_support::readFile;
 using test_support::writeText;
@@ -26,7 +27,7 @@ class CliApplyTest : public test_support::SwitchTest {
 
 TEST_F(CliApplyTest, EveryApplyEntryTakesTheScript) {
     const struct {
-        std::int32_t (*apply)(openapiClientHandle_t *, const char *, const char *);
+        std::int32_t (*apply)(Switch, const char *, const char *);
         const char *call;
     } entries[] = {{txtCfgApply, "rpcclt_openapiTxtCfgApply"},
                    {txtCfgNDCApply, "rpcclt_openapiTxtCfgNDCApply"},
@@ -57,6 +58,17 @@ TEST_F(CliApplyTest, ShowNeverLeavesAStaleFile) {
     EXPECT_NE(readFile(kOut).find("Software Version"), std::string::npos);
 }
 
+// The switch OS has room for so much; what fits is still a command and a path.
+TEST_F(CliApplyTest, CommandAndPathAreCutToTheirRoom) {
+    cli({"vlan database", "vlan 20"});
+    const std::string padded = "show vlan" + std::string(254 - 11, ' ') + "20";
+    ASSERT_EQ(padded.size(), 254u);
+    const std::string folder = "/mnt/application/pavo/tmp/";
+    const std::string path = folder + std::string(95 - folder.size(), 'x');
+    EXPECT_EQ(cliShowExecuteToFile(&client, (padded + "00").c_str(), (path + "y").c_str()), 0);
+    EXPECT_NE(readFile(path.c_str()).find("VLAN ID: 20"), std::string::npos) << readFile(path.c_str());
+}
+
 TEST_F(CliApplyTest, WritersTruncateOrAppend) {
     EXPECT_EQ(writeToFile(kIn, "first"), 0);
     EXPECT_EQ(writeToFile(kIn, "a"), 0);
@@ -81,23 +93,36 @@ TEST_F(CliApplyTest, FullDiskLeavesNoTruncatedFile) {
     EXPECT_EQ(logged("Write file error..."), 4u);
 }
 
-TEST_F(CliApplyTest, ScriptRunAppliesAndCleansUp) {
-    bool applied = false;
+TEST_F(CliApplyTest, ScriptIsAppliedAndItsFilesGo) {
+    const Switch sw(&client);
+    const ScriptFiles files = ScriptFiles::forTag("test");
     writeText(kOut, "stale");
-    EXPECT_EQ(cliScriptRun(&client, kVlan5, kIn, kOut, &applied), 0);
-    EXPECT_TRUE(applied);
+    EXPECT_TRUE(sw.apply(kVlan5, files));
     EXPECT_TRUE(hasVlan(5));
-    EXPECT_FALSE(exists(kIn));
-    EXPECT_FALSE(exists(kOut));
+    EXPECT_FALSE(exists(kIn) || exists(kOut));
 
     failCall("rpcclt_openapiTxtCfgApply");
-    EXPECT_EQ(cliScriptRun(&client, kVlan5, kIn, kOut, &applied), 10000);
-    EXPECT_TRUE(applied);
-    EXPECT_FALSE(exists(kIn));
+    const auto refused = sw.apply(kVlan5, files);
+    ASSERT_FALSE(refused);
+    EXPECT_EQ(refused.error().step, ScriptFailure::Step::Apply);
+    EXPECT_FALSE(exists(kIn) || exists(kOut));
 
-    EXPECT_EQ(cliScriptRun(&client, kVlan5, "/tmp/none/x", kOut, &applied), 10000);
-    EXPECT_FALSE(applied);
+    const auto unwritten = sw.apply(kVlan5, {"/tmp/none/x", kOut});
+    ASSERT_FALSE(unwritten);
+    EXPECT_EQ(unwritten.error().step, ScriptFailure::Step::Write);
     EXPECT_EQ(callCount("rpcclt_openapiTxtCfgApply"), 2u);
+    // The lines name the operation that the helpers work for.
+    EXPECT_EQ(logged(": [TestBody:"), logged("(ERROR)") + logged("(DEBUG)"));
+}
+
+TEST_F(CliApplyTest, ShowHandsOutWhatWasPrinted) {
+    const Switch sw(&client);
+    EXPECT_NE(sw.show("show version", kOut).value().find("Software Version"), std::string::npos);
+    EXPECT_FALSE(exists(kOut));
+    failCall("rpcclt_openapiCliShowExecuteToFile");
+    EXPECT_EQ(codeOf(sw.show("show version", kOut)), 10000);
+    std::filesystem::remove_all(platform::fsPath("/mnt/application/pavo/tmp"));
+    EXPECT_EQ(codeOf(sw.show("show version", kOut)), 10000);  // the switch cannot write it either
 }
 
 }  // namespace

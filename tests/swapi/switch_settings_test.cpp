@@ -1,17 +1,21 @@
-#include "swapi/switch_settings.h"
+#include "swapi/switch_settings_ops.h"
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
+#include <future>
 #include <numeric>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "common/files.h"
 #include "tests/support/switch_fixture.h"
 
 namespace {
 
+using namespace pavo;
 using namespace platform::paths;
 using test_support::exists;
 using test_support::readFile;
@@ -80,6 +84,9 @@ TEST_F(SwitchSettingsTest, ManagementAddressIsReadFromItsColumns) {
     char narrow[8] = "";
     EXPECT_EQ(managementGatewayGet(&client, narrow, sizeof narrow), 0);
     EXPECT_STREQ(narrow, "192.168");
+    edit([](vswitch::SystemInfo &s) { s.mgmtGateway = "0.0.0.0"; });
+    EXPECT_EQ(managementGatewayGet(&client, narrow, sizeof narrow), 0);
+    EXPECT_STREQ(narrow, "") << "no gateway";
     failCall(kShowCall, 1, false);
     EXPECT_EQ(managementVlanGet(&client, &vlan), 10016);
     EXPECT_EQ(managementGatewayGet(&client, narrow, sizeof narrow), 10016);
@@ -165,6 +172,22 @@ TEST_F(SwitchSettingsTest, ThreadsTakeTurns) {
         thread.join();
     EXPECT_FALSE(exists(kSpeedLock));
     EXPECT_EQ(logged("ERROR"), 0u);
+}
+
+// Reading the management address does not wait for somebody who is setting it, nor the other way round.
+TEST_F(SwitchSettingsTest, ReadingAndSettingHaveLocksOfTheirOwn) {
+    const auto finishes = [&](auto operation) {
+        auto done = std::async(std::launch::async, operation);
+        return done.wait_for(std::chrono::seconds(20)) == std::future_status::ready && done.get() == 0;
+    };
+    {
+        const FileLock reading(kIpManagementGetLock);
+        EXPECT_TRUE(finishes(
+            [&] { return managementPortIPv4ParametersSetSafe(&client, 1, 2, nullptr, nullptr, nullptr); }));
+    }
+    const FileLock setting(kIpManagementSetLock);
+    std::int32_t vlan = 0;
+    EXPECT_TRUE(finishes([&] { return managementVlanGet(&client, &vlan); }));
 }
 
 TEST_F(SwitchSettingsTest, UnusableLockFileStopsTheOperation) {

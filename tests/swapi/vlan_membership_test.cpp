@@ -1,4 +1,4 @@
-#include "swapi/vlan_membership.h"
+#include "swapi/vlan_membership_ops.h"
 
 #include <gtest/gtest.h>
 
@@ -9,11 +9,12 @@
 
 namespace {
 
+using namespace pavo;
 using namespace std::chrono_literals;
 using platform::manual_clock::totalSlept;
 
 constexpr std::uint32_t kPort = 3;
-constexpr std::uint32_t kVlan = LIGHTWARE_TAGGED_VLAN;
+constexpr std::uint32_t kVlan = 286;
 
 class VlanMembershipTest : public test_support::SwitchTest {
   protected:
@@ -123,15 +124,37 @@ TEST_F(VlanMembershipTest, AdminStateIsWaitedFor) {
     EXPECT_EQ(logged("ifAdminStateWaitSettled: get failed (rc = -2, ifNum = 3)\n"), 1u);
 }
 
-TEST_F(VlanMembershipTest, TaggingClearDoesBothStepsWhateverHappens) {
-    ASSERT_EQ(vlanIfParticipationSetAndVerify(&client, kPort, kVlan, 0), 0);
-    ASSERT_EQ(vlanIfTaggingSetAndVerify(&client, kPort, kVlan, 1), 0);
-    failCall("rpcclt_openapiVlanIfParticipationSet");
-    ifTaggingClear(&client, kPort);
-    EXPECT_EQ(membership(), (vswitch::Membership{OPEN_VLAN_PARTICIPATION_MODE_INCLUDE, false}));
-    failCall("rpcclt_openapiVlanIfTaggingSet");
-    ifTaggingClear(&client, kPort);
-    EXPECT_EQ(membership().participation, std::uint32_t{OPEN_VLAN_PARTICIPATION_MODE_AUTO});
+TEST_F(VlanMembershipTest, NumbersThatAreNoVlansAreRefusedAsTheSwitchDoes) {
+    for (const std::uint32_t number : {0u, 4095u, 65537u}) {
+        EXPECT_EQ(vlanIfPvidSetAndVerify(&client, kPort, number), 10000);
+        EXPECT_EQ(vlanDeleteAndVerify(&client, number), 10000);
+    }
+    EXPECT_EQ(logged("Bad return code trying to set PVID. (result = -5)\n"), 3u);
+    EXPECT_EQ(logged("[vlanDeleteAndVerify:"), 3u);
+}
+
+// Which of its ends a walk came to.
+TEST_F(VlanMembershipTest, WalksTellTheEndOfTheTableFromAFailure) {
+    const Switch sw(&client);
+    auto all = sw.vlans();
+    std::vector<std::uint32_t> ids;
+    for (const VlanId id : all)
+        ids.push_back(id.number());
+    EXPECT_EQ(ids, (std::vector<std::uint32_t>{1, kVlan}));
+    EXPECT_FALSE(all.brokenBy());
+
+    failCall("rpcclt_openapiVlanNextGet", 2, true, OPEN_E_RPC);
+    auto broken = sw.vlans();
+    ids.clear();
+    for (const VlanId id : broken)
+        ids.push_back(id.number());
+    EXPECT_EQ(ids, std::vector<std::uint32_t>{1});
+    EXPECT_EQ(broken.brokenBy(), OpenError::Unreachable);
+
+    EXPECT_EQ(sw.vlanPresence(VlanId(286)), Presence::Present);
+    EXPECT_EQ(sw.vlanPresence(VlanId(287)), Presence::Absent);
+    failCall("openapiVlanCreatedCheck", 1, true, OPEN_E_RPC);
+    EXPECT_EQ(sw.vlanPresence(VlanId(287)), Presence::Unknown);
 }
 
 }  // namespace

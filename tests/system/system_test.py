@@ -3,6 +3,7 @@
 
 import json
 import os
+import re
 import shutil
 import signal
 import socket
@@ -18,7 +19,7 @@ TREE = os.path.dirname(os.path.dirname(HERE))
 BUILD = os.environ.get("PAVO_BUILD", os.path.join(TREE, "build", "dev"))
 sys.path.insert(0, os.path.join(TREE, "demo"))
 
-from rig import Rig  # noqa: E402
+from rig import FOLDERS, TEMPLATES, Rig  # noqa: E402
 
 LIMIT = 60  # real seconds that any one event may take
 AUDAC = "AUDAC Audio and Control Network"
@@ -236,7 +237,6 @@ class SystemTest(unittest.TestCase):
         self.assertEqual(0, len(json.loads(ctl("faults", "--clear").stdout)["faults"]))
         self.assertNotEqual(0, ctl("table", "nothing").returncode)
 
-
     # --- pavoctl
 
     def test_pavoctl(self):
@@ -284,6 +284,47 @@ class SystemTest(unittest.TestCase):
         ctl("profile", "delete", "B\u00fchne")
         self.assertEqual(before, self.rig.running_config())
         self.assertEqual(0, self.rig.control("counters")["unknownCommands"])
+
+
+class ProgramTest(unittest.TestCase):
+    """The programs without a switch."""
+
+    def test_version(self):
+        with open(os.path.join(TREE, "CMakeLists.txt"), encoding="utf-8") as file:
+            version = re.search(r"project\(pavo VERSION ([\d.]+)", file.read())[1]
+        for name in ("pavo_detection", "pavoctl", "vswitchd", "vswitchctl", "frames"):
+            with self.subTest(name), tempfile.TemporaryDirectory(dir=BUILD) as root:
+                done = subprocess.run([os.path.join(BUILD, FOLDERS[name], name), "--version"],
+                                      env=dict(os.environ, PAVO_ROOT=root), capture_output=True, text=True,
+                                      timeout=LIMIT, check=False)
+                self.assertEqual((0, f"{name} {version}\n", ""), (done.returncode, done.stdout, done.stderr))
+                self.assertEqual([], os.listdir(root))
+
+    def test_installation(self):
+        with tempfile.TemporaryDirectory(dir=BUILD) as stage:
+            subprocess.run(["cmake", "--install", BUILD, "--prefix", "/usr"], env=dict(os.environ, DESTDIR=stage),
+                           stdout=subprocess.DEVNULL, check=True)
+            installed = {os.path.relpath(os.path.join(folder, name), stage)
+                         for folder, _, names in os.walk(stage) for name in names}
+            templates = {os.path.join(TEMPLATES[1:], name)
+                         for name in os.listdir(os.path.join(TREE, "data", "profileTemplate"))}
+            self.assertEqual({"usr/sbin/pavo_detection", "usr/bin/pavoctl", "usr/sbin/vswitchd", "usr/bin/vswitchctl",
+                              "usr/share/bash-completion/completions/pavoctl", "usr/share/doc/pavo/README.md",
+                              "usr/share/doc/pavo/CHANGELOG.md"} | templates, installed)
+
+            def run(name, *words):
+                return subprocess.run([os.path.join(stage, "usr/bin", name), *words], capture_output=True, text=True,
+                                      env=dict(os.environ, PAVO_ROOT=stage), check=True).stdout
+
+            self.assertIn("A first profile", run("pavoctl", "--help"))
+            switch = subprocess.Popen([os.path.join(stage, "usr/sbin/vswitchd")], stdout=subprocess.PIPE,
+                                      env=dict(os.environ, PAVO_ROOT=stage))
+            try:
+                self.assertIn(b"listening", switch.stdout.readline())
+                self.assertIn("Video NDI4", run("pavoctl", "profile", "templates"))
+            finally:
+                switch.terminate()
+                switch.communicate()
 
 
 class StoryTest(unittest.TestCase):

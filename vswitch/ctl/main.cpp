@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include "platform/clock.h"
+#include "platform/version.h"
 #include "vswitch/client/transport.h"
 #include "vswitch/rpc/wire.h"
 
@@ -137,6 +138,7 @@ void load(const std::string &path) {
 
 int run(int argc, char **argv) {
     CLI::App app{"vswitchctl - control the virtual switch OS of PAVO_ROOT"};
+    app.set_version_flag("--version", std::string("vswitchctl ") + pavoVersion());
     app.require_subcommand(1);
     bool asJson = false;
     app.add_flag("--json", asJson, "Answers as JSON");

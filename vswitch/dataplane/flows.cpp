@@ -179,7 +179,7 @@ std::vector<std::string> flowChanges(const Flows &present, const Flows &wanted) 
     for (const auto &[key, actions] : wanted) {
         const auto it = present.find(key);
         if (it == present.end() || it->second != actions)
-            lines.push_back("add " + key + ",actions=" + actions);
+            lines.push_back(std::string("add ").append(key).append(",actions=").append(actions));
     }
     return lines;
 }

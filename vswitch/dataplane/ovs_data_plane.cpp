@@ -603,10 +603,11 @@ class OvsDataPlane : public DataPlane {
         auto result = shown;
         if (shown.good() && !heard)
             result = {1, "", "the answer of lldpcli cannot be read"};
-        if (!good(result, "LLDP neighbours", lldp()))
+        if (!good(result, "LLDP neighbours", lldp()) || !heard)
             return false;
         remember(*heard);
         std::vector<SeenNeighbour> all;
+        all.reserve(neighbours_.size());
         for (const auto &[key, known] : neighbours_)
             all.push_back(known.neighbour);
         const std::lock_guard lock(mutex_);
@@ -616,7 +617,7 @@ class OvsDataPlane : public DataPlane {
 
     std::string wantedName() {
         const std::lock_guard lock(mutex_);
-        return wanted_->systemName;
+        return wanted_ ? wanted_->systemName : std::string();
     }
 
     void remember(const std::vector<SeenNeighbour> &heard) {

@@ -47,7 +47,7 @@ void Model::seeAddresses(const std::vector<SeenAddress> &seen) {
 }
 
 void Model::seeNeighbours(const std::vector<SeenNeighbour> &seen) {
-    std::set<std::pair<IfNum, std::uint32_t>> present;
+    std::set<const LldpNeighbour *> present;
     for (const auto &[port, received] : seen) {
         const auto *interface = this->interface(port);
         if (interface == nullptr || !interface->live || !interface->linkUp)
@@ -66,12 +66,12 @@ void Model::seeNeighbours(const std::vector<SeenNeighbour> &seen) {
         }
         known->second.fields = std::move(fields);
         known->second.lastHeard = now_;
-        present.emplace(port, known->first);
+        present.insert(&known->second);
     }
     for (auto &[port, here] : lldp_)
         if (interfaces_.at(port).live)
             std::erase_if(here, [&](const auto &item) {
-                if (present.contains({port, item.first}))
+                if (present.contains(&item.second))
                     return false;
                 event("lldp", "neighbour " + item.second.device + " expired");
                 return true;

@@ -79,7 +79,7 @@ void Model::relearnAll() {
 // --- LLDP and devices
 
 void Model::hear(const Device &device) {
-    if (!audible(device))
+    if (!device.lldp || !audible(device))
         return;
     auto &neighbours = lldp_[device.port];
     for (auto &[index, neighbour] : neighbours)

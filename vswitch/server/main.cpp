@@ -15,6 +15,7 @@
 #include <sstream>
 
 #include "platform/paths.h"
+#include "platform/version.h"
 #include "vswitch/dataplane/ovs_data_plane.h"
 #include "vswitch/rpc/wire.h"
 #include "vswitch/server/server.h"
@@ -270,6 +271,7 @@ int serve(const Options &options) {
 int main(int argc, char **argv) try {
     CLI::App app{
         "vswitchd - the virtual switch OS.\nListens on /tmp/vswitchd.sock under the folder PAVO_ROOT."};
+    app.set_version_flag("--version", std::string("vswitchd ") + pavoVersion());
     Options options;
     auto &config = options.model;
     app.add_option("--ports", config.physicalPorts, "Physical ports")

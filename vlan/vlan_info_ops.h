@@ -1,34 +1,32 @@
-// One picture of the switch's VLANs, put together from the switch OS, the profile database and JSON files,
-// and handed out as plain records that the caller owns. Nothing here changes the switch.
+// The picture of the switch's VLANs (vlan/vlan_picture.h, vlan/vlan_profile.h, vlan/ip_interfaces.h) as plain
+// records that the caller owns. Nothing here changes the switch.
 //
 // Numbers in the port arrays are JSON numbers: of a physical port its interface number, of a LAG its LAG
 // number (1 for the first LAG interface). "Untagged" means everywhere that the interface's PVID is the VLAN.
 //
 // Results are 0, 10000 (failure), 10002 (out of memory) or 10016 (a file cannot be opened); each failure is
 // logged once. A port, LAG or file that cannot be read counts as one that says nothing. The operations keep
-// no state between calls and any thread may call them; only two quick scans at the same time share a file.
+// no state between calls and any thread may call them.
 //
 // A create operation hands out what it allocated also when filling it failed, and null only when it could not
 // be allocated; vlanListAllInfoCreateEX hands out null on any failure. Free operations accept null. Records
 // and lists to be filled are fresh: zeroed, a single VLAN_INFO_T with its six arrays empty, lists without
 // records.
-#ifndef PAVO_VLAN_VLAN_INFO_H
-#define PAVO_VLAN_VLAN_INFO_H
+#ifndef PAVO_VLAN_VLAN_INFO_OPS_H
+#define PAVO_VLAN_VLAN_INFO_OPS_H
 
 #include <cjson/cJSON.h>
 
 #include <cstddef>
 #include <cstdint>
 
-#include "platform/open_client.h"
 #include "store/profile_types.h"
+#include "swapi/switch.h"
+
+namespace pavo {
 
 // Room of tables with one entry per VLAN, some of them indexed by VLAN id.
 inline constexpr std::size_t VLAN_TABLE_SIZE = 4096;
-
-inline constexpr std::uint32_t VLAN_PROFILE_TYPE_DEFAULT = 1;  // of a VLAN that no profile knows
-inline constexpr const char *VLAN_PROFILE_NAME_DEFAULT = "Default";
-inline constexpr const char *VLAN_COLOR_DEFAULT = "#000000";
 
 // Bits of VLAN_PROFILE_INFO_T::features and ::specified. "Off" features are those that a template switches
 // off.
@@ -48,8 +46,6 @@ enum VlanProfileBit : std::uint32_t {
     VLAN_PROFILE_PTP_BC = 1u << 13,
 };
 // Specified bits of the other parameters: bit 4 for the second one, bits 15 to 26 for the third to the last.
-inline constexpr unsigned VLAN_PROFILE_SECOND_PARAMETER_BIT = 4;
-inline constexpr unsigned VLAN_PROFILE_THIRD_PARAMETER_BIT = 15;
 
 // Bits of VLAN_PROFILE_INFO_T::avbKind.
 inline constexpr std::uint8_t VLAN_AVB_MILAN = 1u << 5;
@@ -120,70 +116,68 @@ using VLAN_PROFILE_LIST_T = VlanRecordList<VLAN_PROFILE_INFO_T>;
 // Routing interface of one VLAN.
 struct VLAN_ROUTING_INFO_T {
     std::uint32_t vlanId;    // 0: no routing interface
-    std::uint32_t ipConfig;  // VLAN_IP_CONFIG_
+    std::uint32_t ipConfig;  // IpMethod
     char ipAddr[16];
     char ipMask[16];
 };
-enum : std::uint32_t { VLAN_IP_CONFIG_OTHER = 1, VLAN_IP_CONFIG_DHCP = 2, VLAN_IP_CONFIG_MANUAL = 3 };
 
 // --- one VLAN
 
 // Base info, port assignment, profile name and, with `withShure` and a profile type of 2 or 3, the Shure
 // arrays. A VLAN that is not on the switch is a success with `exists` 0.
-std::int32_t vlanAllInfoCreate(openapiClientHandle_t *client, std::uint32_t vlanId, bool withShure,
-                               VLAN_INFO_T **info);
-std::int32_t vlanAllInfoGet(openapiClientHandle_t *client, std::uint32_t vlanId, bool withShure,
-                            VLAN_INFO_T *info);
+std::int32_t vlanAllInfoCreate(Switch sw, std::uint32_t vlanId, bool withShure, VLAN_INFO_T **info);
+std::int32_t vlanAllInfoGet(Switch sw, std::uint32_t vlanId, bool withShure, VLAN_INFO_T *info);
 void vlanAllInfoFree(VLAN_INFO_T *info);
 
 // Exists, name, colour, isStatic, profile type and name. A VLAN without an entry in the profile database is
 // named "VLAN0010", VLAN 1 "Default" and then given an entry.
-std::int32_t vlanBaseInfoGet(openapiClientHandle_t *client, std::uint32_t vlanId, VLAN_INFO_T *info);
+std::int32_t vlanBaseInfoGet(Switch sw, std::uint32_t vlanId, VLAN_INFO_T *info);
 
 // Appends the ports and LAGs of the VLAN; 10000 with the ports only when there is no LAG interface.
-std::int32_t vlanAssInfoGet(openapiClientHandle_t *client, std::uint32_t vlanId, cJSON *tagPorts,
-                            cJSON *untagPorts, cJSON *tagLags, cJSON *untagLags);
+std::int32_t vlanAssInfoGet(Switch sw, std::uint32_t vlanId, cJSON *tagPorts, cJSON *untagPorts,
+                            cJSON *tagLags, cJSON *untagLags);
 
 // VLAN id and profile name, the latter left alone when the profile database has no entry. Always 0.
-std::int32_t vlanProfileDetailGet(openapiClientHandle_t *client, std::uint32_t vlanId,
-                                  VLAN_PROFILE_INFO_T *profile);
+std::int32_t vlanProfileDetailGet(Switch sw, std::uint32_t vlanId, VLAN_PROFILE_INFO_T *profile);
 
 // Appends the interface numbers of a LAG's members.
-std::int32_t lagMembersJsonArrayGet(openapiClientHandle_t *client, std::uint32_t lagIfNum, cJSON *array);
+std::int32_t lagMembersJsonArrayGet(Switch sw, std::uint32_t lagIfNum, cJSON *array);
 
 // --- every VLAN of the switch: each port and LAG is asked once, not once per VLAN
 
 // Port and LAG assignment; 10000 with an empty list when there is no LAG interface. An interface in a VLAN
 // that is not in the list is found in the record at position 0. The Shure arrays stay empty.
-std::int32_t vlanListPortAssCreate(openapiClientHandle_t *client, VLAN_PORT_LIST_T **list);
-std::int32_t vlanListPortAssGet(openapiClientHandle_t *client, VLAN_PORT_LIST_T *list);
+std::int32_t vlanListPortAssCreate(Switch sw, VLAN_PORT_LIST_T **list);
+std::int32_t vlanListPortAssGet(Switch sw, VLAN_PORT_LIST_T *list);
 void vlanListPortAssFree(VLAN_PORT_LIST_T *list);
 
 // The same with a record for every VLAN of `viList`, in its order; 10002 also when that has an empty entry.
-std::int32_t vlanListPortAssGetFromVlanList(openapiClientHandle_t *client, VLAN_PORT_LIST_T *list,
+std::int32_t vlanListPortAssGetFromVlanList(Switch sw, VLAN_PORT_LIST_T *list,
                                             const VLAN_INFOX_LIST_T *viList);
 
 // As vlanBaseInfoGet, with isMgmtVlan and ptpTc, but a VLAN without an entry in the profile database has its
 // name on the switch or, without one, is named "VLAN10". 0 once the records are allocated.
-std::int32_t vlanListBaseInfoCreateEX(openapiClientHandle_t *client, VLAN_INFOX_LIST_T **list);
-std::int32_t vlanListBaseInfoGetEX(openapiClientHandle_t *client, VLAN_INFOX_LIST_T *list);
+std::int32_t vlanListBaseInfoCreateEX(Switch sw, VLAN_INFOX_LIST_T **list);
+std::int32_t vlanListBaseInfoGetEX(Switch sw, VLAN_INFOX_LIST_T *list);
 
 // Base info and the six port arrays.
-std::int32_t vlanListAllInfoCreateEX(openapiClientHandle_t *client, VLAN_INFOX_LIST_T **list);
-std::int32_t vlanListAllInfoGetEX(openapiClientHandle_t *client, VLAN_INFOX_LIST_T *list);
+std::int32_t vlanListAllInfoCreateEX(Switch sw, VLAN_INFOX_LIST_T **list);
+std::int32_t vlanListAllInfoGetEX(Switch sw, VLAN_INFOX_LIST_T *list);
 void vlanListInfoFreeEX(VLAN_INFOX_LIST_T *list);
 
 // Full profile features; 10000 when the profile database cannot be opened.
-std::int32_t vlanListProfileCreateEX(openapiClientHandle_t *client, VLAN_PROFILE_LIST_T **list);
-std::int32_t vlanListProfileInfoGetEX(openapiClientHandle_t *client, VLAN_PROFILE_LIST_T *list);
+std::int32_t vlanListProfileCreateEX(Switch sw, VLAN_PROFILE_LIST_T **list);
+std::int32_t vlanListProfileInfoGetEX(Switch sw, VLAN_PROFILE_LIST_T *list);
 void vlanListProfileFreeEX(VLAN_PROFILE_LIST_T *list);
 
 // The quick form: VLANs from one "show vlan", of the template only PTP, PTP-BC, AVB, flowControl and Sonos,
 // and avbKind; no parameters, no ptpTc. Features are found for the first 32 different profile names.
-std::int32_t vlanListProfileCreateFastEX(openapiClientHandle_t *client, VLAN_PROFILE_LIST_T **list);
+std::int32_t vlanListProfileCreateFastEX(Switch sw, VLAN_PROFILE_LIST_T **list);
 
 // Routing interfaces as "show ip interface brief" lists them; `table` has VLAN_TABLE_SIZE records, indexed by
 // VLAN id, and is cleared first. 0 or 10016.
-std::int32_t vlanListRoutingInfoGet(openapiClientHandle_t *client, VLAN_ROUTING_INFO_T *table);
+std::int32_t vlanListRoutingInfoGet(Switch sw, VLAN_ROUTING_INFO_T *table);
+
+}  // namespace pavo
 
 #endif

@@ -1,0 +1,15 @@
+# What `cmake --install` puts where. Templates go to the absolute path at which the programs look for them, whatever the
+# prefix is: stage with DESTDIR.
+include(GNUInstallDirs)
+
+install(TARGETS pavo_detection RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
+install(TARGETS pavoctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+if(NOT PAVO_OPEN_LIBRARY)
+  install(TARGETS vswitchd RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
+  install(TARGETS vswitchctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+endif()
+install(DIRECTORY data/profileTemplate DESTINATION /usr/local/appmgr/usr/share/pavo)
+# bash-completion loads the file that is named like the command.
+install(FILES data/completion/pavoctl.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+        RENAME pavoctl)
+install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR})

@@ -1,0 +1,32 @@
+#include "vlan/profile_vlan.h"
+
+#include "store/profile_db.h"
+
+namespace pavo {
+
+ProfileVlan findVlanOfProfileType(Switch sw, std::string_view profileType, std::optional<VlanId> excluded,
+                                  Where where) {
+    const auto ids = readIdsOfType(profileType, where);
+    if (!ids)
+        return {.presence = Presence::Unknown};
+    ProfileVlan found;
+    for (const std::int32_t number : *ids) {
+        const auto id = VlanId::from(number);
+        if (!id || id == excluded)
+            continue;
+        const Presence presence = sw.vlanPresence(*id);
+        if (presence == Presence::Present)
+            return {presence, *id};
+        if (presence == Presence::Unknown)
+            found.presence = presence;
+    }
+    return found;
+}
+
+std::int32_t vlanInfoSelectHasofProfileType(Switch sw, const char *profileType, std::int32_t excluded) {
+    const std::string_view type = profileType != nullptr ? std::string_view(profileType) : std::string_view();
+    const ProfileVlan found = findVlanOfProfileType(sw, type, VlanId::from(excluded));
+    return found.presence == Presence::Present ? static_cast<std::int32_t>(found.vlan.number()) : 0;
+}
+
+}  // namespace pavo
