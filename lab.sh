@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Builds pavo and shows it at work on a live data plane: real interfaces, real frames, real LLDP. Needs root.
-#   ./lab.sh             plays the show and ends; exit 0 when everything was as expected
-#   ./lab.sh --keep      leaves all of it running afterwards, with a shell inside; leaving the shell ends it
+# Builds pavo and demonstrates it on a live data plane: real interfaces, real frames, real LLDP. Needs root.
+#   ./lab.sh             runs the demonstration and ends; exit 0 when everything was as expected
+#   ./lab.sh --keep      leaves everything running afterwards, with a shell inside; leaving the shell ends it
 #   ./lab.sh --scale N   how many times faster than real time the clocks run (1 to 50, default 10)
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"
@@ -25,12 +25,12 @@ while [ $# -gt 0 ]; do
     shift
 done
 if [ "$(id -u)" -ne 0 ]; then
-    echo "lab.sh needs root, to make network namespaces: sudo ./lab.sh ${options[*]}" >&2
+    echo "lab.sh needs root to create network namespaces: sudo ./lab.sh ${options[*]}" >&2
     exit 2
 fi
 
 if ! scripts/install-packages.sh; then
-    echo "lab.sh: packages of scripts/packages.txt are missing and cannot be installed" >&2
+    echo "lab.sh: packages listed in scripts/packages.txt are missing and cannot be installed" >&2
     exit 2
 fi
 mkdir -p build

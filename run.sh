@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Builds pavo and its virtual switch, plugs AV devices into it and shows the daemon at work.
+# Builds pavo and its virtual switch, plugs AV devices into the switch and shows the daemon at work.
 #   ./run.sh          plays the story and ends; exit 0 when every step was seen
 #   ./run.sh --keep   leaves switch and daemon running afterwards
 set -euo pipefail

@@ -8,9 +8,11 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <cstdarg>
 #include <cstring>
+#include <deque>
 #include <iterator>
 #include <memory>
 #include <mutex>
@@ -18,6 +20,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 
 #include "common/files.h"
 #include "platform/clock.h"
@@ -30,18 +33,22 @@ constexpr int kLevelDefault = LOG_LEVEL_INFO;
 constexpr std::size_t kLevelFileSize = 4;
 constexpr std::int64_t kRotateAbove = 0x100000;
 
-// Never changed once messages can see it; a message works on the settings it started with.
+// Never changed once messages can see it, and never freed: a message works on the settings it started with,
+// and syslog keeps a pointer to the identity.
 struct Settings {
     std::int32_t sinks = -1;
     std::int32_t facility = -1;
     std::string identity;  // empty: not given
+
+    bool operator==(const Settings &) const = default;
 };
 
 struct State {
     std::mutex mutex;  // all of the state but the level byte
-    std::shared_ptr<const Settings> settings = std::make_shared<const Settings>();
-    bool started = false;
-    FilePtr stream;
+    std::deque<Settings> everySettings{Settings{}};
+    const Settings *settings = &everySettings.front();
+    std::atomic<const Settings *> inForce{nullptr};  // the same once the facility has started
+    int stream = -1;
     std::int64_t byteCount = 0;
 
     int levelFd = -1;
@@ -83,7 +90,7 @@ void onBusError(int signal, siginfo_t *info, void *) {
 
 // Goes in front of the present handler, which may have been set after ours: a crash logger is registered when
 // the log is open already.
-void busHandlerSet(State &s) {
+void setBusHandler(State &s) {
     struct sigaction present{};
     if (sigaction(SIGBUS, nullptr, &present) != 0 || present.sa_sigaction == onBusError)
         return;
@@ -100,14 +107,14 @@ bool isDigit(unsigned char c) {
 }
 
 // Makes sure of the digit, through the descriptor, which cannot fault.
-bool digitEnsure(int fd) {
+bool ensureDigit(int fd) {
     unsigned char digit = 0;
     constexpr char kDigitDefault = '0' + kLevelDefault;
     return (pread(fd, &digit, 1, 0) == 1 && isDigit(digit)) || pwrite(fd, &kDigitDefault, 1, 0) == 1;
 }
 
 // Maps the open level file, in the place of an earlier mapping when `at` is given.
-unsigned char *levelAttach(int fd, void *at) {
+unsigned char *attachLevel(int fd, void *at) {
     if (ftruncate(fd, kLevelFileSize) != 0)
         return nullptr;
     const int flags = MAP_SHARED | (at != nullptr ? MAP_FIXED : 0);
@@ -115,7 +122,7 @@ unsigned char *levelAttach(int fd, void *at) {
     return map != MAP_FAILED ? static_cast<unsigned char *>(map) : nullptr;
 }
 
-void levelUnmap(State &s) {
+void unmapLevel(State &s) {
     s.levelByte.store(nullptr);
     while (s.levelReaders.load() != 0)
         std::this_thread::yield();
@@ -127,30 +134,30 @@ void levelUnmap(State &s) {
     s.levelLost.store(false);
 }
 
-void levelMap(State &s) {
-    busHandlerSet(s);
+void mapLevel(State &s) {
+    setBusHandler(s);
     s.levelFd =
         open(platform::fsPath(platform::paths::kLogLevelFile).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
     if (s.levelFd >= 0)
-        s.levelMapping.store(levelAttach(s.levelFd, nullptr));
-    if (s.levelMapping.load() != nullptr && digitEnsure(s.levelFd))
+        s.levelMapping.store(attachLevel(s.levelFd, nullptr));
+    if (s.levelMapping.load() != nullptr && ensureDigit(s.levelFd))
         s.levelByte.store(s.levelMapping.load());
     else
-        levelUnmap(s);
+        unmapLevel(s);
 }
 
 // Goes back to the level file after onBusError. No digit is written: it would overwrite the one that whoever
 // truncated the file is about to write.
-void levelRestore(State &s) {
+void restoreLevel(State &s) {
     const std::lock_guard lock(s.mutex);
     unsigned char *const byte = s.levelByte.load();
-    if (s.levelLost.exchange(false) && byte != nullptr && levelAttach(s.levelFd, byte) == nullptr)
-        levelUnmap(s);
+    if (s.levelLost.exchange(false) && byte != nullptr && attachLevel(s.levelFd, byte) == nullptr)
+        unmapLevel(s);
 }
 
 // Written by other processes only. The mapping may be replaced while it is read, which is no data race
 // either, though the thread sanitizer takes it for one.
-__attribute__((no_sanitize("thread"))) unsigned char digitRead(const volatile unsigned char *byte) {
+__attribute__((no_sanitize("thread"))) unsigned char readDigit(const volatile unsigned char *byte) {
     return *byte;
 }
 
@@ -159,12 +166,12 @@ int threshold() {
     unsigned char digit = 0;
     s.levelReaders.fetch_add(1);  // keeps the mapping until it has been read
     if (unsigned char *const byte = s.levelByte.load())
-        digit = digitRead(byte);
+        digit = readDigit(byte);
     s.levelReaders.fetch_sub(1);
     if (isDigit(digit))
         return digit - '0';
     if (s.levelLost.load())
-        levelRestore(s);
+        restoreLevel(s);
     return kLevelDefault;
 }
 
@@ -248,46 +255,63 @@ class Line {
 
 // --- sinks
 
-void standardOutputWrite(std::string_view line) {
+void writeStandardOutput(std::string_view line) {
     std::fwrite(line.data(), 1, line.size(), stdout);
 }
 
-void streamOpen(State &s) {
+void closeStream(State &s) {
+    if (s.stream >= 0)
+        close(std::exchange(s.stream, -1));
+}
+
+void openStream(State &s) {
     s.byteCount = 0;
-    s.stream = openFile(platform::paths::kLogFile, "a+");
+    s.stream = open(platform::fsPath(platform::paths::kLogFile).c_str(),
+                    O_RDWR | O_CREAT | O_APPEND | O_NONBLOCK | O_CLOEXEC, 0666);
     struct stat info{};
-    if (s.stream == nullptr)
+    if (s.stream < 0)
         return;
-    if (fstat(fileno(s.stream.get()), &info) != 0 || !S_ISREG(info.st_mode))
-        s.stream.reset();  // a pipe would block every thread once it is full
+    if (fstat(s.stream, &info) != 0 || !S_ISREG(info.st_mode))
+        closeStream(s);  // a pipe would block every thread once it is full
     else
         s.byteCount = info.st_size;
 }
 
-void streamRotate(State &s) {
-    s.stream.reset();
+void rotateStream(State &s) {
+    closeStream(s);
     removeFile(platform::paths::kLogFileOld);
     std::rename(platform::fsPath(platform::paths::kLogFile).c_str(),
                 platform::fsPath(platform::paths::kLogFileOld).c_str());
-    streamOpen(s);
+    openStream(s);
     s.byteCount = 0;  // where the file could not be renamed it goes on growing, and lines are not lost
 }
 
-void streamWrite(State &s, std::string_view line) {
+void writeStream(State &s, std::string_view line) {
     const std::lock_guard lock(s.mutex);
-    if (s.stream == nullptr) {
-        standardOutputWrite(line);
+    if (s.stream < 0) {
+        writeStandardOutput(line);
         return;
     }
-    std::fwrite(line.data(), 1, line.size(), s.stream.get());
     s.byteCount += static_cast<std::int64_t>(line.size());
+    while (!line.empty()) {
+        const ssize_t written = write(s.stream, line.data(), line.size());
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0)
+            break;  // a full disk: the line is lost, as it would be anywhere else
+        line.remove_prefix(static_cast<std::size_t>(written));
+    }
     if (s.byteCount > kRotateAbove)
-        streamRotate(s);
-    if (s.stream != nullptr)
-        std::fflush(s.stream.get());
+        rotateStream(s);
 }
 
 // --- life cycle
+
+// The one copy of these settings.
+const Settings *keep(State &s, Settings settings) {
+    const auto known = std::find(s.everySettings.begin(), s.everySettings.end(), settings);
+    return known != s.everySettings.end() ? &*known : &s.everySettings.emplace_back(std::move(settings));
+}
 
 std::string processName() {
     const FilePtr file(std::fopen(platform::paths::kProcSelfStatus, "re"));
@@ -304,7 +328,7 @@ std::string processName() {
 }
 
 void start(State &s) {
-    busHandlerSet(s);
+    setBusHandler(s);
     Settings settings = *s.settings;
     if (settings.sinks < 0) {
         settings.sinks = LOG_SINK_STDOUT;
@@ -315,18 +339,18 @@ void start(State &s) {
         if (settings.identity.empty() && settings.sinks != LOG_SINK_STDOUT)
             settings.identity = processName();
     }
-    s.settings = std::make_shared<const Settings>(std::move(settings));
+    s.settings = keep(s, std::move(settings));
     if ((s.settings->sinks & LOG_SINK_SYSLOG) != 0)
         openlog(s.settings->identity.c_str(), 0, s.settings->facility);  // syslog keeps the pointer
-    s.started = true;
+    s.inForce.store(s.settings);
 }
 
 void stop(State &s) {
     if ((s.settings->sinks & LOG_SINK_SYSLOG) != 0)
         closelog();
-    s.stream.reset();
-    levelUnmap(s);
-    s.started = false;
+    closeStream(s);
+    unmapLevel(s);
+    s.inForce.store(nullptr);
 }
 
 }  // namespace
@@ -334,25 +358,24 @@ void stop(State &s) {
 void devmgrLogOpen(std::int32_t sinks, std::int32_t facility, const char *identity) {
     State &s = state();
     const std::lock_guard lock(s.mutex);
-    if (s.started)
+    if (s.inForce.load() != nullptr)
         stop(s);
-    s.stream.reset();
-    s.settings =
-        std::make_shared<const Settings>(Settings{sinks, facility, identity != nullptr ? identity : ""});
+    closeStream(s);
+    s.settings = keep(s, Settings{sinks, facility, identity != nullptr ? identity : ""});
     if (s.levelByte.load() == nullptr)
-        levelMap(s);
+        mapLevel(s);
     if ((sinks & LOG_SINK_FILE) != 0)
-        streamOpen(s);
+        openStream(s);
 }
 
 void devmgrLog(int level, const char *format, ...) {
     if (level > threshold())
         return;
     State &s = state();
-    std::shared_ptr<const Settings> settings;
-    {
+    const Settings *settings = s.inForce.load();
+    if (settings == nullptr) {
         const std::lock_guard lock(s.mutex);
-        if (!s.started)
+        if (s.inForce.load() == nullptr)
             start(s);
         settings = s.settings;
     }
@@ -363,9 +386,9 @@ void devmgrLog(int level, const char *format, ...) {
         const Line line(level, settings->identity, format, args);
         va_end(args);
         if ((settings->sinks & LOG_SINK_STDOUT) != 0)
-            standardOutputWrite(line.text());
+            writeStandardOutput(line.text());
         if ((settings->sinks & LOG_SINK_FILE) != 0)
-            streamWrite(s, line.text());
+            writeStream(s, line.text());
     }
     if ((settings->sinks & LOG_SINK_SYSLOG) != 0) {
         va_start(args, format);
@@ -377,7 +400,7 @@ void devmgrLog(int level, const char *format, ...) {
 void devmgrLogClose() {
     State &s = state();
     const std::lock_guard lock(s.mutex);
-    if (s.started)
+    if (s.inForce.load() != nullptr)
         stop(s);
 }
 

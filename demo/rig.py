@@ -10,15 +10,16 @@ import time
 TREE = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 TEMPLATES = "/usr/local/appmgr/usr/share/pavo/profileTemplate"
 # Where the build puts each program.
-FOLDERS = {"vswitchd": "vswitch", "vswitchctl": "vswitch", "pavo_detection": "detection", "pavoctl": "ctl", "frames": "lab"}
+FOLDERS = {"vswitchd": "vswitch", "vswitchctl": "vswitch", "pavo_detection": "detection", "pavoctl": "ctl",
+           "frames": "lab"}
 
 
 class Failure(Exception):
-    """Something did not happen, or a program refused."""
+    """Something expected did not happen, or a program refused."""
 
 
 class Rig:
-    """Starts, watches and ends the processes; paths are those the programs use, below `root`."""
+    """Starts, watches and ends the processes; paths are those that the programs use, below `root`."""
 
     def __init__(self, build, root, scale=1, origin=None):
         self.build = os.path.abspath(build)
@@ -129,14 +130,14 @@ class Rig:
         return self.read("/tmp/ketch.log.old") + self.read("/tmp/ketch.log")
 
     def log_level(self, level):
-        """Changes the log threshold of every running process: written in place, the file is mapped."""
+        """Changes the log threshold of every running process: written in place, as the file is mapped."""
         with open(self.path("/tmp/devmgr_log_level"), "r+", encoding="ascii") as file:
             file.write(str(level))
 
     # --- waiting
 
     def wait_for(self, condition, seconds, what, progress=None):
-        """Polls until the condition holds; `seconds` of real time at the most."""
+        """Polls until the condition holds, for at most `seconds` of real time."""
         start = time.monotonic()
         while True:
             self.check_alive()

@@ -1,16 +1,16 @@
 #!/usr/bin/env python3
-"""Plays a scenario file on a running virtual switch with a running daemon and reports what is seen.
+"""Plays a scenario file on a virtual switch with the daemon running, and reports what is seen.
 
 A scenario is a JSON object: "title", "scale" (how many times faster than real time the clocks run) and "acts", each
 with "title" and "steps". A step may have
   "say"      what happens, for the reader
-  "switch"   control requests for the switch (see vswitch/server/control.h)
-  "pavoctl"  command lines of pavoctl, each a list of words; shown as they would be typed
+  "switch"   control requests to the switch (see vswitch/server/control.h)
+  "pavoctl"  command lines of pavoctl, each a list of words; printed as they would be typed
   "level"    threshold of the daemon's log, 0 to 9
-  "expect"   what must then be seen, each within "within" seconds of the switch's time (default 60):
-             {"table": name, "row": {...}}, {"table": name, "noRow": {...}}, {"log": text}, {"system": text},
+  "expect"   what has to be seen then, each within "within" seconds of the switch's time (default 60):
+             {"table": name, "row": {...}}, {"table": name, "noRow": {...}}, {"log": line}, {"system": line},
              {"config": "as before"}: the running configuration is that of the beginning of the act;
-             "say" gives the reader's words. Log texts count from the end of the step before.
+             "say" is its description for the reader. Log lines count from the end of the previous step.
 """
 
 import argparse
@@ -36,7 +36,7 @@ class Player:
         self.rig = rig
         self.shown = 0.0
         self.config = []
-        self.marks = {"log": 0, "system": 0}  # where the logs stood when the last step ended
+        self.marks = {"log": 0, "system": 0}  # lengths of the logs at the end of the last step
 
     def progress(self, waited, what, within):
         seconds = waited * self.rig.scale
@@ -106,7 +106,7 @@ def play(rig, scenario):
             player.step(step)
     counters = rig.control("counters")
     if counters["unknownCommands"]:
-        raise Failure(f"the switch did not know {counters['unknownCommands']} commands")
+        raise Failure(f"the switch did not know {counters['unknownCommands']} of the commands")
     print(f"\nThe switch answered {counters['total']} OpEN calls and refused no command.")
 
 
@@ -114,7 +114,7 @@ def keep(rig):
     vswitchctl = rig.program("vswitchctl")
     pids = " ".join(str(child.pid) for child in rig.children.values())
     print(f"""
-Both keep running (clock {rig.scale} times faster than real time). To try things by hand:
+Switch and daemon keep running (clocks {rig.scale} times faster than real time). To experiment:
 
   export PAVO_ROOT={rig.root}
   {vswitchctl} plug desk 0/9 00:1b:92:00:09:01 --system-desc "Audac MTX"
@@ -147,7 +147,7 @@ def main():
         rig.start_daemon()
         play(rig, scenario)
         status = 0
-        print(paint("32", f"Every step was seen, in {time.monotonic() - started:.0f} s."))
+        print(paint("32", f"Every step was seen; it took {time.monotonic() - started:.0f} s."))
         if arguments.keep:
             keep(rig)
             rig.children.clear()

@@ -1,4 +1,4 @@
-// frames: sends numbered Ethernet frames and counts those that arrive, on interfaces of the laboratory.
+// frames: sends numbered Ethernet frames, and counts those that arrive, on interfaces of the laboratory.
 #include <arpa/inet.h>
 #include <linux/filter.h>
 #include <linux/if_ether.h>
@@ -35,7 +35,7 @@
 
 namespace {
 
-constexpr std::uint16_t kEtherType = 0x88B5;  // set aside for local experiments
+constexpr std::uint16_t kEtherType = 0x88B5;  // reserved for local experiments
 constexpr std::size_t kBatch = 64;
 constexpr std::size_t kSizeMax = 9018;
 constexpr int kSocketBuffer = 64 * 1024 * 1024;
@@ -45,7 +45,7 @@ volatile std::sig_atomic_t ended = 0;
 
 void endOnSignals() {
     struct sigaction action{};
-    action.sa_handler = [](int) { ended = 1; };  // no SA_RESTART: a wait ends as well
+    action.sa_handler = [](int) { ended = 1; };  // no SA_RESTART: a signal ends a wait, too
     ::sigaction(SIGINT, &action, nullptr);
     ::sigaction(SIGTERM, &action, nullptr);
 }
@@ -104,7 +104,7 @@ std::uint64_t get(const unsigned char *at, int bytes) {
     return value;
 }
 
-// Behind the Ethernet header, big-endian: flow (4 bytes), number (4), time of day of the sender in ns (8).
+// After the Ethernet header, big-endian: flow (4 bytes), number (4), the sender's time of day in ns (8).
 constexpr std::size_t kFlowAt = ETH_HLEN, kNumberAt = kFlowAt + 4, kTimeAt = kNumberAt + 4;
 constexpr std::size_t kHeadSize = kTimeAt + 8;
 
@@ -112,7 +112,7 @@ constexpr std::size_t kHeadSize = kTimeAt + 8;
 
 class PacketSocket {
   public:
-    // Bound to nothing yet, so that no frame arrives before the filter is there.
+    // Not bound yet, so that no frame arrives before the filter is in place.
     PacketSocket() : fd_(::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0)) {
         if (fd_ < 0)
             fail("packet socket");
@@ -222,7 +222,7 @@ class Sender {
             number_ += static_cast<std::uint64_t>(done);
             return;
         }
-        // A link that is down or a full queue loses the frame as a cable would; its number is used up.
+        // A link that is down, or a full queue, loses the frame as a cable would; its number is used up.
         if (errno == ENETDOWN || errno == ENOBUFS || errno == EAGAIN) {
             ++refused_;
             ++number_;
@@ -252,7 +252,7 @@ struct ReceiveOptions {
     double seconds = 0;
 };
 
-// What is known of the numbers that have arrived.
+// What is known about the numbers that have arrived.
 class Tally {
   public:
     void add(std::uint32_t number, std::int64_t sentAt, std::int64_t time) {
@@ -318,7 +318,7 @@ class Receiver {
             messages_[i].msg_hdr.msg_iov = &vectors_[i];
             messages_[i].msg_hdr.msg_iovlen = 1;
         }
-        // The kernel takes tags out of the frame before sockets see it: the EtherType is where it always is.
+        // The kernel strips tags before sockets see a frame, so the EtherType is always in the same place.
         sock_filter code[] = {
             BPF_STMT(BPF_LD | BPF_H | BPF_ABS, 2 * ETH_ALEN),
             BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, kEtherType, 0, 3),
@@ -368,7 +368,7 @@ class Receiver {
             messages_[i].msg_hdr.msg_controllen = controls_[i].size();
         }
         const int count = ::recvmmsg(socket_.fd(), messages_.data(), kBatch, MSG_DONTWAIT, nullptr);
-        // Told once when the link goes down: the frames that come after it is up again count as well.
+        // Reported once when the link goes down; frames that arrive after it is up again count as well.
         if (count < 0 && errno != EAGAIN && errno != EINTR && errno != ENETDOWN)
             fail("receiving on " + options_.interface);
         for (int i = 0; i < count; ++i)
@@ -454,39 +454,43 @@ void sendRaw(const std::string &interface, std::istream &in) {
 }
 
 int run(int argc, char **argv) {
-    CLI::App app{"frames - numbered Ethernet frames, sent, counted or given byte by byte"};
+    CLI::App app{"frames - send and count numbered Ethernet frames, or send frames given byte by byte"};
     app.set_version_flag("--version", std::string("frames ") + pavoVersion());
     app.require_subcommand(1);
 
     SendOptions out;
-    auto *send = app.add_subcommand("send", "Send numbered frames, print what was sent as a line of JSON");
-    send->add_option("--interface", out.interface)->required();
-    send->add_option("--to", out.to, "MAC address")->required();
-    send->add_option("--from", out.from, "MAC address")->required();
-    send->add_option("--sources", out.sources, "Cycle the source address over so many consecutive ones")
+    auto *send =
+        app.add_subcommand("send", "Send numbered frames, then print a line of JSON with what was sent");
+    send->add_option("--interface", out.interface, "Interface to send on")->required();
+    send->add_option("--to", out.to, "Destination MAC address")->required();
+    send->add_option("--from", out.from, "Source MAC address")->required();
+    send->add_option("--sources", out.sources, "Cycle through this many consecutive source addresses")
         ->check(CLI::Range(1u, 1u << 24));
-    send->add_option("--rate", out.rate, "Frames per second; 0: as fast as possible")
+    send->add_option("--rate", out.rate, "Frames per second; 0 sends as fast as possible")
         ->check(CLI::NonNegativeNumber);
-    send->add_option("--count", out.count, "End after so many frames")->check(CLI::PositiveNumber);
-    send->add_option("--seconds", out.seconds, "End after so long")->check(CLI::PositiveNumber);
-    send->add_option("--size", out.size, "Bytes of a frame, without tag and check sum")
+    send->add_option("--count", out.count, "End after this many frames")->check(CLI::PositiveNumber);
+    send->add_option("--seconds", out.seconds, "End after this many seconds")->check(CLI::PositiveNumber);
+    send->add_option("--size", out.size, "Frame size in bytes, without tag and checksum")
         ->check(CLI::Range(std::size_t{kHeadSize}, kSizeMax))
         ->capture_default_str();
-    send->add_option("--vlan", out.vlan, "Tag the frames")->check(CLI::Range(1, 4094));
+    send->add_option("--vlan", out.vlan, "Tag the frames with this VLAN")->check(CLI::Range(1, 4094));
     send->add_option("--flow", out.flow, "Number that tells flows apart");
 
     ReceiveOptions in;
     auto *receive = app.add_subcommand(
-        "receive", "Count frames of a flow, print a line of JSON; says \"listening\" on stderr when it does");
-    receive->add_option("--interface", in.interface)->required();
-    receive->add_option("--flow", in.flow);
-    auto *idle = receive->add_option("--idle", in.idle, "End after so many ms without a frame")
+        "receive",
+        "Count frames of a flow, then print a line of JSON; prints \"listening\" to stderr when ready");
+    receive->add_option("--interface", in.interface, "Interface to listen on")->required();
+    receive->add_option("--flow", in.flow, "Flow to count");
+    auto *idle = receive->add_option("--idle", in.idle, "End after this many ms without a frame")
                      ->check(CLI::Range(1u, 3'600'000u));
-    auto *seconds = receive->add_option("--seconds", in.seconds)->check(CLI::PositiveNumber);
+    auto *seconds = receive->add_option("--seconds", in.seconds, "End after this many seconds")
+                        ->check(CLI::PositiveNumber);
 
     std::string interface, file;
-    auto *raw = app.add_subcommand("raw", "Send frames given as lines of hexadecimal digits; # comments");
-    raw->add_option("--interface", interface)->required();
+    auto *raw = app.add_subcommand(
+        "raw", "Send frames given as lines of hexadecimal digits; lines with # are comments");
+    raw->add_option("--interface", interface, "Interface to send on")->required();
     raw->add_option("file", file, "File, or - for standard input")->required();
 
     CLI11_PARSE(app, argc, argv);
@@ -495,7 +499,7 @@ int run(int argc, char **argv) {
         Sender(out).run();
     } else if (*receive) {
         if (idle->empty() && seconds->empty())
-            throw std::invalid_argument("--idle or --seconds is needed");
+            throw std::invalid_argument("--idle or --seconds is required");
         Receiver(in).run();
     } else if (file == "-") {
         sendRaw(interface, std::cin);

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Shows pavo on a live data plane: who reaches whom, before and after the daemon has seen the devices.
+"""Shows pavo on a live data plane: who reaches whom, before and after the daemon has found the devices.
 
-Runs inside lab/enclose.sh; ./lab.sh does all of it.
+Runs inside lab/enclose.sh; ./lab.sh takes care of that.
 """
 
 import argparse
@@ -20,8 +20,8 @@ AUDIO_PROFILE = ["profile", "apply", "--name", "House audio", "--type", "AUDAC A
                  "--vlan", "10 type=2 untagged=1,5,7", "--vlan", "20 type=3 untagged=3 assigned=5,7"]
 VIDEO_PROFILE = ["profile", "apply", "--name", "Projection", "--type", "AVoIP Lightware AV network",
                  "--vlan", "30 type=1 untagged=11-14", "--vlan", "286 type=2"]
-SETTLE = 10  # real seconds that the data plane and the devices may take to follow a change
-LEAVE = 20 * 15  # seconds of the switch's time until a device that is not seen has left
+SETTLE = 10  # real seconds for the data plane and the devices to follow a change
+LEAVE = 20 * 15  # seconds of the switch's time until a device that is not seen is removed
 
 PICTURE = r"""
    desk                 media                  wall               every box is a network namespace,
@@ -43,18 +43,18 @@ PICTURE = r"""
 """
 
 HINTS = """
-A shell inside the laboratory; everything ends with it ('exit').
+This is a shell inside the laboratory; leaving it ('exit') ends everything.
 
-  on media ping -c 2 10.50.0.12              media asks stage-left, across the audio VLAN
+  on media ping -c 2 10.50.0.12              media pings stage-left across the audio VLAN
   on desk ping -c 2 -W 1 10.50.0.12          desk does not reach it
   on stage-left tcpdump -e -n -i eth0        what an audio device hears
-  ip -n ubex link set eth0 down              pull one of its cables (up: put it back)
-  ip -n control link set eth0 down           the control unit and all behind it fall silent
+  ip -n ubex link set eth0 down              pull one of its cables (up: plug it back in)
+  ip -n control link set eth0 down           the control unit and everything behind it fall silent
   on desk python3 -B {lab}/lldp_frames.py --source 02:00:00:00:01:01 'control bytes' |
       on desk frames raw --interface eth0 -  a hostile LLDP frame to port 1
-  vswitchctl table ports                     also: lags, vlans, associations, fdb, lldp, log
+  vswitchctl table ports                     also lags, vlans, associations, fdb, lldp, log
   vswitchctl cli                             the switch's command line; '?' helps
-  pavoctl profile list                       and apply, show, delete; pavoctl vlan list
+  pavoctl profile list                       also apply, show, delete; pavoctl vlan list
   tail -f {log}
 """
 
@@ -64,7 +64,7 @@ def paint(code, text):
 
 
 class Show:
-    """Prints each expectation as a line and counts those that were not met."""
+    """Prints each expectation as a line and counts those that are not met."""
 
     def __init__(self, rig, network):
         self.rig = rig
@@ -80,7 +80,7 @@ class Show:
         sys.stdout.flush()
 
     def line(self, good, what, seen=""):
-        """`seen`: what was found instead, or evidence."""
+        """`seen`: what was found instead, or the evidence."""
         if good:
             self.good += 1
         else:
@@ -94,7 +94,7 @@ class Show:
             print(f"    {line}")
 
     def wait(self, what, condition, within):
-        """A condition that comes true; `within` seconds of the switch's time."""
+        """Waits for a condition to come true, up to `within` seconds of the switch's time."""
         try:
             waited = self.rig.wait_for(condition, within / self.rig.scale + SETTLE, what)
             self.line(True, what, f"{waited:.1f} s")
@@ -103,7 +103,7 @@ class Show:
             self.line(False, what, failure)
 
     def settled(self, condition):
-        """Whether it comes true within the time that things take to settle."""
+        """Whether the condition comes true within the time that things take to settle."""
         deadline = time.monotonic() + SETTLE
         while not condition():
             if time.monotonic() > deadline:
@@ -111,17 +111,17 @@ class Show:
         return True
 
     def reaches(self, source, *targets):
-        """Real pings, there and back."""
+        """Real pings, request and reply."""
         for target in targets:
             good = self.settled(lambda name=target: self.network.ping(self.devices[source], self.devices[name]))
-            self.line(good, f"{source} reaches {target}", "" if good else "no answer")
+            self.line(good, f"{source} reaches {target}", "" if good else "no reply")
 
     def is_apart(self, source, *targets):
-        """No answer, twice in a row; a change just made may take a moment to show."""
+        """No reply, twice in a row; a change just made may take a moment to take effect."""
         for target in targets:
             good = self.settled(lambda name=target: not self.network.ping(self.devices[source], self.devices[name],
                                                                           tries=2))
-            self.line(good, f"{source} does not reach {target}", "" if good else "it answers")
+            self.line(good, f"{source} does not reach {target}", "" if good else "it replies")
 
     def hears(self, sender, *listeners):
         """Exactly these devices receive what `sender` broadcasts."""
@@ -134,7 +134,7 @@ class Show:
             return set(heard) == set(listeners)
 
         good = self.settled(as_expected)
-        self.line(good, f"a broadcast of {sender} is heard by {', '.join(listeners) or 'nobody'}",
+        self.line(good, f"a broadcast from {sender} is heard by {', '.join(listeners) or 'nobody'}",
                   "" if good else f"heard by {', '.join(heard) or 'nobody'}")
 
     def row(self, what, table, within=0, **members):
@@ -144,7 +144,7 @@ class Show:
         self.wait(what, lambda: not self.rig.rows(table, **members), within)
 
     def summary(self):
-        text = f"{self.good} lines as expected, {self.bad} not"
+        text = f"{self.good} results as expected, {self.bad} not"
         print(paint("31" if self.bad else "32", text), flush=True)
         return 1 if self.bad else 0
 
@@ -155,7 +155,7 @@ class Show:
 def flat(show):
     devices, network = show.devices, show.network
     show.act("A switch without profiles: everybody reaches everybody",
-             "The daemon does not run yet. desk, media and wall are plugged in, and the control unit in port 5.")
+             "The daemon is not running yet. desk, media and wall are plugged in, the control unit into port 5.")
     for name, port in (("desk", 1), ("media", 3), ("wall", 13), ("control", 5)):
         network.plug(devices[name], port)
     show.row("port 5 has a link", "ports", name="0/5", link=True)
@@ -167,7 +167,7 @@ def flat(show):
 
 
 def profile(show):
-    show.act("The audio profile is applied: all that is on port 5 is in the control VLAN")
+    show.act("The audio profile is applied: everything on port 5 is in the control VLAN")
     show.pavoctl(*AUDIO_PROFILE)
     show.reaches("desk", "control", "stage-left")
     show.reaches("stage-left", "desk")
@@ -179,7 +179,7 @@ def profile(show):
 
 
 def join(show):
-    show.act("The daemon starts, and finds the audio devices by LLDP and forwarding table")
+    show.act("The daemon starts and finds the audio devices by LLDP and the forwarding table")
     show.rig.start_daemon()
     joined_reachability(show, "0/5", within=90)
     show.wait("the switch's own log says so",
@@ -188,12 +188,12 @@ def join(show):
     with show.network.capture("media", "eth0", "icmp or arp") as seen:
         show.network.ping(devices["media"], devices["stage-left"], tries=3)
     lines = [line for line in seen.text() if line.startswith(devices["stage-left"].mac)]
-    show.line(bool(lines) and all("vlan" not in line for line in lines), "its answers arrive at media untagged",
+    show.line(bool(lines) and all("vlan" not in line for line in lines), "its replies arrive at media untagged",
               lines[-1][:90] if lines else "nothing captured")
 
 
 def joined_reachability(show, port, within):
-    """What holds wherever the control unit is plugged in."""
+    """What is true wherever the control unit is plugged in."""
     for name, mac in (("stage-left", "00:1B:92:02:00:01"), ("stage-right", "00:1B:92:02:00:02")):
         show.row(f"{name} is bound to the audio VLAN", "associations", within, mac=mac, vlan=20)
         show.row(f"its address is learned there on port {port}", "fdb", 30, mac=mac, vlan=20, interface=port)
@@ -205,13 +205,13 @@ def joined_reachability(show, port, within):
     show.is_apart("control", "media")
     show.hears("stage-left", "stage-right", "media")
     show.hears("control", "desk")
-    # The port is in both VLANs; what its devices answer is where they belong.
+    # The port is in both VLANs; the VLAN of a device's own frames is the one that it belongs to.
     show.hears("media", "control", "stage-left", "stage-right")
     show.hears("desk", "control", "stage-left", "stage-right")
 
 
 def move(show):
-    show.act("The control unit moves from port 5 to port 7, the audio devices with it")
+    show.act("The control unit moves from port 5 to port 7, and the audio devices with it")
     show.network.move(show.devices["control"], 7)
     show.row("port 5 has no link", "ports", name="0/5", link=False)
     joined_reachability(show, "0/7", within=30)
@@ -239,19 +239,19 @@ def endpoint(show):
     heard = network.hearers(devices["wall"], [ubex, devices["desk"], devices["media"]], count=20)
     frames = [(result["received"], result["duplicates"]) for result in heard.get("ubex", [])]
     show.line(list(heard) == ["ubex"] and sum(n for n, _ in frames) == 20 and not any(twice for _, twice in frames),
-              "20 broadcasts of wall reach ubex, each by one uplink only, and nobody else", f"received: {frames}")
+              "20 broadcasts from wall reach ubex, each on one uplink only, and nobody else", f"received: {frames}")
     heard = network.hearers(ubex, [ubex, devices["wall"]], count=20, ifname="eth0")
     frames = [result["received"] for result in heard.get("wall", [])]
-    show.line(frames == [20], "20 broadcasts of ubex reach wall once each", f"received: {frames}")
+    show.line(frames == [20], "20 broadcasts from ubex reach wall once each", f"received: {frames}")
 
-    print("  The daemon is held meanwhile: it takes a port that is down for two scans out of the LAG.")
+    print("  The daemon is paused meanwhile: it would remove a port that is down for two scans from the LAG.")
     daemon = show.rig.children["pavo_detection"]
     daemon.send_signal(signal.SIGSTOP)
     try:
         pull_each(show)
     finally:
         daemon.send_signal(signal.SIGCONT)
-    show.wait("the LAG is complete when the daemon has looked again",
+    show.wait("the LAG is complete after the daemon's next scan",
               lambda: any(sorted(row["members"]) == [11, 12] and row["pvid"] == 30 for row in show.rig.table("lags")),
               120)
 
@@ -260,17 +260,17 @@ def pull_each(show):
     network = show.network
     for port in (11, 12):
         network.pull(port)
-        show.row(f"the cable of port {port} slips out", "ports", name=f"0/{port}", link=False)
+        show.row(f"the cable of port {port} is pulled", "ports", name=f"0/{port}", link=False)
         show.reaches("ubex", "wall")
         show.reaches("wall", "ubex")
         network.reinsert(port)
-        show.row("and is put back", "ports", name=f"0/{port}", link=True)
+        show.row("and plugged back in", "ports", name=f"0/{port}", link=True)
 
 
 def leave(show):
-    show.act("The control unit is unplugged; twenty scans later its audio devices have left")
+    show.act("The control unit is unplugged; twenty scans later its audio devices are removed")
     show.network.unplug(show.devices["control"])
-    show.no_row("the switch hears no control unit", "lldp", 60, systemName="control")
+    show.no_row("the switch no longer hears the control unit", "lldp", 60, systemName="control")
     show.no_row("port 7 has no addresses", "fdb", 60, interface="0/7")
     show.no_row("no association is left", "associations", LEAVE + 60)
     for mac in ("00:1B:92:02:00:01", "00:1B:92:02:00:02"):
@@ -279,7 +279,7 @@ def leave(show):
     show.hears("media")
     show.is_apart("media", "stage-left", "control", "desk")
     show.network.plug(show.devices["control"], 5)
-    show.row("plugged in again, they are found again", "associations", 120, mac="00:1B:92:02:00:01", vlan=20)
+    show.row("plugged back in, they are found again", "associations", 120, mac="00:1B:92:02:00:01", vlan=20)
     show.reaches("stage-left", "media")
 
 
@@ -294,18 +294,18 @@ def deleted(show):
 
 
 def flat_endpoint(show):
-    """The endpoint stays in its LAG when the profile goes; it hears VLAN 1 if that is the LAG's again."""
+    """The endpoint stays in its LAG when the profile goes; it hears VLAN 1 if the LAG is in it again."""
     lag = next((row for row in show.rig.table("lags") if row["members"]), None)
     return ["ubex"] if lag is None or lag["pvid"] == 1 else []
 
 
-# --- before and after
+# --- start and end
 
 
 def shell(show):
-    """Everything in place, and the user at work in it."""
+    """Sets everything up and leaves the user to it."""
     rig = show.rig
-    print("\nThe profiles are applied once more, for you to try things.")
+    print("\nThe profiles are applied once more, for you to experiment with.")
     for words in (AUDIO_PROFILE, VIDEO_PROFILE):
         show.pavoctl(*words)
     here = os.path.dirname(os.path.abspath(__file__))
@@ -323,7 +323,7 @@ def play(show):
         act(show)
         show.rig.check_alive()
     counters = show.rig.control("counters")
-    show.line(not counters["unknownCommands"], f"the switch knew every command of {counters['total']} calls",
+    show.line(not counters["unknownCommands"], f"the switch knew every command in {counters['total']} calls",
               f"{counters['unknownCommands']} unknown" if counters["unknownCommands"] else "")
 
 
@@ -336,8 +336,8 @@ def failed(rig, failure):
 def main():
     parser = argparse.ArgumentParser(description="Shows pavo on a live data plane.")
     parser.add_argument("--build", required=True, help="build folder with the programs")
-    parser.add_argument("--scale", type=int, default=10, help="how many times faster the clocks run")
-    parser.add_argument("--keep", action="store_true", help="a shell inside afterwards")
+    parser.add_argument("--scale", type=int, default=10, help="how many times faster than real time the clocks run")
+    parser.add_argument("--keep", action="store_true", help="open a shell in the laboratory afterwards")
     arguments = parser.parse_args()
     for number in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP):
         signal.signal(number, lambda got, _: sys.exit(128 + got))

@@ -21,9 +21,9 @@ from rig import Failure, Rig  # noqa: E402
 SWITCH, SHELF = "switch", "shelf"
 BROADCAST = "ff:ff:ff:ff:ff:ff"
 SUBNET = "10.50.0."
-CHATTER_FLOW = 0xFFFFFFFF  # what talking devices say; nobody counts it
+CHATTER_FLOW = 0xFFFFFFFF  # the flow of talking devices; nobody counts it
 LLDP_FOLDER = "/run/lldpd"
-COMMAND_LIMIT = 60  # seconds that a program started for one answer may take
+COMMAND_LIMIT = 60  # seconds that a program run for its output may take
 
 
 def run(namespace, *command, check=True, text_in=None, limit=COMMAND_LIMIT):
@@ -65,7 +65,7 @@ class Process:
             return file.read()
 
     def await_text(self, text, seconds=10):
-        """Waits until the program has said so."""
+        """Waits until the program has printed that."""
         deadline = time.monotonic() + seconds
         while text not in self.text():
             if self.popen.poll() is not None or time.monotonic() > deadline:
@@ -92,18 +92,18 @@ class Device:
         return list(self.cables)
 
     def alias(self, ifname):
-        """Becomes the port description in LLDP."""
+        """What the port description in LLDP is made from."""
         return ifname
 
     def set_addresses(self, ifname):
-        """Called with the interface up, whenever a cable has come (back)."""
+        """Called with the interface up, whenever a cable is plugged in or back in."""
         ip(self.name, "address", "replace", self.address + "/24", "dev", ifname)
 
     def plugged(self, ifname):
-        """Called when a cable is in and has its address."""
+        """Called when a cable is plugged in and has its address."""
 
     def unplugging(self, ifname):
-        """Called before a cable goes."""
+        """Called before a cable is unplugged."""
 
     def start_lldp(self, *interfaces, description):
         """A real LLDP agent; it stays on through plugging and unplugging, as the device does."""
@@ -138,7 +138,7 @@ class AudioDevice(Device):
            "type", "macvlan", "mode", "bridge")
         ip(self.name, "link", "set", "eth0", "up")
         self.set_addresses("eth0")
-        # Audio devices announce themselves all the time; the switch keeps their addresses because of that.
+        # Audio devices announce themselves all the time, so the switch keeps their addresses.
         self.chatter = self.network.spawn(self.name, f"chatter-{self.name}", self.network.frames, "send", "--interface",
                                           "eth0", "--to", BROADCAST, "--from", self.mac, "--rate", "2", "--flow",
                                           str(CHATTER_FLOW))
@@ -175,7 +175,7 @@ class ControlUnit(Device):
 
 
 class Endpoint(Device):
-    """A Lightware endpoint: two uplinks with one address, as an aggregation has.
+    """A Lightware endpoint: two uplinks with one address, as in a link aggregation.
 
     There is no bonding driver here. The IP address is that of the device, and each uplink with a carrier has a route:
     answers leave by the first, whichever uplink the question came by.
@@ -211,9 +211,9 @@ class Network:
 
     def __init__(self, ports, frames, folder):
         if not os.environ.get("PAVO_LAB"):
-            raise Failure("the network is made inside lab/enclose.sh only")
+            raise Failure("the network can only be created inside lab/enclose.sh")
         self.frames = frames  # the program
-        self.folder = folder  # for outputs and captures
+        self.folder = folder  # for output files and captures
         self.devices = {}
         self.processes = []
         self.flow = 0
@@ -235,9 +235,9 @@ class Network:
     def add_namespace(self, name):
         ip(None, "netns", "add", name)
         if os.path.isdir("/proc/sys/net/ipv6"):
-            # No frames but those that are meant.
+            # Only the intended frames.
             self.set_kernel(name, "1", "ipv6/conf/all/disable_ipv6", "ipv6/conf/default/disable_ipv6")
-        # One subnet in several VLANs, and one device with two uplinks: no reverse-path opinion of the kernel.
+        # One subnet in several VLANs, and a device with two uplinks: no reverse-path filter.
         self.set_kernel(name, "0", "ipv4/conf/all/rp_filter", "ipv4/conf/default/rp_filter")
 
     def spawn(self, namespace, label, *command):
@@ -269,7 +269,7 @@ class Network:
         """Puts the port's cable into the device."""
         if self.holder(port) or ifname in device.cables:
             raise Failure(f"cannot plug {device.name} {ifname} into port {port}: in use")
-        # Complete before the device sees it: its LLDP agent takes the first address as its chassis ID.
+        # Complete before the device sees it: its LLDP agent uses the first address as its chassis ID.
         ip(SHELF, "link", "set", f"c{port}", "address", device.mac, "alias", device.alias(ifname))
         ip(SHELF, "link", "set", f"c{port}", "netns", device.name, "name", ifname)
         run(device.name, "ethtool", "-K", ifname, "tx", "off")
@@ -290,7 +290,7 @@ class Network:
         self.plug(device, port, ifname)
 
     def pull(self, port):
-        """The plug slips out at the device's end: it keeps everything but the link."""
+        """Pulls the cable at the device's end: the device keeps everything but the link."""
         device, ifname = self.holder(port)
         ip(device.name, "link", "set", ifname, "down")
 
@@ -306,7 +306,7 @@ class Network:
             ip(device.name, "neighbour", "flush", "all")
 
     def ping(self, source, target, tries=1):
-        """Whether an answer comes. The ARP tables are emptied first, so that the question itself crosses."""
+        """Whether a reply arrives. The ARP tables are flushed first, so that the ARP request has to cross, too."""
         for _ in range(tries):
             self.forget_neighbours(source, target)
             if run(source.name, "ping", "-n", "-q", "-c", "1", "-W", "1", target.address, check=False).returncode == 0:
@@ -314,19 +314,19 @@ class Network:
         return False
 
     def listen(self, device, ifname, flow, idle_ms=None, seconds=None):
-        """Counts the frames of a flow, in the background: result() waits for its end.
+        """Counts the frames of a flow in the background: result() waits for its end.
 
         It listens when this returns.
         """
         return Listener(self, device, ifname, flow, idle_ms, seconds)
 
     def send(self, device, *, to, flow, ifname="eth0", source=None, **options):
-        """Sends with `frames send` and returns what it says; options as that program's (rate, count, ...)."""
+        """Sends with `frames send` and returns its result; options are those of that program (rate, count, ...)."""
         return json.loads(run(device.name, *self.send_command(device, to, flow, ifname, source, options),
                               limit=options.get("seconds", 0) + COMMAND_LIMIT).stdout)
 
     def start_sending(self, device, *, to, flow, ifname="eth0", source=None, **options):
-        """The same in the background; the process prints its JSON line when it is stopped or done."""
+        """The same in the background; the process prints its line of JSON when it is stopped or done."""
         return self.spawn(device.name, f"send-{device.name}-{flow}",
                           *self.send_command(device, to, flow, ifname, source, options))
 
@@ -338,7 +338,7 @@ class Network:
         return words
 
     def send_raw(self, device, frames, ifname="eth0"):
-        """Sends frames (bytes) as they are."""
+        """Sends frames (bytes) unchanged."""
         lines = "".join(frame.hex() + "\n" for frame in frames)
         return json.loads(run(device.name, self.frames, "raw", "--interface", ifname, "-", text_in=lines).stdout)
 
@@ -347,7 +347,7 @@ class Network:
         return self.flow
 
     def hearers(self, sender, devices, count=5, to=BROADCAST, ifname="eth0", vlan=None):
-        """Who of the devices receives what `sender` sends: name -> one result per interface that did."""
+        """Which of the devices receive what `sender` sends: name -> one result per interface that did."""
         flow = self.new_flow()
         listeners = [(device, self.listen(device, name, flow, idle_ms=700))
                      for device in devices if device is not sender for name in device.interfaces()]
@@ -381,7 +381,7 @@ class Listener:
         return self.stop()
 
     def stop(self):
-        """What it has counted until now."""
+        """What it has counted so far."""
         status = self.network.end(self.process)
         line = self.process.text().splitlines()[-1]
         if status != 0:
@@ -390,7 +390,7 @@ class Listener:
 
 
 class Capture:
-    """A running tcpdump; packets() and text() when the context has ended."""
+    """A running tcpdump; packets() and text() once the context has ended."""
 
     STATISTICS = re.compile(r"(\d+) packets? captured, (\d+) packets? received by filter, \d+ packets? dropped")
 
@@ -408,8 +408,8 @@ class Capture:
         return self
 
     def __exit__(self, *_):
-        # Ended at once, tcpdump leaves behind what the kernel has for it: it has to say that this is nothing, or that
-        # nothing more comes of it (with -Q, frames of the other direction are counted and not captured).
+        # Ended at once, tcpdump would lose what the kernel still holds for it: wait until it reports that this is
+        # nothing, or that nothing more comes (with -Q, frames of the other direction are counted, not captured).
         deadline = time.monotonic() + 5
         last, unchanged = None, 0
         while unchanged < 5:
@@ -419,12 +419,12 @@ class Capture:
             unchanged = unchanged + 1 if counts and counts[0] == last else 0
             last = counts and counts[0]
             if time.monotonic() > deadline:
-                raise Failure(f"tcpdump does not keep up: {counts}")
+                raise Failure(f"tcpdump cannot keep up: {counts}")
             time.sleep(0.05)
         self.network.end(self.process)
 
     def statistics(self):
-        """Frames captured and received until now, as tcpdump says; None when it does not say."""
+        """Frames captured and received so far, as tcpdump reports; None when it does not."""
         said = len(self.STATISTICS.findall(self.process.text()))
         self.process.popen.send_signal(signal.SIGUSR1)
         deadline = time.monotonic() + 1
@@ -488,7 +488,7 @@ class Keeper:
     """Restarts programs that end without being told to, as the init of a switch does."""
 
     POLL = 0.05
-    PAUSE = 1  # seconds at least between two starts of one program
+    PAUSE = 1  # minimum seconds between two starts of one program
 
     def __init__(self, rig, *names):
         self.rig = rig

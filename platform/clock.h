@@ -1,8 +1,8 @@
 // The one clock of the program: every sleep and every reading of time goes through it.
 //
 // Three clocks can be linked: the real one; the scaled one (virtual switch builds), which runs
-// PAVO_CLOCK_SCALE times as fast as the real one; the manual one (tests, see platform/manual_clock.h), where
-// time moves only when it is told to. All functions may be called from any thread.
+// PAVO_CLOCK_SCALE times as fast; and the manual one (tests, see platform/manual_clock.h), where time moves
+// only when told to. All functions may be called from any thread.
 #ifndef PAVO_PLATFORM_CLOCK_H
 #define PAVO_PLATFORM_CLOCK_H
 
@@ -22,7 +22,8 @@ Duration monotonicNow();
 // Time of day, seconds and nanoseconds since 1970-01-01 UTC.
 std::timespec wallNow();
 
-// How many times as fast as real time the clock runs, for what is measured by others in real time.
+// How many times as fast as real time this clock runs: for code that converts durations measured in real
+// time.
 double clockRate();
 
 }  // namespace platform

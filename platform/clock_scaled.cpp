@@ -1,6 +1,6 @@
-// The clock of virtual switch builds. PAVO_CLOCK_SCALE (1 to 10000, default 1) says how many times faster
-// than real time it runs; PAVO_CLOCK_ORIGIN (seconds since 1970) is the moment at which both show the same
-// time, so that processes started one after the other agree on it.
+// The clock of virtual switch builds. PAVO_CLOCK_SCALE (1 to 10000, default 1) is how many times faster than
+// real time it runs; PAVO_CLOCK_ORIGIN (seconds since 1970) is the moment at which both clocks show the same
+// time, so that processes started one after another agree.
 #include <cstdlib>
 #include <thread>
 

@@ -1,19 +1,18 @@
 // The calls of the switch OS that the program uses.
 //
-// The switch OS is another process; behind these functions stands either the client library of the virtual
-// switch OS (vswitch/client) or the switch maker's own library. Which one is chosen at link time.
+// The switch OS is another process; behind these functions is either the client library of the virtual switch
+// OS (vswitch/client) or the switch maker's own library, chosen at link time.
 //
 // Common to all calls:
-//  - the first argument is the client handle filled by openapiClientRegister; one handle serves the whole
-//    process and may be used by several threads at once;
-//  - the result is OPEN_E_NONE (0) or one of the other OPEN_E_ codes. OPEN_E_RPC means that the switch OS
-//  could
-//    not be reached or died during the call; a later call connects again by itself;
-//  - interface numbers (ifNum) are the switch's internal 32-bit numbers, VLAN ids are 1 to 4094;
-//  - a text goes in and out by a buffer descriptor. In: `size` is the length including the terminating zero.
-//    Out: `size` is the room of the buffer on entry and the length including the terminating zero on return;
-//    a text that does not fit is cut and terminated;
-//  - "next" calls return the entry after the one given (0, or an all-zero key, to start) and
+//  - The first argument is the client handle filled by openapiClientRegister; one handle serves the whole
+//    process and may be used by several threads at once.
+//  - The result is OPEN_E_NONE (0) or another OPEN_E_ code. OPEN_E_RPC means that the switch OS could not be
+//    reached or died during the call; a later call reconnects by itself.
+//  - Interface numbers (ifNum) are the switch's internal 32-bit numbers; VLAN ids are 1 to 4094.
+//  - Strings go in and out in a buffer descriptor. In: `size` is the length including the terminating zero.
+//    Out: `size` is the capacity of the buffer on entry and the length including the terminating zero on
+//    return; a string that does not fit is cut and terminated.
+//  - "Next" calls return the entry after the one given (0, or an all-zero key, to start), and
 //    OPEN_E_NOT_FOUND at the end.
 #ifndef PAVO_PLATFORM_OPEN_CLIENT_H
 #define PAVO_PLATFORM_OPEN_CLIENT_H
@@ -59,7 +58,7 @@ enum { OPEN_DISABLE = 0, OPEN_ENABLE = 1 };
 enum { OPEN_ACL_INBOUND = 0, OPEN_ACL_OUTBOUND = 1 };
 enum { OPEN_LINK_UP = 0, OPEN_LINK_DOWN = 1 };
 
-// Type of a forwarding-database entry.
+// Type of a forwarding table entry.
 enum { OPEN_FDB_ADDR_STATIC = 0, OPEN_FDB_ADDR_LEARNED = 1 };
 
 typedef struct {
@@ -75,8 +74,8 @@ typedef struct {
 
 // --- client
 
-// Registers the process under `clientName`. Succeeds without a running switch OS; connectivity is asked for
-// by rpcclt_openapiConnectivityCheck.
+// Registers the process under `clientName`. Succeeds even when no switch OS is running;
+// rpcclt_openapiConnectivityCheck tells whether one is.
 open_error_t openapiClientRegister(const char *clientName, openapiClientHandle_t *client);
 // Ends the registration; the handle may be registered again afterwards.
 open_error_t openapiClientTearDown(openapiClientHandle_t *client);
@@ -85,25 +84,25 @@ open_error_t rpcclt_openapiConnectivityCheck(openapiClientHandle_t *client);
 
 // --- system
 
-// Version text of the network OS, up to 100 bytes.
+// Version string of the network OS, up to 100 bytes.
 open_error_t rpcclt_openapiNetworkOSVersionGet(openapiClientHandle_t *client, open_buffdesc *version);
 // Version of these calls: release, version, maintenance level, build.
 open_error_t rpcclt_openapiApiVersionGet(openapiClientHandle_t *client, uint32_t *release, uint32_t *version,
                                          uint32_t *maintenance, uint32_t *build);
-// Machine model text, up to 256 bytes.
+// Machine model, a string of up to 256 bytes.
 open_error_t rpcclt_openapiSystemRegMachineModelGet(openapiClientHandle_t *client, open_buffdesc *model);
 
 // --- configuration by text
 
-// Applies the CLI script in file `input` and writes what the CLI printed to file `output`. A command that the
-// CLI refuses does not make the call fail.
+// Applies the CLI script in file `input` and writes the CLI's output to file `output`. A command that the CLI
+// refuses does not make the call fail.
 open_error_t rpcclt_openapiTxtCfgApply(openapiClientHandle_t *client, open_buffdesc *input,
                                        open_buffdesc *output);
-// The second apply entry: the same files, the same effect.
+// The second entry point for apply: same files, same effect.
 open_error_t rpcclt_openapiTxtCfgNDCApply(openapiClientHandle_t *client, open_buffdesc *input,
                                           open_buffdesc *output);
-// Runs a show command and writes its output to `file`; OPEN_E_FAIL when it is no show command or the file
-// cannot be written.
+// Runs a show command and writes its output to `file`; OPEN_E_FAIL when `command` is not a show command or
+// the file cannot be written.
 open_error_t rpcclt_openapiCliShowExecuteToFile(openapiClientHandle_t *client, open_buffdesc *command,
                                                 open_buffdesc *file);
 
@@ -123,8 +122,8 @@ open_error_t openapiIfLinkStateGet(openapiClientHandle_t *client, uint32_t ifNum
 
 // --- forwarding database
 
-// Next entry after (mac, vlanId), in the order of MAC address, then VLAN. `mac` is a text of 17 characters,
-// colon-separated hexadecimal, in a buffer of 100 bytes; its `size` is the room on entry.
+// Next entry after (mac, vlanId), ordered by MAC address, then VLAN. `mac` is a string of 17 characters,
+// colon-separated hexadecimal, in a buffer of 100 bytes; its `size` is the capacity on entry.
 open_error_t rpcclt_openapiFdbEntryNextGet(openapiClientHandle_t *client, open_buffdesc *mac,
                                            uint32_t *vlanId, uint32_t *ifNum, uint32_t *entryType);
 
@@ -132,12 +131,12 @@ open_error_t rpcclt_openapiFdbEntryNextGet(openapiClientHandle_t *client, open_b
 
 // Next LLDP-capable interface.
 open_error_t rpcclt_openapiLldpIntfNextGet(openapiClientHandle_t *client, uint32_t ifNum, uint32_t *next);
-// Room that the text reads below need, including the terminating zero.
+// Buffer size that the strings below need, including the terminating zero.
 open_error_t rpcclt_openapiLldpMgmtStrLenGet(openapiClientHandle_t *client, uint32_t *len);
 // Next neighbour of an interface after (remIndex, timeStamp).
 open_error_t rpcclt_openapiLldpIntfRemoteDeviceNextGet(openapiClientHandle_t *client, uint32_t ifNum,
                                                        uint32_t *remIndex, uint32_t *timeStamp);
-// Chassis and port ID as text, with their subtype as on the wire.
+// Chassis and port ID as strings, with their subtypes as on the wire.
 open_error_t rpcclt_openapiLldpIntfRemoteDeviceChassisIdGet(openapiClientHandle_t *client, uint32_t ifNum,
                                                             uint32_t remIndex, uint32_t timeStamp,
                                                             uint32_t *subtype, open_buffdesc *id);
@@ -159,20 +158,20 @@ open_error_t rpcclt_openapiLldpIntfRemoteDevicePortDescGet(openapiClientHandle_t
 // OPEN_E_NONE when the VLAN exists, OPEN_E_NOT_FOUND when not.
 open_error_t openapiVlanCreatedCheck(openapiClientHandle_t *client, uint32_t vlanId);
 open_error_t rpcclt_openapiVlanNextGet(openapiClientHandle_t *client, uint32_t vlanId, uint32_t *next);
-// No result code: 1 when the VLAN is static, 0 when it is dynamic or does not exist; negative (OPEN_E_) when
-// the switch OS cannot be asked.
+// Not a result code: 1 when the VLAN is static, 0 when it is dynamic or does not exist; negative (OPEN_E_)
+// when the switch OS cannot be reached.
 open_error_t openapiVlanIsStatic(openapiClientHandle_t *client, uint32_t vlanId);
-// Room that a VLAN name needs, including the terminating zero.
+// Buffer size that a VLAN name needs, including the terminating zero.
 open_error_t rpcclt_openapiVlanNameLenGet(openapiClientHandle_t *client, uint32_t *len);
 open_error_t rpcclt_openapiVlanNameGet(openapiClientHandle_t *client, uint32_t vlanId, open_buffdesc *name);
-// At most 32 printable characters (OPEN_E_PARAM), with or without a terminating zero within `size`; an empty
-// name brings back the default one.
+// At most 32 printable characters (else OPEN_E_PARAM), with or without a terminating zero within `size`; an
+// empty name restores the default one.
 open_error_t rpcclt_openapiVlanNameSet(openapiClientHandle_t *client, uint32_t vlanId, open_buffdesc *name);
 open_error_t rpcclt_openapiVlanCreate(openapiClientHandle_t *client, uint32_t vlanId);
-// Accepted at once; the VLAN may be reported for a while longer.
+// Accepted at once; the VLAN may still be reported for a while.
 open_error_t rpcclt_openapiVlanDelete(openapiClientHandle_t *client, uint32_t vlanId);
 
-// Membership. A set call is accepted at once; the read calls show it when it has taken effect.
+// Membership. A set call is accepted at once; the read calls show the change once it has taken effect.
 open_error_t rpcclt_openapiVlanIfPvidSet(openapiClientHandle_t *client, uint32_t ifNum, uint32_t vlanId);
 open_error_t openapiVlanIfPvidGet(openapiClientHandle_t *client, uint32_t ifNum, uint32_t *vlanId);
 // Tagging: 1 tagged, 0 untagged.
@@ -186,24 +185,24 @@ open_error_t rpcclt_openapiVlanIfParticipationSet(openapiClientHandle_t *client,
 // The configured mode.
 open_error_t rpcclt_openapiVlanIfParticipationGet(openapiClientHandle_t *client, uint32_t vlanId,
                                                   uint32_t ifNum, uint32_t *mode);
-// 1 when the interface takes part in the VLAN at present, 0 when not.
+// 1 when the interface participates in the VLAN at present, 0 when not.
 open_error_t openapiVlanIfParticipationStatusGet(openapiClientHandle_t *client, uint32_t vlanId,
                                                  uint32_t ifNum, uint32_t *takesPart);
 open_error_t rpcclt_openapiVlanIfCurrentParticipationGet(openapiClientHandle_t *client, uint32_t vlanId,
                                                          uint32_t ifNum, uint32_t *mode);
 // VLANs that the interface carries tagged: `list` receives 16-bit VLAN ids in ascending order, as many as
-// fit; its `size` is the room in bytes on entry and the bytes used on return.
+// fit; its `size` is the capacity in bytes on entry and the bytes used on return.
 open_error_t rpcclt_openapiDot1qSwPortTaggedVlanListGet(openapiClientHandle_t *client, uint32_t ifNum,
                                                         open_buffdesc *list);
 
 // --- link aggregation
 
 open_error_t rpcclt_openapiLagMaxMemberCountGet(openapiClientHandle_t *client, uint32_t *max);
-// Members of a LAG as 32-bit interface numbers in ascending order. `count`: in the room of `members` in
-// entries, out the number of members written. `members->size` is the room in bytes.
+// Members of a LAG as 32-bit interface numbers in ascending order. `count` is the capacity of `members` in
+// entries on entry and the number of members written on return. `members->size` is the capacity in bytes.
 open_error_t rpcclt_openapiLagMembersGet(openapiClientHandle_t *client, uint32_t lagIfNum, uint32_t *count,
                                          open_buffdesc *members);
-// OPEN_E_FULL when the LAG has no room, OPEN_E_FAIL when the port is in a LAG already.
+// OPEN_E_FULL when the LAG has no room, OPEN_E_FAIL when the port is already in a LAG.
 open_error_t rpcclt_openapiLagPortAdd(openapiClientHandle_t *client, uint32_t lagIfNum, uint32_t ifNum);
 open_error_t rpcclt_openapiLagPortDelete(openapiClientHandle_t *client, uint32_t lagIfNum, uint32_t ifNum);
 // 1 static, 0 negotiated (LACP).

@@ -1,4 +1,4 @@
-// Every fixed path of the program, by name, and the root they are found under.
+// Every fixed path of the program, by name, and the root in front of them.
 #ifndef PAVO_PLATFORM_PATHS_H
 #define PAVO_PLATFORM_PATHS_H
 
@@ -7,9 +7,9 @@
 
 namespace platform {
 
-// Where a fixed path really is. Texts of the program (log lines, OpEN arguments) always use the fixed path;
-// this is applied at the last moment, when a file is opened, renamed or deleted. In a virtual switch build
-// the environment variable PAVO_ROOT, when set, puts a folder in front; in a vendor build the path is itself.
+// The real location of a fixed path. Messages and OpEN arguments always hold the fixed path; this is applied
+// at the last moment, when a file is opened, renamed or deleted. In a virtual switch build the environment
+// variable PAVO_ROOT, when set, is put in front; in a vendor build the path is returned unchanged.
 std::string fsPath(std::string_view fixedPath);
 
 namespace paths {
@@ -20,7 +20,7 @@ inline constexpr const char *kLogLevelFile = "/tmp/devmgr_log_level";
 inline constexpr const char *kProcSelfStatus = "/proc/self/status";  // never under the root
 
 inline constexpr const char *kProfileDb = "/tmp/vlanInfo.db";
-// Held while the profile database is made.
+// Held while the profile database is being created.
 inline constexpr const char *kProfileDbLock = "/tmp/vlanInfo.db.lock";
 
 inline constexpr const char *kScriptDir = "/mnt/application/pavo/tmp/";
@@ -44,7 +44,7 @@ inline constexpr const char *kShowVlanAssociationMac =
 
 inline constexpr const char *kShureConfig = "/tmp/shure_config";
 inline constexpr const char *kVlanShowProfileFast = "/tmp/vlan_show_profile_fast.txt";
-// A printf format: several callers at a time, each with a number of its own.
+// A printf format: concurrent callers each have a number of their own.
 inline constexpr const char *kIpInterfaceBriefShow =
     "/mnt/application/pavo/tmp/pavo_out_show_ip_interface_brief_%d";
 
@@ -52,7 +52,7 @@ inline constexpr const char *kIpInterfaceBriefShow =
 inline constexpr const char *kProfileTemplateDir = "/usr/local/appmgr/usr/share/pavo/profileTemplate/";
 // One settings file per VLAN of a profile, named by the VLAN id.
 inline constexpr const char *kVlanProfileConfigDir = "/tmp/vlan_profile_config";
-// The ports that AVB's stream reservation is configured on, see profile/blocks.h.
+// The ports on which AVB stream reservation is configured, see profile/blocks.h.
 inline constexpr const char *kManualTrunkConfig = "/tmp/manual_trunk_config";
 // A printf format for the process id.
 inline constexpr const char *kPolicyMapShow = "/mnt/application/pavo/tmp/show_policy_map_%d";

@@ -1,7 +1,7 @@
 #include "platform/version.h"
 
-// PAVO_VERSION is the version of the CMake project, defined for this file alone: a new version recompiles one
-// file, and there is no generated header that an include path must find.
+// PAVO_VERSION is the version of the CMake project, defined for this file only: a new version recompiles one
+// file, and no generated header has to be on anybody's include path.
 const char *pavoVersion() {
     return PAVO_VERSION;
 }

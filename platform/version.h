@@ -1,4 +1,4 @@
-// The version of the program, the same for everything that is built from one tree.
+// The version of the programs; all that are built from one tree have the same.
 #ifndef PAVO_PLATFORM_VERSION_H
 #define PAVO_PLATFORM_VERSION_H
 

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Installs the Debian packages of packages.txt that are missing. Sourced or run; needs root only when something is.
+# Installs the Debian packages in packages.txt that are missing; needs root only if any are.
 set -euo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 

@@ -1,5 +1,5 @@
 // The virtual switch inside the calling process: the same server object behind the same calls, without a
-// socket and without threads of its own. For tests, benchmarks and fuzzers. One switch at a time; calls of
+// socket and without threads of its own. For tests, benchmarks and fuzzers. One switch at a time; calls from
 // several threads are served one after another.
 #ifndef PAVO_VSWITCH_INPROCESS_H
 #define PAVO_VSWITCH_INPROCESS_H
@@ -17,7 +17,7 @@ class InProcessSwitch {
     InProcessSwitch(const InProcessSwitch &) = delete;
     InProcessSwitch &operator=(const InProcessSwitch &) = delete;
 
-    // Does something to the switch while no call is served, with its time brought to the present first.
+    // Runs `action` on the switch while no call is being served, after bringing its time up to date.
     template <class Action>
     auto with(Action action) {
         const std::lock_guard lock(mutex_);
@@ -25,7 +25,7 @@ class InProcessSwitch {
         return action(server_);
     }
 
-    // Down: every call finds no switch.
+    // While it is down, every call finds no switch.
     void setDown(bool down);
 
     bool serve(const char *request, std::size_t size, std::string &reply);

@@ -176,18 +176,18 @@ TEST_F(SwitchSettingsTest, ThreadsTakeTurns) {
 
 // Reading the management address does not wait for somebody who is setting it, nor the other way round.
 TEST_F(SwitchSettingsTest, ReadingAndSettingHaveLocksOfTheirOwn) {
-    const auto finishes = [&](auto operation) {
+    const auto finishesUnder = [&](const char *lockFile, auto operation) {
+        FileLock lock(lockFile);
         auto done = std::async(std::launch::async, operation);
-        return done.wait_for(std::chrono::seconds(20)) == std::future_status::ready && done.get() == 0;
+        const bool finished = done.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
+        lock.release();
+        return done.get() == 0 && finished;
     };
-    {
-        const FileLock reading(kIpManagementGetLock);
-        EXPECT_TRUE(finishes(
-            [&] { return managementPortIPv4ParametersSetSafe(&client, 1, 2, nullptr, nullptr, nullptr); }));
-    }
-    const FileLock setting(kIpManagementSetLock);
+    EXPECT_TRUE(finishesUnder(kIpManagementGetLock, [&] {
+        return managementPortIPv4ParametersSetSafe(&client, 1, 2, nullptr, nullptr, nullptr);
+    }));
     std::int32_t vlan = 0;
-    EXPECT_TRUE(finishes([&] { return managementVlanGet(&client, &vlan); }));
+    EXPECT_TRUE(finishesUnder(kIpManagementSetLock, [&] { return managementVlanGet(&client, &vlan); }));
 }
 
 TEST_F(SwitchSettingsTest, UnusableLockFileStopsTheOperation) {

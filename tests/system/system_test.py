@@ -28,6 +28,10 @@ AUDIO = {"name": "audio", "port": "0/5", "mac": "00:1B:92:02:00:01", "behind": "
 ASSOCIATION = {"mac": AUDIO["mac"], "vlan": 20}
 
 
+def run(command, check=False, **options):
+    return subprocess.run(command, capture_output=True, text=True, check=check, **options)
+
+
 class SystemTest(unittest.TestCase):
     scale = 50
 
@@ -108,9 +112,9 @@ class SystemTest(unittest.TestCase):
         time_of_other = other.control("counters")["total"]
         self.see("the other copy goes on", lambda: other.control("counters")["total"] > time_of_other, other)
         self.assertTrue(other.rows("associations", **ASSOCIATION))
-        second = subprocess.run([other.program("vswitchd")], env=other.env, capture_output=True, check=False)
+        second = run([other.program("vswitchd")], env=other.env)
         self.assertEqual(1, second.returncode)
-        self.assertIn(b"already running", second.stderr)
+        self.assertIn("already running", second.stderr)
 
     # --- trouble
 
@@ -131,8 +135,7 @@ class SystemTest(unittest.TestCase):
 
     def test_full_disk_under_the_scripts(self):
         folder = self.rig.path("/mnt/application/pavo/tmp")
-        if subprocess.run(["mount", "-t", "tmpfs", "-o", "size=64k", "tmpfs", folder], check=False,
-                          capture_output=True).returncode != 0:
+        if run(["mount", "-t", "tmpfs", "-o", "size=64k", "tmpfs", folder]).returncode != 0:
             self.skipTest("needs the right to mount")
         filler = os.path.join(folder, "filler")
         try:
@@ -212,9 +215,8 @@ class SystemTest(unittest.TestCase):
     def test_control_program(self):
         self.rig.start_switch()
 
-        def ctl(*words, stdin=None):
-            return subprocess.run([self.rig.program("vswitchctl"), *words], env=self.rig.env, capture_output=True,
-                                  text=True, check=False, input=stdin)
+        def ctl(*words, **options):
+            return run([self.rig.program("vswitchctl"), *words], env=self.rig.env, **options)
 
         scenario = self.rig.path("/tmp/scenario.json")
         with open(scenario, "w", encoding="utf-8") as file:
@@ -226,7 +228,7 @@ class SystemTest(unittest.TestCase):
         table = ctl("table", "fdb").stdout
         self.assertIn(AUDIO["mac"], table)
         self.assertEqual(2, len(json.loads(ctl("--json", "table", "fdb").stdout)))
-        session = ctl("cli", stdin="configure\nhostname \"stage one\"\nvl?\nexit\nshow version\nnonsense\n")
+        session = ctl("cli", input="configure\nhostname \"stage one\"\nvl?\nexit\nshow version\nnonsense\n")
         self.assertIn("VLAN configuration mode", session.stdout)
         self.assertIn("Machine Model", session.stdout)
         self.assertIn("^", session.stdout)
@@ -277,7 +279,7 @@ class SystemTest(unittest.TestCase):
             complete_line() {{ COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _pavoctl; printf '%s\n' "${{COMPREPLY[@]}}"; }}
             complete_line pavoctl pro; complete_line pavoctl profile de; complete_line pavoctl profile show B
             complete_line pavoctl profile apply --type 'Video N'"""
-        done = subprocess.run(["bash", "-c", script], env=self.rig.env, capture_output=True, text=True, check=False)
+        done = run(["bash", "-c", script], env=self.rig.env)
         for word in ("profile", "delete", "B", "NDI4"):
             self.assertIn(word, done.stdout + done.stderr)
 
@@ -294,16 +296,14 @@ class ProgramTest(unittest.TestCase):
             version = re.search(r"project\(pavo VERSION ([\d.]+)", file.read())[1]
         for name in ("pavo_detection", "pavoctl", "vswitchd", "vswitchctl", "frames"):
             with self.subTest(name), tempfile.TemporaryDirectory(dir=BUILD) as root:
-                done = subprocess.run([os.path.join(BUILD, FOLDERS[name], name), "--version"],
-                                      env=dict(os.environ, PAVO_ROOT=root), capture_output=True, text=True,
-                                      timeout=LIMIT, check=False)
+                done = run([os.path.join(BUILD, FOLDERS[name], name), "--version"],
+                           env=dict(os.environ, PAVO_ROOT=root), timeout=LIMIT)
                 self.assertEqual((0, f"{name} {version}\n", ""), (done.returncode, done.stdout, done.stderr))
                 self.assertEqual([], os.listdir(root))
 
     def test_installation(self):
         with tempfile.TemporaryDirectory(dir=BUILD) as stage:
-            subprocess.run(["cmake", "--install", BUILD, "--prefix", "/usr"], env=dict(os.environ, DESTDIR=stage),
-                           stdout=subprocess.DEVNULL, check=True)
+            run(["cmake", "--install", BUILD, "--prefix", "/usr"], env=dict(os.environ, DESTDIR=stage), check=True)
             installed = {os.path.relpath(os.path.join(folder, name), stage)
                          for folder, _, names in os.walk(stage) for name in names}
             templates = {os.path.join(TEMPLATES[1:], name)
@@ -312,16 +312,16 @@ class ProgramTest(unittest.TestCase):
                               "usr/share/bash-completion/completions/pavoctl", "usr/share/doc/pavo/README.md",
                               "usr/share/doc/pavo/CHANGELOG.md"} | templates, installed)
 
-            def run(name, *words):
-                return subprocess.run([os.path.join(stage, "usr/bin", name), *words], capture_output=True, text=True,
-                                      env=dict(os.environ, PAVO_ROOT=stage), check=True).stdout
+            def pavoctl(*words):
+                return run([os.path.join(stage, "usr/bin/pavoctl"), *words], env=dict(os.environ, PAVO_ROOT=stage),
+                           check=True).stdout
 
-            self.assertIn("A first profile", run("pavoctl", "--help"))
+            self.assertIn("A first profile", pavoctl("--help"))
             switch = subprocess.Popen([os.path.join(stage, "usr/sbin/vswitchd")], stdout=subprocess.PIPE,
                                       env=dict(os.environ, PAVO_ROOT=stage))
             try:
                 self.assertIn(b"listening", switch.stdout.readline())
-                self.assertIn("Video NDI4", run("pavoctl", "profile", "templates"))
+                self.assertIn("Video NDI4", pavoctl("profile", "templates"))
             finally:
                 switch.terminate()
                 switch.communicate()
@@ -329,9 +329,8 @@ class ProgramTest(unittest.TestCase):
 
 class StoryTest(unittest.TestCase):
     def test_story(self):
-        done = subprocess.run([sys.executable, os.path.join(TREE, "demo", "story.py"), "--build", BUILD, "--scenario",
-                               os.path.join(TREE, "data", "scenarios", "story.json")], capture_output=True, text=True,
-                              check=False)
+        done = run([sys.executable, os.path.join(TREE, "demo", "story.py"), "--build", BUILD, "--scenario",
+                    os.path.join(TREE, "data", "scenarios", "story.json")])
         self.assertEqual(0, done.returncode, done.stdout + done.stderr)
         self.assertIn("refused no command", done.stdout)
 

@@ -191,6 +191,8 @@ speed 10G full-duplex; mtu 9216; vlan acceptframe admituntaggedonly; vlan partic
 vlan participation exclude 1,23; vlan tagging 1,21-23; vlan pvid 10; dot1x port-control force-unauthorized
 no ptp clock e2e-transparent; addport lag 2
 interface 0/4; vlan participation auto 1; vlan acceptframe vlanonly
+interface vlan 10; routing; ip address 10.0.0.1 255.0.0.0
+interface vlan 20; routing; ip address dhcp; interface vlan 21; routing; routing
 interface lag 2; description uplink; vlan participation include 4094; vlan pvid 4094
 no port-channel static; port-channel name "up \"1\"")";
 
@@ -212,6 +214,9 @@ TEST_F(CliTest, RunningConfigIsAScriptThatMakesTheSameSwitch) {
     EXPECT_EQ(model.macAssociations(), other.macAssociations());
     EXPECT_EQ("say \"hi\" \\ there", other.vlans().at(10).name);
     EXPECT_EQ("hall \\ 2\"", other.system().hostName);
+    for (const auto *line : {"ip address 10.0.0.1 255.0.0.0", "ip address dhcp"})
+        EXPECT_TRUE(configured(line)) << line;
+    EXPECT_EQ(run("show ip interface brief"), second.show("show ip interface brief"));
     EXPECT_EQ("B", other.qos().policyMaps().at("P").classes.front().name) << "the order of classes stays";
     EXPECT_EQ(
         "Policy Name                     Policy Type Class Members\n"
@@ -238,7 +243,13 @@ no set igmp exclude-mrouter-intf 10; no set igmp proxy-querier 20; no set igmp m
 no set igmp querier election participate 20; no set igmp groupmembership-interval 10
 no set igmp mcrtrexpiretime 20; no set mld 10; no set mld proxy-querier 20; no vlan 10,20)");
     EXPECT_EQ(fresh, runningConfig());
-    // A command and what takes it back, in turns.
+    // A command and what takes it back, in turns. What hangs on a VLAN goes with it.
+    apply(
+        "vlan database; vlan 10; exit; interface vlan 10; routing; ip address dhcp; exit; vlan database; "
+        "no vlan 10");
+    EXPECT_EQ(fresh, runningConfig());
+    CliSession routed = in(CliMode::VlanInterface, {});
+    routed.vlan = 1;
     const std::pair<CliSession, const char *> cases[] = {
         {in(CliMode::VlanDatabase), R"(vlan 10-12,20; no vlan 10-12,20; vlan name 1 x; no vlan name 1
 vlan association mac 00:1b:92:02:00:01 1; no vlan association mac 00-1B-92-02-00-01)"},
@@ -252,6 +263,7 @@ speed 2.5G half-duplex; speed auto; mtu 9216; no mtu; vlan acceptframe vlanonly;
 vlan participation exclude 1; vlan participation include 1; vlan tagging 1; no vlan tagging 1
 dot1x port-control force-authorized; no dot1x port-control
 no ptp clock e2e-transparent; ptp clock e2e-transparent; addport lag 1; deleteport lag 1)"},
+        {routed, "routing; no routing"},
         {in(CliMode::Interface, {kLag}), R"(no port-channel static; port-channel static
 port-channel name x; no port-channel name)"}};
     for (const auto &[session, text] : cases) {
@@ -278,7 +290,7 @@ TEST_F(CliTest, RefusedCommandsAreCountedAndChangeNothing) {
                                   "no vlan association mac 00:1b:92:02:00:01"));
     expectErrors(config, {"hostname " + tooLong});
     expectErrors(config, commands(R"(hostname ""; ip management vlan 99 dhcp; no class-map A; no policy-map P
-policy-map P out; service-policy out P; service-policy in X; no service-policy in X; no class-map X
+policy-map P out; interface vlan 30; service-policy out P; service-policy in X; no service-policy in X; no class-map X
 no policy-map X; no ip access-list X; no mac access-list extended X; class-map match-all "A B"
 class-map match-all a123456789012345678901234567890x; ip access-list ""; igmp-plus 99
 spanning-tree mst priority 0 5; spanning-tree mst priority 1 4096; spanning-tree vlan 1 hello-time 2)"));
@@ -287,9 +299,10 @@ spanning-tree mst priority 0 5; spanning-tree mst priority 1 4096; spanning-tree
                                  "deleteport lag 1; port-channel static"));
     expectErrors(lag, {"addport lag 2", "speed auto", "dot1x port-control auto",
                        "port-channel name " + tooLong.substr(49)});
-    for (const auto *text : {"policy-map P in; class X", "interface 0/4; no service-policy in P"})
+    for (const auto *text : {"policy-map P in; class X", "interface 0/4; no service-policy in P",
+                             "interface vlan 10; ip address dhcp"})
         EXPECT_NE(std::string::npos, apply(text).find("Error on line 3."));
-    EXPECT_EQ(37u, cli.refusedCommands());
+    EXPECT_EQ(39u, cli.refusedCommands());
     EXPECT_EQ(0u, cli.unknownCommands());
     EXPECT_EQ(before, runningConfig());
     // A session whose object another one has deleted.

@@ -388,7 +388,7 @@ const std::string kHeard = R"({"lldp":[{"interface":[
 {"name":"p1","via":"LLDP","chassis":[{"id":[{"type":"local","value":"box"}],"name":7}],
 "port":[{"id":[{"type":"mac","value":"02-00-00-00-00-0b"}],"ttl":[]}]}]}]})";
 
-// The text with some bytes changed, taken out or repeated.
+// The string with some bytes changed, removed or repeated.
 std::string mutated(std::string text, std::mt19937 &random) {
     for (auto changes = random() % 4 + 1; changes > 0; --changes) {
         const auto at = random() % text.size();

@@ -62,13 +62,6 @@ class ModelTest : public testing::Test {
         for (unsigned n = 1; n <= ports; ++n)
             EXPECT_EQ(OPEN_E_NONE, model.plug(device(std::to_string(n), n, n)));
     }
-    std::string neighbours() const {
-        std::string out;
-        for (const auto &[port, all] : model.lldp())
-            for (const auto &[index, neighbour] : all)
-                out += (out.empty() ? "" : " ") + neighbour.device + "@" + std::to_string(port);
-        return out;
-    }
 
     Duration now{};
     Model model;
@@ -112,17 +105,15 @@ TEST_F(ModelTest, WithoutLinkNothingIsKnown) {
     model.plug(device("a", 1, 1));
     model.plug(device("b", 1, 2));
     const std::string all = "1.1@0/1 2.1@0/1 | a@1 b@1";
-    EXPECT_EQ(all, seen());
-    model.setCarrier(1, Carrier::ForcedDown);
-    EXPECT_EQ(" |", seen());
-    model.setCarrier(1, Carrier::FollowDevices);
-    EXPECT_EQ(all, seen());
-    model.setAdmin(1, false);
-    EXPECT_EQ(" |", seen());
-    model.setCarrier(1, Carrier::ForcedUp);
-    EXPECT_FALSE(model.interface(1)->linkUp) << "an operator's word does not beat shutdown";
-    model.setAdmin(1, true);
-    EXPECT_EQ(all, seen());
+    const std::tuple<bool, Carrier, std::string> steps[] = {{true, Carrier::ForcedDown, " |"},
+                                                            {true, Carrier::FollowDevices, all},
+                                                            {false, Carrier::ForcedUp, " |"},
+                                                            {true, Carrier::ForcedUp, all}};
+    for (const auto &[up, carrier, expected] : steps) {
+        model.setAdmin(1, up);
+        model.setCarrier(1, carrier);
+        EXPECT_EQ(expected, seen());
+    }
 
     // With the link kept up, entries and neighbours of what is gone stay until they age.
     model.unplug("a");
@@ -141,7 +132,7 @@ TEST_F(ModelTest, SilentDevicesAgeAndTalkingOnesDoNot) {
     model.setTalking("silent", false);
     EXPECT_EQ(all, seenAfter(290s));
     EXPECT_EQ("1.1@0/1 | talker@1 silent@2", seenAfter(10s));
-    EXPECT_EQ("1.1@0/1 | talker@1 silent@2", seenAfter(90s));
+    pass(90s);
     EXPECT_EQ("1.1@0/1 | talker@1", seenAfter(10s));
     EXPECT_TRUE(model.interface(2)->linkUp) << "silence is no pulled cable";
     model.setTalking("silent", true);
@@ -170,9 +161,12 @@ TEST_F(ModelTest, VlanOfAnEntryFollowsAssociationTagAndPvid) {
     model.associateMac(mac(1), 30);
     model.setTagging(1, 30, true);
     model.system().mgmtVlan = 30;
+    EXPECT_EQ(OPEN_E_NONE, model.setRouting(30, true));
+    EXPECT_TRUE(model.vlanUp(30) && !model.vlanUp(20));
     EXPECT_EQ(OPEN_E_NONE, model.deleteVlan(30));
     EXPECT_EQ(1u, model.macAssociations().size());
     EXPECT_EQ(1u, model.system().mgmtVlan);
+    EXPECT_TRUE(model.routing().empty());
     EXPECT_EQ("1.1@0/1", fdb());
 }
 

@@ -12,7 +12,7 @@ namespace vswitch {
 namespace cli {
 namespace {
 
-// Longer lines are no commands.
+// Longer lines are not commands.
 constexpr std::size_t kLineMax = 16 << 10;
 constexpr std::size_t kObjectNameMax = 31;
 
@@ -75,7 +75,7 @@ bool parsePort(const Model &model, std::string_view text, std::uint32_t &out) {
     return text.starts_with("0/") && parseNumber(text.substr(2), 1, model.config().physicalPorts, out);
 }
 
-// A list such as 10,20-30 of what `parseOne` takes, filled in ascending and each number once.
+// A list such as 10,20-30 of what `parseOne` accepts, returned in ascending order without duplicates.
 template <class ParseOne>
 bool parseList(std::string_view text, ParseOne parseOne, std::vector<std::uint32_t> &out) {
     std::vector<bool> chosen(kVlanMax + 1);
@@ -100,13 +100,13 @@ bool parseIp(std::string_view text) {
     const auto parts = split(text, '.');
     std::uint32_t value = 0;
     return parts.size() == 4 && std::all_of(parts.begin(), parts.end(), [&](auto part) {
-               // A leading zero means octal to some and nothing to others.
+               // A leading zero means octal to some people and nothing to others.
                return part.size() <= 3 && (part.size() == 1 || part.front() != '0') &&
                       parseNumber(part, 0, 255, value);
            });
 }
 
-// One word of a syntax: literal alternatives or an argument.
+// One word of a syntax: literal alternatives, or an argument.
 struct Word {
     std::vector<std::string_view> literals;
     std::string_view argument;
@@ -127,7 +127,7 @@ struct Word {
     bool takesValue() const { return literals.size() != 1; }
 };
 
-// What may stand at a position of a line; null behind its end.
+// What is allowed at a position of a line; null beyond its end.
 const Word *wordAt(const std::vector<Word> &words, std::size_t i) {
     if (i < words.size())
         return &words[i];
@@ -344,7 +344,7 @@ bool Cli::execute(CliSession &session, std::string_view line, std::string &outpu
         line.remove_suffix(1);
     if (line.size() > cli::kLineMax)
         return reject("% Line too long.");
-    // What a line sets is printed by show commands and comes back as a script: it must stay on its line.
+    // What a line sets is printed by show commands and comes back in scripts: it must stay on its line.
     const auto control =
         std::find_if(line.begin(), line.end(), [](unsigned char c) { return c != '\t' && std::iscntrl(c); });
     if (control != line.end())

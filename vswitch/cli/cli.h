@@ -25,7 +25,8 @@ enum class CliMode : std::uint8_t {
     MacAccessList
 };
 
-// Where a user is: the modes entered, innermost last, and the interfaces or the VLAN that "interface" chose.
+// Where a user is: the modes entered, innermost last, and the interfaces or the VLAN that "interface"
+// selected.
 struct CliSession {
     std::vector<CliMode> modes{CliMode::Exec};
     std::vector<IfNum> interfaces;
@@ -37,17 +38,17 @@ struct CliSession {
 };
 
 // Runs lines against the model. An unknown or refused command prints an error with a marker under the
-// offending word, is counted, and changes nothing (a list of interfaces is worked through up to the refused
-// one); what follows it goes on. Control characters are refused. One caller at a time.
+// offending word, is counted, and changes nothing (a list of interfaces is processed up to the refused one);
+// the lines after it run. Control characters are refused. One caller at a time.
 class Cli {
   public:
     explicit Cli(Model &model) : model_(model) {}
 
-    // One line in a session; what it prints.
+    // Runs one line in a session and returns its output.
     std::string run(CliSession &session, std::string_view line);
 
-    // A whole script from privileged mode, blank and comment lines ('!') aside; what it prints, errors with
-    // the line number. Every command is echoed.
+    // Runs a whole script from privileged mode, skipping blank and comment lines ('!'), and returns its
+    // output: every command is echoed, errors name the line number.
     std::string runScript(std::string_view script);
 
     // The output of a show command; nothing when it is not one or is refused.

@@ -1,12 +1,12 @@
-// The rows of the grammar. A command is one row: the modes it is in, its words and arguments, what it does,
-// and what it contributes to "show running-config". Adding a command is adding a row to the table of its
+// The rows of the grammar. A command is one row: the modes it belongs to, its words and arguments, what it
+// does, and what it contributes to "show running-config". To add a command, add a row to the table of its
 // topic.
 //
-// Syntax: words as they stand; a|b|c is one of several words; an argument is in angle brackets:
-//   <vlan> a VLAN id, <vlans> a list such as 10,20-30, <mac>, <ip>, <port> and <ports> interfaces as 0/N or a
-//   list of them, <lag> a LAG number, <int:LO-HI>, <text> one word or a quoted text.
-//   A last argument followed by ... may be given several times.
-// Words may be abbreviated as long as it stays clear which is meant.
+// Syntax: words are literal; a|b|c is one of several words; an argument is in angle brackets:
+//   <vlan> is a VLAN id, <vlans> a list such as 10,20-30, <mac> and <ip> are addresses, <port> is an
+//   interface 0/N and <ports> a list of them, <lag> is a LAG number, <int:LO-HI> a number, <text> one word or
+//   a quoted string. A last argument followed by ... may be given several times.
+// Words may be abbreviated as long as the command stays unambiguous.
 #ifndef PAVO_VSWITCH_CLI_COMMAND_H
 #define PAVO_VSWITCH_CLI_COMMAND_H
 
@@ -22,7 +22,7 @@ namespace vswitch::cli {
 
 // One argument or choice of a matched command, in the order of the syntax.
 struct Value {
-    std::string text;                    // as typed; the full word of a choice
+    std::string text;                    // as typed; the full word for a choice
     std::uint32_t number = 0;            // <vlan>, <int>, <port> and <lag> (their ifNum)
     std::vector<std::uint32_t> numbers;  // <vlans>, <ports> (their ifNums)
     Mac mac;
@@ -43,7 +43,7 @@ struct Context {
 };
 
 using Values = std::vector<Value>;
-// False when the switch refuses the command; it has printed why.
+// False when the switch refuses the command; the action has then printed why.
 using Action = bool (*)(Context &, const Values &);
 // Appends this row's lines of the running configuration; `interface` is null outside interface mode.
 using Emit = void (*)(const Model &, const Interface *interface, std::string &out);
@@ -64,7 +64,7 @@ inline constexpr Modes kIpAccessList = modeBit(CliMode::IpAccessList);
 inline constexpr Modes kMacAccessList = modeBit(CliMode::MacAccessList);
 inline constexpr Modes kAnyMode = kExec | kConfig | kInterface | kVlanDatabase | kVlanInterface | kClassMap |
                                   kPolicyMap | kPolicyClass | kIpAccessList | kMacAccessList;
-// Where "interface" leads to another interface's mode.
+// The modes in which "interface" enters another interface's mode.
 inline constexpr Modes kInterfaceEntry = kConfig | kInterface | kVlanInterface;
 
 struct Command {
@@ -75,7 +75,7 @@ struct Command {
     Emit emit = nullptr;
 };
 
-// The tables, one per topic; the order is that of the running configuration.
+// The tables, one per topic, in the order of the running configuration.
 std::span<const Command> sessionCommands();
 std::span<const Command> vlanCommands();
 std::span<const Command> systemCommands();
@@ -94,13 +94,13 @@ const std::vector<const Command *> &allCommands();
 // printf into a std::string, for show output.
 std::string format(const char *text, ...) __attribute__((format(printf, 1, 2)));
 
-// Enters the mode of an interface; from such a mode it replaces the choice.
+// Enters the mode of an interface; from such a mode it replaces the selection.
 bool enterInterfaceMode(Context &context, CliMode mode);
 
 // "10,20-22" for a sorted list.
 std::string rangeText(const std::vector<std::uint32_t> &numbers);
 
-// The text as it must be typed: in quotes.
+// The string as it has to be typed: in quotes.
 std::string quoted(const std::string &text);
 
 // Names of maps and lists need no quotes: 1 to 31 letters, digits, '_', '-', '.'. Refuses others.
@@ -108,7 +108,7 @@ bool nameAllowed(Context &context, const std::string &name);
 
 bool enter(Context &context, CliMode mode);
 
-// Does something to every interface of the session; stops at the first refusal.
+// Applies `change` to every interface of the session; stops at the first refusal.
 template <class Change>
 bool eachInterface(Context &context, Change change) {
     for (const auto ifNum : context.session.interfaces)

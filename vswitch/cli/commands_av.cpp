@@ -1,4 +1,4 @@
-// 802.1AS, the MRP applications, spanning tree, and what else the whole switch does for AV.
+// 802.1AS, the MRP applications, spanning tree, and other switch-wide settings for AV.
 #include "vswitch/cli/command.h"
 
 namespace vswitch::cli {
@@ -6,7 +6,7 @@ namespace {
 
 constexpr auto kOff = false, kOn = true;
 
-// --- switches of the whole switch and of interfaces
+// --- switch-wide and interface settings
 
 using Switch = bool SwitchFeatures::*;
 using InterfaceSwitch = bool Interface::*;
@@ -18,7 +18,7 @@ bool set(Context &c, const Values &) {
     return true;
 }
 
-// An application that is switched off forgets its periodic state machine.
+// Disabling an application disables its periodic state machine, too.
 template <Switch kField, Switch kPeriodic>
 bool stop(Context &c, const Values &) {
     c.model.features().*kField = c.model.features().*kPeriodic = false;

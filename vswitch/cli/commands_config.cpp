@@ -31,7 +31,7 @@ bool eachLag(Context &context, Change change) {
     });
 }
 
-// A list of VLANs is taken as a whole or not at all.
+// A list of VLANs is accepted as a whole or not at all.
 bool allExist(Context &context, const std::vector<VlanId> &vlans) {
     return std::all_of(vlans.begin(), vlans.end(), [&](VlanId id) {
         return context.accept(context.model.hasVlan(id) ? OPEN_E_NONE : OPEN_E_NOT_FOUND);

@@ -1,4 +1,4 @@
-// Multicast: IGMP and MLD snooping of VLANs, queriers, and where multicast routers are.
+// Multicast: IGMP and MLD snooping in VLANs, queriers, and the ports of multicast routers.
 #include "vswitch/cli/command.h"
 
 namespace vswitch::cli {
@@ -7,7 +7,7 @@ namespace {
 using Switch = bool VlanFeatures::*;
 using Number = std::optional<std::uint32_t> VlanFeatures::*;
 
-// What "set" switches on for a VLAN, and what it sets to a number.
+// What "set" enables for a VLAN, and what it sets to a number.
 constexpr std::pair<const char *, Switch> kSwitches[] = {
     {"igmp", &VlanFeatures::igmpSnooping},
     {"igmp fast-leave", &VlanFeatures::fastLeave},
@@ -24,7 +24,7 @@ constexpr std::pair<const char *, Number> kNumbers[] = {
     {"igmp mcrtrexpiretime", &VlanFeatures::mrouterExpiry},
 };
 
-// Naming a VLAN in the VLAN database creates it, also for a "no" command.
+// Naming a VLAN in the VLAN database creates it, even in a "no" command.
 VlanFeatures *touch(Context &c, VlanId id) {
     return c.accept(c.model.createVlan(id)) ? c.model.editVlan(id) : nullptr;
 }

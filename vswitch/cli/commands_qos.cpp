@@ -52,7 +52,7 @@ void emitMaps(const Model &model, const Interface *, std::string &out) {
     }
 }
 
-// --- what is bound, queues
+// --- bindings and queues
 
 void emitBinding(const Model &model, const Interface *interface, std::string &out) {
     const auto &bindings = model.qos().bindings();

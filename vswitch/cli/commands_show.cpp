@@ -1,4 +1,4 @@
-// The show commands. Layouts are what operators read and what programs parse; columns do not move.
+// The show commands. Operators read their output and programs parse it; columns do not move.
 #include <algorithm>
 #include <cctype>
 
@@ -13,7 +13,7 @@ const char *vlanTypeText(const Vlan &vlan) {
     return vlan.isStatic ? "Static" : "Dynamic";
 }
 
-// Texts of devices may hold anything; a table stays one line per row.
+// Strings from devices may hold anything; a table still has one line per row.
 std::string cell(const std::string &text, std::size_t width) {
     std::string out = text.substr(0, width);
     for (auto &c : out)

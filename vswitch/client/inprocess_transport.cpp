@@ -14,7 +14,7 @@ std::atomic<InProcessSwitch *> current{nullptr};
 InProcessSwitch::InProcessSwitch(ModelConfig config) : server_(std::move(config)) {
     InProcessSwitch *none = nullptr;
     if (!current.compare_exchange_strong(none, this))
-        std::abort();  // two switches at once: a mistake in the test
+        std::abort();  // two switches at once: an error in the test
 }
 
 InProcessSwitch::~InProcessSwitch() {

@@ -48,7 +48,7 @@ void l7proc_logf(int severity, const char *file, int line, const char *format, .
     packer.pack(place);
     packer.pack(text);
     std::string reply;
-    // With the switch gone the line is still worth seeing.
+    // The line is worth seeing even when the switch is gone.
     if (!vswitch::client::exchange(request.data(), request.size(), reply))
         std::fprintf(stderr, "%s %s\n", place.c_str(), text);
 }

@@ -1,6 +1,5 @@
-// The transport of real processes: a pool of connections to the socket of vswitchd, so that a slow call of
-// one thread does not hold up another. A connection that breaks is dropped, and the next call makes a new
-// one.
+// The transport of real processes: a pool of connections to the socket of vswitchd, so that a slow call in
+// one thread does not hold up another. A broken connection is dropped; the next call opens a new one.
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -21,7 +20,7 @@
 namespace vswitch::client {
 namespace {
 
-// A switch OS that does not answer for this long is as good as gone.
+// A switch OS that does not answer for this long is considered gone.
 constexpr int kAnswerSeconds = 30;
 
 class Socket {
@@ -46,7 +45,7 @@ std::mutex poolMutex;
 std::vector<Socket> pool;
 
 Socket connectNow() {
-    // A socket address holds 107 characters, a root folder may be deeper: go through a descriptor of the
+    // A socket address holds 107 characters and the root folder may be deeper: go through a descriptor of the
     // folder.
     const std::filesystem::path path(platform::fsPath(rpc::kSocketPath));
     const Socket folder(::open(path.parent_path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
@@ -65,7 +64,8 @@ Socket connectNow() {
     return socket;
 }
 
-// Moves `size` bytes with `step` (send or receive some at a position), which may take several goes.
+// Transfers `size` bytes with `step` (sends or receives some of them from a given position on), repeating it
+// as needed.
 template <class Step>
 bool moveAll(std::size_t size, Step step) {
     for (std::size_t moved = 0; moved < size;) {

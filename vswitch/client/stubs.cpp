@@ -1,4 +1,4 @@
-// The client side of every OpEN call, made from the table of calls.
+// The client side of every OpEN call, generated from the table of calls.
 #include <cstdio>
 #include <cstring>
 #include <tuple>
@@ -12,7 +12,7 @@ namespace {
 
 using namespace vswitch::rpc;
 
-// Marks a handle that is registered; the transport keeps the connections.
+// Marks a registered handle; the connections belong to the transport.
 int registered;
 
 template <class Kind>
@@ -47,7 +47,7 @@ open_error_t call(const openapiClientHandle_t *client, const char *name, typenam
     }
     return code;
 } catch (const std::exception &) {
-    // What the other side sent is no reply.
+    // What the other side sent is not a reply.
     return OPEN_E_RPC;
 }
 

@@ -1,4 +1,4 @@
-// How the client stubs reach the switch; one of socket_transport.cpp and inprocess_transport.cpp is linked.
+// How the client stubs reach the switch; either socket_transport.cpp or inprocess_transport.cpp is linked.
 #ifndef PAVO_VSWITCH_CLIENT_TRANSPORT_H
 #define PAVO_VSWITCH_CLIENT_TRANSPORT_H
 
@@ -11,7 +11,7 @@ namespace vswitch::client {
 // up. Any thread may call it.
 bool exchange(const char *request, std::size_t size, std::string &reply);
 
-// Ends what exchange keeps open.
+// Closes the connections that exchange keeps open.
 void disconnect();
 
 }  // namespace vswitch::client

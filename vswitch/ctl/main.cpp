@@ -1,4 +1,4 @@
-// vswitchctl: plug devices into the virtual switch, look at its tables, use its CLI, disturb it.
+// vswitchctl: plugs devices into the virtual switch, shows its tables, offers its CLI, injects faults.
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -17,7 +17,7 @@ namespace {
 
 using nlohmann::json;
 
-// Something went wrong; the text says what.
+// Something went wrong; what() says what.
 struct Failure : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
@@ -92,7 +92,7 @@ void printEvents(std::uint64_t &since, bool asJson) {
     since = out["last"];
 }
 
-// A session at the switch's command line, until "quit" in privileged mode or the end of the input.
+// A session at the switch's command line, until "quit" in privileged mode or the end of input.
 void interactive() {
     const auto session = "ctl-" + std::to_string(::getpid());
     const bool terminal = ::isatty(STDIN_FILENO) != 0;
@@ -115,8 +115,7 @@ void interactive() {
     }
 }
 
-// A scenario is a list of control requests, an object {"op": "wait", "ms": n} between them if time is to
-// pass.
+// A scenario is a list of control requests, with an object {"op": "wait", "ms": n} wherever time is to pass.
 void load(const std::string &path) {
     std::ifstream in(path);
     if (!in)
@@ -137,11 +136,11 @@ void load(const std::string &path) {
 }
 
 int run(int argc, char **argv) {
-    CLI::App app{"vswitchctl - control the virtual switch OS of PAVO_ROOT"};
+    CLI::App app{"vswitchctl - control the virtual switch OS that runs under PAVO_ROOT"};
     app.set_version_flag("--version", std::string("vswitchctl ") + pavoVersion());
     app.require_subcommand(1);
     bool asJson = false;
-    app.add_flag("--json", asJson, "Answers as JSON");
+    app.add_flag("--json", asJson, "Print answers as JSON");
 
     json request;
     std::string text, port, mac, behind, name, desc, chassis, portId, portDesc, sysName, ip;
@@ -157,12 +156,12 @@ int run(int argc, char **argv) {
     plug->add_option("mac", mac)->required();
     plug->add_option("--count", count, "Number of consecutive MAC addresses");
     plug->add_option("--behind", behind, "Device whose pass-through port it uses");
-    plug->add_option("--vlan", vlan, "Sends frames tagged with this VLAN");
+    plug->add_option("--vlan", vlan, "Send frames tagged with this VLAN");
     plug->add_option("--ip", ip, "IP address");
-    plug->add_option("--system-desc", desc, "LLDP system description; makes it an LLDP neighbour");
+    plug->add_option("--system-desc", desc, "LLDP system description; makes the device an LLDP neighbour");
     plug->add_option("--system-name", sysName, "LLDP system name");
-    plug->add_option("--chassis-id", chassis, "LLDP chassis ID, default the MAC address");
-    plug->add_option("--port-id", portId, "LLDP port ID, default the MAC address");
+    plug->add_option("--chassis-id", chassis, "LLDP chassis ID, by default the MAC address");
+    plug->add_option("--port-id", portId, "LLDP port ID, by default the MAC address");
     plug->add_option("--port-desc", portDesc, "LLDP port description");
     plug->callback([&] {
         request = {{"op", "plug"},   {"name", name},     {"port", port}, {"mac", mac},
@@ -177,7 +176,7 @@ int run(int argc, char **argv) {
                 request["lldp"]["systemName"] = sysName;
         }
     });
-    auto *unplug = app.add_subcommand("unplug", "Unplug a device and what is behind it");
+    auto *unplug = app.add_subcommand("unplug", "Unplug a device and everything behind it");
     unplug->add_option("name", name)->required();
     unplug->callback([&] { request = {{"op", "unplug"}, {"name", name}}; });
     auto *move = app.add_subcommand("move", "Plug a device into another port");
@@ -185,9 +184,9 @@ int run(int argc, char **argv) {
     move->add_option("port", port)->required();
     move->add_option("--behind", behind, "Device whose pass-through port it uses");
     move->callback([&] { request = {{"op", "move"}, {"name", name}, {"port", port}, {"behind", behind}}; });
-    auto *talk = app.add_subcommand("talk", "Make a device talk, or fall silent with --off");
+    auto *talk = app.add_subcommand("talk", "Make a device talk, or silence it with --off");
     talk->add_option("name", name)->required();
-    talk->add_flag("--off", flag, "Silent: its table entries age");
+    talk->add_flag("--off", flag, "Silence it: its table entries age");
     talk->callback([&] { request = {{"op", "talk"}, {"name", name}, {"on", !flag}}; });
     auto *link = app.add_subcommand("link", "Force a port's link");
     link->add_option("port", port)->required();
@@ -197,19 +196,20 @@ int run(int argc, char **argv) {
     auto *table = app.add_subcommand(
         "table", "Print a table: ports, lags, vlans, associations, fdb, lldp, arp, devices, log");
     table->add_option("name", name)->required();
-    auto *exec = app.add_subcommand("exec", "Run CLI lines, each one argument");
+    auto *exec = app.add_subcommand("exec", "Run CLI lines, one per argument");
     exec->add_option("lines", words)->required();
-    auto *cli = app.add_subcommand("cli", "A session at the switch's command line");
-    auto *raw = app.add_subcommand("request", "Send one control request as JSON, print its answer");
+    auto *cli = app.add_subcommand("cli", "Open a session at the switch's command line");
+    auto *raw = app.add_subcommand("request", "Send one control request as JSON and print the answer");
     raw->add_option("json", text)->required();
     raw->callback([&] { request = json::parse(text); });
-    auto *loadFile = app.add_subcommand("load", "Carry out a scenario file (JSON)");
+    auto *loadFile = app.add_subcommand("load", "Run a scenario file (JSON)");
     loadFile->add_option("file", text)->required();
     auto *events = app.add_subcommand("events", "Print what happened on the switch");
     events->add_option("--since", number, "Only events after this number");
-    events->add_flag("--follow", flag, "And go on until interrupted");
+    events->add_flag("--follow", flag, "Continue until interrupted");
 
-    auto *latency = app.add_subcommand("latency", "Milliseconds until a membership change shows");
+    auto *latency =
+        app.add_subcommand("latency", "Show or set the milliseconds until a membership change takes effect");
     auto *latencyValue = latency->add_option("ms", number);
     latency->callback([&] {
         request = {{"op", "latency"}};
@@ -217,20 +217,21 @@ int run(int argc, char **argv) {
             request["ms"] = number;
     });
     auto *fault = app.add_subcommand("fault", "Make an OpEN call fail");
-    fault->add_option("call", text, "Name, or '*' for any")->required();
-    fault->add_option("--nth", number, "From which call on (1 is the next)");
+    fault->add_option("call", text, "Name of the call, or '*' for any")->required();
+    fault->add_option("--nth", number, "First call to fail (1 is the next)");
     fault->add_option("--code", code, "Result code")->capture_default_str();
-    fault->add_flag("--once", flag, "Only that one");
+    fault->add_flag("--once", flag, "Fail only that call");
     fault->callback([&] {
         request = {{"op", "fault"}, {"call", text}, {"nth", number}, {"code", code}, {"once", flag}};
     });
     auto *faults = app.add_subcommand("faults", "List the faults");
-    faults->add_flag("--clear", flag, "End them all");
+    faults->add_flag("--clear", flag, "Remove them all");
     faults->callback([&] { request = {{"op", "faults"}, {"clear", flag}}; });
-    app.add_subcommand("dataplane", "What forwards the frames, and whether all configuration has reached it")
+    app.add_subcommand("dataplane",
+                       "Show what forwards the frames, and whether all configuration has reached it")
         ->callback([&] { request = {{"op", "dataplane"}}; });
-    auto *counters = app.add_subcommand("counters", "Calls answered and commands refused");
-    counters->add_flag("--reset", flag, "Count calls from zero");
+    auto *counters = app.add_subcommand("counters", "Show calls answered and commands refused");
+    counters->add_flag("--reset", flag, "Reset the call counts to zero");
     counters->callback([&] { request = {{"op", "counters"}, {"reset", flag}}; });
 
     CLI11_PARSE(app, argc, argv);

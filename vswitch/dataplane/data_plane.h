@@ -1,6 +1,6 @@
-// What forwards the frames of the virtual switch's ports. The model is the one source of configuration: a
-// data plane is handed what its ports are to do and gives back what the wire shows. Devices on ports that no
-// data plane claims are played by the model; nothing above the model can tell the difference.
+// What forwards the frames of the virtual switch's ports. The model is the only source of configuration: a
+// data plane is told what its ports are to do and reports what it sees on the wire. Devices on ports that no
+// data plane claims are simulated by the model; nothing above the model can tell the difference.
 #ifndef PAVO_VSWITCH_DATAPLANE_DATA_PLANE_H
 #define PAVO_VSWITCH_DATAPLANE_DATA_PLANE_H
 
@@ -15,7 +15,7 @@
 
 namespace vswitch {
 
-// Interface number of a physical port to the name of its Linux interface.
+// Maps the interface number of a physical port to the name of its Linux interface.
 using PortMap = std::map<IfNum, std::string>;
 
 // One line of an access list: addresses as "address/mask", empty for any.
@@ -34,13 +34,13 @@ struct WirePort {
     bool operator==(const WirePort &) const = default;
 };
 
-// What forwards: a port of its own, or a LAG for its members.
+// A forwarding interface: a port of its own, or a LAG on behalf of its members.
 struct WireInterface {
     VlanId pvid = kDefaultVlan;
     AcceptFrames acceptFrames = AcceptFrames::All;
-    std::map<VlanId, bool> vlans;                  // takes part in; true: sends them tagged
-    std::vector<IfNum> members;                    // the ports it sends and receives by
-    std::optional<std::vector<WireRule>> in, out;  // IPv4 filters; what no line matches is dropped
+    std::map<VlanId, bool> vlans;                  // participates in; true: sends them tagged
+    std::vector<IfNum> members;                    // the ports it sends and receives on
+    std::optional<std::vector<WireRule>> in, out;  // IPv4 filters; a packet that no line matches is dropped
 
     bool operator==(const WireInterface &) const = default;
 };
@@ -51,21 +51,21 @@ struct WireConfig {
     std::map<Mac, VlanId> associations;
     Duration ageTime{};  // of learned addresses, on the switch's clock
     std::size_t fdbCapacity = 0;
-    std::uint64_t fdbClears = 0;  // counts the times that everything learned was to be forgotten
+    std::uint64_t fdbClears = 0;                // how often everything learned was to be forgotten
     std::string systemName, systemDescription;  // of the LLDP frames that the switch sends
 
     bool operator==(const WireConfig &) const = default;
 };
 
-// What the wire shows at one moment.
+// What is seen on the wire at one moment.
 struct WireView {
-    std::uint64_t generation = 0;  // of the configuration that was in force when the addresses were read
+    std::uint64_t generation = 0;  // of the configuration in effect when the addresses were read
     std::map<IfNum, bool> carrier;
     // Absent while they cannot be read; what was known before then stays.
     std::optional<std::vector<SeenAddress>> addresses;
     std::optional<std::vector<SeenNeighbour>> neighbours;
     std::optional<std::map<ArpKey, Mac>> arp;
-    std::vector<std::string> messages;  // what the operator should know; for the system log
+    std::vector<std::string> messages;  // for the operator, to go to the system log
 };
 
 struct DataPlaneProcess {
@@ -78,10 +78,10 @@ struct DataPlaneProcess {
 struct DataPlaneStatus {
     std::string driver;
     std::vector<DataPlaneProcess> processes;
-    std::uint64_t generation = 0;       // of the configuration in force
-    std::size_t flows = 0;              // that configure; learned ones not counted
+    std::uint64_t generation = 0;       // of the configuration in effect
+    std::size_t flows = 0;              // flow entries of the configuration, without learned ones
     std::uint64_t flowChanges = 0;      // since start
-    std::uint64_t lastFlowChanges = 0;  // of the last push that changed any
+    std::uint64_t lastFlowChanges = 0;  // of the last push that changed a flow entry
     double lastPushMs = 0;              // real milliseconds of that push
 };
 
@@ -91,11 +91,11 @@ class DataPlane {
 
     virtual PortMap ports() const = 0;
 
-    // Puts a configuration into force, as differences to the one before; returns at once. `generation` grows
-    // with every call. What cannot be done now is tried again until it can.
+    // Applies a configuration as the difference to the one before; returns at once. `generation` grows with
+    // every call. What cannot be applied now is retried until it can.
     virtual void push(const WireConfig &config, std::uint64_t generation) = 0;
 
-    // What has been seen since the last call; nothing when that is nothing new.
+    // What has been seen since the last call; nothing when there is nothing new.
     virtual std::optional<WireView> collect() = 0;
 
     virtual DataPlaneStatus status() const = 0;

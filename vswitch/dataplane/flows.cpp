@@ -9,7 +9,7 @@ namespace vswitch {
 namespace {
 
 constexpr std::size_t kArpCapacity = 4096;
-// The tables of flowsOf; learned rows are not among them.
+// The tables that flowsOf fills; learned flow entries are in others.
 constexpr int kConfiguredTables[] = {0, 1, 2, 3, 4, kFdbTable, 20, 30};
 
 __attribute__((format(printf, 1, 2))) std::string text(const char *format, ...) {
@@ -25,13 +25,13 @@ std::string hexCookie(std::uint64_t cookie) {
     return text("0x%llx", static_cast<unsigned long long>(cookie));
 }
 
-// Matches the learned rows of an interface, addresses and ARP pairs alike.
+// Matches the learned flow entries of an interface, addresses and ARP pairs alike.
 std::string cookieOf(IfNum interface) {
     return "cookie=" + hexCookie(kLearnedCookie | interface) + "/" +
            hexCookie(kLearnedCookie | kInterfaceCookie);
 }
 
-// The actions that send a frame out of an interface, its VLAN tag as it is now.
+// The actions that send a frame out of an interface with its VLAN tag as it is.
 std::string send(IfNum num, const WireInterface &interface) {
     if (interface.out)
         return text("load:%u->NXM_NX_REG4[],resubmit(,30)", num);
@@ -45,7 +45,7 @@ std::string send(IfNum num, const WireInterface &interface) {
 
 void addAccessList(Flows &flows, int table, const char *reg, IfNum num, const std::vector<WireRule> &rules,
                    const std::string &permitted) {
-    // The first line that matches decides; at the end all IPv4 is refused.
+    // The first matching line decides; at the end all IPv4 is denied.
     unsigned priority = 60000;
     for (const auto &rule : rules) {
         auto key = text("table=%d,priority=%u,%s=%u,ip", table, priority--, reg, num);
@@ -65,8 +65,8 @@ void addPorts(Flows &flows, const WireConfig &config) {
         for (const auto port : interface.members) {
             const auto enter = text("load:%u->NXM_NX_REG1[],resubmit(,1)", num);
             flows[text("table=0,priority=100,in_port=%u", port)] = enter;
-            // A tag of VLAN 0 carries a priority only: the frame counts as untagged. Left on, it would come
-            // out beneath the tag of its VLAN.
+            // A tag with VLAN 0 carries a priority only: the frame counts as untagged. Left on, it would
+            // leave the switch beneath the tag of its VLAN.
             flows[text("table=0,priority=210,in_port=%u,vlan_tci=0x1000/0x1fff", port)] =
                 "strip_vlan," + enter;
             if (interface.acceptFrames == AcceptFrames::VlanOnly)
@@ -96,7 +96,7 @@ void addLearning(Flows &flows, const WireConfig &config, std::uint32_t ageSecond
     // Probes, which have no sender address yet.
     flows["table=3,priority=200,arp,arp_spa=0.0.0.0"] = "resubmit(,4)";
     flows[text("table=%d,priority=0", kFdbTable)] = "load:0->NXM_NX_REG0[]";
-    // One interface may fill half of a table: a flood behind it leaves room for the others.
+    // One interface may fill half of a table, so that a flood behind it leaves room for the others.
     const auto share = std::max<std::size_t>(1, config.fdbCapacity / 2), arpShare = kArpCapacity / 2;
     for (const auto &[num, interface] : config.interfaces) {
         flows[text("table=3,priority=100,arp,reg1=%u", num)] = text(
@@ -112,8 +112,8 @@ void addLearning(Flows &flows, const WireConfig &config, std::uint32_t ageSecond
     }
 }
 
-// What goes to all of a VLAN, but for the interface it came from: a LAG must not get back on one member
-// what came by another, while a port never gets its own frames.
+// What goes to all of a VLAN except the interface it came from: a LAG must not get back on one member what
+// came in on another, whereas a port never gets its own frames anyway.
 std::string floodActions(const WireConfig &config, const std::vector<IfNum> &tagged,
                          const std::vector<IfNum> &untagged, IfNum except) {
     std::string actions;

@@ -21,7 +21,7 @@ struct LinkRequest {
 void send(int socket, LinkRequest request) {
     request.header.nlmsg_len = sizeof request;
     request.link.ifi_family = AF_UNSPEC;
-    // A request that is lost shows as a state that is not as wanted; the caller tries again.
+    // A lost request shows as a state other than the wanted one; the caller retries.
     ::send(socket, &request, sizeof request, 0);
 }
 
@@ -66,7 +66,7 @@ void LinkWatch::update() {
         if (got > 0) {
             take(buffer.data(), static_cast<std::size_t>(got));
         } else if (got < 0 && errno == ENOBUFS) {
-            // News were lost: ask for everything.
+            // Messages were lost: ask for everything.
             requestAll();
         } else if (got == 0 || errno != EINTR) {
             return;
@@ -77,13 +77,13 @@ void LinkWatch::update() {
 void LinkWatch::take(const char *message, std::size_t length) {
     for (auto *header = reinterpret_cast<const nlmsghdr *>(message); NLMSG_OK(header, length);
          header = NLMSG_NEXT(header, length)) {
-        // The answer is complete: what it did not name is gone, even when that news was lost.
+        // The answer is complete: an interface that it did not name is gone, even when that message was lost.
         if (header->nlmsg_type == NLMSG_DONE)
             std::erase_if(links_, [&](const auto &item) { return !told_.contains(item.first); });
         if (header->nlmsg_type != RTM_NEWLINK && header->nlmsg_type != RTM_DELLINK)
             continue;
         const auto *link = static_cast<const ifinfomsg *>(NLMSG_DATA(header));
-        // A bridge tells of its ports with the same messages.
+        // A bridge reports its ports with the same messages.
         if (link->ifi_family != AF_UNSPEC)
             continue;
         auto left = IFLA_PAYLOAD(header);
@@ -93,7 +93,7 @@ void LinkWatch::take(const char *message, std::size_t length) {
                 const auto *text = static_cast<const char *>(RTA_DATA(attribute));
                 name.assign(text, ::strnlen(text, RTA_PAYLOAD(attribute)));
             }
-        // A watched interface that got another name is gone as well.
+        // A watched interface that was renamed is gone as well.
         std::erase_if(links_, [&](const auto &item) {
             return item.second.index == link->ifi_index &&
                    (item.first != name || header->nlmsg_type == RTM_DELLINK);

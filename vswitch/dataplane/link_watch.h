@@ -1,4 +1,4 @@
-// State of Linux interfaces, told by the kernel as it changes (rtnetlink). Works whether or not anything
+// State of Linux interfaces, reported by the kernel as it changes (rtnetlink). Works whether or not anything
 // forwards for them. One thread.
 #ifndef PAVO_VSWITCH_DATAPLANE_LINK_WATCH_H
 #define PAVO_VSWITCH_DATAPLANE_LINK_WATCH_H
@@ -12,7 +12,7 @@
 namespace vswitch {
 
 struct LinkState {
-    int index = 0;  // of the Linux interface; another one after it was taken away and came back
+    int index = 0;  // of the Linux interface; changes when it is deleted and created again
     bool up = false, carrier = false;
     std::uint64_t losses = 0;  // of carrier, so far
 
@@ -21,13 +21,13 @@ struct LinkState {
 
 class LinkWatch {
   public:
-    // Watches the interfaces of these names in the network namespace of the calling thread. Throws
-    // std::system_error when the kernel does not offer it.
+    // Watches the interfaces with these names in the network namespace of the calling thread. Throws
+    // std::system_error when the kernel does not offer that.
     explicit LinkWatch(std::set<std::string> names);
 
     // Readable when something may have changed.
     int descriptor() const { return socket_.get(); }
-    // Reads what there is.
+    // Reads all pending messages.
     void update();
     // Interfaces that exist.
     const std::map<std::string, LinkState> &links() const { return links_; }
@@ -41,7 +41,7 @@ class LinkWatch {
     std::set<std::string> names_;
     Descriptor socket_;
     std::map<std::string, LinkState> links_;
-    std::set<std::string> told_;  // interfaces in the answer that is coming in
+    std::set<std::string> told_;  // interfaces named in the answer being received
 };
 
 }  // namespace vswitch

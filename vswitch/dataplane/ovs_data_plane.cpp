@@ -30,17 +30,17 @@ using std::chrono::milliseconds;
 
 constexpr auto kReadPeriod = milliseconds(500), kNeighbourPeriod = milliseconds(1000);
 constexpr auto kRetry = milliseconds(50);
-// The kernel's refusal comes back as news: asking again at once would never end.
+// The kernel's refusal arrives as a message of its own: asking again at once would never end.
 constexpr auto kAskAgain = milliseconds(200);
 constexpr auto kReadLimit = milliseconds(2000), kPushLimit = milliseconds(5000);
 constexpr auto kNeighbourLimit = milliseconds(1000);
-// A server that has not answered for this long is ended and started again.
+// A server that has not answered for this long is killed and restarted.
 constexpr auto kHung = milliseconds(4000);
-// A server that ends again within this time of its start waits longer before the next, up to the maximum.
+// A server that ends within this time of its start waits longer before the next start, up to the maximum.
 constexpr auto kSoon = milliseconds(2000), kRestartMax = milliseconds(5000);
 
 constexpr const char *kBridge = "vswitch0";
-// Open vSwitch makes these interfaces itself.
+// Open vSwitch creates these interfaces itself.
 constexpr const char *kReserved[] = {kBridge, "ovs-netdev"};
 constexpr const char *kSchema = "/usr/share/openvswitch/vswitch.ovsschema";
 
@@ -48,11 +48,11 @@ std::string inFolder(const std::string &folder, const char *name) {
     return folder + "/" + name;
 }
 
-// Makes the folder anew: nothing of an earlier switch counts.
+// Creates the folder anew: nothing left by an earlier switch counts.
 std::string freshFolder(const std::string &folder) {
     std::filesystem::remove_all(folder);
-    // Made by this call or not used at all: somebody else's folder or link of that name is not trusted. The
-    // clients of lldpd give up their rights before they look for its socket in it.
+    // Created by this call or not used at all: a folder or link of that name that belongs to somebody else is
+    // not trusted. The clients of lldpd drop their privileges before they look for its socket in it.
     if (::mkdir(folder.c_str(), 0711) != 0)
         throw std::system_error(errno, std::generic_category(), folder);
     return std::filesystem::canonical(folder);
@@ -86,7 +86,7 @@ std::uint32_t inRealSeconds(Duration onClock) {
     return static_cast<std::uint32_t>(std::clamp(seconds, 1.0, 65535.0));
 }
 
-// One server and when it may be started again.
+// One server, and when it may be started again.
 struct Watched {
     ServerProcess process;
     Clock::time_point started{}, notBefore{};
@@ -110,7 +110,7 @@ class OvsDataPlane : public DataPlane {
             runTool({"ovsdb-tool", "create", inFolder(folder_, "conf.db"), kSchema}, folder_, kReadLimit);
         if (!made.good())
             throw std::runtime_error("cannot create the database of Open vSwitch: " + made.error);
-        // lldpd keeps to what it is told here, whatever the machine's own configuration says.
+        // lldpd does what it is told here, whatever the machine's own configuration says.
         std::ofstream(inFolder(folder_, "lldpd.conf")) << "";
         // Where Open vSwitch puts the sockets of its bridges.
         ::setenv("OVS_RUNDIR", folder_.c_str(), 1);
@@ -167,7 +167,7 @@ class OvsDataPlane : public DataPlane {
             superviseServers();
             links_.update();
             followLinks();
-            putIntoForce();
+            applyWanted();
             read();
             publishStatus();
             wait();
@@ -206,8 +206,8 @@ class OvsDataPlane : public DataPlane {
         newView().messages.push_back(text);
     }
 
-    // A failure is reported once, and only when it lasts: servers take a moment to be there. When it goes on,
-    // the server behind the tool is taken for hung.
+    // A failure is reported once, and only when it lasts: servers take a moment to come up. When it goes on,
+    // the server behind the tool is considered hung.
     bool good(const ToolResult &result, const std::string &what, Watched &server) {
         auto &failure = failures_[what];
         if (result.good()) {
@@ -220,7 +220,7 @@ class OvsDataPlane : public DataPlane {
             failure.said = true;
             say(what + ": " + firstLine(result.error));
         }
-        // A tool that came to an end had an answer, if not the one it wanted.
+        // A tool that ended by itself had an answer, even if not the one it wanted.
         if (result.status < 0 && server.process.running() &&
             Clock::now() - std::max(failure.since, server.started) > kHung) {
             say(server.process.name() + " does not answer, starting it again");
@@ -260,7 +260,7 @@ class OvsDataPlane : public DataPlane {
 
     void hasEnded(Watched &server) {
         if (&server == &forwarder()) {
-            // Its rows are gone with it; what it had learned is given to the next one.
+            // Its flow entries are gone with it; what it had learned is handed to the next one.
             flows_.clear();
             known_ = false;
             applied_.reset();
@@ -272,7 +272,7 @@ class OvsDataPlane : public DataPlane {
     }
 
     void start(Watched &server) {
-        // It would look for its database again only a second later.
+        // By itself it would look for its database again only a second later.
         if (&server == &forwarder() && !std::filesystem::exists(inFolder(folder_, "db.sock"))) {
             server.notBefore = Clock::now() + kRetry;
             return;
@@ -282,7 +282,7 @@ class OvsDataPlane : public DataPlane {
                 server.notBefore = Clock::now() + kRetry;
                 return;
             }
-            // A socket of a killed one is in the way. The name is short whatever the folder's is.
+            // The socket of a killed server is in the way. The name is short even when the folder's is not.
             ::unlink(inFolder(folder_, "lldp.sock").c_str());
             ::mkdir("/run/lldpd", 0755);
             server.process.setArguments({"lldpd", "-d", "-u", "lldp.sock", "-O", "lldpd.conf", "-S",
@@ -323,7 +323,7 @@ class OvsDataPlane : public DataPlane {
         for (const auto &[port, link] : changed) {
             if (link.carrier)
                 linkUpSince_[port] = Clock::now();
-            // Nothing of what was behind a port without link counts, not even when the link is back already.
+            // Nothing that was behind a port without link counts, even if the link is already back.
             if (applied_)
                 for (const auto &[num, interface] : applied_->interfaces)
                     if (std::ranges::find(interface.members, port) != interface.members.end() &&
@@ -353,7 +353,7 @@ class OvsDataPlane : public DataPlane {
         return true;
     }
 
-    void putIntoForce() {
+    void applyWanted() {
         if (!forwarder().process.running()) {
             retryAt_ = {};
             return;
@@ -379,7 +379,7 @@ class OvsDataPlane : public DataPlane {
         followLinks();
     }
 
-    // Ports whose interface is another one than Open vSwitch was told of: it keeps listening to the one that
+    // Ports whose interface is not the one that Open vSwitch was told of: it keeps listening to the one that
     // is gone.
     std::vector<IfNum> renewed() const {
         std::vector<IfNum> ports;
@@ -401,7 +401,8 @@ class OvsDataPlane : public DataPlane {
                        (waitForEffect ? forwarder() : database()).process.endDescriptor(), halt_.get());
     }
 
-    // Bridge, ports and their frame size, in one transaction; interfaces that came anew are taken out before.
+    // Bridge, ports and their frame size, in one transaction; interfaces that were created again are removed
+    // first.
     bool pushPorts(const WireConfig &wanted) {
         std::vector<Arguments> removals, commands;
         const auto stale = renewed();
@@ -415,7 +416,7 @@ class OvsDataPlane : public DataPlane {
             commands.push_back({"--may-exist", "add-br", kBridge});
             commands.push_back({"set", "Bridge", kBridge, "datapath_type=netdev", "fail_mode=secure",
                                 "other-config:disable-in-band=true", "protocols=OpenFlow10,OpenFlow14"});
-            // Room for the row of unknown destinations, too.
+            // Room for the flow entry of unknown destinations, too.
             commands.push_back({"--id=@table", "create", "Flow_Table", "name=fdb",
                                 "flow_limit=" + std::to_string(wanted.fdbCapacity + 1)});
             commands.push_back(
@@ -484,7 +485,7 @@ class OvsDataPlane : public DataPlane {
                 return good({1, "", "cannot write " + file}, "flows", forwarder());
             const auto done = runTool(openFlow({"--bundle", "add-flows"}, {file}), folder_, kPushLimit,
                                       forwarder().process.endDescriptor(), halt_.get());
-            // When it did not come to an end, whether the changes were made is not known.
+            // When it did not finish, it is unknown whether the changes were made.
             if (done.status < 0)
                 known_ = false;
             if (!good(done, "flows", forwarder()))
@@ -588,11 +589,11 @@ class OvsDataPlane : public DataPlane {
             return runTool(arguments, folder_, kNeighbourLimit, end, halt_.get());
         };
         lldp().process.trimOutput();
-        // Not while it is starting: it starts paused, wakes itself, and a name set in between would put it to
+        // Not while it is starting: it starts paused and wakes itself; a name set in between would put it to
         // sleep again.
         if (const auto name = wantedName(); name != named_ && Clock::now() - lldpSince_ > kSoon) {
             const auto done = lldpcli({"configure", "system", "hostname", name});
-            // A name that it refuses is refused the next time, too.
+            // A name that it refuses once, it refuses the next time, too.
             if (done.status > 0)
                 say("LLDP system name: " + firstLine(done.error));
             if (done.status >= 0 && good(lldpcli({"resume"}), "LLDP start", lldp()))
@@ -631,7 +632,7 @@ class OvsDataPlane : public DataPlane {
             const auto &[neighbour, last] = item.second;
             if (last == now)
                 return false;
-            // Not heard by this lldpd: gone, unless it is too young to have heard it.
+            // Not heard by this lldpd: gone, unless lldpd is too young to have heard it.
             const bool mayBeThere = last < lldpSince_ && linkOf(neighbour.port).carrier &&
                                     linkUpSince_[neighbour.port] < last &&
                                     now - last < std::chrono::seconds(neighbour.fields.ttl);
@@ -652,7 +653,7 @@ class OvsDataPlane : public DataPlane {
 
     struct Registered {
         std::uint32_t mtu = 0;
-        int index = 0;  // of the interface that is known by that name
+        int index = 0;  // of the interface known by that name
     };
 
     struct Failure {
@@ -672,30 +673,30 @@ class OvsDataPlane : public DataPlane {
     Descriptor halt_;  // readable when the thread is to end, whatever it is waiting for
     std::atomic<bool> stop_ = false;
 
-    mutable std::mutex mutex_;  // guards what the switch's thread and this one's share
+    mutable std::mutex mutex_;  // guards what the switch's thread and this one share
     std::optional<WireConfig> wanted_;
     std::uint64_t wantedGeneration_ = 0;
     std::optional<WireView> view_;
     DataPlaneStatus status_;
 
-    // From here on: of the thread only.
+    // From here on: used by the thread only.
     std::vector<Watched> servers_;
     std::map<std::string, Failure> failures_;
     std::map<IfNum, LinkState> seenLinks_;
     std::map<IfNum, Clock::time_point> linkUpSince_, askedUp_;
-    std::map<IfNum, Registered> database_;  // ports that the database has
+    std::map<IfNum, Registered> database_;  // ports in the database
     bool bridgeMade_ = false;
     std::optional<WireConfig> applied_;
     std::uint64_t appliedGeneration_ = 0;
     Flows flows_;
     bool known_ = false;               // flows_ is what Open vSwitch has
-    std::vector<std::string> forget_;  // learned rows to be taken out with the next push
-    bool restore_ = false;             // learned addresses are to be given to a new Open vSwitch
+    std::vector<std::string> forget_;  // lines that delete learned flow entries with the next push
+    bool restore_ = false;             // learned addresses are to be handed to a new Open vSwitch
     std::vector<SeenAddress> addresses_;
     std::map<ArpKey, Mac> arp_;
     std::map<ArpKey, IfNum> arpInterfaces_;
     Clock::time_point readAt_{};
-    WireConfig readUnder_;  // the configuration in force when they were read, and its generation
+    WireConfig readUnder_;  // the configuration in effect when they were read, and its generation
     std::uint64_t readGeneration_ = 0;
     Clock::time_point retryAt_{}, nextRead_{}, nextNeighbours_{}, lldpSince_{};
     std::string description_, named_;

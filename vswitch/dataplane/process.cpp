@@ -20,7 +20,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Child's standard input, output and error; -1 for the null device.
+// The child's standard input, output and error; -1 for the null device.
 pid_t spawn(const Arguments &arguments, const std::string &folder, int input, int output, int error) {
     std::vector<char *> words;
     for (const auto &argument : arguments)
@@ -38,10 +38,10 @@ pid_t spawn(const Arguments &arguments, const std::string &folder, int input, in
         else
             ::posix_spawn_file_actions_addopen(&actions, to, "/dev/null",
                                                to == STDIN_FILENO ? O_RDONLY : O_WRONLY, 0);
-    // Nothing of the switch's own, its listening socket above all, stays open in a child.
+    // No descriptor of the switch, its listening socket above all, stays open in a child.
     ::posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
-    // A group of its own: an interrupt at the terminal is for the switch, which then ends its children in
-    // order.
+    // A process group of its own: an interrupt at the terminal is for the switch, which then ends its
+    // children in order.
     posix_spawnattr_t attributes;
     ::posix_spawnattr_init(&attributes);
     ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
@@ -108,7 +108,7 @@ ToolResult runTool(const Arguments &arguments, const std::string &folder, std::c
     const auto begin = Clock::now(), deadline = begin + limit;
     const Descriptor over(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
     bool killed = false;
-    // Output first, then its end: a tool that closes its output early is not finished.
+    // Output first, then the exit: a tool that closes its output early is not finished.
     std::array<pollfd, 5> ends{{{output.read.get(), POLLIN, 0},
                                 {error.read.get(), POLLIN, 0},
                                 {over.get(), 0, 0},
@@ -184,7 +184,7 @@ bool ServerProcess::start() {
     return true;
 }
 
-// Before its pipe ends: by then the number of the server's group may be somebody else's.
+// Before its pipe is closed: by then the server's process group id may be somebody else's.
 void ServerProcess::endGuard() {
     if (guard_ > 0) {
         ::kill(guard_, SIGKILL);
@@ -194,7 +194,7 @@ void ServerProcess::endGuard() {
     lifeline_.reset();
 }
 
-// What the server had started goes with it. Before it is reaped: until then nobody else has its number.
+// What the server had started goes with it. Before it is reaped: until then nobody else can have its id.
 int ServerProcess::reap() {
     ::kill(-pid_, SIGKILL);
     int status = 0;
@@ -232,7 +232,7 @@ void ServerProcess::trimOutput() const {
     const auto path = folder_ + "/" + name_ + ".out";
     struct stat info{};
     if (::stat(path.c_str(), &info) == 0 && info.st_size > kOutputMax)
-        // When that fails it is tried again with the next look.
+        // When that fails it is retried with the next call.
         [[maybe_unused]]
         const int done = ::truncate(path.c_str(), 0);
 }

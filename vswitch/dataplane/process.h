@@ -1,4 +1,4 @@
-// Other programs: tools that are run and waited for, and servers that are started, watched and ended.
+// Other programs: tools that are run to their end, and servers that are started, watched and ended.
 #ifndef PAVO_VSWITCH_DATAPLANE_PROCESS_H
 #define PAVO_VSWITCH_DATAPLANE_PROCESS_H
 
@@ -12,7 +12,7 @@ namespace vswitch {
 
 using Arguments = std::vector<std::string>;
 
-// A file descriptor and its end.
+// Owns a file descriptor.
 class Descriptor {
   public:
     explicit Descriptor(int fd = -1) : fd_(fd) {}
@@ -36,14 +36,14 @@ struct ToolResult {
     bool good() const { return status == 0; }
 };
 
-// Runs a program to its end in `folder`, with nothing to read. It is killed when it takes longer than
-// `limit`, or when one of two descriptors becomes readable.
+// Runs a program to its end in `folder`, with empty standard input. It is killed when it takes longer than
+// `limit`, or when one of the two descriptors becomes readable.
 ToolResult runTool(const Arguments &arguments, const std::string &folder, std::chrono::milliseconds limit,
                    int abort = -1, int otherAbort = -1);
 
 // A server process that ends with the one that started it, however that ends: a guard beside it waits for the
-// end of a pipe and then kills the server and what it has started. (A death signal of the kernel does not
-// outlive a server's change of identity.) One thread starts, asks and ends it.
+// end of a pipe and then kills the server and its children. (The kernel's parent-death signal does not
+// survive a server's change of user.) One thread starts, polls and ends it.
 class ServerProcess {
   public:
     ServerProcess(std::string name, const Arguments &arguments, std::string folder);
@@ -51,7 +51,7 @@ class ServerProcess {
     ServerProcess(ServerProcess &&other) noexcept;
 
     const std::string &name() const { return name_; }
-    // For the next start.
+    // Take effect with the next start.
     void setArguments(const Arguments &arguments) { arguments_ = arguments; }
     bool start();
     bool running() const { return pid_ > 0; }
@@ -59,11 +59,11 @@ class ServerProcess {
     std::uint64_t starts() const { return starts_; }
     // Readable once the process has ended; -1 while none runs.
     int endDescriptor() const { return end_.get(); }
-    // True when it ran and has ended since the last look; `how` says how.
+    // True when it ran and has ended since the last call; `how` says how.
     bool ended(std::string &how);
-    // Empties what it has written when that has grown beyond a megabyte: devices can make a server complain.
+    // Truncates its output file when that has grown beyond a megabyte: devices can make a server complain.
     void trimOutput() const;
-    // Asks it to end, and insists after a while.
+    // Asks it to end, and kills it after a while.
     void stop(std::chrono::milliseconds patience = std::chrono::seconds(2));
 
   private:

@@ -12,7 +12,7 @@ namespace {
 
 using nlohmann::json;
 
-// The text after `name` and before the next comma or blank.
+// The characters after `name` and before the next comma or blank.
 std::string_view fieldOf(std::string_view line, std::string_view name) {
     for (auto at = line.find(name); at != std::string_view::npos; at = line.find(name, at + 1)) {
         if (at != 0 && line[at - 1] != ' ' && line[at - 1] != ',')
@@ -41,13 +41,14 @@ std::optional<std::uint64_t> loadedInto(std::string_view line, std::string_view 
     return load == std::string_view::npos ? std::nullopt : numberIn(line.substr(load + 5, arrow - load - 5));
 }
 
-// Seconds, more than any address is kept.
+// Seconds; longer than any address is kept.
 constexpr std::uint64_t kAgeMax = 1'000'000;
 
 void readAddress(std::string_view line, VlanId vlan, LearnedRows &rows) {
     const auto mac = Mac::parse(fieldOf(line, "dl_dst="));
     const auto interface = loadedInto(line, "->NXM_NX_REG0[");
-    // The time since the row was learned anew stands there only when it differs from the row's own age.
+    // The time since the flow entry was last refreshed is given only when it differs from the entry's own
+    // age.
     auto age = numberIn(fieldOf(line, "hard_age="));
     if (!age)
         age = numberIn(fieldOf(line, "duration="));
@@ -70,8 +71,8 @@ void readArp(std::string_view line, VlanId vlan, IfNum interface, LearnedRows &r
     rows.arpInterfaces[{vlan, ip}] = interface;
 }
 
-// Bytes that are no UTF-8, and control bytes that lldpcli leaves as they are, would make the whole document
-// unreadable.
+// Bytes that are not UTF-8, and control characters that lldpcli leaves as they are, would make the whole
+// document unreadable.
 std::string asUtf8(const std::string &text) {
     std::string out;
     for (std::size_t i = 0; i < text.size();) {

@@ -1,5 +1,5 @@
-// What the tools of Open vSwitch and lldpd print, as data. Texts come from the network: what is not as
-// expected is left out, never guessed.
+// Parsers for the output of the tools of Open vSwitch and lldpd. Strings come from the network: what is not
+// as expected is left out, never guessed.
 #ifndef PAVO_VSWITCH_DATAPLANE_READING_H
 #define PAVO_VSWITCH_DATAPLANE_READING_H
 
@@ -17,11 +17,11 @@ struct LearnedRows {
     std::map<ArpKey, IfNum> arpInterfaces;  // port or LAG behind which it was seen
 };
 
-// The learned rows of "ovs-ofctl dump-flows".
+// The learned flow entries in the output of "ovs-ofctl dump-flows".
 LearnedRows learnedRowsOf(const std::string &dump);
 
-// The neighbours of "lldpcli -f json0 show neighbors details" on the ports of the map; nothing when it is no
-// such document.
+// The neighbours in the output of "lldpcli -f json0 show neighbors details" on the ports of the map; nothing
+// when it is not such a document.
 std::optional<std::vector<SeenNeighbour>> neighboursOf(const std::string &document, const PortMap &ports);
 
 }  // namespace vswitch

@@ -33,7 +33,7 @@ std::optional<std::string> matchOf(const std::string &text) {
     return std::string(shown) + "/" + shownMask;
 }
 
-// The lines of all lists of one direction in their order; nothing when none is bound.
+// The lines of all lists of one direction, in order; nothing when no list is bound.
 std::optional<std::vector<WireRule>> rulesOf(const Model &model, const Interface &interface,
                                              std::uint32_t direction) {
     std::optional<std::vector<WireRule>> rules;
@@ -45,7 +45,7 @@ std::optional<std::vector<WireRule>> rulesOf(const Model &model, const Interface
             rules.emplace();
         for (const auto &rule : list->second) {
             const auto source = matchOf(rule.source), destination = matchOf(rule.destination);
-            // A line that cannot be read must not let through what it may have been meant to hold back.
+            // A line that cannot be parsed must not let through what it may have been meant to stop.
             if (source && destination)
                 rules->push_back({rule.permit, *source, *destination});
             else

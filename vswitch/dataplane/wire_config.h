@@ -1,4 +1,4 @@
-// Between model and data plane: what the ports are to do, and what the wire shows, put into the model.
+// Between model and data plane: what the ports are to do, and how what is seen on the wire enters the model.
 #ifndef PAVO_VSWITCH_DATAPLANE_WIRE_CONFIG_H
 #define PAVO_VSWITCH_DATAPLANE_WIRE_CONFIG_H
 
@@ -7,12 +7,12 @@
 
 namespace vswitch {
 
-// What the model wants of the live ports. A port whose participation in a VLAN is left to the switch takes
-// part in it, untagged, while an address that is associated with the VLAN is learned there.
+// What the model wants of the live ports. A port whose participation in a VLAN is left to the switch ("auto")
+// participates in it, untagged, while an address associated with the VLAN is learned there.
 WireConfig wireConfigOf(const Model &model, const PortMap &ports);
 
-// Puts what was seen into the model. Addresses read before the configuration of `generation` was in force say
-// nothing about now and are left out.
+// Takes what was seen over into the model. Addresses read before the configuration of `generation` was in
+// effect say nothing about the present and are left out.
 void putIntoModel(Model &model, const WireView &view, std::uint64_t generation);
 
 }  // namespace vswitch

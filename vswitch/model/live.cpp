@@ -1,4 +1,4 @@
-// Live ports: what a data plane saw on the wire, put into the tables.
+// Live ports: what a data plane saw on the wire enters the tables.
 #include <algorithm>
 
 #include "vswitch/model/model.h"
@@ -25,7 +25,7 @@ void Model::seeCarrier(IfNum port, bool up) {
 }
 
 void Model::seeAddresses(const std::vector<SeenAddress> &seen) {
-    // An entry names a port: of a LAG the first live member with link.
+    // An entry names a port: for a LAG, the first live member with link.
     std::map<FdbKey, std::pair<IfNum, Duration>> wanted;
     for (const auto &address : seen) {
         if (interface(address.interface) == nullptr || !hasVlan(address.vlan))

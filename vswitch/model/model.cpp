@@ -9,7 +9,7 @@ namespace {
 
 constexpr Duration kAgePass = std::chrono::seconds(10);
 constexpr std::size_t kEventsKept = 4096;
-// Longest parts of a log line.
+// Maximum lengths of the parts of a log line.
 constexpr std::size_t kLogNameMax = 256, kLogTextMax = 1024;
 
 bool vlanIdValid(VlanId id) {
@@ -108,7 +108,7 @@ open_error_t Model::setCarrier(IfNum port, Carrier carrier) {
     auto *interface = edit(port);
     if (interface == nullptr || interface->isLag())
         return OPEN_E_NOT_FOUND;
-    // No word makes a wire where there is none.
+    // No command makes a wire where there is none.
     if (interface->live && carrier == Carrier::ForcedUp)
         return OPEN_E_PARAM;
     interface->carrier = carrier;
@@ -161,7 +161,8 @@ std::string Model::defaultVlanName(VlanId id) {
 open_error_t Model::createVlan(VlanId id) {
     if (!vlanIdValid(id))
         return OPEN_E_PARAM;
-    // A creation shows at once, so a deletion accepted before it does too, and what precedes that.
+    // A creation takes effect at once, and so does a deletion accepted before it, with everything that
+    // precedes that.
     const auto deletion = std::find_if(pending_.rbegin(), pending_.rend(), [&](const Change &c) {
         return c.kind == ChangeKind::VlanDelete && c.vlan == id;
     });
@@ -251,7 +252,7 @@ open_error_t Model::setTagging(IfNum ifNum, VlanId id, bool tagged) {
     return OPEN_E_NONE;
 }
 
-// Changes take effect in the order in which they were accepted, also when the latency was changed in between.
+// Changes take effect in the order in which they were accepted, even when the latency was changed in between.
 void Model::submit(Change change) {
     if (!pending_.empty())
         change.due = std::max(change.due, pending_.back().due);
@@ -268,7 +269,7 @@ void Model::applyFirst() {
 }
 
 void Model::apply(const Change &change) {
-    // The VLAN may have gone while the change was on its way.
+    // The VLAN may have been deleted while the change was pending.
     if (!hasVlan(change.vlan))
         return;
     if (change.kind == ChangeKind::VlanDelete) {
@@ -534,7 +535,7 @@ open_error_t Model::bindAccessList(IfNum ifNum, const std::string &name, std::ui
         return OPEN_E_FULL;
     if (sequence == 0)
         sequence = last + 1;
-    // A list that is bound already moves to its new place.
+    // A list that is already bound moves to its new place.
     std::erase_if(
         groups, [&](const AccessGroup &group) { return group.direction == direction && group.list == name; });
     const AccessGroup added{direction, sequence, name};
@@ -560,7 +561,7 @@ open_error_t Model::unbindAccessList(IfNum ifNum, const std::string &name, std::
 // --- log and events
 
 void Model::log(int severity, std::string component, std::string place, std::string text) {
-    // Whatever a process writes, the log stays of bounded size.
+    // Whatever a process writes, the size of the log stays bounded.
     severity = std::clamp(severity, 0, 7);
     cut(component, kLogNameMax);
     cut(place, kLogNameMax);

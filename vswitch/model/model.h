@@ -2,21 +2,21 @@
 // caller at a time. Results are OPEN_E_ codes.
 //
 // What holds at all times:
-//  - every interface has a PVID that exists as a VLAN; memberships, MAC associations and routing interfaces
-//    name existing VLANs only;
-//  - a port is a member of at most one LAG; a LAG forwards for its members, so entries learned on a member
-//    are the LAG's, and the LAG's VLAN settings are what counts for it;
-//  - learned forwarding entries and neighbours exist only on ports with link, entries of a LAG's member only
-//    while the LAG has link too; the table never exceeds its capacity;
-//  - a device behind another one is at the same port as that one;
-//  - tables hold of live ports exactly what the data plane last saw there and the rules above allow;
-//  - access groups name existing access lists only;
+//  - Every interface has a PVID that exists as a VLAN; memberships, MAC associations and routing interfaces
+//    name existing VLANs only.
+//  - A port is a member of at most one LAG. A LAG forwards for its members, so entries learned on a member
+//    belong to the LAG, and the LAG's VLAN settings apply to them.
+//  - Learned forwarding entries and neighbours exist only on ports with link, entries of a LAG member only
+//    while the LAG has link too; the table never exceeds its capacity.
+//  - A device behind another one is at the same port as that one.
+//  - Tables hold of live ports exactly what the data plane last saw there and the rules above allow.
+//  - Access groups name existing access lists only.
 //  - VLANs have spanning-tree timers of their own only while the switch runs a mode with one tree per VLAN.
 //
 // A change of membership (PVID, participation, tagging, deletion of a VLAN) takes effect `latency` after it
-// was accepted, in the order of acceptance; the creation of a VLAN takes effect at once and with it what
-// still had to happen up to that VLAN's deletion. Devices that talk keep their entries fresh; a device at a
-// switch port gives the port link, one behind another device does not.
+// was accepted, in the order of acceptance. Creating a VLAN takes effect at once, and so does everything
+// still pending up to the deletion of a VLAN with that id. Devices that talk keep their entries fresh; a
+// device at a switch port gives the port link, one behind another device does not.
 #ifndef PAVO_VSWITCH_MODEL_MODEL_H
 #define PAVO_VSWITCH_MODEL_MODEL_H
 
@@ -34,7 +34,7 @@ class Model {
   public:
     explicit Model(ModelConfig config = {});
 
-    // Moves the switch's time: due membership changes take effect, tables age. Time never goes back.
+    // Advances the switch's time: due membership changes take effect, tables age. Time never goes back.
     void advanceTo(Duration now, std::timespec wall);
     Duration upTime() const { return now_ - bootTime_; }
 
@@ -54,8 +54,8 @@ class Model {
     const AccessLists &macAccessLists() const { return macAccessLists_; }
     AccessLists &macAccessLists() { return macAccessLists_; }
     open_error_t deleteIpAccessList(const std::string &name);  // and its bindings
-    // Binds a list; `sequence` 0: after those bound. FAIL: that sequence is taken by another
-    // list; FULL: more than kAccessGroupsMax.
+    // Binds a list; with `sequence` 0 after those already bound. FAIL: another list has that sequence number;
+    // FULL: more than kAccessGroupsMax.
     open_error_t bindAccessList(IfNum ifNum, const std::string &name, std::uint32_t direction,
                                 std::uint32_t sequence);
     open_error_t unbindAccessList(IfNum ifNum, const std::string &name, std::uint32_t direction);
@@ -88,15 +88,15 @@ class Model {
     open_error_t setTagging(IfNum ifNum, VlanId id, bool tagged);
 
     const std::map<Mac, VlanId> &macAssociations() const { return associations_; }
-    open_error_t associateMac(const Mac &mac, VlanId id);  // creates the VLAN when needed
+    open_error_t associateMac(const Mac &mac, VlanId id);  // creates the VLAN if needed
     open_error_t dissociateMac(const Mac &mac);
 
     // --- routing interfaces
     const std::map<VlanId, RoutingInterface> &routing() const { return routing_; }
     open_error_t setRouting(VlanId id, bool on);  // switching on keeps an address that is there
-    // FAIL: the VLAN does not route. Address and netmask count for AddressMethod::Manual only.
+    // FAIL: the VLAN does not route. Address and netmask matter for AddressMethod::Manual only.
     open_error_t setAddress(VlanId id, AddressMethod method, std::string ip, std::string mask);
-    bool vlanUp(VlanId id) const;  // some interface that takes part in it has link
+    bool vlanUp(VlanId id) const;  // some interface that participates in it has link
 
     // --- link aggregation
     open_error_t lagAdd(IfNum lag, IfNum port);
@@ -108,32 +108,33 @@ class Model {
     open_error_t learn(const Mac &mac, VlanId vlan, IfNum port);  // as if a frame had arrived; FAIL: no link
     void clearFdb();                                          // learned entries; talking devices come back
     std::uint64_t fdbRefused() const { return fdbRefused_; }  // attempts to learn when it was full
-    std::uint64_t fdbClears() const { return fdbClears_; }    // times that everything was forgotten
+    std::uint64_t fdbClears() const { return fdbClears_; }    // how often everything was forgotten
 
     // --- LLDP
     const std::map<IfNum, std::map<std::uint32_t, LldpNeighbour>> &lldp() const { return lldp_; }
 
     // --- devices of the outside world
     const std::map<std::string, Device> &devices() const { return devices_; }
-    // FAIL: the name or an address is in use; PARAM: no such port, no device `behind` which it could be.
+    // FAIL: the name or an address is in use; PARAM: no such port, or no device `behind` which it could be.
     open_error_t plug(Device device);
-    // Both take with them what is behind the device.
+    // Both take along what is behind the device.
     open_error_t unplug(const std::string &name);
     open_error_t move(const std::string &name, IfNum port, const std::string &behind);
     open_error_t setTalking(const std::string &name, bool talking);
 
-    // --- live ports: what the wire shows. Each takes the whole picture; what is missing in it is gone.
+    // --- live ports
+    // What was seen on the wire. Each takes the whole picture; what is missing from it is gone.
     open_error_t setLive(IfNum port);  // from now on; FAIL: devices are plugged in
     void seeCarrier(IfNum port, bool up);
     void seeAddresses(const std::vector<SeenAddress> &seen);
     void seeNeighbours(const std::vector<SeenNeighbour> &seen);
     void seeArp(std::map<ArpKey, Mac> seen);
 
-    // IPv4 addresses on the switch's VLANs: those seen, and those of talking devices that have one.
+    // IPv4 addresses in the switch's VLANs: those seen, and those of talking devices that have one.
     std::map<ArpKey, Mac> arp() const;
 
     // --- behaviour
-    bool changesPending() const { return !pending_.empty(); }  // accepted, and not yet in effect
+    bool changesPending() const { return !pending_.empty(); }  // accepted, not yet in effect
     Duration latency() const { return latency_; }
     void setLatency(Duration latency) { latency_ = latency; }
 
@@ -200,7 +201,7 @@ class Model {
     std::map<FdbKey, FdbEntry> fdb_;
     std::uint64_t fdbRefused_ = 0, fdbClears_ = 0;
     std::map<ArpKey, Mac> arpSeen_;
-    bool unlearned_ = false;  // some talking device's address found no room
+    bool unlearned_ = false;  // the table had no room for some talking device's address
     std::map<IfNum, std::map<std::uint32_t, LldpNeighbour>> lldp_;
     std::uint32_t nextRemIndex_ = 1;
     std::map<std::string, Device> devices_;

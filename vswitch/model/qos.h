@@ -1,8 +1,8 @@
 // Quality of service: which frames go to which queue.
 //
 // What holds at all times: the classes of a policy map exist as class maps, and what is bound exists as a
-// policy map. So a class map that a policy uses and a policy map that is bound stay. Results are OPEN_E_
-// codes; FAIL is returned for what is in use.
+// policy map. So a class map that a policy uses, and a policy map that is bound, cannot be deleted. Results
+// are OPEN_E_ codes; FAIL means in use.
 #ifndef PAVO_VSWITCH_MODEL_QOS_H
 #define PAVO_VSWITCH_MODEL_QOS_H
 
@@ -31,7 +31,7 @@ struct PolicyClass {
 
 struct PolicyMap {
     bool inbound = true;
-    std::vector<PolicyClass> classes;  // the first that matches counts
+    std::vector<PolicyClass> classes;  // the first match decides
 };
 
 class Qos {
@@ -40,7 +40,7 @@ class Qos {
     CosMap cosMap = kCosMapDefault;
     std::set<std::uint32_t> strictQueues;
 
-    // A class map is a list of rules ("ip dscp 46") that all have to match.
+    // A class map is a list of rules ("ip dscp 46"), all of which have to match.
     const std::map<std::string, std::vector<std::string>> &classMaps() const { return classMaps_; }
     open_error_t addClassMap(const std::string &name);  // fine when it exists
     open_error_t removeClassMap(const std::string &name);
@@ -55,11 +55,11 @@ class Qos {
     open_error_t assignQueue(const std::string &policyMap, const std::string &classMap,
                              std::optional<std::uint32_t> queue);
 
-    // A policy map serves an interface or, with kEveryInterface, the whole switch; one per place.
+    // A policy map is bound to an interface or, with kEveryInterface, to the whole switch; one per place.
     static constexpr std::uint32_t kEveryInterface = 0;
     const std::map<std::uint32_t, std::string> &bindings() const { return bindings_; }
     open_error_t bind(std::uint32_t ifNum, const std::string &policyMap, bool inbound);
-    // kEveryInterface takes the policy map off every place it is bound to.
+    // kEveryInterface unbinds the policy map from every place it is bound to.
     open_error_t unbind(std::uint32_t ifNum, const std::string &policyMap);
 
   private:

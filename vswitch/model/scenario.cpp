@@ -1,4 +1,4 @@
-// The devices that a scenario plugs into simulated ports: what the switch would learn and hear of them.
+// The devices that a scenario plugs into simulated ports: what the switch would learn and hear from them.
 #include <algorithm>
 
 #include "vswitch/model/model.h"
@@ -26,7 +26,7 @@ const std::vector<const Device *> &Model::devicesAt(IfNum port) const {
     return it == devicesAt_.end() ? none : it->second;
 }
 
-// Only what is at the port itself is heard: LLDP does not pass through a device.
+// Only the device at the port itself is heard: LLDP does not pass through a device.
 bool Model::audible(const Device &device) const {
     return device.lldp && device.behind.empty() && device.talking && interfaces_.at(device.port).linkUp;
 }
@@ -55,7 +55,7 @@ void Model::relearnInterface(IfNum ifNum) {
         relearnPort(port);
 }
 
-// Participation decides only about frames that come tagged.
+// Participation matters only for frames that arrive tagged.
 void Model::relearnTagged(IfNum ifNum, VlanId id) {
     for (const auto port : portsOf(ifNum))
         for (const auto *device : devicesAt(port))
@@ -100,7 +100,7 @@ LldpNeighbour &Model::newNeighbour(IfNum port, const LldpFields &fields, const s
         .first->second;
 }
 
-// True when `device` may stand behind `other` at `port`; nothing stands behind itself.
+// True when a device may be plugged in behind `other` at `port`; not behind itself or one that moves along.
 bool Model::mayStandBehind(const std::string &other, IfNum port,
                            const std::vector<const Device *> &moved) const {
     const auto it = devices_.find(other);
@@ -108,7 +108,7 @@ bool Model::mayStandBehind(const std::string &other, IfNum port,
            std::find(moved.begin(), moved.end(), &it->second) == moved.end();
 }
 
-// The device and all that is behind it, nearest first.
+// The device and everything behind it, nearest first.
 std::vector<const Device *> Model::withFollowers(const Device &device) const {
     std::vector<const Device *> found{&device};
     for (std::size_t i = 0; i < found.size(); ++i)
@@ -176,12 +176,12 @@ open_error_t Model::move(const std::string &name, IfNum port, const std::string 
         devices_.at(device->name).port = port;
         event("device", device->name + " moved to " + target->name());
     }
-    // Nothing is heard of it any more where it was; the followers never were.
+    // It is no longer heard where it was; its followers never were.
     if (const auto heard = lldp_.find(from); heard != lldp_.end() && (from != port || !behind.empty()))
         std::erase_if(heard->second, [&](const auto &item) { return item.second.device == name; });
     refreshLink(from);
     refreshLink(port);
-    // What was learned of them elsewhere is outdated by their first frame on the new port.
+    // What was learned about them elsewhere is outdated by their first frame on the new port.
     for (const auto *device : moved) {
         for (const auto &mac : device->macs)
             relearnMac(mac);
@@ -194,7 +194,7 @@ open_error_t Model::setTalking(const std::string &name, bool talking) {
     const auto it = devices_.find(name);
     if (it == devices_.end())
         return OPEN_E_NOT_FOUND;
-    // Bring the entries up to now first: silence counts from this moment.
+    // Bring the entries up to date first: silence counts from this moment.
     age();
     it->second.talking = talking;
     event("device", name + (talking ? " talks" : " is silent"));

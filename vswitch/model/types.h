@@ -25,7 +25,7 @@ inline constexpr VlanId kDefaultVlan = 1;
 inline constexpr VlanId kVlanMax = 4094;
 inline constexpr std::size_t kVlanNameMax = 32;
 inline constexpr std::uint32_t kInterfacesMax = 896;
-// LLDP texts hold up to 255 bytes on the wire.
+// LLDP strings hold up to 255 bytes on the wire.
 inline constexpr std::size_t kLldpTextMax = 255;
 
 struct Mac {
@@ -64,7 +64,7 @@ struct SystemInfo {
     std::string mgmtIp = "0.0.0.0", mgmtMask = "0.0.0.0", mgmtGateway = "0.0.0.0";
 };
 
-// How an interface takes part in one VLAN; VLANs not mentioned by an interface have the default.
+// How an interface participates in one VLAN; VLANs that an interface does not mention have the default.
 struct Membership {
     std::uint32_t participation = OPEN_VLAN_PARTICIPATION_MODE_AUTO;
     bool tagged = false;
@@ -73,10 +73,10 @@ struct Membership {
 };
 
 enum class AcceptFrames { All, VlanOnly, AdminUntaggedOnly };
-// What decides whether a port has link: the devices plugged into it, or an operator's word.
+// What decides whether a port has link: the devices plugged into it, or an operator.
 enum class Carrier { FollowDevices, ForcedUp, ForcedDown };
 
-// Access lists of one direction of an interface.
+// Maximum number of access lists in one direction of an interface.
 inline constexpr std::size_t kAccessGroupsMax = 16;
 
 // An IPv4 access list bound to an interface.
@@ -94,7 +94,7 @@ struct Interface {
     bool adminUp = true;
     bool linkUp = false;
     Carrier carrier = Carrier::FollowDevices;
-    // Port that a data plane forwards for: has link when the wire has, no device can be plugged in.
+    // A port that a data plane forwards for: it has link when the wire has, and no device can be plugged in.
     bool live = false, wireUp = false;
     std::string description;
     std::string speed = "auto";
@@ -126,7 +126,7 @@ struct Interface {
     std::string name() const;  // "0/1", "lag 1"
 };
 
-// Settings of one VLAN's multicast and spanning tree; numbers in seconds, absent while the default holds.
+// Multicast and spanning-tree settings of one VLAN; times in seconds, absent while the default applies.
 struct VlanFeatures {
     bool igmpSnooping = false, igmpPlus = false, fastLeave = false, floodReport = false,
          excludeMrouter = false, querierElection = false, proxyQuerier = false;
@@ -145,12 +145,12 @@ struct Vlan {
 enum class SpanningTreeMode { Stp, Rstp, Mst, Pvst, RapidPvst };
 inline constexpr std::uint32_t kMstPriorityDefault = 32768;
 
-// Settings of the whole switch that AV features are made of; numbers absent while the default holds.
+// Switch-wide settings that AV features consist of; numbers are absent while the default applies.
 struct SwitchFeatures {
     bool dot1as = false;
     bool mvrp = false, mmrp = false, msrp = false;
     bool mvrpPeriodic = false, mmrpPeriodic = false;
-    bool mvrpDefaultVlan = true;  // MVRP declares VLAN 1 too
+    bool mvrpDefaultVlan = true;  // MVRP declares VLAN 1, too
 
     SpanningTreeMode spanningTreeMode = SpanningTreeMode::Mst;
     std::uint32_t mstPriority = kMstPriorityDefault;  // of instance 0
@@ -160,14 +160,14 @@ struct SwitchFeatures {
     bool switchportModeAuto = false;
 };
 
-// One line of an access list; "any", or an address and the bits of it that may differ.
+// One line of an access list; an address is "any", or an address and the bits of it that may differ.
 struct AccessRule {
     bool permit = false;
     std::string source, destination;
 };
 using AccessLists = std::map<std::string, std::vector<AccessRule>>;
 
-// A neighbour's IPv4 address as its ARP frames told it.
+// A neighbour's IPv4 address as seen in its ARP frames.
 struct ArpKey {
     VlanId vlan = 0;
     std::string ip;
@@ -176,7 +176,7 @@ struct ArpKey {
 
 enum class AddressMethod { None, Manual, Dhcp };
 
-// What routes between a VLAN and the others; an address from DHCP never arrives here.
+// Routes between a VLAN and the others; an address from DHCP never arrives here.
 struct RoutingInterface {
     AddressMethod method = AddressMethod::None;
     std::string ip = "0.0.0.0", mask = "0.0.0.0";
@@ -207,7 +207,7 @@ struct LldpFields {
 };
 
 struct LldpNeighbour {
-    std::uint32_t timeStamp = 0;  // seconds of up time at which it was first heard, from 1
+    std::uint32_t timeStamp = 0;  // uptime in seconds when it was first heard, from 1
     LldpFields fields;
     std::string device;
     Duration lastHeard{};
@@ -229,8 +229,7 @@ struct SeenNeighbour {
 struct Device {
     std::string name;
     IfNum port = 0;
-    std::string
-        behind;  // name of the device whose pass-through port it uses; empty: at the switch port itself
+    std::string behind;  // the device whose pass-through port it uses; empty: at the switch port itself
     std::vector<Mac> macs;
     VlanId tag = 0;  // sends frames tagged with this VLAN; 0: untagged
     std::string ip;

@@ -1,6 +1,6 @@
-// No include guard: expands open_calls.def once for each way in which a file wants to see a call. Before
-// including, define OPEN_CALL(name, parameters, kinds, arguments), where `parameters` is a parenthesised
-// parameter list made by OPEN_PARAMETER(kind, argument), `kinds` and `arguments` are comma lists in
+// No include guard: expands open_calls.def once for each view of a call that a file needs. Before including
+// it, define OPEN_CALL(name, parameters, kinds, arguments), where `parameters` is a parenthesised parameter
+// list made of OPEN_PARAMETER(kind, argument), and `kinds` and `arguments` are comma-separated lists in
 // OPEN_LIST(...).
 #define OPEN_LIST(...) __VA_ARGS__
 #define OPEN_CALL_0(name) OPEN_CALL(name, OPEN_LIST(), OPEN_LIST(), OPEN_LIST())

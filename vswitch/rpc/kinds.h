@@ -1,5 +1,5 @@
-// The kinds of argument an OpEN call has: what the C function takes, what the server's handler takes, and how
-// each travels (see wire.h). Numbers are 32-bit unsigned throughout.
+// The kinds of argument of an OpEN call: what the C function takes, what the server's handler takes, and how
+// each travels (see wire.h). Numbers are always 32-bit unsigned.
 #ifndef PAVO_VSWITCH_RPC_KINDS_H
 #define PAVO_VSWITCH_RPC_KINDS_H
 
@@ -15,7 +15,7 @@ namespace vswitch::rpc {
 
 using Packer = msgpack::packer<msgpack::sbuffer>;
 
-// Copies a text or bytes into the caller's buffer, cut to its room; a text is terminated.
+// Copies a string or bytes into the caller's buffer, cut to its capacity; a string is terminated.
 inline void fillBuffer(open_buffdesc &buffer, const std::string &value, bool text) {
     if (buffer.pstart == nullptr || buffer.size == 0)
         return;
@@ -33,7 +33,7 @@ inline std::string bufferText(const open_buffdesc *buffer) {
     return std::string(buffer->pstart, strnlen(buffer->pstart, buffer->size));
 }
 
-// A number that goes in.
+// A number, input.
 struct In {
     using C = std::uint32_t;
     using Server = std::uint32_t;
@@ -49,7 +49,7 @@ struct In {
     static void packResult(Packer &, const State &) {}
 };
 
-// A number that comes out.
+// A number, output.
 struct Out {
     using C = std::uint32_t *;
     using Server = std::uint32_t &;
@@ -65,7 +65,7 @@ struct Out {
     static void packResult(Packer &packer, const State &state) { packer.pack(state.value); }
 };
 
-// A number that goes in and is replaced.
+// A number, input and output.
 struct InOut : Out {
     struct State : Out::State {
         void unpack(const msgpack::object &object) { object.convert(value); }
@@ -74,7 +74,7 @@ struct InOut : Out {
     static void pack(Packer &packer, C pointer) { packer.pack(*pointer); }
 };
 
-// A text that goes in.
+// A string, input.
 struct InText {
     using C = open_buffdesc *;
     using Server = const std::string &;
@@ -90,13 +90,13 @@ struct InText {
     static void packResult(Packer &, const State &) {}
 };
 
-// What the handler of a filled buffer gets: the room the caller has, and the place for the value.
+// What the handler gets for an output buffer: the capacity that the caller has, and where to put the value.
 struct Filled {
     std::uint32_t room = 0;
     std::string value;
 };
 
-// A text that comes out into a buffer of the caller.
+// A string, output, in a buffer of the caller.
 struct OutText {
     using C = open_buffdesc *;
     using Server = Filled &;
@@ -114,14 +114,14 @@ struct OutText {
     static void packResult(Packer &packer, const State &state) { packer.pack(state.filled.value); }
 };
 
-// Bytes that come out.
+// Bytes, output.
 struct OutBytes : OutText {
     static void store(C buffer, const msgpack::object &object) {
         fillBuffer(*buffer, object.as<std::string>(), false);
     }
 };
 
-// A text that goes in and is replaced.
+// A string, input and output.
 struct InOutText : OutText {
     struct State : OutText::State {
         void unpack(const msgpack::object &object) {

@@ -3,20 +3,18 @@
 // A connection is a Unix stream socket (kSocketPath under PAVO_ROOT). Each message is a frame: its length as
 // a 32-bit big-endian number, then that many bytes of MessagePack.
 //
-//   request: [name, argument, ...]   the arguments in the order of the C function, the client handle left
-//   out; of a
-//                                    pointer that the call only fills: nothing; of a buffer it fills: its
-//                                    room in bytes; of a buffer it reads: the bytes; of a buffer it reads and
-//                                    fills: [room, bytes]
-//   reply:   [code, result, ...]     code is the call's OPEN_E_ code; the results follow in argument order
-//   only when
-//                                    it is OPEN_E_NONE: numbers, bytes for a buffer
+//   request: [name, argument, ...]   the arguments in the order of the C function, without the client handle.
+//                                    A pointer that the call only fills is left out; a buffer that it fills
+//                                    is sent as its capacity in bytes, one that it reads as its bytes, one
+//                                    that it reads and fills as [capacity, bytes]
+//   reply:   [code, result, ...]     the call's OPEN_E_ code; results follow in the order of the arguments,
+//                                    only with OPEN_E_NONE: numbers, or the bytes for a buffer
 //
-// Texts are MessagePack strings without their terminating zero; they hold any byte. One request is answered
-// before the next of the same connection is read. A malformed request, or one longer than kFrameMax, ends the
-// connection. Beside the calls of platform/open_client.h two more names exist: "vswitch.control" with one
-// JSON text and a JSON text as result (see server/control.h), and "l7proc.log" with severity, component,
-// place and text.
+// Strings are MessagePack strings without the terminating zero; they may hold any byte. A request is answered
+// before the next one of the same connection is read. A malformed request, or one longer than kFrameMax, ends
+// the connection. Two names exist besides the calls of platform/open_client.h: "vswitch.control", whose
+// argument and result are one JSON string each (see server/control.h), and "l7proc.log" with severity,
+// component, place and message.
 #ifndef PAVO_VSWITCH_RPC_WIRE_H
 #define PAVO_VSWITCH_RPC_WIRE_H
 

@@ -10,7 +10,7 @@
 namespace vswitch {
 namespace {
 
-// A script larger than this is no configuration.
+// A script larger than this is not a configuration.
 constexpr std::streamsize kScriptMax = 4 << 20;
 
 bool writeWhole(const std::string &fixedPath, const std::string &text) {
@@ -26,7 +26,7 @@ bool writeWhole(const std::string &fixedPath, const std::string &text) {
     return false;
 }
 
-// Paths come from clients: absolute ones, without a step upwards, the same to the file system as here.
+// Paths come from clients: they must be absolute, without "..", and mean the same to the file system as here.
 bool pathAcceptable(const std::string &path) {
     return path.size() > 1 && path.front() == '/' && path.find("/../") == std::string::npos &&
            !path.ends_with("/..") && path.find('\0') == std::string::npos;
@@ -71,7 +71,7 @@ open_error_t Calls::applyScript(const std::string &input, const std::string &out
     in.seekg(0);
     std::ostringstream script;
     script << in.rdbuf();
-    // What cannot report what it did is not done at all.
+    // A script is not run at all when its output cannot be written.
     if (!writeWhole(output, ""))
         return OPEN_E_FAIL;
     const auto printed = cli_.runScript(script.str());

@@ -1,4 +1,4 @@
-// The switch's side of the OpEN calls: one handler per call, with the call's name and arguments.
+// The switch's side of the OpEN calls: one handler per call, with the name and arguments of the call.
 #ifndef PAVO_VSWITCH_SERVER_CALLS_H
 #define PAVO_VSWITCH_SERVER_CALLS_H
 

@@ -24,7 +24,7 @@ struct Request {
     const json &body;
 };
 
-// A request that cannot be carried out; its text goes to the requester.
+// A request that cannot be carried out; the message goes to the requester.
 struct Refusal : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
@@ -34,7 +34,7 @@ void require(open_error_t code, const char *what) {
         throw Refusal(std::string(what) + " (code " + std::to_string(code) + ")");
 }
 
-// A whole number from 0 to `max`; no conversion that would make another number of it.
+// An integer from 0 to `max`; never converted into another number.
 std::uint64_t numberOf(const json &value, std::uint64_t max) {
     if (!value.is_number_unsigned() || value.get<std::uint64_t>() > max)
         throw Refusal("not a number from 0 to " + std::to_string(max) + ": " + value.dump());
@@ -54,7 +54,7 @@ Mac macOf(const json &value) {
     return *mac;
 }
 
-// A port number, or a name "0/5".
+// A port number, or a name such as "0/5".
 IfNum portOf(const json &body) {
     const auto &port = body.at("port");
     if (port.is_number())
@@ -403,7 +403,7 @@ std::string runControl(Server &server, std::map<std::string, CliSession> &sessio
     } catch (const std::exception &e) {
         out = {{"ok", false}, {"error", e.what()}};
     }
-    // Device texts may hold bytes that are no UTF-8.
+    // Strings from devices may hold bytes that are not UTF-8.
     return out.dump(-1, ' ', false, json::error_handler_t::replace);
 }
 

@@ -1,13 +1,22 @@
 // What an operator or a test does to the virtual switch from outside: a JSON object with "op" and the
-// operation's own members goes in, a JSON object with "ok" (and "error" when false) comes out.
+// operation's members goes in, a JSON object with "ok" (and "error" when that is false) comes out.
 //
-//   plug      {name, port, mac | macs | (mac, count), behind, vlan, ip, lldp: {...}}   unplug {name}
-//   move      {name, port, behind}           talk    {name, on}            link   {port, state: up|down|auto}
-//   cli       {session, line} -> {output, prompt}     help {session, line} -> {output}     exec {lines} ->
-//   {output} latency   {ms}                           fault   {call, code, nth, once}   faults {clear} ->
-//   {faults} table     {name} -> {rows}: ports, lags, vlans, associations, fdb, lldp, arp, devices, log
-//   events {since} -> {events, last}      counters {reset} -> {calls, total, unknownCommands, ...} dataplane
-//   -> {driver: scenario | ovs, settled: all configuration has reached the wire, processes, flows, ...}
+//   plug      {name, port, mac | macs | (mac, count), behind, vlan, ip, lldp: {...}}
+//   unplug    {name}
+//   move      {name, port, behind}
+//   talk      {name, on}
+//   link      {port, state: up | down | auto}
+//   cli       {session, line} -> {output, prompt}
+//   help      {session, line} -> {output}
+//   exec      {lines} -> {output}
+//   latency   {ms}
+//   fault     {call, code, nth, once}
+//   faults    {clear} -> {faults}
+//   table     {name} -> {rows}: ports, lags, vlans, associations, fdb, lldp, arp, devices, log
+//   events    {since} -> {events, last}
+//   counters  {reset} -> {calls, total, unknownCommands, ...}
+//   dataplane -> {driver: scenario | ovs, settled, processes, flows, ...}; settled: all configuration has
+//             reached the wire
 #ifndef PAVO_VSWITCH_SERVER_CONTROL_H
 #define PAVO_VSWITCH_SERVER_CONTROL_H
 

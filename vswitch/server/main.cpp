@@ -25,8 +25,8 @@ namespace {
 using asio::local::stream_protocol;
 using vswitch::Server;
 
-// One client: reads a request, answers it, reads the next. Everything runs on the one thread of the
-// io_context, so the switch is in one consistent state whatever the number of clients.
+// One client: reads a request, answers it, reads the next. Everything runs on the io_context's single thread,
+// so the switch is in a consistent state however many clients there are.
 class Connection : public std::enable_shared_from_this<Connection> {
   public:
     Connection(stream_protocol::socket socket, Server &server)
@@ -71,14 +71,14 @@ class Connection : public std::enable_shared_from_this<Connection> {
     std::string body_, reply_;
 };
 
-// The running configuration in a file, so that the switch comes back with it however it ended. Absent path:
-// not kept.
+// Keeps the running configuration in a file, so that the switch comes back with it however it ended. An empty
+// path: not kept.
 class SavedState {
   public:
     SavedState(Server &server, std::string path) : server_(server), path_(std::move(path)) {}
 
-    // Applies what was kept; false when there is nothing. Throws std::system_error when it cannot be read: it
-    // must not be taken for nothing and written over.
+    // Applies what was kept; false when there is nothing. Throws std::system_error when the file cannot be
+    // read: it must not be mistaken for an empty one and overwritten.
     bool restore() {
         if (path_.empty() || (::access(path_.c_str(), F_OK) != 0 && errno == ENOENT))
             return false;
@@ -87,7 +87,7 @@ class SavedState {
         if (!in || (in.peek() != std::ifstream::traits_type::eof() && !(script << in.rdbuf())))
             throw std::system_error(errno, std::generic_category(), "cannot read " + path_);
         server_.cli().runScript(script.str());
-        // What this switch does not take, one with fewer ports for instance, is not lost.
+        // What this switch refuses, one with fewer ports for instance, is not lost.
         if (server_.cli().unknownCommands() + server_.cli().refusedCommands() > 0)
             std::filesystem::copy_file(path_, path_ + ".refused",
                                        std::filesystem::copy_options::overwrite_existing);
@@ -95,7 +95,7 @@ class SavedState {
         return true;
     }
 
-    // Writes what has changed, once a second at the most; the file is there whole or not at all.
+    // Writes changes, at most once a second; the file is there whole or not at all.
     void keep(bool now = false) {
         const auto time = std::chrono::steady_clock::now();
         if (path_.empty() || (!now && time < next_))
@@ -123,7 +123,7 @@ class SavedState {
         return out;
     }
 
-    // On the disk before it takes the old one's place, so that a power cut leaves one of them.
+    // On disk before it replaces the old file, so that a power cut leaves one of them.
     bool replaceFile(const std::string &text) const {
         const auto draft = path_ + ".new";
         const int fd = ::open(draft.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
@@ -158,7 +158,7 @@ class Listener {
         });
     }
 
-    // Tables age, delayed changes take effect and the data plane is followed also while nobody calls.
+    // Tables age, delayed changes take effect and the data plane is followed even while nobody calls.
     void keepTime() {
         timer_.expires_after(std::chrono::milliseconds(50));
         timer_.async_wait([this](asio::error_code error) {
@@ -188,7 +188,8 @@ struct Options {
     std::vector<std::string> ports;
 };
 
-// "5=p5,7=p7": what Linux accepts as an interface name, and nothing a tool could take for more.
+// "5=p5,7=p7": only what Linux accepts as an interface name, and nothing that a tool could take for an
+// option.
 vswitch::PortMap portMapOf(const std::vector<std::string> &entries) {
     vswitch::PortMap ports;
     for (const auto &entry : entries) {
@@ -203,10 +204,10 @@ vswitch::PortMap portMapOf(const std::vector<std::string> &entries) {
         const auto [end, error] = std::from_chars(entry.data(), entry.data() + entry.size(), number);
         if (!nameGood || error != std::errc{} || end != entry.data() + equals ||
             !ports.emplace(number, name).second)
-            throw std::invalid_argument("not a port and its interface, or a port twice: " + entry);
+            throw std::invalid_argument("not a port and its interface, or a duplicate port: " + entry);
         for (const auto &[port, other] : ports)
             if (port != number && other == name)
-                throw std::invalid_argument("an interface twice: " + entry);
+                throw std::invalid_argument("duplicate interface: " + entry);
     }
     return ports;
 }
@@ -214,13 +215,13 @@ vswitch::PortMap portMapOf(const std::vector<std::string> &entries) {
 int serve(const Options &options) {
     const auto &config = options.model;
     const auto &startup = options.startup;
-    // The folders that programs on the switch expect.
+    // The folders that programs on the switch expect to exist.
     std::error_code ignored;
     const std::filesystem::path socketPath(platform::fsPath(vswitch::rpc::kSocketPath));
     std::filesystem::create_directories(socketPath.parent_path(), ignored);
     std::filesystem::create_directories(platform::fsPath(platform::paths::kScriptDir), ignored);
 
-    // One switch per root: the lock goes with the process, so what is left of a killed one does not matter.
+    // One switch per root: the lock ends with the process, so what a killed one left behind does not matter.
     const auto lockPath = socketPath.string() + ".lock";
     const int lock = ::open(lockPath.c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600);
     if (lock < 0)
@@ -245,7 +246,7 @@ int serve(const Options &options) {
         server.attach(
             vswitch::startOvsDataPlane(portMapOf(options.ports), socketPath.string() + ".dataplane"));
 
-    // A socket address is short, a root may be deep: bind from inside the folder.
+    // A socket address is short and the root may be deep: bind from inside the folder.
     asio::io_context io(1);
     const int folder = ::open(socketPath.parent_path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
     ::unlink(socketPath.c_str());
@@ -274,32 +275,32 @@ int main(int argc, char **argv) try {
     app.set_version_flag("--version", std::string("vswitchd ") + pavoVersion());
     Options options;
     auto &config = options.model;
-    app.add_option("--ports", config.physicalPorts, "Physical ports")
+    app.add_option("--ports", config.physicalPorts, "Number of physical ports")
         ->check(CLI::Range(1u, vswitch::kInterfacesMax))
         ->capture_default_str();
-    app.add_option("--lags", config.lags, "Link aggregation groups")
+    app.add_option("--lags", config.lags, "Number of link aggregation groups")
         ->check(CLI::Range(0u, vswitch::kInterfacesMax))
         ->capture_default_str();
-    app.add_option("--fdb", config.fdbCapacity, "Forwarding table entries")->capture_default_str();
+    app.add_option("--fdb", config.fdbCapacity, "Capacity of the forwarding table")->capture_default_str();
     app.add_option("--model", config.machineModel, "Machine model")->capture_default_str();
     app.add_option("--name", config.hostName, "Host name")->capture_default_str();
-    app.add_option("--config", options.startup, "Start-up configuration: a file of CLI commands");
+    app.add_option("--config", options.startup, "Start-up configuration, a file of CLI commands");
     app.add_option("--state", options.state,
-                   "Keep the running configuration in this file and start with it when it is there");
+                   "Keep the running configuration in this file, and start with it if the file exists");
     app.add_option(
            "--dataplane", options.dataPlane,
-           "Who forwards: scenario (vswitchctl plugs devices in) or ovs (Open vSwitch and lldpd on the "
-           "interfaces of --port-map; root)")
+           "What forwards: scenario (vswitchctl plugs devices in) or ovs (Open vSwitch and lldpd on the "
+           "interfaces of --port-map; needs root)")
         ->check(CLI::IsMember({"scenario", "ovs"}))
         ->capture_default_str();
     auto *portMap =
-        app.add_option("--port-map", options.ports, "Ports that are Linux interfaces, as 5=eth1,7=eth2")
+        app.add_option("--port-map", options.ports, "Ports that are Linux interfaces, such as 5=eth1,7=eth2")
             ->delimiter(',');
     CLI11_PARSE(app, argc, argv);
     if (config.physicalPorts + config.lags > vswitch::kInterfacesMax)
-        return fail("at most " + std::to_string(vswitch::kInterfacesMax) + " interfaces in all");
+        return fail("at most " + std::to_string(vswitch::kInterfacesMax) + " ports and LAGs in total");
     if ((options.dataPlane == "ovs") == options.ports.empty())
-        return fail(portMap->get_name() + " goes with --dataplane ovs");
+        return fail(portMap->get_name() + " and --dataplane ovs require each other");
     return serve(options);
 } catch (const std::exception &e) {
     return fail(e.what());

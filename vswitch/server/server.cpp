@@ -18,8 +18,8 @@ using rpc::Packer;
 using Arguments = msgpack::object_array;
 using Dispatch = void (*)(Calls &, const Arguments &, Packer &);
 
-// The largest arguments list is [name, five arguments], one of them a pair; nothing else is looked at, so
-// that a few bytes cannot make the switch allocate much.
+// The longest argument list is [name, five arguments], one of them a pair; anything longer is not looked at,
+// so that a few bytes cannot make the switch allocate much.
 const msgpack::unpack_limit kLimits(8, 0, rpc::kFrameMax, rpc::kFrameMax, 0, 2);
 
 // Runs one handler: takes its arguments from the request and packs code and results.
@@ -111,8 +111,8 @@ open_error_t Server::faultOf(std::string_view call) {
 
 bool Server::handle(const char *request, std::size_t size, std::string &reply) try {
     std::size_t used = 0;
-    const auto unpacked = msgpack::unpack(request, size, used, nullptr, nullptr, kLimits);
-    const auto &root = unpacked.get();
+    msgpack::zone zone;
+    const auto root = msgpack::unpack(zone, request, size, used, nullptr, nullptr, kLimits);
     if (used != size || root.type != msgpack::type::ARRAY || root.via.array.size == 0 ||
         root.via.array.ptr[0].type != msgpack::type::STR)
         return false;
@@ -152,7 +152,7 @@ bool Server::handle(const char *request, std::size_t size, std::string &reply) t
     reply.assign(buffer.data(), buffer.size());
     return true;
 } catch (const std::exception &) {
-    // Not MessagePack, arguments of the wrong type, or more than memory holds.
+    // Not MessagePack, arguments of the wrong type, or more than fits into memory.
     return false;
 }
 

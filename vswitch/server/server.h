@@ -1,6 +1,6 @@
 // The virtual switch OS as one object: the model, its CLI, the calls, and what a test or an operator may do
 // to it from outside. It answers requests as bytes, so that the socket server and the in-process form serve
-// exactly the same. One caller at a time.
+// exactly the same thing. One caller at a time.
 #ifndef PAVO_VSWITCH_SERVER_SERVER_H
 #define PAVO_VSWITCH_SERVER_SERVER_H
 
@@ -32,26 +32,25 @@ class Server {
   public:
     explicit Server(ModelConfig config = {});
 
-    // Answers one request of the wire format; false when it is malformed.
+    // Answers one request in the wire format; false when it is malformed.
     bool handle(const char *request, std::size_t size, std::string &reply);
 
     // Answers one control request (see control.h).
     std::string control(const std::string &json);
 
-    // Moves the switch to the present of the program's clock.
+    // Brings the switch up to the current time of the program's clock.
     void tick();
 
     // Lets a data plane forward for its ports from now on. Throws std::invalid_argument when it has ports
-    // that the switch has not.
+    // that the switch does not have.
     void attach(std::unique_ptr<DataPlane> dataPlane);
     DataPlane *dataPlane() { return dataPlane_.get(); }
-    // Hands changes of the configuration to the data plane and takes over what it has seen; to be called
-    // often.
+    // Passes configuration changes to the data plane and takes over what it has seen; to be called often.
     void exchangeWithDataPlane();
     // False while a change of the configuration has not reached the wire.
     bool settled() const;
 
-    // Who asks for these may change the configuration.
+    // Whoever asks for these may change the configuration.
     Model &model() {
         touched_ = true;
         return model_;
@@ -65,7 +64,7 @@ class Server {
     void clearFaults() { faults_.clear(); }
     const std::vector<Fault> &faults() const { return faults_; }
 
-    // OpEN calls answered since the last reset, by name and in all.
+    // OpEN calls answered since the last reset, by name and in total.
     const std::map<std::string, std::uint64_t, std::less<>> &callCounts() const { return counts_; }
     std::uint64_t callTotal() const { return total_; }
     void resetCounts();
