@@ -1,15 +1,17 @@
 #include "profile/adjustments.h"
 
 #include <cstdint>
-#include <memory>
+#include <optional>
 #include <string>
 
 #include "common/log.h"
+#include "platform/paths.h"
 #include "profile/offer.h"
 #include "store/profile_db.h"
 #include "store/profile_template.h"
 #include "store/profile_types.h"
 #include "swapi/features.h"
+#include "vlan/show_vlan.h"
 
 namespace pavo {
 namespace {
@@ -54,8 +56,7 @@ void adjustPtp(ProfileRequest &request, Where where) {
             request.ptpTc.reset();
         }
     }
-    logDebug(where,
-             "[%s:%d] %s: profileType=%s ptpTc=%d (0=DISABLE,1=ENABLE,2=NONE) ptp_field_present=%d\n",
+    logDebug(where, "[%s:%d] %s: profileType=%s ptpTc=%d (0=DISABLE,1=ENABLE,2=NONE) ptp_field_present=%d\n",
              "profileConfigSet", request.profileType, ptpNumber(request.ptpTc), given ? 1 : 0);
 }
 
@@ -84,5 +85,25 @@ void adjustForced(Switch sw, ProfileRequest &request, Where where) {
     }
 }
 
-@@OVERWRITE@@
+VlanSet adjustOverwrite(Switch sw, ProfileRequest &request, Where where) {
+    VlanSet others;
+    const auto shown = sw.show("show vlan", platform::paths::kVlanShowProfileFast, where);
+    if (!shown)
+        return others;
+    const auto rows = readProfileRows(where);
+    if (!rows)
+        return others;
+    for (const std::uint32_t number : parseShowVlan(*shown, VLAN_INFO_ROWS_MAX)) {
+        const auto id = VlanId::from(number);
+        const auto *const row = id ? findProfileRow(*rows, static_cast<std::int32_t>(number)) : nullptr;
+        if (row != nullptr && row->profileType == PROFILE_TYPE_NAME_AVB)
+            others.insert(*id);
+    }
+    if (!request.vlans.empty())
+        others.erase(request.vlans[0].id);
+    if (others.erase(kDefaultVlan) != 0)
+        request = defaultRequest();
+    return others;
+}
+
 }  // namespace pavo

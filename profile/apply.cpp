@@ -88,8 +88,7 @@ Desired desiredState(const ProfileTransaction &transaction, const ProfileRequest
     return desired;
 }
 
-Result<> putRecords(ProfileTransaction &transaction, const ProfileRequest &request,
-                    const Desired &desired) {
+Result<> putRecords(ProfileTransaction &transaction, const ProfileRequest &request, const Desired &desired) {
     for (const auto &vlan : request.vlans) {
         const auto row = rowOf(vlan, request);
         const auto *const old = transaction.row(vlan.id);
@@ -123,9 +122,9 @@ Result<> runSteps(Switch sw, ProfileTransaction &transaction, const ProfileReque
     const auto desired = desiredState(transaction, request, gone, stay, ports, phase);
     if (auto done = transaction.changeSwitch("vlanParticipationSet", desired.state); !done)
         return done;
-    phase.done("vlanParticipationSet (untagged=" +
-               std::to_string(portsOf(request, &ProfileVlanRequest::untagged)) +
-               ", tagged=" + std::to_string(portsOf(request, &ProfileVlanRequest::tagged)) + ")");
+    phase.done(
+        "vlanParticipationSet (untagged=" + std::to_string(portsOf(request, &ProfileVlanRequest::untagged)) +
+        ", tagged=" + std::to_string(portsOf(request, &ProfileVlanRequest::tagged)) + ")");
 
     auto done = dropRecords(transaction, gone);
     if (done)
@@ -161,8 +160,7 @@ Result<> applyProfile(Switch sw, const ProfileRequest &request, bool overwrite, 
     gone.insert(replaced.begin(), replaced.end());
     auto others = gone;
     others.merge(request.ids());
-    if (auto checked =
-            checkOneVlanTypes(request, transaction.rows(), transaction.state(), others, where);
+    if (auto checked = checkOneVlanTypes(request, transaction.rows(), transaction.state(), others, where);
         !checked)
         return checked;
     for (const VlanId id : request.ids())

@@ -88,8 +88,7 @@ Result<> runAndDropVlan(Switch sw, const Side &side, std::int32_t value) {
 }
 
 constexpr Side kRstpFlood = {
-    {"AvConfigGlobalrstpAdd", "global_no_igmp_flood_add",
-     "[%s:%d] Apply IGMP global config failed.\r\n"},
+    {"AvConfigGlobalrstpAdd", "global_no_igmp_flood_add", "[%s:%d] Apply IGMP global config failed.\r\n"},
     "vlan database\nno set igmp flood-report %d\nno set igmp exclude-mrouter-intf %d\nexit\n"};
 
 // Two scripts, the second also when the switch refused the first.

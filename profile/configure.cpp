@@ -30,8 +30,7 @@ class StopWatch {
 };
 
 // Why the parser refused a request.
-std::unexpected<Failure> reportFault(RequestFault fault, const std::string &requestText,
-                                     const Where &where) {
+std::unexpected<Failure> reportFault(RequestFault fault, const std::string &requestText, const Where &where) {
     switch (fault) {
         case RequestFault::NoJson:
             logError(where, "[%s:%d] Json format error\r\n");

@@ -145,8 +145,7 @@ Result<> writeDetectionFile(const DetectionFile &file, const ProfileRequest &req
                             const std::string &document, Where where) {
     const auto text = file.make(request, document, where);
     const auto path = pathOf(file, request.profileType);
-    auto done =
-        text.empty() ? Result<>(failed(ResultCode::Failed)) : replaceFile(path, text, where);
+    auto done = text.empty() ? Result<>(failed(ResultCode::Failed)) : replaceFile(path, text, where);
     if (!done) {
         logAt<>(LOG_LEVEL_ERROR, where, file.failed);
         return done;

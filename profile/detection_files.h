@@ -40,8 +40,7 @@ std::string profileExFilePath(std::string_view profileType);
 
 // Writes one file for a request, whatever its type.
 Result<> writeDetectionFile(const DetectionFile &file, const ProfileRequest &request,
-                            const std::string &document = {},
-                            Where where = std::source_location::current());
+                            const std::string &document = {}, Where where = std::source_location::current());
 
 // Writes the files that a request asks for and notes before what they held. A file that cannot be written is
 // reported in the log only.

@@ -128,8 +128,8 @@ bool changeQos(Switch sw, const FeatureNeeds &from, const FeatureNeeds &to, Step
     const bool lessTelos = had.telos && !wanted.telos, lessGd = had.gd && !wanted.gd;
     steps.when(lessTelos, [&] { return dropQosClasses(sw, {.telos = true, .ptp = wanted.ptp}); });
     steps.when(lessGd, [&] { return dropQosClasses(sw, {.gd = true, .ptp = wanted.ptp}); });
-    const bool more = !from.qos || (wanted.telos && !had.telos) || (wanted.gd && !had.gd) ||
-                      wanted.ptp != had.ptp;
+    const bool more =
+        !from.qos || (wanted.telos && !had.telos) || (wanted.gd && !had.gd) || wanted.ptp != had.ptp;
     steps.when(more, [&] { return switchQosOn(sw, wanted); });
     return more || lessTelos || lessGd;
 }
@@ -144,8 +144,7 @@ void changeAvb(Switch sw, const FeatureNeeds &from, const FeatureNeeds &to, bool
     // The QoS block takes the dot1p trust with it when it goes, AVB needs it on.
     const bool trustLost = stays && from.qos && !to.qos;
     steps.when(comes || trustLost, [&] { return switchBlockOn(sw, AvBlock::Avb); });
-    steps.when(ports && (comes || (stays && policyReplaced)),
-               [&] { return switchAvbPortsOn(sw, true, 0); });
+    steps.when(ports && (comes || (stays && policyReplaced)), [&] { return switchAvbPortsOn(sw, true, 0); });
     // Switching AVB on switches the transparent clock off.
     steps.when(to.ptpTc && (!from.ptpTc || comes || trustLost), [&] { return switchPtpTc(sw, true); });
     steps.when(from.ptpTc && !to.ptpTc, [&] { return switchPtpTc(sw, false); });

@@ -135,8 +135,7 @@ Result<PolicyClasses> readPolicyClasses(Switch sw) {
     const Where where("parsePolicyMapClasses", __LINE__);
     char path[64];
     std::snprintf(path, sizeof path, platform::paths::kPolicyMapShow, static_cast<int>(getpid()));
-    const auto text =
-        sw.show("show policy-map", path, where, "[%s:%d] Cannot open output file: %s\r\n");
+    const auto text = sw.show("show policy-map", path, where, "[%s:%d] Cannot open output file: %s\r\n");
     if (text)
         return parsePolicyClasses(*text);
     if (text.error().code == ResultCode::Failed)
@@ -214,8 +213,8 @@ Result<> dropQosClasses(Switch sw, const QosClasses &dropped) {
                  "[%s:%d] Failed to fetch current QoS class list.\r\n");
         return failed(ResultCode::Failed);
     }
-    auto done = runBlockScript(sw, dropBlock("[%s:%d] Failed to apply QoS delete G1 config.\r\n"),
-                               kPolicyDelete);
+    auto done =
+        runBlockScript(sw, dropBlock("[%s:%d] Failed to apply QoS delete G1 config.\r\n"), kPolicyDelete);
     if (!wasWritten(done))
         return toResult(done);
     if (dropped.telos && left->telos) {
@@ -241,12 +240,11 @@ void switchOldQosOn(Switch sw) {
 }
 
 void switchOldQosOff(Switch sw) {
-    static_cast<void>(runBlockScript(
-        sw,
-        qosBlock("AvGlobalConfigQosDelete", "qos_delete",
-                 "[%s:%d] Apply delete global config of qos failed.\r\n"),
-        "configure\nno service-policy in POLICY_AV\nno policy-map POLICY_AV\n" + classMapsDelete() +
-            queuesDelete() + "exit\n"));
+    static_cast<void>(runBlockScript(sw,
+                                     qosBlock("AvGlobalConfigQosDelete", "qos_delete",
+                                              "[%s:%d] Apply delete global config of qos failed.\r\n"),
+                                     "configure\nno service-policy in POLICY_AV\nno policy-map POLICY_AV\n" +
+                                         classMapsDelete() + queuesDelete() + "exit\n"));
 }
 
 }  // namespace pavo

@@ -38,8 +38,8 @@ struct ProfileVlanRequest {
     std::int32_t vlanType = 0;
     std::string profileType;  // of this VLAN
     // In the order of the request.
-    std::vector<IfNum> untagged, tagged, assigned;
-    RoutingRequest routing;
+    std::vector<IfNum> untagged{}, tagged{}, assigned{};
+    RoutingRequest routing{};
 };
 
 struct ProfileRequest {

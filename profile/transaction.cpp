@@ -79,9 +79,7 @@ Result<> ProfileTransaction::putRow(const ProfileRow &row) {
             }
             return written;
         },
-        [this, id = row.id, before] {
-            return before ? writeRow(*before, where_) : deleteRow(id, where_);
-        });
+        [this, id = row.id, before] { return before ? writeRow(*before, where_) : deleteRow(id, where_); });
 }
 
 Result<> ProfileTransaction::dropRow(VlanId id) {
