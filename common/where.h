@@ -22,6 +22,12 @@ class Where {
             function_[i] = name[i];
     }
 
+    // Another name than the function's own: that of the operation that a row of a table belongs to.
+    constexpr Where(std::string_view name, int line) : line_(line) {
+        for (std::size_t i = 0; i < name.size() && i + 1 < sizeof function_; ++i)
+            function_[i] = name[i];
+    }
+
     const char *function() const { return function_; }
     int line() const { return line_; }
 

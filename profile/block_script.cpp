@@ -1,61 +1,71 @@
 #include "profile/block_script.h"
 
-#include <cstring>
-
+#include "common/files.h"
 #include "common/log.h"
-#include "common/owners.h"
-#include "common/result.h"
-#include "platform/paths.h"
-#include "swapi/cli_apply.h"
+#include "swapi/script_file.h"
 
-std::string scriptFilled(std::string script, const char *place, const std::string &value) {
+namespace pavo {
+namespace {
+
+ScriptResult failedAt(ScriptFailure::Step step, ResultCode code) {
+    return std::unexpected(ScriptFailure{step, code});
+}
+
+// Half a script would be another configuration.
+bool fits(const BlockScript &block, const std::string &script) {
+    if (script.size() < block.room)
+        return true;
+    logError(block.where(), "[%s:%d] Script of %zu bytes does not fit.\r\n", script.size());
+    return false;
+}
+
+// Logs what the block says of a failed step, and passes it on.
+ScriptResult reported(const BlockScript &block, ScriptResult result) {
+    if (!result && result.error().step == ScriptFailure::Step::Write)
+        logError(block.where(), "[%s:%d] Failed to write configuration to file.\r\n");
+    else if (!result)
+        block.failure.log(block.where(), result.error().code);
+    return result;
+}
+
+}  // namespace
+
+void BlockFailure::log(const Where &where, ResultCode result) const {
+    logAt<>(LOG_LEVEL_ERROR, where, plain_);
+    logAt<ResultCode>(LOG_LEVEL_ERROR, where, withResult_, result);
+}
+
+std::string fillScript(std::string script, std::string_view place, const std::string &value) {
     for (auto at = script.find(place); at != std::string::npos; at = script.find(place, at + value.size()))
-        script.replace(at, std::strlen(place), value);
+        script.replace(at, place.size(), value);
     return script;
 }
 
-std::string blockInFile(const char *suffix) {
-    return platform::paths::kScriptDir + std::string("pavo_in_") + suffix;
+ScriptResult runBlockScript(Switch sw, const BlockScript &block, const std::string &script) {
+    if (!fits(block, script))
+        return failedAt(ScriptFailure::Step::Write, ResultCode::Failed);
+    return reported(block, sw.apply(script, block.files(), block.where()));
 }
 
-std::string blockOutFile(const char *suffix) {
-    return platform::paths::kScriptDir + std::string("pavo_out_") + suffix;
+ScriptResult writeBlockScript(const BlockScript &block, const std::string &script) {
+    if (!fits(block, script))
+        return failedAt(ScriptFailure::Step::Write, ResultCode::Failed);
+    if (writeScriptFile(block.files().in, "w", script, block.where()))
+        return {};
+    return reported(block, failedAt(ScriptFailure::Step::Write, ResultCode::Failed));
 }
 
-std::int32_t blockScriptWrite(const BlockScript &block, const std::string &script) {
-    // Half a script would be another configuration.
-    if (script.size() >= block.room) {
-        devmgrLog(LOG_LEVEL_ERROR, "[%s:%d] Script of %zu bytes does not fit.\r\n", block.name, __LINE__,
-                  script.size());
-        return RESULT_FAILED;
-    }
-    if (writeToFile(blockInFile(block.suffix).c_str(), script.c_str()) == RESULT_SUCCESS)
-        return RESULT_SUCCESS;
-    devmgrLog(LOG_LEVEL_ERROR, "[%s:%d] Failed to write configuration to file.\r\n", block.name, __LINE__);
-    return RESULT_FAILED;
+ScriptResult applyBlockScript(Switch sw, const BlockScript &block) {
+    const auto files = block.files();
+    const auto applied = sw.applyFile(files.in, files.out, block.where());
+    return applied ? ScriptResult()
+                   : reported(block, failedAt(ScriptFailure::Step::Apply, applied.error().code));
 }
 
-std::int32_t blockScriptApply(openapiClientHandle_t *client, const BlockScript &block) {
-    const auto result =
-        txtCfgApply(client, blockInFile(block.suffix).c_str(), blockOutFile(block.suffix).c_str());
-    // Messages without a place for the result ignore it.
-    if (result != RESULT_SUCCESS && block.failure != nullptr)
-        devmgrLog(LOG_LEVEL_ERROR, block.failure, block.name, __LINE__, result);
-    return result;
+void removeBlockFiles(const BlockScript &block) {
+    const auto files = block.files();
+    removeFile(files.in);
+    removeFile(files.out);
 }
 
-void blockFilesRemove(const char *suffix) {
-    fileRemove(blockInFile(suffix).c_str());
-    fileRemove(blockOutFile(suffix).c_str());
-}
-
-std::int32_t blockScriptRun(openapiClientHandle_t *client, const BlockScript &block,
-                            const std::string &script, bool *written) {
-    auto result = blockScriptWrite(block, script);
-    if (written != nullptr)
-        *written = result == RESULT_SUCCESS;
-    if (result == RESULT_SUCCESS)
-        result = blockScriptApply(client, block);
-    blockFilesRemove(block.suffix);
-    return result;
-}
+}  // namespace pavo

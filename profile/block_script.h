@@ -1,37 +1,73 @@
-// How a block's script gets to the switch.
+// How a feature block's script gets to the switch: one file pair for each block, failures in the block's own
+// words and under the name of its operation. Blocks of the same kind share file names, so one runs at a time.
 #ifndef PAVO_PROFILE_BLOCK_SCRIPT_H
 #define PAVO_PROFILE_BLOCK_SCRIPT_H
 
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 
-#include "platform/open_client.h"
+#include "common/result.h"
+#include "swapi/switch.h"
 
-// What is special about a block's script run.
+namespace pavo {
+
+// Room for a script, with the terminating zero; a script that does not fit is refused, never cut.
+inline constexpr std::size_t AV_BLOCK_SCRIPT_SIZE = 1024;
+inline constexpr std::size_t AV_QOS_SCRIPT_SIZE = 3072;
+
+// What is logged when the switch refuses a script, with or without a place for the result. Empty: the line of
+// the apply itself is enough.
+class BlockFailure {
+  public:
+    constexpr BlockFailure() = default;
+    consteval BlockFailure(const char *text) {
+        if (formatFits<ResultCode>(text, "[%s:%d] "))
+            withResult_ = LogFormat<ResultCode>(text);
+        else
+            plain_ = LogFormat<>(text);
+    }
+
+    void log(const Where &where, ResultCode result) const;
+
+  private:
+    LogFormat<> plain_;
+    LogFormat<ResultCode> withResult_;
+};
+
+// What is special about the scripts of a block.
 struct BlockScript {
-    const char *name;    // of the operation, for the log
-    const char *suffix;  // of its two files
-    const char
-        *failure;      // logged with the result when the switch refuses; null: txtCfgApply's line is enough
-    std::size_t room;  // for the script with its terminating zero
+    std::string_view operation;  // for the log
+    const char *suffix;          // of its two files
+    BlockFailure failure = {};
+    std::size_t room = AV_BLOCK_SCRIPT_SIZE;
+
+    // With the line of the call.
+    Where where(int line = __builtin_LINE()) const { return {operation, line}; }
+    ScriptFiles files() const { return ScriptFiles::forTag(suffix); }
 };
 
 // The script with `value` in every place ("%d", "%s").
-std::string scriptFilled(std::string script, const char *place, const std::string &value);
+std::string fillScript(std::string script, std::string_view place, const std::string &value);
 
-std::string blockInFile(const char *suffix);
-std::string blockOutFile(const char *suffix);
+// Writes, applies and deletes both files. The step that failed has been logged.
+ScriptResult runBlockScript(Switch sw, const BlockScript &block, const std::string &script);
 
-// The two steps of a run. 0, or 10000 when the script does not fit or cannot be written (logged).
-std::int32_t blockScriptWrite(const BlockScript &block, const std::string &script);
-// 0, or the result of txtCfgApply (logged with the block's message).
-std::int32_t blockScriptApply(openapiClientHandle_t *client, const BlockScript &block);
-void blockFilesRemove(const char *suffix);
+// The same in two steps that leave the files to the caller, also what another operation left there.
+ScriptResult writeBlockScript(const BlockScript &block, const std::string &script);
+ScriptResult applyBlockScript(Switch sw, const BlockScript &block);
+void removeBlockFiles(const BlockScript &block);
 
-// The usual run: write, apply, remove both files. `written` (may be null) tells whether the first step
-// succeeded.
-std::int32_t blockScriptRun(openapiClientHandle_t *client, const BlockScript &block,
-                            const std::string &script, bool *written = nullptr);
+inline bool wasWritten(const ScriptResult &result) {
+    return result || result.error().step != ScriptFailure::Step::Write;
+}
+
+// For callers that do not ask for the step.
+inline Result<> toResult(const ScriptResult &result) {
+    return result ? Result<>() : failed(result.error().code);
+}
+
+}  // namespace pavo
 
 #endif

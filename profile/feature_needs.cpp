@@ -1,212 +1,207 @@
 #include "profile/feature_needs.h"
 
 #include <algorithm>
-#include <cstring>
-#include <vector>
+#include <iterator>
 
-#include "common/owners.h"
-#include "common/result.h"
+#include "profile/avb_ports.h"
 #include "profile/blocks.h"
-#include "profile/templates.h"
+#include "store/profile_demand.h"
 #include "store/profile_template.h"
 #include "store/profile_types.h"
+#include "store/vlan_settings.h"
 
+namespace pavo {
 namespace {
 
-using VlanIds = std::set<std::uint32_t>;
+// --- the needs
 
-bool ptpTcWanted(std::int32_t vlanId) {
-    const JsonPtr file(jsonFileLoad(profileVlanConfigPath(vlanId).c_str()));
-    const cJSON *config = cJSON_GetObjectItemCaseSensitive(file.get(), "config");
-    return cJSON_IsTrue(cJSON_GetObjectItemCaseSensitive(config, "ptpTc")) != 0;
+// Needs of each VLAN. One that is gone has taken its own settings with it; the blocks that also set something
+// for the whole switch count all the same.
+struct VlanNeed {
+    VlanSet FeatureNeeds::*vlans;
+    bool (*wanted)(const ProfileDemand &demand);
+    bool evenWhenGone = false;
+};
+constexpr VlanNeed kVlanNeeds[] = {
+    {&FeatureNeeds::igmpPlus, [](const ProfileDemand &d) { return d.modeA || d.modeB; }, true},
+    {&FeatureNeeds::lightwareIgmp, [](const ProfileDemand &d) { return d.lightwareIgmp; }, true},
+    {&FeatureNeeds::fastLeave, [](const ProfileDemand &d) { return d.fastLeave; }},
+    {&FeatureNeeds::etcVlan, [](const ProfileDemand &d) { return d.etcVlan; }},
+    {&FeatureNeeds::rstp, [](const ProfileDemand &d) { return d.rstp; }},
+    {&FeatureNeeds::proxyQuerier, [](const ProfileDemand &d) { return d.polyProxyQuerier; }},
+};
+
+void addQos(const ProfileDemand &demand, FeatureNeeds &needs) {
+    needs.qos |= demand.qos;
+    needs.qosClasses.telos |= demand.qos && demand.telos;
+    needs.qosClasses.gd |= demand.qos && demand.gd;
+    needs.qosClasses.ptp &= !(demand.qos && demand.milanDante);
 }
 
-// A VLAN that is gone has taken its own settings with it; the blocks that also set something for the whole
-// switch count.
-void addNeeds(openapiClientHandle_t *client, const VlanInfoRow &row, bool exists, FeatureNeeds *needs) {
-    ProfileFeatureMask mask{};
-    ProfileTypeAttributes attributes{};
-    // A type without a template still has what the table says.
-    profileFeatureMaskGet(client, row.id, row.profileType, row.vlanType, &mask);
-    profileTypeAttrGet(row.profileType, &attributes);
-    const auto has = [&](std::uint32_t bit) { return (mask.features & bit) != 0; };
-    const auto id = static_cast<std::uint32_t>(row.id);
-    const auto perVlan = [&](bool wanted, VlanIds *ids) {
-        if (wanted)
-            ids->insert(id);
-    };
-
-    needs->avb |= has(PROFILE_FEATURE_AVB);
-    needs->sonos |= has(PROFILE_FEATURE_SONOS);
-    needs->acl |= has(PROFILE_FEATURE_HARMAN_ACL);
-    needs->etcGlobal |= attributes.etcGlobal != 0;
-    needs->ptpTc |= ptpTcWanted(row.id);
-    if (has(PROFILE_FEATURE_QOS)) {
-        needs->qos = true;
-        needs->qosTelos |= (mask.extra & PROFILE_EXTRA_TELOS) != 0;
-        needs->qosGd |= (mask.extra & PROFILE_EXTRA_GD) != 0;
-        needs->qosNoPtp |= (mask.extra & PROFILE_EXTRA_MILAN_DANTE) != 0;
-    }
-    if (has(PROFILE_FEATURE_QUERIER) && has(PROFILE_FEATURE_QUERY_INTERVAL))
-        needs->querierInterval = needs->querierInterval == 0
-                                     ? attributes.querierInterval
-                                     : std::min(needs->querierInterval, attributes.querierInterval);
-    if (attributes.macFilter != 0) {
-        if (std::strcmp(row.profileType, PROFILE_TYPE_NAME_GD) == 0)
-            needs->macFilterSecond = true;
-        else
-            needs->macFilterVisionary = true;
-    }
-    perVlan(attributes.modeA != 0 || attributes.modeB != 0, &needs->igmpPlus);
-    perVlan(exists && attributes.fastLeave != 0, &needs->fastLeave);
-    perVlan(exists && attributes.etcVlan != 0, &needs->etcVlan);
-    perVlan(exists && attributes.rstp != 0, &needs->rstp);
-    perVlan(attributes.lightwareIgmp != 0, &needs->lightwareIgmp);
-    perVlan(exists && attributes.polyProxyQuerier != 0, &needs->proxyQuerier);
+void addQuerier(const ProfileDemand &demand, FeatureNeeds &needs) {
+    if (demand.querierInterval != 0 && demand.queryInterval)
+        needs.querierInterval = needs.querierInterval == 0
+                                    ? demand.querierInterval
+                                    : std::min(needs.querierInterval, demand.querierInterval);
 }
 
-std::uint64_t qosFeatures(const FeatureNeeds &needs) {
-    return (needs.qosTelos ? AV_QOS_TELOS : 0) | (needs.qosGd ? AV_QOS_GD : 0) |
-           (needs.qosNoPtp ? AV_QOS_NO_PTP : 0);
+void addNeeds(const ProfileRow &row, VlanId id, bool exists, FeatureNeeds &needs) {
+    const auto profileTemplate = loadProfileTemplate(row.profileType);
+    const auto demand =
+        profileDemand(row.profileType, row.vlanType, profileTemplate ? &*profileTemplate : nullptr);
+    const auto settings = readVlanSettings(id);
+    needs.avb |= demand.avb;
+    needs.sonos |= demand.sonos;
+    // The filter is that of the template's profile; a type without one never had it.
+    needs.acl |= profileTemplate && demand.harmanAcl;
+    needs.etcGlobal |= demand.etcGlobal;
+    needs.ptpTc |= settings && settings->ptpTc.value_or(false);
+    needs.macFilterSecond |= demand.macFilter && demand.gd;
+    needs.macFilterVisionary |= demand.macFilter && !demand.gd;
+    addQos(demand, needs);
+    addQuerier(demand, needs);
+    for (const auto &need : kVlanNeeds)
+        if (need.wanted(demand) && (exists || need.evenWhenGone))
+            (needs.*need.vlans).insert(id);
 }
 
-// Runs steps until one fails; its code is what the change returns.
+// --- the difference
+
+// Runs steps until one fails; its failure is what the change returns.
 class Steps {
   public:
     template <class Step>
     void when(bool wanted, Step step) {
-        if (wanted && result_ == RESULT_SUCCESS)
+        if (wanted && result_)
             result_ = step();
     }
-    std::int32_t result() const { return result_; }
+    const Result<> &result() const { return result_; }
 
   private:
-    std::int32_t result_ = RESULT_SUCCESS;
+    Result<> result_;
 };
 
 struct VlanBlock {
-    VlanIds FeatureNeeds::*needs;
-    AvBlock add, remove;
+    VlanSet FeatureNeeds::*vlans;
+    AvBlock block;
 };
 constexpr VlanBlock kVlanBlocks[] = {
-    {&FeatureNeeds::fastLeave, AvBlock::FastLeaveAdd, AvBlock::FastLeaveDelete},
-    {&FeatureNeeds::etcVlan, AvBlock::EtcVidAdd, AvBlock::EtcVidDelete},
-    {&FeatureNeeds::proxyQuerier, AvBlock::HpPolyAdd, AvBlock::HpPolyDelete},
-    {&FeatureNeeds::lightwareIgmp, AvBlock::IgmpLightwareAdd, AvBlock::IgmpLightwareDelete},
-    {&FeatureNeeds::igmpPlus, AvBlock::IgmpPlusAdd, AvBlock::IgmpPlusDelete},
+    {&FeatureNeeds::fastLeave, AvBlock::FastLeave},
+    {&FeatureNeeds::etcVlan, AvBlock::EtcVlan},
+    {&FeatureNeeds::proxyQuerier, AvBlock::ProxyQuerier},
+    {&FeatureNeeds::lightwareIgmp, AvBlock::LightwareIgmp},
+    {&FeatureNeeds::igmpPlus, AvBlock::IgmpPlus},
 };
 
-VlanIds onlyIn(const VlanIds &a, const VlanIds &b) {
-    VlanIds out;
+VlanSet onlyIn(const VlanSet &a, const VlanSet &b) {
+    VlanSet out;
     std::set_difference(a.begin(), a.end(), b.begin(), b.end(), std::inserter(out, out.end()));
     return out;
 }
 
-void changeVlanBlocks(openapiClientHandle_t *client, const FeatureNeeds &from, const FeatureNeeds &to,
-                      Steps *steps) {
-    for (const auto &block : kVlanBlocks) {
-        const auto gone = onlyIn(from.*block.needs, to.*block.needs);
-        for (const auto id : gone)
-            steps->when(true,
-                        [&] { return avBlockRun(client, block.remove, static_cast<std::int32_t>(id)); });
-        auto wanted = onlyIn(to.*block.needs, from.*block.needs);
+std::int32_t valueOf(VlanId id) {
+    return static_cast<std::int32_t>(id.number());
+}
+
+void changeVlanBlocks(Switch sw, const FeatureNeeds &from, const FeatureNeeds &to, Steps &steps) {
+    for (const auto &row : kVlanBlocks) {
+        const auto gone = onlyIn(from.*row.vlans, to.*row.vlans);
+        for (const VlanId id : gone)
+            steps.when(true, [&] { return switchBlockOff(sw, row.block, valueOf(id)); });
+        auto wanted = onlyIn(to.*row.vlans, from.*row.vlans);
         // Part of a block is for the whole switch: what stays must have it back after another VLAN's
         // deletion.
-        if (!gone.empty() && !(to.*block.needs).empty())
-            wanted.insert(*(to.*block.needs).begin());
-        for (const auto id : wanted)
-            steps->when(true, [&] { return avBlockRun(client, block.add, static_cast<std::int32_t>(id)); });
+        if (!gone.empty() && !(to.*row.vlans).empty())
+            wanted.insert(*(to.*row.vlans).begin());
+        for (const VlanId id : wanted)
+            steps.when(true, [&] { return switchBlockOn(sw, row.block, valueOf(id)); });
     }
 }
 
 // True when the policy was replaced, and with it the bindings of ports are gone.
-bool changeQos(openapiClientHandle_t *client, const FeatureNeeds &from, const FeatureNeeds &to,
-               Steps *steps) {
-    steps->when(from.qos && !to.qos, [&] { return avBlockQosDelete(client, AV_QOS_DELETE_ALL); });
+bool changeQos(Switch sw, const FeatureNeeds &from, const FeatureNeeds &to, Steps &steps) {
+    steps.when(from.qos && !to.qos, [&] { return switchQosOff(sw, QosDelete::All); });
     if (!to.qos)
         return false;
-    const bool lessTelos = from.qosTelos && !to.qosTelos, lessGd = from.qosGd && !to.qosGd;
-    const auto rest = qosFeatures(to) & AV_QOS_NO_PTP;
-    steps->when(lessTelos,
-                [&] { return AvConfigGlobalQosDeleteProfileClass(client, 0, rest | AV_QOS_TELOS); });
-    steps->when(lessGd, [&] { return AvConfigGlobalQosDeleteProfileClass(client, 0, rest | AV_QOS_GD); });
-    const bool more = !from.qos || (to.qosTelos && !from.qosTelos) || (to.qosGd && !from.qosGd) ||
-                      to.qosNoPtp != from.qosNoPtp;
-    steps->when(more, [&] { return avBlockQosAdd(client, qosFeatures(to)); });
+    const auto &had = from.qosClasses;
+    const auto &wanted = to.qosClasses;
+    const bool lessTelos = had.telos && !wanted.telos, lessGd = had.gd && !wanted.gd;
+    steps.when(lessTelos, [&] { return dropQosClasses(sw, {.telos = true, .ptp = wanted.ptp}); });
+    steps.when(lessGd, [&] { return dropQosClasses(sw, {.gd = true, .ptp = wanted.ptp}); });
+    const bool more =
+        !from.qos || (wanted.telos && !had.telos) || (wanted.gd && !had.gd) || wanted.ptp != had.ptp;
+    steps.when(more, [&] { return switchQosOn(sw, wanted); });
     return more || lessTelos || lessGd;
 }
 
-void changeAvb(openapiClientHandle_t *client, const FeatureNeeds &from, const FeatureNeeds &to,
-               bool policyReplaced, Steps *steps) {
-    const bool ports = (from.avb || to.avb) && !manualTrunkInterfacesGet().empty();
+void changeAvb(Switch sw, const FeatureNeeds &from, const FeatureNeeds &to, bool policyReplaced,
+               Steps &steps) {
+    const bool ports = (from.avb || to.avb) && !readManualTrunks().empty();
     const bool comes = to.avb && !from.avb, goes = from.avb && !to.avb, stays = from.avb && to.avb;
-    steps->when(goes && ports, [&] { return avBlockMrpCleanup(client, true); });
-    steps->when(
-        goes, [&] { return avBlockRun(client, to.qos ? AvBlock::AvbDeleteKeepTrust : AvBlock::AvbDelete); });
-    steps->when(comes, [&] { return avBlockRun(client, AvBlock::AvbMrpPreDisable); });
+    steps.when(goes && ports, [&] { return switchAvbPortsOff(sw, true); });
+    steps.when(goes, [&] { return switchBlockOff(sw, AvBlock::Avb, to.qos ? 1 : 0); });
+    steps.when(comes, [&] { return switchBlockOff(sw, AvBlock::AvbMrp); });
     // The QoS block takes the dot1p trust with it when it goes, AVB needs it on.
     const bool trustLost = stays && from.qos && !to.qos;
-    steps->when(comes || trustLost, [&] { return avBlockRun(client, AvBlock::AvbAdd); });
-    steps->when(ports && (comes || (stays && policyReplaced)),
-                [&] { return avBlockMrpPostEnable(client, true, 0); });
+    steps.when(comes || trustLost, [&] { return switchBlockOn(sw, AvBlock::Avb); });
+    steps.when(ports && (comes || (stays && policyReplaced)), [&] { return switchAvbPortsOn(sw, true, 0); });
     // Switching AVB on switches the transparent clock off.
-    steps->when(to.ptpTc && (!from.ptpTc || comes || trustLost),
-                [&] { return avBlockPtpTcSet(client, true); });
-    steps->when(from.ptpTc && !to.ptpTc, [&] { return avBlockPtpTcSet(client, false); });
+    steps.when(to.ptpTc && (!from.ptpTc || comes || trustLost), [&] { return switchPtpTc(sw, true); });
+    steps.when(from.ptpTc && !to.ptpTc, [&] { return switchPtpTc(sw, false); });
 }
 
 // Lighting and RSTP both set the spanning-tree mode; what stays is set again after the other went.
-void changeSpanningTree(openapiClientHandle_t *client, const FeatureNeeds &from, const FeatureNeeds &to,
-                        Steps *steps) {
+void changeSpanningTree(Switch sw, const FeatureNeeds &from, const FeatureNeeds &to, Steps &steps) {
     const bool etcGone = from.etcGlobal && !to.etcGlobal;
     const bool rstpGone = !from.rstp.empty() && to.rstp.empty();
-    steps->when(etcGone, [&] { return avBlockRun(client, AvBlock::EtcDelete); });
-    steps->when(rstpGone, [&] { return avBlockRun(client, AvBlock::RstpDelete); });
-    steps->when(to.etcGlobal && (!from.etcGlobal || rstpGone),
-                [&] { return avBlockRun(client, AvBlock::EtcAdd); });
+    steps.when(etcGone, [&] { return switchBlockOff(sw, AvBlock::Etc); });
+    steps.when(rstpGone, [&] { return switchBlockOff(sw, AvBlock::Rstp); });
+    steps.when(to.etcGlobal && (!from.etcGlobal || rstpGone),
+               [&] { return switchBlockOn(sw, AvBlock::Etc); });
     const auto rstp = etcGone ? to.rstp : onlyIn(to.rstp, from.rstp);
-    for (const auto id : rstp)
-        steps->when(true,
-                    [&] { return avBlockRun(client, AvBlock::RstpAdd, static_cast<std::int32_t>(id)); });
-    steps->when(from.sonos && !to.sonos, [&] { return avBlockRun(client, AvBlock::SonosDelete); });
-    steps->when(to.sonos && !from.sonos, [&] { return avBlockRun(client, AvBlock::SonosAdd); });
+    for (const VlanId id : rstp)
+        steps.when(true, [&] { return switchBlockOn(sw, AvBlock::Rstp, valueOf(id)); });
+    steps.when(from.sonos && !to.sonos, [&] { return switchBlockOff(sw, AvBlock::Sonos); });
+    steps.when(to.sonos && !from.sonos, [&] { return switchBlockOn(sw, AvBlock::Sonos); });
 }
 
 }  // namespace
 
-FeatureNeeds featureNeedsGet(openapiClientHandle_t *client, std::span<const VlanInfoRow> rows,
-                             const SwitchState &state, const std::set<std::int32_t> &leaving) {
+FeatureNeeds readFeatureNeeds(std::span<const ProfileRow> rows, const SwitchState &state,
+                              const VlanSet &leaving) {
     FeatureNeeds needs;
     for (const auto &row : rows) {
+        const auto id = row.vlan();
         // VLAN 1 under the default profile is the switch as it comes.
-        const bool factory = row.id == 1 && std::strcmp(row.profileType, PROFILE_TYPE_NAME_DEFAULT) == 0;
-        const bool exists = state.hasVlan(static_cast<std::uint32_t>(row.id));
-        if (!factory && (exists || leaving.contains(row.id)))
-            addNeeds(client, row, exists, &needs);
+        if (!id || (*id == kDefaultVlan && row.profileType == PROFILE_TYPE_NAME_DEFAULT))
+            continue;
+        const bool exists = state.hasVlan(*id);
+        if (exists || leaving.contains(*id))
+            addNeeds(row, *id, exists, needs);
     }
     return needs;
 }
 
-std::int32_t featureNeedsChange(openapiClientHandle_t *client, const FeatureNeeds &from,
-                                const FeatureNeeds &to) {
+Result<> changeFeatures(Switch sw, const FeatureNeeds &from, const FeatureNeeds &to) {
     Steps steps;
-    changeVlanBlocks(client, from, to, &steps);
-    const bool policyReplaced = changeQos(client, from, to, &steps);
-    changeAvb(client, from, to, policyReplaced, &steps);
-    changeSpanningTree(client, from, to, &steps);
+    changeVlanBlocks(sw, from, to, steps);
+    const bool policyReplaced = changeQos(sw, from, to, steps);
+    changeAvb(sw, from, to, policyReplaced, steps);
+    changeSpanningTree(sw, from, to, steps);
     steps.when(from.querierInterval != 0 && to.querierInterval == 0,
-               [&] { return avBlockRun(client, AvBlock::QuerierDelete); });
+               [&] { return switchBlockOff(sw, AvBlock::Querier); });
     steps.when(to.querierInterval != 0 && from.querierInterval != to.querierInterval,
-               [&] { return avBlockRun(client, AvBlock::QuerierAdd, to.querierInterval); });
+               [&] { return switchBlockOn(sw, AvBlock::Querier, to.querierInterval); });
     return steps.result();
 }
 
-std::int32_t featureNeedsRemoveFilters(openapiClientHandle_t *client, const FeatureNeeds &from,
-                                       const FeatureNeeds &to) {
+Result<> removeFilters(Switch sw, const FeatureNeeds &from, const FeatureNeeds &to) {
     Steps steps;
-    steps.when(from.acl && !to.acl, [&] { return avBlockRun(client, AvBlock::AclDelete); });
-    const auto macFilter = (from.macFilterVisionary && !to.macFilterVisionary ? AV_MAC_FILTER_VISIONARY : 0) |
-                           (from.macFilterSecond && !to.macFilterSecond ? AV_MAC_FILTER_SECOND : 0);
-    steps.when(macFilter != 0, [&] { return avBlockRun(client, AvBlock::MacFilterDelete, macFilter); });
+    steps.when(from.acl && !to.acl, [&] { return switchBlockOff(sw, AvBlock::Acl); });
+    const auto filters = (from.macFilterVisionary && !to.macFilterVisionary ? AV_MAC_FILTER_VISIONARY : 0) |
+                         (from.macFilterSecond && !to.macFilterSecond ? AV_MAC_FILTER_SECOND : 0);
+    steps.when(filters != 0, [&] { return switchBlockOff(sw, AvBlock::MacFilter, filters); });
     return steps.result();
 }
+
+}  // namespace pavo

@@ -1,114 +1,132 @@
+#include "profile/list.h"
+
 #include <algorithm>
-#include <cstring>
-#include <memory>
-#include <string>
-#include <vector>
+#include <cstdint>
+#include <map>
+#include <span>
+#include <utility>
 
-#include "common/owners.h"
-#include "common/result.h"
-#include "profile/apply.h"
-#include "store/profile_db.h"
-#include "store/profile_template.h"
-#include "vlan/vlan_info.h"
+#include "common/json.h"
 
+namespace pavo {
 namespace {
 
-using RowList = std::unique_ptr<VlanInfoRowList, void (*)(VlanInfoRowList *)>;
-using InfoList = std::unique_ptr<VLAN_INFOX_LIST_T, void (*)(VLAN_INFOX_LIST_T *)>;
+using Pictures = std::map<VlanId, VlanPicture>;
 
-// What the switch knows of a VLAN; null when it has no such VLAN.
-const VLAN_INFO_T *infoOf(const VLAN_INFOX_LIST_T &list, std::int32_t vlanId) {
-    for (std::uint32_t i = 0; i < list.count; ++i)
-        if (static_cast<std::int32_t>(list.ids[i]->vlanId) == vlanId)
-            return list.ids[i];
-    return nullptr;
+Result<Pictures> readPictures(Switch sw, const Where &where) {
+    Pictures out;
+    auto pictures = readVlanPictures(sw, where);
+    if (!pictures)
+        return failed(ResultCode::Failed);
+    for (auto &picture : *pictures)
+        out.emplace(picture.id, std::move(picture));
+    return out;
 }
 
-void addCopy(cJSON *object, const char *key, const cJSON *array) {
-    cJSON *copy = array != nullptr ? cJSON_Duplicate(array, 1) : cJSON_CreateArray();
-    if (!cJSON_AddItemToObject(object, key, copy))
-        cJSON_Delete(copy);
-}
-
-void addDetails(cJSON *vlan, const VlanInfoRow &row, const VLAN_INFO_T *info) {
-    if (info != nullptr) {
-        cJSON_AddStringToObject(vlan, "vlanName", info->name);
-        cJSON *ports = cJSON_AddObjectToObject(vlan, "ports");
-        addCopy(ports, "untagged", info->untagPorts);
-        addCopy(ports, "tagged", info->tagPorts);
-        cJSON *lags = cJSON_AddObjectToObject(vlan, "lags");
-        addCopy(lags, "untagged", info->untagLags);
-        addCopy(lags, "tagged", info->tagLags);
+ListedVlan listVlan(Switch sw, const ProfileRow &row, ListDetails details, const Pictures &pictures) {
+    ListedVlan vlan{.row = row};
+    const auto id = row.vlan();
+    if (details == ListDetails::Brief) {
+        vlan.exists = id && sw.checkVlan(*id);
+    } else if (id) {
+        vlan.settings = readVlanSettings(*id);
+        if (const auto picture = pictures.find(*id); picture != pictures.end())
+            vlan.picture = picture->second;
+        vlan.exists = vlan.picture.has_value();
     }
-    const JsonPtr file(jsonFileLoad(profileVlanConfigPath(row.id).c_str()));
-    const cJSON *config = cJSON_GetObjectItemCaseSensitive(file.get(), "config");
-    const cJSON *ptpTc = cJSON_GetObjectItemCaseSensitive(config, "ptpTc");
-    if (cJSON_IsBool(ptpTc))
-        cJSON_AddBoolToObject(vlan, "ptpTc", cJSON_IsTrue(ptpTc));
-    const cJSON *assigned = cJSON_GetObjectItemCaseSensitive(config, "assignedPort");
-    if (cJSON_IsArray(assigned))
-        addCopy(vlan, "assignedPort", assigned);
+    return vlan;
 }
 
-// The object of a profile in the answer, made when its first VLAN comes.
-cJSON *profileObject(cJSON *answer, const VlanInfoRow &row) {
-    cJSON *known = nullptr;
-    cJSON_ArrayForEach(known, answer) {
-        const cJSON *name = cJSON_GetObjectItemCaseSensitive(known, "name");
-        if (std::strcmp(name->valuestring, row.profileName) == 0)
-            return known;
-    }
-    cJSON *made = cJSON_CreateObject();
-    if (made == nullptr || !cJSON_AddItemToArray(answer, made))
-        return nullptr;
-    cJSON_AddStringToObject(made, "name", row.profileName);
-    cJSON_AddStringToObject(made, "profileType", row.profileType);
-    cJSON_AddStringToObject(made, "color", row.color);
-    cJSON_AddArrayToObject(made, "vlans");
-    return made;
+// The profile of that name, made when its first VLAN comes.
+ListedProfile &profileOf(const ProfileRow &row, std::vector<ListedProfile> &profiles) {
+    const auto known = std::find_if(profiles.begin(), profiles.end(), [&](const ListedProfile &profile) {
+        return profile.name == row.profileName;
+    });
+    if (known != profiles.end())
+        return *known;
+    return profiles.emplace_back(ListedProfile{row.profileName, row.profileType, row.color, {}});
 }
 
-std::int32_t listProfiles(openapiClientHandle_t *client, bool details, char **out) {
-    *out = nullptr;
-    const RowList rows(vlanInfoRowListCreate(), vlanInfoRowListFree);
-    if (rows == nullptr || vlanInfoSelectAll(rows.get()) < 0)
-        return RESULT_FAILED;
-    vlanInfoRowListSort(rows.get());
-    VLAN_INFOX_LIST_T *made = nullptr;
-    if (details && vlanListAllInfoCreateEX(client, &made) != RESULT_SUCCESS)
-        return RESULT_FAILED;
-    const InfoList infos(made, vlanListInfoFreeEX);
+// --- JSON
 
-    const JsonPtr answer(cJSON_CreateArray());
-    for (std::int32_t i = 0; i < rows->count; ++i) {
-        const auto &row = rows->rows[i];
-        cJSON *profile = profileObject(answer.get(), row);
-        cJSON *vlan = cJSON_CreateObject();
-        if (profile == nullptr ||
-            !cJSON_AddItemToArray(cJSON_GetObjectItemCaseSensitive(profile, "vlans"), vlan)) {
-            cJSON_Delete(vlan);
-            return RESULT_FAILED;
-        }
-        cJSON_AddNumberToObject(vlan, "vlanId", row.id);
-        cJSON_AddNumberToObject(vlan, "vlanType", row.vlanType);
-        cJSON_AddStringToObject(vlan, "profileType", row.profileType);
-        const auto *info = infos != nullptr ? infoOf(*infos, row.id) : nullptr;
-        const bool exists =
-            details ? info != nullptr
-                    : openapiVlanCreatedCheck(client, static_cast<std::uint32_t>(row.id)) == OPEN_E_NONE;
-        cJSON_AddBoolToObject(vlan, "exists", exists);
-        if (details)
-            addDetails(vlan, row, info);
-    }
-    return responseJsonToStr(answer.get(), out);
+JsonPtr numbersJson(std::span<const std::uint32_t> numbers) {
+    JsonPtr array(cJSON_CreateArray());
+    for (const std::uint32_t number : numbers)
+        appendNumber(array.get(), number);
+    return array;
+}
+
+void addPicture(cJSON *object, const VlanPicture &picture) {
+    const auto &members = picture.members;
+    cJSON_AddStringToObject(object, "vlanName", picture.name.c_str());
+    cJSON *const ports = cJSON_AddObjectToObject(object, "ports");
+    addNumbers(ports, "untagged", members.untaggedPorts);
+    addNumbers(ports, "tagged", members.taggedPorts);
+    cJSON *const lags = cJSON_AddObjectToObject(object, "lags");
+    addItem(lags, "untagged", numbersJson(members.untaggedLags));
+    addItem(lags, "tagged", numbersJson(members.taggedLags));
+}
+
+JsonPtr vlanJson(const ListedVlan &vlan) {
+    JsonPtr object(cJSON_CreateObject());
+    cJSON_AddNumberToObject(object.get(), "vlanId", vlan.row.id);
+    cJSON_AddNumberToObject(object.get(), "vlanType", vlan.row.vlanType);
+    cJSON_AddStringToObject(object.get(), "profileType", vlan.row.profileType.c_str());
+    cJSON_AddBoolToObject(object.get(), "exists", vlan.exists);
+    if (vlan.picture)
+        addPicture(object.get(), *vlan.picture);
+    if (vlan.settings && vlan.settings->ptpTc)
+        cJSON_AddBoolToObject(object.get(), "ptpTc", *vlan.settings->ptpTc);
+    if (vlan.settings && vlan.settings->assignedPorts)
+        addNumbers(object.get(), "assignedPort", *vlan.settings->assignedPorts);
+    return object;
+}
+
+// The array owns the item from then on.
+void append(cJSON *array, JsonPtr item) {
+    if (cJSON_AddItemToArray(array, item.get()))
+        static_cast<void>(item.release());
+}
+
+JsonPtr profileJson(const ListedProfile &profile) {
+    JsonPtr object(cJSON_CreateObject());
+    cJSON_AddStringToObject(object.get(), "name", profile.name.c_str());
+    cJSON_AddStringToObject(object.get(), "profileType", profile.profileType.c_str());
+    cJSON_AddStringToObject(object.get(), "color", profile.color.c_str());
+    cJSON *const vlans = cJSON_AddArrayToObject(object.get(), "vlans");
+    for (const auto &vlan : profile.vlans)
+        append(vlans, vlanJson(vlan));
+    return object;
 }
 
 }  // namespace
 
-std::int32_t profileListGet(openapiClientHandle_t *client, char **out) {
-    return out == nullptr ? RESULT_INVALID_ARGUMENT : listProfiles(client, false, out);
+Result<std::vector<ListedProfile>> readProfiles(Switch sw, ListDetails details, Where where) {
+    const auto rows = readProfileRows(where);
+    if (!rows)
+        return failed(ResultCode::Failed);
+    Pictures pictures;
+    if (details == ListDetails::Full) {
+        auto read = readPictures(sw, where);
+        if (!read)
+            return std::unexpected(read.error());
+        pictures = std::move(*read);
+    }
+    std::vector<ListedProfile> profiles;
+    for (const auto &row : *rows)
+        profileOf(row, profiles).vlans.push_back(listVlan(sw, row, details, pictures));
+    return profiles;
 }
 
-std::int32_t profileListExGet(openapiClientHandle_t *client, char **out) {
-    return out == nullptr ? RESULT_INVALID_ARGUMENT : listProfiles(client, true, out);
+std::string printProfile(const ListedProfile &profile) {
+    return printJson(profileJson(profile).get());
 }
+
+std::string printProfiles(const std::vector<ListedProfile> &profiles) {
+    const JsonPtr array(cJSON_CreateArray());
+    for (const auto &profile : profiles)
+        append(array.get(), profileJson(profile));
+    return printJson(array.get());
+}
+
+}  // namespace pavo

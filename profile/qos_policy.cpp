@@ -1,21 +1,21 @@
-// The QoS policy POLICY_AV: a base policy, and classes that some profiles add to it.
+#include "profile/qos_policy.h"
+
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
-#include <cstring>
+#include <iterator>
 #include <new>
 
 #include "common/log.h"
-#include "common/owners.h"
-#include "common/result.h"
+#include "common/text.h"
 #include "platform/paths.h"
-#include "profile/block_script.h"
-#include "profile/blocks.h"
-#include "swapi/cli_apply.h"
 
+namespace pavo {
 namespace {
 
-constexpr const char *kPolicyBegin = "policy-map POLICY_AV in\n";
+constexpr std::string_view kPolicyBegin = "policy-map POLICY_AV in\n";
+constexpr std::string_view kScriptBegin = "configure\n";
 
 constexpr const char *kBasePolicy =
     "configure\n"
@@ -65,185 +65,186 @@ constexpr const char *kAllClasses[] = {
     "CLSS_AES_ANNOUNCE",    "CLASS_LANTERN",        "CLASS_LANTERN1",  "CLASS_LANTERN2",
     "CLASS_GD_CTRL",        "CLASS_GD_COM",         "CLASS_ESP",       "CLASS_AH",
     "CLASS_TELOS"};
+constexpr std::string_view kGdNames[] = {"CLASS_GD_COM", "CLASS_GD_CTRL", "CLASS_ESP", "CLASS_AH"};
 
 constexpr const char *kPolicyDelete =
     "configure\nno service-policy in POLICY_AV\nno policy-map POLICY_AV\nexit\n";
-constexpr const char *kAddFailed = "[%s:%d] Apply add global config of qos failed.\r\n";
+constexpr const char *kStrictDelete = "no queue cos-queue strict all 0 1 2 3 4 5 6\n";
+constexpr BlockFailure kAddFailed = "[%s:%d] Apply add global config of qos failed.\r\n";
+// Lines of a show command are read in pieces of that length.
+constexpr std::size_t kLineMax = 1023;
 
-constexpr BlockScript kAdd{"AvConfigGlobalQosAdd", "global_qos_add", kAddFailed, AV_QOS_SCRIPT_SIZE};
-
-constexpr BlockScript qosDeleteBlock(const char *failure) {
-    return {"AvConfigGlobalQosDelete", "global_qos_delete", failure, AV_QOS_SCRIPT_SIZE};
+constexpr BlockScript qosBlock(std::string_view operation, const char *suffix, BlockFailure failure) {
+    return {operation, suffix, failure, AV_QOS_SCRIPT_SIZE};
 }
 
-constexpr BlockScript profileClassBlock(const char *failure) {
-    return {"AvConfigGlobalQosDeleteProfileClass", "global_qos_delete_profile", failure, AV_QOS_SCRIPT_SIZE};
+constexpr BlockScript offBlock(BlockFailure failure) {
+    return qosBlock("AvConfigGlobalQosDelete", "global_qos_delete", failure);
+}
+
+constexpr BlockScript dropBlock(BlockFailure failure) {
+    return qosBlock("AvConfigGlobalQosDeleteProfileClass", "global_qos_delete_profile", failure);
+}
+
+bool contains(std::string_view line, std::string_view part) {
+    return line.find(part) != std::string_view::npos;
 }
 
 std::string classMapsDelete() {
     std::string lines;
-    for (const auto *name : kAllClasses)
+    for (const auto *const name : kAllClasses)
         lines += std::string("no class-map ") + name + "\n";
     return lines;
+}
+
+std::string queuesDelete() {
+    return std::string("no queue trust all\nno queue cos-map all\n") + kStrictDelete;
 }
 
 std::string basePolicy(bool withPtp) {
     std::string script = kBasePolicy;
     if (withPtp) {
         // In front of all other classes, as class maps too.
-        script.insert(std::strlen("configure\n"), kPtpClassMaps);
-        script.insert(script.find(kPolicyBegin) + std::strlen(kPolicyBegin), kPtpEntries);
+        script.insert(kScriptBegin.size(), kPtpClassMaps);
+        script.insert(script.find(kPolicyBegin) + kPolicyBegin.size(), kPtpEntries);
     }
     return script;
 }
 
+// A class that does not fit in is left out (logged).
+void addClassTo(std::string &script, std::string_view classMaps, std::string_view policyEntries) {
+    if (auto rebuilt = addQosClass(script, classMaps, policyEntries))
+        script = std::move(*rebuilt);
+}
+
 }  // namespace
 
-std::int32_t parsePolicyMapClasses(openapiClientHandle_t *client, bool *telos, bool *gd) {
-    static constexpr const char *kGdNames[] = {"CLASS_GD_COM", "CLASS_GD_CTRL", "CLASS_ESP", "CLASS_AH"};
-    *telos = *gd = false;
+PolicyClasses parsePolicyClasses(std::string_view policyMap) {
+    PolicyClasses classes;
+    forEachLine(policyMap, kLineMax, [&](std::string_view line) {
+        classes.count += contains(line, "CLASS_") ? 1 : 0;
+        classes.telos = classes.telos || contains(line, "CLASS_TELOS");
+        classes.gd = classes.gd || std::any_of(std::begin(kGdNames), std::end(kGdNames),
+                                               [&](std::string_view name) { return contains(line, name); });
+        return true;
+    });
+    return classes;
+}
+
+Result<PolicyClasses> readPolicyClasses(Switch sw) {
+    const Where where("parsePolicyMapClasses", __LINE__);
     char path[64];
     std::snprintf(path, sizeof path, platform::paths::kPolicyMapShow, static_cast<int>(getpid()));
-    if (cliShowExecuteToFile(client, "show policy-map", path) != RESULT_SUCCESS) {
-        LOG_ERROR("[%s:%d] Failed to execute 'show policy-map' CLI command.\r\n");
-        return -1;
-    }
-    std::int32_t count = -1;
-    if (const FilePtr file = fileOpen(path, "r"); file == nullptr) {
-        LOG_ERROR("[%s:%d] Cannot open output file: %s\r\n", path);
-    } else {
-        count = 0;
-        char line[1024];
-        while (std::fgets(line, sizeof line, file.get()) != nullptr) {
-            count += std::strstr(line, "CLASS_") != nullptr ? 1 : 0;
-            *telos = *telos || std::strstr(line, "CLASS_TELOS") != nullptr;
-            for (const auto *name : kGdNames)
-                *gd = *gd || std::strstr(line, name) != nullptr;
-        }
-    }
-    fileRemove(path);
-    return count;
+    const auto text = sw.show("show policy-map", path, where, "[%s:%d] Cannot open output file: %s\r\n");
+    if (text)
+        return parsePolicyClasses(*text);
+    if (text.error().code == ResultCode::Failed)
+        logError(where, "[%s:%d] Failed to execute 'show policy-map' CLI command.\r\n");
+    return failed(text.error().code);
 }
 
-std::int32_t AvConfigGlobalQosRebuildDynamic(std::string *script, const char *classMaps,
-                                             const char *policyEntries) {
-    const auto at = script->find(kPolicyBegin);
+Result<std::string> addQosClass(const std::string &script, std::string_view classMaps,
+                                std::string_view policyEntries) {
+    const Where where("AvConfigGlobalQosRebuildDynamic", __LINE__);
+    const auto at = script.find(kPolicyBegin);
     if (at == std::string::npos) {
-        LOG_ERROR("[%s:%d] POLICY_AV block not found\n");
-        return RESULT_FAILED;
+        logError(where, "[%s:%d] POLICY_AV block not found\n");
+        return failed(ResultCode::Failed);
     }
     try {
-        auto rebuilt = script->substr(0, at) + classMaps + kPolicyBegin + policyEntries +
-                       script->substr(at + std::strlen(kPolicyBegin));
-        if (rebuilt.size() >= AV_QOS_SCRIPT_SIZE)
-            rebuilt.resize(AV_QOS_SCRIPT_SIZE - 1);
-        *script = std::move(rebuilt);
+        std::string rebuilt = script;
+        rebuilt.insert(at + kPolicyBegin.size(), policyEntries);
+        rebuilt.insert(at, classMaps);
+        rebuilt.resize(std::min(rebuilt.size(), AV_QOS_SCRIPT_SIZE - 1));
+        return rebuilt;
     } catch (const std::bad_alloc &) {
-        LOG_ERROR("[%s:%d] Memory allocation failed\n");
-        return RESULT_FAILED;
+        logError(where, "[%s:%d] Memory allocation failed\n");
+        return failed(ResultCode::Failed);
     }
-    return RESULT_SUCCESS;
 }
 
-std::int32_t avBlockQosAdd(openapiClientHandle_t *client, std::uint64_t features) {
-    bool telos = false, gd = false;
-    const auto found = parsePolicyMapClasses(client, &telos, &gd);
-    if (found < 0)
-        return RESULT_FAILED;  // rebuilding blindly would drop the classes of other profiles
-    auto script = basePolicy((features & AV_QOS_NO_PTP) == 0);
-    if ((features & AV_QOS_TELOS) != 0 || (found > 0 && telos))
-        AvConfigGlobalQosRebuildDynamic(&script, kTelosClassMap, kTelosEntry);
-    if ((features & AV_QOS_GD) != 0 || (found > 0 && telos && gd))
-        AvConfigGlobalQosRebuildDynamic(&script, kGdClassMaps, kGdEntries);
-    const auto deleted = avBlockQosDelete(client, AV_QOS_DELETE_POLICY);
-    const auto added = blockScriptRun(client, kAdd, script);
-    return deleted != RESULT_SUCCESS ? deleted : added;
+Result<> switchQosOn(Switch sw, const QosClasses &wanted) {
+    const auto found = readPolicyClasses(sw);
+    if (!found)
+        return failed(ResultCode::Failed);
+    const bool any = found->count > 0;
+    auto script = basePolicy(wanted.ptp);
+    if (wanted.telos || (any && found->telos))
+        addClassTo(script, kTelosClassMap, kTelosEntry);
+    if (wanted.gd || (any && found->telos && found->gd))
+        addClassTo(script, kGdClassMaps, kGdEntries);
+    const auto deleted = switchQosOff(sw, QosDelete::Policy);
+    const auto added =
+        runBlockScript(sw, qosBlock("AvConfigGlobalQosAdd", "global_qos_add", kAddFailed), script);
+    return deleted ? toResult(added) : deleted;
 }
 
-void AvConfigGlobalQosAdd(openapiClientHandle_t *client, std::int32_t, std::uint64_t features) {
-    avBlockQosAdd(client, features);
-}
-
-std::int32_t avBlockQosDelete(openapiClientHandle_t *client, std::int32_t mode) {
+Result<> switchQosOff(Switch sw, QosDelete what) {
     const struct {
         BlockScript block;
         std::string script;
         bool wanted;
     } steps[] = {
-        {qosDeleteBlock("[%s:%d] Apply delete global config of qos failed G1.\r\n"), kPolicyDelete, true},
-        {qosDeleteBlock("[%s:%d] Apply delete global config of cos failed.\r\n"),
-         "configure\nno queue cos-queue strict all 0 1 2 3 4 5 6\nexit\n", true},
-        {qosDeleteBlock("[%s:%d] Apply delete global config of qos failed G2.\r\n"),
-         "configure\n" + classMapsDelete() + "exit\n", true},
-        {qosDeleteBlock("[%s:%d] Apply delete global config of qos failed G3.\r\n"),
-         "configure\nno queue trust all\nno queue cos-map all\n"
-         "no queue cos-queue strict all 0 1 2 3 4 5 6\nexit\n",
-         (mode & 4) != 0},
+        {offBlock("[%s:%d] Apply delete global config of qos failed G1.\r\n"), kPolicyDelete, true},
+        {offBlock("[%s:%d] Apply delete global config of cos failed.\r\n"),
+         std::string(kScriptBegin) + kStrictDelete + "exit\n", true},
+        {offBlock("[%s:%d] Apply delete global config of qos failed G2.\r\n"),
+         std::string(kScriptBegin) + classMapsDelete() + "exit\n", true},
+        {offBlock("[%s:%d] Apply delete global config of qos failed G3.\r\n"),
+         std::string(kScriptBegin) + queuesDelete() + "exit\n", what == QosDelete::All},
     };
-    std::int32_t first = RESULT_SUCCESS;
+    Result<> first;
     for (const auto &step : steps) {
         if (!step.wanted)
             continue;
-        bool written = false;
-        const auto result = blockScriptRun(client, step.block, step.script, &written);
-        if (first == RESULT_SUCCESS)
-            first = result;
-        if (!written)
+        const auto done = runBlockScript(sw, step.block, step.script);
+        if (first)
+            first = toResult(done);
+        if (!wasWritten(done))
             break;
     }
     return first;
 }
 
-void AvConfigGlobalQosDelete(openapiClientHandle_t *client, std::int32_t mode) {
-    avBlockQosDelete(client, mode);
-}
-
-std::int32_t AvConfigGlobalQosDeleteProfileClass(openapiClientHandle_t *client, std::int32_t,
-                                                 std::uint64_t features) {
-    bool telos = false, gd = false;
-    const auto found = parsePolicyMapClasses(client, &telos, &gd);
-    if (found < 0) {
-        LOG_ERROR("[%s:%d] Failed to fetch current QoS class list.\r\n");
-        return RESULT_FAILED;
+Result<> dropQosClasses(Switch sw, const QosClasses &dropped) {
+    auto left = readPolicyClasses(sw);
+    if (!left) {
+        logError(Where("AvConfigGlobalQosDeleteProfileClass", __LINE__),
+                 "[%s:%d] Failed to fetch current QoS class list.\r\n");
+        return failed(ResultCode::Failed);
     }
-    bool written = false;
-    auto result =
-        blockScriptRun(client, profileClassBlock("[%s:%d] Failed to apply QoS delete G1 config.\r\n"),
-                       kPolicyDelete, &written);
-    if (!written)
-        return result;
-    if ((features & AV_QOS_TELOS) != 0 && telos) {
-        result =
-            blockScriptRun(client, profileClassBlock("[%s:%d] Failed to apply QoS delete TELOS config.\r\n"),
-                           "configure\nno class-map CLASS_TELOS\nexit\n", &written);
-        telos = false;
-    } else if ((features & AV_QOS_GD) != 0 && gd) {
-        result =
-            blockScriptRun(client, profileClassBlock("[%s:%d] Failed to apply QoS delete GND config.\r\n"),
-                           "configure\nno class-map CLASS_GD_COM\nno class-map CLASS_GD_CTRL\n"
-                           "no class-map CLASS_GD_ESP\nno class-map CLASS_GD_AH\nexit\n",
-                           &written);
-        gd = false;
+    auto done =
+        runBlockScript(sw, dropBlock("[%s:%d] Failed to apply QoS delete G1 config.\r\n"), kPolicyDelete);
+    if (!wasWritten(done))
+        return toResult(done);
+    if (dropped.telos && left->telos) {
+        done = runBlockScript(sw, dropBlock("[%s:%d] Failed to apply QoS delete TELOS config.\r\n"),
+                              "configure\nno class-map CLASS_TELOS\nexit\n");
+        left->telos = false;
+    } else if (dropped.gd && left->gd) {
+        done = runBlockScript(sw, dropBlock("[%s:%d] Failed to apply QoS delete GND config.\r\n"),
+                              "configure\nno class-map CLASS_GD_COM\nno class-map CLASS_GD_CTRL\n"
+                              "no class-map CLASS_GD_ESP\nno class-map CLASS_GD_AH\nexit\n");
+        left->gd = false;
     }
-    if (!written)
-        return result;
-    if (found == 0)
-        return avBlockQosDelete(client, AV_QOS_DELETE_ALL);
-    const auto kept = (telos ? AV_QOS_TELOS : 0) | (gd ? AV_QOS_GD : 0);
-    return avBlockQosAdd(client, (features & ~(AV_QOS_TELOS | AV_QOS_GD)) | kept);
+    if (!wasWritten(done))
+        return toResult(done);
+    if (left->count == 0)
+        return switchQosOff(sw, QosDelete::All);
+    return switchQosOn(sw, {.telos = left->telos, .gd = left->gd, .ptp = dropped.ptp});
 }
 
-void AvGlobalConfigQosAdd(openapiClientHandle_t *client) {
-    blockScriptRun(client, {"AvGlobalConfigQosAdd", "qos_add", kAddFailed, AV_QOS_SCRIPT_SIZE},
-                   basePolicy(true));
+void switchOldQosOn(Switch sw) {
+    static_cast<void>(
+        runBlockScript(sw, qosBlock("AvGlobalConfigQosAdd", "qos_add", kAddFailed), basePolicy(true)));
 }
 
-void AvGlobalConfigQosDelete(openapiClientHandle_t *client) {
-    blockScriptRun(client,
-                   {"AvGlobalConfigQosDelete", "qos_delete",
-                    "[%s:%d] Apply delete global config of qos failed.\r\n", AV_QOS_SCRIPT_SIZE},
-                   "configure\nno service-policy in POLICY_AV\nno policy-map POLICY_AV\n" +
-                       classMapsDelete() +
-                       "no queue trust all\nno queue cos-map all\n"
-                       "no queue cos-queue strict all 0 1 2 3 4 5 6\nexit\n");
+void switchOldQosOff(Switch sw) {
+    static_cast<void>(runBlockScript(sw,
+                                     qosBlock("AvGlobalConfigQosDelete", "qos_delete",
+                                              "[%s:%d] Apply delete global config of qos failed.\r\n"),
+                                     "configure\nno service-policy in POLICY_AV\nno policy-map POLICY_AV\n" +
+                                         classMapsDelete() + queuesDelete() + "exit\n"));
 }
+
+}  // namespace pavo

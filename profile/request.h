@@ -1,71 +1,75 @@
-// The profile apply request: its JSON form, the record it is parsed into, and the configuration files that
-// detection reads. Runs on the caller's thread, one request at a time (callers serialise).
+// The profile apply request: the record that its JSON form is parsed into, and the parser.
 #ifndef PAVO_PROFILE_REQUEST_H
 #define PAVO_PROFILE_REQUEST_H
 
-#include <cjson/cJSON.h>
-
 #include <cstddef>
 #include <cstdint>
+#include <expected>
+#include <optional>
 #include <string>
+#include <vector>
 
-#include "platform/open_client.h"
+#include "common/if_num.h"
+#include "common/ipv4.h"
+#include "common/vlan_id.h"
+
+namespace pavo {
 
 inline constexpr std::size_t PROFILE_VLANS_MAX = 4;
-inline constexpr std::size_t PROFILE_PORTS_MAX = 912;
-
-// PTP setting of a profile.
-inline constexpr std::int32_t PTP_CONFIG_DISABLE = 0;
-inline constexpr std::int32_t PTP_CONFIG_ENABLE = 1;
-inline constexpr std::int32_t PTP_CONFIG_NONE = 2;
+inline constexpr std::size_t PROFILE_PORTS_MAX = 912;  // in each list
+// Bytes of names and types, and of the colour; what is longer is cut.
+inline constexpr std::size_t PROFILE_NAME_MAX = 255;
+inline constexpr std::size_t PROFILE_COLOR_MAX = 7;
 
 // Role of a VLAN within profiles that separate control and audio.
 inline constexpr std::int32_t VLAN_TYPE_CONTROL = 2;
 inline constexpr std::int32_t VLAN_TYPE_AUDIO = 3;
 
-struct ProfilePortList {
-    std::uint32_t count;
-    std::uint32_t ports[PROFILE_PORTS_MAX];  // ifNums in request order
+// How a VLAN interface gets its address.
+enum class IpConfig : std::int32_t { Keep = 0, None = 1, Dhcp = 2, Manual = 3 };
+
+struct RoutingRequest {
+    IpConfig method = IpConfig::Keep;  // may be out of range
+    std::optional<Ipv4> address, mask;
 };
 
 struct ProfileVlanRequest {
-    char name[256];  // of the profile
-    char color[8];
-    char profileType[256];  // of this VLAN
-    std::int32_t ptpTc;
-    std::int32_t vlanId;
-    std::int32_t vlanType;
-    ProfilePortList untagged;
-    ProfilePortList tagged;
-    ProfilePortList assigned;
-    std::int32_t routing;  // IP configuration method: 0 none, 1 no address, 2 DHCP, 3 manual
-    char ipAddr[16];
-    char ipMask[16];
+    VlanId id;
+    std::int32_t vlanType = 0;
+    std::string profileType;  // of this VLAN
+    // In the order of the request.
+    std::vector<IfNum> untagged{}, tagged{}, assigned{};
+    RoutingRequest routing{};
 };
 
 struct ProfileRequest {
-    char name[256];
-    char color[8];
-    char profileType[256];
-    std::int32_t ptpTc;
-    std::int32_t declaredVlans;
-    std::size_t vlanCount;
-    ProfileVlanRequest vlans[PROFILE_VLANS_MAX];
+    std::string name;
+    std::string color;  // "#rrggbb"
+    std::string profileType;
+    std::optional<bool> ptpTc;  // the PTP transparent clock on or off; nothing: as it is
+    std::int32_t declaredVlans = 0;
+    std::vector<ProfileVlanRequest> vlans;
+
+    VlanSet ids() const;
 };
 
-// Applies the profile that the JSON request describes ({"profileConfig": {...}}). 0; 10003 for a request that
-// is no JSON, lacks a required key, has one of a wrong type, or more than four VLANs or 912 ports in a list;
-// otherwise the result of profileVlanAdd. A failed request leaves switch, database and files as they were.
-std::int32_t profileConfigSet(openapiClientHandle_t *client, const char *requestText);
+// A request with its options.
+struct ProfileConfig {
+    ProfileRequest request;
+    bool overwrite = false;  // replace conflicting configuration
+    bool force = false;      // adapt the type to what the switch supports
+    std::string document;    // the whole of it as JSON, formatted
+};
 
-// Write the configuration files of Shure and Audac detection. 0 or the writer's code.
-std::int32_t profileConfigShureSaveToFile(openapiClientHandle_t *client, const ProfileRequest *request);
-std::int32_t profileConfigAudacSaveToFile(openapiClientHandle_t *client, const ProfileRequest *request);
+// What is wrong with the text of a request: it is no JSON; it has no "profileConfig" object, lacks a required
+// key, has one of a wrong type, more than four VLANs or 912 ports in a list; or a VLAN id is outside 1 to
+// 4094.
+enum class RequestFault { NoJson, Parameter, VlanId };
 
-// The file that keeps the whole request of a type with several VLANs.
-std::string profileExFilePath(const char *profileType);
+// A text of more than PROFILE_REQUEST_MAX bytes is taken for no JSON: that is far beyond any honest request.
+inline constexpr std::size_t PROFILE_REQUEST_MAX = 1 << 20;
+std::expected<ProfileConfig, RequestFault> parseProfileConfig(const std::string &text);
 
-// Adds a port list under `key`, as an array of numbers.
-void profilePortsToJson(cJSON *object, const char *key, const ProfilePortList &list);
+}  // namespace pavo
 
 #endif

@@ -1,130 +1,144 @@
 #include "profile/transaction.h"
 
 #include <algorithm>
-#include <memory>
+#include <optional>
 
+#include "common/files.h"
 #include "common/log.h"
-#include "common/owners.h"
-#include "common/result.h"
-#include "profile/files.h"
+#include "profile/file_snapshots.h"
+#include "profile/switch_change.h"
 
+namespace pavo {
 namespace {
 
-std::int32_t rowWrite(const VlanInfoRow &row) {
-    return vlanInfoReplace(row.id, row.vlanType, row.profileName, row.profileType, row.color) == 0
-               ? RESULT_SUCCESS
-               : RESULT_FAILED;
+constexpr const char *kDatabaseStep = "profile database";
+constexpr const char *kFileStep = "configuration file";
+
+Result<> writeRow(const ProfileRow &row, const Where &where) {
+    return replaceProfileRow(row, where) ? Result<>() : failed(ResultCode::Failed);
+}
+
+Result<> deleteRow(std::int32_t id, const Where &where) {
+    const auto deleted = deleteProfileRow(id, where);
+    // Without a database there is nothing left to delete.
+    return deleted || !deleted.error().opened ? Result<>() : failed(ResultCode::Failed);
 }
 
 }  // namespace
 
-std::int32_t ProfileTransaction::begin() {
-    vlanInfoDbEnsure();
-    if (const auto result = switchStateRead(client_, &state_); result != RESULT_SUCCESS)
-        return result;
-    const std::unique_ptr<VlanInfoRowList, void (*)(VlanInfoRowList *)> list(vlanInfoRowListCreate(),
-                                                                             vlanInfoRowListFree);
-    if (list == nullptr)
-        return RESULT_INVALID_POINTER;
-    if (vlanInfoSelectAll(list.get()) < 0)
-        return RESULT_FAILED;
-    vlanInfoRowListSort(list.get());
-    rows_.assign(list->rows, list->rows + list->count);
-    return RESULT_SUCCESS;
+ProfileTransaction::~ProfileTransaction() {
+    if (!undo_.empty())
+        rollBack();
 }
 
-const VlanInfoRow *ProfileTransaction::row(std::int32_t vlanId) const {
-    const auto it =
-        std::find_if(rows_.begin(), rows_.end(), [&](const auto &row) { return row.id == vlanId; });
-    return it == rows_.end() ? nullptr : &*it;
+Result<> ProfileTransaction::begin() {
+    ensureProfileDb();
+    auto state = readSwitchState(sw_, where_);
+    if (!state)
+        return std::unexpected(std::move(state).error());
+    auto rows = readProfileRows(where_);
+    if (!rows)
+        return failed(ResultCode::Failed);
+    state_ = std::move(*state);
+    rows_ = std::move(*rows);
+    return {};
 }
 
-std::int32_t ProfileTransaction::changeSwitch(const char *name, const SwitchState &wanted) {
+const ProfileRow *ProfileTransaction::row(VlanId id) const {
+    return findProfileRow(rows_, static_cast<std::int32_t>(id.number()));
+}
+
+void ProfileTransaction::forget(std::int32_t id) {
+    std::erase_if(rows_, [id](const ProfileRow &row) { return row.id == id; });
+}
+
+Result<> ProfileTransaction::changeSwitch(const char *name, const SwitchState &wanted) {
     const auto before = state_;
     return run(
         name,
         [&] {
-            const auto result = switchStateChange(client_, before, wanted);
-            if (result == RESULT_SUCCESS)
+            auto changed = pavo::changeSwitch(sw_, before, wanted, where_);
+            if (changed)
                 state_ = wanted;
-            return result;
+            return changed;
         },
-        [this, before, wanted] { return switchStateRestore(client_, before, wanted); });
+        [this, before, wanted] { return restoreSwitch(sw_, before, wanted, where_); });
 }
 
-std::int32_t ProfileTransaction::putRow(const VlanInfoRow &row) {
-    const auto *old = this->row(row.id);
-    const std::vector<VlanInfoRow> before = old != nullptr ? std::vector{*old} : std::vector<VlanInfoRow>{};
+Result<> ProfileTransaction::putRow(const ProfileRow &row) {
+    const auto *const old = findProfileRow(rows_, row.id);
+    const auto before = old != nullptr ? std::optional(*old) : std::nullopt;
     return run(
-        "profile database",
+        kDatabaseStep,
         [&] {
-            const auto result = rowWrite(row);
-            if (result == RESULT_SUCCESS) {
-                std::erase_if(rows_, [&](const auto &other) { return other.id == row.id; });
-                rows_.push_back(row);
+            auto written = writeRow(row, where_);
+            if (written) {
+                forget(row.id);
+                const auto behind = [](const ProfileRow &a, const ProfileRow &b) { return a.id < b.id; };
+                rows_.insert(std::upper_bound(rows_.begin(), rows_.end(), row, behind), row);
             }
-            return result;
+            return written;
         },
-        [id = row.id, before] {
-            if (before.empty())
-                return vlanInfoDeleteById(id) == 0 ? RESULT_SUCCESS : RESULT_FAILED;
-            return rowWrite(before.front());
-        });
+        [this, id = row.id, before] { return before ? writeRow(*before, where_) : deleteRow(id, where_); });
 }
 
-std::int32_t ProfileTransaction::dropRow(std::int32_t vlanId) {
-    const auto *old = row(vlanId);
+Result<> ProfileTransaction::dropRow(VlanId id) {
+    const auto *const old = row(id);
     if (old == nullptr)
-        return RESULT_SUCCESS;
+        return {};
     return run(
-        "profile database",
-        [&] {
-            if (vlanInfoDeleteById(vlanId) != 0)
-                return RESULT_FAILED;
-            std::erase_if(rows_, [&](const auto &other) { return other.id == vlanId; });
-            return RESULT_SUCCESS;
+        kDatabaseStep,
+        [&, number = old->id] {
+            auto deleted = deleteRow(number, where_);
+            if (deleted)
+                forget(number);
+            return deleted;
         },
-        [before = *old] { return rowWrite(before); });
+        [this, before = *old] { return writeRow(before, where_); });
 }
 
-std::int32_t ProfileTransaction::putFile(const std::string &fixedPath, const std::string &text) {
+Result<> ProfileTransaction::putFile(const std::string &fixedPath, const std::string &text) {
     FileSnapshots snapshot;
     snapshot.note(fixedPath);
     return run(
-        "configuration file", [&] { return fileReplace(fixedPath, text); },
-        [snapshot] { return snapshot.restore(); });
+        kFileStep, [&] { return replaceFile(fixedPath, text, where_); },
+        [this, snapshot] { return snapshot.restore(where_); });
 }
 
-std::int32_t ProfileTransaction::dropFile(const std::string &fixedPath) {
+Result<> ProfileTransaction::dropFile(const std::string &fixedPath) {
     FileSnapshots snapshot;
     snapshot.note(fixedPath);
     return run(
-        "configuration file",
+        kFileStep,
         [&] {
-            fileRemove(fixedPath.c_str());
-            return RESULT_SUCCESS;
+            removeFile(fixedPath);
+            return Result<>();
         },
-        [snapshot] { return snapshot.restore(); });
+        [this, snapshot] { return snapshot.restore(where_); });
 }
 
-std::int32_t ProfileTransaction::run(const char *name, const std::function<std::int32_t()> &step,
-                                     std::function<std::int32_t()> back) {
+Result<> ProfileTransaction::run(const char *name, const Step &step, Step back) {
     lastStep_ = name;
     undo_.emplace_back(name, std::move(back));
-    return step();
+    const auto done = step();
+    if (done)
+        return {};
+    result_ = done.error().code;
+    return failed(result_);
 }
 
-std::int32_t ProfileTransaction::rollback(std::int32_t result) {
+void ProfileTransaction::rollBack() {
     std::string left;
     for (auto it = undo_.rbegin(); it != undo_.rend(); ++it)
-        if (it->second() != RESULT_SUCCESS)
+        if (!it->second())
             left += (left.empty() ? "" : ", ") + it->first;
     undo_.clear();
     if (left.empty())
-        LOG_ERROR("[%s:%d] step '%s' failed (result = %d), everything is as before\n", lastStep_.c_str(),
-                  result);
+        logError(where_, "[%s:%d] step '%s' failed (result = %d), everything is as before\n", lastStep_,
+                 result_);
     else
-        LOG_ERROR("[%s:%d] step '%s' failed (result = %d), could not be taken back: %s\n", lastStep_.c_str(),
-                  result, left.c_str());
-    return result;
+        logError(where_, "[%s:%d] step '%s' failed (result = %d), could not be taken back: %s\n", lastStep_,
+                 result_, left);
 }
+
+}  // namespace pavo

@@ -1,51 +1,64 @@
-// One change of the switch, the profile database and the files of a profile, that is taken back when a step
-// fails.
+// One change of the switch, the profile database and the files of a profile, which is taken back unless it is
+// committed.
 #ifndef PAVO_PROFILE_TRANSACTION_H
 #define PAVO_PROFILE_TRANSACTION_H
 
-#include <cstdint>
 #include <functional>
+#include <source_location>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "platform/open_client.h"
+#include "common/result.h"
 #include "profile/switch_state.h"
 #include "store/profile_db.h"
 
+namespace pavo {
+
 class ProfileTransaction {
   public:
-    explicit ProfileTransaction(openapiClientHandle_t *client) : client_(client) {}
+    using Step = std::function<Result<>()>;
 
-    // Reads where the switch and the database stand. 0 or a result code.
-    std::int32_t begin();
+    explicit ProfileTransaction(Switch sw, Where where = std::source_location::current())
+        : sw_(sw), where_(where) {}
+    // Takes back all steps in reverse order unless commit() was called, and reports, as one ERROR line, which
+    // step failed and whether everything is as before.
+    ~ProfileTransaction();
+    ProfileTransaction(const ProfileTransaction &) = delete;
+    ProfileTransaction &operator=(const ProfileTransaction &) = delete;
 
-    // As read by begin() and changed since.
+    // Reads where the switch and the database stand. Any failure has been logged.
+    Result<> begin();
+    void commit() { undo_.clear(); }
+
+    // As read by begin() and changed since. Rows in ascending order of id.
     const SwitchState &state() const { return state_; }
-    const std::vector<VlanInfoRow> &rows() const { return rows_; }
-    const VlanInfoRow *row(std::int32_t vlanId) const;
+    const std::vector<ProfileRow> &rows() const { return rows_; }
+    // Null when the VLAN belongs to no profile.
+    const ProfileRow *row(VlanId id) const;
 
-    // Steps. Each returns 0, or a result code after which the caller calls rollback(). `name` is for the
-    // report.
-    std::int32_t changeSwitch(const char *name, const SwitchState &wanted);
-    std::int32_t putRow(const VlanInfoRow &row);
-    std::int32_t dropRow(std::int32_t vlanId);
-    std::int32_t putFile(const std::string &fixedPath, const std::string &text);
-    std::int32_t dropFile(const std::string &fixedPath);
+    // Steps; `name` is for the report. A step that fails may have happened in part.
+    Result<> changeSwitch(const char *name, const SwitchState &wanted);
+    Result<> putRow(const ProfileRow &row);
+    Result<> dropRow(VlanId id);
+    Result<> putFile(const std::string &fixedPath, const std::string &text);
+    Result<> dropFile(const std::string &fixedPath);
     // Any other step with what takes it back; `back` also runs when `step` failed, for what it did in part.
-    std::int32_t run(const char *name, const std::function<std::int32_t()> &step,
-                     std::function<std::int32_t()> back);
-
-    // Takes back all steps in reverse order and reports, as one ERROR line, which step failed and whether
-    // everything is as before. `result` is the failure's code and is returned.
-    std::int32_t rollback(std::int32_t result);
+    Result<> run(const char *name, const Step &step, Step back);
 
   private:
-    openapiClientHandle_t *client_;
+    void rollBack();
+    void forget(std::int32_t id);
+
+    Switch sw_;
+    Where where_;
     SwitchState state_;
-    std::vector<VlanInfoRow> rows_;
+    std::vector<ProfileRow> rows_;
     std::string lastStep_ = "begin";
-    std::vector<std::pair<std::string, std::function<std::int32_t()>>> undo_;
+    ResultCode result_ = ResultCode::Failed;  // of the step that failed
+    std::vector<std::pair<std::string, Step>> undo_;
 };
+
+}  // namespace pavo
 
 #endif

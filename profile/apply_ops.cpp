@@ -1,0 +1,46 @@
+#include "profile/apply_ops.h"
+
+#include <cstring>
+#include <string>
+
+#include "profile/apply.h"
+#include "profile/configure.h"
+#include "store/profile_types.h"
+
+namespace pavo {
+namespace {
+
+// One byte more than a request may have is enough to refuse it.
+std::string textOf(const char *request) {
+    return request != nullptr ? std::string(request, strnlen(request, PROFILE_REQUEST_MAX + 1)) : "";
+}
+
+}  // namespace
+
+std::int32_t profileConfigSet(Switch sw, const char *requestText) {
+    return codeOf(configureProfile(sw, textOf(requestText)));
+}
+
+std::int32_t profileDelete(Switch sw, const char *requestText) {
+    return codeOf(deleteProfile(sw, textOf(requestText)));
+}
+
+std::int32_t profileVlanAdd(Switch sw, const ProfileRequest &request, std::int32_t overwrite) {
+    const auto lock = ProfileLock::take();
+    return lock ? codeOf(applyProfile(sw, request, overwrite != 0, {}, *lock)) : codeOf(lock);
+}
+
+std::int32_t profileVlansRemove(Switch sw, const VlanSet &ids) {
+    const auto lock = ProfileLock::take();
+    return lock ? codeOf(removeFromVlans(sw, ids, *lock)) : codeOf(lock);
+}
+
+std::int32_t profileConfigShureSaveToFile(Switch, const ProfileRequest &request) {
+    return codeOf(writeDetectionFile(detectionFileOf(PROFILE_TYPE_NAME_SHURE_SPLIT), request));
+}
+
+std::int32_t profileConfigAudacSaveToFile(Switch, const ProfileRequest &request) {
+    return codeOf(writeDetectionFile(detectionFileOf(PROFILE_TYPE_NAME_AUDAC), request));
+}
+
+}  // namespace pavo

@@ -1,0 +1,32 @@
+#include "profile/list_ops.h"
+
+#include <cstring>
+
+#include "profile/list.h"
+
+namespace pavo {
+namespace {
+
+std::int32_t listProfiles(Switch sw, ListDetails details, char **out, const Where &where) {
+    if (out == nullptr)
+        return codeOf(ResultCode::InvalidArgument);
+    *out = nullptr;
+    const auto profiles = readProfiles(sw, details, where);
+    if (!profiles)
+        return codeOf(profiles);
+    if (const auto text = printProfiles(*profiles); !text.empty())
+        *out = strdup(text.c_str());
+    return codeOf(*out != nullptr ? ResultCode::Success : ResultCode::Failed);
+}
+
+}  // namespace
+
+std::int32_t profileListGet(Switch sw, char **out) {
+    return listProfiles(sw, ListDetails::Brief, out, std::source_location::current());
+}
+
+std::int32_t profileListExGet(Switch sw, char **out) {
+    return listProfiles(sw, ListDetails::Full, out, std::source_location::current());
+}
+
+}  // namespace pavo

@@ -1,0 +1,34 @@
+// Which profile types this switch offers: some depend on its model, some on 802.1AS.
+#ifndef PAVO_PROFILE_OFFER_H
+#define PAVO_PROFILE_OFFER_H
+
+#include <source_location>
+#include <string_view>
+
+#include "swapi/switch.h"
+
+namespace pavo {
+
+// Whether the SMPTE and Poly profile types are offered on a machine model.
+bool smpteModelSupported(std::string_view model);
+bool polyModelSupported(std::string_view model);
+// On that of the switch; no when it cannot be read (logged).
+bool smpteModelSupported(Switch sw, Where where = std::source_location::current());
+
+// What one switch offers, asked once.
+class Offer {
+  public:
+    static Offer of(Switch sw, Where where = std::source_location::current());
+
+    // Whether the template of that file name is one to show.
+    bool hasTemplate(std::string_view file) const;
+
+  private:
+    bool avb_ = false;
+    bool smpte_ = false;
+    bool poly_ = false;
+};
+
+}  // namespace pavo
+
+#endif

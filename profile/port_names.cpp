@@ -1,0 +1,30 @@
+#include "profile/port_names.h"
+
+#include <cstdint>
+
+namespace pavo {
+
+std::optional<std::string> PortNames::find(IfNum ifNum) {
+    if (const auto known = names_.find(ifNum); known != names_.end())
+        return known->second;
+    const auto type = sw_.interfaceType(ifNum);
+    if (!type)
+        return std::nullopt;
+    std::string name;
+    if (*type == static_cast<std::uint32_t>(IfType::Port)) {
+        name = portCliName(ifNum);
+    } else if (*type == static_cast<std::uint32_t>(IfType::Lag)) {
+        if (!lags_) {
+            const auto numbering = sw_.lagNumbering();
+            if (!numbering)
+                return std::nullopt;
+            lags_ = *numbering;
+        }
+        name = lagCliName(lags_->numberOf(ifNum));
+    } else {
+        return std::nullopt;
+    }
+    return names_.emplace(ifNum, std::move(name)).first->second;
+}
+
+}  // namespace pavo

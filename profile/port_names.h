@@ -1,0 +1,28 @@
+// CLI names of the interfaces that a request names, asked of the switch once each. One thread.
+#ifndef PAVO_PROFILE_PORT_NAMES_H
+#define PAVO_PROFILE_PORT_NAMES_H
+
+#include <map>
+#include <optional>
+#include <string>
+
+#include "swapi/switch.h"
+
+namespace pavo {
+
+class PortNames {
+  public:
+    explicit PortNames(Switch sw) : sw_(sw) {}
+
+    // Nothing when there is no such port or LAG.
+    std::optional<std::string> find(IfNum ifNum);
+
+  private:
+    Switch sw_;
+    std::optional<LagNumbering> lags_;
+    std::map<IfNum, std::string> names_;
+};
+
+}  // namespace pavo
+
+#endif

@@ -1,0 +1,19 @@
+#include "profile/profile_lock.h"
+
+#include <string>
+
+#include "common/log.h"
+#include "platform/paths.h"
+
+namespace pavo {
+
+Result<ProfileLock> ProfileLock::take(Where where) {
+    auto lock = std::make_unique<FileLock>(platform::paths::kProfileLock);
+    if (lock->held())
+        return ProfileLock(std::move(lock));
+    const std::string reason = "cannot lock " + platform::fsPath(platform::paths::kProfileLock);
+    logError(where, "[%s:%d] %s\n", reason);
+    return failed(ResultCode::Failed, reason);
+}
+
+}  // namespace pavo

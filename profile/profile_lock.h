@@ -1,0 +1,30 @@
+// One profile operation at a time, whoever calls it and in whatever process. Every entry that changes
+// profiles takes the lock itself; what runs inside of one asks for it as a parameter, so that nothing can be
+// called without it and nobody takes it twice.
+#ifndef PAVO_PROFILE_PROFILE_LOCK_H
+#define PAVO_PROFILE_PROFILE_LOCK_H
+
+#include <memory>
+#include <source_location>
+#include <utility>
+
+#include "common/files.h"
+#include "common/result.h"
+
+namespace pavo {
+
+// Held for as long as it lives.
+class ProfileLock {
+  public:
+    // Waits for it. Failed (logged), with the reason for people, when the lock file cannot be locked.
+    static Result<ProfileLock> take(Where where = std::source_location::current());
+
+  private:
+    explicit ProfileLock(std::unique_ptr<FileLock> lock) : lock_(std::move(lock)) {}
+
+    std::unique_ptr<FileLock> lock_;
+};
+
+}  // namespace pavo
+
+#endif
