@@ -42,8 +42,8 @@ struct VlanSettings {
     // From the text of the file; keys that are missing or make no sense leave their member as it is above.
     // Nothing when the text does not parse.
     static std::optional<VlanSettings> parse(const std::string &text);
-    // The text of the file, with an empty list and a fresh history where there is none; empty when memory runs
-    // out.
+    // The text of the file, with an empty list and a fresh history where there is none; empty when memory
+    // runs out.
     std::string print(VlanId id) const;
 };
 
