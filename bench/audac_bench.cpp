@@ -11,9 +11,12 @@
 #include "detection/audac.h"
 #include "platform/paths.h"
 #include "store/profile_db.h"
+#include "store/profile_types.h"
 #include "vswitch/inprocess.h"
 
 namespace {
+
+using namespace pavo;
 
 constexpr std::uint32_t kFdbEntries = 16384;
 constexpr std::uint32_t kAudacPort = 5, kOtherPort = 7;
@@ -48,18 +51,18 @@ struct Installation {
         std::ofstream(platform::fsPath(platform::paths::kAudacConfig))
             << R"({"audioVlanID": 20, "audacDevicePort": [5]})";
         bench::freshTable();
-        vlanInfoReplace(10, 1, "House", "AUDAC Audio and Control Network", "#000000");
-        deviceListInit(&list, detectedDeviceFree, detectedDevicePrint, detectedDeviceCompare);
+        static_cast<void>(replaceProfileRow({.id = 10,
+                                             .vlanType = 1,
+                                             .profileName = "House",
+                                             .profileType = PROFILE_TYPE_NAME_AUDAC,
+                                             .color = "#000000"}));
         cycle();
-        if (list.count != devices) {
-            std::fprintf(stderr, "bench: %zu of %u devices joined\n", list.count, devices);
+        if (list.count() != devices) {
+            std::fprintf(stderr, "bench: %zu of %u devices joined\n", list.count(), devices);
             std::abort();
         }
     }
-    ~Installation() {
-        deviceListTearDown(&list);
-        openapiClientTearDown(&client);
-    }
+    ~Installation() { openapiClientTearDown(&client); }
 
     void cycle() {
         if (audacValidityCheck(&client) == 0) {
@@ -95,7 +98,7 @@ struct Installation {
 
     vswitch::InProcessSwitch device;
     openapiClientHandle_t client{};
-    DeviceList list;
+    DeviceList<DetectedDevice> list;
 };
 
 void audacCycle(benchmark::State &state) {

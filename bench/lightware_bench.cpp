@@ -9,9 +9,13 @@
 #include "bench/ratio.h"
 #include "detection/lightware.h"
 #include "store/profile_db.h"
+#include "store/profile_types.h"
+#include "vlan/profile_vlan.h"
 #include "vswitch/inprocess.h"
 
 namespace {
+
+using namespace pavo;
 
 constexpr std::uint32_t kVlan = 30;
 constexpr std::uint32_t kPorts = 48;
@@ -27,16 +31,16 @@ struct Projection {
                 model.setPvid(port, kVlan);
         });
         bench::freshTable();
-        vlanInfoReplace(kVlan, 1, "Projection", "AVoIP Lightware AV network", "#000000");
-        deviceListInit(&list, lightwareLinkFree, nullptr, lightwareLinkCompare);
+        static_cast<void>(replaceProfileRow({.id = kVlan,
+                                             .vlanType = 1,
+                                             .profileName = "Projection",
+                                             .profileType = PROFILE_TYPE_NAME_LIGHTWARE,
+                                             .color = "#000000"}));
         device.with([&](vswitch::Server &server) {
             server.model().setLatency(std::chrono::milliseconds(latencyMs));
         });
     }
-    ~Projection() {
-        deviceListTearDown(&list);
-        openapiClientTearDown(&client);
-    }
+    ~Projection() { openapiClientTearDown(&client); }
 
     void plug(std::uint32_t port, const std::string &chassis, const std::string &uplink) {
         vswitch::Device endpoint;
@@ -62,7 +66,7 @@ struct Projection {
 
     // Every read the cycle is made of, once.
     void bareReads() {
-        vlanInfoSelectHasofProfileType(&client, "AVoIP Lightware AV network", 286);
+        findVlanOfProfileType(&client, PROFILE_TYPE_NAME_LIGHTWARE, LIGHTWARE_TAGGED_VLAN);
         std::uint32_t size = 0;
         rpcclt_openapiLldpMgmtStrLenGet(&client, &size);
         char text[256];
@@ -82,7 +86,7 @@ struct Projection {
 
     vswitch::InProcessSwitch device;
     openapiClientHandle_t client{};
-    DeviceList list;
+    DeviceList<LightwareLink> list;
 };
 
 template <class Work>
@@ -101,8 +105,7 @@ void countCycle(benchmark::State &state, Work work) {
 void lightwareCycle(benchmark::State &state) {
     countCycle(state, [](Projection *projection) {
         // As the thread does: the profile first, then the lookup.
-        std::uint32_t vlan = 0;
-        if (lightwareVlanIdGet(&projection->client, &vlan) == 0)
+        if (lightwareDetection.loop.hasReason(&projection->client))
             lightwareLookup(&projection->client, &projection->list);
     });
 }

@@ -4,9 +4,11 @@
 
 #include "bench/ratio.h"
 #include "platform/paths.h"
-#include "store/profile_db.h"
+#include "store/profile_db_ops.h"
 
 namespace {
+
+using namespace pavo;
 
 void fill() {
     bench::freshTable();

@@ -8,12 +8,14 @@
 
 #include "bench/ratio.h"
 #include "platform/paths.h"
-#include "store/profile_db.h"
+#include "store/profile_db_ops.h"
 #include "store/profile_template.h"
-#include "vlan/vlan_info.h"
+#include "vlan/vlan_info_ops.h"
 #include "vswitch/inprocess.h"
 
 namespace {
+
+using namespace pavo;
 
 constexpr double kInterfaces = 48 + 24;
 

@@ -1,64 +1,170 @@
 #include "detection/audac.h"
 
 #include <pthread.h>
-#include <strings.h>
 
+#include <algorithm>
 #include <chrono>
-#include <cstddef>
-#include <cstdio>
-#include <cstring>
-#include <memory>
+#include <string_view>
+#include <unordered_map>
 
-#include "common/owners.h"
-#include "common/result.h"
-#include "detection/mac_association.h"
-#include "detection/profile_config.h"
-#include "detection/switch_walks.h"
-#include "platform/clock.h"
-#include "platform/l7proc.h"
+#include "common/log.h"
+#include "common/text.h"
+#include "detection/physical_ports.h"
 #include "platform/paths.h"
-#include "store/profile_db.h"
 #include "store/profile_types.h"
-#include "swapi/swapi.h"
+#include "vlan/profile_vlan.h"
 
+namespace pavo {
 namespace {
 
-using platform::paths::kAudacConfig;
-
-constexpr std::chrono::seconds kPeriod{15};
 constexpr const char *kProfileType = PROFILE_TYPE_NAME_AUDAC;
-constexpr std::int32_t kExcludedVlan = 1;
+constexpr int kRepaired = 1;
+constexpr std::size_t kChassisIdKept = 17;
 
-DeviceList audacList;
-
-bool scanFill(openapiClientHandle_t *client, cJSON *out);
-bool admit(openapiClientHandle_t *client, const cJSON *found, DetectedDevice *device);
+constexpr ProfileConfigFile kConfig = {
+    .path = platform::paths::kAudacConfig,
+    .parse = [](const std::string &text) { return parseProfileConfig(text, "audacDevicePort"); },
+};
 
 constexpr MacFamily kFamily = {
-    .scriptFile = platform::paths::kAudacIn,
-    .outputFile = platform::paths::kAudacOut,
-    .writeFailed = "[%s:%d] AudacLookup write file failed.\r\n",
-    .applyFailed = "[%s:%d] AudacLookup cli apply failed. (%s)\r\n",
-    .macRefused = "[%s:%d] AudacLookup: '%s' is no MAC address, no script sent.\r\n",
-    .left = "AUDAC device Leave (%s MAC: %s) on Port 0/%d.",
-    .modeRestored = "[%s:%d] AudacLookup: set port %d control mode to %d (result=%d)\r\n",
-    .associationMissing =
-        "[%s:%d] AudacLookup check (mac: %s) in the linked list, but not in the VLAN association mac.\r\n",
-    .comparing = "[%s:%d] AudacLookup comparison with linked list.\r\n",
-    .moved = "AUDAC device (MAC: %s) from Port 0/%d change to Port 0/%d.",
-    .scan = scanFill,
-    .admit = admit,
-    .online = audacOnlineCli,
-    .offline = audacOfflineCli,
+    .scripts = {.in = platform::paths::kAudacIn,
+                .out = platform::paths::kAudacOut,
+                .writeFailed = "[%s:%d] AudacLookup write file failed.\r\n",
+                .applyFailed = "[%s:%d] AudacLookup cli apply failed. (%s)\r\n"},
+    .texts = {.comparing = "[%s:%d] AudacLookup comparison with linked list.\r\n",
+              .joining = "[%s:%d] AudacLookup: detection AUDAC Audio device(mac=%s) online\r\n",
+              .associationMissing = "[%s:%d] AudacLookup check (mac: %s) in the linked list, but not in the "
+                                    "VLAN association mac.\r\n",
+              .controlRestored = "[%s:%d] AudacLookup: set port %d control mode to %d (result=%d)\r\n",
+              .moved = "AUDAC device (MAC: %s) from Port 0/%d change to Port 0/%d.",
+              .left = "AUDAC device Leave (%s MAC: %s) on Port 0/%d."},
+    .scan = scanAudacDevices,
+    .join = [](Switch sw, const DetectedDevice &device) { return audacOnlineCli(sw, device) == 0; },
+    .leave = [](Switch sw, const DetectedDevice &device) { return audacOfflineCli(sw, device) == 0; },
 };
 
-constexpr NeighbourRead kNeighbourReads[] = {
-    {NeighbourField::chassisId, "chassisID"},
-    {NeighbourField::portId, "portId"},
-    {NeighbourField::systemDesc, "systemDesc"},
-};
+constexpr NeighbourField kNeighbourReads[] = {NeighbourField::ChassisId, NeighbourField::PortId,
+                                              NeighbourField::SystemDesc};
 
-constexpr NeighbourFamily kNeighbours = {
+// What the thread knows. Never destroyed: the thread may run until the process is gone.
+DeviceList<DetectedDevice> *knownDevices() {
+    static auto *const devices = new DeviceList<DetectedDevice>;
+    return devices;
+}
+
+// --- scanning
+
+// The control unit of each port that has one, by its chassis id: nothing when that is no MAC address.
+using ControlUnits = std::unordered_map<IfNum, std::optional<Mac>>;
+
+bool isControlUnit(const Neighbour &neighbour) {
+    constexpr std::string_view kMark = "audac";
+    const auto sameLetter = [](char a, char b) { return (a >= 'A' && a <= 'Z' ? a - 'A' + 'a' : a) == b; };
+    const auto &description = neighbour[NeighbourField::SystemDesc];
+    return description && !std::ranges::search(*description, kMark, sameLetter).empty();
+}
+
+ControlUnits findControlUnits(Switch sw, const PortSet &ports, const Where &where) {
+    logDebug("[%s:%d] AudacLookup: Step 1 - scanning LLDP for Audac control devices.\r\n");
+    ControlUnits controls;
+    NeighbourReader reader(sw, audacNeighbours);
+    for (const IfNum port : sw.lldpInterfaces()) {
+        if (!ports.contains(port))
+            continue;
+        const std::vector<Neighbour> neighbours = reader.read(port, where).neighbours;
+        const auto control = std::ranges::find_if(neighbours, isControlUnit);
+        if (control == neighbours.end()) {
+            logDebug("[%s:%d] AudacLookup: No Audac control LLDP on port %d, skip.\r\n", port);
+            continue;
+        }
+        const std::string chassisId =
+            (*control)[NeighbourField::ChassisId].value_or("").substr(0, kChassisIdKept);
+        controls.emplace(port, Mac::parse(chassisId));
+        logDebug("[%s:%d] AudacLookup: Found Audac control on port %d, chassisID=%s, systemDesc='%s'\r\n",
+                 port, printable(chassisId), printable(*(*control)[NeighbourField::SystemDesc]));
+    }
+    return controls;
+}
+
+std::vector<Sighting> findAudioDevices(Switch sw, const ControlUnits &controls) {
+    logDebug("[%s:%d] AudacLookup: Step 2 - scanning FDB for audio device MACs.\r\n");
+    std::vector<Sighting> found;
+    PhysicalPorts physical(sw);
+    for (const auto &[mac, vlan, port] : sw.forwardingTable()) {
+        // The control units first: that costs no call, and most entries are on other ports.
+        const auto control = controls.find(port);
+        if (control == controls.end() || !physical.contains(port))
+            continue;
+        if (control->second && control->second->sameAddress(mac)) {
+            logDebug("[%s:%d] AudacLookup: FDB MAC %s on port %d matches control, skip.\r\n", mac, port);
+            continue;
+        }
+        if (mac.isZero())
+            continue;
+        logDebug("[%s:%d] AudacLookup: FDB MAC %s on port %d is audio device candidate.\r\n", mac, port);
+        found.push_back({.mac = mac, .port = port, .type = DEVICE_TYPE_AUDIO});
+    }
+    return found;
+}
+
+// --- joining
+
+Result<> joinAudioDevice(Switch sw, const DetectedDevice &device, const Where &where) {
+    const auto vlan = audacAudioVlanIdGet();
+    if (!vlan) {
+        logError(where, "[%s:%d] AudacLookup get audio vlan failed. (audioVlan:%d)\r\n", 0);
+        return failed(ResultCode::Failed);
+    }
+    if (!addMacAssociation(sw, kFamily.scripts, device.mac, *vlan, where))
+        return failed(ResultCode::Failed);
+    logToSystem(std::source_location::current(), "AUDAC Audio device Join (MAC: %s) on Port 0/%d.",
+                device.mac, device.port);
+    logInfo(where, "[%s:%d] AudacLookup: Added VLAN association MAC %s to VLAN %d\r\n", device.mac, *vlan);
+    return {};
+}
+
+OpenResult<> joinControlUnit(Switch sw, const DetectedDevice &device, const Where &where) {
+    logInfo(where,
+            "[%s:%d] AudacLookup: Detected AUDAC Control device (MAC: %s) on Port %d, disabling PTP\r\n",
+            device.mac, device.port);
+    const auto result = sw.setPortPtpTc(device.port, false);
+    if (result)
+        logToSystem(std::source_location::current(),
+                    "AUDAC Control device Join (MAC: %s) on Port 0/%d, PTP disabled.", device.mac,
+                    device.port);
+    else
+        logError(where, "[%s:%d] AudacLookup: Failed to disable PTP on port %d (result=%d)\r\n", device.port,
+                 result.error());
+    return result;
+}
+
+// --- the thread
+
+Presence checkProfile(Switch sw) {
+    switch (audacValidityCheck(sw)) {
+        case codeOf(ResultCode::Success):
+            return Presence::Present;
+        case codeOf(ResultCode::ConfigInvalid):
+            return Presence::Absent;
+        default:
+            return Presence::Unknown;
+    }
+}
+
+void runCycle(Switch sw) {
+    repairAudacLink(sw, knownDevices());
+    audacLookup(sw, knownDevices());
+}
+
+void takeOut(Switch sw) {
+    clearDevices(sw, kFamily, knownDevices());
+}
+
+std::atomic<std::int32_t> running{0};
+
+}  // namespace
+
+constinit const NeighbourFamily audacNeighbours = {
     .reads = kNeighbourReads,
     .walkStart =
         "[%s:%d] AudacLookup call openapiLldpIntfRemoteDeviceNextGet.(ifNum: %d, remIndex: %d, "
@@ -66,224 +172,109 @@ constexpr NeighbourFamily kNeighbours = {
     .descriptionRead = "[%s:%d] AudacLookup get system Description: %s\r\n",
 };
 
-// What one scan knows about the ports, by ifNum.
-struct PortTables {
-    PortSet isAudacPort;
-    PortSet controlFound;
-    char controlChassisId[PORT_TABLE_SIZE][18];
+constinit const DetectionRow audacDetection = {
+    .name = "audac",
+    .profileType = kProfileType,
+    .config = &kConfig,
+    .loop = {.texts = {.started = "[%s:%d] AudacLookup Init success!\r\n",
+                       .lookingNow = "[%s:%d] AudacLookup wake up and start scanning LLDP table.\r\n",
+                       .skipped = "[%s:%d] AUDAC Profile not already created, do nothing.\r\n",
+                       .ended = "[%s:%d] User already delete AUDAC profile, AudacLookup exit!\r\n"},
+             .period = std::chrono::seconds(15),
+             .check = checkProfile,
+             .cycle = runCycle,
+             .end = takeOut},
+    .entry = detect_audac_thread,
+    .running = &running,
+    .onStartFailure = StartFailure::Fatal,
+    .notCreated = "[%s:%d] Fatal error unable to create detect audac thread!",
+    .notRecreated = "[%s:%d] Fatal error unable to recreate detect audac thread!",
 };
 
-// The first Audac control unit among a port's neighbours.
-const cJSON *controlFind(const cJSON *neighbours) {
-    const cJSON *neighbour = nullptr;
-    cJSON_ArrayForEach(neighbour, neighbours) {
-        const cJSON *desc = cJSON_GetObjectItemCaseSensitive(neighbour, "systemDesc");
-        if (cJSON_IsString(desc) && strcasestr(desc->valuestring, "Audac") != nullptr)
-            return neighbour;
-    }
-    return nullptr;
-}
-
-void controlNote(const cJSON *control, std::uint32_t ifNum, PortTables *tables) {
-    tables->controlFound.set(ifNum);
-    char *chassisId = tables->controlChassisId[ifNum];
-    const cJSON *chassis = cJSON_GetObjectItemCaseSensitive(control, "chassisID");
-    if (cJSON_IsString(chassis))
-        std::snprintf(chassisId, sizeof tables->controlChassisId[ifNum], "%s", chassis->valuestring);
-    const cJSON *desc = cJSON_GetObjectItemCaseSensitive(control, "systemDesc");
-    LOG_TRACE("[%s:%d] AudacLookup: Found Audac control on port %d, chassisID=%s, systemDesc='%s'\r\n", ifNum,
-              printable(chassisId).c_str(), printable(desc->valuestring).c_str());
-}
-
-void controlsScan(openapiClientHandle_t *client, PortTables *tables) {
-    LOG_TRACE("[%s:%d] AudacLookup: Step 1 - scanning LLDP for Audac control devices.\r\n");
-    std::uint32_t textSize = 0;
-    lldpIntfForEach(client, [&](std::uint32_t ifNum) {
-        if (ifNum >= PORT_TABLE_SIZE || !tables->isAudacPort[ifNum])
-            return true;
-        const JsonPtr neighbours(cJSON_CreateArray());
-        if (neighbours == nullptr) {
-            LOG_ERROR("[%s:%d] Could not allocate memory.\r\n");
-            return false;
-        }
-        lldpIntfRemoteAudacInfoGet(client, {ifNum, neighbours.get(), &textSize});
-        const cJSON *control = controlFind(neighbours.get());
-        if (control != nullptr)
-            controlNote(control, ifNum, tables);
-        else
-            LOG_TRACE("[%s:%d] AudacLookup: No Audac control LLDP on port %d, skip.\r\n", ifNum);
-        return true;
-    });
-}
-
-void audioDevicesScan(openapiClientHandle_t *client, const PortTables &tables, cJSON *out) {
-    LOG_TRACE("[%s:%d] AudacLookup: Step 2 - scanning FDB for audio device MACs.\r\n");
-    PhysicalPorts physical(client);
-    fdbForEach(client, [&](const char *mac, std::uint32_t ifNum) {
-        // The marks first: they cost nothing, and most entries are on other ports.
-        if (ifNum >= PORT_TABLE_SIZE || !tables.isAudacPort[ifNum] || !tables.controlFound[ifNum] ||
-            !physical.contains(ifNum)) {
-            return;
-        }
-        if (strcasecmp(mac, tables.controlChassisId[ifNum]) == 0) {
-            LOG_TRACE("[%s:%d] AudacLookup: FDB MAC %s on port %d matches control, skip.\r\n", mac, ifNum);
-            return;
-        }
-        if (std::strcmp(mac, "00:00:00:00:00:00") == 0)
-            return;
-        LOG_TRACE("[%s:%d] AudacLookup: FDB MAC %s on port %d is audio device candidate.\r\n", mac, ifNum);
-        macScanAppend(out, ifNum, mac, DEVICE_TYPE_AUDIO);
-    });
-}
-
-bool scanFill(openapiClientHandle_t *client, cJSON *out) {
-    PortTables tables{};
-    LOG_TRACE("[%s:%d] AudacLookup: audacListGet reading config from '%s'\r\n", kAudacConfig);
-    {
-        const JsonPtr config(jsonFileLoad(kAudacConfig));
-        if (config == nullptr) {
-            LOG_TRACE("[%s:%d] AudacLookup: Failed to read config file '%s'\r\n", kAudacConfig);
-            return false;
-        }
-        const cJSON *ports = cJSON_GetObjectItemCaseSensitive(config.get(), "audacDevicePort");
-        if (ports == nullptr) {
-            LOG_TRACE("[%s:%d] AudacLookup: 'audacDevicePort' not found in config file\r\n");
-            return true;
-        }
-        tables.isAudacPort =
-            configPortSetGet(ports, "[%s:%d] AudacLookup: Added port %d to AUDAC port list\r\n");
-    }
-    controlsScan(client, &tables);
-    audioDevicesScan(client, tables, out);
-    return true;
-}
-
-bool admit(openapiClientHandle_t *, const cJSON *, DetectedDevice *device) {
-    LOG_TRACE("[%s:%d] AudacLookup: detection AUDAC Audio device(mac=%s) online\r\n", device->mac);
-    return true;
-}
-
-std::int32_t audioOnline(openapiClientHandle_t *client, const DetectedDevice &device) {
-    const std::uint32_t audioVlan = audacAudioVlanIdGet();
-    if (audioVlan == 0) {
-        LOG_ERROR("[%s:%d] AudacLookup get audio vlan failed. (audioVlan:%d)\r\n", audioVlan);
-        return RESULT_FAILED;
-    }
-    const std::int32_t result = macAssociationAdd(client, kFamily, device.mac, audioVlan);
-    if (result == RESULT_SUCCESS) {
-        l7proc_logf(LOG_LEVEL_NOTICE, __FILE__, __LINE__, "AUDAC Audio device Join (MAC: %s) on Port 0/%d.",
-                    device.mac, device.port);
-        LOG_INFORM("[%s:%d] AudacLookup: Added VLAN association MAC %s to VLAN %d\r\n", device.mac,
-                   audioVlan);
-    }
-    return result;
-}
-
-std::int32_t controlOnline(openapiClientHandle_t *client, const DetectedDevice &device) {
-    LOG_INFORM("[%s:%d] AudacLookup: Detected AUDAC Control device (MAC: %s) on Port %d, disabling PTP\r\n",
-               device.mac, device.port);
-    const std::int32_t result = ptpTcIntfAdminModeSet(client, device.port, OPEN_DISABLE);
-    if (result != 0) {
-        LOG_ERROR("[%s:%d] AudacLookup: Failed to disable PTP on port %d (result=%d)\r\n", device.port,
-                  result);
-        return result;
-    }
-    l7proc_logf(LOG_LEVEL_NOTICE, __FILE__, __LINE__,
-                "AUDAC Control device Join (MAC: %s) on Port 0/%d, PTP disabled.", device.mac, device.port);
-    return RESULT_SUCCESS;
-}
-
-}  // namespace
-
-std::uint32_t audacAudioVlanIdGet() {
-    return configVlanIdGet(kAudacConfig, "audioVlanID");
-}
-
-std::int32_t audacValidityCheck(openapiClientHandle_t *client) {
-    LOG_TRACE("[%s:%d] AudacLookup: audacValidityCheck called, searching for profileType='%s'\r\n",
-              kProfileType);
-    const std::int32_t vlanId = vlanInfoSelectHasofProfileType(client, kProfileType, kExcludedVlan);
-    if (vlanId == 0) {
-        LOG_TRACE(
-            "[%s:%d] AudacLookup: vlanInfoSelectHasofProfileType returned 0 - no AUDAC profile found in "
-            "DB\r\n");
-        return RESULT_CONFIG_INVALID;
-    }
-    LOG_TRACE("[%s:%d] AudacLookup: found AUDAC profile, vlanId=%d\r\n", vlanId);
-
-    const open_error_t created = openapiVlanCreatedCheck(client, static_cast<std::uint32_t>(vlanId));
-    if (created != OPEN_E_NONE) {
-        LOG_TRACE("[%s:%d] AudacLookup: VLAN %d not created (rc=%d)\r\n", vlanId, created);
-        return RESULT_CONFIG_INVALID;
-    }
-
-    const std::uint32_t audioVlan = audacAudioVlanIdGet();
-    LOG_TRACE("[%s:%d] AudacLookup: audacAudioVlanIdGet returned audioVlan=%d (from %s)\r\n", audioVlan,
-              kAudacConfig);
-    if (audioVlan == 0) {
-        LOG_TRACE("[%s:%d] AudacLookup: audioVlan is 0 - config file missing or invalid\r\n");
-        return RESULT_FAILED;
-    }
-    LOG_TRACE("[%s:%d] AudacLookup: validity check PASSED, audioVlan=%d\r\n", audioVlan);
-    return RESULT_SUCCESS;
-}
-
-void audacListGet(openapiClientHandle_t *client, cJSON *out) {
-    scanFill(client, out);
-}
-
-std::int32_t lldpIntfRemoteAudacInfoGet(openapiClientHandle_t *client, const NeighbourQuery &query) {
-    return neighbourInfoGet(client, query, kNeighbours);
-}
-
-void audacLookup(openapiClientHandle_t *client, DeviceList *list) {
-    macFamilyLookup(client, kFamily, list);
-}
-
-std::int32_t audacOnlineCli(openapiClientHandle_t *client, DetectedDevice *record) {
-    switch (record->type) {
-        case DEVICE_TYPE_AUDIO:
-            return audioOnline(client, *record);
-        case DEVICE_TYPE_CONTROL:
-            return controlOnline(client, *record);
-        default:
-            return RESULT_SUCCESS;
-    }
-}
-
-std::int32_t audacOfflineCli(openapiClientHandle_t *client, DetectedDevice *record) {
-    return macDeviceLeave(client, kFamily, *record);
-}
-
-std::int32_t repairAudacLink(openapiClientHandle_t *client, DeviceList *list) {
-    return macFamilyRepair(client, kFamily, list);
-}
-
-void audacClear(openapiClientHandle_t *client, DeviceList *list) {
-    LOG_TRACE("[%s:%d] AudacLookup found AUDAC profile delete, clear all AUDAC.\r\n");
-    macFamilyClear(client, kFamily, list);
-}
-
 void *detect_audac_thread(void *clientHandle) {
-    auto *client = static_cast<openapiClientHandle_t *>(clientHandle);
-    LOG_INFORM("[%s:%d] AudacLookup Init success!\r\n");
-    if (audacValidityCheck(client) == RESULT_SUCCESS) {
-        deviceListInit(&audacList, detectedDeviceFree, detectedDevicePrint, detectedDeviceCompare);
-        for (;;) {
-            platform::sleepFor(kPeriod);
-            LOG_TRACE("[%s:%d] AudacLookup wake up and start scanning LLDP table.\r\n");
-            const std::int32_t validity = audacValidityCheck(client);
-            if (validity == RESULT_SUCCESS) {
-                repairAudacLink(client, &audacList);
-                audacLookup(client, &audacList);
-            } else if (validity == RESULT_CONFIG_INVALID) {
-                LOG_TRACE("[%s:%d] User already delete AUDAC profile, AudacLookup exit!\r\n");
-                break;
-            } else {
-                LOG_TRACE("[%s:%d] AUDAC Profile not already created, do nothing.\r\n");
-            }
-        }
-    }
-    macFamilyClear(client, kFamily, &audacList);
+    runDetection(audacDetection, clientHandle);
     pthread_exit(nullptr);
 }
+
+std::optional<VlanId> audacAudioVlanIdGet() {
+    const auto config = readProfileConfig(kConfig);
+    return config ? config->audioVlan : std::nullopt;
+}
+
+std::int32_t audacValidityCheck(Switch sw) {
+    logDebug("[%s:%d] AudacLookup: audacValidityCheck called, searching for profileType='%s'\r\n",
+             kProfileType);
+    const ProfileVlan profile = findVlanOfProfileType(sw, kProfileType, kDefaultVlan);
+    if (profile.presence != Presence::Present) {
+        logDebug(
+            "[%s:%d] AudacLookup: vlanInfoSelectHasofProfileType returned 0 - no AUDAC profile found in "
+            "DB\r\n");
+        return codeOf(ResultCode::ConfigInvalid);
+    }
+    logDebug("[%s:%d] AudacLookup: found AUDAC profile, vlanId=%d\r\n", profile.vlan);
+
+    if (const auto created = sw.checkVlan(profile.vlan); !created) {
+        logDebug("[%s:%d] AudacLookup: VLAN %d not created (rc=%d)\r\n", profile.vlan, created.error());
+        return codeOf(ResultCode::ConfigInvalid);
+    }
+
+    const auto audioVlan = audacAudioVlanIdGet();
+    const std::uint32_t shown = audioVlan ? audioVlan->number() : 0;
+    logDebug("[%s:%d] AudacLookup: audacAudioVlanIdGet returned audioVlan=%d (from %s)\r\n", shown,
+             kConfig.path);
+    if (!audioVlan) {
+        logDebug("[%s:%d] AudacLookup: audioVlan is 0 - config file missing or invalid\r\n");
+        return codeOf(ResultCode::Failed);
+    }
+    logDebug("[%s:%d] AudacLookup: validity check PASSED, audioVlan=%d\r\n", shown);
+    return codeOf(ResultCode::Success);
+}
+
+std::optional<std::vector<Sighting>> scanAudacDevices(Switch sw, const Where &where) {
+    logDebug("[%s:%d] AudacLookup: audacListGet reading config from '%s'\r\n", kConfig.path);
+    const auto config = readProfileConfig(kConfig, where);
+    if (!config) {
+        logDebug("[%s:%d] AudacLookup: Failed to read config file '%s'\r\n", kConfig.path);
+        return std::nullopt;
+    }
+    if (!config->ports) {
+        logDebug("[%s:%d] AudacLookup: 'audacDevicePort' not found in config file\r\n");
+        return std::vector<Sighting>();
+    }
+    PortSet ports;
+    for (const IfNum port : *config->ports)
+        if (ports.insert(port))
+            logDebug("[%s:%d] AudacLookup: Added port %d to AUDAC port list\r\n", port);
+    return findAudioDevices(sw, findControlUnits(sw, ports, where));
+}
+
+void audacLookup(Switch sw, DeviceList<DetectedDevice> *devices) {
+    updateDevices(sw, kFamily, devices);
+}
+
+std::int32_t audacOnlineCli(Switch sw, const DetectedDevice &device) {
+    switch (device.type) {
+        case DEVICE_TYPE_AUDIO:
+            return codeOf(joinAudioDevice(sw, device, std::source_location::current()));
+        case DEVICE_TYPE_CONTROL:
+            return codeOf(joinControlUnit(sw, device, std::source_location::current()));
+        default:
+            return codeOf(ResultCode::Success);
+    }
+}
+
+std::int32_t audacOfflineCli(Switch sw, const DetectedDevice &device) {
+    return codeOf(removeDevice(sw, kFamily, device));
+}
+
+std::int32_t repairAudacLink(Switch sw, DeviceList<DetectedDevice> *devices) {
+    const auto repaired = repairDevices(sw, kFamily, devices);
+    return repaired ? kRepaired : codeOf(repaired);
+}
+
+void audacClear(Switch sw, DeviceList<DetectedDevice> *devices) {
+    logDebug("[%s:%d] AudacLookup found AUDAC profile delete, clear all AUDAC.\r\n");
+    clearDevices(sw, kFamily, devices);
+}
+
+}  // namespace pavo

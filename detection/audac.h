@@ -7,46 +7,56 @@
 #ifndef PAVO_DETECTION_AUDAC_H
 #define PAVO_DETECTION_AUDAC_H
 
-#include <cjson/cJSON.h>
-
 #include <cstdint>
+#include <optional>
+#include <source_location>
+#include <vector>
 
 #include "common/device_list.h"
+#include "detection/mac_family.h"
 #include "detection/neighbour.h"
-#include "platform/open_client.h"
+#include "detection/registry.h"
 
-// The detection thread, started with the client handle. Looks every 15 seconds; lets all devices leave and
-// ends by pthread_exit when the profile is gone, at once when there is none.
+namespace pavo {
+
+// Looks every 15 seconds. Ends when the profile is gone, after all devices have left.
+extern const DetectionRow audacDetection;
+
+// The detection thread, started with the client handle; ends by pthread_exit.
 void *detect_audac_thread(void *clientHandle);
 
-// 0 when the Audac profile, its VLAN and its audio VLAN are there; 17001 without profile or VLAN; 10000 when
-// the audio VLAN cannot be read.
-std::int32_t audacValidityCheck(openapiClientHandle_t *client);
+// 0 when the Audac profile, its VLAN and its audio VLAN are there; 17001 without profile or VLAN, also when they
+// cannot be asked for; 10000 when the audio VLAN cannot be read.
+std::int32_t audacValidityCheck(Switch sw);
 
-// The audio VLAN of the configuration file; 0 when there is none.
-std::uint32_t audacAudioVlanIdGet();
+// The audio VLAN of the configuration file, if there is one.
+std::optional<VlanId> audacAudioVlanIdGet();
 
-// Appends the audio devices now on the network to `out`: {"portId", "mac", "type": 2}.
-void audacListGet(openapiClientHandle_t *client, cJSON *out);
+// How the neighbours of a port are read: chassis id, port id and system description.
+extern const NeighbourFamily audacNeighbours;
 
-// The LLDP neighbours of one port: {"systemDesc", "chassisID", "portId"}. See neighbourInfoGet.
-std::int32_t lldpIntfRemoteAudacInfoGet(openapiClientHandle_t *client, const NeighbourQuery &query);
+// The audio devices now on the network (type 2). Nothing while the configuration file cannot be read.
+std::optional<std::vector<Sighting>> scanAudacDevices(Switch sw,
+                                                      const Where &where = std::source_location::current());
 
 // Compares the network with the list: joins, follows and lets leave. While the configuration file cannot be
 // read the list is left alone.
-void audacLookup(openapiClientHandle_t *client, DeviceList *list);
+void audacLookup(Switch sw, DeviceList<DetectedDevice> *devices);
 
 // Join: associates an audio device (type 2) with the audio VLAN, switches PTP off on the port of a control
-// unit (type 1), does nothing for other types. 0 or an error code.
-std::int32_t audacOnlineCli(openapiClientHandle_t *client, DetectedDevice *record);
+// unit (type 1), does nothing for other types. 0, 10000, or the OpEN code of switching PTP off.
+std::int32_t audacOnlineCli(Switch sw, const DetectedDevice &device);
 
-// Leave: removes the association of any type, restores 802.1X control. 0 or an error code.
-std::int32_t audacOfflineCli(openapiClientHandle_t *client, DetectedDevice *record);
+// Leave: removes the association of any type, restores 802.1X control. 0, 10000, or the OpEN code of the latter.
+std::int32_t audacOfflineCli(Switch sw, const DetectedDevice &device);
 
-// Drops devices whose association is missing on the switch. 1, 10000 or 10016; see macFamilyRepair.
-std::int32_t repairAudacLink(openapiClientHandle_t *client, DeviceList *list);
+// Drops devices whose association is missing on the switch. 1; 10000 when the switch does not show its
+// associations; 10016 when its output cannot be read.
+std::int32_t repairAudacLink(Switch sw, DeviceList<DetectedDevice> *devices);
 
 // Lets every device leave and empties the list.
-void audacClear(openapiClientHandle_t *client, DeviceList *list);
+void audacClear(Switch sw, DeviceList<DetectedDevice> *devices);
+
+}  // namespace pavo
 
 #endif

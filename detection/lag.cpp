@@ -1,97 +1,67 @@
 #include "detection/lag.h"
 
 #include <algorithm>
-#include <cstddef>
-#include <memory>
 #include <new>
-#include <span>
+#include <optional>
+#include <vector>
 
 #include "common/log.h"
-#include "common/result.h"
-#include "detection/switch_walks.h"
-#include "swapi/swapi.h"
 #include "swapi/vlan_membership.h"
 
+namespace pavo {
 namespace {
 
-constexpr std::uint32_t kDefaultVlan = 1;
-constexpr std::uint32_t kMembersMax = 4096;  // no switch has larger LAGs
-constexpr std::size_t kSlotsPerMember = 4;   // room to spare
-
-// visit(lagIfNum, members) for every LAG whose members can be read, until it returns false. 0, or 10000.
-template <class Visit>
-std::int32_t lagMembersForEach(openapiClientHandle_t *client, Visit visit) {
-    std::uint32_t max = 0;
-    const std::int32_t result = lagMaxMemberCountGet(client, &max);
-    if (result != 0 || max == 0) {
-        LOG_ERROR("[%s:%d] Bad return code trying to get the LAG member limit. (result = %d, limit = %u)\n",
-                  result, max);
-        return RESULT_FAILED;
+// The first LAG whose members can be read and are as `wanted(members)` says.
+template <class Wanted>
+Result<IfNum> findLag(Switch sw, const Where &where, Wanted wanted) {
+    const auto max = sw.lagMaxMembers();
+    if (!max || *max == 0) {
+        logError(where,
+                 "[%s:%d] Bad return code trying to get the LAG member limit. (result = %d, limit = %u)\n",
+                 codeOf(max), max.value_or(0));
+        return failed(ResultCode::Failed);
     }
-    const std::size_t room = max * kSlotsPerMember;
-    const std::unique_ptr<std::uint32_t[]> members(max <= kMembersMax ? new (std::nothrow) std::uint32_t[room]
-                                                                      : nullptr);
-    if (members == nullptr) {
-        LOG_ERROR("[%s:%d] Failed to allocate memory\n");
-        return RESULT_FAILED;
+    try {
+        for (const IfNum lag : sw.lagsByNext())
+            if (const auto members = sw.lagMembers(lag, *max); members && wanted(*members))
+                return lag;
+    } catch (const std::bad_alloc &) {
+        logError(where, "[%s:%d] Failed to allocate memory\n");
+        return failed(ResultCode::Failed);
     }
-    lagForEach(client, [&](std::uint32_t lagIfNum) {
-        std::uint32_t count = max;
-        open_buffdesc list{static_cast<std::uint32_t>(room * sizeof(std::uint32_t)),
-                           reinterpret_cast<char *>(members.get())};
-        if (rpcclt_openapiLagMembersGet(client, lagIfNum, &count, &list) != OPEN_E_NONE)
-            return true;
-        return visit(lagIfNum, std::span<const std::uint32_t>(members.get(), std::min(count, max)));
-    });
-    return RESULT_SUCCESS;
+    return IfNum();
 }
 
 }  // namespace
 
-std::int32_t phyPortLagNumGet(openapiClientHandle_t *client, std::uint32_t port, std::uint32_t *lagIfNum) {
-    return lagMembersForEach(client, [&](std::uint32_t lag, std::span<const std::uint32_t> members) {
-        if (std::find(members.begin(), members.end(), port) == members.end())
-            return true;
-        *lagIfNum = lag;
-        return false;
+Result<IfNum> phyPortLagNumGet(Switch sw, IfNum port) {
+    return findLag(sw, std::source_location::current(), [port](const std::vector<IfNum> &members) {
+        return std::ranges::find(members, port) != members.end();
     });
 }
 
-std::int32_t freeLagFind(openapiClientHandle_t *client, std::uint32_t *lagIfNum) {
-    return lagMembersForEach(client, [&](std::uint32_t lag, std::span<const std::uint32_t> members) {
-        if (!members.empty())
-            return true;
-        LOG_TRACE("[%s:%d] LightwareLookup: LAG interface %d members is empty\n", lag);
-        *lagIfNum = lag;
-        return false;
-    });
+Result<IfNum> freeLagFind(Switch sw) {
+    const auto lag = findLag(sw, std::source_location::current(),
+                             [](const std::vector<IfNum> &members) { return members.empty(); });
+    if (lag && *lag)
+        logDebug("[%s:%d] LightwareLookup: LAG interface %d members is empty\n", *lag);
+    return lag;
 }
 
-void ifUntaggedSet(openapiClientHandle_t *client, std::uint32_t ifNum, std::uint32_t vlanId) {
-    std::uint32_t pvid = 0;
-    const open_error_t result = openapiVlanIfPvidGet(client, ifNum, &pvid);
-    if (result != OPEN_E_NONE) {
-        LOG_ERROR("[%s:%d] Bad return code trying to get PVID. (result = %d)\n", result);
+void ifUntaggedSet(Switch sw, IfNum ifNum, VlanId vlan) {
+    const auto pvid = readPvid(sw, ifNum);
+    if (!pvid || (*pvid != vlan && !setParticipationAndVerify(sw, ifNum, *pvid, Participation::Auto)) ||
+        !setParticipationAndVerify(sw, ifNum, vlan, Participation::Include))
         return;
-    }
-    if (pvid != vlanId &&
-        vlanIfParticipationSetAndVerify(client, ifNum, pvid, OPEN_VLAN_PARTICIPATION_MODE_AUTO) != 0) {
-        return;
-    }
-    if (vlanIfParticipationSetAndVerify(client, ifNum, vlanId, OPEN_VLAN_PARTICIPATION_MODE_INCLUDE) == 0)
-        vlanIfPvidSetAndVerify(client, ifNum, vlanId);
+    static_cast<void>(setPvidAndVerify(sw, ifNum, vlan));  // the last step; it has logged its failure
 }
 
-void ifUntaggingClear(openapiClientHandle_t *client, std::uint32_t ifNum) {
-    std::uint32_t pvid = 0;
-    const open_error_t result = openapiVlanIfPvidGet(client, ifNum, &pvid);
-    if (result != OPEN_E_NONE) {
-        LOG_ERROR("[%s:%d] Bad return code trying to get PVID. (result = %d)\n", result);
+void ifUntaggingClear(Switch sw, IfNum ifNum) {
+    const auto pvid = readPvid(sw, ifNum);
+    if (!pvid || !setParticipationAndVerify(sw, ifNum, *pvid, Participation::Auto) ||
+        !setParticipationAndVerify(sw, ifNum, kDefaultVlan, Participation::Include))
         return;
-    }
-    if (vlanIfParticipationSetAndVerify(client, ifNum, pvid, OPEN_VLAN_PARTICIPATION_MODE_AUTO) == 0 &&
-        vlanIfParticipationSetAndVerify(client, ifNum, kDefaultVlan, OPEN_VLAN_PARTICIPATION_MODE_INCLUDE) ==
-            0) {
-        vlanIfPvidSetAndVerify(client, ifNum, kDefaultVlan);
-    }
+    static_cast<void>(setPvidAndVerify(sw, ifNum, kDefaultVlan));
 }
+
+}  // namespace pavo

@@ -1,23 +1,29 @@
-// Link aggregations (LAGs) and their untagged VLAN, as the detection threads change them.
+// Link aggregations (LAGs) and the untagged VLAN of an interface, as the detection threads change them.
+// Failures are logged here.
 #ifndef PAVO_DETECTION_LAG_H
 #define PAVO_DETECTION_LAG_H
 
-#include <cstdint>
+#include <source_location>
 
-#include "platform/open_client.h"
+#include "common/result.h"
+#include "swapi/switch.h"
 
-// The LAG that has `port` as a member; *lagIfNum is untouched when there is none. 0, or 10000 when the
-// members of LAGs cannot be read.
-std::int32_t phyPortLagNumGet(openapiClientHandle_t *client, std::uint32_t port, std::uint32_t *lagIfNum);
+namespace pavo {
 
-// The first LAG without members; *lagIfNum is untouched when there is none. 0, or 10000 as above.
-std::int32_t freeLagFind(openapiClientHandle_t *client, std::uint32_t *lagIfNum);
+// The LAG that has `port` as a member, IfNum() when there is none. Failed when the members of LAGs cannot be
+// read.
+Result<IfNum> phyPortLagNumGet(Switch sw, IfNum port);
 
-// Takes the interface out of the VLAN of its PVID and makes it an untagged member of `vlanId`. Ends at the
-// first failure, which is logged.
-void ifUntaggedSet(openapiClientHandle_t *client, std::uint32_t ifNum, std::uint32_t vlanId);
+// The first LAG without members, IfNum() when there is none. Failed as above.
+Result<IfNum> freeLagFind(Switch sw);
 
-// Puts the interface back into VLAN 1. Ends at the first failure, which is logged.
-void ifUntaggingClear(openapiClientHandle_t *client, std::uint32_t ifNum);
+// Takes the interface out of the VLAN of its PVID and makes it an untagged member of `vlan`. Ends at the first
+// failure.
+void ifUntaggedSet(Switch sw, IfNum ifNum, VlanId vlan);
+
+// Puts the interface back into VLAN 1. Ends at the first failure.
+void ifUntaggingClear(Switch sw, IfNum ifNum);
+
+}  // namespace pavo
 
 #endif

@@ -1,48 +1,67 @@
-// Reading the LLDP neighbours of one port, for all device families.
+// Reading the LLDP neighbours of a port, for all device families.
 #ifndef PAVO_DETECTION_NEIGHBOUR_H
 #define PAVO_DETECTION_NEIGHBOUR_H
 
-#include <cjson/cJSON.h>
-
+#include <array>
+#include <cstddef>
 #include <cstdint>
+#include <optional>
+#include <source_location>
 #include <span>
 #include <string>
+#include <string_view>
+#include <vector>
 
-#include "detection/log_text.h"
-#include "platform/open_client.h"
+#include "common/log_format.h"
+#include "swapi/switch.h"
 
-enum class NeighbourField { chassisId, portId, systemDesc, portDesc };
+namespace pavo {
 
-// What is read of a neighbour, and the key it gets in the neighbour's object.
-struct NeighbourRead {
-    NeighbourField field;
-    const char *key;
+// The strings of a neighbour that have been read. They come from the network: for the log only as printable().
+class Neighbour {
+  public:
+    std::optional<std::string> &operator[](NeighbourField field) {
+        return texts_[static_cast<std::size_t>(field)];
+    }
+    const std::optional<std::string> &operator[](NeighbourField field) const {
+        return texts_[static_cast<std::size_t>(field)];
+    }
+
+  private:
+    std::array<std::optional<std::string>, static_cast<std::size_t>(NeighbourField::PortDesc) + 1> texts_;
 };
 
-// How one family reads neighbours. A neighbour's object is appended once its system description is read and
-// fits the prefix; texts read before go in with it, those read after are added as they come. So a neighbour
-// whose later reads fail stays behind with keys missing.
+// How one family reads neighbours. A neighbour counts once its system description is read and begins with the
+// prefix; so one whose later reads fail stays behind with strings missing. Formats may be left out.
 struct NeighbourFamily {
-    std::span<const NeighbourRead> reads;                              // in this order
-    const char *prefix = nullptr;                                      // of the description; null: any
-    LogText<std::uint32_t, std::uint32_t, std::uint32_t> walkStart{};  // ifNum, remIndex, timeStamp
-    LogText<const char *> descriptionRead{};                           // before the prefix is looked at
+    std::span<const NeighbourField> reads;  // in this order; the system description is among them
+    std::string_view prefix{};              // of the description; empty: any
+    LogFormat<IfNum, std::uint32_t, std::uint32_t> walkStart{};  // port, and 0, 0: before the first
+    LogFormat<std::string> descriptionRead{};                    // before the prefix is looked at
 };
 
-// One port to read, and the JSON array that receives its neighbours. Who reads many ports keeps `textSize`,
-// 0 before the first, so that the switch is asked only once how long its texts are.
-struct NeighbourQuery {
-    std::uint32_t ifNum;
-    cJSON *array;
-    std::uint32_t *textSize = nullptr;
+struct PortNeighbours {
+    std::vector<Neighbour> neighbours;
+    // Failed when a read failed, which ended the walk, and InvalidPointer when memory ran out; both logged.
+    Result<> outcome;
 };
 
-// 0; 10000 when a read fails, which ends the walk, and 10002 without memory (both logged). Neighbours read
-// until then are in the array.
-std::int32_t neighbourInfoGet(openapiClientHandle_t *client, const NeighbourQuery &query,
-                              const NeighbourFamily &family);
+// Reads port after port. For one scan: the switch is asked only once how long its strings are.
+class NeighbourReader {
+  public:
+    NeighbourReader(Switch sw, const NeighbourFamily &family) : switch_(sw), family_(family) {}
 
-// A text from the network as it may be logged: control characters become dots.
-std::string printable(const char *text);
+    PortNeighbours read(IfNum port, Where where = std::source_location::current());
+
+  private:
+    Result<> walk(IfNum port, std::vector<Neighbour> &neighbours, const Where &where);
+    Result<> readOne(const NeighbourKey &key, std::vector<Neighbour> &neighbours, const Where &where) const;
+
+    Switch switch_;
+    const NeighbourFamily &family_;
+    std::uint32_t textSize_ = 0;  // 0: not asked yet
+};
+
+}  // namespace pavo
 
 #endif

@@ -1,35 +1,43 @@
 #include "detection/profile_config.h"
 
-#include "common/owners.h"
-#include "common/result.h"
+#include "common/files.h"
+#include "common/json.h"
 
+namespace pavo {
 namespace {
 
-constexpr int kVlanIdMax = 4094;
+std::optional<VlanId> vlanMember(const cJSON *object, const char *key) {
+    const cJSON *const number = member(object, key);
+    return cJSON_IsNumber(number) ? VlanId::from(number->valueint) : std::nullopt;
+}
+
+// Nothing that is missing; no numbers in what is no array.
+std::optional<std::vector<IfNum>> portsMember(const cJSON *object, const char *key) {
+    const cJSON *const array = member(object, key);
+    if (array == nullptr)
+        return std::nullopt;
+    std::vector<IfNum> ports;
+    const cJSON *element = nullptr;
+    if (cJSON_IsArray(array))
+        cJSON_ArrayForEach(element, array) if (cJSON_IsNumber(element))
+            ports.emplace_back(static_cast<std::uint32_t>(element->valueint));
+    return ports;
+}
 
 }  // namespace
 
-std::uint32_t configVlanIdGet(const char *path, const char *key) {
-    const JsonPtr config(jsonFileLoad(path));
-    const cJSON *vlanId = cJSON_GetObjectItemCaseSensitive(config.get(), key);
-    if (!cJSON_IsNumber(vlanId) || vlanId->valueint < 1 || vlanId->valueint > kVlanIdMax)
-        return 0;
-    return static_cast<std::uint32_t>(vlanId->valueint);
+std::optional<ProfileConfig> readProfileConfig(const ProfileConfigFile &file, Where where) {
+    const auto text = readFile(file.path, JSON_FILE_MAX, where);
+    return text ? file.parse(*text) : std::nullopt;
 }
 
-PortSet configPortSetGet(const cJSON *ports, const LogText<std::uint32_t> &added) {
-    PortSet set;
-    if (!cJSON_IsArray(ports))
-        return set;
-    const cJSON *element = nullptr;
-    cJSON_ArrayForEach(element, ports) {
-        if (!cJSON_IsNumber(element) || element->valueint < 1 ||
-            element->valueint >= static_cast<int>(PORT_TABLE_SIZE)) {
-            continue;
-        }
-        const auto port = static_cast<std::uint32_t>(element->valueint);
-        set.set(port);
-        added.write(LOG_LEVEL_DEBUG, __func__, __LINE__, port);
-    }
-    return set;
+std::optional<ProfileConfig> parseProfileConfig(const std::string &text, const char *portsKey) {
+    const JsonPtr config(cJSON_Parse(text.c_str()));
+    if (config == nullptr)
+        return std::nullopt;
+    return ProfileConfig{.audioVlan = vlanMember(config.get(), "audioVlanID"),
+                         .controlVlan = vlanMember(config.get(), "controlVlanID"),
+                         .ports = portsMember(config.get(), portsKey)};
 }
+
+}  // namespace pavo

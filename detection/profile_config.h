@@ -1,24 +1,42 @@
-// What the detection threads read from the files that the profile operations write.
+// What the detection threads read from the files that profile operations write for them.
 #ifndef PAVO_DETECTION_PROFILE_CONFIG_H
 #define PAVO_DETECTION_PROFILE_CONFIG_H
 
-#include <cjson/cJSON.h>
+#include <optional>
+#include <source_location>
+#include <string>
+#include <vector>
 
-#include <bitset>
-#include <cstdint>
+#include "common/if_num.h"
+#include "common/vlan_id.h"
+#include "common/where.h"
 
-#include "detection/log_text.h"
+namespace pavo {
 
-// Tables per port are indexed by ifNum and cover 1 to 767.
-inline constexpr std::uint32_t PORT_TABLE_SIZE = 768;
-using PortSet = std::bitset<PORT_TABLE_SIZE>;
+// What is in the file of one profile, as far as it is there and makes sense.
+struct ProfileConfig {
+    std::optional<VlanId> audioVlan;
+    std::optional<VlanId> controlVlan;
+    // The ports to look at, in the order of the file and with what no port has as its number; nothing when the
+    // file does not speak of them.
+    std::optional<std::vector<IfNum>> ports;
+};
 
-// The VLAN id under `key` of a JSON file (a fixed path); 0 when the file cannot be read, lacks the key or
-// holds anything but a number from 1 to 4094 there.
-std::uint32_t configVlanIdGet(const char *path, const char *key);
+// The file of a family: where it is (a fixed path), and how its text is read. The text is nobody's promise: a
+// parser takes any, and says nothing for one that is no JSON.
+struct ProfileConfigFile {
+    const char *path;
+    std::optional<ProfileConfig> (*parse)(const std::string &text);
+};
 
-// The ifNums in the JSON array `ports`, fractions cut; whatever is no number from 1 to 767 is passed over.
-// `added` is logged for each element taken.
-PortSet configPortSetGet(const cJSON *ports, const LogText<std::uint32_t> &added);
+// Nothing when the file is missing, too large or does not parse.
+std::optional<ProfileConfig> readProfileConfig(const ProfileConfigFile &file,
+                                               Where where = std::source_location::current());
+
+// The common form: {"audioVlanID": 20, "controlVlanID": 10, `portsKey`: [5, 6]}. Numbers lose their fractions;
+// whatever is no number is passed over.
+std::optional<ProfileConfig> parseProfileConfig(const std::string &text, const char *portsKey);
+
+}  // namespace pavo
 
 #endif

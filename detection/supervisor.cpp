@@ -1,75 +1,73 @@
 #include "detection/supervisor.h"
 
 #include <chrono>
-#include <cstdint>
+#include <source_location>
 
 #include "common/log.h"
-#include "detection/audac.h"
-#include "detection/lightware.h"
 #include "platform/clock.h"
 #include "platform/l7proc.h"
-#include "store/profile_db.h"
 
+namespace pavo {
 namespace {
 
 constexpr std::chrono::seconds kPassPeriod{30};
-constexpr std::chrono::seconds kLightwareRestartPause{1};
 
 }  // namespace
 
-bool Supervisor::lightwareStart() {
-    lightwareRunning = 1;
-    if (create_(&lightwareId_, lightwareAttributes_->get(), detect_lightware_thread, client_) != 0) {
-        lightwareRunning = 0;
-        return false;
-    }
-    return true;
+Supervisor::Supervisor(openapiClientHandle_t *client, ThreadCreate create,
+                       std::span<const DetectionRow *const> rows)
+    : client_(client), create_(create) {
+    for (const DetectionRow *row : rows)
+        threads_.emplace_back(row);
+}
+
+bool Supervisor::createThread(Thread *thread, const LogFormat<> &failure, const Where &where) {
+    // Marked before the thread exists: it may end before `create_` returns.
+    thread->row->running->store(1);
+    if (create_(&thread->id, thread->attributes->get(), thread->row->entry, client_) == 0)
+        return true;
+    thread->row->running->store(0);
+    logError(where, failure);
+    return thread->row->onStartFailure == StartFailure::TryAgain;
 }
 
 bool Supervisor::start() {
-    audacAttributes_.emplace();
-    lightwareAttributes_.emplace();
-    if (audac_.start(create_, *audacAttributes_, detect_audac_thread, client_) != 0) {
-        LOG_ERROR("[%s:%d] Fatal error unable to create detect audac thread!");
-        return false;
-    }
-    if (!lightwareStart()) {
-        LOG_ERROR("[%s:%d] Fatal error unable to create detect lightware thread!");
-        return false;
-    }
+    for (Thread &thread : threads_)
+        thread.attributes.emplace();
+    for (Thread &thread : threads_)
+        if (!createThread(&thread, thread.row->notCreated, std::source_location::current()))
+            return false;
     return true;
 }
 
 bool Supervisor::pass() {
-    if (!audac_.alive() && audacValidityCheck(client_) == 0 &&
-        audac_.start(create_, *audacAttributes_, detect_audac_thread, client_) != 0) {
-        LOG_ERROR("[%s:%d] Fatal error unable to recreate detect audac thread!");
-        return false;
-    }
-
-    std::uint32_t vlanId = 0;
-    if (lightwareRunning != 0 || lightwareVlanIdGet(client_, &vlanId) != 0)
-        return true;
-    lightwareAttributes_.reset();
-    platform::sleepFor(kLightwareRestartPause);
-    lightwareAttributes_.emplace();
-    if (!lightwareStart()) {
-        LOG_ERROR("[%s:%d] Fatal error unable to recreate detect lightware thread!");
-        return false;
+    for (Thread &thread : threads_) {
+        const DetectionRow &row = *thread.row;
+        if (*row.running != 0 || !row.loop.hasReason(client_))
+            continue;
+        if (row.restartPause != std::chrono::seconds{0}) {
+            thread.attributes.reset();
+            platform::sleepFor(row.restartPause);
+            thread.attributes.emplace();
+        }
+        if (!createThread(&thread, row.notRecreated, std::source_location::current()))
+            return false;
     }
     return true;
 }
 
 void Supervisor::run() {
-    do {
+    do
         platform::sleepFor(kPassPeriod);
-    } while (pass());
+    while (pass());
 }
 
 void Supervisor::stop() {
-    audacAttributes_.reset();
-    lightwareAttributes_.reset();
+    for (Thread &thread : threads_)
+        thread.attributes.reset();
     l7proc_logf(LOG_LEVEL_INFO, __FILE__, __LINE__, "Stopping System API application");
     openapiClientTearDown(client_);
     devmgrLogClose();
 }
+
+}  // namespace pavo

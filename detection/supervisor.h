@@ -1,27 +1,31 @@
-// The daemon after its registration: starts the detection threads, keeps them running and shuts down.
+// The daemon after its registration: starts the threads of the registry, keeps them running and shuts down.
 #ifndef PAVO_DETECTION_SUPERVISOR_H
 #define PAVO_DETECTION_SUPERVISOR_H
 
 #include <pthread.h>
 
+#include <list>
 #include <optional>
+#include <span>
 
-#include "detection/worker.h"
+#include "detection/registry.h"
+#include "detection/thread.h"
 #include "platform/open_client.h"
+
+namespace pavo {
 
 // Used by one thread. The client handle must outlive the detection threads, that is: live as long as the
 // process.
 class Supervisor {
   public:
-    explicit Supervisor(openapiClientHandle_t *client, ThreadCreate create = pthread_create)
-        : client_(client), create_(create) {}
+    explicit Supervisor(openapiClientHandle_t *client, ThreadCreate create = pthread_create,
+                        std::span<const DetectionRow *const> rows = detectionRows());
 
-    // Creates the Audac and the Lightware thread. False when one cannot be created: shut down then, even
-    // though the other may be running.
+    // Creates the threads. False when one cannot be created that the daemon does not go on without: shut down
+    // then, even though others may be running.
     bool start();
 
-    // One look after the threads: creates again one that has ended, once its profile is there. False when a
-    // creation fails: shut down then.
+    // One look after the threads: creates again each that has ended, once it has a reason to run. False as above.
     bool pass();
 
     // A pass every 30 seconds; returns only when one fails.
@@ -31,14 +35,20 @@ class Supervisor {
     void stop();
 
   private:
-    bool lightwareStart();
+    struct Thread {
+        const DetectionRow *row;
+        std::optional<ThreadAttributes> attributes{};
+        pthread_t id{};
+    };
+
+    // Creates the thread and logs `failure` when that fails. False when the daemon does not go on then.
+    bool createThread(Thread *thread, const LogFormat<> &failure, const Where &where);
 
     openapiClientHandle_t *client_;
     ThreadCreate create_;
-    std::optional<ThreadAttributes> audacAttributes_;
-    std::optional<ThreadAttributes> lightwareAttributes_;
-    Worker audac_;
-    pthread_t lightwareId_{};
+    std::list<Thread> threads_;
 };
+
+}  // namespace pavo
 
 #endif

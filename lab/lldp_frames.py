@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Builds LLDP frames, sound and malformed ones, as lines for `frames raw`.
+"""Builds LLDP frames, valid and malformed ones, as lines for `frames raw`.
 
 As a program it prints all cases, or those named: a comment line with the case's name, then its frames in hexadecimal.
 """
@@ -26,7 +26,7 @@ def mac_bytes(text):
 
 
 def tlv(kind, value, length=None):
-    """A TLV; `length` claims another length than the value has."""
+    """A TLV; `length` claims a length other than that of the value."""
     claimed = len(value) if length is None else length
     if not 0 <= kind <= 127 or not 0 <= claimed <= LENGTH_MAX:
         raise ValueError(f"no such TLV: type {kind}, length {claimed}")
@@ -51,7 +51,7 @@ def management_tlv(address):
 
 
 def frame(source, payload, to=NEAREST_BRIDGE):
-    """The whole frame, padded to the least an Ethernet carries."""
+    """The whole frame, padded to the Ethernet minimum."""
     return (mac_bytes(to) + mac_bytes(source) + struct.pack("!H", ETHER_TYPE) + payload).ljust(60, b"\0")
 
 
@@ -60,7 +60,7 @@ def mandatory(chassis, port=None, ttl=120):
 
 
 def lldpdu(chassis, port=None, ttl=120, port_desc=None, sys_name=None, sys_desc=None, address=None, end=True):
-    """A data unit with the given fields; texts are str or bytes, None leaves a TLV out."""
+    """A data unit with the given fields; strings are str or bytes, None leaves a TLV out."""
     out = mandatory(chassis, port, ttl)
     for kind, value in ((PORT_DESC, port_desc), (SYS_NAME, sys_name), (SYS_DESC, sys_desc)):
         if value is not None:
@@ -71,14 +71,14 @@ def lldpdu(chassis, port=None, ttl=120, port_desc=None, sys_name=None, sys_desc=
 
 
 def neighbour(source, n):
-    """The n-th of several neighbours behind one port: own chassis, own address."""
+    """The n-th of several neighbours behind one port: a chassis and an address of its own."""
     mac = mac_bytes(source)[:3] + n.to_bytes(3, "big")
     text = mac.hex(":")
     return frame(text, lldpdu(text, port_desc=str(n), sys_name=f"neighbour-{n}", sys_desc=f"Audac unit {n}"))
 
 
 def mutations(sound, count, seed):
-    """Copies of a frame with bytes changed, inserted, removed or cut off behind the Ethernet header."""
+    """Copies of a frame with bytes changed, inserted, removed or cut off after the Ethernet header."""
     chance = random.Random(seed)
     out = []
     for _ in range(count):
@@ -108,7 +108,7 @@ def cases(source, sys_desc="Audac control unit, firmware 2.4", seed=1, mutants=5
     base = chassis + port + life
     sound = lldpdu(source, port_desc="eth0", sys_name="unit", sys_desc=sys_desc, address="10.50.0.99")
     long_text = (text_of(sys_desc) + b" ").ljust(LENGTH_MAX, b"x")
-    # As many longest TLVs as fit, then one that is cut by the end of the frame.
+    # As many TLVs of maximum length as fit, then one that the end of the frame cuts.
     whole = base + tlv(PORT_DESC, b"p" * LENGTH_MAX) + tlv(SYS_NAME, b"n" * LENGTH_MAX) + tlv(SYS_DESC, long_text)
 
     def one(name, *payloads):

@@ -91,9 +91,9 @@ DbResult<> deleteProfileRow(std::int32_t id, Where where = std::source_location:
 // The fields of a row that are to change. An update of none is refused by SQLite.
 struct ProfileRowChange {
     std::int32_t vlanType = 0;  // 0: kept
-    std::optional<std::string_view> profileName;
-    std::optional<std::string_view> profileType;
-    std::optional<std::string_view> color;
+    std::optional<std::string_view> profileName{};
+    std::optional<std::string_view> profileType{};
+    std::optional<std::string_view> color{};
 };
 DbResult<> updateProfileRow(std::int32_t id, const ProfileRowChange &change,
                             Where where = std::source_location::current());

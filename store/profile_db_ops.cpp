@@ -65,20 +65,19 @@ int vlanInfoDeleteById(std::int32_t id) {
 
 int vlanInfoSelectById(std::int32_t id, std::int32_t *vlanType, char profileName[VLAN_INFO_NAME_SIZE],
                        char profileType[VLAN_INFO_TYPE_SIZE], char color[VLAN_INFO_COLOR_SIZE]) {
-    const auto row = readProfileRow(id);
-    if (!row || !*row)
+    const auto row = readProfileRow(id).value_or(std::nullopt);
+    if (!row)
         return 0;
     if (vlanType != nullptr)
-        *vlanType = (*row)->vlanType;
-    fill<VLAN_INFO_NAME_SIZE>(profileName, (*row)->profileName);
-    fill<VLAN_INFO_TYPE_SIZE>(profileType, (*row)->profileType);
-    fill<VLAN_INFO_COLOR_SIZE>(color, (*row)->color);
+        *vlanType = row->vlanType;
+    fill<VLAN_INFO_NAME_SIZE>(profileName, row->profileName);
+    fill<VLAN_INFO_TYPE_SIZE>(profileType, row->profileType);
+    fill<VLAN_INFO_COLOR_SIZE>(color, row->color);
     return 1;
 }
 
 int vlanInfoSelectRowsById(std::int32_t id) {
-    const auto row = readProfileRow(id);
-    return row && *row ? 1 : 0;
+    return readProfileRow(id).value_or(std::nullopt) ? 1 : 0;
 }
 
 int vlanInfoSelectAll(VlanInfoRowList *list) {

@@ -25,9 +25,9 @@ struct VlanRouting {
 
 // What a VLAN was before the profile.
 struct VlanHistory {
-    bool created = true;                    // the profile created the VLAN
-    std::string oldName;                    // its name on the switch before; empty: the default one
-    std::optional<VlanRouting> oldRouting;  // its VLAN interface before, once the profile has changed that
+    bool created = true;                      // the profile created the VLAN
+    std::string oldName{};                    // its name on the switch before; empty: the default one
+    std::optional<VlanRouting> oldRouting{};  // its VLAN interface before, once the profile has changed that
 
     bool operator==(const VlanHistory &) const = default;
 };
@@ -42,8 +42,8 @@ struct VlanSettings {
     // From the text of the file; keys that are missing or make no sense leave their member as it is above.
     // Nothing when the text does not parse.
     static std::optional<VlanSettings> parse(const std::string &text);
-    // The text of the file, with an empty list and a fresh history where there is none; empty when memory runs
-    // out.
+    // The text of the file, with an empty list and a fresh history where there is none; empty when memory
+    // runs out.
     std::string print(VlanId id) const;
 };
 

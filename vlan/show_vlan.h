@@ -10,8 +10,8 @@
 namespace pavo {
 
 // The numbers of the rows, as they are listed, at most `most`. A row begins with a number from 1 to 4096,
-// followed by a name, and says that the VLAN is "Static", "Dynamic" or "Default"; other lines are passed over.
-// Lines are read in pieces of 511 bytes.
+// followed by a name, and says that the VLAN is "Static", "Dynamic" or "Default"; other lines are passed
+// over. Lines are read in pieces of 511 bytes.
 std::vector<std::uint32_t> parseShowVlan(std::string_view shown, std::size_t most);
 
 }  // namespace pavo

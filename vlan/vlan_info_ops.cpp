@@ -132,15 +132,14 @@ std::int32_t vlanBaseInfoGet(Switch sw, std::uint32_t vlanId, VLAN_INFO_T *info)
     const auto id = VlanId::from(vlanId);
     if (!id)
         return kSuccess;
+    VlanPicture unread;  // of a VLAN that is there but could not be read
+    unread.id = *id;
     const auto base = readVlanBase(sw, *id);
-    if (base && !*base)
+    std::optional<VlanPicture> picture = base.value_or(unread);
+    if (!picture)
         return kSuccess;
-    VlanPicture picture;  // what it is by default, of a VLAN that could not be read
-    picture.id = *id;
-    if (base)
-        picture = **base;
-    picture.profileType.resize(std::min(picture.profileType.size(), kProfileNameMax));
-    fillBase(*info, picture);
+    picture->profileType.resize(std::min(picture->profileType.size(), kProfileNameMax));
+    fillBase(*info, *picture);
     return codeOf(base);
 }
 

@@ -1,7 +1,8 @@
 // Which ports and LAGs are in which VLAN.
 //
-// "Untagged" means everywhere that the interface's PVID is the VLAN. An interface that cannot be read is in no
-// VLAN. A LAG without members is in no VLAN either. Failures are logged on behalf of `where`.
+// "Untagged" means everywhere that the interface's PVID is the VLAN. An interface that cannot be read is in
+// no VLAN; neither is a LAG without members. Failures are logged on behalf of the operation that `where`
+// names.
 #ifndef PAVO_VLAN_VLAN_MEMBERS_H
 #define PAVO_VLAN_VLAN_MEMBERS_H
 
@@ -15,8 +16,8 @@
 
 namespace pavo {
 
-// Interface numbers of ports, and numbers of LAGs (1 for the first LAG interface), in the order of the switch's
-// walk.
+// Interface numbers of ports, and numbers of LAGs (1 for the first LAG interface), in the order of the
+// switch's walk.
 struct VlanMembers {
     std::vector<IfNum> taggedPorts;
     std::vector<IfNum> untaggedPorts;

@@ -92,8 +92,8 @@ void applyProfiles(Switch sw, std::vector<VlanPicture> &pictures, const Where &w
     late.resize(ids.size());
     SwitchNames names(sw, where);
     for (std::size_t i = 0; i < unlisted.size(); ++i)
-        if (late[i])
-            applyRow(*unlisted[i], *late[i]);
+        if (const auto &row = late[i])
+            applyRow(*unlisted[i], *row);
         else if (ids[i] == kDefaultVlan)
             seedDefaultVlan(*unlisted[i], where);
         else
@@ -161,8 +161,9 @@ Result<std::optional<VlanPicture>> readVlanBase(Switch sw, VlanId id, Where wher
     // The switch's name is only read: the display name is that of the profile.
     if (const auto name = readName(sw, id, *size, where); !name)
         return std::unexpected(name.error());
-    if (const auto row = readProfileRow(static_cast<std::int32_t>(id.number()), where); row && *row) {
-        applyRow(picture, **row);
+    const auto row = readProfileRow(static_cast<std::int32_t>(id.number()), where).value_or(std::nullopt);
+    if (row) {
+        applyRow(picture, *row);
     } else if (id == kDefaultVlan) {
         seedDefaultVlan(picture, where);
     } else {

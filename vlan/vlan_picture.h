@@ -30,16 +30,17 @@ struct VlanPicture {
     VlanMembers members;
 };
 
-// Every VLAN of the switch, ascending; each port and LAG is asked once, not once per VLAN. Failed when there is
-// no LAG interface. What a profile does not name has its name on the switch or, without one, "VLAN10".
+// Every VLAN of the switch, ascending; each port and LAG is asked once, not once per VLAN. Failed when there
+// is no LAG interface. A VLAN that no profile names has its name on the switch or, without one, "VLAN10". A
+// port or LAG in a VLAN that is not on the switch counts for the first one.
 Result<std::vector<VlanPicture>> readVlanPictures(Switch sw, Where where = std::source_location::current());
 
 // The same without the members.
 std::vector<VlanPicture> readVlanBases(Switch sw, Where where = std::source_location::current());
 
-// One VLAN, without its members, isManagement and ptpTc; nothing when it is not on the switch. What a profile
-// does not name is "VLAN0010". Failed when the switch has no names, InvalidPointer when there is no memory for
-// one.
+// One VLAN, without its members, isManagement and ptpTc; nothing when it is not on the switch. A VLAN that no
+// profile names is "VLAN0010". Failed when the switch has no names, InvalidPointer when there is no memory
+// for one.
 Result<std::optional<VlanPicture>> readVlanBase(Switch sw, VlanId id,
                                                 Where where = std::source_location::current());
 

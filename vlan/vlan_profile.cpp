@@ -29,8 +29,8 @@ Result<std::vector<VlanProfile>> readVlanProfiles(std::span<const VlanId> ids, W
     ProfileTemplateCache templates;
     std::vector<VlanProfile> profiles(ids.size());
     for (std::size_t i = 0; i < ids.size(); ++i) {
-        if ((*rows)[i])
-            profiles[i] = makeProfile(*(*rows)[i], templates);
+        if (const auto &row = (*rows)[i])
+            profiles[i] = makeProfile(*row, templates);
         if (const ProfileType *const type = findProfileType(profiles[i].profileType))
             profiles[i].attributes = type->attributes;
         if (const auto settings = readVlanSettings(ids[i]))

@@ -1,5 +1,6 @@
-// What the profiles of VLANs turn on or change, from the profile database, the templates, the table of profile
-// types and the settings files. Any thread may call these functions; failures are logged on behalf of `where`.
+// What the profiles of VLANs turn on or change, from the profile database, the templates, the table of
+// profile types and the settings files. Any thread may call these functions; failures are logged on behalf of
+// the operation that `where` names.
 #ifndef PAVO_VLAN_VLAN_PROFILE_H
 #define PAVO_VLAN_VLAN_PROFILE_H
 

@@ -17,41 +17,30 @@ namespace {
 using Demand = ProfileDemand;
 using Attributes = ProfileTypeAttributes;
 
-// What of a row the quick scan has: only these are told apart by it.
+// Which bits of a row the quick scan sets.
 enum class Quick { None, Feature, Both };
 
 struct DemandBit {
     std::uint32_t bit;
+    Quick quick;
     bool Demand::*feature;
-    bool Demand::*specified = nullptr;
-    Quick quick = Quick::None;
+    bool Demand::*specified = nullptr;  // null: sets no specified bit
 };
 
 constexpr DemandBit kDemandBits[] = {
-    {.bit = VLAN_PROFILE_PTP, .feature = &Demand::ptpTc, .quick = Quick::Feature},
-    {.bit = VLAN_PROFILE_AVB, .feature = &Demand::avb, .specified = &Demand::avb, .quick = Quick::Both},
-    {.bit = VLAN_PROFILE_FLOW_CONTROL,
-     .feature = &Demand::flowControl,
-     .specified = &Demand::flowControlStated,
-     .quick = Quick::Both},
-    {.bit = VLAN_PROFILE_POE, .feature = &Demand::poe, .specified = &Demand::poe},
-    {.bit = VLAN_PROFILE_QUERY_INTERVAL,
-     .feature = &Demand::queryInterval,
-     .specified = &Demand::queryInterval},
-    {.bit = VLAN_PROFILE_MTU, .feature = &Demand::mtuOff},
-    {.bit = VLAN_PROFILE_STORM_OFF, .feature = &Demand::stormOff, .specified = &Demand::stormOff},
-    {.bit = VLAN_PROFILE_QOS, .feature = &Demand::qos, .specified = &Demand::qos},
-    {.bit = VLAN_PROFILE_SONOS,
-     .feature = &Demand::sonos,
-     .specified = &Demand::sonos,
-     .quick = Quick::Feature},
-    {.bit = VLAN_PROFILE_LLDP_OFF, .feature = &Demand::lldpOff, .specified = &Demand::lldpOff},
-    {.bit = VLAN_PROFILE_ISDP_OFF, .feature = &Demand::isdpOff, .specified = &Demand::isdpOff},
-    {.bit = VLAN_PROFILE_STP_OFF, .feature = &Demand::stpOff, .specified = &Demand::stpOff},
-    {.bit = VLAN_PROFILE_PTP_BC,
-     .feature = &Demand::ptpBoundaryClock,
-     .specified = &Demand::ptpBoundaryClock,
-     .quick = Quick::Both},
+    {VLAN_PROFILE_PTP, Quick::Feature, &Demand::ptpTc},
+    {VLAN_PROFILE_AVB, Quick::Both, &Demand::avb, &Demand::avb},
+    {VLAN_PROFILE_FLOW_CONTROL, Quick::Both, &Demand::flowControl, &Demand::flowControlStated},
+    {VLAN_PROFILE_POE, Quick::None, &Demand::poe, &Demand::poe},
+    {VLAN_PROFILE_QUERY_INTERVAL, Quick::None, &Demand::queryInterval, &Demand::queryInterval},
+    {VLAN_PROFILE_MTU, Quick::None, &Demand::mtuOff},
+    {VLAN_PROFILE_STORM_OFF, Quick::None, &Demand::stormOff, &Demand::stormOff},
+    {VLAN_PROFILE_QOS, Quick::None, &Demand::qos, &Demand::qos},
+    {VLAN_PROFILE_SONOS, Quick::Feature, &Demand::sonos, &Demand::sonos},
+    {VLAN_PROFILE_LLDP_OFF, Quick::None, &Demand::lldpOff, &Demand::lldpOff},
+    {VLAN_PROFILE_ISDP_OFF, Quick::None, &Demand::isdpOff, &Demand::isdpOff},
+    {VLAN_PROFILE_STP_OFF, Quick::None, &Demand::stpOff, &Demand::stpOff},
+    {VLAN_PROFILE_PTP_BC, Quick::Both, &Demand::ptpBoundaryClock, &Demand::ptpBoundaryClock},
 };
 
 // The specified bits of the parameters, in the order of the entry.
@@ -116,9 +105,9 @@ std::int32_t addRecord(VLAN_PROFILE_LIST_T &list, std::uint32_t vlanId, const Wh
 
 std::int32_t vlanProfileDetailGet(Switch, std::uint32_t vlanId, VLAN_PROFILE_INFO_T *profile) {
     profile->vlanId = vlanId;
-    const auto row = readProfileRow(static_cast<std::int32_t>(vlanId));
-    if (row && *row)
-        copyText(profile->profileName, (*row)->profileType);
+    const auto row = readProfileRow(static_cast<std::int32_t>(vlanId)).value_or(std::nullopt);
+    if (row)
+        copyText(profile->profileName, row->profileType);
     else
         logError("[%s:%d] Vlan %d get info from sqlite failed\r\n", static_cast<int>(vlanId));
     return codeOf(ResultCode::Success);

@@ -41,10 +41,13 @@ std::array<cJSON **, 6> vlanPortArrays(Record &record) {
 template <class Record>
 VlanRecordPtr<Record> makeRecordWithArrays() {
     auto record = makeRecord<Record>();
-    if (record != nullptr)
-        for (cJSON **const array : vlanPortArrays(*record))
-            if ((*array = cJSON_CreateArray()) == nullptr)
-                return nullptr;
+    if (record == nullptr)
+        return nullptr;
+    for (cJSON **const array : vlanPortArrays(*record)) {
+        *array = cJSON_CreateArray();
+        if (*array == nullptr)
+            return nullptr;
+    }
     return record;
 }
 

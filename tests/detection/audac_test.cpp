@@ -7,9 +7,9 @@
 #include <numeric>
 #include <set>
 
-#include "common/owners.h"
-#include "common/result.h"
-#include "detection/mac_association.h"
+#include "common/files.h"
+#include "common/json.h"
+#include "detection/scan_ops.h"
 #include "platform/paths.h"
 #include "tests/detection/detection_fixture.h"
 
@@ -31,7 +31,6 @@ class AudacTest : public DetectionTest {
   protected:
     void SetUp() override {
         DetectionTest::SetUp();
-        deviceListInit(&list, detectedDeviceFree, detectedDevicePrint, detectedDeviceCompare);
         config(kConfig);
         profileStore(kProfileVlan, kType);
         network({});
@@ -39,12 +38,14 @@ class AudacTest : public DetectionTest {
 
     // A fresh switch with both control units, and nobody known.
     void network(vswitch::ModelConfig model) {
-        deviceListTearDown(&list);
+        list.clear();
         startSwitch(std::move(model));
         vlanCreate(kProfileVlan);
         plug(host("control5", 5, "aa:bb:cc:dd:ee:05", "AUDAC matrix"));
         plug(host("control6", 6, "aa:bb:cc:dd:ee:06", "the Audac matrix"));
     }
+    DeviceList<DetectedDevice> list;  // what Audac detection knows
+
     static std::string macOf(int amp) { return "AA:BB:CC:00:00:0" + std::to_string(amp); }
     void ampPlug(int amp = 1, vswitch::IfNum port = 5) {
         const auto control = "control" + std::to_string(port);
@@ -73,14 +74,12 @@ class AudacTest : public DetectionTest {
         for (const auto &[mac, vlan] : model([](vswitch::Model &m) { return m.macAssociations(); }))
             out += mac.text().substr(15) + (vlan == 100 ? " " : "? ");
         std::multiset<std::string> known;
-        for (std::size_t i = 1; i <= list.count; ++i) {
-            const auto &[port, type, misses, mac, mode] = *recordAt<DetectedDevice>(list, i);
-            known.insert(" " + std::string(mac).substr(15) + "@" + std::to_string(port) +
-                         (misses != 0 ? "/" + std::to_string(misses) : ""));
-        }
+        for (const DetectedDevice &one : list)
+            known.insert(" " + one.mac.text().substr(15) + "@" + std::to_string(one.port.number()) +
+                         (one.missCount != 0 ? "/" + std::to_string(one.missCount) : ""));
         return std::accumulate(known.begin(), known.end(), out + "|");
     }
-    std::uint32_t &missCount() { return recordAt<DetectedDevice>(list, 1)->missCount; }
+    std::uint32_t &missCount() { return list.at(1)->missCount; }
     int found() {
         const JsonPtr out(cJSON_CreateArray());
         audacListGet(&client, out.get());
@@ -103,17 +102,17 @@ TEST_F(AudacTest, JoinsWhatIsBehindAControlUnitAndNothingElse) {
         m.learn(*vswitch::Mac::parse(macOf(1)), 50, 5);  // a second entry of the same device
     });
 
-    ASSERT_EQ(audacValidityCheck(&client), RESULT_SUCCESS);
+    ASSERT_EQ(audacValidityCheck(&client), 0);
     ASSERT_EQ(scans(), "01 | 01@5");
-    EXPECT_EQ(recordAt<DetectedDevice>(list, 1)->type, DEVICE_TYPE_AUDIO);
-    EXPECT_EQ(recordAt<DetectedDevice>(list, 1)->controlMode, DEVICE_CONTROL_MODE_NONE);
+    EXPECT_EQ(list.at(1)->type, DEVICE_TYPE_AUDIO);
+    EXPECT_EQ(list.at(1)->controlMode, DEVICE_CONTROL_MODE_NONE);
     EXPECT_EQ(systemLogged("AUDAC Audio device Join (MAC: AA:BB:CC:00:00:01) on Port 0/5."), 1u);
     EXPECT_EQ(logged("FDB MAC AA:BB:CC:DD:EE:05 on port 5 matches control, skip."), 1u);
     EXPECT_FALSE(exists(paths::kAudacIn) || exists(paths::kAudacOut) ||
                  exists(paths::kShowVlanAssociationMac));
     scans(3);
     EXPECT_EQ(callCount(kApply), 1u);
-    EXPECT_EQ(list.count, 1u);
+    EXPECT_EQ(list.count(), 1u);
     EXPECT_EQ(logged("(ERROR)"), 0u);
 }
 
@@ -162,7 +161,7 @@ TEST_F(AudacTest, FollowsAMoveWithoutAScript) {
         model([](vswitch::Model &m) { m.learn(*vswitch::Mac::parse(macOf(1)), 50, 5); });
         scans();
     }
-    EXPECT_EQ(list.count, 3u);
+    EXPECT_EQ(list.count(), 3u);
     EXPECT_TRUE(picture().starts_with("01 02 |"));
 }
 
@@ -177,40 +176,39 @@ TEST_F(AudacTest, RepairsAnAssociationRemovedByHand) {
     EXPECT_EQ(systemLogged("AUDAC device Leave"), 0u);
     EXPECT_EQ(repairAudacLink(&client, &list), 1);
     failCall("rpcclt_openapiCliShowExecuteToFile");
-    EXPECT_EQ(repairAudacLink(&client, &list), RESULT_FAILED);
+    EXPECT_EQ(repairAudacLink(&client, &list), 10000);
     EXPECT_EQ(picture(), "01 02 | 01@5 02@6");
 }
 
 TEST_F(AudacTest, ControlUnitsAndRestoredPorts) {
-    DetectedDevice control{7, DEVICE_TYPE_CONTROL, 0, "aa:bb:cc:dd:ee:07", OPEN_DOT1X_AUTO};
+    const DetectedDevice control{.port = IfNum(7),
+                                 .type = DEVICE_TYPE_CONTROL,
+                                 .mac = *Mac::parse("aa:bb:cc:dd:ee:07"),
+                                 .controlMode = OPEN_DOT1X_AUTO};
     const auto port7 = [&] { return model([](vswitch::Model &m) { return *m.interface(7); }); };
-    EXPECT_EQ(audacOnlineCli(&client, &control), 0);
+    EXPECT_EQ(audacOnlineCli(&client, control), 0);
     EXPECT_FALSE(port7().ptpTcEnabled);
     EXPECT_EQ(callCount(kApply), 0u);
     EXPECT_EQ(systemLogged("AUDAC Control device Join (MAC: aa:bb:cc:dd:ee:07) on Port 0/7, PTP dis"), 1u);
     failCall("rpcclt_openapiPtpTcIntfAdminModeSet");
-    EXPECT_EQ(audacOnlineCli(&client, &control), OPEN_E_FAIL);
+    EXPECT_EQ(audacOnlineCli(&client, control), OPEN_E_FAIL);
     EXPECT_EQ(logged("AudacLookup: Failed to disable PTP on port 7 (result=-2)\r\n"), 1u);
 
     model([](vswitch::Model &m) { m.edit(7)->dot1xControlMode = OPEN_DOT1X_FORCE_AUTHORIZED; });
-    EXPECT_EQ(audacOfflineCli(&client, &control), 0);
+    EXPECT_EQ(audacOfflineCli(&client, control), 0);
     EXPECT_EQ(port7().dot1xControlMode, std::uint32_t{OPEN_DOT1X_AUTO});
     EXPECT_FALSE(port7().ptpTcEnabled);
     EXPECT_EQ(systemLogged("AUDAC device Leave (Control MAC: aa:bb:cc:dd:ee:07) on Port 0/7."), 1u);
     // The port is restored, and its result counts, whatever became of the script.
     failCall(kApply);
-    EXPECT_EQ(audacOfflineCli(&client, &control), 0);
+    EXPECT_EQ(audacOfflineCli(&client, control), 0);
     clearFaults();
     failCall("rpcclt_openapiDot1xPortControlModeSet");
-    EXPECT_EQ(audacOfflineCli(&client, &control), OPEN_E_FAIL);
+    EXPECT_EQ(audacOfflineCli(&client, control), OPEN_E_FAIL);
 
-    // No text but a MAC address gets into a script.
-    DetectedDevice odd{7, DEVICE_TYPE_AUDIO, 0, "aa:bb:cc\nexit\n", DEVICE_CONTROL_MODE_NONE};
+    // A device of no known type is left alone.
     const auto applied = callCount(kApply);
-    EXPECT_EQ(audacOnlineCli(&client, &odd), RESULT_FAILED);
-    EXPECT_EQ(audacOfflineCli(&client, &odd), RESULT_FAILED);
-    odd.type = 7;
-    EXPECT_EQ(audacOnlineCli(&client, &odd), 0);
+    EXPECT_EQ(audacOnlineCli(&client, {.port = IfNum(7), .type = 7, .mac = control.mac}), 0);
     EXPECT_EQ(callCount(kApply), applied);
 }
 
@@ -243,7 +241,7 @@ TEST_F(AudacThreadTest, EndsWithTheProfileAndTakesEveryDeviceOut) {
     EXPECT_EQ(picture(), "01 02 |");
 
     // Without its configuration file the thread waits; it looks at nothing and forgets nothing.
-    fileRemove(paths::kAudacConfig);
+    removeFile(paths::kAudacConfig);
     cycles(25);
     EXPECT_EQ(logged("AUDAC Profile not already created, do nothing."), 25u);
     EXPECT_EQ(picture(), "01 02 |");
@@ -258,6 +256,10 @@ TEST_F(AudacThreadTest, EndsWithTheProfileAndTakesEveryDeviceOut) {
     EXPECT_EQ(systemLogged("AUDAC device Leave (Audio MAC: "), 2u);
     EXPECT_EQ(logged("User already delete AUDAC profile, AudacLookup exit!\r\n"), 1u);
     EXPECT_EQ(logged("(ERROR)"), 1u);  // the repair
+
+    EXPECT_EQ(functionsLogged(),
+              "audacLookup audacOfflineCli audacOnlineCli audacValidityCheck detect_audac_thread "
+              "findAudioDevices findControlUnits repairAudacLink scanAudacDevices ");
 
     // With no profile there is no first sleep either.
     start(detect_audac_thread);
@@ -292,15 +294,15 @@ TEST_F(AudacTest, ConfigurationFilesOfAnyKind) {
     unusable.push_back(whole + std::string(5u << 20, ' '));
     for (const char *vlan : {"0", "-1", "4095", "1e300", "\"100\"", "true", "[100]"})
         unusable.push_back(std::string(R"({"audacDevicePort":[5],"audioVlanID":)") + vlan + "}");
-    const auto check = [&] { EXPECT_EQ(audacValidityCheck(&client), RESULT_FAILED); };
+    const auto check = [&] { EXPECT_EQ(audacValidityCheck(&client), 10000); };
     for (const auto &text : unusable) {
         config(text);
-        EXPECT_EQ(audacAudioVlanIdGet(), 0u) << text.substr(0, 60);
+        EXPECT_FALSE(audacAudioVlanIdGet()) << text.substr(0, 60);
         check();
         EXPECT_EQ(scans(), "|");
     }
     EXPECT_EQ(logged("file too large:/tmp/audac_config"), 3u);  // once in each of the three reads
-    fileRemove(paths::kAudacConfig);
+    removeFile(paths::kAudacConfig);
     expectErrors(0, {}, check);
     fs::create_directory(platform::fsPath(paths::kAudacConfig));
     check();
@@ -316,7 +318,7 @@ TEST_F(AudacTest, ConfigurationFilesOfAnyKind) {
         {"[]", 0}};
     for (const auto &[ports, count] : portLists) {
         config(std::string(R"({"audioVlanID":100,"audacDevicePort":)") + ports + "}");
-        EXPECT_EQ(audacValidityCheck(&client), RESULT_SUCCESS);
+        EXPECT_EQ(audacValidityCheck(&client), 0);
         EXPECT_EQ(found(), count) << ports;
     }
 
@@ -324,7 +326,7 @@ TEST_F(AudacTest, ConfigurationFilesOfAnyKind) {
     config(R"({"audacDevicePort":[5]})");
     expectErrors(1, {}, [&] { audacLookup(&client, &list); });
     EXPECT_NE(logged("AudacLookup get audio vlan failed. (audioVlan:0)\r\n"), 0u);
-    EXPECT_EQ(list.count, 0u);
+    EXPECT_EQ(list.count(), 0u);
 }
 
 TEST_F(AudacTest, AHalfWrittenConfigurationCostsNobodyItsAssociation) {
@@ -377,9 +379,9 @@ TEST_F(AudacTest, NeighbourTextsOfAnyLengthAndContent) {
     plug(host("second", 6, "aa:bb:cc:dd:ee:16", "Audac"));
     const JsonPtr out(cJSON_CreateArray());
     failCall("rpcclt_openapiLldpIntfRemoteDevicePortIdGet", 2);
-    EXPECT_EQ(lldpIntfRemoteAudacInfoGet(&client, {6, out.get()}), RESULT_FAILED);
+    EXPECT_EQ(lldpIntfRemoteAudacInfoGet(&client, {IfNum(6), out.get()}), 10000);
     EXPECT_EQ(cJSON_GetArraySize(out.get()), 1);
-    EXPECT_EQ(lldpIntfRemoteAudacInfoGet(&client, {6, out.get()}), RESULT_SUCCESS);
+    EXPECT_EQ(lldpIntfRemoteAudacInfoGet(&client, {IfNum(6), out.get()}), 0);
     EXPECT_EQ(cJSON_GetArraySize(out.get()), 3);
     EXPECT_TRUE(logLinesIntact());
 }
@@ -390,8 +392,8 @@ TEST_F(AudacTest, AnOutageInTheMiddleOfACycleLosesNobody) {
     device->setDown(true);
     // One line for the show command; from the 20th miss on, the leave adds its two.
     expectErrors(25 + 2 * 6, {}, [&] { scans(25); });
-    EXPECT_EQ(list.count, 1u);
-    EXPECT_EQ(audacValidityCheck(&client), RESULT_CONFIG_INVALID);
+    EXPECT_EQ(list.count(), 1u);
+    EXPECT_EQ(audacValidityCheck(&client), 17001);
     device->setDown(false);
     expectErrors(0, {}, [&] { scans(2); });
     EXPECT_EQ(picture(), "01 | 01@5");
@@ -404,24 +406,24 @@ TEST_F(AudacTest, ProfileDatabasesOfAnyKind) {
         expectErrors(errors, {}, [&] { EXPECT_EQ(audacValidityCheck(&client), result); });
     };
     fs::permissions(path, fs::perms::owner_read);
-    expect(RESULT_SUCCESS, 0);
+    expect(0, 0);
     fs::permissions(path, fs::perms::owner_all);
     // VLAN 1 is no profile VLAN, nor is one that the switch does not have.
     profileRemove(kProfileVlan);
     for (const int vlan : {1, 51})
         profileStore(vlan, kType);
-    expect(RESULT_CONFIG_INVALID, 0);
+    expect(17001, 0);
     vlanCreate(51);
-    expect(RESULT_SUCCESS, 0);
+    expect(0, 0);
 
     for (const std::size_t size : {8192u, 0u}) {
         writeText(paths::kProfileDb, std::string(size, 'x'));
-        expect(RESULT_CONFIG_INVALID, 1);
+        expect(17001, 1);
     }
     fs::remove(path);
-    expect(RESULT_CONFIG_INVALID, 1);
+    expect(17001, 1);
     fs::create_directory(path);
-    expect(RESULT_CONFIG_INVALID, 1);
+    expect(17001, 1);
 }
 
 TEST_F(AudacTest, AScriptFolderThatCannotBeWritten) {
@@ -433,8 +435,9 @@ TEST_F(AudacTest, AScriptFolderThatCannotBeWritten) {
     // The show command, and the two lines of a script that cannot be written.
     expectErrors(3, {"AudacLookup write file failed.\r\n"}, [&] { scans(); });
     EXPECT_EQ(picture(), "01 | 01@5");
-    DetectedDevice restored{5, DEVICE_TYPE_AUDIO, 20, "AA:BB:CC:00:00:01", OPEN_DOT1X_AUTO};
-    EXPECT_EQ(audacOfflineCli(&client, &restored), RESULT_FAILED);
+    DetectedDevice restored = *list.at(1);
+    restored.controlMode = OPEN_DOT1X_AUTO;
+    EXPECT_EQ(audacOfflineCli(&client, restored), 10000);
     EXPECT_EQ(callCount("rpcclt_openapiDot1xPortControlModeSet"), 0u);
     fs::create_directory(folder);
     expectErrors(0, {}, [&] { scans(); });

@@ -6,6 +6,9 @@
 #include <pthread.h>
 
 #include <functional>
+#include <numeric>
+#include <regex>
+#include <set>
 
 #include "common/device_list.h"
 #include "store/profile_db.h"
@@ -20,16 +23,11 @@ class DetectionTest : public SwitchTest {
         // Made once: creating it flushes the whole machine's disks.
         static std::string database;
         if (database.empty()) {
-            ASSERT_EQ(vlanInfoTableCreate(), 0);
+            ensureProfileDb();
             database = readFile(platform::paths::kProfileDb);
         }
         writeText(platform::paths::kProfileDb, database);
     }
-    void TearDown() override {
-        deviceListTearDown(&list);
-        SwitchTest::TearDown();
-    }
-
     // The thread of a family; from now on the test moves the clock.
     void start(void *(*entry)(void *)) {
         platform::manual_clock::setAutoAdvance(false);
@@ -47,9 +45,10 @@ class DetectionTest : public SwitchTest {
 
     // A profile's VLAN in the database.
     static void profileStore(int vlan, const char *type) {
-        ASSERT_EQ(vlanInfoReplace(vlan, 1, "test", type, "#112233"), 0);
+        ASSERT_TRUE(replaceProfileRow(
+            {.id = vlan, .vlanType = 1, .profileName = "test", .profileType = type, .color = "#112233"}));
     }
-    static void profileRemove(int vlan) { ASSERT_EQ(vlanInfoDeleteById(vlan), 0); }
+    static void profileRemove(int vlan) { ASSERT_TRUE(deleteProfileRow(vlan)); }
 
     std::size_t systemLogged(const std::string &part) { return occurrences(systemLog(), part); }
 
@@ -77,14 +76,20 @@ class DetectionTest : public SwitchTest {
         return out;
     }
 
-    DeviceList list{};  // what the family under test knows
+    // The functions that the lines of the log name, in alphabetical order.
+    static std::string functionsLogged() {
+        static const std::regex kPlace(R"(\): test: \[([^\]]*):[0-9]+\] )");
+        const std::string text = log();
+        std::set<std::string> names;
+        for (std::sregex_iterator at(text.begin(), text.end(), kPlace), end; at != end; ++at)
+            names.insert((*at)[1]);
+        return std::accumulate(
+            names.begin(), names.end(), std::string(),
+            [](const std::string &all, const std::string &name) { return all + name + " "; });
+    }
+
     pthread_t thread{};
 };
-
-template <class Record>
-Record *recordAt(const DeviceList &list, std::size_t i) {
-    return static_cast<Record *>(deviceListGet(&list, i));
-}
 
 }  // namespace test_support
 

@@ -5,10 +5,9 @@
 
 #include <set>
 
-#include "common/owners.h"
-#include "common/result.h"
+#include "common/json.h"
 #include "detection/lag.h"
-#include "swapi/vlan_membership.h"
+#include "detection/scan_ops.h"
 #include "tests/detection/detection_fixture.h"
 
 namespace {
@@ -16,34 +15,34 @@ namespace {
 using namespace std::chrono_literals;
 using namespace test_support;
 namespace clk = platform::manual_clock;
-using vswitch::IfNum;
-using Ports = std::set<IfNum>;
+using Port = vswitch::IfNum;
+using Ports = std::set<Port>;
 
 constexpr const char *kType = "AVoIP Lightware AV network";
 constexpr int kVlan = 300;
-constexpr IfNum kLag = 49;  // the first of the switch
+constexpr vswitch::VlanId kTaggedVlan = LIGHTWARE_TAGGED_VLAN.number();
+constexpr Port kLag = 49;  // the first of the switch
 
 class LightwareTest : public DetectionTest {
   protected:
     void SetUp() override {
         DetectionTest::SetUp();
-        deviceListInit(&list, lightwareLinkFree, nullptr, lightwareLinkCompare);
         profileStore(kVlan, kType);
         network({});
     }
 
     // A fresh switch with the profile on all ports, and nothing plugged in.
     void network(vswitch::ModelConfig config) {
-        deviceListTearDown(&list);
+        list.clear();
         const auto ports = config.physicalPorts;
         startSwitch(std::move(config));
-        for (const auto vlan : {LIGHTWARE_TAGGED_VLAN, vswitch::VlanId{kVlan}})
+        for (const auto vlan : {kTaggedVlan, vswitch::VlanId{kVlan}})
             vlanCreate(vlan);
-        for (IfNum port = 1; port <= ports; ++port)
+        for (Port port = 1; port <= ports; ++port)
             model([&](vswitch::Model &m) { m.setPvid(port, kVlan); });
     }
 
-    void connect(IfNum port, const std::string &chassis = "endpoint-a", const std::string &portDesc = "1",
+    void connect(Port port, const std::string &chassis = "endpoint-a", const std::string &portDesc = "1",
                  const std::string &systemDesc = "UBEX endpoint") {
         vswitch::Device uplink;
         uplink.name = "uplink" + std::to_string(port);
@@ -54,7 +53,7 @@ class LightwareTest : public DetectionTest {
         uplink.lldp->systemDesc = systemDesc;
         ASSERT_EQ(plug(uplink), OPEN_E_NONE);
     }
-    void disconnect(IfNum port) { ASSERT_EQ(unplug("uplink" + std::to_string(port)), OPEN_E_NONE); }
+    void disconnect(Port port) { ASSERT_EQ(unplug("uplink" + std::to_string(port)), OPEN_E_NONE); }
     // Cycles, and what they end with.
     std::string scans(int count = 1) {
         for (int i = 0; i < count; ++i)
@@ -62,22 +61,24 @@ class LightwareTest : public DetectionTest {
         return links();
     }
 
+    DeviceList<LightwareLink> list;  // what Lightware detection knows
+
     // The port's record, or null.
-    LightwareLink *link(IfNum port) {
-        for (std::size_t i = 1; i <= list.count; ++i)
-            if (auto *record = recordAt<LightwareLink>(list, i); record->port == port)
-                return record;
+    LightwareLink *link(Port port) {
+        for (LightwareLink &record : list)
+            if (record.port.number() == port)
+                return &record;
         return nullptr;
     }
     // The list in the order of the ports, with the LAG that each is meant to be in; "!" unless port and LAG
     // are all that an online step makes of them, with no other members: "1@49 2@49! 3@0".
     std::string links() {
-        std::map<IfNum, Ports> lags;
-        for (std::size_t i = 1; i <= list.count; ++i)
-            lags[recordAt<LightwareLink>(list, i)->lagIfNum].insert(recordAt<LightwareLink>(list, i)->port);
-        std::map<IfNum, std::string> out;
+        std::map<Port, Ports> lags;
+        for (const LightwareLink &record : list)
+            lags[record.lag.number()].insert(record.port.number());
+        std::map<Port, std::string> out;
         for (const auto &[lag, ports] : lags)
-            for (const IfNum port : ports)
+            for (const Port port : ports)
                 out[port] = std::to_string(port) + "@" + std::to_string(lag) +
                             (lag == 0 || (tagged(port) && bundled(lag, ports)) ? " " : "! ");
         std::string text;
@@ -85,24 +86,24 @@ class LightwareTest : public DetectionTest {
             text += one;
         return text;
     }
-    IfNum lagOf(IfNum port) {
+    Port lagOf(Port port) {
         return model([&](vswitch::Model &m) { return m.interface(port)->lag; });
     }
-    bool tagged(IfNum ifNum) {
+    bool tagged(Port ifNum) {
         const vswitch::Membership wanted{OPEN_VLAN_PARTICIPATION_MODE_INCLUDE, true};
-        return model([&](vswitch::Model &m) { return m.membership(ifNum, LIGHTWARE_TAGGED_VLAN) == wanted; });
+        return model([&](vswitch::Model &m) { return m.membership(ifNum, kTaggedVlan) == wanted; });
     }
-    bool bundled(IfNum lag, const Ports &ports) {
+    bool bundled(Port lag, const Ports &ports) {
         const auto interface = model([&](vswitch::Model &m) { return *m.interface(lag); });
         const std::map<vswitch::VlanId, vswitch::Membership> vlans = {
             {1, {OPEN_VLAN_PARTICIPATION_MODE_AUTO, false}},
-            {LIGHTWARE_TAGGED_VLAN, {OPEN_VLAN_PARTICIPATION_MODE_INCLUDE, true}},
+            {kTaggedVlan, {OPEN_VLAN_PARTICIPATION_MODE_INCLUDE, true}},
             {kVlan, {OPEN_VLAN_PARTICIPATION_MODE_INCLUDE, false}}};
         return interface.members == ports && !interface.lagStatic && interface.pvid == kVlan &&
                interface.vlans == vlans;
     }
     // As if it had never been used, apart from its members.
-    bool unbundled(IfNum lag) {
+    bool unbundled(Port lag) {
         const auto interface = model([&](vswitch::Model &m) { return *m.interface(lag); });
         return interface.lagStatic && interface.pvid == 1 && interface.vlans.empty();
     }
@@ -139,7 +140,7 @@ TEST_F(LightwareTest, BundlesTheUplinksOfAnEndpoint) {
 }
 
 TEST_F(LightwareTest, TakesNothingElseForAnEndpoint) {
-    IfNum port = 1;
+    Port port = 1;
     for (const char *description : {"ubex endpoint", " UBEX", "The UBEX", "UBE", ""})
         connect(port++, "a", "1", description);
     connect(6, "");
@@ -149,8 +150,7 @@ TEST_F(LightwareTest, TakesNothingElseForAnEndpoint) {
     EXPECT_EQ(scans(3), "");
     EXPECT_EQ(callCount("rpcclt_openapiLagPortAdd"), 0u);
     profileRemove(kVlan);
-    std::uint32_t vlan = 0;
-    EXPECT_EQ(lightwareVlanIdGet(&client, &vlan), RESULT_CONFIG_INVALID);
+    EXPECT_EQ(lightwareDetection.loop.check(&client), Presence::Absent);
 }
 
 TEST_F(LightwareTest, MoreEndpointsThanLags) {
@@ -163,11 +163,11 @@ TEST_F(LightwareTest, MoreEndpointsThanLags) {
     disconnect(1);
     EXPECT_EQ(scans(4), "2@0 3@0 ");
     const auto changes = callCount("rpcclt_openapiVlanIfParticipationSet");
-    for (const IfNum port : {2, 3})
+    for (const Port port : {2, 3})
         disconnect(port);
     EXPECT_EQ(scans(2), "");
     EXPECT_EQ(callCount("rpcclt_openapiVlanIfParticipationSet"), changes);
-    for (const IfNum port : {2, 3})
+    for (const Port port : {2, 3})
         connect(port, "endpoint-b", std::to_string(port));
     EXPECT_EQ(scans(), "2@9 3@9 ");
     EXPECT_EQ(logged("(ERROR)"), 0u);
@@ -176,7 +176,7 @@ TEST_F(LightwareTest, MoreEndpointsThanLags) {
     connect(4, "endpoint-b", "4");
     expectErrors(1, {"Lightware: Failed to add interface 4 to LAG interface 9, result=-3\n"},
                  [&] { scans(3); });
-    EXPECT_TRUE(link(4)->lagIfNum == 9 && lagOf(4) == 0 && tagged(4));
+    EXPECT_TRUE(link(4)->lag.number() == 9 && lagOf(4) == 0 && tagged(4));
 
     network({.physicalPorts = 8, .lags = 0});
     connect(1);
@@ -184,7 +184,7 @@ TEST_F(LightwareTest, MoreEndpointsThanLags) {
 }
 
 TEST_F(LightwareTest, TakesAPortOutOfTheLagItIsIn) {
-    for (const IfNum port : {1, 2})
+    for (const Port port : {1, 2})
         model([&](vswitch::Model &m) { EXPECT_EQ(m.lagAdd(60, port), OPEN_E_NONE); });
     connect(1);
     EXPECT_EQ(scans(), "1@49 ");
@@ -216,7 +216,9 @@ TEST_F(LightwareTest, NeighbourTextsOfAnyLengthAndContent) {
         ASSERT_EQ(cJSON_GetObjectItem(out->child, "chassisId")->valuestring, hostileText(length));
         scans();
     }
-    EXPECT_LE(list.count, 3u);
+    EXPECT_LE(list.count(), 3u);
+    EXPECT_EQ(functionsLogged(),
+              "freeLagFind ifTaggingClear lightwareLookup lightwareOfflineCli lightwareOnlineCli ");
     unplug("uplink1");
     EXPECT_EQ(scans(2), "");
     EXPECT_TRUE(logLinesIntact());
@@ -226,13 +228,13 @@ TEST_F(LightwareTest, NeighbourTextsOfAnyLengthAndContent) {
     connect(2, std::string(255, 'c'), "12abc");
     connect(3, "endpoint-b", "abc");
     EXPECT_EQ(scans(4), "1@49 2@49 3@50 ");
-    EXPECT_EQ(std::string(link(1)->chassisId), std::string(18, 'c'));
+    EXPECT_EQ(link(1)->chassisId, std::string(18, 'c'));
     EXPECT_TRUE(link(2)->portDescNum == 12 && link(3)->portDescNum == 0);
 
     // Two endpoints that cannot be told apart disturb each other, not the list and not the others.
     connect(4, "endpoint-b", "abc");
     EXPECT_TRUE(scans(10).starts_with("1@49 2@49 "));
-    EXPECT_EQ(list.count, 4u);
+    EXPECT_EQ(list.count(), 4u);
     EXPECT_NE(lagOf(3), lagOf(4));
 
     // A read that fails is an uplink missed once.
@@ -270,15 +272,14 @@ TEST_F(LightwareTest, ASlowSwitch) {
     clk::advance(10s);
     EXPECT_EQ(links(), "1@49! ");
     const auto lag = model([](vswitch::Model &m) { return *m.interface(kLag); });
-    EXPECT_EQ(lag.vlans.at(LIGHTWARE_TAGGED_VLAN),
-              (vswitch::Membership{OPEN_VLAN_PARTICIPATION_MODE_INCLUDE}));
+    EXPECT_EQ(lag.vlans.at(kTaggedVlan), (vswitch::Membership{OPEN_VLAN_PARTICIPATION_MODE_INCLUDE}));
     EXPECT_EQ(lag.pvid, 1u);
     // Going offline says so, for LAG and port, and does all its steps.
     disconnect(1);
     expectErrors(2, {"set interface 49 to vlan 286 OPEN_VLAN_PARTICIPATION_MODE_AUTO failed.\r\n"},
                  [&] { scans(2); });
     EXPECT_EQ(callCount("rpcclt_openapiVlanIfTaggingSet"), tagging + 2);
-    EXPECT_TRUE(list.count == 0 && lagOf(1) == 0);
+    EXPECT_TRUE(list.count() == 0 && lagOf(1) == 0);
 }
 
 TEST_F(LightwareTest, AMembershipStepEndsWithItsFirstFailure) {
@@ -317,24 +318,37 @@ TEST_F(LightwareTest, ResultsOfTheSteps) {
     clearFaults();
     EXPECT_EQ(scans(), "1@50 ");  // the first LAG was not empty
 
-    LightwareLink record{2, "endpoint-b", 1, 0, 0};
+    LightwareLink record{.port = IfNum(2), .chassisId = "endpoint-b", .portDescNum = 1, .lag = {}};
     failCall("rpcclt_openapiLagMaxMemberCountGet");
-    EXPECT_EQ(lightwareOnlineCli(&client, &list, &record), RESULT_FAILED);
+    EXPECT_EQ(codeOf(lightwareOnlineCli(&client, list, &record)), 10000);
     profileRemove(kVlan);
-    EXPECT_EQ(lightwareOnlineCli(&client, &list, &record), RESULT_CONFIG_INVALID);
+    EXPECT_EQ(codeOf(lightwareOnlineCli(&client, list, &record)), 17001);
     // Without a profile it got as far as the LAG, and gets out of there all the same.
-    std::uint32_t lag = 7;
-    for (const auto &[port, expected] : {std::pair{3u, 7u}, {2u, record.lagIfNum}}) {
-        EXPECT_EQ(phyPortLagNumGet(&client, port, &lag), 0);
-        EXPECT_EQ(lag, expected);
-    }
-    EXPECT_EQ(lightwareOfflineCli(&client, &list, &record), RESULT_CONFIG_INVALID);
-    EXPECT_TRUE(lagOf(2) == 0 && !tagged(2) && !tagged(lag));
-    record.lagIfNum = 0;
+    EXPECT_EQ(phyPortLagNumGet(&client, IfNum(3)).value(), IfNum());
+    EXPECT_EQ(phyPortLagNumGet(&client, IfNum(2)).value(), record.lag);
+    EXPECT_EQ(codeOf(lightwareOfflineCli(&client, record)), 17001);
+    EXPECT_TRUE(lagOf(2) == 0 && !tagged(2) && !tagged(record.lag.number()));
+    record.lag = {};
     clearFaults();
     failCall("*");
-    EXPECT_EQ(lightwareOfflineCli(&client, &list, &record), 0);
+    EXPECT_EQ(codeOf(lightwareOfflineCli(&client, record)), 0);
     EXPECT_EQ(callsSeen(), 0u);
+}
+
+TEST_F(LightwareTest, TaggingIsClearedInTwoStepsWhateverHappens) {
+    const auto membership = [&] {
+        return model([&](vswitch::Model &m) { return m.membership(kLag, kTaggedVlan); });
+    };
+    connect(1);
+    scans();
+    failCall("rpcclt_openapiVlanIfParticipationSet");
+    expectErrors(2, {"set interface 49 to vlan 286 OPEN_VLAN_PARTICIPATION_MODE_AUTO failed.\r\n"},
+                 [&] { ifTaggingClear(&client, IfNum(kLag)); });
+    EXPECT_EQ(membership(), (vswitch::Membership{OPEN_VLAN_PARTICIPATION_MODE_INCLUDE, false}));
+    failCall("rpcclt_openapiVlanIfTaggingSet");
+    expectErrors(2, {"Lightware: set interface 49 to vlan 286 tagged failed.\r\n"},
+                 [&] { ifTaggingClear(&client, IfNum(kLag)); });
+    EXPECT_EQ(membership().participation, std::uint32_t{OPEN_VLAN_PARTICIPATION_MODE_AUTO});
 }
 
 TEST_F(LightwareTest, TheThreadLeavesTheSwitchAsItIs) {
@@ -376,7 +390,7 @@ enum class Happening { Online, Offline, Move };
 class LightwareFaultTest : public LightwareTest, public testing::WithParamInterface<Happening> {};
 
 TEST_P(LightwareFaultTest, EveryEndpointIsWholeAfterARePlug) {
-    const IfNum port = GetParam() == Happening::Move ? 3 : 2;
+    const Port port = GetParam() == Happening::Move ? 3 : 2;
     for (const bool once : {true, false}) {
         bool struck = true;
         for (std::uint64_t n = 1; struck; ++n) {
@@ -402,9 +416,9 @@ TEST_P(LightwareFaultTest, EveryEndpointIsWholeAfterARePlug) {
             Ports present{1};
             if (GetParam() != Happening::Offline)
                 present.insert(port);
-            ASSERT_TRUE(link(1) != nullptr && list.count == present.size());
+            ASSERT_TRUE(link(1) != nullptr && list.count() == present.size());
             const auto carrier = [&](vswitch::Carrier state) {
-                for (const IfNum plugged : present)
+                for (const Port plugged : present)
                     model([&](vswitch::Model &m) { m.setCarrier(plugged, state); });
             };
             if (struck) {
@@ -421,7 +435,7 @@ TEST_P(LightwareFaultTest, EveryEndpointIsWholeAfterARePlug) {
                 model([&](vswitch::Model &m) { m.lagRemove(m.interface(2)->lag, 2); });
             }
             ASSERT_NE(link(1), nullptr);
-            const auto lag = std::to_string(link(1)->lagIfNum);
+            const auto lag = std::to_string(link(1)->lag.number());
             ASSERT_EQ(links(), "1@" + lag + " " + std::to_string(port) + "@" + lag + " ");
         }
     }

@@ -1,16 +1,14 @@
-// Registration, and the supervision of real detection threads on the clock of the test.
+// The supervision of real detection threads on the clock of the test.
 #include "detection/supervisor.h"
 
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <filesystem>
 #include <thread>
 
 #include "detection/audac.h"
 #include "detection/lightware.h"
 #include "platform/paths.h"
-#include "swapi/client_init.h"
 #include "tests/detection/detection_fixture.h"
 
 namespace {
@@ -19,79 +17,6 @@ using namespace std::chrono_literals;
 using namespace test_support;
 namespace clk = platform::manual_clock;
 namespace paths = platform::paths;
-
-// --- registration
-
-class RegistrationTest : public DetectionTest {
-  protected:
-    ~RegistrationTest() override { openapiClientTearDown(&own); }
-    // Registers while the first checks fail.
-    std::int32_t registered(std::uint64_t failing, const char *name) {
-        clearFaults();
-        for (std::uint64_t n = 1; n <= failing; ++n)
-            failCall("rpcclt_openapiConnectivityCheck", n);
-        return initHandler(name, &own);
-    }
-    openapiClientHandle_t own{};
-};
-
-TEST_F(RegistrationTest, WaitsForTheSwitchUpToTheSeventhCheck) {
-    const auto waited = [](std::size_t checks) {
-        EXPECT_EQ(logged("RPC call can fail until server starts. Keep trying (result = -2)\n"), checks);
-        EXPECT_EQ(clk::totalSlept(), checks * 3s);
-    };
-    EXPECT_EQ(registered(6, "detection"), 0);
-    waited(6);
-    EXPECT_EQ(logged("success. (client name = detection_" + std::to_string(getpid()) + ")\n"), 1u);
-    EXPECT_EQ(logged("ICOS Version = 8.6.3.1\n") + logged("Open API Version = 1.25.0.1\n"), 2u);
-    EXPECT_EQ(registered(7, nullptr), -1);
-    waited(12);
-    EXPECT_EQ(logged("(client name = common.c_"), 1u);
-    EXPECT_EQ(logged("(ERROR)"), 0u);
-}
-
-TEST_F(RegistrationTest, VersionsAreForTheLogOnly) {
-    failCall("rpcclt_openapiNetworkOSVersionGet");
-    failCall("rpcclt_openapiApiVersionGet");
-    expectErrors(2, {"Network OS Version retrieve error\n", "Open API Version retrieve error\n"},
-                 [&] { EXPECT_EQ(initHandler("detection", &own), 0); });
-    device->setDown(true);
-    EXPECT_EQ(initHandler("detection", &own), -1);
-    device->setDown(false);
-    expectErrors(1, {"\nFailed to initialize RPC to OpEN. Exiting (result = -5)\n"},
-                 [] { EXPECT_EQ(initHandler("detection", nullptr), -1); });
-}
-
-TEST_F(RegistrationTest, ModelLookup) {
-    const auto lookUp = [this](const char *id) { return get_device_model_mapping(&client, id); };
-    EXPECT_EQ(lookUp("AV10X"), 1);
-    startSwitch({.machineModel = "AVM4200-10X"});
-    EXPECT_EQ(lookUp("AV10X"), 0);
-    for (const char *other : {"AV10XP", static_cast<const char *>(nullptr)})
-        EXPECT_EQ(lookUp(other), 1);
-    failCall("rpcclt_openapiSystemRegMachineModelGet");
-    EXPECT_EQ(lookUp("AV10X"), -1);
-    startSwitch({.machineModel = std::string(1000, 'A')});
-    EXPECT_EQ(lookUp("AV10X"), 1);
-}
-
-TEST_F(RegistrationTest, ProfileDatabaseIsMadeWhereThereIsNone) {
-    const auto path = platform::fsPath(paths::kProfileDb);
-    vlanInfoReplace(7, 1, "kept", "kept", "#112233");
-    vlanInfoDbEnsure();
-    EXPECT_EQ(vlanInfoSelectRowsById(7), 1);
-    for (const bool missing : {true, false}) {
-        missing ? static_cast<void>(std::filesystem::remove(path)) : writeText(paths::kProfileDb, "");
-        vlanInfoDbEnsure();
-        EXPECT_EQ(vlanInfoSelectRowsById(1), 1);
-        EXPECT_EQ(vlanInfoSelectRowsById(7), 0);
-    }
-    writeText(paths::kProfileDb, "somebody's file");
-    vlanInfoDbEnsure();
-    EXPECT_EQ(readFile(paths::kProfileDb), "somebody's file");
-}
-
-// --- supervision
 
 // Creates threads for the supervisor that a test can wait for.
 struct Threads {

@@ -1,4 +1,4 @@
-#include "store/profile_db.h"
+#include "store/profile_db_ops.h"
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
@@ -8,11 +8,12 @@
 #include <thread>
 #include <vector>
 
-#include "common/owners.h"
+#include "common/files.h"
 #include "tests/support/switch_fixture.h"
 
 namespace {
 
+using namespace pavo;
 using platform::paths::kProfileDb;
 using test_support::exists;
 using test_support::readFile;
@@ -54,6 +55,7 @@ class ProfileDbTest : public test_support::SwitchTest {
 TEST_F(ProfileDbTest, CreatingAgainDeletesAndTheNextCallStartsFresh) {
     ASSERT_EQ(vlanInfoTableCreate(), 0);
     EXPECT_EQ(vlanInfoDbVerify(), 0);
+    EXPECT_EQ(logged("[vlanInfoDbVerify:"), 1u);
     EXPECT_EQ(row(1), (Row{1, "Default", "Default", "#000000"}));
     ASSERT_EQ(vlanInfoInsert(20, 2, "n", "t", "#ffffff"), 0);
     EXPECT_EQ(vlanInfoTableCreate(), SQLITE_ERROR);
@@ -75,6 +77,15 @@ TEST_F(ProfileDbTest, VerifyDeletesWhatIsUnusable) {
     sql("create table other(id int)");
     EXPECT_EQ(vlanInfoDbVerify(), 10000);
     EXPECT_FALSE(exists(kProfileDb));
+
+    // The rows can be counted, but not all constraints checked.
+    ASSERT_EQ(vlanInfoTableCreate(), 0);
+    sql("create table other(id, check(id > 0)); insert into other values(1); pragma writable_schema = on; "
+        "update sqlite_master set sql = 'create table other(id, check(missing(id)))' where name = 'other'");
+    EXPECT_EQ(vlanInfoSelectRowsById(1), 1);
+    EXPECT_EQ(vlanInfoDbVerify(), 10000);
+    EXPECT_FALSE(exists(kProfileDb));
+    EXPECT_EQ(logged("vlanInfo database integrity check failed: unknown function: missing()\r\n"), 1u);
     EXPECT_EQ(logged("vlanInfo database file is empty (size=0)\r\n"), 1u);
     EXPECT_EQ(logged("vlanInfo table verification failed: "), 2u);
 
@@ -87,13 +98,17 @@ TEST_F(ProfileDbTest, MissingDatabaseReadsAsEmptyAndIsNotCreated) {
     const List rows = list();
     EXPECT_EQ(vlanInfoSelectRowsById(1), 0);
     EXPECT_EQ(vlanInfoSelectAll(rows.get()), -1);
-    EXPECT_EQ(vlanInfoSelectHasofProfileType(&client, kType, 1), 0);
     EXPECT_EQ(vlanIdSelectByProfileTypeAndVlanType(kType, 1), 0);
     EXPECT_EQ(vlanInfoDeleteById(1), 0);
     EXPECT_NE(vlanInfoReplace(5, 1, "n", "t", "#000000"), 0);
     EXPECT_NE(vlanInfoUpdateByid(5, 1, nullptr, nullptr, nullptr), 0);
     EXPECT_FALSE(exists(kProfileDb));
-    EXPECT_EQ(logged("Can't open database: unable to open database file\r\n"), 7u);
+    EXPECT_EQ(logged("Can't open database: unable to open database file\r\n"), 6u);
+    // Each line names the operation that failed.
+    for (const char *operation :
+         {"vlanInfoSelectRowsById", "vlanInfoSelectAll", "vlanIdSelectByProfileTypeAndVlanType",
+          "vlanInfoDeleteById", "vlanInfoReplace", "vlanInfoUpdateByid"})
+        EXPECT_EQ(logged(std::string("[") + operation + ":"), 1u) << operation;
 }
 
 TEST_F(ProfileDbTest, DamagedDatabaseFailsEveryOperationOnceLogged) {
@@ -104,6 +119,7 @@ TEST_F(ProfileDbTest, DamagedDatabaseFailsEveryOperationOnceLogged) {
     EXPECT_EQ(vlanInfoInsert(5, 1, "n", "t", "#000000"), SQLITE_NOTADB);
     EXPECT_EQ(logged("insert into vlanInfo values(    5,    1,    'n',    't',    '#000000'    ) error: "),
               1u);
+    EXPECT_EQ(logged("vlanInfoSelectAll error: file is not a database\r\n"), 1u);
     EXPECT_EQ(logged("ERROR"), 3u);
 }
 
@@ -141,8 +157,9 @@ TEST_F(ProfileDbTest, StatementsThatTextsWouldChangeAreNotRun) {
     EXPECT_EQ(logged("update vlanInfo set profileName = 'O'Brien' where id = 10 error: "), 1u);
     EXPECT_EQ(vlanInfoUpdateByid(10, 0, "x', color = 'y' -- ", nullptr, nullptr), SQLITE_ERROR);
     EXPECT_EQ(vlanIdSelectByProfileTypeAndVlanType("' or 1 = 1 -- ", 4), 0);
-    EXPECT_EQ(vlanInfoSelectHasofProfileType(&client, "x'; delete from vlanInfo; --", 0), 0);
-    EXPECT_EQ(vlanInfoSelectHasofProfileType(&client, nullptr, 0), 0);
+    EXPECT_EQ(vlanIdSelectByProfileTypeAndVlanType(nullptr, 4), 0);
+    // SQLite would end the statement at the zero.
+    EXPECT_FALSE(updateProfileRow(10, {.profileName = std::string_view("x\0y", 3)}));
     // Around the length at which the where clause would be lost.
     for (std::size_t length = 190; length < 300; ++length) {
         const std::string name(length, 'n');
@@ -155,16 +172,26 @@ TEST_F(ProfileDbTest, StatementsThatTextsWouldChangeAreNotRun) {
     EXPECT_EQ(row(10).color, "#000000");
 }
 
-TEST_F(ProfileDbTest, HasOfProfileTypeAsksTheSwitch) {
+TEST_F(ProfileDbTest, RowsOfTypesAndOfManyVlans) {
     ASSERT_EQ(vlanInfoTableCreate(), 0);
     for (const auto &[id, vlanType] : {std::pair{286, 1}, {20, 1}, {30, 2}})
         ASSERT_EQ(vlanInfoInsert(id, vlanType, "n", kType, ""), 0);
-    cli({"vlan database", "vlan 286", "vlan 30"});
-    EXPECT_EQ(vlanInfoSelectHasofProfileType(&client, kType, 286), 30);
-    EXPECT_EQ(vlanInfoSelectHasofProfileType(&client, kType, 1), 286);
-    cli({"vlan database", "no vlan 30"});
-    EXPECT_EQ(vlanInfoSelectHasofProfileType(&client, kType, 286), 0);
+    EXPECT_EQ(readIdsOfType(kType), (std::vector<std::int32_t>{286, 20, 30}));
     EXPECT_EQ(vlanIdSelectByProfileTypeAndVlanType(kType, 2), 30);
+    EXPECT_EQ(vlanIdSelectByProfileTypeAndVlanType(kType, 3), 0);
+
+    const VlanId ids[] = {VlanId(30), VlanId(7), VlanId(1)};
+    const auto found = readProfileRowsOf(ids);
+    ASSERT_TRUE(found && found->size() == 3);
+    EXPECT_EQ((*found)[0], (ProfileRow{30, 2, "n", kType, ""}));
+    EXPECT_EQ((*found)[1], std::nullopt);
+    EXPECT_EQ((*found)[2], defaultProfileRow());
+
+    const auto rows = readProfileRows();
+    ASSERT_TRUE(rows && rows->size() == 4);
+    EXPECT_EQ(findProfileRow(*rows, 286), &rows->back());
+    EXPECT_EQ(findProfileRow(*rows, 7), nullptr);
+    EXPECT_EQ(findProfileRow(*rows, 300), nullptr);
 }
 
 TEST_F(ProfileDbTest, SelectAllTakesNullsAndStopsAtItsCapacity) {
@@ -193,11 +220,11 @@ TEST_F(ProfileDbTest, SelectAllTakesNullsAndStopsAtItsCapacity) {
 // Daemon and profile operations start together: none takes for broken what another has just begun.
 TEST_F(ProfileDbTest, TogetherTheyMakeOneDatabase) {
     for (std::int32_t round = 0; round < 10; ++round) {
-        fileRemove(kProfileDb);
+        removeFile(kProfileDb);
         std::vector<std::thread> threads;
         for (std::int32_t t = 2; t < 6; ++t)
             threads.emplace_back([t] {
-                vlanInfoDbEnsure();
+                ensureProfileDb();
                 EXPECT_EQ(vlanInfoReplace(t, 1, "n", "t", "c"), 0);
             });
         for (auto &thread : threads)

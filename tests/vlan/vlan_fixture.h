@@ -6,13 +6,17 @@
 #include <string>
 #include <vector>
 
-#include "store/profile_db.h"
+#include "common/files.h"
+#include "common/json.h"
+#include "store/profile_db_ops.h"
 #include "store/profile_template.h"
+#include "store/vlan_settings.h"
 #include "tests/support/switch_fixture.h"
 #include "vlan/vlan_records.h"
 
 namespace test_support {
 
+using namespace pavo;
 using Numbers = std::vector<int>;
 
 inline Numbers numbers(const cJSON *array) {
@@ -81,7 +85,7 @@ class VlanTest : public SwitchTest {
         writeText(profileTemplatePath(type).c_str(), json);
     }
     static void writeSettings(int vlanId, const std::string &json) {
-        writeText(profileVlanConfigPath(vlanId).c_str(), json);
+        writeText(vlanSettingsPath(VlanId::from(vlanId).value()).c_str(), json);
     }
     std::uint64_t calls() {
         return device->with([](vswitch::Server &server) {

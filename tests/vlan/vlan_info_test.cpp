@@ -1,10 +1,11 @@
-#include "vlan/vlan_info.h"
+#include "vlan/vlan_info_ops.h"
 
 #include <cstdlib>
 #include <map>
 #include <tuple>
 
 #include "tests/vlan/vlan_fixture.h"
+#include "vlan/vlan_picture.h"
 
 namespace {
 
@@ -35,8 +36,10 @@ TEST_F(VlanInfoTest, FreshSwitchHasVlanOneWhichGetsItsEntry) {
               std::tuple(vlan.name, vlan.color, vlan.profile.profileName));
     EXPECT_EQ(48u, numbers(vlan.untagPorts).size());
     EXPECT_EQ(1, vlanInfoSelectRowsById(1));
-    const Info none = info(77);
-    EXPECT_TRUE(result == 0 && none->vlanId == 77 && !none->exists);
+    for (const std::uint32_t id : {77u, 0u, 4095u, 70000u}) {
+        const Info none = info(id);
+        EXPECT_TRUE(result == 0 && none->vlanId == id && !none->exists) << id;
+    }
 }
 
 TEST_F(VlanInfoTest, NamesComeFromTheDatabaseTheSwitchOrTheNumber) {
@@ -55,6 +58,13 @@ TEST_F(VlanInfoTest, NamesComeFromTheDatabaseTheSwitchOrTheNumber) {
     EXPECT_EQ(0, vlanBaseInfoGet(&client, 20, &base));
     EXPECT_EQ(longType.substr(0, 63), base.profile.profileName);
 
+    // Names longer than their field are cut, and terminated.
+    vlanInfoReplace(30, 1, std::string(300, 'n').c_str(), std::string(300, 't').c_str(), "#0818557");
+    EXPECT_EQ(std::string(255, 'n'), at(allInfo(), 30).name);
+    EXPECT_EQ(std::string(255, 't'), at(allInfo(), 30).profile.profileName);
+    EXPECT_EQ(std::string(255, 'n'), info(30)->name);
+    vlanInfoDeleteById(30);
+
     for (const char *call :
          {"rpcclt_openapiVlanNameGet", "openapiVlanIsStatic", "rpcclt_openapiCliShowExecuteToFile"})
         failCall(call, 1, false);
@@ -64,9 +74,13 @@ TEST_F(VlanInfoTest, NamesComeFromTheDatabaseTheSwitchOrTheNumber) {
     failCall("rpcclt_openapiVlanNameLenGet", 1, false);
     EXPECT_STREQ("VLAN30", at(allInfo(), 30).name);
     EXPECT_EQ(10000, vlanBaseInfoGet(&client, 10, &base));
+    EXPECT_TRUE(base.exists == 1 && base.profileType == 1 && base.ptpTc == 2);
+    for (const char *operation : {"vlanListBaseInfoGetEX", "vlanBaseInfoGet"})
+        EXPECT_LE(1u, logged(std::string("[") + operation + ":")) << operation;
+    EXPECT_EQ(2u, logged("Bad return code trying to get VLAN Name Length. (result = "));
     clearFaults();
     // Without a database there are still the switch's VLANs.
-    fileRemove(platform::paths::kProfileDb);
+    removeFile(platform::paths::kProfileDb);
     EXPECT_STREQ("stage", at(allInfo(), 10).name);
     EXPECT_EQ(0, result);
 }
@@ -101,6 +115,21 @@ TEST_F(VlanInfoTest, PortsAndLagsAreWhereTheSwitchHasThem) {
     EXPECT_EQ(45u, numbers(at(list, 1).untagPorts).size());
     for (std::uint32_t i = 0; i < list->count; ++i)
         EXPECT_EQ(arraysOf(*list->ids[i]), arraysOf(*info(list->ids[i]->vlanId))) << list->ids[i]->vlanId;
+
+    const auto pictures = readVlanPictures(&client);
+    ASSERT_TRUE(pictures && pictures->size() == 4);
+    const VlanMembers &ten = (*pictures)[1].members;
+    EXPECT_EQ((std::vector{IfNum(1), IfNum(2), IfNum(3)}), ten.taggedPorts);
+    EXPECT_EQ((std::vector{IfNum(4), IfNum(5)}), ten.untaggedPorts);
+    EXPECT_EQ((std::vector<std::uint32_t>{2}), ten.taggedLags);
+    EXPECT_EQ((std::vector<std::uint32_t>{2}), (*pictures)[2].members.untaggedLags);
+
+    const JsonPtr members(cJSON_CreateArray());
+    EXPECT_EQ(0, lagMembersJsonArrayGet(&client, kLags + 2, members.get()));
+    EXPECT_EQ((Numbers{7}), numbers(members.get()));
+    EXPECT_EQ(10000, lagMembersJsonArrayGet(&client, 7, members.get()));
+    EXPECT_EQ(1u, logged("[lagMembersJsonArrayGet:"));
+    EXPECT_EQ(1u, logged("Failed to get the member ports for the LAG interface= 7, result= "));
 }
 
 TEST_F(VlanInfoTest, InterfacesOfVlansOutsideTheListGoToItsFirstRecord) {
@@ -108,7 +137,7 @@ TEST_F(VlanInfoTest, InterfacesOfVlansOutsideTheListGoToItsFirstRecord) {
     const auto vlans = created<VLAN_INFOX_LIST_T>(vlanListBaseInfoCreateEX);
     std::swap(vlans->ids[0], vlans->ids[3]);  // order of the given list: 30, 10; 20 and 1 are not in it
     vlans->count = 2;
-    auto list = vlanRecordCreate<VLAN_PORT_LIST_T>();
+    auto list = makeRecord<VLAN_PORT_LIST_T>();
     ASSERT_EQ(0, vlanListPortAssGetFromVlanList(&client, list.get(), vlans.get()));
     ASSERT_EQ(2u, list->count);
     EXPECT_EQ(30u, list->ids[0]->vlanId);
@@ -118,12 +147,14 @@ TEST_F(VlanInfoTest, InterfacesOfVlansOutsideTheListGoToItsFirstRecord) {
     EXPECT_EQ((Numbers{1, 2, 3}), numbers(list->ids[1]->tagPorts));
 
     vlans->count = 0;
-    list = vlanRecordCreate<VLAN_PORT_LIST_T>();
+    list = makeRecord<VLAN_PORT_LIST_T>();
     EXPECT_EQ(0, vlanListPortAssGetFromVlanList(&client, list.get(), vlans.get())) << "nowhere to put them";
     vlans->count = 4;
 
     startSwitch({.physicalPorts = 8, .lags = 0});
     EXPECT_EQ(10000, vlanListPortAssGetFromVlanList(&client, list.get(), vlans.get()));
+    EXPECT_EQ(1u, logged("[vlanListPortAssGetFromVlanList:"));
+    EXPECT_FALSE(readVlanPictures(&client));
     EXPECT_EQ(nullptr, allInfo());
     EXPECT_EQ(8u, numbers(info(1)->untagPorts).size());
     EXPECT_EQ(10000, result);

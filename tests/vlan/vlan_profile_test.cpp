@@ -73,7 +73,7 @@ TEST_F(VlanProfileTest, QuickScanAgreesWithTheFullOneOnTheShippedTemplates) {
     const std::filesystem::path folder = PAVO_DATA_DIR "/profileTemplate";
     std::filesystem::copy(folder, platform::fsPath(platform::paths::kProfileTemplateDir),
                           std::filesystem::copy_options::recursive);
-    const auto types = profileTypeTable();
+    const auto types = profileTypes();
     std::uint32_t seen = 0;
     for (std::size_t begin = 0; begin < types.size(); begin += 30) {
         startSwitch({});
@@ -117,7 +117,7 @@ TEST_F(VlanProfileTest, Failures) {
     failCall("rpcclt_openapiCliShowExecuteToFile");
     const auto scanned = quick();
     EXPECT_TRUE(result == 10000 && scanned != nullptr && scanned->count == 0);
-    fileRemove(platform::paths::kProfileDb);
+    removeFile(platform::paths::kProfileDb);
     const auto all = full();
     EXPECT_TRUE(result == 10000 && all != nullptr);
     EXPECT_EQ(1u, logged("Can't open database: unable to open database file"));
@@ -127,6 +127,8 @@ TEST_F(VlanProfileTest, Failures) {
     const auto spoilt = full();
     EXPECT_TRUE(result == 0 && spoilt->count == 100 && spoilt->ids[0]->profileName[0] == '\0');
     EXPECT_EQ(1u, logged("select * from vlanInfo where id = ? error: "));
+    EXPECT_EQ(2u, logged("[vlanListProfileInfoGetEX:"));
+    EXPECT_EQ(1u, logged("[vlanListProfileCreateFastEX:"));
     device->setDown(true);
     EXPECT_EQ(0u, full()->count);
 }

@@ -151,9 +151,9 @@ int run(int argc, char **argv) {
     bool flag = false;
 
     auto *plug = app.add_subcommand("plug", "Plug a device into a port");
-    plug->add_option("name", name)->required();
+    plug->add_option("name", name, "Name for the device")->required();
     plug->add_option("port", port, "0/1 to 0/N")->required();
-    plug->add_option("mac", mac)->required();
+    plug->add_option("mac", mac, "First MAC address")->required();
     plug->add_option("--count", count, "Number of consecutive MAC addresses");
     plug->add_option("--behind", behind, "Device whose pass-through port it uses");
     plug->add_option("--vlan", vlan, "Send frames tagged with this VLAN");
@@ -177,40 +177,42 @@ int run(int argc, char **argv) {
         }
     });
     auto *unplug = app.add_subcommand("unplug", "Unplug a device and everything behind it");
-    unplug->add_option("name", name)->required();
+    unplug->add_option("name", name, "Name of the device")->required();
     unplug->callback([&] { request = {{"op", "unplug"}, {"name", name}}; });
     auto *move = app.add_subcommand("move", "Plug a device into another port");
-    move->add_option("name", name)->required();
-    move->add_option("port", port)->required();
+    move->add_option("name", name, "Name of the device")->required();
+    move->add_option("port", port, "0/1 to 0/N")->required();
     move->add_option("--behind", behind, "Device whose pass-through port it uses");
     move->callback([&] { request = {{"op", "move"}, {"name", name}, {"port", port}, {"behind", behind}}; });
     auto *talk = app.add_subcommand("talk", "Make a device talk, or silence it with --off");
-    talk->add_option("name", name)->required();
+    talk->add_option("name", name, "Name of the device")->required();
     talk->add_flag("--off", flag, "Silence it: its table entries age");
     talk->callback([&] { request = {{"op", "talk"}, {"name", name}, {"on", !flag}}; });
     auto *link = app.add_subcommand("link", "Force a port's link");
-    link->add_option("port", port)->required();
-    link->add_option("state", text)->required()->check(CLI::IsMember({"up", "down", "auto"}));
+    link->add_option("port", port, "0/1 to 0/N")->required();
+    link->add_option("state", text, "auto follows the devices plugged in")
+        ->required()
+        ->check(CLI::IsMember({"up", "down", "auto"}));
     link->callback([&] { request = {{"op", "link"}, {"port", port}, {"state", text}}; });
 
     auto *table = app.add_subcommand(
         "table", "Print a table: ports, lags, vlans, associations, fdb, lldp, arp, devices, log");
-    table->add_option("name", name)->required();
+    table->add_option("name", name, "Name of the table")->required();
     auto *exec = app.add_subcommand("exec", "Run CLI lines, one per argument");
-    exec->add_option("lines", words)->required();
+    exec->add_option("lines", words, "Commands from privileged mode on")->required();
     auto *cli = app.add_subcommand("cli", "Open a session at the switch's command line");
     auto *raw = app.add_subcommand("request", "Send one control request as JSON and print the answer");
-    raw->add_option("json", text)->required();
+    raw->add_option("json", text, "The request, an object with \"op\"")->required();
     raw->callback([&] { request = json::parse(text); });
     auto *loadFile = app.add_subcommand("load", "Run a scenario file (JSON)");
-    loadFile->add_option("file", text)->required();
+    loadFile->add_option("file", text, "Path of the file")->required();
     auto *events = app.add_subcommand("events", "Print what happened on the switch");
     events->add_option("--since", number, "Only events after this number");
     events->add_flag("--follow", flag, "Continue until interrupted");
 
     auto *latency =
         app.add_subcommand("latency", "Show or set the milliseconds until a membership change takes effect");
-    auto *latencyValue = latency->add_option("ms", number);
+    auto *latencyValue = latency->add_option("ms", number, "New value; shown if absent");
     latency->callback([&] {
         request = {{"op", "latency"}};
         if (*latencyValue)

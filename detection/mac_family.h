@@ -1,0 +1,102 @@
+// What the families have in common that put a device into a VLAN by its MAC address: comparing a scan with the
+// devices that are known, letting a device leave, repairing associations that somebody removed on the switch.
+// What differs between families is in a table, MacFamily.
+//
+// Lists of devices belong to the family's thread. Failures are logged here, on behalf of the operation that
+// `where` names, or by the steps of the family.
+#ifndef PAVO_DETECTION_MAC_FAMILY_H
+#define PAVO_DETECTION_MAC_FAMILY_H
+
+#include <cstdint>
+#include <optional>
+#include <source_location>
+#include <vector>
+
+#include "common/device_list.h"
+#include "detection/mac_association.h"
+#include "detection/system_log.h"
+#include "swapi/switch.h"
+
+namespace pavo {
+
+// Classes of device (DetectedDevice::type) in the families with control units.
+inline constexpr std::uint32_t DEVICE_TYPE_CONTROL = 1;
+inline constexpr std::uint32_t DEVICE_TYPE_AUDIO = 2;
+
+// Scans that a device may be missing from before it leaves.
+inline constexpr std::uint32_t DEVICE_MISS_MAX = 20;
+
+// A device that a scan has seen.
+struct Sighting {
+    Mac mac;
+    IfNum port;
+    std::uint32_t type = 0;  // as in DetectedDevice
+    std::uint32_t controlMode =
+        DEVICE_CONTROL_MODE_NONE;  // 802.1X port control, where the family asks for it
+};
+
+// The words of a family. Those it does not have are left out.
+struct MacFamilyTexts {
+    LogFormat<> comparing;
+    LogFormat<Mac> joining{};             // a new device, before it joins
+    LogFormat<Mac> leaving{};             // a device that is missing for good, before it leaves
+    LogFormat<Mac> associationMissing{};  // on the switch
+    LogFormat<IfNum, std::uint32_t, std::int32_t> controlRestored{};  // port, mode, OpEN code
+
+    // For the switch's system log.
+    SystemFormat<Mac, IfNum, IfNum> moved{};        // from port, to port; also in the log
+    SystemFormat<const char *, Mac, IfNum> left{};  // "Control" or "Audio"
+};
+
+// One family. Steps marked optional may be left out.
+struct MacFamily {
+    AssociationScripts scripts;
+    MacFamilyTexts texts;
+
+    // The devices that are there now. Nothing when it cannot be known at the moment what to look for: nobody is
+    // compared then.
+    std::optional<std::vector<Sighting>> (*scan)(Switch sw, const Where &where);
+
+    // Whether a device that is not in the list is to join now, and what is to be kept of it. Optional.
+    bool (*admit)(Switch sw, const Sighting &seen, DetectedDevice *device) = nullptr;
+    // True when the device has joined and is to be kept in the list; true when it has left and is to be dropped.
+    // What failed is tried again with the next scan.
+    bool (*join)(Switch sw, const DetectedDevice &device);
+    bool (*leave)(Switch sw, const DetectedDevice &device);
+
+    // A device that was there at the last scan is missing. Optional.
+    void (*firstMiss)(Switch sw, const DetectedDevice &device) = nullptr;
+    // A device of the list is still where it was. Optional.
+    void (*stillThere)(Switch sw, const Sighting &seen) = nullptr;
+};
+
+// Compares one scan with the list: joins what is new, follows what moved, counts what is missing and lets it
+// leave. Takes a time that is linear in scan and list.
+void updateDevices(Switch sw, const MacFamily &family, DeviceList<DetectedDevice> *devices,
+                   Where where = std::source_location::current());
+
+// Drops the devices whose association is missing on the switch, so that the next update joins them afresh.
+// Failed when the switch does not show its associations, OpenFailed when its output cannot be read.
+Result<> repairDevices(Switch sw, const MacFamily &family, DeviceList<DetectedDevice> *devices,
+                       Where where = std::source_location::current());
+
+// Lets every device leave, whatever comes of it, and empties the list.
+void clearDevices(Switch sw, const MacFamily &family, DeviceList<DetectedDevice> *devices);
+
+// How a leave came out: the association is removed by a script, the port's control set by an OpEN call.
+struct [[nodiscard]] DeviceLeave {
+    ScriptResult association;
+    std::optional<OpenResult<>> control;  // when the port had to be put back under 802.1X control
+};
+
+// What an operation returns for it: the code of the last step.
+std::int32_t codeOf(const DeviceLeave &leave);
+
+// Removes the association of a device, reports that to the system log, and puts a port that was under 802.1X
+// control when the device joined back there, unless the script did not even get to the switch.
+DeviceLeave removeDevice(Switch sw, const MacFamily &family, const DetectedDevice &device,
+                         Where where = std::source_location::current());
+
+}  // namespace pavo
+
+#endif

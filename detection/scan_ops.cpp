@@ -1,0 +1,97 @@
+#include "detection/scan_ops.h"
+
+#include <span>
+#include <utility>
+
+#include "common/json.h"
+#include "common/log.h"
+#include "detection/audac.h"
+#include "detection/lightware.h"
+
+namespace pavo {
+namespace {
+
+bool addString(cJSON *object, const char *key, const std::string &text) {
+    return cJSON_AddStringToObject(object, key, text.c_str()) != nullptr;
+}
+
+bool addNumber(cJSON *object, const char *key, std::uint32_t number) {
+    return cJSON_AddNumberToObject(object, key, number) != nullptr;
+}
+
+// Appends the object that fill(object) makes. Failure, logged on behalf of `where`, when memory runs out.
+template <class Fill>
+Result<> appendObject(cJSON *array, const Where &where, Fill fill) {
+    JsonPtr object(cJSON_CreateObject());
+    if (object != nullptr && fill(object.get()) && cJSON_AddItemToArray(array, object.get())) {
+        static_cast<void>(object.release());
+        return {};
+    }
+    logError(where, "[%s:%d] Could not allocate memory.\r\n");
+    return failed(ResultCode::InvalidPointer);
+}
+
+struct FieldKey {
+    NeighbourField field;
+    const char *key;
+};
+
+Result<> appendNeighbours(Switch sw, const NeighbourQuery &query, const NeighbourFamily &family,
+                          std::span<const FieldKey> keys, const Where &where) {
+    const PortNeighbours found = NeighbourReader(sw, family).read(query.ifNum, where);
+    for (const Neighbour &neighbour : found.neighbours) {
+        auto appended = appendObject(query.array, where, [&](cJSON *object) {
+            for (const auto &[field, key] : keys)
+                if (neighbour[field] && !addString(object, key, *neighbour[field]))
+                    return false;
+            return true;
+        });
+        if (!appended)
+            return appended;
+    }
+    return found.outcome;
+}
+
+}  // namespace
+
+void audacListGet(Switch sw, cJSON *out) {
+    const Where where = std::source_location::current();
+    for (const Sighting &seen : scanAudacDevices(sw, where).value_or(std::vector<Sighting>())) {
+        const auto appended = appendObject(out, where, [&](cJSON *object) {
+            return addNumber(object, "portId", seen.port.number()) &&
+                   addString(object, "mac", seen.mac.text()) && addNumber(object, "type", seen.type);
+        });
+        if (!appended)
+            return;
+    }
+}
+
+void lightwareListGet(Switch sw, cJSON *out) {
+    const Where where = std::source_location::current();
+    for (const LightwareSighting &seen : scanLightwareLinks(sw, where)) {
+        const auto appended = appendObject(out, where, [&](cJSON *object) {
+            return addNumber(object, "portId", seen.port.number()) &&
+                   addString(object, "systemDesc", seen.systemDesc) &&
+                   addString(object, "chassisId", seen.chassisId) &&
+                   addString(object, "portDesc", seen.portDesc);
+        });
+        if (!appended)
+            return;
+    }
+}
+
+std::int32_t lldpIntfRemoteAudacInfoGet(Switch sw, const NeighbourQuery &query) {
+    constexpr FieldKey kKeys[] = {{NeighbourField::SystemDesc, "systemDesc"},
+                                  {NeighbourField::ChassisId, "chassisID"},
+                                  {NeighbourField::PortId, "portId"}};
+    return codeOf(appendNeighbours(sw, query, audacNeighbours, kKeys, std::source_location::current()));
+}
+
+std::int32_t lldpIntfRemoteLightwareInfoGet(Switch sw, const NeighbourQuery &query) {
+    constexpr FieldKey kKeys[] = {{NeighbourField::SystemDesc, "systemDesc"},
+                                  {NeighbourField::ChassisId, "chassisId"},
+                                  {NeighbourField::PortDesc, "portDesc"}};
+    return codeOf(appendNeighbours(sw, query, lightwareNeighbours, kKeys, std::source_location::current()));
+}
+
+}  // namespace pavo

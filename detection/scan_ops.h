@@ -1,0 +1,35 @@
+// What the scans see, as JSON. The daemon's threads work with the values themselves; these operations are for
+// whoever wants to look at them. Any thread may call them.
+#ifndef PAVO_DETECTION_SCAN_OPS_H
+#define PAVO_DETECTION_SCAN_OPS_H
+
+#include <cjson/cJSON.h>
+
+#include <cstdint>
+
+#include "swapi/switch.h"
+
+namespace pavo {
+
+// Appends the audio devices behind Audac control units to `out`: {"portId", "mac", "type": 2}.
+void audacListGet(Switch sw, cJSON *out);
+
+// Appends the uplinks of Lightware endpoints to `out`: {"portId", "systemDesc", "chassisId", "portDesc"}.
+void lightwareListGet(Switch sw, cJSON *out);
+
+// One port to read, and the JSON array that receives its neighbours.
+struct NeighbourQuery {
+    IfNum ifNum;
+    cJSON *array;
+};
+
+// Append the LLDP neighbours of one port: for Audac {"systemDesc", "chassisID", "portId"}, for Lightware those
+// that are UBEX endpoints {"systemDesc", "chassisId", "portDesc"}. 0; 10000 when a read fails, which ends the
+// walk, and 10002 without memory (both logged). Neighbours read until then are in the array; the last one may
+// lack its chassisId or portDesc.
+std::int32_t lldpIntfRemoteAudacInfoGet(Switch sw, const NeighbourQuery &query);
+std::int32_t lldpIntfRemoteLightwareInfoGet(Switch sw, const NeighbourQuery &query);
+
+}  // namespace pavo
+
+#endif

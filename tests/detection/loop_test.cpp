@@ -1,0 +1,185 @@
+// What all threads of the daemon have in common, with rows and families made up for the purpose.
+#include <gtest/gtest.h>
+
+#include <new>
+
+#include "detection/mac_family.h"
+#include "detection/supervisor.h"
+#include "tests/detection/detection_fixture.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using namespace test_support;
+namespace clk = platform::manual_clock;
+
+// --- the loop
+
+// What the steps of a loop were called for, in order, and what the check says next.
+std::string called;
+std::string answers;  // one letter for each check, the first one first
+
+Presence nextAnswer(Switch) {
+    const char answer = answers.empty() ? 'a' : answers.front();
+    answers.erase(0, 1);
+    return answer == 'p' ? Presence::Present : answer == 'u' ? Presence::Unknown : Presence::Absent;
+}
+
+constexpr DetectionLoop kLoop = {.texts = {.started = "[%s:%d] started\n",
+                                           .lookingNow = "[%s:%d] looking\n",
+                                           .skipped = "[%s:%d] skipped\n",
+                                           .ended = "[%s:%d] ended\n"},
+                                 .period = 7s,
+                                 .check = nextAnswer,
+                                 .begin = [](Switch) { called += "begin "; },
+                                 .cycle = [](Switch) { called += "cycle "; },
+                                 .end = [](Switch) { called += "end"; }};
+
+class LoopTest : public DetectionTest {
+  protected:
+    std::string run(const DetectionLoop &loop, const std::string &checks) {
+        called.clear();
+        answers = checks;
+        const auto slept = clk::totalSlept();
+        runLoop(loop, &client);
+        return called + " " + std::to_string((clk::totalSlept() - slept) / 7s);
+    }
+};
+
+TEST_F(LoopTest, GoesByTheAnswersOfTheCheck) {
+    for (const char *noReason : {"a", "u"})
+        EXPECT_EQ(run(kLoop, noReason), "end 0");
+    EXPECT_EQ(logged("] started\n"), 2u);
+    EXPECT_EQ(logged("] ended\n"), 0u);
+    EXPECT_EQ(run(kLoop, "ppuupa"), "begin cycle cycle end 5");
+    EXPECT_EQ(logged("] looking\n"), 5u);
+    EXPECT_EQ(logged("] skipped\n"), 2u);
+    EXPECT_EQ(logged("] ended\n"), 1u);
+
+    DetectionLoop looksFirst = kLoop;
+    looksFirst.pause = Pause::AfterCycle;
+    EXPECT_EQ(run(looksFirst, "ppa"), "begin cycle end 1");
+    // Steps and texts that are left out; a cycle that finds no memory is not the last one.
+    const DetectionLoop bare = {
+        .texts = {.started = "[%s:%d] bare\n"}, .period = 7s, .check = nextAnswer, .cycle = [](Switch) {
+            throw std::bad_alloc();
+        }};
+    EXPECT_EQ(run(bare, "pppua"), " 4");
+    EXPECT_EQ(logged("Could not allocate memory.\r\n"), 2u);
+    EXPECT_EQ(logged("] looking\n"), 7u);
+}
+
+// --- rows of the supervisor
+
+std::atomic<std::int32_t> workerRuns{0};
+
+TEST_F(LoopTest, AWorkerThatIsNoFamilyMayFailToStart) {
+    static int creations;
+    creations = 0;
+    workerRuns = 0;
+    const DetectionRow worker = {
+        .name = "worker",
+        .loop = {.texts = {.started = "[%s:%d] worker\n"}, .period = 7s, .cycle = [](Switch) {}},
+        .entry = [](void *) -> void * { return nullptr; },
+        .running = &workerRuns,
+        .notCreated = "[%s:%d] no worker\n",
+        .notRecreated = "[%s:%d] no worker again\n",
+    };
+    const DetectionRow *const rows[] = {&worker};
+    Supervisor supervisor(
+        &client,
+        [](pthread_t *, const pthread_attr_t *, void *(*)(void *), void *) {
+            return ++creations <= 2 ? EAGAIN : 0;
+        },
+        rows);
+    EXPECT_TRUE(supervisor.start());
+    EXPECT_TRUE(supervisor.pass());
+    EXPECT_EQ(workerRuns, 0);
+    EXPECT_EQ(logged("] no worker\n") + logged("] no worker again\n"), 2u);
+    EXPECT_TRUE(supervisor.pass());
+    EXPECT_TRUE(supervisor.pass());  // it has its thread
+    EXPECT_EQ(creations, 3);
+    EXPECT_EQ(workerRuns, 1);
+    EXPECT_EQ(clk::totalSlept(), 0s);
+}
+
+// --- families by MAC address
+
+std::optional<std::vector<Sighting>> seen;
+
+std::string nameOf(Mac mac) {
+    return mac.text().substr(15) + " ";
+}
+
+constexpr MacFamily kFamily = {
+    .scripts = {.in = "/tmp/in", .out = "/tmp/out", .writeFailed = {}, .applyFailed = {}},
+    .texts = {.comparing = "[%s:%d] comparing\n"},
+    .scan = [](Switch, const Where &) { return seen; },
+    .admit =
+        [](Switch, const Sighting &one, DetectedDevice *device) {
+            device->controlMode = one.controlMode;
+            return one.controlMode != 1;
+        },
+    .join =
+        [](Switch, const DetectedDevice &device) {
+            called += "join " + nameOf(device.mac);
+            return true;
+        },
+    .leave =
+        [](Switch, const DetectedDevice &device) {
+            called += "leave " + nameOf(device.mac);
+            return true;
+        },
+    .firstMiss = [](Switch, const DetectedDevice &device) { called += "miss " + nameOf(device.mac); },
+    .stillThere = [](Switch, const Sighting &one) { called += "there " + nameOf(one.mac); },
+};
+
+TEST_F(LoopTest, StepsOfAFamily) {
+    DeviceList<DetectedDevice> list;
+    const auto steps = [&](int scans = 1) {
+        called.clear();
+        for (int i = 0; i < scans; ++i)
+            updateDevices(&client, kFamily, &list);
+        return called;
+    };
+    const auto sighting = [](const char *last, std::uint32_t port, std::uint32_t mode) {
+        return Sighting{.mac = *Mac::parse(std::string("aa:bb:cc:00:00:") + last),
+                        .port = IfNum(port),
+                        .controlMode = mode};
+    };
+    seen = {sighting("01", 1, 2), sighting("02", 1, 1), sighting("03", 2, 3)};
+    EXPECT_EQ(steps(), "join 01 join 03 ");
+    EXPECT_EQ(list.at(1)->controlMode, 3u);
+    EXPECT_EQ(steps(), "there 01 there 03 ");
+    // One that moves is still there; without words for it, it moves in silence.
+    seen = {sighting("01", 4, 2)};
+    EXPECT_EQ(steps(), "miss 03 there 01 ");
+    EXPECT_EQ(systemLog().find("aa:bb"), std::string::npos);
+    seen.reset();
+    EXPECT_EQ(steps(25), "");
+    EXPECT_EQ(logged("] comparing\n"), 3u);
+    seen.emplace();
+    EXPECT_EQ(steps(18), "miss 01 ");
+    EXPECT_EQ(steps(), "leave 03 ");
+    EXPECT_EQ(steps(), "leave 01 ");
+    EXPECT_TRUE(list.empty());
+}
+
+TEST(MacAssociationsTest, TakesAnyOutput) {
+    const auto mentions = [](const std::string &output) {
+        const auto shown = MacAssociations::parse(output);
+        return shown ? shown->mention(*Mac::parse("aa:BB:cc:00:00:01")) ? "yes" : "no" : "no table";
+    };
+    const std::string head = "MAC Address         VLAN ID\n----------------- -------\n";
+    for (const char *entry :
+         {"AA:bb:CC:00:00:01 10\n", " \taa:bb:cc:00:00:01\t-1\r\n", "xaa:bb:cc:00:00:01x 5 more"})
+        EXPECT_STREQ(mentions(head + "11:22:33:44:55:66 7\n" + entry), "yes") << entry;
+    for (const char *entry :
+         {"", "\n\n", "aa:bb:cc:00:00:01\n", "aa:bb:cc:00:00:01 x\n", "aa:bb:cc:00:00:0 1\n"})
+        EXPECT_STREQ(mentions(head + entry), "no") << entry;
+    for (const char *output : {"", "aa:bb:cc:00:00:01 10\n", "-------------\naa:bb:cc:00:00:01 10\n"})
+        EXPECT_STREQ(mentions(output), "no table") << output;
+    EXPECT_STREQ(mentions(head + std::string(3000, ' ') + "aa:bb:cc:00:00:01 10\n"), "yes");
+}
+
+}  // namespace
