@@ -146,7 +146,7 @@ TEST(ProfileRequest, IsParsedIntoValues) {
     EXPECT_EQ(vlan.routing.method, IpConfig::Manual);
     EXPECT_TRUE(vlan.routing.address && !vlan.routing.mask);
     EXPECT_EQ(request.vlans[1].profileType, "Video");
-    EXPECT_EQ(config->document.substr(0, 19), "{\n\t\"profileConfig\":\t");
+    EXPECT_EQ(config->document.substr(0, 19), "{\n\t\"profileConfig\":");
 
     const auto faultOf = [](const std::string &text) { return parseProfileConfig(text).error(); };
     EXPECT_EQ(faultOf("nonsense"), RequestFault::NoJson);
