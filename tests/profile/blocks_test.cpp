@@ -424,6 +424,71 @@ TEST_F(BlockFailureTest, WhicheverCallFailsIsReported) {
         }
 }
 
+TEST_F(BlockFailureTest, RefusedScriptsAreReportedInTheirOwnWords) {
+    const std::string avbDelete = "Apply cli for delete AVB failed. (result = 10000)\n";
+    const std::string sonos = "Apply cli for add sonos failed. (result = 10000)\n";
+    const std::string oldSonos = "Apply cli for add Sonos failed. (result = 10000)\n";
+    const std::string querier = "Apply cli for delete igmp querier failed. (result = 10000)\n";
+    const std::string tree = "Apply STP global config failed.\r\n";
+    const std::string qosAdd = "Apply add global config of qos failed.\r\n";
+    const std::string qosDelete = "Apply delete global config of qos failed";
+    const std::string ports = "Apply cli for AVB MRP interfaces failed. (result = 10000)\n";
+    const std::string multicast = "Apply multicast global config failed.\r\n";
+    const struct {
+        std::string operation;
+        std::function<void()> run;
+        std::vector<std::string> texts;
+    } rows[] = {
+        {"AvConfigGlobalAvbAdd",
+         call(AvConfigGlobalAvbAdd),
+         {"Apply cli for add AVB failed. (result = 10000)\n"}},
+        {"AvConfigGlobalAvbDelete", call(AvConfigGlobalAvbDelete, true), {avbDelete}},
+        {"AvConfigGlobalAvbMrpPreDisable",
+         call(AvConfigGlobalAvbMrpPreDisable),
+         {"Apply cli for AVB MRP pre-config failed. (result = 10000)\n"}},
+        {"AvConfigGlobalSonosAdd", call(AvConfigGlobalSonosAdd), {sonos}},
+        {"AvConfigGlobalSonosDelete", call(AvConfigGlobalSonosDelete), {sonos}},
+        {"AvConfigGlobalEtcAdd", call(AvConfigGlobalEtcAdd), {}},
+        {"AvConfigGlobalQuerierAdd", call(AvConfigGlobalQuerierAdd, 30), {querier}},
+        {"AvConfigGlobalQuerierDelete", call(AvConfigGlobalQuerierDelete), {querier}},
+        {"AvConfigGlobalmacfilterDelete", call(AvConfigGlobalmacfilterDelete, 1), {tree}},
+        {"AvConfigGlobalrstpAdd",
+         call(AvConfigGlobalrstpAdd, kVlan),
+         {tree, "Apply IGMP global config failed.\r\n"}},
+        {"AvConfigGlobalIgmpLightwareDelete", call(AvConfigGlobalIgmpLightwareDelete, kVlan), {multicast}},
+        {"AvConfigGlobalIgmpPlusDelete", call(AvConfigGlobalIgmpPlusDelete, kVlan), {}},
+        {"AvConfigGlobalQosDelete",
+         call(AvConfigGlobalQosDelete, AV_QOS_DELETE_ALL),
+         {qosDelete + " G1.\r\n", "Apply delete global config of cos failed.\r\n", qosDelete + " G2.\r\n",
+          qosDelete + " G3.\r\n"}},
+        {"AvConfigGlobalAvbMrpPostEnableEx", call(AvConfigGlobalAvbMrpPostEnableEx, true, 0), {ports}},
+        {"AvConfigAvbMrpIntfTimerPre", call(AvConfigAvbMrpIntfTimerPre, 0), {ports}},
+        {"AvConfigAvbMrpIntfCleanup", call(AvConfigAvbMrpIntfCleanup, true), {ports}},
+        {"AVAVBGlobalConfigAdd", call(AVAVBGlobalConfigAdd), {avbDelete}},
+        {"AVSonosGlobalConfigDelete", call(AVSonosGlobalConfigDelete), {oldSonos}},
+        {"AVIgmpQuerierGlobalConfigDelete", call(AVIgmpQuerierGlobalConfigDelete), {querier}},
+        {"AvGlobalConfigQosAdd", call(AvGlobalConfigQosAdd), {qosAdd}},
+        {"AvGlobalConfigQosDelete", call(AvGlobalConfigQosDelete), {qosDelete + ".\r\n"}},
+        {"multicastGlobalConfigSet", call(multicastGlobalConfigSet, kVlan, 0, 0), {multicast}},
+    };
+    cli({"configure", "spanning-tree mst priority 0 28672"});
+    failCall(kApply, 1, false);
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.operation);
+        const auto before = log().size();
+        row.run();
+        const auto lines = log().substr(before);
+        const std::string refused = "trying to apply the configuration. (result = -2)\n";
+        EXPECT_EQ(occurrences(lines, "[" + row.operation + ":"), occurrences(lines, "): test: [")) << lines;
+        EXPECT_EQ(occurrences(lines, "(ERROR)"), occurrences(lines, refused) + row.texts.size()) << lines;
+        for (const auto &text : row.texts)
+            EXPECT_EQ(occurrences(lines, "] " + text), 1u) << lines;
+    }
+    AvConfigGlobalQosAdd(&client, 0, 0);
+    EXPECT_EQ(logged("] " + qosAdd), 2u) << "this one, and the older form";
+    EXPECT_EQ(logged("[AvConfigGlobalQosAdd:"), 3u);
+}
+
 TEST_F(BlockFailureTest, WithoutAFolderForScriptsNothingIsApplied) {
     const auto folder = platform::fsPath(kScriptDir);
     fs::remove_all(folder);
