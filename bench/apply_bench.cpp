@@ -4,16 +4,19 @@
 
 #include <filesystem>
 #include <memory>
+#include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "bench/ratio.h"
 #include "platform/paths.h"
-#include "profile/apply.h"
-#include "profile/request.h"
+#include "profile/apply_ops.h"
 #include "swapi/vlan_membership.h"
 #include "vswitch/inprocess.h"
 
 namespace {
+
+using namespace pavo;
 
 constexpr std::uint32_t kPorts = 48;
 constexpr std::uint32_t kVlans = 4;
@@ -44,8 +47,8 @@ std::string request() {
            vlans + "]}}";
 }
 
-struct Switch {
-    explicit Switch(std::int64_t latencyMs) {
+struct Installation {
+    explicit Installation(std::int64_t latencyMs) {
         const auto templates = platform::fsPath(platform::paths::kProfileTemplateDir);
         std::filesystem::create_directories(templates);
         std::filesystem::copy(PAVO_DATA_DIR "/profileTemplate", templates,
@@ -57,7 +60,7 @@ struct Switch {
             server.resetCounts();
         });
     }
-    ~Switch() { openapiClientTearDown(&client); }
+    ~Installation() { openapiClientTearDown(&client); }
 
     void report(benchmark::State &state) {
         device.with([&](vswitch::Server &server) {
@@ -75,7 +78,7 @@ struct Switch {
 void applyProfile(benchmark::State &state) {
     for (auto _ : state) {
         state.PauseTiming();
-        auto one = std::make_unique<Switch>(state.range(0));
+        auto one = std::make_unique<Installation>(state.range(0));
         const auto text = request();
         state.ResumeTiming();
         if (profileConfigSet(&one->client, text.c_str()) != 0)
@@ -87,23 +90,33 @@ void applyProfile(benchmark::State &state) {
     }
 }
 
+void configureOneByOne(openapiClientHandle_t *client) {
+    const Switch sw(client);
+    for (std::uint32_t vlan = 20; vlan < 20 + kVlans; ++vlan)
+        rpcclt_openapiVlanCreate(client, vlan);
+    bool done = true;
+    for (std::uint32_t number = 1; number <= kPorts; ++number) {
+        const IfNum port(number);
+        const VlanId untagged = *VlanId::from(untaggedVlan(number));
+        const VlanId tagged = *VlanId::from(taggedVlan(number));
+        for (const auto &[id, tagging] :
+             {std::pair(untagged, Tagging::Untagged), std::pair(tagged, Tagging::Tagged)})
+            done = setParticipationAndVerify(sw, port, id, Participation::Include) &&
+                   setTaggingAndVerify(sw, port, id, tagging) && done;
+        done = setPvidAndVerify(sw, port, untagged) &&
+               setParticipationAndVerify(sw, port, kDefaultVlan, Participation::Auto) && done;
+    }
+    if (!done)
+        throw std::runtime_error("a setter failed");
+}
+
 // What the same membership costs with one verified setter each.
 void applyOneByOne(benchmark::State &state) {
     for (auto _ : state) {
         state.PauseTiming();
-        auto one = std::make_unique<Switch>(state.range(0));
+        auto one = std::make_unique<Installation>(state.range(0));
         state.ResumeTiming();
-        for (std::uint32_t vlan = 20; vlan < 20 + kVlans; ++vlan)
-            rpcclt_openapiVlanCreate(&one->client, vlan);
-        for (std::uint32_t port = 1; port <= kPorts; ++port) {
-            for (const auto vlan : {untaggedVlan(port), taggedVlan(port)}) {
-                vlanIfParticipationSetAndVerify(&one->client, port, vlan,
-                                                OPEN_VLAN_PARTICIPATION_MODE_INCLUDE);
-                vlanIfTaggingSetAndVerify(&one->client, port, vlan, vlan == taggedVlan(port) ? 1 : 0);
-            }
-            vlanIfPvidSetAndVerify(&one->client, port, untaggedVlan(port));
-            vlanIfParticipationSetAndVerify(&one->client, port, 1, OPEN_VLAN_PARTICIPATION_MODE_AUTO);
-        }
+        configureOneByOne(&one->client);
         state.PauseTiming();
         one->report(state);
         one.reset();

@@ -4,19 +4,22 @@
 #include <filesystem>
 #include <sstream>
 
-#include "common/owners.h"
+#include "common/json.h"
 #include "common/result.h"
-#include "profile/apply.h"
-#include "profile/request.h"
-#include "profile/switch_state.h"
-#include "store/profile_db.h"
+#include "profile/apply_ops.h"
+#include "profile/configure.h"
+#include "profile/list_ops.h"
+#include "profile/switch_change.h"
+#include "store/profile_db_ops.h"
+#include "store/profile_demand.h"
 #include "store/profile_template.h"
-#include "store/profile_types.h"
+#include "store/vlan_settings.h"
 #include "tests/support/switch_fixture.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+using namespace pavo;
 using namespace std::chrono_literals;
 using platform::paths::kAudacConfig;
 using platform::paths::kShureConfig;
@@ -57,6 +60,8 @@ class ApplyTest : public SwitchTest {
     }
 
     void TearDown() override {
+        for (const char *const helper : {"[operator", "[refuse:", "[run:", "[applyBlockScript:"})
+            EXPECT_EQ(0u, logged(helper)) << "lines name the operation that failed";
         device->with([](vswitch::Server &server) { EXPECT_EQ(0u, server.cli().unknownCommands()); });
         SwitchTest::TearDown();
     }
@@ -72,7 +77,7 @@ class ApplyTest : public SwitchTest {
     std::string everything() {
         std::ostringstream out;
         char *list = nullptr;
-        EXPECT_EQ(RESULT_SUCCESS, profileListExGet(&client, &list));
+        EXPECT_EQ(0, profileListExGet(&client, &list));
         out << config() << TextPtr(list).get() << '\n';
         for (const auto *folder : {platform::paths::kVlanProfileConfigDir, platform::paths::kPavoExDir})
             if (const fs::path path = platform::fsPath(folder); fs::exists(path))
@@ -82,11 +87,7 @@ class ApplyTest : public SwitchTest {
             out << file << ": " << (exists(file) ? readFile(file) : "none") << '\n';
         return out.str();
     }
-    SwitchState state() {
-        SwitchState out;
-        EXPECT_EQ(RESULT_SUCCESS, switchStateRead(&client, &out));
-        return out;
-    }
+    SwitchState state() { return readSwitchState(&client).value(); }
 
     std::int32_t apply(const std::string &request) { return profileConfigSet(&client, request.c_str()); }
     std::int32_t apply(const std::string &name, const std::string &type,
@@ -99,11 +100,9 @@ class ApplyTest : public SwitchTest {
     // The same where nothing else than success is thinkable.
     void applied(const std::string &name, const std::string &type, const std::vector<std::string> &vlans,
                  const std::string &more = "") {
-        ASSERT_EQ(RESULT_SUCCESS, apply(name, type, vlans, more)) << name << " " << type << "\n" << log();
+        ASSERT_EQ(0, apply(name, type, vlans, more)) << name << " " << type << "\n" << log();
     }
-    void removed(const std::string &name) {
-        ASSERT_EQ(RESULT_SUCCESS, remove(name)) << name << "\n" << log();
-    }
+    void removed(const std::string &name) { ASSERT_EQ(0, remove(name)) << name << "\n" << log(); }
     void setLatency(platform::Duration time) {
         device->with([&](vswitch::Server &server) { server.model().setLatency(time); });
     }
@@ -111,7 +110,7 @@ class ApplyTest : public SwitchTest {
 
 // --- every type
 
-class EveryTypeTest : public ApplyTest, public testing::WithParamInterface<ProfileTypeEntry> {};
+class EveryTypeTest : public ApplyTest, public testing::WithParamInterface<ProfileType> {};
 
 TEST_P(EveryTypeTest, AppliedListedChangedInPlaceAndDeletedWithoutATrace) {
     const std::string type = GetParam().name;
@@ -141,18 +140,89 @@ TEST_P(EveryTypeTest, AppliedListedChangedInPlaceAndDeletedWithoutATrace) {
     removed("Hall");
     EXPECT_EQ(before, config());
     EXPECT_EQ(0, vlanInfoSelectRowsById(20));
-    EXPECT_FALSE(exists(profileVlanConfigPath(20).c_str()) || exists(kAudacConfig) || exists(kShureConfig));
+    EXPECT_FALSE(exists(vlanSettingsPath(VlanId(20)).c_str()) || exists(kAudacConfig) ||
+                 exists(kShureConfig));
     EXPECT_TRUE(fs::is_empty(platform::fsPath(platform::paths::kScriptDir))) << "no script is left behind";
 }
 
-INSTANTIATE_TEST_SUITE_P(Types, EveryTypeTest, testing::ValuesIn(profileTypeTable()));
+INSTANTIATE_TEST_SUITE_P(Types, EveryTypeTest, testing::ValuesIn(profileTypes()));
+
+TEST_F(ApplyTest, EveryBlockComesWithItsProfile) {
+    const struct {
+        const char *type;
+        std::vector<std::string> lines;
+    } rows[] = {
+        {"Sonos", {"spanning-tree mst priority 0 28672"}},
+        {"ETC Lighting", {"set igmp querier version 2", "set igmp querier election participate 20"}},
+        {"DICENTIS Conference system", {"spanning-tree vlan 20 max-age 22"}},
+        {PROFILE_TYPE_NAME_LIGHTWARE, {"set igmp mcrtrexpiretime 20 0"}},
+        {PROFILE_TYPE_NAME_UNITE, {"set igmp fast-leave 20", "ip igmp snooping querier query-interval 20"}},
+        {PROFILE_TYPE_NAME_POLY, {"set igmp proxy-querier 20"}},
+        {PROFILE_TYPE_NAME_AVB, {"dot1as", "mmrp periodic state machine"}},
+        {"Audio Dante", {"igmp-plus 20", "policy-map POLICY_AV in", "class CLASS_PTP1"}},
+        {PROFILE_TYPE_NAME_TELOS, {"class CLASS_TELOS"}},
+        {PROFILE_TYPE_NAME_GD, {"class CLASS_GD_COM"}},
+    };
+    const auto before = config();
+    for (const auto &[type, lines] : rows) {
+        applied("A", type, {vlanJson(20, 1, "1")});
+        for (const auto &line : lines)
+            EXPECT_TRUE(has("\n" + line + "\n")) << type << ": " << line;
+        removed("A");
+        ASSERT_EQ(before, config()) << type;
+    }
+    applied("A", PROFILE_TYPE_NAME_MILAN_DANTE, {vlanJson(20, 1, "1")});
+    EXPECT_TRUE(has("class CLASS_AUDIO1") && !has("CLASS_PTP"));
+}
+
+TEST_F(ApplyTest, FiltersGoWithTheLastProfileThatHasThem) {
+    cli({"configure", "ip access-list NET-BLOCK", "exit", "mac access-list extended visionaryNwAV", "end"});
+    const std::string harman = "HARMAN Professional AV Network",
+                      visionary = "Visionary Advanced Multi-Domain";
+    for (const auto &[type, role] : {std::pair(harman, 2), {PROFILE_TYPE_NAME_GD, 1}}) {
+        applied("A", type, {vlanJson(20, role, "1")});
+        removed("A");
+    }
+    EXPECT_TRUE(has("NET-BLOCK") && has("visionaryNwAV"));
+    applied("A", harman, {vlanJson(20, 3, "1")});
+    applied("B", visionary, {vlanJson(30, 1, "2")});
+    removed("A");
+    EXPECT_TRUE(!has("NET-BLOCK") && has("visionaryNwAV"));
+    removed("B");
+    EXPECT_FALSE(has("visionaryNwAV"));
+}
+
+// --- the lock
+
+TEST_F(ApplyTest, NothingChangesWithoutTheLock) {
+    applied("A", "Data", {vlanJson(20, 1, "1")});
+    const auto before = everything();
+    const auto lock = platform::fsPath(platform::paths::kProfileLock);
+    fs::remove(lock);
+    fs::create_directory(lock);
+    const auto request = parseProfileConfig(requestJson("B", "Data", {vlanJson(30, 1, "2")}))->request;
+    for (const auto code : {apply("B", "Data", {vlanJson(30, 1, "2")}), profileVlanAdd(&client, request, 0),
+                            profileVlansRemove(&client, {VlanId(20)}), remove("A")})
+        EXPECT_EQ(codeOf(ResultCode::Failed), code);
+    EXPECT_EQ(before, everything());
+    std::vector<std::string> operations;
+    std::istringstream lines(log());
+    for (std::string line; std::getline(lines, line);)
+        if (const auto text = line.find("] cannot lock "); text != std::string::npos) {
+            const auto begin = line.rfind('[', text) + 1;
+            operations.push_back(line.substr(begin, line.find(':', begin) - begin));
+        }
+    EXPECT_EQ(operations, (std::vector<std::string>{"profileConfigSet", "profileVlanAdd",
+                                                    "profileVlansRemove", "profileDelete"}));
+    EXPECT_EQ("cannot lock " + lock, configureProfile(&client, "{}").error().reason);
+}
 
 // --- the request
 
 TEST_F(ApplyTest, MalformedRequestsChangeNothing) {
     const auto before = everything();
     const std::string good = requestJson("Hall", "Data", {vlanJson(20, 1, "1")});
-    ASSERT_EQ(RESULT_INVALID_ARGUMENT, profileConfigSet(&client, nullptr));
+    ASSERT_EQ(codeOf(ResultCode::InvalidArgument), profileConfigSet(&client, nullptr));
     const std::string deep(5000, '['), huge(2 << 20, ' '), half = good.substr(0, good.size() / 2);
     std::vector<std::string> bad = {"", "nonsense", "{}", "[]", "{\"profileConfig\": 3}", deep, half, huge};
     const auto with = [&](const std::string &part, const std::string &other) {
@@ -189,7 +259,7 @@ TEST_F(ApplyTest, MalformedRequestsChangeNothing) {
                                   {"{" + more + R"("vlanId": 20, "vlanType": 1})",
                                    "{" + more + R"("vlanId": 21, "vlanType": 1})"}));
     for (const auto &text : bad)
-        EXPECT_EQ(RESULT_INVALID_ARGUMENT, apply(text)) << text.substr(0, 250);
+        EXPECT_EQ(codeOf(ResultCode::InvalidArgument), apply(text)) << text.substr(0, 250);
     EXPECT_EQ(before, everything());
     EXPECT_FALSE(exists("/escaped"));
 }
@@ -198,7 +268,7 @@ TEST_F(ApplyTest, NamesCannotDoMoreThanName) {
     const auto before = everything();
     for (const auto *name :
          {"", "a\\\"b", "a\\nno vlan 1", "a\\\\b", "\\u0007", "\xff\xfe", "\xc3", "\xe2\x82"})
-        EXPECT_EQ(RESULT_INVALID_ARGUMENT, apply(name, "Data", {vlanJson(20, 1, "1")})) << name;
+        EXPECT_EQ(codeOf(ResultCode::InvalidArgument), apply(name, "Data", {vlanJson(20, 1, "1")})) << name;
     EXPECT_EQ(before, everything());
     const std::string endless(10000, 'x'), notes = "Bühne links ♪ und rechts ♪ und oben";
     for (const auto &name : {std::string("O'Brien; drop table vlanInfo"), std::string("../../x"),
@@ -260,7 +330,7 @@ TEST_F(ApplyTest, ForceOverwriteAndKramer) {
     removed("A");
 
     applied("A", PROFILE_TYPE_NAME_AVB, {vlanJson(20, 1, "1")});
-    EXPECT_EQ(RESULT_AVB_ONE_VLAN, apply("B", PROFILE_TYPE_NAME_AVB, {vlanJson(21, 1, "2")}));
+    EXPECT_EQ(codeOf(ResultCode::AvbOneVlan), apply("B", PROFILE_TYPE_NAME_AVB, {vlanJson(21, 1, "2")}));
     applied("B", PROFILE_TYPE_NAME_AVB, {vlanJson(21, 1, "2")}, R"(, "overwrite": true)");
     EXPECT_EQ(0, vlanInfoSelectRowsById(20));
     EXPECT_FALSE(has("vlan pvid 20"));
@@ -278,16 +348,17 @@ TEST_F(ApplyTest, ConflictsAreRefusedWithTheirCodes) {
     applied("C", PROFILE_TYPE_NAME_SHURE_CONVERGED, {vlanJson(31, 1, "3")});
     const auto before = everything();
     const auto vlan = vlanJson(40, 1, "4");
-    EXPECT_EQ(RESULT_NAME_IN_USE, apply("Hall", "Data", {vlan}));
-    EXPECT_EQ(RESULT_SMPTE_ONE_VLAN, apply("T", PROFILE_TYPE_NAME_SMPTE, {vlan}));
-    EXPECT_EQ(RESULT_SHURE_ONE_VLAN, apply("D", PROFILE_TYPE_NAME_SHURE_CONVERGED, {vlan}));
-    EXPECT_EQ(RESULT_AVB_ONE_VLAN, apply("E", PROFILE_TYPE_NAME_MILAN, {vlan, vlanJson(41, 1, "")}));
-    EXPECT_EQ(RESULT_NOT_EXIST, remove("nobody"));
-    EXPECT_EQ(RESULT_INVALID_ARGUMENT, remove("Default"));
-    EXPECT_EQ(RESULT_INVALID_ARGUMENT, profileDelete(&client, "{\"name\": 3}"));
+    EXPECT_EQ(codeOf(ResultCode::NameInUse), apply("Hall", "Data", {vlan}));
+    EXPECT_EQ(codeOf(ResultCode::SmpteOneVlan), apply("T", PROFILE_TYPE_NAME_SMPTE, {vlan}));
+    EXPECT_EQ(codeOf(ResultCode::ShureOneVlan), apply("D", PROFILE_TYPE_NAME_SHURE_CONVERGED, {vlan}));
+    EXPECT_EQ(codeOf(ResultCode::AvbOneVlan),
+              apply("E", PROFILE_TYPE_NAME_MILAN, {vlan, vlanJson(41, 1, "")}));
+    EXPECT_EQ(codeOf(ResultCode::NotExist), remove("nobody"));
+    EXPECT_EQ(codeOf(ResultCode::InvalidArgument), remove("Default"));
+    EXPECT_EQ(codeOf(ResultCode::InvalidArgument), profileDelete(&client, "{\"name\": 3}"));
     EXPECT_EQ(before, everything());
     startSwitch({.machineModel = "AVM1000-8"});
-    EXPECT_EQ(RESULT_PROFILE_UNSUPPORTED, apply("T", PROFILE_TYPE_NAME_SMPTE, {vlan}));
+    EXPECT_EQ(codeOf(ResultCode::ProfileUnsupported), apply("T", PROFILE_TYPE_NAME_SMPTE, {vlan}));
 }
 
 // --- several profiles
@@ -318,15 +389,15 @@ TEST_F(ApplyTest, ChangeInPlaceMovesPortsAndDropsVlans) {
     auto now = state();
     EXPECT_FALSE(now.interfaces.contains("0/1")) << "back in VLAN 1 with the default MTU";
     EXPECT_FALSE(now.interfaces.contains("0/9"));
-    EXPECT_EQ(20u, now.interfaces["0/4"].pvid);
-    EXPECT_TRUE(now.interfaces["0/10"].tagged.contains(20));
+    EXPECT_EQ(VlanId(20), now.interfaces["0/4"].pvid);
+    EXPECT_TRUE(now.interfaces["0/10"].tagged.contains(VlanId(20)));
     EXPECT_EQ(9198u, now.interfaces["0/10"].mtu);
-    EXPECT_EQ("by hand", now.vlans[77]) << "was there before the profile and stays";
+    EXPECT_EQ("by hand", now.vlans[VlanId(77)]) << "was there before the profile and stays";
     EXPECT_EQ(0, vlanInfoSelectRowsById(77));
     // A port may move between profiles.
     applied("B", "Data", {vlanJson(30, 1, "4")});
     now = state();
-    EXPECT_EQ(30u, now.interfaces["0/4"].pvid);
+    EXPECT_EQ(VlanId(30), now.interfaces["0/4"].pvid);
     EXPECT_EQ(0u, now.interfaces["0/4"].mtu);
     removed("A");
     removed("B");
@@ -347,7 +418,7 @@ TEST_F(ApplyTest, RoutingLagsAndLatency) {
              R"({"vlanId": 22, "vlanType": 1, "routing": null})"});
     EXPECT_TRUE(has("ip address dhcp"));
     setLatency(5s);
-    EXPECT_EQ(RESULT_FAILED, apply("A", "Data", {vlanJson(20, 1, "1")}));
+    EXPECT_EQ(codeOf(ResultCode::Failed), apply("A", "Data", {vlanJson(20, 1, "1")}));
     EXPECT_EQ(1u, logged("step 'vlanParticipationSet' failed"))
         << "the switch took too long, and that is said";
 }
@@ -372,8 +443,8 @@ TEST_F(ApplyTest, WhatWasThereBeforeComesBack) {
     // Tagged in VLAN 1 and untagged elsewhere, in either order.
     applied("A", "Video", {vlanJson(1, 1, "", "9"), vlanJson(20, 1, "9")});
     auto now = state();
-    EXPECT_TRUE(now.interfaces["0/9"].tagged.contains(1));
-    EXPECT_EQ(20u, now.interfaces["0/9"].pvid);
+    EXPECT_TRUE(now.interfaces["0/9"].tagged.contains(VlanId(1)));
+    EXPECT_EQ(VlanId(20), now.interfaces["0/9"].pvid);
     removed("A");
     EXPECT_EQ(before, config());
 
@@ -391,13 +462,13 @@ TEST_F(ApplyTest, VlansAndFilesChangedByHand) {
     EXPECT_FALSE(has("vlan 77")) << "deleting a profile makes no VLAN";
 
     applied("B", "Data", {vlanJson(20, 1, "4")});
-    writeText(profileVlanConfigPath(20).c_str(), "by hand");
+    writeText(vlanSettingsPath(VlanId(20)).c_str(), "by hand");
     applied("B", "Data", {vlanJson(20, 1, "5")});
     removed("B");
     EXPECT_FALSE(has("\"B\"")) << "a VLAN of ours goes, whatever its file says";
 
     cli({"vlan database", "vlan 78", "end"});
-    ASSERT_EQ(RESULT_SUCCESS, profileVlansRemove(&client, {78}));
+    ASSERT_EQ(0, profileVlansRemove(&client, {VlanId(78)}));
     EXPECT_TRUE(has("vlan 78"));
 }
 
@@ -412,13 +483,13 @@ TEST_F(ApplyTest, AnyFailingCallLeavesNothingHalfApplied) {
     for (const bool applying : {true, false}) {
         const auto reset = [&] {
             remove("New");
-            EXPECT_EQ(RESULT_SUCCESS, apply(old));
-            EXPECT_TRUE(applying || apply(request) == RESULT_SUCCESS);
+            EXPECT_EQ(0, apply(old));
+            EXPECT_TRUE(applying || apply(request) == 0);
             return everything();
         };
         const auto act = [&] { return applying ? apply(request) : remove("New"); };
         const auto from = reset();
-        ASSERT_EQ(RESULT_SUCCESS, act());
+        ASSERT_EQ(0, act());
         const auto to = everything();
         bool struck = true;
         std::uint64_t n = 0;
@@ -430,7 +501,7 @@ TEST_F(ApplyTest, AnyFailingCallLeavesNothingHalfApplied) {
             struck = callsSeen() >= n;
             clearFaults();
             // A call whose failure does not matter leaves everything done; any other leaves nothing done.
-            ASSERT_EQ(result == RESULT_SUCCESS ? to : from, everything()) << result;
+            ASSERT_EQ(result == 0 ? to : from, everything()) << result;
         }
         EXPECT_GT(n, 5u);
     }
@@ -446,12 +517,12 @@ TEST_F(ApplyTest, ASwitchThatGoesAwayIsReported) {
         clearFaults();
         if (!struck)
             break;
-        if (result != RESULT_SUCCESS && config() != before)
+        if (result != 0 && config() != before)
             EXPECT_NE(std::string::npos, log().find("could not be taken back")) << n;
         remove("New");
         cli({"vlan database", "no vlan 30", "end"});
-        ASSERT_EQ(RESULT_SUCCESS, apply(request)) << n;
-        ASSERT_EQ(RESULT_SUCCESS, remove("New"));
+        ASSERT_EQ(0, apply(request)) << n;
+        ASSERT_EQ(0, remove("New"));
         ASSERT_EQ(before, config()) << n;
     }
 }

@@ -1,18 +1,19 @@
-#include "profile/blocks.h"
+#include "profile/blocks_ops.h"
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <functional>
-#include <numeric>
 #include <sstream>
 
-#include "swapi/swapi.h"
+#include "profile/avb_ports.h"
+#include "profile/qos_policy.h"
 #include "tests/support/switch_fixture.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+using namespace pavo;
 using platform::paths::kManualTrunkConfig;
 using platform::paths::kScriptDir;
 using test_support::occurrences;
@@ -55,8 +56,8 @@ class BlocksTest : public test_support::SwitchTest {
         device->with([](vswitch::Server &server) { EXPECT_EQ(server.cli().unknownCommands(), 0u); });
     }
     // A call of a block's operation, made later.
-    template <class Result, class... Parameters, class... Arguments>
-    auto call(Result (*operation)(openapiClientHandle_t *, Parameters...), Arguments... arguments) {
+    template <class Returned, class... Parameters, class... Arguments>
+    auto call(Returned (*operation)(Switch, Parameters...), Arguments... arguments) {
         return [=, this] { operation(&client, arguments...); };
     }
     bool hasVlan(std::uint32_t id) { return openapiVlanCreatedCheck(&client, id) == OPEN_E_NONE; }
@@ -66,11 +67,14 @@ class BlocksTest : public test_support::SwitchTest {
             names.push_back(entry.path().filename());
         return names;
     }
-    static std::int32_t dot1asKnown(openapiClientHandle_t *, const char *name, std::int32_t *supported) {
+    static std::int32_t dot1asKnown(Switch, const char *name, std::int32_t *supported) {
         *supported = name == std::string("DOT1AS") ? 1 : 0;
         return 0;
     }
-    std::int32_t run(AvBlock block, std::int32_t value = 0) { return avBlockRun(&client, block, value); }
+    std::int32_t off(AvBlock block, std::int32_t value = 0) {
+        return codeOf(switchBlockOff(&client, block, value));
+    }
+    std::int32_t setPtpTc(bool on) { return codeOf(switchPtpTc(&client, on, dot1asKnown)); }
 };
 
 TEST_F(BlocksTest, EveryAddIsUndoneByItsDelete) {
@@ -173,33 +177,28 @@ TEST_F(BlocksTest, DeletingTakesAwayAVlanThatTheScriptCreated) {
     EXPECT_TRUE(scriptFiles().empty());
 
     failCall("rpcclt_openapiVlanDelete");
-    EXPECT_EQ(run(AvBlock::IgmpLightwareDelete, 77), 10000);
-    EXPECT_EQ(logged("[AvConfigGlobalIgmpLightwareDelete:"), 2u);
+    EXPECT_EQ(off(AvBlock::LightwareIgmp, 77), 10000);
     EXPECT_EQ(logged("vlan 77 delete error :10000 \r\n"), 1u);
     EXPECT_EQ(scriptFiles().size(), 2u);
 
     // Nobody knows whether it is there: it stays.
     failCall("openapiVlanCreatedCheck", 1, true, OPEN_E_RPC);
-    EXPECT_EQ(run(AvBlock::IgmpPlusDelete, kVlan), 10000);
+    EXPECT_EQ(off(AvBlock::IgmpPlus, kVlan), 10000);
     EXPECT_TRUE(hasVlan(kVlan));
 }
 
 TEST_F(BlocksTest, PtpClockAndDot1asAreNotOnTogether) {
-    const auto clockOn = [&] {
-        std::uint32_t mode = 9;
-        EXPECT_EQ(ptpTcAdminModeGet(&client, &mode), 0);
-        return mode == 1;
-    };
+    const auto clockOn = [&] { return Switch(&client).ptpTc().value(); };
     AvConfigGlobalPtpTcAdd(&client);
     AvConfigGlobalAvbAdd(&client);
     EXPECT_FALSE(clockOn()) << "802.1AS takes its place";
-    EXPECT_EQ(avBlockPtpTcSet(&client, true, dot1asKnown), 0);
+    EXPECT_EQ(setPtpTc(true), 0);
     EXPECT_FALSE(clockOn());
     failCall("rpcclt_openapiDot1asModeGet");
-    EXPECT_EQ(avBlockPtpTcSet(&client, true, dot1asKnown), 10000);
+    EXPECT_EQ(setPtpTc(true), 10000);
     EXPECT_FALSE(clockOn());
     AvConfigGlobalAvbDelete(&client, false);
-    EXPECT_EQ(avBlockPtpTcSet(&client, true, dot1asKnown), 0);
+    EXPECT_EQ(setPtpTc(true), 0);
     EXPECT_TRUE(clockOn());
 
     failCall("rpcclt_openapiPtpTcAdminModeSet", 1, false);
@@ -318,9 +317,10 @@ TEST_F(QosBlockTest, RebuildKeepsWithinItsRoom) {
 TEST_F(BlocksTest, MrpOnTheManualTrunkPorts) {
     AvConfigGlobalQosAdd(&client, 0, 0);
     const auto before = config();
-    std::vector<std::uint32_t> ports(48);
-    std::iota(ports.begin(), ports.end(), 1u);
-    ASSERT_EQ(manualTrunkConfigSet(ports, std::vector<std::uint32_t>{2}), 0);
+    std::vector<IfNum> ports;
+    for (std::uint32_t port = 1; port <= 48; ++port)
+        ports.emplace_back(port);
+    ASSERT_TRUE(writeManualTrunks(ports, std::vector{IfNum(2)}));
     const std::string applications = "dot1as\nmvrp\nmmrp\nmsrp\n", timers = "mrp leavetime 500\n";
 
     AvConfigAvbMrpIntfTimerPre(&client, 9198);
@@ -346,19 +346,17 @@ TEST_F(BlocksTest, MrpOnTheManualTrunkPorts) {
 
 TEST_F(BlocksTest, ManualTrunkFilesOfAnyKind) {
     using Names = std::vector<std::string>;
-    EXPECT_EQ(manualTrunkInterfacesGet(), Names{});
     const std::pair<const char *, Names> files[] = {
-        {"{\"physicalPort\":[1,48,1],\"lagPort\":[2]}", {"0/1", "0/48", "lag 2"}},
-        {"{\"physicalPort\":[0,-1,913,1.5,1e99,\"2\",\"3\\nhostname x\",null,[4],7]}", {"0/7"}},
-        {"{\"physicalPort\":5,\"lagPort\":{\"a\":3}}", {"lag 3"}},
+        {R"({"physicalPort":[1,48,1],"lagPort":[2]})", {"0/1", "0/48", "lag 2"}},
+        {R"({"physicalPort":[0,-1,913,1.5,1e99,"2","3\nhostname x",null,[4],7]})", {"0/7"}},
+        {R"({"physicalPort":5,"lagPort":{"a":3}})", {"lag 3"}},
         {"[1,2]", {}},
-        {"{\"physicalPort\":[1", {}},
+        {R"({"physicalPort":[1)", {}},
         {"", {}}};
-    for (const auto &[text, names] : files) {
-        writeText(kManualTrunkConfig, text);
-        EXPECT_EQ(manualTrunkInterfacesGet(), names) << text;
-    }
-    EXPECT_EQ(avBlockMrpCleanup(&client, true), 0);
+    for (const auto &[text, names] : files)
+        EXPECT_EQ(parseManualTrunks(text), names) << text;
+    EXPECT_EQ(readManualTrunks(), Names{}) << "no file";
+    EXPECT_TRUE(switchAvbPortsOff(&client, true));
 }
 
 // --- failures
@@ -367,23 +365,38 @@ class BlockFailureTest : public BlocksTest {
   protected:
     void SetUp() override {
         BlocksTest::SetUp();
-        ASSERT_EQ(manualTrunkConfigSet(std::vector<std::uint32_t>{1}, {}), 0);
-        for (int i = 0; i < static_cast<int>(AvBlock::Count); ++i)
-            operations.emplace_back([this, block = static_cast<AvBlock>(i)] {
+        ASSERT_TRUE(writeManualTrunks(std::vector{IfNum(1)}, {}));
+        for (int i = 0; i < static_cast<int>(AvBlock::Count); ++i) {
+            const auto block = static_cast<AvBlock>(i);
+            const auto value = block == AvBlock::MacFilter ? AV_MAC_FILTER_VISIONARY : kVlan;
+            if (!isOffOnly(block))
+                add([=, this] { return switchBlockOn(&client, block, value); });
+            add([=, this] {
                 cli({"configure", "spanning-tree mst priority 0 28672"});
-                return run(block, block == AvBlock::MacFilterDelete ? AV_MAC_FILTER_VISIONARY : kVlan);
+                return switchBlockOff(&client, block, value);
             });
-        operations.insert(operations.end(),
-                          {[this] { return run(AvBlock::IgmpLightwareDelete, 77); },
-                           [this] { return avBlockPtpTcSet(&client, true, dot1asKnown); },
-                           [this] { return avBlockQosAdd(&client, AV_QOS_TELOS | AV_QOS_GD); },
-                           [this] { return avBlockQosDelete(&client, AV_QOS_DELETE_ALL); },
-                           [this] { return avBlockMrpPostEnable(&client, true, 1500); },
-                           [this] { return avBlockMrpTimerPre(&client, 1500); },
-                           [this] { return avBlockMrpCleanup(&client, true); }});
+        }
+        dropsVlan = operations.size();
+        add([this] { return switchBlockOff(&client, AvBlock::LightwareIgmp, 77); });
+        add([this] { return switchPtpTc(&client, true, dot1asKnown); });
+        add([this] { return switchQosOn(&client, {.telos = true, .gd = true}); });
+        add([this] { return switchQosOff(&client, QosDelete::All); });
+        add([this] { return switchAvbPortsOn(&client, true, 1500); });
+        add([this] { return setAvbPortTimers(&client, 1500); });
+        add([this] { return switchAvbPortsOff(&client, true); });
+    }
+    static bool isOffOnly(AvBlock block) {
+        for (const auto other : {AvBlock::AvbMrp, AvBlock::Acl, AvBlock::MacFilter, AvBlock::OldQuerier})
+            if (block == other)
+                return true;
+        return false;
+    }
+    template <class Operation>
+    void add(Operation operation) {
+        operations.emplace_back([operation] { return codeOf(operation()); });
     }
     std::vector<std::function<std::int32_t()>> operations;
-    static constexpr auto kDropsVlan = static_cast<std::size_t>(AvBlock::Count);
+    std::size_t dropsVlan = 0;
 };
 
 TEST_F(BlockFailureTest, WhicheverCallFailsIsReported) {
@@ -400,7 +413,7 @@ TEST_F(BlockFailureTest, WhicheverCallFailsIsReported) {
                 break;
             }
             // Whether the VLAN has come into being or has gone need not be known.
-            const bool harmless = result == 0 && i == kDropsVlan;
+            const bool harmless = result == 0 && i == dropsVlan;
             EXPECT_TRUE(result == 10000 || harmless) << result;
             EXPECT_LE(logged("ERROR"), errors + 3);
             EXPECT_EQ(logged("ERROR") > errors, !harmless);
@@ -409,6 +422,71 @@ TEST_F(BlockFailureTest, WhicheverCallFailsIsReported) {
                 fs::remove(platform::fsPath(kScriptDir + name));
             }
         }
+}
+
+TEST_F(BlockFailureTest, RefusedScriptsAreReportedInTheirOwnWords) {
+    const std::string avbDelete = "Apply cli for delete AVB failed. (result = 10000)\n";
+    const std::string sonos = "Apply cli for add sonos failed. (result = 10000)\n";
+    const std::string oldSonos = "Apply cli for add Sonos failed. (result = 10000)\n";
+    const std::string querier = "Apply cli for delete igmp querier failed. (result = 10000)\n";
+    const std::string tree = "Apply STP global config failed.\r\n";
+    const std::string qosAdd = "Apply add global config of qos failed.\r\n";
+    const std::string qosDelete = "Apply delete global config of qos failed";
+    const std::string ports = "Apply cli for AVB MRP interfaces failed. (result = 10000)\n";
+    const std::string multicast = "Apply multicast global config failed.\r\n";
+    const struct {
+        std::string operation;
+        std::function<void()> run;
+        std::vector<std::string> texts;
+    } rows[] = {
+        {"AvConfigGlobalAvbAdd",
+         call(AvConfigGlobalAvbAdd),
+         {"Apply cli for add AVB failed. (result = 10000)\n"}},
+        {"AvConfigGlobalAvbDelete", call(AvConfigGlobalAvbDelete, true), {avbDelete}},
+        {"AvConfigGlobalAvbMrpPreDisable",
+         call(AvConfigGlobalAvbMrpPreDisable),
+         {"Apply cli for AVB MRP pre-config failed. (result = 10000)\n"}},
+        {"AvConfigGlobalSonosAdd", call(AvConfigGlobalSonosAdd), {sonos}},
+        {"AvConfigGlobalSonosDelete", call(AvConfigGlobalSonosDelete), {sonos}},
+        {"AvConfigGlobalEtcAdd", call(AvConfigGlobalEtcAdd), {}},
+        {"AvConfigGlobalQuerierAdd", call(AvConfigGlobalQuerierAdd, 30), {querier}},
+        {"AvConfigGlobalQuerierDelete", call(AvConfigGlobalQuerierDelete), {querier}},
+        {"AvConfigGlobalmacfilterDelete", call(AvConfigGlobalmacfilterDelete, 1), {tree}},
+        {"AvConfigGlobalrstpAdd",
+         call(AvConfigGlobalrstpAdd, kVlan),
+         {tree, "Apply IGMP global config failed.\r\n"}},
+        {"AvConfigGlobalIgmpLightwareDelete", call(AvConfigGlobalIgmpLightwareDelete, kVlan), {multicast}},
+        {"AvConfigGlobalIgmpPlusDelete", call(AvConfigGlobalIgmpPlusDelete, kVlan), {}},
+        {"AvConfigGlobalQosDelete",
+         call(AvConfigGlobalQosDelete, AV_QOS_DELETE_ALL),
+         {qosDelete + " G1.\r\n", "Apply delete global config of cos failed.\r\n", qosDelete + " G2.\r\n",
+          qosDelete + " G3.\r\n"}},
+        {"AvConfigGlobalAvbMrpPostEnableEx", call(AvConfigGlobalAvbMrpPostEnableEx, true, 0), {ports}},
+        {"AvConfigAvbMrpIntfTimerPre", call(AvConfigAvbMrpIntfTimerPre, 0), {ports}},
+        {"AvConfigAvbMrpIntfCleanup", call(AvConfigAvbMrpIntfCleanup, true), {ports}},
+        {"AVAVBGlobalConfigAdd", call(AVAVBGlobalConfigAdd), {avbDelete}},
+        {"AVSonosGlobalConfigDelete", call(AVSonosGlobalConfigDelete), {oldSonos}},
+        {"AVIgmpQuerierGlobalConfigDelete", call(AVIgmpQuerierGlobalConfigDelete), {querier}},
+        {"AvGlobalConfigQosAdd", call(AvGlobalConfigQosAdd), {qosAdd}},
+        {"AvGlobalConfigQosDelete", call(AvGlobalConfigQosDelete), {qosDelete + ".\r\n"}},
+        {"multicastGlobalConfigSet", call(multicastGlobalConfigSet, kVlan, 0, 0), {multicast}},
+    };
+    cli({"configure", "spanning-tree mst priority 0 28672"});
+    failCall(kApply, 1, false);
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.operation);
+        const auto before = log().size();
+        row.run();
+        const auto lines = log().substr(before);
+        const std::string refused = "trying to apply the configuration. (result = -2)\n";
+        EXPECT_EQ(occurrences(lines, "[" + row.operation + ":"), occurrences(lines, "): test: [")) << lines;
+        EXPECT_EQ(occurrences(lines, "(ERROR)"), occurrences(lines, refused) + row.texts.size()) << lines;
+        for (const auto &text : row.texts)
+            EXPECT_EQ(occurrences(lines, "] " + text), 1u) << lines;
+    }
+    AvConfigGlobalQosAdd(&client, 0, 0);
+    EXPECT_EQ(logged("] " + qosAdd), 2u) << "this one, and the older form";
+    EXPECT_EQ(logged("[AvConfigGlobalQosAdd:"), 3u);
 }
 
 TEST_F(BlockFailureTest, WithoutAFolderForScriptsNothingIsApplied) {
@@ -425,12 +503,12 @@ TEST_F(BlockFailureTest, WithoutAFolderForScriptsNothingIsApplied) {
     EXPECT_EQ(callCount(kApply), 0u);
     EXPECT_EQ(logged(kNotWritten), operations.size() - 2) << "the clock has no script, QoS cannot be read";
 
-    // The disk fills up behind the first script of a series.
+    // Only the first script of a series cannot be written.
     fs::create_directories(folder);
-    fs::create_symlink("/dev/full", folder + "pavo_in_global_qos_delete");
-    EXPECT_EQ(avBlockQosDelete(&client, AV_QOS_DELETE_ALL), 10000);
+    fs::create_directory(folder + "pavo_in_global_qos_delete");
+    EXPECT_EQ(codeOf(switchQosOff(&client, QosDelete::All)), 10000);
     EXPECT_EQ(callCount(kApply), 0u) << "stops at the first";
-    EXPECT_EQ(logged("[AvConfigGlobalQosDelete:"), 2u);
+    EXPECT_EQ(logged(kNotWritten), operations.size() - 1);
 }
 
 }  // namespace

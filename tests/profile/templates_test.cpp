@@ -8,17 +8,20 @@
 #include <set>
 #include <tuple>
 
-#include "common/owners.h"
-#include "profile/templates.h"
-#include "store/profile_db.h"
-#include "store/profile_template.h"
-#include "store/profile_types.h"
+#include "common/json.h"
+#include "profile/feature_mask_ops.h"
+#include "profile/offer.h"
+#include "profile/templates_ops.h"
+#include "store/profile_db_ops.h"
+#include "store/profile_template_ops.h"
+#include "store/vlan_settings.h"
 #include "swapi/features.h"
 #include "tests/support/switch_fixture.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+using namespace pavo;
 using platform::paths::kProfileTemplateDir;
 using test_support::exists;
 using test_support::readFile;
@@ -235,14 +238,15 @@ class TemplateDeleteTest : public TemplatesTest {
         ASSERT_EQ(vlanInfoTableCreate(), 0);
         ASSERT_EQ(create(kType), 0);
     }
+    static std::string pathOf(std::int32_t id) { return vlanSettingsPath(*VlanId::from(id)); }
     void row(std::int32_t id, const char *type, bool onSwitch) {
         ASSERT_EQ(vlanInfoInsert(id, 1, "n", type, "#ffffff"), 0);
-        writeText(profileVlanConfigPath(id).c_str(), "{}");
+        writeText(pathOf(id).c_str(), "{}");
         if (onSwitch)
             ASSERT_EQ(rpcclt_openapiVlanCreate(&client, static_cast<std::uint32_t>(id)), OPEN_E_NONE);
     }
     bool kept(std::int32_t id) {
-        EXPECT_EQ(vlanInfoSelectRowsById(id) == 1, exists(profileVlanConfigPath(id).c_str())) << id;
+        EXPECT_EQ(vlanInfoSelectRowsById(id) == 1, exists(pathOf(id).c_str())) << id;
         return vlanInfoSelectRowsById(id) == 1;
     }
     static bool there() { return exists(at("House_Audio").c_str()); }
@@ -259,11 +263,11 @@ TEST_F(TemplateDeleteTest, ATemplateInUseStaysAndOrphansGoWithTheirs) {
     EXPECT_TRUE(there() && kept(10) && kept(20) && kept(30));
 
     EXPECT_EQ(rpcclt_openapiVlanDelete(&client, 20), OPEN_E_NONE);
-    fs::remove(platform::fsPath(profileVlanConfigPath(20)));
+    fs::remove(platform::fsPath(pathOf(20)));
     EXPECT_EQ(remove(kType), 0);
     EXPECT_FALSE(there() || kept(10) || kept(20));
     EXPECT_TRUE(kept(30));
-    EXPECT_EQ(logged("(INFO): test: [orphanRemove:"), 3u);
+    EXPECT_EQ(logged("(INFO): test: [ProfileTemplateDelete:"), 3u);
     EXPECT_EQ(logged("Cleaning up orphaned VLAN 10 entry (profile: House Audio)\r\n"), 1u);
     EXPECT_EQ(logged("Removed orphaned config file: /tmp/vlan_profile_config/10\r\n"), 1u);
     EXPECT_EQ(remove(kType), 10000);
@@ -298,30 +302,10 @@ TEST_F(TemplateDeleteTest, WhatIsNotKnownIsNoOrphan) {
     EXPECT_EQ(ProfileAssignedCount(&client, kType), 0);
     EXPECT_EQ(remove(kType), 0);
     EXPECT_EQ(logged("Can't open database: "), 2u);
-    EXPECT_TRUE(!there() && exists(profileVlanConfigPath(10).c_str()));
+    EXPECT_TRUE(!there() && exists(pathOf(10).c_str()));
 }
 
 // --- types and what their templates ask for
-
-TEST(ProfileTypes, LookUpIsExact) {
-    ProfileTypeAttributes attributes{};
-    std::int32_t mtu = -1;
-    ASSERT_EQ(profileTypeAttrGet("Avid S6L", &attributes), 0);
-    EXPECT_EQ(attributes, (ProfileTypeAttributes{1500, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 65537, 65537}));
-    EXPECT_EQ(profileTypeMtuGet("GANNET", &mtu), 0);
-    EXPECT_EQ(mtu, 9216);
-    EXPECT_EQ(profileTypeMtuGet("Lighting", &mtu), 0);
-    EXPECT_EQ(mtu, 0);
-
-    const auto kept = attributes;
-    for (const char *name : {"avid s6l", "Avid S6L ", "Avid", "", static_cast<const char *>(nullptr)}) {
-        mtu = -1;
-        EXPECT_EQ(profileTypeMtuGet(name, &mtu), 10000);
-        EXPECT_EQ(mtu, 0);
-        EXPECT_EQ(profileTypeAttrGet(name, &attributes), 10000);
-        EXPECT_EQ(attributes, kept);
-    }
-}
 
 class ProfileMaskTest : public TemplatesTest {
   protected:
@@ -358,7 +342,7 @@ TEST_F(ProfileMaskTest, TemplateKeys) {
 }
 
 TEST_F(ProfileMaskTest, TypesThatAreSpecial) {
-    for (const auto &type : profileTypeTable())
+    for (const auto &type : profileTypes())
         put(profileTemplateFileName(type.name), "{}");
     const auto expect = [&](const char *type, std::uint32_t features, std::uint8_t extra,
                             std::int32_t vlanType = 1) {
@@ -422,7 +406,7 @@ TEST_F(ProfileMaskTest, ShippedTemplatesAgreeWithTheTable) {
     fs::copy(shipped, platform::fsPath(kProfileTemplateDir), fs::copy_options::recursive);
     std::set<std::string> expected;
     std::size_t listing = 1;
-    for (const auto &type : profileTypeTable()) {
+    for (const auto &type : profileTypes()) {
         SCOPED_TRACE(type.name);
         const bool poly = type.name == std::string_view(PROFILE_TYPE_NAME_POLY);
         const std::string file =

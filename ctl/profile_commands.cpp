@@ -1,0 +1,131 @@
+#include "ctl/profile_commands.h"
+
+#include <algorithm>
+
+#include "profile/configure.h"
+#include "profile/feature_mask_ops.h"
+#include "profile/list.h"
+#include "profile/templates.h"
+#include "store/profile_demand.h"
+
+namespace pavo::ctl {
+namespace {
+
+constexpr const char *kNoProfiles = "the profiles cannot be read";
+
+// What a template says under a key, for people.
+std::string textOf(const cJSON *object, const char *key) {
+    const cJSON *const item = member(object, key);
+    if (cJSON_IsString(item))
+        return item->valuestring;
+    if (cJSON_IsNumber(item))
+        return std::to_string(item->valueint);
+    if (cJSON_IsBool(item))
+        return cJSON_IsTrue(item) ? "yes" : "no";
+    return "";
+}
+
+std::string namesOf(const ProfileDemand &demand) {
+    std::string names;
+    for (const auto &feature : demandNames())
+        if (feature.wanted(demand))
+            names += (names.empty() ? "" : " ") + std::string(feature.name);
+    return names;
+}
+
+std::string idsOf(const ListedProfile &profile) {
+    std::string ids;
+    for (const auto &vlan : profile.vlans)
+        ids += (ids.empty() ? "" : ",") + std::to_string(vlan.row.id);
+    return ids;
+}
+
+Row rowOf(const ListedVlan &vlan) {
+    const auto members = vlan.picture ? vlan.picture->members : VlanMembers{};
+    const auto ptpTc = vlan.settings ? vlan.settings->ptpTc : std::nullopt;
+    return {std::to_string(vlan.row.id),
+            std::to_string(vlan.row.vlanType),
+            vlan.row.profileType,
+            vlan.exists ? rangesOf(members.untaggedPorts) : "(not on the switch)",
+            rangesOf(members.taggedPorts),
+            rangesOf(members.untaggedLags),
+            ptpTc ? (*ptpTc ? "yes" : "no") : ""};
+}
+
+}  // namespace
+
+void showTypes(const Output &output) {
+    std::vector<Row> rows;
+    const JsonPtr answer(cJSON_CreateArray());
+    for (const auto &type : profileTypes()) {
+        const auto profileTemplate = loadProfileTemplate(type.name);
+        const auto demand = profileDemand(type.name, 0, profileTemplate ? &*profileTemplate : nullptr);
+        rows.push_back({type.name, demand.mtu != 0 ? std::to_string(demand.mtu) : "-", namesOf(demand)});
+        cJSON *const object = appendObject(answer.get());
+        cJSON_AddStringToObject(object, "name", type.name);
+        cJSON_AddNumberToObject(object, "mtu", demand.mtu);
+        cJSON_AddNumberToObject(object, "features", profileTemplate ? featureMaskOf(demand).features : 0);
+    }
+    if (output.json)
+        printEnvelope(ResultCode::Success, "profileTypes", printJson(answer.get()).c_str());
+    else
+        output.printTable({"TYPE", "MTU", "FEATURES"}, rows);
+}
+
+void showTemplates(Switch sw, const Output &output) {
+    const std::string text = listTemplates(sw);
+    const JsonPtr list(cJSON_Parse(text.c_str()));
+    if (output.json) {
+        printEnvelope(ResultCode::Success, "profile", list != nullptr ? text.c_str() : "[]");
+        return;
+    }
+    std::vector<Row> rows;
+    const cJSON *item = nullptr;
+    cJSON_ArrayForEach(item, list.get()) {
+        rows.push_back({textOf(item, "name"), textOf(item, "description")});
+    }
+    output.printTable({"TEMPLATE", "DESCRIPTION"}, rows);
+}
+
+void listProfiles(Switch sw, const Output &output) {
+    const auto profiles = require(readProfiles(sw, ListDetails::Full), kNoProfiles);
+    if (output.json) {
+        printEnvelope(ResultCode::Success, "profileList", printProfiles(profiles).c_str());
+        return;
+    }
+    std::vector<Row> rows;
+    for (const auto &profile : profiles)
+        rows.push_back({profile.name, profile.profileType, idsOf(profile), profile.color});
+    output.printTable({"PROFILE", "TYPE", "VLANS", "COLOUR"}, rows);
+}
+
+void showProfile(Switch sw, const Output &output, const std::string &name) {
+    const auto profiles = require(readProfiles(sw, ListDetails::Full), kNoProfiles);
+    const auto profile = std::find_if(profiles.begin(), profiles.end(),
+                                      [&](const ListedProfile &listed) { return listed.name == name; });
+    if (profile == profiles.end())
+        throw Failure{ResultCode::NotExist, name};
+    if (output.json) {
+        printEnvelope(ResultCode::Success, "profile", printProfile(*profile).c_str());
+        return;
+    }
+    output.printHeading(name, profile->profileType);
+    std::vector<Row> rows;
+    for (const auto &vlan : profile->vlans)
+        rows.push_back(rowOf(vlan));
+    output.printTable({"VLAN", "ROLE", "TYPE", "UNTAGGED", "TAGGED", "LAGS", "PTP"}, rows);
+}
+
+void applyProfile(Switch sw, const Output &output, const ApplyOptions &options) {
+    require(configureProfile(sw, requestOf(options)));
+    output.printDone("applied");
+}
+
+void deleteProfile(Switch sw, const Output &output, const std::string &name) {
+    const JsonPtr request(cJSON_CreateObject());
+    cJSON_AddStringToObject(request.get(), "name", name.c_str());
+    require(pavo::deleteProfile(sw, printJson(request.get())));
+    output.printDone("deleted");
+}
+
+}  // namespace pavo::ctl

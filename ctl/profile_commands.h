@@ -1,0 +1,22 @@
+// The commands "pavoctl profile ...". Each prints its answer or throws a pavo::Failure.
+#ifndef PAVO_CTL_PROFILE_COMMANDS_H
+#define PAVO_CTL_PROFILE_COMMANDS_H
+
+#include <string>
+
+#include "ctl/output.h"
+#include "ctl/request.h"
+#include "swapi/switch.h"
+
+namespace pavo::ctl {
+
+void showTypes(const Output &output);
+void showTemplates(Switch sw, const Output &output);
+void listProfiles(Switch sw, const Output &output);
+void showProfile(Switch sw, const Output &output, const std::string &name);
+void applyProfile(Switch sw, const Output &output, const ApplyOptions &options);
+void deleteProfile(Switch sw, const Output &output, const std::string &name);
+
+}  // namespace pavo::ctl
+
+#endif

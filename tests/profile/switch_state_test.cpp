@@ -1,0 +1,160 @@
+// The state of the switch as data: what is read from the running configuration, and the script from one state
+// to another.
+#include <gtest/gtest.h>
+
+#include "profile/placing.h"
+#include "profile/qos_policy.h"
+#include "profile/request.h"
+#include "profile/switch_script.h"
+
+namespace {
+
+using namespace pavo;
+
+SwitchState stateOf(const std::string &lines) {
+    return parseSwitchState(lines);
+}
+
+// A configuration with one of everything.
+constexpr const char *kFull =
+    "!Current Configuration:\n!System Description \"x\"\nhostname \"vlan 9\"\nvlan database\nvlan "
+    "10,20-21,4095\n"
+    "vlan name 10 \"a \\\"b\\\" c\"\r\nexit\nconfigure\ninterface 0/1\nvlan pvid 10\n"
+    "vlan participation exclude 1\nvlan participation include 10,20\nvlan tagging 20\nmtu 9198\nexit\n"
+    "interface lag 2\nvlan participation auto 1\nexit\ninterface vlan 10\nrouting\n"
+    "ip address 10.0.0.1 255.0.0.0\nexit\ninterface vlan 20\nip address dhcp\nexit\n"
+    "interface 0/2\nexit\nexit\n";
+
+TEST(SwitchState, IsReadFromTheRunningConfiguration) {
+    const auto state = stateOf(kFull);
+    EXPECT_EQ(state.vlans,
+              (std::map<VlanId, std::string>{{VlanId(10), "a \"b\" c"}, {VlanId(20), ""}, {VlanId(21), ""}}));
+    const InterfaceState port{VlanId(10),
+                              {{VlanId(1), Participation::Exclude},
+                               {VlanId(10), Participation::Include},
+                               {VlanId(20), Participation::Include}},
+                              {VlanId(20)},
+                              9198};
+    const InterfaceState lag{VlanId(1), {{VlanId(1), Participation::Auto}}, {}, 0};
+    EXPECT_EQ(state.interfaces, (std::map<std::string, InterfaceState>{{"0/1", port}, {"lag 2", lag}}));
+    EXPECT_EQ(state.routing,
+              (std::map<VlanId, VlanRouting>{{VlanId(10), {true, false, "10.0.0.1", "255.0.0.0"}},
+                                             {VlanId(20), {false, true, "", ""}}}));
+    for (const char *const text :
+         {"", "vlan database", "vlan database\nvlan x,-,9999-1\nvlan name 0 x\nexit\n",
+          "interface 0/1\nvlan pvid 0\nvlan participation some 3\nvlan tagging \nmtu\n", "interface", "\"",
+          "\"\\"})
+        EXPECT_EQ(stateOf(text), SwitchState{}) << text;
+}
+
+TEST(SwitchState, DifferencesAreScripts) {
+    const std::string vlans = "vlan database\nvlan 10\nexit\n";
+    const auto port = [](const std::string &lines) { return "interface 0/1\n" + lines + "exit\n"; };
+    const auto change = [](const std::string &lines) {
+        return "config\ninterface 0/1\n" + lines + "exit\nexit\n";
+    };
+    const struct {
+        std::string from, to, script;
+    } rows[] = {
+        {"", "", ""},
+        {kFull, kFull, ""},
+        {"", vlans, "vlan database\nvlan 10\nexit\n"},
+        {vlans, "", "vlan database\nno vlan 10\nexit\n"},
+        {vlans, "vlan database\nvlan 10\nvlan name 10 \"q\\\"\\\\\"\nexit\n",
+         "vlan database\nvlan name 10 \"q\\\"\\\\\"\nexit\n"},
+        {"vlan database\nvlan 10\nvlan name 10 \"q\"\nexit\n", vlans,
+         "vlan database\nno vlan name 10\nexit\n"},
+        {port(""), port("vlan pvid 10\nvlan participation include 10\nvlan participation auto 1\nmtu 1500\n"),
+         change("vlan participation include 10\nvlan pvid 10\nvlan participation auto 1\nmtu 1500\n")},
+        {port("vlan pvid 10\nvlan participation include 10\nvlan tagging 3\nmtu 1500\n"), port(""),
+         change("no vlan tagging 3\nvlan pvid 1\nvlan participation auto 10\nno mtu\n")},
+        {vlans, vlans + "interface vlan 10\nrouting\nip address dhcp\nexit\n",
+         "config\ninterface vlan 10\nrouting\nip address dhcp\nexit\nexit\n"},
+        {vlans + "interface vlan 10\nrouting\nip address 1.2.3.4 255.0.0.0\nexit\n", vlans,
+         "config\ninterface vlan 10\nno ip address\nno routing\nexit\nexit\n"},
+        // The address of a VLAN that goes, goes with it.
+        {vlans + "interface vlan 10\nrouting\nexit\n", "", "vlan database\nno vlan 10\nexit\n"},
+    };
+    for (const auto &row : rows)
+        EXPECT_EQ(switchScript(stateOf(row.from), stateOf(row.to)), row.script) << row.from << "to\n"
+                                                                                << row.to;
+}
+
+TEST(SwitchState, OnlyWhatAChangeTouchesIsCompared) {
+    const auto from = stateOf("interface 0/1\nmtu 1500\nexit\ninterface 0/2\nmtu 1500\nexit\n");
+    auto to = from;
+    to.interfaces["0/1"].mtu = 9198;
+    const auto touched = Touched::by(from, to);
+    auto byOthers = to;
+    byOthers.interfaces["0/2"].mtu = 2000;
+    byOthers.vlans[VlanId(7)];
+    EXPECT_EQ(touched.part(byOthers), touched.part(to));
+    EXPECT_NE(touched.part(byOthers), touched.part(from));
+}
+
+TEST(SwitchState, AVlanThatGoesLeavesItsPortsInVlan1) {
+    auto state = stateOf(kFull);
+    state.removeVlan(VlanId(10));
+    state.removeVlan(VlanId(20));
+    state.normalise();
+    const auto &port = state.interfaces["0/1"];
+    EXPECT_EQ(port, (InterfaceState{VlanId(1), {}, {}, 9198}));
+    EXPECT_TRUE(state.routing.empty());
+    EXPECT_TRUE(state.hasVlan(VlanId(21)) && state.hasVlan(VlanId(1)) && !state.hasVlan(VlanId(10)));
+}
+
+TEST(PolicyMap, ClassesAreFoundByTheirNames) {
+    const struct {
+        std::string text;
+        std::size_t count;
+        bool telos, gd;
+    } rows[] = {
+        {"", 0, false, false},
+        {"Class Name....CLASS_AUDIO1\nCLSS_AES_ANNOUNCE\n", 1, false, false},
+        {"CLASS_TELOS\nCLASS_PTP1", 2, true, false},
+        {"CLASS_GD_COM", 1, false, true},
+        {"CLASS_GD_CTRL", 1, false, true},
+        {"CLASS_ESP", 1, false, true},
+        {"CLASS_AH CLASS_TELOS", 1, true, true},
+        {std::string(1023, 'x') + "CLASS_AH\n", 1, false, true},
+    };
+    for (const auto &row : rows) {
+        const auto classes = parsePolicyClasses(row.text);
+        EXPECT_EQ(classes.count, row.count) << row.text;
+        EXPECT_EQ(classes.telos, row.telos) << row.text;
+        EXPECT_EQ(classes.gd, row.gd) << row.text;
+    }
+}
+
+TEST(ProfileRequest, IsParsedIntoValues) {
+    const auto config = parseProfileConfig(R"({"profileConfig": {"name": "N", "color": "#12345678",
+        "profileType": "Data", "vlanNum": 2, "ptp": 1, "overwrite": true, "force": 1, "vlans": [
+        {"vlanId": 20, "vlanType": 2, "ports": {"untagged": [3, 1, 3], "tagged": [9], "assignedPort": [5]},
+         "routing": {"ipConfig": 3, "ipAddr": "10.0.0.1", "ipMask": "255.0.0.x"}},
+        {"vlanId": 4094, "vlanType": -1, "profileType": "Video"}]}})");
+    ASSERT_TRUE(config);
+    const auto &request = config->request;
+    EXPECT_EQ(request.color, "#123456");
+    EXPECT_EQ(request.ptpTc, false) << "only true is on";
+    EXPECT_TRUE(config->overwrite && !config->force);
+    ASSERT_EQ(request.ids(), (VlanSet{VlanId(20), VlanId(4094)}));
+    const auto &vlan = request.vlans[0];
+    EXPECT_EQ(vlan.untagged, (std::vector{IfNum(3), IfNum(1), IfNum(3)}));
+    EXPECT_EQ(vlan.tagged, std::vector{IfNum(9)});
+    EXPECT_EQ(vlan.assigned, std::vector{IfNum(5)});
+    EXPECT_EQ(vlan.profileType, "Data");
+    EXPECT_EQ(vlan.routing.method, IpConfig::Manual);
+    EXPECT_TRUE(vlan.routing.address && !vlan.routing.mask);
+    EXPECT_EQ(request.vlans[1].profileType, "Video");
+    EXPECT_EQ(config->document.substr(0, 19), "{\n\t\"profileConfig\":");
+
+    const auto faultOf = [](const std::string &text) { return parseProfileConfig(text).error(); };
+    EXPECT_EQ(faultOf("nonsense"), RequestFault::NoJson);
+    EXPECT_EQ(faultOf(std::string(PROFILE_REQUEST_MAX + 1, ' ')), RequestFault::NoJson);
+    EXPECT_EQ(faultOf(R"({"profileConfig": {"name": "N"}})"), RequestFault::Parameter);
+    EXPECT_EQ(faultOf(R"({"profileConfig": {"name": "N", "color": "", "profileType": "Data", "vlanNum": 1,
+        "vlans": [{"vlanId": 4095, "vlanType": 1}]}})"),
+              RequestFault::VlanId);
+}
+
+}  // namespace
