@@ -81,7 +81,7 @@ ControlUnits findControlUnits(Switch sw, const PortSet &ports, const Where &wher
             (*control)[NeighbourField::ChassisId].value_or("").substr(0, kChassisIdKept);
         controls.emplace(port, Mac::parse(chassisId));
         logDebug("[%s:%d] AudacLookup: Found Audac control on port %d, chassisID=%s, systemDesc='%s'\r\n",
-                 port, printable(chassisId), printable(*(*control)[NeighbourField::SystemDesc]));
+                 port, printable(chassisId), printable((*control)[NeighbourField::SystemDesc].value_or("")));
     }
     return controls;
 }
@@ -95,7 +95,7 @@ std::vector<Sighting> findAudioDevices(Switch sw, const ControlUnits &controls) 
         const auto control = controls.find(port);
         if (control == controls.end() || !physical.contains(port))
             continue;
-        if (control->second && control->second->sameAddress(mac)) {
+        if (const std::optional<Mac> &unit = control->second; unit && unit->sameAddress(mac)) {
             logDebug("[%s:%d] AudacLookup: FDB MAC %s on port %d matches control, skip.\r\n", mac, port);
             continue;
         }

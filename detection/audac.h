@@ -25,8 +25,8 @@ extern const DetectionRow audacDetection;
 // The detection thread, started with the client handle; ends by pthread_exit.
 void *detect_audac_thread(void *clientHandle);
 
-// 0 when the Audac profile, its VLAN and its audio VLAN are there; 17001 without profile or VLAN, also when they
-// cannot be asked for; 10000 when the audio VLAN cannot be read.
+// 0 when the Audac profile, its VLAN and its audio VLAN are there; 17001 without profile or VLAN, also when
+// they cannot be asked for; 10000 when the audio VLAN cannot be read.
 std::int32_t audacValidityCheck(Switch sw);
 
 // The audio VLAN of the configuration file, if there is one.
@@ -47,7 +47,8 @@ void audacLookup(Switch sw, DeviceList<DetectedDevice> *devices);
 // unit (type 1), does nothing for other types. 0, 10000, or the OpEN code of switching PTP off.
 std::int32_t audacOnlineCli(Switch sw, const DetectedDevice &device);
 
-// Leave: removes the association of any type, restores 802.1X control. 0, 10000, or the OpEN code of the latter.
+// Leave: removes the association of any type, restores 802.1X control. 0, 10000, or the OpEN code of the
+// latter.
 std::int32_t audacOfflineCli(Switch sw, const DetectedDevice &device);
 
 // Drops devices whose association is missing on the switch. 1; 10000 when the switch does not show its

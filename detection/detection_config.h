@@ -17,8 +17,8 @@ namespace pavo {
 struct DetectionConfig {
     std::optional<VlanId> audioVlan;
     std::optional<VlanId> controlVlan;
-    // The ports to look at, in the order of the file and with what no port has as its number; nothing when the
-    // file does not speak of them.
+    // The ports to look at, in the order of the file and with what no port has as its number; nothing when
+    // the file does not speak of them.
     std::optional<std::vector<IfNum>> ports;
 };
 
@@ -33,8 +33,8 @@ struct DetectionConfigFile {
 std::optional<DetectionConfig> readDetectionConfig(const DetectionConfigFile &file,
                                                    Where where = std::source_location::current());
 
-// The common form: {"audioVlanID": 20, "controlVlanID": 10, `portsKey`: [5, 6]}. Numbers lose their fractions;
-// whatever is no number is passed over.
+// The common form: {"audioVlanID": 20, "controlVlanID": 10, `portsKey`: [5, 6]}. Numbers lose their
+// fractions; whatever is no number is passed over.
 std::optional<DetectionConfig> parseDetectionConfig(const std::string &text, const char *portsKey);
 
 }  // namespace pavo

@@ -1,5 +1,5 @@
-// The life of a detection thread, the same for all: it starts when there is a reason to, looks again and again,
-// and ends when the reason is gone.
+// The life of a detection thread, the same for all: it starts when there is a reason to, looks again and
+// again, and ends when the reason is gone.
 #ifndef PAVO_DETECTION_DETECTION_LOOP_H
 #define PAVO_DETECTION_DETECTION_LOOP_H
 
@@ -11,7 +11,7 @@
 
 namespace pavo {
 
-// What a thread says of itself. Texts may be left out, except for the first.
+// What a thread says of itself; what is left out is not said.
 struct LoopTexts {
     LogFormat<> started;       // INFO
     LogFormat<> lookingNow{};  // before the check of a cycle
@@ -29,8 +29,8 @@ struct DetectionLoop {
     Pause pause = Pause::BeforeCycle;
 
     // Whether there is a reason to look: Present runs the cycle, Absent ends the thread, Unknown skips the
-    // cycle. Asked at the start, where only Present goes on, and before each cycle. Any thread may call it. Null:
-    // there always is.
+    // cycle. Asked at the start, where only Present goes on, and before each cycle. Any thread may call it.
+    // Null: there always is.
     Presence (*check)(Switch sw) = nullptr;
     void (*begin)(Switch sw) = nullptr;  // after the check at the start
     void (*cycle)(Switch sw);

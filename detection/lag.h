@@ -17,8 +17,8 @@ Result<IfNum> phyPortLagNumGet(Switch sw, IfNum port);
 // The first LAG without members, IfNum() when there is none. Failed as above.
 Result<IfNum> freeLagFind(Switch sw);
 
-// Takes the interface out of the VLAN of its PVID and makes it an untagged member of `vlan`. Ends at the first
-// failure.
+// Takes the interface out of the VLAN of its PVID and makes it an untagged member of `vlan`. Ends at the
+// first failure.
 void ifUntaggedSet(Switch sw, IfNum ifNum, VlanId vlan);
 
 // Puts the interface back into VLAN 1. Ends at the first failure.

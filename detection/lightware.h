@@ -52,8 +52,8 @@ extern std::atomic<std::int32_t> lightwareRunning;
 // The detection thread, started with the client handle; ends by pthread_exit.
 void *detect_lightware_thread(void *clientHandle);
 
-// How the neighbours of a port are read: the system description, which begins with "UBEX", chassis id and port
-// description.
+// How the neighbours of a port are read: the system description, which begins with "UBEX", chassis id and
+// port description.
 extern const NeighbourFamily lightwareNeighbours;
 
 // The uplinks now on the network; none without a profile.
@@ -62,14 +62,15 @@ std::vector<LightwareSighting> scanLightwareLinks(Switch sw, Where where = std::
 // Compares the network with the list: takes offline what is gone or has moved, brings online what is new.
 void lightwareLookup(Switch sw, DeviceList<LightwareLink> *links);
 
-// Adds the uplink to its endpoint's LAG, or the first empty one, and sets the VLANs. Success also when there is
-// nothing to do; Failed when LAGs cannot be read; ConfigInvalid without profile.
+// Adds the uplink to its endpoint's LAG, or the first empty one, and sets the VLANs. Success also when there
+// is nothing to do; Failed when LAGs cannot be read; ConfigInvalid without profile.
 Result<> lightwareOnlineCli(Switch sw, const DeviceList<LightwareLink> &links, LightwareLink *link);
 
 // Undoes that. Success, or ConfigInvalid without profile.
 Result<> lightwareOfflineCli(Switch sw, const LightwareLink &link);
 
-// Takes an interface out of VLAN 286: participation auto, then untagged; both steps always run and are logged.
+// Takes an interface out of VLAN 286: participation auto, then untagged; both steps always run and are
+// logged.
 void ifTaggingClear(Switch sw, IfNum ifNum);
 
 }  // namespace pavo

@@ -1,5 +1,5 @@
-// MAC-based VLAN associations: the scripts that make and remove one, and what "show vlan association mac" says
-// of all of them.
+// MAC-based VLAN associations: the scripts that make and remove one, and what "show vlan association mac"
+// says of all of them.
 #ifndef PAVO_DETECTION_MAC_ASSOCIATION_H
 #define PAVO_DETECTION_MAC_ASSOCIATION_H
 

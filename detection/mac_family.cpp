@@ -22,8 +22,8 @@ struct DeviceHash {
 };
 using DeviceSet = std::unordered_set<DetectedDevice, DeviceHash>;
 
-// The devices of the list. One that moved to where an equal one was already is dropped, or the list would gain
-// one in each scan that shows one address on two ports.
+// The devices of the list. One that moved to where an equal one was already is dropped, or the list would
+// gain one in each scan that shows one address on two ports.
 DeviceSet indexDevices(Devices *devices) {
     DeviceSet known;
     known.reserve(devices->count());

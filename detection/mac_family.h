@@ -1,6 +1,6 @@
-// What the families have in common that put a device into a VLAN by its MAC address: comparing a scan with the
-// devices that are known, letting a device leave, repairing associations that somebody removed on the switch.
-// What differs between families is in a table, MacFamily.
+// What the families have in common that put a device into a VLAN by its MAC address: comparing a scan with
+// the devices that are known, letting a device leave, repairing associations that somebody removed on the
+// switch. What differs between families is in a table, MacFamily.
 //
 // Lists of devices belong to the family's thread. Failures are logged here, on behalf of the operation that
 // `where` names, or by the steps of the family.
@@ -31,8 +31,8 @@ struct Sighting {
     Mac mac;
     IfNum port;
     std::uint32_t type = 0;  // as in DetectedDevice
-    std::uint32_t controlMode =
-        DEVICE_CONTROL_MODE_NONE;  // 802.1X port control, where the family asks for it
+    // 802.1X control of the port at the time, where the family asks for it.
+    std::uint32_t controlMode = DEVICE_CONTROL_MODE_NONE;
 };
 
 // The words of a family. Those it does not have are left out.
@@ -53,14 +53,14 @@ struct MacFamily {
     AssociationScripts scripts;
     MacFamilyTexts texts;
 
-    // The devices that are there now. Nothing when it cannot be known at the moment what to look for: nobody is
-    // compared then.
+    // The devices that are there now. Nothing when it cannot be known at the moment what to look for: nobody
+    // is compared then.
     std::optional<std::vector<Sighting>> (*scan)(Switch sw, const Where &where);
 
     // Whether a device that is not in the list is to join now, and what is to be kept of it. Optional.
     bool (*admit)(Switch sw, const Sighting &seen, DetectedDevice *device) = nullptr;
-    // True when the device has joined and is to be kept in the list; true when it has left and is to be dropped.
-    // What failed is tried again with the next scan.
+    // True when the device has joined and is to be kept in the list; true when it has left and is to be
+    // dropped. What failed is tried again with the next scan.
     bool (*join)(Switch sw, const DetectedDevice &device);
     bool (*leave)(Switch sw, const DetectedDevice &device);
 

@@ -17,7 +17,8 @@
 
 namespace pavo {
 
-// The strings of a neighbour that have been read. They come from the network: for the log only as printable().
+// The strings of a neighbour that have been read. They come from the network: for the log only as
+// printable().
 class Neighbour {
   public:
     std::optional<std::string> &operator[](NeighbourField field) {

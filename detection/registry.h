@@ -38,16 +38,16 @@ struct DetectionRow {
     StartFailure onStartFailure = StartFailure::TryAgain;
     LogFormat<> notCreated;
     LogFormat<> notRecreated;
-    // Before the thread is created again: its attributes are made afresh around this pause. Zero: no pause, and
-    // the same attributes.
+    // Before the thread is created again: its attributes are made afresh around this pause. Zero: no pause,
+    // and the same attributes.
     std::chrono::seconds restartPause{0};
 };
 
 // All rows, in the order in which they are started and looked after.
 std::span<const DetectionRow *const> detectionRows();
 
-// The body of a row's thread, up to pthread_exit: runs its loop and then clears its mark, also when the thread
-// is made to end. Log lines name `where`.
+// The body of a row's thread, up to pthread_exit: runs its loop and then clears its mark, also when the
+// thread is made to end. Log lines name `where`.
 void runDetection(const DetectionRow &row, void *clientHandle, Where where = std::source_location::current());
 
 }  // namespace pavo

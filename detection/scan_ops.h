@@ -23,10 +23,10 @@ struct NeighbourQuery {
     cJSON *array;
 };
 
-// Append the LLDP neighbours of one port: for Audac {"systemDesc", "chassisID", "portId"}, for Lightware those
-// that are UBEX endpoints {"systemDesc", "chassisId", "portDesc"}. 0; 10000 when a read fails, which ends the
-// walk, and 10002 without memory (both logged). Neighbours read until then are in the array; the last one may
-// lack its chassisId or portDesc.
+// Append the LLDP neighbours of one port: for Audac {"systemDesc", "chassisID", "portId"}, for Lightware
+// those that are UBEX endpoints {"systemDesc", "chassisId", "portDesc"}. 0; 10000 when a read fails, which
+// ends the walk, and 10002 without memory (both logged). Neighbours read until then are in the array; the
+// last one may lack its chassisId or portDesc.
 std::int32_t lldpIntfRemoteAudacInfoGet(Switch sw, const NeighbourQuery &query);
 std::int32_t lldpIntfRemoteLightwareInfoGet(Switch sw, const NeighbourQuery &query);
 

@@ -18,7 +18,7 @@ Supervisor::Supervisor(openapiClientHandle_t *client, ThreadCreate create,
                        std::span<const DetectionRow *const> rows)
     : client_(client), create_(create) {
     for (const DetectionRow *row : rows)
-        threads_.emplace_back(row);
+        threads_.push_back({.row = row});
 }
 
 bool Supervisor::createThread(Thread *thread, const LogFormat<> &failure, const Where &where) {
@@ -33,7 +33,7 @@ bool Supervisor::createThread(Thread *thread, const LogFormat<> &failure, const 
 
 bool Supervisor::start() {
     for (Thread &thread : threads_)
-        thread.attributes.emplace();
+        thread.attributes = std::make_unique<ThreadAttributes>();
     for (Thread &thread : threads_)
         if (!createThread(&thread, thread.row->notCreated, std::source_location::current()))
             return false;
@@ -48,7 +48,7 @@ bool Supervisor::pass() {
         if (row.restartPause != std::chrono::seconds{0}) {
             thread.attributes.reset();
             platform::sleepFor(row.restartPause);
-            thread.attributes.emplace();
+            thread.attributes = std::make_unique<ThreadAttributes>();
         }
         if (!createThread(&thread, row.notRecreated, std::source_location::current()))
             return false;

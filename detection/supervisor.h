@@ -4,9 +4,9 @@
 
 #include <pthread.h>
 
-#include <list>
-#include <optional>
+#include <memory>
 #include <span>
+#include <vector>
 
 #include "detection/registry.h"
 #include "detection/thread.h"
@@ -25,7 +25,8 @@ class Supervisor {
     // then, even though others may be running.
     bool start();
 
-    // One look after the threads: creates again each that has ended, once it has a reason to run. False as above.
+    // One look after the threads: creates again each that has ended, once it has a reason to run. False as
+    // above.
     bool pass();
 
     // A pass every 30 seconds; returns only when one fails.
@@ -37,7 +38,7 @@ class Supervisor {
   private:
     struct Thread {
         const DetectionRow *row;
-        std::optional<ThreadAttributes> attributes{};
+        std::unique_ptr<ThreadAttributes> attributes{};
         pthread_t id{};
     };
 
@@ -46,7 +47,7 @@ class Supervisor {
 
     openapiClientHandle_t *client_;
     ThreadCreate create_;
-    std::list<Thread> threads_;
+    std::vector<Thread> threads_;
 };
 
 }  // namespace pavo

@@ -1,5 +1,5 @@
-// The switch's own system log: messages to the people who look after the switch, with formats that are checked
-// when they are compiled.
+// The switch's own system log: messages to the people who look after the switch, with formats that are
+// checked when they are compiled.
 #ifndef PAVO_DETECTION_SYSTEM_LOG_H
 #define PAVO_DETECTION_SYSTEM_LOG_H
 
