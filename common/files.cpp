@@ -106,6 +106,8 @@ void FileLock::take() {
         }
         if (retryFlock(fd_, LOCK_EX) != 0) {
             close(std::exchange(fd_, -1));
+            if (afterwards_ == Afterwards::Remove)
+                removeFile(path_);
             state_ = State::NotLocked;
             return;
         }

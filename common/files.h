@@ -53,12 +53,12 @@ class FileLock {
     FileLock(const FileLock &) = delete;
     FileLock &operator=(const FileLock &) = delete;
 
-    // How taking it came out.
+    // Outcome of acquiring the lock.
     enum class State { Held, NotOpened, NotLocked };
     State state() const { return state_; }
     bool held() const { return state_ == State::Held; }
 
-    // Ends the lock before its time; false when it could not be released in good order.
+    // Releases the lock early; false when unlocking failed.
     bool release();
 
   private:

@@ -18,7 +18,6 @@ class Ipv4 {
     static std::optional<Ipv4> parse(std::string_view text);
 
     std::string text() const;
-    bool isZero() const { return bits_ == 0; }
     bool operator==(const Ipv4 &) const = default;
 
   private:

@@ -33,7 +33,7 @@ using TextPtr = std::unique_ptr<char, FreeDeleter>;
 inline constexpr std::size_t JSON_FILE_MAX = 4u << 20;
 cJSON *jsonFileLoad(const char *path);
 
-// --- members; `object` may be null, and is then one without members
+// --- members; a null `object` has no members
 
 const cJSON *member(const cJSON *object, const char *key);
 // Nothing when there is no such member or it is of another type.

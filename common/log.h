@@ -64,6 +64,10 @@ struct LogMessage {
 template <class... Args>
 void logAt(int level, const Where &where, std::type_identity_t<LogFormat<Args...>> format,
            const Args &...args) {
+    // Values that have to be spelled out are so only for a line that is written.
+    if constexpr ((HasLogForm<Args> || ...))
+        if (level > devmgrLogLevelGet())
+            return;
     if (format.text() != nullptr)
         devmgrLog(level, format.text(), where.function(), where.line(), LogArgument<Args>(args).value()...);
 }

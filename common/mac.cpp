@@ -45,8 +45,7 @@ std::string Mac::text() const {
         const auto value = static_cast<int>(bits_ >> (kAddressBits - 4 * (digit + 1)) & 0xf);
         const bool capital = (bits_ >> (kAddressBits + kDigits - 1 - digit) & 1) != 0;
         const int letter = (capital ? 'A' : 'a') + value - 10;
-        out[digit + digit / 2] =
-            static_cast<char>(value < 10 ? '0' + value : letter);
+        out[digit + digit / 2] = static_cast<char>(value < 10 ? '0' + value : letter);
     }
     return out;
 }

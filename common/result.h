@@ -17,7 +17,6 @@ enum class ResultCode : std::int32_t {
     InvalidPointer = 10002,  // also: a list or buffer could not be allocated
     InvalidArgument = 10003,
     NotImplemented = 10004,
-    OutOfMemory = 10005,
     NotExist = 10012,
     OpenFailed = 10016,
     TemplateInUse = 14101,

@@ -21,6 +21,24 @@ std::size_t characterLength(unsigned char first) {
     return first >= 0xf0 && first < 0xf5 ? 4 : 0;
 }
 
+// Whether the second byte of a character belongs to its first: neither a longer form than needed, nor half of a
+// surrogate pair, nor beyond the last character.
+bool canFollow(char first, char second) {
+    const auto next = static_cast<unsigned char>(second);
+    switch (static_cast<unsigned char>(first)) {
+        case 0xe0:
+            return next >= 0xa0;
+        case 0xed:
+            return next <= 0x9f;
+        case 0xf0:
+            return next >= 0x90;
+        case 0xf4:
+            return next <= 0x8f;
+        default:
+            return true;
+    }
+}
+
 }  // namespace
 
 std::string printable(std::string_view text) {
@@ -40,7 +58,7 @@ std::string cutToBytes(std::string_view text, std::size_t most) {
 bool isUtf8(std::string_view text) {
     while (!text.empty()) {
         const std::size_t length = characterLength(static_cast<unsigned char>(text[0]));
-        if (length == 0 || length > text.size() ||
+        if (length == 0 || length > text.size() || (length > 1 && !canFollow(text[0], text[1])) ||
             !std::all_of(text.begin() + 1, text.begin() + static_cast<std::ptrdiff_t>(length),
                          continuesCharacter))
             return false;

@@ -1,4 +1,4 @@
-// Small things done with strings.
+// String helpers.
 #ifndef PAVO_COMMON_TEXT_H
 #define PAVO_COMMON_TEXT_H
 

@@ -18,6 +18,8 @@ class Where {
     // Implicit, for `Where where = std::source_location::current()`.
     consteval Where(std::source_location at) : line_(static_cast<int>(at.line())) {
         const std::string_view name = bareName(at.function_name());
+        if (name.empty() || name == "operator")
+            throw "a log line must name a function: pass a Where to this one";
         for (std::size_t i = 0; i < name.size() && i + 1 < sizeof function_; ++i)
             function_[i] = name[i];
     }
@@ -32,11 +34,16 @@ class Where {
     int line() const { return line_; }
 
     // The name alone of a function as the compiler spells it out: without its type, scopes, parameters and
-    // template arguments, and of the enclosing function when it is a lambda's call operator.
+    // template arguments, and of the enclosing function when it is a lambda's call operator. Empty for a
+    // lambda that no function encloses.
     static constexpr std::string_view bareName(std::string_view pretty) {
+        const std::size_t whole = pretty.size();
         for (const std::string_view lambda : {"::<lambda", "::(anonymous class)", "::(lambda"})
             pretty = pretty.substr(0, pretty.find(lambda));
-        const std::string_view scoped = pretty.substr(0, parametersAt(pretty));
+        const std::size_t parameters = parametersAt(pretty);
+        if (pretty.size() < whole && parameters == pretty.size())
+            return "";
+        const std::string_view scoped = pretty.substr(0, parameters);
         std::size_t begin = scoped.size();
         while (begin > 0 && isNameCharacter(scoped[begin - 1]))
             --begin;

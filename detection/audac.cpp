@@ -21,9 +21,9 @@ constexpr const char *kProfileType = PROFILE_TYPE_NAME_AUDAC;
 constexpr int kRepaired = 1;
 constexpr std::size_t kChassisIdKept = 17;
 
-constexpr ProfileConfigFile kConfig = {
+constexpr DetectionConfigFile kConfig = {
     .path = platform::paths::kAudacConfig,
-    .parse = [](const std::string &text) { return parseProfileConfig(text, "audacDevicePort"); },
+    .parse = [](const std::string &text) { return parseDetectionConfig(text, "audacDevicePort"); },
 };
 
 constexpr MacFamily kFamily = {
@@ -197,7 +197,7 @@ void *detect_audac_thread(void *clientHandle) {
 }
 
 std::optional<VlanId> audacAudioVlanIdGet() {
-    const auto config = readProfileConfig(kConfig);
+    const auto config = readDetectionConfig(kConfig);
     return config ? config->audioVlan : std::nullopt;
 }
 
@@ -232,7 +232,7 @@ std::int32_t audacValidityCheck(Switch sw) {
 
 std::optional<std::vector<Sighting>> scanAudacDevices(Switch sw, const Where &where) {
     logDebug("[%s:%d] AudacLookup: audacListGet reading config from '%s'\r\n", kConfig.path);
-    const auto config = readProfileConfig(kConfig, where);
+    const auto config = readDetectionConfig(kConfig, where);
     if (!config) {
         logDebug("[%s:%d] AudacLookup: Failed to read config file '%s'\r\n", kConfig.path);
         return std::nullopt;

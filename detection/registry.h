@@ -11,8 +11,8 @@
 #include <source_location>
 #include <span>
 
+#include "detection/detection_config.h"
 #include "detection/detection_loop.h"
-#include "detection/profile_config.h"
 
 namespace pavo {
 
@@ -25,7 +25,7 @@ enum class StartFailure {
 struct DetectionRow {
     const char *name;
     const char *profileType = nullptr;  // the profile that the family works for; null: none in particular
-    const ProfileConfigFile *config =
+    const DetectionConfigFile *config =
         nullptr;  // what applying that profile leaves for the family; null: nothing
 
     DetectionLoop loop;

@@ -66,8 +66,8 @@ std::int32_t initHandler(const char *name, openapiClientHandle_t *client) {
 }
 
 std::int32_t get_device_model_mapping(Switch sw, const char *modelId) {
-    const std::string model = readMachineModel(sw);
-    if (model.empty())
+    const auto model = readMachineModel(sw);
+    if (!model)
         return -1;
     const bool listed =
         modelId != nullptr &&

@@ -10,12 +10,12 @@ std::int32_t featureSupportedGet(Switch, const char *, std::int32_t *supported) 
     return codeOf(ResultCode::NotImplemented);
 }
 
-std::string readMachineModel(Switch sw, Where where) {
+std::optional<std::string> readMachineModel(Switch sw, Where where) {
     const auto model = sw.machineModel();
     if (model)
         return *model;
     logError(where, "[%s:%d] Machine model retrieve error (result = %d)\n", model.error());
-    return "";
+    return std::nullopt;
 }
 
 std::int32_t stackUnitCountGet(Switch, std::uint32_t *units) {

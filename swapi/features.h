@@ -3,6 +3,7 @@
 #define PAVO_SWAPI_FEATURES_H
 
 #include <cstdint>
+#include <optional>
 #include <source_location>
 #include <string>
 
@@ -17,10 +18,10 @@ inline constexpr const char *FEATURE_DOT1AS = "DOT1AS";
 // system cannot be asked, so every feature is 0 with the result 10004.
 std::int32_t featureSupportedGet(Switch sw, const char *name, std::int32_t *supported);
 
-// The machine model of the switch; empty when it cannot be read (logged).
-std::string readMachineModel(Switch sw, Where where = std::source_location::current());
+// The machine model of the switch; nothing when it cannot be read (logged).
+std::optional<std::string> readMachineModel(Switch sw, Where where = std::source_location::current());
 
-// The number of units that act as one switch. Always 0.
+// *units: the units in the stack, always 1. Returns 0.
 std::int32_t stackUnitCountGet(Switch sw, std::uint32_t *units);
 
 }  // namespace pavo

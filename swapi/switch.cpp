@@ -1,13 +1,15 @@
 #include "swapi/switch.h"
 
 #include <algorithm>
+#include <condition_variable>
 #include <cstring>
-#include <map>
 #include <mutex>
+#include <set>
 #include <utility>
 
 #include "common/files.h"
 #include "common/log.h"
+#include "common/text.h"
 #include "platform/paths.h"
 #include "swapi/script_file.h"
 
@@ -50,21 +52,36 @@ OpenResult<T> readNumber(Read read) {
     return openResult(code, static_cast<T>(value));
 }
 
-// Captures into files of fixed names wait for each other.
+// One capture at a time into a file: an entry of the set for each that is under way.
 class CaptureLock {
   public:
-    explicit CaptureLock(const std::string &file) : lock_(mutexOf(file)) {}
+    explicit CaptureLock(const std::string &file) : file_(file) {
+        std::unique_lock lock(captures().mutex);
+        captures().ended.wait(lock, [&] { return captures().files.insert(file_).second; });
+    }
+    ~CaptureLock() {
+        {
+            const std::lock_guard lock(captures().mutex);
+            captures().files.erase(file_);
+        }
+        captures().ended.notify_all();
+    }
+    CaptureLock(const CaptureLock &) = delete;
+    CaptureLock &operator=(const CaptureLock &) = delete;
 
   private:
-    static std::mutex &mutexOf(const std::string &file) {
-        // Never destroyed: detached threads may capture while the process exits.
-        static auto &guard = *new std::mutex;
-        static auto &mutexes = *new std::map<std::string, std::mutex>;
-        const std::lock_guard lock(guard);
-        return mutexes[file];
+    struct Captures {
+        std::mutex mutex;
+        std::condition_variable ended;
+        std::set<std::string> files;
+    };
+    // Never destroyed: detached threads may capture while the process exits.
+    static Captures &captures() {
+        static auto &instance = *new Captures;
+        return instance;
     }
 
-    std::unique_lock<std::mutex> lock_;
+    std::string file_;
 };
 
 Result<> applied(open_error_t code, const Where &where) {
@@ -161,7 +178,7 @@ Result<std::string> Switch::show(std::string_view command, const std::string &fi
         removeFile(file);  // what a failed capture leaves behind is no answer
         return std::unexpected(captured.error());
     }
-    std::optional<std::string> text = readFile(file, kFileMax, where);
+    std::optional<std::string> text = readFile(file, SIZE_MAX, where);
     removeFile(file);
     if (text)
         return std::move(*text);
@@ -204,17 +221,13 @@ OpenResult<LagNumbering> Switch::lagNumbering() const {
 }
 
 OpenResult<std::uint32_t> Switch::lagMaxMembers() const {
-    const auto max =
-        readNumber([&](std::uint32_t *value) { return rpcclt_openapiLagMaxMemberCountGet(client_, value); });
-    if (max && *max > kLagMembersMax)
-        return std::unexpected(OpenError::Failed);
-    return max;
+    return readNumber([&](std::uint32_t *max) { return rpcclt_openapiLagMaxMemberCountGet(client_, max); });
 }
 
 OpenResult<std::vector<IfNum>> Switch::lagMembers(IfNum lag, std::uint32_t max) const {
     std::vector<std::uint32_t> room(
         (std::min(max, kLagMembersMax) * kMemberRoom + 1) / sizeof(std::uint32_t) + 1);
-    open_buffdesc list{static_cast<std::uint32_t>(room.size() * sizeof room[0]),
+    open_buffdesc list{static_cast<std::uint32_t>(std::min(max, kLagMembersMax) * kMemberRoom + 1),
                        reinterpret_cast<char *>(room.data())};
     std::uint32_t count = max;
     if (const open_error_t code = rpcclt_openapiLagMembersGet(client_, lag.number(), &count, &list);
@@ -255,7 +268,7 @@ OpenResult<FdbEntry> Switch::FdbStep::operator()() {
         lastVlan_ = vlan_;
         if (const auto mac = Mac::parse(mac_.data()))
             return FdbEntry{*mac, VlanId::from(vlan_), IfNum(ifNum)};
-        logError("[%s:%d] '%s' in the forwarding table is no MAC address\n", std::string(mac_.data()));
+        logDebug(where_, "[%s:%d] '%s' in the forwarding table is no MAC address\n", printable(mac_.data()));
     }
 }
 
@@ -298,9 +311,6 @@ OpenResult<std::string> Switch::neighbourText(const NeighbourKey &key, Neighbour
             case NeighbourField::PortId:
                 return rpcclt_openapiLldpIntfRemoteDevicePortIdGet(client_, port, key.remIndex, key.timeStamp,
                                                                    &subtype, text);
-            case NeighbourField::SystemName:
-                return rpcclt_openapiLldpIntfRemoteDeviceSystemNameGet(client_, port, key.remIndex,
-                                                                       key.timeStamp, text);
             case NeighbourField::SystemDesc:
                 return rpcclt_openapiLldpIntfRemoteDeviceSystemDescGet(client_, port, key.remIndex,
                                                                        key.timeStamp, text);
@@ -348,9 +358,12 @@ OpenResult<> Switch::deleteVlan(VlanId id) const {
     return openResult(rpcclt_openapiVlanDelete(client_, id.number()));
 }
 
+OpenResult<std::uint32_t> Switch::pvidNumber(IfNum ifNum) const {
+    return readNumber([&](std::uint32_t *id) { return openapiVlanIfPvidGet(client_, ifNum.number(), id); });
+}
+
 OpenResult<VlanId> Switch::pvid(IfNum ifNum) const {
-    const auto number =
-        readNumber([&](std::uint32_t *id) { return openapiVlanIfPvidGet(client_, ifNum.number(), id); });
+    const auto number = pvidNumber(ifNum);
     if (!number)
         return std::unexpected(number.error());
     const auto id = VlanId::from(*number);
@@ -369,12 +382,15 @@ OpenResult<Participation> Switch::participation(IfNum ifNum, VlanId id) const {
     });
 }
 
+OpenResult<> Switch::taggedVlans(IfNum ifNum, open_buffdesc *list) const {
+    return openResult(rpcclt_openapiDot1qSwPortTaggedVlanListGet(client_, ifNum.number(), list));
+}
+
 OpenResult<std::vector<VlanId>> Switch::taggedVlans(IfNum ifNum) const {
     std::array<std::uint16_t, kVlanListMax> numbers{};
     open_buffdesc list{sizeof numbers, reinterpret_cast<char *>(numbers.data())};
-    if (const open_error_t code = rpcclt_openapiDot1qSwPortTaggedVlanListGet(client_, ifNum.number(), &list);
-        code != OPEN_E_NONE)
-        return std::unexpected(static_cast<OpenError>(code));
+    if (const auto read = taggedVlans(ifNum, &list); !read)
+        return std::unexpected(read.error());
     std::vector<VlanId> ids;
     for (std::size_t i = 0; i < std::min(list.size / sizeof numbers[0], numbers.size()); ++i)
         if (const auto id = VlanId::from(numbers[i]))

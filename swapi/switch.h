@@ -71,7 +71,7 @@ struct NeighbourKey {
     bool operator==(const NeighbourKey &) const = default;
 };
 
-enum class NeighbourField { ChassisId, PortId, SystemName, SystemDesc, PortDesc };
+enum class NeighbourField { ChassisId, PortId, SystemDesc, PortDesc };
 
 // The numbers of LAGs: 1 for the first LAG interface, and so on.
 struct LagNumbering {
@@ -89,7 +89,7 @@ struct ScriptFiles {
     static ScriptFiles forTag(const std::string &tag);
 };
 
-// How far a script got that failed.
+// The step at which a script failed.
 struct ScriptFailure {
     enum class Step { Write, Apply };
     Step step;
@@ -128,7 +128,7 @@ class Switch {
 
     // What a show command prints. It is captured into `file` (a fixed path), which is deleted before and
     // after; captures into one file wait for each other within the process. Failed when the switch refuses,
-    // OpenFailed (with the message `cannotOpen`) when the output is not to be had.
+    // OpenFailed (with the message `cannotOpen`) when the output cannot be read.
     Result<std::string> show(std::string_view command, const std::string &file,
                              Where where = std::source_location::current(),
                              LogFormat<std::string> cannotOpen = kCannotOpenFile) const;
@@ -158,7 +158,9 @@ class Switch {
 
     // In the order of MAC address, then VLAN. An entry whose address is no MAC address is passed over
     // (logged).
-    auto forwardingTable() const { return Walk(FdbStep(client_)); }
+    auto forwardingTable(Where where = std::source_location::current()) const {
+        return Walk(FdbStep(client_, where));
+    }
 
     auto lldpInterfaces() const { return Walk(LldpIfStep{client_, IfNum{}}); }
     auto neighbours(IfNum port) const { return Walk(NeighbourStep{client_, NeighbourKey{port, 0, 0}}); }
@@ -180,12 +182,16 @@ class Switch {
     OpenResult<std::string> vlanName(VlanId id, std::uint32_t size) const;
     OpenResult<> deleteVlan(VlanId id) const;
 
+    // Failed for a number that is no VLAN's; the second form gives it all the same.
     OpenResult<VlanId> pvid(IfNum ifNum) const;
+    OpenResult<std::uint32_t> pvidNumber(IfNum ifNum) const;
     OpenResult<Tagging> tagging(IfNum ifNum, VlanId id) const;
     // What is in effect at present.
     OpenResult<Participation> participation(IfNum ifNum, VlanId id) const;
     // Ascending.
     OpenResult<std::vector<VlanId>> taggedVlans(IfNum ifNum) const;
+    // The same as the call writes it: 16-bit numbers, as many as fit.
+    OpenResult<> taggedVlans(IfNum ifNum, open_buffdesc *list) const;
     // These are accepted at once and show when they have taken effect; see swapi/vlan_membership.h.
     OpenResult<> setPvid(IfNum ifNum, VlanId id) const;
     OpenResult<> setTagging(IfNum ifNum, VlanId id, Tagging tagging) const;
@@ -226,11 +232,12 @@ class Switch {
     };
     class FdbStep {
       public:
-        explicit FdbStep(openapiClientHandle_t *client) : client_(client) {}
+        FdbStep(openapiClientHandle_t *client, const Where &where) : client_(client), where_(where) {}
         OpenResult<FdbEntry> operator()();
 
       private:
         openapiClientHandle_t *client_;
+        Where where_;
         std::array<char, 100> mac_{};
         std::uint32_t vlan_ = 0;
         std::uint32_t lastVlan_ = 0;

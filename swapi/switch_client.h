@@ -1,5 +1,5 @@
-// A registration with the switch OS for as long as it lives. Belongs to one thread; the Switch it gives out may
-// be used by any.
+// A registration with the switch OS for as long as it lives. Belongs to one thread; the Switch it gives out
+// may be used by any.
 #ifndef PAVO_SWAPI_SWITCH_CLIENT_H
 #define PAVO_SWAPI_SWITCH_CLIENT_H
 

@@ -106,11 +106,14 @@ std::string dhcpScript(VlanId vlan) {
     return "config\nip management vlan " + std::to_string(vlan.number()) + " dhcp\nexit\n";
 }
 
-std::optional<std::string> staticAddressScript(VlanId vlan, const std::string &ip, const std::string &mask,
-                                               const std::string &gateway) {
+std::expected<std::string, const char *> staticAddressScript(VlanId vlan, const std::string &ip,
+                                                             const std::string &mask,
+                                                             const std::string &gateway) {
     const bool hasGateway = !gateway.empty() && gateway != "0.0.0.0";
-    if (!isAddress(ip) || !isAddress(mask) || (hasGateway && !isAddress(gateway)))
-        return std::nullopt;
+    if (!isAddress(ip) || !isAddress(mask))
+        return std::unexpected("management address");
+    if (hasGateway && !isAddress(gateway))
+        return std::unexpected("management gateway");
     return "config\nip management vlan " + std::to_string(vlan.number()) + " " + ip + " " + mask +
            (hasGateway ? "\nip default-gateway " + gateway : "\nno ip default-gateway") + "\nexit\n";
 }

@@ -4,11 +4,13 @@
 #define PAVO_SWAPI_SWITCH_SETTINGS_H
 
 #include <cstdint>
+#include <expected>
 #include <optional>
 #include <source_location>
 #include <span>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 #include "common/files.h"
@@ -43,10 +45,12 @@ ManagementAddress parseManagementAddress(std::string_view shown);
 
 // --- scripts
 
-// Nothing when an address is malformed. An empty gateway or "0.0.0.0" removes the gateway.
+// What is malformed ("management address", "management gateway") instead of a script. An empty gateway or
+// "0.0.0.0" removes the gateway.
 std::string dhcpScript(VlanId vlan);
-std::optional<std::string> staticAddressScript(VlanId vlan, const std::string &ip, const std::string &mask,
-                                               const std::string &gateway);
+std::expected<std::string, const char *> staticAddressScript(VlanId vlan, const std::string &ip,
+                                                             const std::string &mask,
+                                                             const std::string &gateway);
 
 // Nothing for a speed that does not belong into a script; more than one when the ports do not fit into one.
 std::optional<std::vector<std::string>> speedScripts(std::span<const IfNum> ports, std::string_view speed);
@@ -60,10 +64,11 @@ Result<ManagementAddress> readManagementAddress(Switch sw, Where where = std::so
 // --- serialising
 
 // Runs `operation`, which returns a Result, under the lock file of a setting (a fixed path); the file is
-// deleted afterwards. Failed when the lock cannot be had or given back, whatever the operation said.
+// deleted afterwards. Failed when the lock cannot be acquired or released, regardless of the operation's
+// result.
 template <class Operation>
-auto underLock(const char *lockFile, Operation operation, Where where = std::source_location::current())
-    -> decltype(operation()) {
+std::invoke_result_t<Operation> underLock(const char *lockFile, Operation operation,
+                                          Where where = std::source_location::current()) {
     FileLock lock(lockFile, FileLock::Afterwards::Remove);
     if (lock.state() == FileLock::State::NotLocked)
         logError(where, "[%s:%d] File lock failed\n");

@@ -81,7 +81,7 @@ Result<> setAddress(Switch sw, std::int32_t vlan, std::int32_t mode, const char 
     if (ip == nullptr || mask == nullptr || gateway == nullptr)
         return refuse("management address", where);
     const auto script = staticAddressScript(*id, ip, mask, gateway);
-    return script ? applyScript(sw, *script, files, where) : refuse("management address", where);
+    return script ? applyScript(sw, *script, files, where) : refuse(script.error(), where);
 }
 
 Result<> setSpeed(Switch sw, std::span<const std::uint32_t> ports, const char *speed, Where where) {

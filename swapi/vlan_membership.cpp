@@ -6,7 +6,7 @@
 namespace pavo {
 namespace {
 
-// What `report` writes for a call that failed; one row for the set and one for the get of each change.
+// For a set or a get that failed.
 using MembershipFormat = LogFormat<OpenError, IfNum, std::uint32_t>;
 
 // Polls until `get` reads `wanted`; onGetFailed(error) reports.
@@ -45,7 +45,7 @@ Result<> setPvidAndVerify(Switch sw, IfNum ifNum, VlanId id, Where where) {
         return failed(ResultCode::Failed);
     }
     return verify(
-        id, [&] { return sw.pvid(ifNum); },
+        id.number(), [&] { return sw.pvidNumber(ifNum); },
         [&](OpenError error) {
             logError(where, "[%s:%d] Bad return code trying to get PVID. (result = %d)\n", error);
         });

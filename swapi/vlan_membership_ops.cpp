@@ -1,7 +1,5 @@
 #include "swapi/vlan_membership_ops.h"
 
-#include <cstring>
-
 #include "common/log.h"
 #include "swapi/poll.h"
 #include "swapi/vlan_membership.h"
@@ -79,27 +77,21 @@ void ifAdminStateWaitSettled(Switch sw, std::uint32_t ifNum, std::uint32_t state
 }
 
 std::int32_t swapiVlanIfPvidGet(Switch sw, std::uint32_t ifNum, std::uint32_t *pvid) {
-    const auto id = readPvid(sw, IfNum(ifNum));
-    if (id)
-        *pvid = id->number();
-    return codeOf(id);
+    const auto read = sw.pvidNumber(IfNum(ifNum));
+    if (!read) {
+        logError("[%s:%d] Bad return code trying to get PVID. (result = %d)\n", read.error());
+        return codeOf(ResultCode::Failed);
+    }
+    *pvid = *read;
+    return 0;
 }
 
 std::int32_t swapiDot1qSwPortTaggedVlanListGet(Switch sw, std::uint32_t ifNum, open_buffdesc *list) {
-    const auto ids = readTaggedVlans(sw, IfNum(ifNum));
-    if (!ids)
-        return codeOf(ids);
-    auto *out = list->pstart;
-    std::uint32_t used = 0;
-    for (const VlanId id : *ids) {
-        const auto number = static_cast<std::uint16_t>(id.number());
-        if (used + sizeof number > list->size)
-            break;
-        std::memcpy(out + used, &number, sizeof number);
-        used += sizeof number;
-    }
-    list->size = used;
-    return 0;
+    const auto read = sw.taggedVlans(IfNum(ifNum), list);
+    if (read)
+        return 0;
+    logError("[%s:%d] Bad return code trying to get rhe tagged vlan list. (result = %d)\n", read.error());
+    return codeOf(ResultCode::Failed);
 }
 
 }  // namespace pavo

@@ -9,8 +9,8 @@
 
 namespace pavo {
 
-// 0; 10000 when the change is refused or a read fails (logged), or the value did not show in time (not
-// logged).
+// 0; 10000 when the change is refused (for a number that is no VLAN's without asking the switch) or a read
+// fails (logged), or the value did not show in time (not logged).
 std::int32_t vlanIfPvidSetAndVerify(Switch sw, std::uint32_t ifNum, std::uint32_t vlanId);
 std::int32_t vlanIfTaggingSetAndVerify(Switch sw, std::uint32_t ifNum, std::uint32_t vlanId,
                                        std::uint32_t taggingMode);

@@ -69,7 +69,8 @@ TEST(Text, CutsAtCharactersAndCleansForTheLog) {
     EXPECT_EQ(cutToBytes("a\u00e9\u20ac", 2), "a");
     EXPECT_EQ(printable("a\n\x1b\x7f\u00e9"), "a...\u00e9");
     EXPECT_TRUE(isUtf8("a\u00e9\u20ac\U0001f3a4"));
-    for (const char *text : {"\x80", "\xc3", "\xc0\xaf", "\xe2\x82", "\xf8\x88\x80\x80", "\xc3("})
+    for (const char *text : {"\x80", "\xc3", "\xc0\xaf", "\xe2\x82", "\xf8\x88\x80\x80", "\xc3(",
+                             "\xe0\x80\x80", "\xf0\x80\x80\x80", "\xed\xa0\x80", "\xf4\x90\x80\x80"})
         EXPECT_FALSE(isUtf8(text)) << text;
 
     char field[4] = "###";
@@ -112,7 +113,9 @@ TEST(Where, NamesTheFunctionAlone) {
              {"auto pavo::f(int)::(anonymous class)::operator()(int) const", "f"},
              {"void (anonymous namespace)::foo(int)", "foo"},
              {"pavo::Walk<Step>::~Walk()", "~Walk"},
-             {"bool pavo::K::operator==(int) const", "operator=="}})
+             {"bool pavo::K::operator==(int) const", "operator=="},
+             {"pavo::{anonymous}::<lambda(int)>", ""},
+             {"pavo::<lambda(int)>", ""}})
         EXPECT_EQ(Where::bareName(pretty), name) << pretty;
 
     const auto inside = [](Where where = std::source_location::current()) {

@@ -5,6 +5,7 @@
 
 #include "detection/mac_family.h"
 #include "detection/supervisor.h"
+#include "profile/detection_files.h"
 #include "tests/detection/detection_fixture.h"
 
 namespace {
@@ -101,6 +102,12 @@ TEST_F(LoopTest, AWorkerThatIsNoFamilyMayFailToStart) {
     EXPECT_EQ(creations, 3);
     EXPECT_EQ(workerRuns, 1);
     EXPECT_EQ(clk::totalSlept(), 0s);
+}
+
+TEST(RegistryTest, FamiliesReadWhatApplyingTheirProfileWrites) {
+    for (const DetectionRow *row : detectionRows())
+        if (row->config != nullptr)
+            EXPECT_STREQ(row->config->path, detectionFileOf(row->profileType).path) << row->name;
 }
 
 // --- families by MAC address

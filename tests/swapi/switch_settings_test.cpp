@@ -124,6 +124,7 @@ TEST_F(SwitchSettingsTest, MalformedAddressesAreNotSent) {
         }
     EXPECT_EQ(callCount("rpcclt_openapiTxtCfgApply"), 0u);
     EXPECT_EQ(logged("ERROR"), 8u);
+    EXPECT_EQ(logged("Invalid management gateway\r\n"), 1u);
 }
 
 TEST_F(SwitchSettingsTest, SpeedIsDerivedFromItsText) {

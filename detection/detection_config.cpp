@@ -1,4 +1,4 @@
-#include "detection/profile_config.h"
+#include "detection/detection_config.h"
 
 #include "common/files.h"
 #include "common/json.h"
@@ -26,18 +26,18 @@ std::optional<std::vector<IfNum>> portsMember(const cJSON *object, const char *k
 
 }  // namespace
 
-std::optional<ProfileConfig> readProfileConfig(const ProfileConfigFile &file, Where where) {
+std::optional<DetectionConfig> readDetectionConfig(const DetectionConfigFile &file, Where where) {
     const auto text = readFile(file.path, JSON_FILE_MAX, where);
     return text ? file.parse(*text) : std::nullopt;
 }
 
-std::optional<ProfileConfig> parseProfileConfig(const std::string &text, const char *portsKey) {
+std::optional<DetectionConfig> parseDetectionConfig(const std::string &text, const char *portsKey) {
     const JsonPtr config(cJSON_Parse(text.c_str()));
     if (config == nullptr)
         return std::nullopt;
-    return ProfileConfig{.audioVlan = vlanMember(config.get(), "audioVlanID"),
-                         .controlVlan = vlanMember(config.get(), "controlVlanID"),
-                         .ports = portsMember(config.get(), portsKey)};
+    return DetectionConfig{.audioVlan = vlanMember(config.get(), "audioVlanID"),
+                           .controlVlan = vlanMember(config.get(), "controlVlanID"),
+                           .ports = portsMember(config.get(), portsKey)};
 }
 
 }  // namespace pavo
