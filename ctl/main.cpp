@@ -2,6 +2,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdint>
 #include <cstdio>
+#include <exception>
 #include <functional>
 #include <optional>
 #include <string>
@@ -139,10 +140,13 @@ int run(int argc, char **argv) {
 }  // namespace
 }  // namespace pavo::ctl
 
-int main(int argc, char **argv) {
+int main(int argc, char **argv) try {
     // What goes wrong inside is in the log file beside the daemon's lines.
     pavo::devmgrLogOpen(pavo::LOG_SINK_FILE, pavo::LOG_FACILITY_USER, "pavoctl");
     const int status = pavo::ctl::run(argc, argv);
     pavo::devmgrLogClose();
     return status;
+} catch (const std::exception &e) {
+    std::fprintf(stderr, "pavoctl: %s\n", e.what());
+    return pavo::ctl::kExitFailed;
 }

@@ -94,6 +94,7 @@ void listProfiles(Switch sw, const Output &output) {
         return;
     }
     std::vector<Row> rows;
+    rows.reserve(profiles.size());
     for (const auto &profile : profiles)
         rows.push_back({profile.name, profile.profileType, idsOf(profile), profile.color});
     output.printTable({"PROFILE", "TYPE", "VLANS", "COLOUR"}, rows);

@@ -66,8 +66,8 @@ void adjustKramer(ProfileRequest &request, Where where) {
             vlan.vlanType > kLastPartnerType)
             continue;
         const auto row = readProfileRow(static_cast<std::int32_t>(vlan.id.number()), where);
-        if (row && *row)
-            vlan.profileType = (*row)->profileType;
+        if (const auto stored = row ? *row : std::nullopt)
+            vlan.profileType = stored->profileType;
     }
 }
 
@@ -94,9 +94,9 @@ VlanSet adjustOverwrite(Switch sw, ProfileRequest &request, Where where) {
     if (!rows)
         return others;
     for (const std::uint32_t number : parseShowVlan(*shown, VLAN_INFO_ROWS_MAX)) {
+        const auto *const row = findProfileRow(*rows, static_cast<std::int32_t>(number));
         const auto id = VlanId::from(number);
-        const auto *const row = id ? findProfileRow(*rows, static_cast<std::int32_t>(number)) : nullptr;
-        if (row != nullptr && row->profileType == PROFILE_TYPE_NAME_AVB)
+        if (id && row != nullptr && row->profileType == PROFILE_TYPE_NAME_AVB)
             others.insert(*id);
     }
     if (!request.vlans.empty())

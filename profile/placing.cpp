@@ -62,7 +62,8 @@ void placeRouting(VlanId id, const RoutingRequest &routing, SwitchState &wanted)
             wanted.routing[id] = {true, true, "", ""};
             break;
         case IpConfig::Manual:
-            wanted.routing[id] = {true, false, routing.address->text(), routing.mask->text()};
+            wanted.routing[id] = {true, false, routing.address.value_or(Ipv4{}).text(),
+                                  routing.mask.value_or(Ipv4{}).text()};
             break;
         case IpConfig::None:
             wanted.routing.erase(id);
@@ -127,7 +128,7 @@ void placeVlan(const ProfileVlanRequest &vlan, const std::string &profileName, P
     std::set<std::string> members;
     for (const auto *list : {&vlan.untagged, &vlan.tagged})
         for (const IfNum port : *list)
-            members.insert(*ports.find(port));
+            members.insert(ports.of(port));
     for (auto &[name, interface] : wanted.interfaces) {
         if (members.contains(name))
             continue;
@@ -137,13 +138,13 @@ void placeVlan(const ProfileVlanRequest &vlan, const std::string &profileName, P
             wanted.releasePort(name, vlan.id);
     }
     for (const IfNum port : vlan.untagged)
-        placeUntagged(wanted.interfaces[*ports.find(port)], vlan.id);
+        placeUntagged(wanted.interfaces[ports.of(port)], vlan.id);
     placeRouting(vlan.id, vlan.routing, wanted);
 }
 
 void placeTaggedPorts(const ProfileVlanRequest &vlan, PortNames &ports, SwitchState &wanted) {
     for (const IfNum port : vlan.tagged)
-        placeTagged(wanted.interfaces[*ports.find(port)], vlan.id);
+        placeTagged(wanted.interfaces[ports.of(port)], vlan.id);
 }
 
 void vacateVlans(const VlanSet &ids, SwitchState &wanted) {

@@ -16,6 +16,8 @@ class PortNames {
 
     // Nothing when there is no such port or LAG.
     std::optional<std::string> find(IfNum ifNum);
+    // Of a port that has been found.
+    std::string of(IfNum ifNum) { return find(ifNum).value_or(""); }
 
   private:
     Switch sw_;

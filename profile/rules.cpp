@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <optional>
 #include <set>
 #include <string>
 
@@ -28,9 +29,10 @@ constexpr OneVlanRule kOneVlanRules[] = {
     {PROFILE_TYPE_NAME_SHURE_SPLIT, 2, ResultCode::ShureOneVlan},
 };
 
-bool isOnSwitch(const ProfileRow &row, const SwitchState &state) {
+// The VLAN of a row; nothing when it is not on the switch.
+std::optional<VlanId> vlanOnSwitch(const ProfileRow &row, const SwitchState &state) {
     const auto id = row.vlan();
-    return id && state.hasVlan(*id);
+    return id && state.hasVlan(*id) ? id : std::nullopt;
 }
 
 bool isAcceptable(const RoutingRequest &routing) {
@@ -99,12 +101,13 @@ Result<VlanSet> findLeftovers(const ProfileRequest &request, std::span<const Pro
     VlanSet left;
     bool own = overwrite;
     for (const auto &row : rows) {
-        if (row.profileName != request.name || !isOnSwitch(row, state))
+        const auto id = vlanOnSwitch(row, state);
+        if (!id || row.profileName != request.name)
             continue;
-        if (ids.contains(*row.vlan()))
+        if (ids.contains(*id))
             own = true;
         else
-            left.insert(*row.vlan());
+            left.insert(*id);
     }
     if (!left.empty() && !own)
         return refuse(ResultCode::NameInUse, where);
@@ -118,7 +121,8 @@ Result<> checkOneVlanTypes(const ProfileRequest &request, std::span<const Profil
             std::count_if(request.vlans.begin(), request.vlans.end(),
                           [&](const ProfileVlanRequest &vlan) { return vlan.profileType == rule.type; }));
         const bool present = std::any_of(rows.begin(), rows.end(), [&](const ProfileRow &row) {
-            return row.profileType == rule.type && isOnSwitch(row, state) && !gone.contains(*row.vlan());
+            const auto id = vlanOnSwitch(row, state);
+            return row.profileType == rule.type && id && !gone.contains(*id);
         });
         if (wanted > rule.most || (wanted > 0 && present))
             return refuse(rule.code, where);

@@ -90,8 +90,8 @@ std::string vlanLines(const SwitchState &from, const SwitchState &to) {
         if (!from.hasVlan(id))
             create.insert(id);
         if (name != valueOf(from.vlans, id))
-            names += name.empty() ? "no vlan name " + numberOf(id) + "\n"
-                                  : "vlan name " + numberOf(id) + " " + quoted(name) + "\n";
+            names.append(name.empty() ? "no vlan name " + numberOf(id) + "\n"
+                                      : "vlan name " + numberOf(id) + " " + quoted(name) + "\n");
     }
     return listLine("vlan", create) + names;
 }

@@ -43,7 +43,7 @@ std::optional<std::vector<std::string>> readFolder(const char *fixedPath) {
         names.emplace_back(entries[i]->d_name);
         std::free(entries[i]);
     }
-    std::free(entries);
+    std::free(static_cast<void *>(entries));
     return names;
 }
 
