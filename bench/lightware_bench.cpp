@@ -105,7 +105,7 @@ void countCycle(benchmark::State &state, Work work) {
 void lightwareCycle(benchmark::State &state) {
     countCycle(state, [](Projection *projection) {
         // As the thread does: the profile first, then the lookup.
-        if (lightwareDetection.loop.hasReason(&projection->client))
+        if (checkReason(lightwareDetection.loop, &projection->client) == Presence::Present)
             lightwareLookup(&projection->client, &projection->list);
     });
 }

@@ -18,13 +18,7 @@ namespace pavo {
 namespace {
 
 constexpr const char *kProfileType = PROFILE_TYPE_NAME_AUDAC;
-constexpr int kRepaired = 1;
 constexpr std::size_t kChassisIdKept = 17;
-
-constexpr DetectionConfigFile kConfig = {
-    .path = platform::paths::kAudacConfig,
-    .parse = [](const std::string &text) { return parseDetectionConfig(text, "audacDevicePort"); },
-};
 
 constexpr MacFamily kFamily = {
     .scripts = {.in = platform::paths::kAudacIn,
@@ -39,8 +33,8 @@ constexpr MacFamily kFamily = {
               .moved = "AUDAC device (MAC: %s) from Port 0/%d change to Port 0/%d.",
               .left = "AUDAC device Leave (%s MAC: %s) on Port 0/%d."},
     .scan = scanAudacDevices,
-    .join = [](Switch sw, const DetectedDevice &device) { return audacOnlineCli(sw, device) == 0; },
-    .leave = [](Switch sw, const DetectedDevice &device) { return audacOfflineCli(sw, device) == 0; },
+    .join = [](Switch sw, const DetectedDevice &device, const Where &) { return audacOnlineCli(sw, device) == 0; },
+    .leave = [](Switch sw, const DetectedDevice &device, const Where &) { return audacOfflineCli(sw, device) == 0; },
 };
 
 constexpr NeighbourField kNeighbourReads[] = {NeighbourField::ChassisId, NeighbourField::PortId,
@@ -65,7 +59,7 @@ bool isControlUnit(const Neighbour &neighbour) {
 }
 
 ControlUnits findControlUnits(Switch sw, const PortSet &ports, const Where &where) {
-    logDebug("[%s:%d] AudacLookup: Step 1 - scanning LLDP for Audac control devices.\r\n");
+    logDebug(where, "[%s:%d] AudacLookup: Step 1 - scanning LLDP for Audac control devices.\r\n");
     ControlUnits controls;
     NeighbourReader reader(sw, audacNeighbours);
     for (const IfNum port : sw.lldpInterfaces()) {
@@ -74,20 +68,20 @@ ControlUnits findControlUnits(Switch sw, const PortSet &ports, const Where &wher
         const std::vector<Neighbour> neighbours = reader.read(port, where).neighbours;
         const auto control = std::ranges::find_if(neighbours, isControlUnit);
         if (control == neighbours.end()) {
-            logDebug("[%s:%d] AudacLookup: No Audac control LLDP on port %d, skip.\r\n", port);
+            logDebug(where, "[%s:%d] AudacLookup: No Audac control LLDP on port %d, skip.\r\n", port);
             continue;
         }
         const std::string chassisId =
             (*control)[NeighbourField::ChassisId].value_or("").substr(0, kChassisIdKept);
         controls.emplace(port, Mac::parse(chassisId));
-        logDebug("[%s:%d] AudacLookup: Found Audac control on port %d, chassisID=%s, systemDesc='%s'\r\n",
+        logDebug(where, "[%s:%d] AudacLookup: Found Audac control on port %d, chassisID=%s, systemDesc='%s'\r\n",
                  port, printable(chassisId), printable((*control)[NeighbourField::SystemDesc].value_or("")));
     }
     return controls;
 }
 
 std::vector<Sighting> findAudioDevices(Switch sw, const ControlUnits &controls, const Where &where) {
-    logDebug("[%s:%d] AudacLookup: Step 2 - scanning FDB for audio device MACs.\r\n");
+    logDebug(where, "[%s:%d] AudacLookup: Step 2 - scanning FDB for audio device MACs.\r\n");
     std::vector<Sighting> found;
     PhysicalPorts physical(sw);
     for (const auto &[mac, vlan, port] : sw.forwardingTable(where)) {
@@ -96,12 +90,12 @@ std::vector<Sighting> findAudioDevices(Switch sw, const ControlUnits &controls, 
         if (control == controls.end() || !physical.contains(port))
             continue;
         if (const std::optional<Mac> &unit = control->second; unit && unit->sameAddress(mac)) {
-            logDebug("[%s:%d] AudacLookup: FDB MAC %s on port %d matches control, skip.\r\n", mac, port);
+            logDebug(where, "[%s:%d] AudacLookup: FDB MAC %s on port %d matches control, skip.\r\n", mac, port);
             continue;
         }
         if (mac.isZero())
             continue;
-        logDebug("[%s:%d] AudacLookup: FDB MAC %s on port %d is audio device candidate.\r\n", mac, port);
+        logDebug(where, "[%s:%d] AudacLookup: FDB MAC %s on port %d is audio device candidate.\r\n", mac, port);
         found.push_back({.mac = mac, .port = port, .type = DEVICE_TYPE_AUDIO});
     }
     return found;
@@ -140,7 +134,7 @@ OpenResult<> joinControlUnit(Switch sw, const DetectedDevice &device, const Wher
 
 // --- the thread
 
-Presence checkProfile(Switch sw) {
+Presence checkProfile(Switch sw, const Where &) {
     switch (audacValidityCheck(sw)) {
         case codeOf(ResultCode::Success):
             return Presence::Present;
@@ -151,13 +145,13 @@ Presence checkProfile(Switch sw) {
     }
 }
 
-void runCycle(Switch sw) {
+void runCycle(Switch sw, const Where &) {
     repairAudacLink(sw, knownDevices());
     audacLookup(sw, knownDevices());
 }
 
-void takeOut(Switch sw) {
-    clearDevices(sw, kFamily, knownDevices());
+void takeOut(Switch sw, const Where &where) {
+    clearDevices(sw, kFamily, knownDevices(), where);
 }
 
 std::atomic<std::int32_t> running{0};
@@ -175,7 +169,7 @@ constinit const NeighbourFamily audacNeighbours = {
 constinit const DetectionRow audacDetection = {
     .name = "audac",
     .profileType = kProfileType,
-    .config = &kConfig,
+    .parseConfig = [](const std::string &text) { return parseDetectionConfig(text, "audacDevicePort"); },
     .loop = {.texts = {.started = "[%s:%d] AudacLookup Init success!\r\n",
                        .lookingNow = "[%s:%d] AudacLookup wake up and start scanning LLDP table.\r\n",
                        .skipped = "[%s:%d] AUDAC Profile not already created, do nothing.\r\n",
@@ -197,7 +191,7 @@ void *detect_audac_thread(void *clientHandle) {
 }
 
 std::optional<VlanId> audacAudioVlanIdGet() {
-    const auto config = readDetectionConfig(kConfig);
+    const auto config = readDetectionConfig(audacDetection);
     return config ? config->audioVlan : std::nullopt;
 }
 
@@ -221,7 +215,7 @@ std::int32_t audacValidityCheck(Switch sw) {
     const auto audioVlan = audacAudioVlanIdGet();
     const std::uint32_t shown = audioVlan ? audioVlan->number() : 0;
     logDebug("[%s:%d] AudacLookup: audacAudioVlanIdGet returned audioVlan=%d (from %s)\r\n", shown,
-             kConfig.path);
+             detectionConfigPath(audacDetection));
     if (!audioVlan) {
         logDebug("[%s:%d] AudacLookup: audioVlan is 0 - config file missing or invalid\r\n");
         return codeOf(ResultCode::Failed);
@@ -231,20 +225,20 @@ std::int32_t audacValidityCheck(Switch sw) {
 }
 
 std::optional<std::vector<Sighting>> scanAudacDevices(Switch sw, const Where &where) {
-    logDebug("[%s:%d] AudacLookup: audacListGet reading config from '%s'\r\n", kConfig.path);
-    const auto config = readDetectionConfig(kConfig, where);
+    logDebug(where, "[%s:%d] AudacLookup: audacListGet reading config from '%s'\r\n", detectionConfigPath(audacDetection));
+    const auto config = readDetectionConfig(audacDetection, where);
     if (!config) {
-        logDebug("[%s:%d] AudacLookup: Failed to read config file '%s'\r\n", kConfig.path);
+        logDebug(where, "[%s:%d] AudacLookup: Failed to read config file '%s'\r\n", detectionConfigPath(audacDetection));
         return std::nullopt;
     }
     if (!config->ports) {
-        logDebug("[%s:%d] AudacLookup: 'audacDevicePort' not found in config file\r\n");
+        logDebug(where, "[%s:%d] AudacLookup: 'audacDevicePort' not found in config file\r\n");
         return std::vector<Sighting>();
     }
     PortSet ports;
     for (const IfNum port : *config->ports)
         if (ports.insert(port))
-            logDebug("[%s:%d] AudacLookup: Added port %d to AUDAC port list\r\n", port);
+            logDebug(where, "[%s:%d] AudacLookup: Added port %d to AUDAC port list\r\n", port);
     return findAudioDevices(sw, findControlUnits(sw, ports, where), where);
 }
 
@@ -268,8 +262,7 @@ std::int32_t audacOfflineCli(Switch sw, const DetectedDevice &device) {
 }
 
 std::int32_t repairAudacLink(Switch sw, DeviceList<DetectedDevice> *devices) {
-    const auto repaired = repairDevices(sw, kFamily, devices);
-    return repaired ? kRepaired : codeOf(repaired);
+    return repairCodeOf(repairDevices(sw, kFamily, devices));
 }
 
 void audacClear(Switch sw, DeviceList<DetectedDevice> *devices) {

@@ -1,6 +1,5 @@
 #include "detection/detection_config.h"
 
-#include "common/files.h"
 #include "common/json.h"
 
 namespace pavo {
@@ -25,11 +24,6 @@ std::optional<std::vector<IfNum>> portsMember(const cJSON *object, const char *k
 }
 
 }  // namespace
-
-std::optional<DetectionConfig> readDetectionConfig(const DetectionConfigFile &file, Where where) {
-    const auto text = readFile(file.path, JSON_FILE_MAX, where);
-    return text ? file.parse(*text) : std::nullopt;
-}
 
 std::optional<DetectionConfig> parseDetectionConfig(const std::string &text, const char *portsKey) {
     const JsonPtr config(cJSON_Parse(text.c_str()));

@@ -8,11 +8,15 @@
 namespace pavo {
 namespace {
 
-void runCycle(const DetectionLoop &loop, Switch sw, const Where &where) {
+// False when the step ran out of memory.
+template <class Step>
+bool guard(const Where &where, Step step) {
     try {
-        loop.cycle(sw);
+        step();
+        return true;
     } catch (const std::bad_alloc &) {
         logError(where, "[%s:%d] Could not allocate memory.\r\n");
+        return false;
     }
 }
 
@@ -21,9 +25,9 @@ void repeatCycles(const DetectionLoop &loop, Switch sw, const Where &where) {
         if (loop.pause == Pause::BeforeCycle)
             platform::sleepFor(loop.period);
         logDebug(where, loop.texts.lookingNow);
-        switch (loop.check != nullptr ? loop.check(sw) : Presence::Present) {
+        switch (checkReason(loop, sw, where)) {
             case Presence::Present:
-                runCycle(loop, sw, where);
+                guard(where, [&] { loop.cycle(sw, where); });
                 break;
             case Presence::Unknown:
                 logDebug(where, loop.texts.skipped);
@@ -39,15 +43,22 @@ void repeatCycles(const DetectionLoop &loop, Switch sw, const Where &where) {
 
 }  // namespace
 
+Presence checkReason(const DetectionLoop &loop, Switch sw, Where where) {
+    Presence reason = loop.check == nullptr ? Presence::Present : Presence::Unknown;
+    if (loop.check != nullptr)
+        guard(where, [&] { reason = loop.check(sw, where); });
+    return reason;
+}
+
 void runLoop(const DetectionLoop &loop, Switch sw, Where where) {
     logInfo(where, loop.texts.started);
-    if (loop.hasReason(sw)) {
+    if (checkReason(loop, sw, where) == Presence::Present) {
         if (loop.begin != nullptr)
-            loop.begin(sw);
+            guard(where, [&] { loop.begin(sw, where); });
         repeatCycles(loop, sw, where);
     }
     if (loop.end != nullptr)
-        loop.end(sw);
+        guard(where, [&] { loop.end(sw, where); });
 }
 
 }  // namespace pavo

@@ -11,6 +11,8 @@
 namespace pavo {
 namespace {
 
+constexpr std::uint32_t kMembersMax = 4096;  // no switch has larger LAGs
+
 // The first LAG whose members can be read and are as `wanted(members)` says.
 template <class Wanted>
 Result<IfNum> findLag(Switch sw, const Where &where, Wanted wanted) {
@@ -19,6 +21,10 @@ Result<IfNum> findLag(Switch sw, const Where &where, Wanted wanted) {
         logError(where,
                  "[%s:%d] Bad return code trying to get the LAG member limit. (result = %d, limit = %u)\n",
                  codeOf(max), max.value_or(0));
+        return failed(ResultCode::Failed);
+    }
+    if (*max > kMembersMax) {
+        logError(where, "[%s:%d] Failed to allocate memory\n");
         return failed(ResultCode::Failed);
     }
     try {

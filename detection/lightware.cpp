@@ -146,15 +146,15 @@ void tagInterface(Switch sw, IfNum ifNum, const Where &where) {
 
 // --- the thread
 
-Presence checkProfile(Switch sw) {
-    return findProfileVlan(sw, std::source_location::current()) ? Presence::Present : Presence::Absent;
+Presence checkProfile(Switch sw, const Where &where) {
+    return findProfileVlan(sw, where) ? Presence::Present : Presence::Absent;
 }
 
-void runCycle(Switch sw) {
+void runCycle(Switch sw, const Where &) {
     lightwareLookup(sw, knownLinks());
 }
 
-void forgetLinks(Switch) {
+void forgetLinks(Switch, const Where &) {
     knownLinks()->clear();
 }
 

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <new>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
@@ -54,11 +55,11 @@ void compareKnown(Switch sw, const MacFamily &family, Devices *devices, const Sc
             return false;
         }
         if (++device.missCount == 1 && family.firstMiss != nullptr)
-            family.firstMiss(sw, device);
+            family.firstMiss(sw, device, where);
         if (device.missCount < DEVICE_MISS_MAX)
             return false;
         logDebug(where, family.texts.leaving, device.mac);
-        return family.leave(sw, device);
+        return family.leave(sw, device, where);
     });
 }
 
@@ -68,13 +69,13 @@ void joinNew(Switch sw, const MacFamily &family, Devices *devices, const Scan &s
         DetectedDevice device{.port = seen.port, .type = seen.type, .mac = seen.mac};
         if (known.contains(device)) {
             if (family.stillThere != nullptr)
-                family.stillThere(sw, seen);
+                family.stillThere(sw, seen, where);
             continue;
         }
-        if (family.admit != nullptr && !family.admit(sw, seen, &device))
+        if (family.admit != nullptr && !family.admit(sw, seen, &device, where))
             continue;
         logDebug(where, family.texts.joining, device.mac);
-        if (family.join(sw, device) && devices->push(device))
+        if (family.join(sw, device, where) && devices->push(device))
             known.insert(device);
     }
 }
@@ -104,9 +105,17 @@ Result<> repairDevices(Switch sw, const MacFamily &family, Devices *devices, Whe
     return {};
 }
 
-void clearDevices(Switch sw, const MacFamily &family, Devices *devices) {
+std::int32_t repairCodeOf(const Result<> &repaired) {
+    return repaired ? 1 : codeOf(repaired);
+}
+
+void clearDevices(Switch sw, const MacFamily &family, Devices *devices, Where where) {
     for (const DetectedDevice &device : *devices)
-        static_cast<void>(family.leave(sw, device));
+        try {
+            static_cast<void>(family.leave(sw, device, where));
+        } catch (const std::bad_alloc &) {
+            logError(where, "[%s:%d] Could not allocate memory.\r\n");
+        }
     devices->clear();
 }
 

@@ -35,7 +35,7 @@ struct Sighting {
     std::uint32_t controlMode = DEVICE_CONTROL_MODE_NONE;
 };
 
-// The words of a family. Those it does not have are left out.
+// The log formats of a family. Those it does not have are left out.
 struct MacFamilyTexts {
     LogFormat<> comparing;
     LogFormat<Mac> joining{};             // a new device, before it joins
@@ -48,7 +48,7 @@ struct MacFamilyTexts {
     SystemFormat<const char *, Mac, IfNum> left{};  // "Control" or "Audio"
 };
 
-// One family. Steps marked optional may be left out.
+// One family. Steps marked optional may be left out; their own log lines name `where`.
 struct MacFamily {
     AssociationScripts scripts;
     MacFamilyTexts texts;
@@ -58,16 +58,16 @@ struct MacFamily {
     std::optional<std::vector<Sighting>> (*scan)(Switch sw, const Where &where);
 
     // Whether a device that is not in the list is to join now, and what is to be kept of it. Optional.
-    bool (*admit)(Switch sw, const Sighting &seen, DetectedDevice *device) = nullptr;
+    bool (*admit)(Switch sw, const Sighting &seen, DetectedDevice *device, const Where &where) = nullptr;
     // True when the device has joined and is to be kept in the list; true when it has left and is to be
     // dropped. What failed is tried again with the next scan.
-    bool (*join)(Switch sw, const DetectedDevice &device);
-    bool (*leave)(Switch sw, const DetectedDevice &device);
+    bool (*join)(Switch sw, const DetectedDevice &device, const Where &where);
+    bool (*leave)(Switch sw, const DetectedDevice &device, const Where &where);
 
     // A device that was there at the last scan is missing. Optional.
-    void (*firstMiss)(Switch sw, const DetectedDevice &device) = nullptr;
+    void (*firstMiss)(Switch sw, const DetectedDevice &device, const Where &where) = nullptr;
     // A device of the list is still where it was. Optional.
-    void (*stillThere)(Switch sw, const Sighting &seen) = nullptr;
+    void (*stillThere)(Switch sw, const Sighting &seen, const Where &where) = nullptr;
 };
 
 // Compares one scan with the list: joins what is new, follows what moved, counts what is missing and lets it
@@ -80,10 +80,15 @@ void updateDevices(Switch sw, const MacFamily &family, DeviceList<DetectedDevice
 Result<> repairDevices(Switch sw, const MacFamily &family, DeviceList<DetectedDevice> *devices,
                        Where where = std::source_location::current());
 
-// Lets every device leave, whatever comes of it, and empties the list.
-void clearDevices(Switch sw, const MacFamily &family, DeviceList<DetectedDevice> *devices);
+// What the repair operations return for it: 1 for a success, or the code of the failure.
+std::int32_t repairCodeOf(const Result<> &repaired);
 
-// How a leave came out: the association is removed by a script, the port's control set by an OpEN call.
+// Lets every device leave, whatever comes of it, and empties the list. A leave that runs out of memory is passed over
+// (logged).
+void clearDevices(Switch sw, const MacFamily &family, DeviceList<DetectedDevice> *devices,
+                  Where where = std::source_location::current());
+
+// Outcome of a leave: the association is removed by a script, the port's control set by an OpEN call.
 struct [[nodiscard]] DeviceLeave {
     ScriptResult association;
     std::optional<OpenResult<>> control;  // when the port had to be put back under 802.1X control

@@ -70,6 +70,10 @@ Result<> NeighbourReader::readOne(const NeighbourKey &key, std::vector<Neighbour
         }
         neighbour[field] = std::move(*text);
     }
+    const auto shown = [&](NeighbourField field) { return printable(neighbour[field].value_or("")); };
+    if (family_.kept.text() != nullptr)
+        logDebug(where, family_.kept, shown(NeighbourField::SystemDesc), shown(NeighbourField::ChassisId),
+                 shown(NeighbourField::PortId));
     neighbours.push_back(std::move(neighbour));
     return {};
 }

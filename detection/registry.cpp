@@ -1,7 +1,10 @@
 #include "detection/registry.h"
 
+#include "common/files.h"
+#include "common/json.h"
 #include "detection/audac.h"
 #include "detection/lightware.h"
+#include "profile/detection_files.h"
 
 namespace pavo {
 namespace {
@@ -23,6 +26,15 @@ class RunningMark {
 
 std::span<const DetectionRow *const> detectionRows() {
     return kRows;
+}
+
+std::string detectionConfigPath(const DetectionRow &row) {
+    return detectionFilePath(row.profileType);
+}
+
+std::optional<DetectionConfig> readDetectionConfig(const DetectionRow &row, Where where) {
+    const auto text = readFile(detectionConfigPath(row), JSON_FILE_MAX, where);
+    return text ? row.parseConfig(*text) : std::nullopt;
 }
 
 void runDetection(const DetectionRow &row, void *clientHandle, Where where) {

@@ -8,25 +8,28 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <source_location>
 #include <span>
+#include <string>
 
 #include "detection/detection_config.h"
 #include "detection/detection_loop.h"
 
 namespace pavo {
 
-// What becomes of the daemon when a thread cannot be created.
+// What happens when a thread cannot be created.
 enum class StartFailure {
-    Fatal,     // it shuts down
-    TryAgain,  // it goes on without, and tries again at its next look after the threads
+    Fatal,     // the daemon shuts down
+    TryAgain,  // the daemon carries on and retries at its next pass
 };
 
 struct DetectionRow {
     const char *name;
-    const char *profileType = nullptr;  // the profile that the family works for; null: none in particular
-    const DetectionConfigFile *config =
-        nullptr;  // what applying that profile leaves for the family; null: nothing
+    // The profile that the family works for, and how the file that applying that profile leaves for the family is
+    // read. Null: none.
+    const char *profileType = nullptr;
+    ParseDetectionConfig *parseConfig = nullptr;
 
     DetectionLoop loop;
 
@@ -36,12 +39,17 @@ struct DetectionRow {
     std::atomic<std::int32_t> *running;
 
     StartFailure onStartFailure = StartFailure::TryAgain;
-    LogFormat<> notCreated;
-    LogFormat<> notRecreated;
+    LogFormat<> notCreated{};
+    LogFormat<> notRecreated{};
     // Before the thread is created again: its attributes are made afresh around this pause. Zero: no pause,
     // and the same attributes.
     std::chrono::seconds restartPause{0};
 };
+
+// Where that file is (a fixed path), and what is in it: nothing when it is missing, too large or does not parse.
+std::string detectionConfigPath(const DetectionRow &row);
+std::optional<DetectionConfig> readDetectionConfig(const DetectionRow &row,
+                                                   Where where = std::source_location::current());
 
 // All rows, in the order in which they are started and looked after.
 std::span<const DetectionRow *const> detectionRows();

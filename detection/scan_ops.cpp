@@ -31,10 +31,7 @@ Result<> appendObject(cJSON *array, const Where &where, Fill fill) {
     return failed(ResultCode::InvalidPointer);
 }
 
-struct FieldKey {
-    NeighbourField field;
-    const char *key;
-};
+}  // namespace
 
 Result<> appendNeighbours(Switch sw, const NeighbourQuery &query, const NeighbourFamily &family,
                           std::span<const FieldKey> keys, const Where &where) {
@@ -52,18 +49,20 @@ Result<> appendNeighbours(Switch sw, const NeighbourQuery &query, const Neighbou
     return found.outcome;
 }
 
-}  // namespace
-
-void audacListGet(Switch sw, cJSON *out) {
-    const Where where = std::source_location::current();
-    for (const Sighting &seen : scanAudacDevices(sw, where).value_or(std::vector<Sighting>())) {
-        const auto appended = appendObject(out, where, [&](cJSON *object) {
-            return addNumber(object, "portId", seen.port.number()) &&
-                   addString(object, "mac", seen.mac.text()) && addNumber(object, "type", seen.type);
+void appendSightings(cJSON *array, std::span<const Sighting> sightings, const Where &where) {
+    for (const Sighting &seen : sightings) {
+        const auto appended = appendObject(array, where, [&](cJSON *object) {
+            return addNumber(object, "portId", seen.port.number()) && addString(object, "mac", seen.mac.text()) &&
+                   addNumber(object, "type", seen.type);
         });
         if (!appended)
             return;
     }
+}
+
+void audacListGet(Switch sw, cJSON *out) {
+    const Where where = std::source_location::current();
+    appendSightings(out, scanAudacDevices(sw, where).value_or(std::vector<Sighting>()), where);
 }
 
 void lightwareListGet(Switch sw, cJSON *out) {

@@ -6,7 +6,10 @@
 #include <cjson/cJSON.h>
 
 #include <cstdint>
+#include <span>
 
+#include "detection/mac_family.h"
+#include "detection/neighbour.h"
 #include "swapi/switch.h"
 
 namespace pavo {
@@ -29,6 +32,20 @@ struct NeighbourQuery {
 // last one may lack its chassisId or portDesc.
 std::int32_t lldpIntfRemoteAudacInfoGet(Switch sw, const NeighbourQuery &query);
 std::int32_t lldpIntfRemoteLightwareInfoGet(Switch sw, const NeighbourQuery &query);
+
+// --- for the operations of a family
+
+struct FieldKey {
+    NeighbourField field;
+    const char *key;
+};
+
+// Appends the neighbours of one port as the family reads them, with the keys given. What the operation returns.
+Result<> appendNeighbours(Switch sw, const NeighbourQuery &query, const NeighbourFamily &family,
+                          std::span<const FieldKey> keys, const Where &where);
+
+// Appends {"portId", "mac", "type"} for each sighting.
+void appendSightings(cJSON *array, std::span<const Sighting> sightings, const Where &where);
 
 }  // namespace pavo
 

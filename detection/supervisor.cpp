@@ -27,8 +27,12 @@ bool Supervisor::createThread(Thread *thread, const LogFormat<> &failure, const 
     if (create_(&thread->id, thread->attributes->get(), thread->row->entry, client_) == 0)
         return true;
     thread->row->running->store(0);
-    logError(where, failure);
-    return thread->row->onStartFailure == StartFailure::TryAgain;
+    if (thread->row->onStartFailure == StartFailure::Fatal) {
+        logError(where, failure);
+        return false;
+    }
+    logError(where, "[%s:%d] unable to create the %s thread, trying again later\n", thread->row->name);
+    return true;
 }
 
 bool Supervisor::start() {
@@ -43,7 +47,7 @@ bool Supervisor::start() {
 bool Supervisor::pass() {
     for (Thread &thread : threads_) {
         const DetectionRow &row = *thread.row;
-        if (*row.running != 0 || !row.loop.hasReason(client_))
+        if (*row.running != 0 || checkReason(row.loop, client_) != Presence::Present)
             continue;
         if (row.restartPause != std::chrono::seconds{0}) {
             thread.attributes.reset();

@@ -127,14 +127,17 @@ std::string inOneLine(std::string json) {
 
 }  // namespace
 
-std::span<const DetectionFile> detectionFiles() {
-    return kFiles;
-}
-
 const DetectionFile &detectionFileOf(std::string_view profileType) {
     return *std::find_if(std::begin(kFiles), std::end(kFiles), [&](const DetectionFile &file) {
         return file.profileType != nullptr && file.profileType == profileType;
     });
+}
+
+std::string detectionFilePath(std::string_view profileType) {
+    for (const auto &file : kFiles)
+        if (file.profileType != nullptr && file.profileType == profileType)
+            return file.path;
+    return profileExFilePath(profileType);
 }
 
 std::string profileExFilePath(std::string_view profileType) {

@@ -4,7 +4,6 @@
 #define PAVO_PROFILE_DETECTION_FILES_H
 
 #include <source_location>
-#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -31,9 +30,11 @@ struct DetectionFile {
     LogFormat<std::string> content = {}, written = {};
 };
 
-std::span<const DetectionFile> detectionFiles();
 // The row of a type of its own.
 const DetectionFile &detectionFileOf(std::string_view profileType);
+
+// Where detection finds the file for a type (a fixed path): its own one, or the request as it is kept.
+std::string detectionFilePath(std::string_view profileType);
 
 // The file that keeps the whole request of a type with several VLANs.
 std::string profileExFilePath(std::string_view profileType);

@@ -150,7 +150,7 @@ TEST_F(LightwareTest, TakesNothingElseForAnEndpoint) {
     EXPECT_EQ(scans(3), "");
     EXPECT_EQ(callCount("rpcclt_openapiLagPortAdd"), 0u);
     profileRemove(kVlan);
-    EXPECT_EQ(lightwareDetection.loop.check(&client), Presence::Absent);
+    EXPECT_EQ(checkReason(lightwareDetection.loop, &client), Presence::Absent);
 }
 
 TEST_F(LightwareTest, MoreEndpointsThanLags) {

@@ -20,7 +20,7 @@ namespace clk = platform::manual_clock;
 std::string called;
 std::string answers;  // one letter for each check, the first one first
 
-Presence nextAnswer(Switch) {
+Presence nextAnswer(Switch, const Where &) {
     const char answer = answers.empty() ? 'a' : answers.front();
     answers.erase(0, 1);
     return answer == 'p' ? Presence::Present : answer == 'u' ? Presence::Unknown : Presence::Absent;
@@ -32,9 +32,9 @@ constexpr DetectionLoop kLoop = {.texts = {.started = "[%s:%d] started\n",
                                            .ended = "[%s:%d] ended\n"},
                                  .period = 7s,
                                  .check = nextAnswer,
-                                 .begin = [](Switch) { called += "begin "; },
-                                 .cycle = [](Switch) { called += "cycle "; },
-                                 .end = [](Switch) { called += "end"; }};
+                                 .begin = [](Switch, const Where &) { called += "begin "; },
+                                 .cycle = [](Switch, const Where &) { called += "cycle "; },
+                                 .end = [](Switch, const Where &) { called += "end"; }};
 
 class LoopTest : public DetectionTest {
   protected:
@@ -62,7 +62,7 @@ TEST_F(LoopTest, GoesByTheAnswersOfTheCheck) {
     EXPECT_EQ(run(looksFirst, "ppa"), "begin cycle end 1");
     // Steps and texts that are left out; a cycle that finds no memory is not the last one.
     const DetectionLoop bare = {
-        .texts = {.started = "[%s:%d] bare\n"}, .period = 7s, .check = nextAnswer, .cycle = [](Switch) {
+        .texts = {.started = "[%s:%d] bare\n"}, .period = 7s, .check = nextAnswer, .cycle = [](Switch, const Where &) {
             throw std::bad_alloc();
         }};
     EXPECT_EQ(run(bare, "pppua"), " 4");
@@ -80,7 +80,7 @@ TEST_F(LoopTest, AWorkerThatIsNoFamilyMayFailToStart) {
     workerRuns = 0;
     const DetectionRow worker = {
         .name = "worker",
-        .loop = {.texts = {.started = "[%s:%d] worker\n"}, .period = 7s, .cycle = [](Switch) {}},
+        .loop = {.texts = {.started = "[%s:%d] worker\n"}, .period = 7s, .cycle = [](Switch, const Where &) {}},
         .entry = [](void *) -> void * { return nullptr; },
         .running = &workerRuns,
         .notCreated = "[%s:%d] no worker\n",
@@ -123,22 +123,22 @@ constexpr MacFamily kFamily = {
     .texts = {.comparing = "[%s:%d] comparing\n"},
     .scan = [](Switch, const Where &) { return seen; },
     .admit =
-        [](Switch, const Sighting &one, DetectedDevice *device) {
+        [](Switch, const Sighting &one, DetectedDevice *device, const Where &) {
             device->controlMode = one.controlMode;
             return one.controlMode != 1;
         },
     .join =
-        [](Switch, const DetectedDevice &device) {
+        [](Switch, const DetectedDevice &device, const Where &) {
             called += "join " + nameOf(device.mac);
             return true;
         },
     .leave =
-        [](Switch, const DetectedDevice &device) {
+        [](Switch, const DetectedDevice &device, const Where &) {
             called += "leave " + nameOf(device.mac);
             return true;
         },
-    .firstMiss = [](Switch, const DetectedDevice &device) { called += "miss " + nameOf(device.mac); },
-    .stillThere = [](Switch, const Sighting &one) { called += "there " + nameOf(one.mac); },
+    .firstMiss = [](Switch, const DetectedDevice &device, const Where &) { called += "miss " + nameOf(device.mac); },
+    .stillThere = [](Switch, const Sighting &one, const Where &) { called += "there " + nameOf(one.mac); },
 };
 
 TEST_F(LoopTest, StepsOfAFamily) {
