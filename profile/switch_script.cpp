@@ -76,6 +76,11 @@ std::string routingLines(const VlanRouting &from, const VlanRouting &to) {
     return out;
 }
 
+// The lines of one interface, in its mode.
+std::string section(const std::string &interface, const std::string &lines) {
+    return "interface " + interface + "\n" + lines + "exit\n";
+}
+
 std::string quoted(const std::string &text) {
     std::string out = "\"";
     for (const char c : text)
@@ -103,12 +108,12 @@ std::string switchScript(const SwitchState &from, const SwitchState &to) {
     for (const auto &name : keysOf(from.interfaces, to.interfaces))
         if (const auto lines = interfaceLines(valueOf(from.interfaces, name), valueOf(to.interfaces, name));
             !lines.empty())
-            interfaces.append("interface " + name + "\n" + lines + "exit\n");
+            interfaces += section(name, lines);
     for (const VlanId id : keysOf(from.routing, to.routing))
         // The address of a VLAN that goes, goes with it.
         if (const auto lines = routingLines(valueOf(from.routing, id), valueOf(to.routing, id));
             !lines.empty() && to.hasVlan(id))
-            interfaces.append("interface vlan " + numberOf(id) + "\n" + lines + "exit\n");
+            interfaces += section("vlan " + numberOf(id), lines);
     VlanSet remove;
     for (const auto &[id, name] : from.vlans)
         if (!to.hasVlan(id))
