@@ -86,11 +86,11 @@ ControlUnits findControlUnits(Switch sw, const PortSet &ports, const Where &wher
     return controls;
 }
 
-std::vector<Sighting> findAudioDevices(Switch sw, const ControlUnits &controls) {
+std::vector<Sighting> findAudioDevices(Switch sw, const ControlUnits &controls, const Where &where) {
     logDebug("[%s:%d] AudacLookup: Step 2 - scanning FDB for audio device MACs.\r\n");
     std::vector<Sighting> found;
     PhysicalPorts physical(sw);
-    for (const auto &[mac, vlan, port] : sw.forwardingTable()) {
+    for (const auto &[mac, vlan, port] : sw.forwardingTable(where)) {
         // The control units first: that costs no call, and most entries are on other ports.
         const auto control = controls.find(port);
         if (control == controls.end() || !physical.contains(port))
@@ -245,7 +245,7 @@ std::optional<std::vector<Sighting>> scanAudacDevices(Switch sw, const Where &wh
     for (const IfNum port : *config->ports)
         if (ports.insert(port))
             logDebug("[%s:%d] AudacLookup: Added port %d to AUDAC port list\r\n", port);
-    return findAudioDevices(sw, findControlUnits(sw, ports, where));
+    return findAudioDevices(sw, findControlUnits(sw, ports, where), where);
 }
 
 void audacLookup(Switch sw, DeviceList<DetectedDevice> *devices) {

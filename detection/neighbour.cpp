@@ -15,8 +15,6 @@ LogFormat<OpenError> readFailed(NeighbourField field) {
             return "[%s:%d] Call openapiLldpIntfRemoteDeviceChassisIdGet error. (result = %d)\r\n";
         case NeighbourField::PortId:
             return "[%s:%d] Call openapiLldpIntfRemoteDevicePortIdGet error. (result = %d)\r\n";
-        case NeighbourField::SystemName:
-            return "[%s:%d] Call openapiLldpIntfRemoteDeviceSystemNameGet error. (result = %d)\r\n";
         case NeighbourField::SystemDesc:
             return "[%s:%d] Call openapiLldpIntfRemoteDeviceSystemDescGet error. (result = %d)\r\n";
         case NeighbourField::PortDesc:

@@ -267,23 +267,6 @@ TEST_F(AudacThreadTest, EndsWithTheProfileAndTakesEveryDeviceOut) {
     EXPECT_EQ(clk::sleepers(), 0u);
 }
 
-TEST_F(AudacThreadTest, ComesBackAfterTheSwitchWasAway) {
-    ampPlug();
-    start(detect_audac_thread);
-    cycles(1);
-    device->setDown(true);
-    expectErrors(2, {}, [&] { lastCycle(); });  // the leave that nobody heard
-    device->setDown(false);
-    EXPECT_EQ(picture(), "01 |");
-
-    start(detect_audac_thread);
-    cycles(1);
-    EXPECT_EQ(picture(), "01 |");
-    profileRemove(kProfileVlan);
-    lastCycle();
-    EXPECT_EQ(picture(), "|");
-}
-
 // --- what users, devices and the machine may do to it
 
 TEST_F(AudacTest, ConfigurationFilesOfAnyKind) {
@@ -380,7 +363,8 @@ TEST_F(AudacTest, NeighbourTextsOfAnyLengthAndContent) {
     const JsonPtr out(cJSON_CreateArray());
     failCall("rpcclt_openapiLldpIntfRemoteDevicePortIdGet", 2);
     EXPECT_EQ(lldpIntfRemoteAudacInfoGet(&client, {IfNum(6), out.get()}), 10000);
-    EXPECT_EQ(cJSON_GetArraySize(out.get()), 1);
+    EXPECT_EQ(printJsonLine(out.get()),
+              R"([{"systemDesc":"Audac","chassisID":"aa:bb:cc:dd:ee:06","portId":"aa:bb:cc:dd:ee:06"}])");
     EXPECT_EQ(lldpIntfRemoteAudacInfoGet(&client, {IfNum(6), out.get()}), 0);
     EXPECT_EQ(cJSON_GetArraySize(out.get()), 3);
     EXPECT_TRUE(logLinesIntact());
@@ -416,13 +400,9 @@ TEST_F(AudacTest, ProfileDatabasesOfAnyKind) {
     vlanCreate(51);
     expect(0, 0);
 
-    for (const std::size_t size : {8192u, 0u}) {
-        writeText(paths::kProfileDb, std::string(size, 'x'));
-        expect(17001, 1);
-    }
-    fs::remove(path);
+    writeText(paths::kProfileDb, std::string(8192, 'x'));
     expect(17001, 1);
-    fs::create_directory(path);
+    fs::remove(path);
     expect(17001, 1);
 }
 

@@ -247,6 +247,33 @@ TEST_F(LightwareTest, NeighbourTextsOfAnyLengthAndContent) {
     }
 }
 
+TEST_F(LightwareTest, ScansAsJson) {
+    connect(1, "endpoint-a", "1 first");
+    connect(2, "endpoint-a", "2 second");
+    const auto shown = [this](IfNum port, std::int32_t code) {
+        const JsonPtr out(cJSON_CreateArray());
+        EXPECT_EQ(lldpIntfRemoteLightwareInfoGet(&client, {port, out.get()}), code);
+        return printJsonLine(out.get());
+    };
+    EXPECT_EQ(shown(IfNum(1), 0),
+              R"([{"systemDesc":"UBEX endpoint","chassisId":"endpoint-a","portDesc":"1 first"}])");
+    // What was read before a failure stays, and is no uplink.
+    for (const auto &[call, text] :
+         {std::pair{"rpcclt_openapiLldpIntfRemoteDevicePortDescGet",
+                    R"([{"systemDesc":"UBEX endpoint","chassisId":"endpoint-a"}])"},
+          {"rpcclt_openapiLldpIntfRemoteDeviceSystemDescGet", "[]"}}) {
+        failCall(call);
+        EXPECT_EQ(shown(IfNum(1), 10000), text);
+        clearFaults();
+    }
+    failCall("rpcclt_openapiLldpIntfRemoteDeviceChassisIdGet");
+    const JsonPtr out(cJSON_CreateArray());
+    lightwareListGet(&client, out.get());
+    EXPECT_EQ(
+        printJsonLine(out.get()),
+        R"([{"portId":2,"systemDesc":"UBEX endpoint","chassisId":"endpoint-a","portDesc":"2 second"}])");
+}
+
 TEST_F(LightwareTest, ASlowSwitch) {
     const auto latency = [&](platform::Duration time) {
         model([&](vswitch::Model &m) { m.setLatency(time); });
