@@ -69,33 +69,6 @@ TEST_F(VlanProfileTest, ParametersSettingsAndKind) {
     check(14, 0, 2, 0, bits(0));
 }
 
-TEST_F(VlanProfileTest, QuickScanAgreesWithTheFullOneOnTheShippedTemplates) {
-    const std::filesystem::path folder = PAVO_DATA_DIR "/profileTemplate";
-    std::filesystem::copy(folder, platform::fsPath(platform::paths::kProfileTemplateDir),
-                          std::filesystem::copy_options::recursive);
-    const auto types = profileTypes();
-    std::uint32_t seen = 0;
-    for (std::size_t begin = 0; begin < types.size(); begin += 30) {
-        startSwitch({});
-        commands("vlan database; vlan 2-31");
-        for (std::size_t i = begin; i < std::min(begin + 30, types.size()); ++i)
-            vlanInfoReplace(static_cast<int>(2 + i - begin), 3, "name", types[i].name, "#000000");
-        const auto all = full(), scanned = quick();
-        ASSERT_EQ(all->count, scanned->count);
-        for (std::uint32_t i = 0; i < all->count; ++i) {
-            const auto &a = *all->ids[i], &b = *scanned->ids[i];
-            EXPECT_EQ(a.features & kQuickFeatures, b.features) << a.profileName;
-            EXPECT_EQ(a.specified & kQuickSpecified, b.specified) << a.profileName;
-            EXPECT_TRUE(a.avbKind == b.avbKind && a.profileType == b.profileType && a.vlanId == b.vlanId);
-            EXPECT_STREQ(a.profileName, b.profileName);
-            EXPECT_STREQ(a.templatePath, b.templatePath);
-            seen |= a.features;
-        }
-    }
-    EXPECT_EQ(kQuickFeatures & ~bits(13), seen & kQuickFeatures & ~bits(13))
-        << "the comparison means something";
-}
-
 TEST_F(VlanProfileTest, QuickScanKnowsThirtyTwoNames) {
     commands("vlan database; vlan 2-40; vlan name 5 \"17 Static\"; vlan name 6 \"Dynamic\"");
     for (int id = 1; id <= 40; ++id) {
