@@ -1,5 +1,5 @@
-// The switch-wide features that profiles switch on and off, as far as each is one CLI script on and one off: a
-// row of a table each. QoS and the ports of AVB have headers of their own. One thread at a time.
+// The switch-wide features that profiles switch on and off, as far as each is one CLI script on and one off:
+// a row of a table each. QoS and the ports of AVB have headers of their own. One thread at a time.
 #ifndef PAVO_PROFILE_BLOCKS_H
 #define PAVO_PROFILE_BLOCKS_H
 

@@ -25,14 +25,14 @@ bool polyModelSupported(std::string_view model) {
 }
 
 bool smpteModelSupported(Switch sw, Where where) {
-    return smpteModelSupported(std::string_view(readMachineModel(sw, where)));
+    return smpteModelSupported(std::string_view(readMachineModel(sw, where).value_or("")));
 }
 
 Offer Offer::of(Switch sw, Where where) {
     Offer offer;
     std::int32_t supported = 0;
     offer.avb_ = featureSupportedGet(sw, FEATURE_DOT1AS, &supported) == 0 && supported != 0;
-    const std::string model = readMachineModel(sw, where);
+    const std::string model = readMachineModel(sw, where).value_or("");
     offer.smpte_ = smpteModelSupported(std::string_view(model));
     offer.poly_ = polyModelSupported(model);
     return offer;

@@ -89,7 +89,7 @@ Result<> checkRequest(Switch sw, const ProfileRequest &request, PortNames &ports
     for (const auto &vlan : request.vlans)
         if (vlan.profileType == PROFILE_TYPE_NAME_SMPTE) {
             const auto model = readMachineModel(sw, where);
-            if (!model.empty() && !smpteModelSupported(std::string_view(model)))
+            if (model && !smpteModelSupported(std::string_view(*model)))
                 return refuse(ResultCode::ProfileUnsupported, where);
         }
     return {};

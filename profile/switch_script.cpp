@@ -103,12 +103,12 @@ std::string switchScript(const SwitchState &from, const SwitchState &to) {
     for (const auto &name : keysOf(from.interfaces, to.interfaces))
         if (const auto lines = interfaceLines(valueOf(from.interfaces, name), valueOf(to.interfaces, name));
             !lines.empty())
-            interfaces += "interface " + name + "\n" + lines + "exit\n";
+            interfaces.append("interface " + name + "\n" + lines + "exit\n");
     for (const VlanId id : keysOf(from.routing, to.routing))
         // The address of a VLAN that goes, goes with it.
         if (const auto lines = routingLines(valueOf(from.routing, id), valueOf(to.routing, id));
             !lines.empty() && to.hasVlan(id))
-            interfaces += "interface vlan " + numberOf(id) + "\n" + lines + "exit\n";
+            interfaces.append("interface vlan " + numberOf(id) + "\n" + lines + "exit\n");
     VlanSet remove;
     for (const auto &[id, name] : from.vlans)
         if (!to.hasVlan(id))
