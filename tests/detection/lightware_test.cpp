@@ -21,6 +21,7 @@ using Ports = std::set<Port>;
 constexpr const char *kType = "AVoIP Lightware AV network";
 constexpr int kVlan = 300;
 constexpr vswitch::VlanId kTaggedVlan = LIGHTWARE_TAGGED_VLAN.number();
+constexpr const char *kParticipation = "rpcclt_openapiVlanIfParticipationSet";
 constexpr Port kLag = 49;  // the first of the switch
 
 class LightwareTest : public DetectionTest {
@@ -162,11 +163,11 @@ TEST_F(LightwareTest, MoreEndpointsThanLags) {
     // A LAG that becomes free is not for those that are already here.
     disconnect(1);
     EXPECT_EQ(scans(4), "2@0 3@0 ");
-    const auto changes = callCount("rpcclt_openapiVlanIfParticipationSet");
+    const auto changes = callCount(kParticipation);
     for (const Port port : {2, 3})
         disconnect(port);
     EXPECT_EQ(scans(2), "");
-    EXPECT_EQ(callCount("rpcclt_openapiVlanIfParticipationSet"), changes);
+    EXPECT_EQ(callCount(kParticipation), changes);
     for (const Port port : {2, 3})
         connect(port, "endpoint-b", std::to_string(port));
     EXPECT_EQ(scans(), "2@9 3@9 ");
@@ -310,7 +311,6 @@ TEST_F(LightwareTest, ASlowSwitch) {
 }
 
 TEST_F(LightwareTest, AMembershipStepEndsWithItsFirstFailure) {
-    constexpr const char *kParticipation = "rpcclt_openapiVlanIfParticipationSet";
     // Going online, changes 3 and 4 take the LAG out of its old VLAN and into the profile's; going offline, 2
     // and 3 take it out of there and into VLAN 1. The PVID follows only when both were done.
     const auto check = [&](bool leaving, std::uint64_t nth, std::uint64_t changes) {
@@ -368,7 +368,7 @@ TEST_F(LightwareTest, TaggingIsClearedInTwoStepsWhateverHappens) {
     };
     connect(1);
     scans();
-    failCall("rpcclt_openapiVlanIfParticipationSet");
+    failCall(kParticipation);
     expectErrors(2, {"set interface 49 to vlan 286 OPEN_VLAN_PARTICIPATION_MODE_AUTO failed.\r\n"},
                  [&] { ifTaggingClear(&client, IfNum(kLag)); });
     EXPECT_EQ(membership(), (vswitch::Membership{OPEN_VLAN_PARTICIPATION_MODE_INCLUDE, false}));
@@ -463,7 +463,9 @@ TEST_P(LightwareFaultTest, EveryEndpointIsWholeAfterARePlug) {
             }
             ASSERT_NE(link(1), nullptr);
             const auto lag = std::to_string(link(1)->lag.number());
-            ASSERT_EQ(links(), "1@" + lag + " " + std::to_string(port) + "@" + lag + " ");
+            std::string whole = "1@" + lag;
+            whole.append(" ").append(std::to_string(port)).append("@").append(lag).append(" ");
+            ASSERT_EQ(links(), whole);
         }
     }
 }
