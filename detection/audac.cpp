@@ -33,8 +33,10 @@ constexpr MacFamily kFamily = {
               .moved = "AUDAC device (MAC: %s) from Port 0/%d change to Port 0/%d.",
               .left = "AUDAC device Leave (%s MAC: %s) on Port 0/%d."},
     .scan = scanAudacDevices,
-    .join = [](Switch sw, const DetectedDevice &device, const Where &) { return audacOnlineCli(sw, device) == 0; },
-    .leave = [](Switch sw, const DetectedDevice &device, const Where &) { return audacOfflineCli(sw, device) == 0; },
+    .join = [](Switch sw, const DetectedDevice &device,
+               const Where &) { return audacOnlineCli(sw, device) == 0; },
+    .leave = [](Switch sw, const DetectedDevice &device,
+                const Where &) { return audacOfflineCli(sw, device) == 0; },
 };
 
 constexpr NeighbourField kNeighbourReads[] = {NeighbourField::ChassisId, NeighbourField::PortId,
@@ -74,7 +76,8 @@ ControlUnits findControlUnits(Switch sw, const PortSet &ports, const Where &wher
         const std::string chassisId =
             (*control)[NeighbourField::ChassisId].value_or("").substr(0, kChassisIdKept);
         controls.emplace(port, Mac::parse(chassisId));
-        logDebug(where, "[%s:%d] AudacLookup: Found Audac control on port %d, chassisID=%s, systemDesc='%s'\r\n",
+        logDebug(where,
+                 "[%s:%d] AudacLookup: Found Audac control on port %d, chassisID=%s, systemDesc='%s'\r\n",
                  port, printable(chassisId), printable((*control)[NeighbourField::SystemDesc].value_or("")));
     }
     return controls;
@@ -90,12 +93,14 @@ std::vector<Sighting> findAudioDevices(Switch sw, const ControlUnits &controls, 
         if (control == controls.end() || !physical.contains(port))
             continue;
         if (const std::optional<Mac> &unit = control->second; unit && unit->sameAddress(mac)) {
-            logDebug(where, "[%s:%d] AudacLookup: FDB MAC %s on port %d matches control, skip.\r\n", mac, port);
+            logDebug(where, "[%s:%d] AudacLookup: FDB MAC %s on port %d matches control, skip.\r\n", mac,
+                     port);
             continue;
         }
         if (mac.isZero())
             continue;
-        logDebug(where, "[%s:%d] AudacLookup: FDB MAC %s on port %d is audio device candidate.\r\n", mac, port);
+        logDebug(where, "[%s:%d] AudacLookup: FDB MAC %s on port %d is audio device candidate.\r\n", mac,
+                 port);
         found.push_back({.mac = mac, .port = port, .type = DEVICE_TYPE_AUDIO});
     }
     return found;
@@ -225,10 +230,12 @@ std::int32_t audacValidityCheck(Switch sw) {
 }
 
 std::optional<std::vector<Sighting>> scanAudacDevices(Switch sw, const Where &where) {
-    logDebug(where, "[%s:%d] AudacLookup: audacListGet reading config from '%s'\r\n", detectionConfigPath(audacDetection));
+    logDebug(where, "[%s:%d] AudacLookup: audacListGet reading config from '%s'\r\n",
+             detectionConfigPath(audacDetection));
     const auto config = readDetectionConfig(audacDetection, where);
     if (!config) {
-        logDebug(where, "[%s:%d] AudacLookup: Failed to read config file '%s'\r\n", detectionConfigPath(audacDetection));
+        logDebug(where, "[%s:%d] AudacLookup: Failed to read config file '%s'\r\n",
+                 detectionConfigPath(audacDetection));
         return std::nullopt;
     }
     if (!config->ports) {

@@ -20,8 +20,8 @@ struct DetectionConfig {
     std::optional<std::vector<IfNum>> ports;
 };
 
-// Reads the text of a family's file. The contents are untrusted: a parser takes any, and gives nothing for a text that
-// is no JSON.
+// Reads the text of a family's file. The contents are untrusted: a parser takes any, and gives nothing for a
+// text that is no JSON.
 using ParseDetectionConfig = std::optional<DetectionConfig>(const std::string &text);
 
 // The common form: {"audioVlanID": 20, "controlVlanID": 10, `portsKey`: [5, 6]}. Numbers lose their

@@ -22,8 +22,8 @@ struct LoopTexts {
 // Whether a cycle sleeps before or after its work.
 enum class Pause { BeforeCycle, AfterCycle };
 
-// What a thread does, apart from the loop around it. Steps run in the thread; a step's own log lines name `where`. A
-// step that runs out of memory is given up (logged), a check then cannot tell.
+// What a thread does, apart from the loop around it. Steps run in the thread; a step's own log lines name
+// `where`. A step that runs out of memory is given up (logged), a check then cannot tell.
 struct DetectionLoop {
     LoopTexts texts;
     std::chrono::seconds period;

@@ -83,8 +83,8 @@ Result<> repairDevices(Switch sw, const MacFamily &family, DeviceList<DetectedDe
 // What the repair operations return for it: 1 for a success, or the code of the failure.
 std::int32_t repairCodeOf(const Result<> &repaired);
 
-// Lets every device leave, whatever comes of it, and empties the list. A leave that runs out of memory is passed over
-// (logged).
+// Lets every device leave, whatever comes of it, and empties the list. A leave that runs out of memory is
+// passed over (logged).
 void clearDevices(Switch sw, const MacFamily &family, DeviceList<DetectedDevice> *devices,
                   Where where = std::source_location::current());
 

@@ -38,8 +38,9 @@ struct NeighbourFamily {
     std::span<const NeighbourField> reads;  // in this order; the system description is among them
     std::string_view prefix{};              // of the description; empty: any
     LogFormat<IfNum, std::uint32_t, std::uint32_t> walkStart{};  // port, and 0, 0: before the first
-    LogFormat<std::string, std::string, std::string> kept{};     // description, chassis and port ID, once all are read
-    LogFormat<std::string> descriptionRead{};                    // before the prefix is looked at
+    LogFormat<std::string, std::string, std::string>
+        kept{};                                // description, chassis and port ID, once all are read
+    LogFormat<std::string> descriptionRead{};  // before the prefix is looked at
 };
 
 struct PortNeighbours {

@@ -26,8 +26,8 @@ enum class StartFailure {
 
 struct DetectionRow {
     const char *name;
-    // The profile that the family works for, and how the file that applying that profile leaves for the family is
-    // read. Null: none.
+    // The profile that the family works for, and how the file that applying that profile leaves for the
+    // family is read. Null: none.
     const char *profileType = nullptr;
     ParseDetectionConfig *parseConfig = nullptr;
 
@@ -46,7 +46,8 @@ struct DetectionRow {
     std::chrono::seconds restartPause{0};
 };
 
-// Where that file is (a fixed path), and what is in it: nothing when it is missing, too large or does not parse.
+// Where that file is (a fixed path), and what is in it: nothing when it is missing, too large or does not
+// parse.
 std::string detectionConfigPath(const DetectionRow &row);
 std::optional<DetectionConfig> readDetectionConfig(const DetectionRow &row,
                                                    Where where = std::source_location::current());

@@ -52,8 +52,8 @@ Result<> appendNeighbours(Switch sw, const NeighbourQuery &query, const Neighbou
 void appendSightings(cJSON *array, std::span<const Sighting> sightings, const Where &where) {
     for (const Sighting &seen : sightings) {
         const auto appended = appendObject(array, where, [&](cJSON *object) {
-            return addNumber(object, "portId", seen.port.number()) && addString(object, "mac", seen.mac.text()) &&
-                   addNumber(object, "type", seen.type);
+            return addNumber(object, "portId", seen.port.number()) &&
+                   addString(object, "mac", seen.mac.text()) && addNumber(object, "type", seen.type);
         });
         if (!appended)
             return;

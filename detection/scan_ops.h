@@ -40,7 +40,8 @@ struct FieldKey {
     const char *key;
 };
 
-// Appends the neighbours of one port as the family reads them, with the keys given. What the operation returns.
+// Appends the neighbours of one port as the family reads them, with the keys given. What the operation
+// returns.
 Result<> appendNeighbours(Switch sw, const NeighbourQuery &query, const NeighbourFamily &family,
                           std::span<const FieldKey> keys, const Where &where);
 

@@ -6,6 +6,7 @@
 #include "common/log.h"
 #include "platform/clock.h"
 #include "platform/l7proc.h"
+#include "swapi/client_init.h"
 
 namespace pavo {
 namespace {
@@ -27,12 +28,11 @@ bool Supervisor::createThread(Thread *thread, const LogFormat<> &failure, const 
     if (create_(&thread->id, thread->attributes->get(), thread->row->entry, client_) == 0)
         return true;
     thread->row->running->store(0);
-    if (thread->row->onStartFailure == StartFailure::Fatal) {
+    if (failure.text() != nullptr)
         logError(where, failure);
-        return false;
-    }
-    logError(where, "[%s:%d] unable to create the %s thread, trying again later\n", thread->row->name);
-    return true;
+    else
+        logError(where, "[%s:%d] unable to create the %s thread\n", thread->row->name);
+    return thread->row->onStartFailure == StartFailure::TryAgain;
 }
 
 bool Supervisor::start() {
@@ -70,7 +70,7 @@ void Supervisor::stop() {
     for (Thread &thread : threads_)
         thread.attributes.reset();
     l7proc_logf(LOG_LEVEL_INFO, __FILE__, __LINE__, "Stopping System API application");
-    openapiClientTearDown(client_);
+    closeHandler(client_);
     devmgrLogClose();
 }
 

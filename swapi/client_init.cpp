@@ -65,6 +65,10 @@ std::int32_t initHandler(const char *name, openapiClientHandle_t *client) {
     return 0;
 }
 
+void closeHandler(openapiClientHandle_t *client) {
+    openapiClientTearDown(client);
+}
+
 std::int32_t get_device_model_mapping(Switch sw, const char *modelId) {
     const auto model = readMachineModel(sw);
     if (!model)

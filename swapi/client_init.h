@@ -13,6 +13,9 @@ namespace pavo {
 // registration fails or the switch OS does not answer.
 std::int32_t initHandler(const char *name, openapiClientHandle_t *client);
 
+// Ends the registration, as the last thing that is done with the handle.
+void closeHandler(openapiClientHandle_t *client);
+
 // 0 when the switch's machine model is that of `modelId`, our own short name of a model; 1 when it is not; -1
 // when the machine model cannot be read.
 std::int32_t get_device_model_mapping(Switch sw, const char *modelId);

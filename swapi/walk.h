@@ -33,14 +33,14 @@ class Walk {
         using difference_type = std::ptrdiff_t;
 
         explicit Iterator(Walk *walk) : walk_(walk) {}
-        const Item &operator*() const { return *walk_->current_; }
-        const Item *operator->() const { return &*walk_->current_; }
+        const Item &operator*() const { return walk_->current_; }
+        const Item *operator->() const { return &walk_->current_; }
         Iterator &operator++() {
             walk_->advance();
             return *this;
         }
         void operator++(int) { walk_->advance(); }
-        bool operator==(std::default_sentinel_t) const { return !walk_->current_; }
+        bool operator==(std::default_sentinel_t) const { return walk_->ended_; }
 
       private:
         Walk *walk_;
@@ -58,17 +58,16 @@ class Walk {
   private:
     void advance() {
         auto next = step_();
-        if (next) {
-            current_.emplace(std::move(*next));
-            return;
-        }
-        current_.reset();
-        if (next.error() != OpenError::NotFound)
+        ended_ = !next;
+        if (next)
+            current_ = std::move(*next);
+        else if (next.error() != OpenError::NotFound)
             broken_ = next.error();
     }
 
     Step step_;
-    std::optional<Item> current_;
+    Item current_{};
+    bool ended_ = false;
     std::optional<OpenError> broken_;
 };
 

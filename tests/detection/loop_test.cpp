@@ -6,6 +6,7 @@
 #include "detection/mac_family.h"
 #include "detection/supervisor.h"
 #include "profile/detection_files.h"
+#include "store/profile_types.h"
 #include "tests/detection/detection_fixture.h"
 
 namespace {
@@ -61,10 +62,10 @@ TEST_F(LoopTest, GoesByTheAnswersOfTheCheck) {
     looksFirst.pause = Pause::AfterCycle;
     EXPECT_EQ(run(looksFirst, "ppa"), "begin cycle end 1");
     // Steps and texts that are left out; a cycle that finds no memory is not the last one.
-    const DetectionLoop bare = {
-        .texts = {.started = "[%s:%d] bare\n"}, .period = 7s, .check = nextAnswer, .cycle = [](Switch, const Where &) {
-            throw std::bad_alloc();
-        }};
+    const DetectionLoop bare = {.texts = {.started = "[%s:%d] bare\n"},
+                                .period = 7s,
+                                .check = nextAnswer,
+                                .cycle = [](Switch, const Where &) { throw std::bad_alloc(); }};
     EXPECT_EQ(run(bare, "pppua"), " 4");
     EXPECT_EQ(logged("Could not allocate memory.\r\n"), 2u);
     EXPECT_EQ(logged("] looking\n"), 7u);
@@ -80,7 +81,9 @@ TEST_F(LoopTest, AWorkerThatIsNoFamilyMayFailToStart) {
     workerRuns = 0;
     const DetectionRow worker = {
         .name = "worker",
-        .loop = {.texts = {.started = "[%s:%d] worker\n"}, .period = 7s, .cycle = [](Switch, const Where &) {}},
+        .loop = {.texts = {.started = "[%s:%d] worker\n"},
+                 .period = 7s,
+                 .cycle = [](Switch, const Where &) {}},
         .entry = [](void *) -> void * { return nullptr; },
         .running = &workerRuns,
         .notCreated = "[%s:%d] no worker\n",
@@ -104,10 +107,16 @@ TEST_F(LoopTest, AWorkerThatIsNoFamilyMayFailToStart) {
     EXPECT_EQ(clk::totalSlept(), 0s);
 }
 
+// A family's own file, and the request itself for one without.
 TEST(RegistryTest, FamiliesReadWhatApplyingTheirProfileWrites) {
-    for (const DetectionRow *row : detectionRows())
-        if (row->config != nullptr)
-            EXPECT_STREQ(row->config->path, detectionFileOf(row->profileType).path) << row->name;
+    DetectionRow row{.name = "new",
+                     .profileType = PROFILE_TYPE_NAME_AUDAC,
+                     .loop = kLoop,
+                     .entry = nullptr,
+                     .running = nullptr};
+    EXPECT_EQ(detectionConfigPath(row), "/tmp/audac_config");
+    row.profileType = PROFILE_TYPE_NAME_TELOS;
+    EXPECT_EQ(detectionConfigPath(row), "/tmp/pavo/pavo_ex/Telos_AllianceLivewire+_AES67");
 }
 
 // --- families by MAC address
@@ -137,7 +146,8 @@ constexpr MacFamily kFamily = {
             called += "leave " + nameOf(device.mac);
             return true;
         },
-    .firstMiss = [](Switch, const DetectedDevice &device, const Where &) { called += "miss " + nameOf(device.mac); },
+    .firstMiss = [](Switch, const DetectedDevice &device,
+                    const Where &) { called += "miss " + nameOf(device.mac); },
     .stillThere = [](Switch, const Sighting &one, const Where &) { called += "there " + nameOf(one.mac); },
 };
 
