@@ -21,8 +21,8 @@ std::size_t characterLength(unsigned char first) {
     return first >= 0xf0 && first < 0xf5 ? 4 : 0;
 }
 
-// Whether the second byte of a character belongs to its first: neither a longer form than needed, nor half of a
-// surrogate pair, nor beyond the last character.
+// Whether the second byte of a character belongs to its first: neither a longer form than needed, nor half of
+// a surrogate pair, nor beyond the last character.
 bool canFollow(char first, char second) {
     const auto next = static_cast<unsigned char>(second);
     switch (static_cast<unsigned char>(first)) {

@@ -52,12 +52,13 @@ inline constexpr const char *kIpInterfaceBriefShow =
 inline constexpr const char *kProfileTemplateDir = "/usr/local/appmgr/usr/share/pavo/profileTemplate/";
 // One settings file per VLAN of a profile, named by the VLAN id.
 inline constexpr const char *kVlanProfileConfigDir = "/tmp/vlan_profile_config";
-// The ports on which AVB stream reservation is configured, see profile/blocks.h.
+// The ports on which AVB stream reservation is configured, see profile/avb_ports.h.
 inline constexpr const char *kManualTrunkConfig = "/tmp/manual_trunk_config";
 // A printf format for the process id.
 inline constexpr const char *kPolicyMapShow = "/mnt/application/pavo/tmp/show_policy_map_%d";
-// One apply request per profile type.
+// Held by profile operations that change something.
 inline constexpr const char *kProfileLock = "/tmp/profileConfig.lock";
+// One apply request per profile type.
 inline constexpr const char *kPavoExDir = "/tmp/pavo/pavo_ex";
 
 }  // namespace paths

@@ -16,6 +16,9 @@
 namespace pavo {
 namespace {
 
+// What the lines about a request call it.
+constexpr const char *kOperation = "profileConfigSet";
+
 // Roles of the partners of a Kramer profile.
 constexpr std::int32_t kFirstPartnerType = 6;
 constexpr std::int32_t kLastPartnerType = 9;
@@ -47,17 +50,17 @@ ProfileRequest defaultRequest() {
 void adjustPtp(ProfileRequest &request, Where where) {
     const bool given = request.ptpTc.has_value();
     if (given) {
-        const auto profileTemplate = loadProfileTemplate(request.profileType);
+        const auto profileTemplate = loadProfileTemplate(request.profileType, where);
         if (profileTemplate && !profileTemplate->has(TemplateKey::Ptp)) {
             logInfo(where,
                     "[%s:%d] %s: template '%s' has no PTP field, overriding ptpTc from %d to "
                     "PTP_CONFIG_NONE\n",
-                    "profileConfigSet", request.profileType, ptpNumber(request.ptpTc));
+                    kOperation, request.profileType, ptpNumber(request.ptpTc));
             request.ptpTc.reset();
         }
     }
     logDebug(where, "[%s:%d] %s: profileType=%s ptpTc=%d (0=DISABLE,1=ENABLE,2=NONE) ptp_field_present=%d\n",
-             "profileConfigSet", request.profileType, ptpNumber(request.ptpTc), given ? 1 : 0);
+             kOperation, request.profileType, ptpNumber(request.ptpTc), given ? 1 : 0);
 }
 
 void adjustKramer(ProfileRequest &request, Where where) {
@@ -87,7 +90,7 @@ void adjustForced(Switch sw, ProfileRequest &request, Where where) {
 
 VlanSet adjustOverwrite(Switch sw, ProfileRequest &request, Where where) {
     VlanSet others;
-    const auto shown = sw.show("show vlan", platform::paths::kVlanShowProfileFast, where);
+    const auto shown = sw.show("show vlan", platform::paths::kVlanShowProfileFast, where, kCannotOpenCapture);
     if (!shown)
         return others;
     const auto rows = readProfileRows(where);

@@ -81,7 +81,10 @@ Result<> writeManualTrunks(std::span<const IfNum> physicalPorts, std::span<const
     if (!addNumbers(config.get(), kPhysicalKey, physicalPorts) ||
         !addNumbers(config.get(), kLagKey, lagPorts))
         return failed(ResultCode::Failed);
-    return writeScriptFile(platform::paths::kManualTrunkConfig, "w", printJsonLine(config.get()), where);
+    const std::string text = printJsonLine(config.get());
+    if (text.empty())
+        return failed(ResultCode::Failed);
+    return writeScriptFile(platform::paths::kManualTrunkConfig, "w", text, where);
 }
 
 Result<> switchAvbPortsOn(Switch sw, bool applications, std::int32_t mtu) {

@@ -17,19 +17,20 @@ Result<> changeFeatures(Switch sw, ProfileTransaction &transaction, const Featur
     if (from == to)
         return {};
     return transaction.run(
-        kFeatureStep, [&] { return changeFeatures(sw, from, to); },
-        [sw, from, to] { return changeFeatures(sw, to, from); });
+        kFeatureStep, [&] { return switchFeatures(sw, from, to); },
+        [sw, from, to] { return switchFeatures(sw, to, from); });
 }
 
 Result<> removeFilters(Switch sw, ProfileTransaction &transaction, const FeatureNeeds &from,
                        const FeatureNeeds &to) {
     return transaction.run(
-        kFeatureStep, [&] { return removeFilters(sw, from, to); }, [] { return Result<>(); });
+        kFeatureStep, [&] { return dropFilters(sw, from, to); }, [] { return Result<>(); });
 }
 
 Result<> dropRecords(ProfileTransaction &transaction, const VlanSet &ids) {
     for (const VlanId id : ids) {
-        auto done = id == kDefaultVlan ? transaction.putRow(defaultProfileRow()) : transaction.dropRow(id);
+        auto done = id == kDefaultVlan ? transaction.putRow(defaultProfileRow())
+                                       : transaction.dropRow(static_cast<std::int32_t>(id.number()));
         if (done)
             done = transaction.dropFile(vlanSettingsPath(id));
         if (!done)

@@ -73,7 +73,8 @@ Result<> applyConfig(Switch sw, ProfileConfig config, const ProfileLock &held, c
 
 }  // namespace
 
-Result<> configureProfile(Switch sw, const std::string &requestText, Where where) {
+Result<> configureProfile(Switch sw, const std::string &requestText) {
+    const Where where(kOperation, __LINE__);
     const auto lock = ProfileLock::take(where);
     if (!lock)
         return std::unexpected(lock.error());
@@ -88,7 +89,8 @@ Result<> configureProfile(Switch sw, const std::string &requestText, Where where
     return done;
 }
 
-Result<> deleteProfile(Switch sw, const std::string &requestText, Where where) {
+Result<> deleteProfile(Switch sw, const std::string &requestText) {
+    const Where where("profileDelete", __LINE__);
     const JsonPtr request(cJSON_Parse(requestText.c_str()));
     const auto name = stringMember(request.get(), "name");
     if (!name || name->empty())

@@ -1,9 +1,8 @@
 // The two entries of profile operations: a request as JSON comes in, the switch is configured for it. They
-// take the profile lock and run on the caller's thread.
+// take the profile lock and run on the caller's thread. Log lines name the operations, whoever calls.
 #ifndef PAVO_PROFILE_CONFIGURE_H
 #define PAVO_PROFILE_CONFIGURE_H
 
-#include <source_location>
 #include <string>
 
 #include "common/result.h"
@@ -17,13 +16,11 @@ namespace pavo {
 //
 // Failures have been logged. They have a reason for people only when the lock cannot be had: of everything
 // else the log tells more.
-Result<> configureProfile(Switch sw, const std::string &requestText,
-                          Where where = std::source_location::current());
+Result<> configureProfile(Switch sw, const std::string &requestText);
 
 // Deletes the profile that a request names ({"name": "..."}). InvalidArgument for a request that is no JSON
 // or has no name, and for "Default"; otherwise as removeProfile. Failures as above.
-Result<> deleteProfile(Switch sw, const std::string &requestText,
-                       Where where = std::source_location::current());
+Result<> deleteProfile(Switch sw, const std::string &requestText);
 
 }  // namespace pavo
 

@@ -93,14 +93,20 @@ std::string audacConfigOf(const ProfileRequest &request, const std::string &, co
 }
 
 constexpr DetectionFile kFiles[] = {
-    {.profileType = nullptr, .path = nullptr, .severalVlansOnly = true, .make = documentOf},
+    {.profileType = nullptr,
+     .path = nullptr,
+     .operation = "profileConfigSet",
+     .severalVlansOnly = true,
+     .make = documentOf},
     {.profileType = PROFILE_TYPE_NAME_SHURE_SPLIT,
      .path = platform::paths::kShureConfig,
+     .operation = "profileConfigShureSaveToFile",
      .severalVlansOnly = true,
      .make = shureConfigOf,
      .failed = "[%s:%d] Failed to write shure configuration to file.\r\n"},
     {.profileType = PROFILE_TYPE_NAME_AUDAC,
      .path = platform::paths::kAudacConfig,
+     .operation = "profileConfigAudacSaveToFile",
      .severalVlansOnly = false,
      .make = audacConfigOf,
      .checking = "[%s:%d] profileConfigSet: checking AUDAC, profileType='%s' vs "
@@ -145,7 +151,8 @@ std::string profileExFilePath(std::string_view profileType) {
 }
 
 Result<> writeDetectionFile(const DetectionFile &file, const ProfileRequest &request,
-                            const std::string &document, Where where) {
+                            const std::string &document) {
+    const Where where(file.operation, __LINE__);
     const auto text = file.make(request, document, where);
     const auto path = pathOf(file, request.profileType);
     auto done = text.empty() ? Result<>(failed(ResultCode::Failed)) : replaceFile(path, text, where);
@@ -171,7 +178,7 @@ void writeDetectionFiles(const ProfileConfig &config, FileSnapshots &snapshots, 
             continue;
         logAt<>(LOG_LEVEL_INFO, where, file.writing);
         snapshots.note(pathOf(file, request.profileType));
-        static_cast<void>(writeDetectionFile(file, request, config.document, where));
+        static_cast<void>(writeDetectionFile(file, request, config.document));
     }
 }
 

@@ -20,6 +20,7 @@ namespace pavo {
 struct DetectionFile {
     const char *profileType;  // null: there is one for every type
     const char *path;         // null: named by the type, in the folder for requests
+    const char *operation;    // that writes it, for the log
     bool severalVlansOnly;    // written only for a request that declares several VLANs
     // The content, formatted; `document` is the whole request. Empty when memory runs out.
     std::string (*make)(const ProfileRequest &request, const std::string &document, const Where &where);
@@ -41,7 +42,7 @@ std::string profileExFilePath(std::string_view profileType);
 
 // Writes one file for a request, whatever its type.
 Result<> writeDetectionFile(const DetectionFile &file, const ProfileRequest &request,
-                            const std::string &document = {}, Where where = std::source_location::current());
+                            const std::string &document = {});
 
 // Writes the files that a request asks for and notes before what they held. A file that cannot be written is
 // reported in the log only.

@@ -182,7 +182,7 @@ FeatureNeeds readFeatureNeeds(std::span<const ProfileRow> rows, const SwitchStat
     return needs;
 }
 
-Result<> changeFeatures(Switch sw, const FeatureNeeds &from, const FeatureNeeds &to) {
+Result<> switchFeatures(Switch sw, const FeatureNeeds &from, const FeatureNeeds &to) {
     Steps steps;
     changeVlanBlocks(sw, from, to, steps);
     const bool policyReplaced = changeQos(sw, from, to, steps);
@@ -195,7 +195,7 @@ Result<> changeFeatures(Switch sw, const FeatureNeeds &from, const FeatureNeeds 
     return steps.result();
 }
 
-Result<> removeFilters(Switch sw, const FeatureNeeds &from, const FeatureNeeds &to) {
+Result<> dropFilters(Switch sw, const FeatureNeeds &from, const FeatureNeeds &to) {
     Steps steps;
     steps.when(from.acl && !to.acl, [&] { return switchBlockOff(sw, AvBlock::Acl); });
     const auto filters = (from.macFilterVisionary && !to.macFilterVisionary ? AV_MAC_FILTER_VISIONARY : 0) |

@@ -33,11 +33,11 @@ FeatureNeeds readFeatureNeeds(std::span<const ProfileRow> rows, const SwitchStat
 
 // Switches blocks off and on to get from one to the other. The failure of the first block that failed
 // (logged); the blocks after it are not touched.
-Result<> changeFeatures(Switch sw, const FeatureNeeds &from, const FeatureNeeds &to);
+Result<> switchFeatures(Switch sw, const FeatureNeeds &from, const FeatureNeeds &to);
 
 // The filters that go with the last profile that needs them. There is no way to bring them back, so this is
 // the last step of a change. As above.
-Result<> removeFilters(Switch sw, const FeatureNeeds &from, const FeatureNeeds &to);
+Result<> dropFilters(Switch sw, const FeatureNeeds &from, const FeatureNeeds &to);
 
 }  // namespace pavo
 

@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "common/log.h"
 #include "profile/list.h"
 
 namespace pavo {
@@ -16,7 +17,10 @@ std::int32_t listProfiles(Switch sw, ListDetails details, char **out, const Wher
         return codeOf(profiles);
     if (const auto text = printProfiles(*profiles); !text.empty())
         *out = strdup(text.c_str());
-    return codeOf(*out != nullptr ? ResultCode::Success : ResultCode::Failed);
+    if (*out != nullptr)
+        return 0;
+    logError(where, "[%s:%d] Response error\r\n");
+    return codeOf(ResultCode::Failed);
 }
 
 }  // namespace

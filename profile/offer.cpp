@@ -11,17 +11,20 @@
 #include "swapi/models.h"
 
 namespace pavo {
-
-bool smpteModelSupported(std::string_view model) {
-    return std::any_of(std::begin(kSwitchModels), std::end(kSwitchModels),
-                       [&](const SwitchModel &known) { return known.smpte && known.machineModel == model; });
-}
+namespace {
 
 bool polyModelSupported(std::string_view model) {
     // Its variants add to the name.
     return std::any_of(std::begin(kSwitchModels), std::end(kSwitchModels), [&](const SwitchModel &known) {
         return known.poly && model.find(known.machineModel) != std::string_view::npos;
     });
+}
+
+}  // namespace
+
+bool smpteModelSupported(std::string_view model) {
+    return std::any_of(std::begin(kSwitchModels), std::end(kSwitchModels),
+                       [&](const SwitchModel &known) { return known.smpte && known.machineModel == model; });
 }
 
 bool smpteModelSupported(Switch sw, Where where) {

@@ -9,10 +9,9 @@
 
 namespace pavo {
 
-// Whether the SMPTE and Poly profile types are offered on a machine model.
+// Whether the SMPTE profile type is offered on a machine model; the second form on that of the switch, false
+// when it cannot be read (logged).
 bool smpteModelSupported(std::string_view model);
-bool polyModelSupported(std::string_view model);
-// On that of the switch; no when it cannot be read (logged).
 bool smpteModelSupported(Switch sw, Where where = std::source_location::current());
 
 // What one switch offers, asked once.

@@ -97,12 +97,13 @@ std::uint32_t largestMtu(const InterfaceState &interface, const MtuOfVlan &mtus)
     return most;
 }
 
-}  // namespace
-
+// Nothing for a VLAN without a settings file, or with one that another program wrote.
 std::optional<VlanHistory> readHistory(VlanId id) {
     const auto settings = readVlanSettings(id);
     return settings ? settings->history : std::nullopt;
 }
+
+}  // namespace
 
 VlanHistory historyOf(const ProfileVlanRequest &vlan, const SwitchState &observed, bool hasRow) {
     VlanHistory history;

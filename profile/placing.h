@@ -15,12 +15,8 @@
 
 namespace pavo {
 
-// What a VLAN was before its profile. Of one without a settings file, or with one that another program wrote:
-// nothing.
-std::optional<VlanHistory> readHistory(VlanId id);
-
-// The same for a VLAN that a request is about to configure. One with a row in the database is the profile's
-// own, whatever became of its file; one that is not on the switch has no past.
+// What a VLAN was before the profile that a request is about to apply to it. One with a row in the database
+// is the profile's own, whatever became of its file; one that is not on the switch has no past.
 VlanHistory historyOf(const ProfileVlanRequest &vlan, const SwitchState &observed, bool hasRow);
 
 // Everything that a request wants of a VLAN but the tagged ports. The ports exist.

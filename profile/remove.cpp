@@ -33,8 +33,12 @@ Result<> runSteps(Switch sw, ProfileTransaction &transaction, const VlanSet &ids
     return done ? removeFilters(sw, transaction, needsBefore, needsAfter) : done;
 }
 
-Result<> remove(Switch sw, ProfileTransaction &transaction, const VlanSet &ids) {
+// `strays` are rows of the profile whose id is no VLAN's: nothing of them is on the switch.
+Result<> remove(Switch sw, ProfileTransaction &transaction, const VlanSet &ids,
+                const std::set<std::int32_t> &strays = {}) {
     auto done = runSteps(sw, transaction, ids);
+    for (auto stray = strays.begin(); done && stray != strays.end(); ++stray)
+        done = transaction.dropRow(*stray);
     if (done)
         transaction.commit();
     return done;
@@ -56,12 +60,18 @@ Result<> removeProfile(Switch sw, const std::string &name, const ProfileLock &, 
     if (auto begun = transaction.begin(); !begun)
         return begun;
     VlanSet ids;
-    for (const auto &row : transaction.rows())
-        if (const auto id = row.vlan(); id && row.profileName == name)
+    std::set<std::int32_t> strays;
+    for (const auto &row : transaction.rows()) {
+        if (row.profileName != name)
+            continue;
+        if (const auto id = row.vlan())
             ids.insert(*id);
-    if (ids.empty())
+        else
+            strays.insert(row.id);
+    }
+    if (ids.empty() && strays.empty())
         return refuse(ResultCode::NotExist, "there is no such profile", where);
-    return remove(sw, transaction, ids);
+    return remove(sw, transaction, ids, strays);
 }
 
 }  // namespace pavo

@@ -78,7 +78,7 @@ std::unexpected<Failure> reportMissing(const std::string &what, const Where &whe
 // The ids of a type's rows. Names are compared here and not by SQLite: one that comes with a request never
 // becomes part of a statement.
 std::vector<ProfileRow> rowsOfType(std::string_view typeName, const Where &where) {
-    auto rows = readProfileRows(where).value_or(std::vector<ProfileRow>{});
+    auto rows = readProfileRowsUnsorted(where).value_or(std::vector<ProfileRow>{});
     std::erase_if(rows, [&](const ProfileRow &row) { return row.profileType != typeName; });
     return rows;
 }
@@ -161,6 +161,10 @@ Result<> storeTemplate(TemplateStore how, const std::string &requestText, Where 
         return reportMissing(path.empty() ? *name : path, where);
     }
     const std::string text = printJsonLine(profile);
+    if (text.empty()) {
+        logError(where, "[%s:%d] Content error...\r\n");
+        return failed(ResultCode::InvalidArgument);
+    }
     auto written = writeScriptFile(path, "w", text, where);
     if (written)
         logDebug(where, "[%s:%d] %s %s\n\r", path, text);

@@ -1,6 +1,7 @@
 #include "profile/transaction.h"
 
 #include <algorithm>
+#include <new>
 #include <optional>
 
 #include "common/files.h"
@@ -27,12 +28,18 @@ Result<> deleteRow(std::int32_t id, const Where &where) {
 }  // namespace
 
 ProfileTransaction::~ProfileTransaction() {
-    if (!undo_.empty())
+    if (undo_.empty())
+        return;
+    try {
         rollBack();
+    } catch (const std::bad_alloc &) {
+        logError(where_, "[%s:%d] step '%s' failed, and memory ran out while it was rolled back\n",
+                 lastStep_);
+    }
 }
 
 Result<> ProfileTransaction::begin() {
-    ensureProfileDb();
+    ensureProfileDb(where_);
     auto state = readSwitchState(sw_, where_);
     if (!state)
         return std::unexpected(std::move(state).error());
@@ -82,8 +89,8 @@ Result<> ProfileTransaction::putRow(const ProfileRow &row) {
         [this, id = row.id, before] { return before ? writeRow(*before, where_) : deleteRow(id, where_); });
 }
 
-Result<> ProfileTransaction::dropRow(VlanId id) {
-    const auto *const old = row(id);
+Result<> ProfileTransaction::dropRow(std::int32_t id) {
+    const auto *const old = findProfileRow(rows_, id);
     if (old == nullptr)
         return {};
     return run(

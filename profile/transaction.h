@@ -40,7 +40,7 @@ class ProfileTransaction {
     // Steps; `name` is for the report. A step that fails may have happened in part.
     Result<> changeSwitch(const char *name, const SwitchState &wanted);
     Result<> putRow(const ProfileRow &row);
-    Result<> dropRow(VlanId id);
+    Result<> dropRow(std::int32_t id);
     Result<> putFile(const std::string &fixedPath, const std::string &text);
     Result<> dropFile(const std::string &fixedPath);
     // Any other step with what takes it back; `back` also runs when `step` failed, for what it did in part.

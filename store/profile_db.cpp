@@ -358,7 +358,7 @@ Result<> verifyProfileDb(Where where) {
     return {};
 }
 
-void ensureProfileDb() {
+void ensureProfileDb(Where where) {
     // Daemon and profile operations may come at the same time, and what one has just begun looks empty to the
     // other. Without a lock (no such folder) nothing can be made either.
     const FileLock lock(platform::paths::kProfileDbLock);
@@ -366,11 +366,11 @@ void ensureProfileDb() {
     if (stat(platform::fsPath(platform::paths::kProfileDb).c_str(), &info) == 0) {
         if (info.st_size > 0)
             return;
-        static_cast<void>(verifyProfileDb());  // deletes the empty file, and says so
+        static_cast<void>(verifyProfileDb(where));  // deletes the empty file, and says so
     } else if (errno != ENOENT) {
         return;
     }
-    static_cast<void>(createProfileDb());
+    static_cast<void>(createProfileDb(where));
 }
 
 const ProfileRow *findProfileRow(std::span<const ProfileRow> rows, std::int32_t id) {

@@ -107,7 +107,7 @@ Result<> verifyProfileDb(Where where = std::source_location::current());
 
 // Creates the table and its seed row when the file is missing or empty; a file with content is not touched.
 // For those who write the database: the daemon at start, and profile operations.
-void ensureProfileDb();
+void ensureProfileDb(Where where = std::source_location::current());
 
 // The row of that id among rows in ascending order of id, or null.
 const ProfileRow *findProfileRow(std::span<const ProfileRow> rows, std::int32_t id);

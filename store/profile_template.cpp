@@ -92,9 +92,9 @@ std::optional<ProfileTemplate> ProfileTemplate::parse(const std::string &text) {
     return out;
 }
 
-std::optional<ProfileTemplate> loadProfileTemplate(std::string_view typeName) {
+std::optional<ProfileTemplate> loadProfileTemplate(std::string_view typeName, Where where) {
     for (const std::string &path : profileTemplateCandidates(typeName))
-        if (const auto text = readFile(path, JSON_FILE_MAX))
+        if (const auto text = readFile(path, JSON_FILE_MAX, where))
             if (auto parsed = ProfileTemplate::parse(*text))
                 return parsed;
     return std::nullopt;

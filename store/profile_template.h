@@ -14,9 +14,12 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <source_location>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "common/where.h"
 
 namespace pavo {
 
@@ -64,7 +67,6 @@ class ProfileTemplate {
 
     TemplateValue operator[](TemplateKey key) const { return values_[static_cast<std::size_t>(key)]; }
     bool isTrue(TemplateKey key) const { return (*this)[key] == TemplateValue::True; }
-    bool isFalse(TemplateKey key) const { return (*this)[key] == TemplateValue::False; }
     bool has(TemplateKey key) const { return (*this)[key] != TemplateValue::Missing; }
 
   private:
@@ -72,7 +74,8 @@ class ProfileTemplate {
 };
 
 // The template of a type; nothing when the name is empty or the file is missing or does not parse.
-std::optional<ProfileTemplate> loadProfileTemplate(std::string_view typeName);
+std::optional<ProfileTemplate> loadProfileTemplate(std::string_view typeName,
+                                                   Where where = std::source_location::current());
 
 // The templates of types, each loaded once. For one thread.
 class ProfileTemplateCache {

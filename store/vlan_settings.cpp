@@ -108,8 +108,8 @@ std::string vlanSettingsPath(VlanId id) {
     return std::string(platform::paths::kVlanProfileConfigDir) + "/" + std::to_string(id.number());
 }
 
-std::optional<VlanSettings> readVlanSettings(VlanId id) {
-    const auto text = readFile(vlanSettingsPath(id), JSON_FILE_MAX);
+std::optional<VlanSettings> readVlanSettings(VlanId id, Where where) {
+    const auto text = readFile(vlanSettingsPath(id), JSON_FILE_MAX, where);
     return text ? VlanSettings::parse(*text) : std::nullopt;
 }
 

@@ -5,12 +5,14 @@
 
 #include <cstdint>
 #include <optional>
+#include <source_location>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "common/if_num.h"
 #include "common/vlan_id.h"
+#include "common/where.h"
 
 namespace pavo {
 
@@ -54,7 +56,7 @@ bool isVlanName(std::string_view name);
 std::string vlanSettingsPath(VlanId id);
 
 // Nothing when there is no such file or it does not parse.
-std::optional<VlanSettings> readVlanSettings(VlanId id);
+std::optional<VlanSettings> readVlanSettings(VlanId id, Where where = std::source_location::current());
 
 }  // namespace pavo
 

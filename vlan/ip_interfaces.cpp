@@ -9,12 +9,12 @@
 #include "common/text.h"
 #include "platform/clock.h"
 #include "platform/paths.h"
+#include "vlan/show_vlan.h"
 
 namespace pavo {
 namespace {
 
 constexpr std::size_t kLineMax = 511;
-constexpr LogFormat<std::string> kCannotOpen = "[%s:%d] Can not open file:%s\r\n";
 
 IpMethod methodOf(std::string_view method) {
     if (method == "DHCP")
@@ -56,12 +56,12 @@ std::vector<IpInterface> parseIpInterfaces(std::string_view shown) {
 
 Result<std::vector<IpInterface>> readIpInterfaces(Switch sw, Where where) {
     const std::string file = captureFile();
-    const auto shown = sw.show("show ip interface brief", file, where, kCannotOpen);
+    const auto shown = sw.show("show ip interface brief", file, where, kCannotOpenCapture);
     if (shown)
         return parseIpInterfaces(*shown);
     // A capture that the switch refuses leaves no file to open.
     if (shown.error().code != ResultCode::OpenFailed)
-        logError(where, kCannotOpen, file);
+        logError(where, kCannotOpenCapture, file);
     return failed(ResultCode::OpenFailed, shown.error().reason);
 }
 

@@ -81,7 +81,7 @@ std::int32_t fillPortRecords(Switch sw, LagNumbering numbering, const VLAN_PORT_
     MemberCollector collector(MemberCollector::Strays::InFirstSlot);
     for (const VLAN_PORT_ASS_T *const record : std::span(list.ids, list.count))
         collector.addSlot(VlanId::from(record->vlanId));
-    collector.collectPorts(sw);
+    collector.collectPorts(sw, where);
     collector.collectLags(sw, numbering, where);
     std::int32_t result = kSuccess;
     for (std::uint32_t i = 0; i < list.count && result == kSuccess; ++i) {
@@ -148,7 +148,7 @@ std::int32_t vlanAssInfoGet(Switch sw, std::uint32_t vlanId, cJSON *tagPorts, cJ
     const Where where = std::source_location::current();
     MemberCollector collector(MemberCollector::Strays::Dropped);
     collector.addSlot(VlanId::from(vlanId));
-    collector.collectPorts(sw);
+    collector.collectPorts(sw, where);
     const std::int32_t result = appendPorts(tagPorts, untagPorts, collector.slot(0), where);
     if (result != kSuccess)
         return result;

@@ -45,7 +45,8 @@ enum VlanProfileBit : std::uint32_t {
     VLAN_PROFILE_STP_OFF = 1u << 12,
     VLAN_PROFILE_PTP_BC = 1u << 13,
 };
-// Specified bits of the other parameters: bit 4 for the second one, bits 15 to 26 for the third to the last.
+// Specified bits of the other parameters of the type: bit 4 for the second one, bits 15 to 26 for the rest in
+// order.
 
 // Bits of VLAN_PROFILE_INFO_T::avbKind.
 inline constexpr std::uint8_t VLAN_AVB_MILAN = 1u << 5;

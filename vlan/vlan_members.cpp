@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "common/log.h"
+#include "swapi/vlan_membership.h"
 
 namespace pavo {
 namespace {
@@ -48,19 +49,19 @@ VlanMembers *MemberCollector::slotOf(VlanId id) {
 
 template <class Number>
 void MemberCollector::place(Switch sw, IfNum ifNum, Number number, std::vector<Number> VlanMembers::*tagged,
-                            std::vector<Number> VlanMembers::*untagged) {
-    if (const auto ids = sw.taggedVlans(ifNum))
+                            std::vector<Number> VlanMembers::*untagged, const Where &where) {
+    if (const auto ids = readTaggedVlans(sw, ifNum, where))
         for (const VlanId id : *ids)
             if (VlanMembers *const slot = slotOf(id))
                 (slot->*tagged).push_back(number);
-    if (const auto pvid = sw.pvid(ifNum))
+    if (const auto pvid = readPvid(sw, ifNum, where))
         if (VlanMembers *const slot = slotOf(*pvid))
             (slot->*untagged).push_back(number);
 }
 
-void MemberCollector::collectPorts(Switch sw) {
+void MemberCollector::collectPorts(Switch sw, Where where) {
     for (const IfNum port : sw.ports())
-        place(sw, port, port, &VlanMembers::taggedPorts, &VlanMembers::untaggedPorts);
+        place(sw, port, port, &VlanMembers::taggedPorts, &VlanMembers::untaggedPorts, where);
 }
 
 void MemberCollector::collectLags(Switch sw, LagNumbering numbering, Where where) {
@@ -69,7 +70,8 @@ void MemberCollector::collectLags(Switch sw, LagNumbering numbering, Where where
         return;
     for (const IfNum lag : sw.lags())
         if (const auto members = readMembers(sw, lag, *max, where); members && !members->empty())
-            place(sw, lag, numbering.numberOf(lag), &VlanMembers::taggedLags, &VlanMembers::untaggedLags);
+            place(sw, lag, numbering.numberOf(lag), &VlanMembers::taggedLags, &VlanMembers::untaggedLags,
+                  where);
 }
 
 Result<LagNumbering> readLagNumbering(Switch sw, Where where) {

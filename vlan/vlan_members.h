@@ -37,7 +37,7 @@ class MemberCollector {
     // strays.
     void addSlot(std::optional<VlanId> id);
 
-    void collectPorts(Switch sw);
+    void collectPorts(Switch sw, Where where = std::source_location::current());
     void collectLags(Switch sw, LagNumbering numbering, Where where = std::source_location::current());
 
     const VlanMembers &slot(std::size_t i) const { return slots_[i]; }
@@ -47,7 +47,7 @@ class MemberCollector {
     VlanMembers *slotOf(VlanId id);
     template <class Number>
     void place(Switch sw, IfNum ifNum, Number number, std::vector<Number> VlanMembers::*tagged,
-               std::vector<Number> VlanMembers::*untagged);
+               std::vector<Number> VlanMembers::*untagged, const Where &where);
 
     Strays strays_;
     std::vector<VlanMembers> slots_;

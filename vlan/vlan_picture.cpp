@@ -29,10 +29,12 @@ void applyRow(VlanPicture &picture, const ProfileRow &row) {
     picture.profileType = row.profileType;
 }
 
-// VLAN 1 always has an entry; whoever finds it missing puts it there.
-void seedDefaultVlan(VlanPicture &picture, const Where &where) {
+// VLAN 1 always has an entry; whoever finds it missing puts it there. An entry that could not be read is not
+// missing.
+void seedDefaultVlan(VlanPicture &picture, bool isMissing, const Where &where) {
     picture.name = defaultProfileRow().profileName;
-    static_cast<void>(replaceProfileRow(defaultProfileRow(), where));
+    if (isMissing)
+        static_cast<void>(replaceProfileRow(defaultProfileRow(), where));
 }
 
 Result<std::uint32_t> readNameSize(Switch sw, const Where &where) {
@@ -88,14 +90,15 @@ void applyProfiles(Switch sw, std::vector<VlanPicture> &pictures, const Where &w
     }
     if (unlisted.empty())
         return;
-    auto late = readProfileRowsOf(ids, where).value_or(std::vector<std::optional<ProfileRow>>{});
+    const auto read = readProfileRowsOf(ids, where);
+    auto late = read.value_or(std::vector<std::optional<ProfileRow>>{});
     late.resize(ids.size());
     SwitchNames names(sw, where);
     for (std::size_t i = 0; i < unlisted.size(); ++i)
         if (const auto &row = late[i])
             applyRow(*unlisted[i], *row);
         else if (ids[i] == kDefaultVlan)
-            seedDefaultVlan(*unlisted[i], where);
+            seedDefaultVlan(*unlisted[i], read.has_value(), where);
         else
             unlisted[i]->name = names.of(ids[i]);
 }
@@ -126,7 +129,7 @@ Result<std::vector<VlanPicture>> readVlanPictures(Switch sw, Where where) {
     MemberCollector collector(MemberCollector::Strays::InFirstSlot);
     for (const VlanPicture &picture : pictures)
         collector.addSlot(picture.id);
-    collector.collectPorts(sw);
+    collector.collectPorts(sw, where);
     collector.collectLags(sw, *numbering, where);
     std::vector<VlanMembers> members = collector.takeSlots();
     for (std::size_t i = 0; i < pictures.size(); ++i)
@@ -161,11 +164,11 @@ Result<std::optional<VlanPicture>> readVlanBase(Switch sw, VlanId id, Where wher
     // The switch's name is only read: the display name is that of the profile.
     if (const auto name = readName(sw, id, *size, where); !name)
         return std::unexpected(name.error());
-    const auto row = readProfileRow(static_cast<std::int32_t>(id.number()), where).value_or(std::nullopt);
-    if (row) {
+    const auto read = readProfileRow(static_cast<std::int32_t>(id.number()), where);
+    if (const auto row = read.value_or(std::nullopt)) {
         applyRow(picture, *row);
     } else if (id == kDefaultVlan) {
-        seedDefaultVlan(picture, where);
+        seedDefaultVlan(picture, read.has_value(), where);
     } else {
         char name[16];
         std::snprintf(name, sizeof name, "VLAN%04u", id.number());

@@ -144,7 +144,7 @@ std::int32_t vlanListProfileCreateFastEX(Switch sw, VLAN_PROFILE_LIST_T **list) 
         logError("[%s:%d] Memory error\r\n");
         return codeOf(ResultCode::InvalidPointer);
     }
-    const auto shown = sw.show("show vlan", platform::paths::kVlanShowProfileFast, where);
+    const auto shown = sw.show("show vlan", platform::paths::kVlanShowProfileFast, where, kCannotOpenCapture);
     if (!shown)
         return codeOf(ResultCode::Failed);
     const std::vector<std::uint32_t> numbers = parseShowVlan(*shown, VLAN_TABLE_SIZE);
