@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <charconv>
 #include <csignal>
 #include <cstdarg>
 #include <cstring>
@@ -210,17 +211,18 @@ std::string_view timeText() {
 // One formatted line: on the stack when it fits there.
 class Line {
   public:
-    Line(int level, const std::string &identity, const char *format, std::va_list args)
-        __attribute__((format(printf, 4, 0))) {
+    // `place` is null for a format that states it itself.
+    Line(int level, const std::string &identity, const Where *place, const char *format, std::va_list args)
+        __attribute__((format(printf, 5, 0))) {
         const std::string_view time = timeText();
         std::va_list again;
         va_copy(again, args);
-        const std::size_t needed = put(stack_, sizeof stack_, time, level, identity, format, args);
+        const std::size_t needed = put(stack_, sizeof stack_, time, level, identity, place, format, args);
         length_ = needed;
         if (needed >= sizeof stack_) {
             heap_.reset(new (std::nothrow) char[needed + 1]);
             if (heap_ != nullptr)
-                put(heap_.get(), needed + 1, time, level, identity, format, again);
+                put(heap_.get(), needed + 1, time, level, identity, place, format, again);
             else
                 length_ = sizeof stack_ - 1;
         }
@@ -233,12 +235,20 @@ class Line {
     // Length of the whole line, of which as much as fits is in `out`. The prefix, "%s (%s): %s: ", is put
     // together by hand: for a short line snprintf would cost as much as the message itself.
     static std::size_t put(char *out, std::size_t room, std::string_view time, int level,
-                           const std::string &identity, const char *format, std::va_list args)
-        __attribute__((format(printf, 6, 0))) {
+                           const std::string &identity, const Where *place, const char *format,
+                           std::va_list args) __attribute__((format(printf, 7, 0))) {
+        using namespace std::string_view_literals;
         std::size_t used = 0;
+        char number[16];
+        std::string_view opening, function, colon, line, closing;
+        if (place != nullptr) {
+            const char *const end = std::to_chars(std::begin(number), std::end(number), place->line()).ptr;
+            opening = "["sv, function = place->function(), colon = ":"sv, closing = "] "sv;
+            line = {number, static_cast<std::size_t>(end - number)};
+        }
         for (const std::string_view part :
-             {time, std::string_view(time.empty() ? "(" : " ("), levelName(level), std::string_view("): "),
-              std::string_view(identity), std::string_view(": ")}) {
+             {time, time.empty() ? "("sv : " ("sv, levelName(level), "): "sv, std::string_view(identity),
+              ": "sv, opening, function, colon, line, closing}) {
             const std::size_t at = std::min(used, room);
             part.copy(out + at, room - at);
             used += part.size();
@@ -353,6 +363,38 @@ void stop(State &s) {
     s.inForce.store(nullptr);
 }
 
+const Settings &startedSettings(State &s) {
+    if (const Settings *const settings = s.inForce.load())
+        return *settings;
+    const std::lock_guard lock(s.mutex);
+    if (s.inForce.load() == nullptr)
+        start(s);
+    return *s.settings;
+}
+
+// `place` is null for a format that states it itself.
+__attribute__((format(printf, 3, 0))) void writeMessage(int level, const Where *place, const char *format,
+                                                        std::va_list args) {
+    State &s = state();
+    const Settings &settings = startedSettings(s);
+    if ((settings.sinks & (LOG_SINK_FILE | LOG_SINK_STDOUT)) != 0) {
+        std::va_list own;
+        va_copy(own, args);
+        const Line line(level, settings.identity, place, format, own);
+        va_end(own);
+        if ((settings.sinks & LOG_SINK_STDOUT) != 0)
+            writeStandardOutput(line.text());
+        if ((settings.sinks & LOG_SINK_FILE) != 0)
+            writeStream(s, line.text());
+    }
+    if ((settings.sinks & LOG_SINK_SYSLOG) != 0) {
+        const std::string front = place != nullptr ? "[" + std::string(place->function()) + ":" +
+                                                         std::to_string(place->line()) + "] "
+                                                   : "";
+        vsyslog(std::clamp(level, LOG_EMERG, LOG_DEBUG), (front + format).c_str(), args);
+    }
+}
+
 }  // namespace
 
 void devmgrLogOpen(std::int32_t sinks, std::int32_t facility, const char *identity) {
@@ -371,30 +413,19 @@ void devmgrLogOpen(std::int32_t sinks, std::int32_t facility, const char *identi
 void devmgrLog(int level, const char *format, ...) {
     if (level > threshold())
         return;
-    State &s = state();
-    const Settings *settings = s.inForce.load();
-    if (settings == nullptr) {
-        const std::lock_guard lock(s.mutex);
-        if (s.inForce.load() == nullptr)
-            start(s);
-        settings = s.settings;
-    }
-
     std::va_list args;
-    if ((settings->sinks & (LOG_SINK_FILE | LOG_SINK_STDOUT)) != 0) {
-        va_start(args, format);
-        const Line line(level, settings->identity, format, args);
-        va_end(args);
-        if ((settings->sinks & LOG_SINK_STDOUT) != 0)
-            writeStandardOutput(line.text());
-        if ((settings->sinks & LOG_SINK_FILE) != 0)
-            writeStream(s, line.text());
-    }
-    if ((settings->sinks & LOG_SINK_SYSLOG) != 0) {
-        va_start(args, format);
-        vsyslog(std::clamp(level, LOG_EMERG, LOG_DEBUG), format, args);
-        va_end(args);
-    }
+    va_start(args, format);
+    writeMessage(level, nullptr, format, args);
+    va_end(args);
+}
+
+void writeLogLine(int level, const Where &where, const char *format, ...) {
+    if (level > threshold())
+        return;
+    std::va_list args;
+    va_start(args, format);
+    writeMessage(level, &where, format, args);
+    va_end(args);
 }
 
 void devmgrLogClose() {

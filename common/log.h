@@ -52,6 +52,10 @@ int devmgrLogLevelGet();
 // values of the field. With a Where in front, the line names that place instead: for helpers that report on
 // behalf of their caller.
 
+// The same as devmgrLog for a format without "[%s:%d] " in front.
+void writeLogLine(int level, const Where &where, const char *format, ...)
+    __attribute__((format(printf, 3, 4)));
+
 template <class... Args>
 struct LogMessage {
     consteval LogMessage(const char *text, std::source_location at = std::source_location::current())
@@ -69,7 +73,8 @@ void logAt(int level, const Where &where, std::type_identity_t<LogFormat<Args...
         if (level > devmgrLogLevelGet())
             return;
     if (format.text() != nullptr)
-        devmgrLog(level, format.text(), where.function(), where.line(), LogArgument<Args>(args).value()...);
+        writeLogLine(level, where, format.text() + LogFormat<Args...>::kPlaceSize,
+                     LogArgument<Args>(args).value()...);
 }
 
 template <class... Args>

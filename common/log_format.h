@@ -89,6 +89,9 @@ consteval bool formatFits(std::string_view text, std::string_view prefix) {
 template <class... Args>
 class LogFormat {
   public:
+    // Length of the part in front, which function and line take the place of.
+    static constexpr std::size_t kPlaceSize = 8;
+
     constexpr LogFormat() = default;
     consteval LogFormat(const char *text) : text_(text) {
         if (!formatFits<Args...>(text, "[%s:%d] "))

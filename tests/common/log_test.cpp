@@ -128,8 +128,12 @@ TEST_F(LogTest, EverySinkFormatsItsOwnArguments) {
     EXPECT_EQ(GetCapturedStdout(), line("NOTICE", "text 2.5"));
     EXPECT_EQ(readFile(kLogFile), line("NOTICE", "text 2.5"));
     log(LOG_LEVEL_DEBUG, "below the threshold");
+    CaptureStdout();
+    logWarn(Where("f", 8), "[%s:%d] 100%% of %s\n", "text");
+    GetCapturedStdout();
     using Messages = std::vector<std::pair<int, std::string>>;
-    EXPECT_EQ(syslogCalls.messages, (Messages{{LOG_NOTICE, "[f:7] text 2.5\n"}}));
+    EXPECT_EQ(syslogCalls.messages,
+              (Messages{{LOG_NOTICE, "[f:7] text 2.5\n"}, {LOG_WARNING, "[f:8] 100% of text\n"}}));
     EXPECT_EQ(syslogCalls.identity + " " + std::to_string(syslogCalls.facility), "daemon 8");
     devmgrLogClose();
     EXPECT_EQ(syslogCalls.closed, 1);
