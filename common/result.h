@@ -32,7 +32,7 @@ enum class ResultCode : std::int32_t {
 // The message of a code; static, never null. "Error code unknown" for a code in no row.
 const char *getErrMsg(std::int32_t code);
 
-// A failure that has been logged where it was detected. `reason` is for people, in addition to the code's
+// A failure that has been logged where it was detected. `reason` is human-readable, in addition to the code's
 // message; it may be empty.
 struct Failure {
     ResultCode code = ResultCode::Failed;

@@ -39,7 +39,7 @@ extern const NeighbourFamily audacNeighbours;
 std::optional<std::vector<Sighting>> scanAudacDevices(Switch sw,
                                                       const Where &where = std::source_location::current());
 
-// Compares the network with the list: joins, follows and lets leave. While the configuration file cannot be
+// Compares the network with the list: handles joins, moves and leaves. While the configuration file cannot be
 // read the list is left alone.
 void audacLookup(Switch sw, DeviceList<DetectedDevice> *devices);
 

@@ -21,11 +21,11 @@ class Supervisor {
     explicit Supervisor(openapiClientHandle_t *client, ThreadCreate create = pthread_create,
                         std::span<const DetectionRow *const> rows = detectionRows());
 
-    // Creates the threads. False when one cannot be created that the daemon does not go on without: shut down
+    // Creates the threads. False when a thread whose failure is fatal cannot be created: shut down
     // then, even though others may be running.
     bool start();
 
-    // One look after the threads: creates again each that has ended, once it has a reason to run. False as
+    // One supervision pass: creates again each that has ended, once it has a reason to run. False as
     // above.
     bool pass();
 

@@ -16,8 +16,8 @@ enum class AvBlock : std::uint8_t {
     // 802.1AS and the MRP applications; the PTP transparent clock goes off. Off: a value other than 0 says
     // that the QoS block is still in use and relies on the dot1p trust, which then stays.
     Avb,
-    AvbMrp,   // off only: before AVB comes, its applications go
-    Sonos,    // spanning-tree priority 28672; going off leaves a priority alone that is another by now
+    AvbMrp,  // off only: before AVB comes, its applications go
+    Sonos,  // spanning-tree priority 28672; going off leaves a priority alone that someone else has changed since
     Etc,      // lighting
     Rstp,     // rapid PVST with the timers of a VLAN; off: the default protocol for the whole switch
     Acl,      // off only

@@ -16,7 +16,7 @@ void AvConfigGlobalAvbAdd(Switch sw);
 void AvConfigGlobalAvbDelete(Switch sw, bool keepTrust);
 void AvConfigGlobalAvbMrpPreDisable(Switch sw);
 
-// Spanning-tree priority 28672. Deleting leaves a priority alone that is another by now.
+// Spanning-tree priority 28672. Deleting leaves a priority alone that someone else has changed since.
 void AvConfigGlobalSonosAdd(Switch sw);
 void AvConfigGlobalSonosDelete(Switch sw);
 

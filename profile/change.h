@@ -22,7 +22,7 @@ Result<> removeFilters(Switch sw, ProfileTransaction &transaction, const Feature
 // Rows and settings files of VLANs that leave their profile. VLAN 1 goes to the default profile.
 Result<> dropRecords(ProfileTransaction &transaction, const VlanSet &ids);
 
-// The files that tell detection about these types, of those that no row has any more.
+// Drops the files that tell detection about these types, as far as no row uses a type any longer.
 Result<> dropDetectionFiles(ProfileTransaction &transaction, const std::set<std::string> &types);
 
 std::vector<ProfileRow> rowsWithout(std::span<const ProfileRow> rows, const VlanSet &ids);

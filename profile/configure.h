@@ -14,8 +14,8 @@ namespace pavo {
 // does not parse (see profile/request.h); otherwise as applyProfile. A failed request leaves switch, database
 // and files as they were.
 //
-// Failures have been logged. They have a reason for people only when the lock cannot be had: of everything
-// else the log tells more.
+// Failures have been logged. They have a human-readable reason only when the lock cannot be taken; the log
+// has the details of everything else.
 Result<> configureProfile(Switch sw, const std::string &requestText);
 
 // Deletes the profile that a request names ({"name": "..."}). InvalidArgument for a request that is no JSON

@@ -172,7 +172,7 @@ FeatureNeeds readFeatureNeeds(std::span<const ProfileRow> rows, const SwitchStat
     FeatureNeeds needs;
     for (const auto &row : rows) {
         const auto id = row.vlan();
-        // VLAN 1 under the default profile is the switch as it comes.
+        // VLAN 1 under the default profile is the factory default.
         if (!id || (*id == kDefaultVlan && row.profileType == PROFILE_TYPE_NAME_DEFAULT))
             continue;
         const bool exists = state.hasVlan(*id);

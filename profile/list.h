@@ -27,7 +27,7 @@ struct ListedProfile {
     std::vector<ListedVlan> vlans;         // ascending; never empty
 };
 
-// What is told of each VLAN.
+// How much is listed for each VLAN.
 enum class ListDetails { Brief, Full };
 
 // In the order of their lowest VLANs. Failed when the database or, with everything known, the switch cannot

@@ -16,7 +16,7 @@ namespace pavo {
 // Held for as long as it lives.
 class ProfileLock {
   public:
-    // Waits for it. Failed (logged), with the reason for people, when the lock file cannot be locked.
+    // Waits for it. Failed (logged), with a human-readable reason, when the lock file cannot be locked.
     static Result<ProfileLock> take(Where where = std::source_location::current());
 
   private:

@@ -58,7 +58,7 @@ struct ProfileConfig {
     ProfileRequest request;
     bool overwrite = false;  // replace conflicting configuration
     bool force = false;      // adapt the type to what the switch supports
-    std::string document;    // the whole of it as JSON, formatted
+    std::string document;    // the complete request as JSON, formatted
 };
 
 // What is wrong with the text of a request: it is no JSON; it has no "profileConfig" object, lacks a required

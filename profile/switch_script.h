@@ -1,5 +1,5 @@
 // The difference of two switch states as a CLI script, so that a change touches only what differs, costs one
-// apply however many ports it concerns, and is taken back by applying the difference the other way. Pure
+// apply however many ports it concerns, and is rolled back by applying the difference the other way. Pure
 // functions; any thread may call them.
 #ifndef PAVO_PROFILE_SWITCH_SCRIPT_H
 #define PAVO_PROFILE_SWITCH_SCRIPT_H

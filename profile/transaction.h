@@ -1,5 +1,5 @@
-// One change of the switch, the profile database and the files of a profile, which is taken back unless it is
-// committed.
+// One change of the switch, the profile database and the files of a profile, which is rolled back unless it
+// is committed.
 #ifndef PAVO_PROFILE_TRANSACTION_H
 #define PAVO_PROFILE_TRANSACTION_H
 

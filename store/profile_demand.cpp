@@ -84,7 +84,7 @@ constexpr FromName kFromName[] = {
     {&Demand::milanDante, PROFILE_TYPE_NAME_MILAN_DANTE},
 };
 
-// --- for people
+// --- human-readable names
 
 template <auto field>
 bool isWanted(const Demand &demand) {

@@ -65,8 +65,8 @@ ProfileDemand templateDemand(std::string_view typeName, const ProfileTemplate *f
 ProfileDemand profileDemand(std::string_view typeName, std::int32_t vlanType,
                             const ProfileTemplate *fromTemplate);
 
-// A field of the struct with a name for people ("PTP", "AVB", "QoS", "querier", ...), in the order they are
-// listed.
+// A field of the struct with a human-readable name ("PTP", "AVB", "QoS", "querier", ...), in the order they
+// are listed.
 struct DemandName {
     const char *name;
     bool (*wanted)(const ProfileDemand &demand);

@@ -45,7 +45,7 @@ open_error_t codeOf(const OpenResult<T> &result) {
     return result ? OPEN_E_NONE : static_cast<open_error_t>(result.error());
 }
 
-// Whether something is there: what could not be asked is not absent.
+// Whether something is there: a failed query is Unknown, not Absent.
 enum class Presence { Present, Absent, Unknown };
 
 inline Presence presenceOf(const OpenResult<> &check) {

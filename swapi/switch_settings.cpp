@@ -40,7 +40,7 @@ bool isAddress(const std::string &text) {
     return Ipv4::parse(text).has_value();
 }
 
-// What speeds are written with; anything else, a line end above all, does not belong into a script.
+// What speeds are written with; anything else, a line end above all, must not appear in a script.
 bool isSpeedText(std::string_view speed) {
     return std::all_of(speed.begin(), speed.end(), [](unsigned char c) {
         return c < 0x80 && (std::isalnum(c) != 0 ||

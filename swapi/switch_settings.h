@@ -52,7 +52,7 @@ std::expected<std::string, const char *> staticAddressScript(VlanId vlan, const 
                                                              const std::string &mask,
                                                              const std::string &gateway);
 
-// Nothing for a speed that does not belong into a script; more than one when the ports do not fit into one.
+// Nothing for a speed that must not appear in a script; more than one when the ports do not fit into one.
 std::optional<std::vector<std::string>> speedScripts(std::span<const IfNum> ports, std::string_view speed);
 
 // --- reading; OpenFailed when the switch does not show it

@@ -1,4 +1,4 @@
-// A walk over one of the switch's tables: a range that makes one call for each entry, when it gets there.
+// A walk over one of the switch's tables: a range that makes one call for each entry, as the loop reaches it.
 // Leaving the loop early costs nothing more.
 //
 //     for (const IfNum port : sw.ports()) ...

@@ -27,7 +27,7 @@ struct IpInterface {
 // pure function of what the command prints.
 std::vector<IpInterface> parseIpInterfaces(std::string_view shown);
 
-// OpenFailed (logged) when the output is not to be had. Any thread may call this: each call captures into a
+// OpenFailed (logged) when the output cannot be read. Any thread may call this: each call captures into a
 // file of its own.
 Result<std::vector<IpInterface>> readIpInterfaces(Switch sw, Where where = std::source_location::current());
 

@@ -1,4 +1,4 @@
-// Base info and port assignment of VLANs, and everything known of them put together.
+// Base info and port assignment of VLANs, and full details of them put together.
 #include "vlan/vlan_info_ops.h"
 
 #include <algorithm>
