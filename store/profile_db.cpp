@@ -171,6 +171,7 @@ DbResult<std::vector<std::int32_t>> readIds(const Statement &statement, const Wh
     if (!table)
         return std::unexpected(table.error());
     std::vector<std::int32_t> ids;
+    ids.reserve(static_cast<std::size_t>(table->rows()));
     for (int i = 0; i < table->rows(); ++i)
         ids.push_back(numberOf(table->text(i, 0)));
     return ids;

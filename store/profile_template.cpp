@@ -107,7 +107,8 @@ const ProfileTemplate *ProfileTemplateCache::find(const std::string &typeName) {
             return nullptr;
         known = templates_.emplace(typeName, loadProfileTemplate(typeName)).first;
     }
-    return known->second ? &*known->second : nullptr;
+    const std::optional<ProfileTemplate> &found = known->second;
+    return found ? &*found : nullptr;
 }
 
 }  // namespace pavo
