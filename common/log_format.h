@@ -104,6 +104,29 @@ class LogFormat {
     const char *text_ = nullptr;
 };
 
+// The format of any other text: a script, a statement, a path.
+template <class... Args>
+class TextFormat {
+  public:
+    consteval TextFormat(const char *text) : text_(text) {
+        if (!formatFits<Args...>(text, ""))
+            throw "the format does not fit its arguments";
+    }
+
+    constexpr const char *text() const { return text_; }
+
+  private:
+    const char *text_;
+};
+
+// The formatted text, as long as it gets.
+std::string formatPlain(const char *format, ...) __attribute__((format(printf, 1, 2)));
+
+template <class... Args>
+std::string formatText(std::type_identity_t<TextFormat<Args...>> format, const Args &...args) {
+    return formatPlain(format.text(), LogArgument<Args>(args).value()...);
+}
+
 }  // namespace pavo
 
 #endif

@@ -1,7 +1,11 @@
 #include "common/text.h"
 
 #include <charconv>
+#include <cstdarg>
+#include <cstdio>
 #include <system_error>
+
+#include "common/log_format.h"
 
 namespace pavo {
 namespace {
@@ -71,6 +75,19 @@ std::uint32_t leadingNumber(std::string_view text) {
     std::uint32_t number = 0;
     const auto parsed = std::from_chars(text.data(), text.data() + text.size(), number);
     return parsed.ec == std::errc::result_out_of_range ? UINT32_MAX : number;
+}
+
+std::string formatPlain(const char *format, ...) {
+    std::va_list args;
+    va_start(args, format);
+    std::va_list again;
+    va_copy(again, args);
+    const int length = std::vsnprintf(nullptr, 0, format, args);
+    va_end(args);
+    std::string text(static_cast<std::size_t>(std::max(length, 0)), '\0');
+    std::vsnprintf(text.data(), text.size() + 1, format, again);
+    va_end(again);
+    return text;
 }
 
 }  // namespace pavo

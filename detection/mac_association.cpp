@@ -51,13 +51,11 @@ bool beginsWithNumber(std::string_view word) {
 ScriptResult addMacAssociation(Switch sw, const AssociationScripts &scripts, Mac mac, VlanId vlan,
                                Where where) {
     return applyScript(sw, scripts,
-                       "vlan database\nvlan association mac " + mac.text() + " " +
-                           std::to_string(vlan.number()) + "\nexit\n",
-                       where);
+                       formatText("vlan database\nvlan association mac %s %d\nexit\n", mac, vlan), where);
 }
 
 ScriptResult removeMacAssociation(Switch sw, const AssociationScripts &scripts, Mac mac, Where where) {
-    return applyScript(sw, scripts, "vlan database\nno vlan association mac " + mac.text() + "\nexit\n",
+    return applyScript(sw, scripts, formatText("vlan database\nno vlan association mac %s\nexit\n", mac),
                        where);
 }
 

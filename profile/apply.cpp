@@ -76,7 +76,7 @@ Desired desiredState(const ProfileTransaction &transaction, const ProfileRequest
     phase.done("vlanIfConfigReset");
     for (std::size_t i = 0; i < request.vlans.size(); ++i) {
         const auto &vlan = request.vlans[i];
-        phase.done("vlan[" + std::to_string(i) + "] exist check");
+        phase.done(formatText("vlan[%d] exist check", static_cast<int>(i)));
         desired.histories[vlan.id] = historyOf(vlan, observed, transaction.row(vlan.id) != nullptr);
         placeVlan(vlan, request.name, ports, desired.state);
         desired.rows.push_back(rowOf(vlan, request));
@@ -122,9 +122,9 @@ Result<> runSteps(Switch sw, ProfileTransaction &transaction, const ProfileReque
     const auto desired = desiredState(transaction, request, gone, stay, ports, phase);
     if (auto done = transaction.changeSwitch("vlanParticipationSet", desired.state); !done)
         return done;
-    phase.done(
-        "vlanParticipationSet (untagged=" + std::to_string(portsOf(request, &ProfileVlanRequest::untagged)) +
-        ", tagged=" + std::to_string(portsOf(request, &ProfileVlanRequest::tagged)) + ")");
+    phase.done(formatText("vlanParticipationSet (untagged=%d, tagged=%d)",
+                          static_cast<int>(portsOf(request, &ProfileVlanRequest::untagged)),
+                          static_cast<int>(portsOf(request, &ProfileVlanRequest::tagged))));
 
     auto done = dropRecords(transaction, gone);
     if (done)

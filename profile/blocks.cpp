@@ -271,10 +271,10 @@ void setMulticast(Switch sw, std::int32_t vlanId, std::int32_t queryInterval,
     if (queryInterval > 0)
         runOne(filled("config\nip igmp snooping querier query-interval %d\nexit\n", queryInterval));
     if (membershipInterval > 0)
-        runOne(fillScript(filled("vlan database\nset igmp maxresponse %d 10\n"
-                                 "set igmp groupmembership-interval %d %s\nexit\n",
-                                 vlanId),
-                          "%s", std::to_string(membershipInterval)));
+        runOne(
+            formatText("vlan database\nset igmp maxresponse %d 10\n"
+                       "set igmp groupmembership-interval %d %d\nexit\n",
+                       vlanId, vlanId, membershipInterval));
 }
 
 }  // namespace pavo

@@ -18,9 +18,7 @@ constexpr std::size_t kVlanNameMax = 32;
 
 // What the running configuration says of a VLAN of that name: nothing when it is the default one.
 std::string switchVlanName(const std::string &profileName, VlanId id) {
-    char byDefault[16];
-    std::snprintf(byDefault, sizeof byDefault, "VLAN%04u", id.number());
-    return profileName == byDefault ? "" : cutToBytes(profileName, kVlanNameMax);
+    return profileName == formatText("VLAN%04d", id) ? "" : cutToBytes(profileName, kVlanNameMax);
 }
 
 void include(InterfaceState &interface, VlanId id) {

@@ -109,9 +109,9 @@ class Connection {
     SqlitePtr<sqlite3> db_;
 };
 
-// One statement on a connection of its own. A failure of it is logged as one of `shown`, which is the
-// statement itself where nothing else is said.
-DbResult<Table> runStatement(const std::string &sql, const Where &where, const char *shown = nullptr) {
+// One statement on a connection of its own. Its failure is logged with the statement, or as `failure` says.
+DbResult<Table> runStatement(const std::string &sql, const Where &where,
+                             LogFormat<const char *> failure = {}) {
     Connection connection;
     Table table;
     if (const int code = connection.open(); code != SQLITE_OK) {
@@ -119,7 +119,10 @@ DbResult<Table> runStatement(const std::string &sql, const Where &where, const c
         return dbFailure(code, false);
     }
     if (const int code = table.read(connection.handle(), sql.c_str()); code != SQLITE_OK) {
-        logError(where, kStatementError, shown != nullptr ? shown : sql.c_str(), connection.message());
+        if (failure.text() != nullptr)
+            logError(where, failure, connection.message());
+        else
+            logError(where, kStatementError, sql.c_str(), connection.message());
         return dbFailure(code);
     }
     return table;
@@ -135,20 +138,18 @@ DbResult<> runChange(const std::string &sql, const Where &where) {
 // neither is ever run.
 class Statement {
   public:
-    explicit Statement(std::string_view text) : text_(text) {}
-
-    Statement &add(std::string_view text) {
-        text_ += text;
+    template <class... Args>
+    Statement &add(std::type_identity_t<TextFormat<Args...>> format, const Args &...args) {
+        text_ += formatText<Args...>(format, args...);
         return *this;
     }
-    Statement &add(std::int32_t number) { return add(std::to_string(number)); }
-    // Between single quotes. A string without storage stands for a missing one.
-    Statement &addQuoted(std::string_view text) {
+    // What stands for a '%s' between quotes. A string without storage stands for a missing one.
+    std::string quotable(std::string_view text) {
         if (text.data() == nullptr)
             refusal_ = "no text";
         else if (text.find_first_of("'\0"sv) != std::string_view::npos)
             refusal_ = "quote in text";
-        return add("'").add(text).add("'");
+        return std::string(text);
     }
     void dropLast(std::size_t characters) { text_.resize(text_.size() - characters); }
 
@@ -188,13 +189,12 @@ DbResult<> writeRow(const char *format, const ProfileRow &row, const Where &wher
 }
 
 std::string createStatement() {
-    const auto width = [](std::size_t size) { return "varchar(" + std::to_string(size) + ")"; };
-    return "create table vlanInfo("
-           "        id int primary key,"
-           "        vlanType int,"
-           "        profileName " +
-           width(VLAN_INFO_NAME_SIZE) + ",        profileType " + width(VLAN_INFO_TYPE_SIZE) +
-           ",        color " + width(VLAN_INFO_COLOR_SIZE) + "        )";
+    return formatText(
+        "create table vlanInfo(        id int primary key,        vlanType int,        profileName "
+        "varchar(%d),"
+        "        profileType varchar(%d),        color varchar(%d)        )",
+        static_cast<int>(VLAN_INFO_NAME_SIZE), static_cast<int>(VLAN_INFO_TYPE_SIZE),
+        static_cast<int>(VLAN_INFO_COLOR_SIZE));
 }
 
 int createTable(const Where &where) {
@@ -246,7 +246,7 @@ DbResult<std::vector<ProfileRow>> readProfileRows(Where where) {
 }
 
 DbResult<std::vector<ProfileRow>> readProfileRowsUnsorted(Where where) {
-    const auto table = runStatement(kSelectAll, where, "vlanInfoSelectAll");
+    const auto table = runStatement(kSelectAll, where, "[%s:%d] vlanInfoSelectAll error: %s\r\n");
     if (!table)
         return std::unexpected(table.error());
     std::vector<ProfileRow> rows;
@@ -256,7 +256,7 @@ DbResult<std::vector<ProfileRow>> readProfileRowsUnsorted(Where where) {
 }
 
 DbResult<std::optional<ProfileRow>> readProfileRow(std::int32_t id, Where where) {
-    const auto table = Statement("select * from vlanInfo where id = ").add(id).run(where);
+    const auto table = Statement().add("select * from vlanInfo where id = %d", id).run(where);
     if (!table)
         return std::unexpected(table.error());
     return table->rows() > 0 ? std::optional(table->row(0)) : std::nullopt;
@@ -292,16 +292,17 @@ DbResult<std::vector<std::optional<ProfileRow>>> readProfileRowsOf(std::span<con
 }
 
 DbResult<std::vector<std::int32_t>> readIdsOfType(std::string_view profileType, Where where) {
-    return readIds(Statement("select id from vlanInfo where profileType = ").addQuoted(profileType), where);
+    Statement statement;
+    statement.add("select id from vlanInfo where profileType = '%s'", statement.quotable(profileType));
+    return readIds(statement, where);
 }
 
 DbResult<std::vector<std::int32_t>> readIdsOfTypeAndRole(std::string_view profileType, std::int32_t vlanType,
                                                          Where where) {
-    return readIds(Statement("select id from vlanInfo where profileType = ")
-                       .addQuoted(profileType)
-                       .add(" and vlanType = ")
-                       .add(vlanType),
-                   where);
+    Statement statement;
+    statement.add("select id from vlanInfo where profileType = '%s' and vlanType = %d",
+                  statement.quotable(profileType), vlanType);
+    return readIds(statement, where);
 }
 
 DbResult<> insertProfileRow(const ProfileRow &row, Where where) {
@@ -313,22 +314,23 @@ DbResult<> replaceProfileRow(const ProfileRow &row, Where where) {
 }
 
 DbResult<> deleteProfileRow(std::int32_t id, Where where) {
-    const auto done = Statement("delete from vlanInfo where id = ").add(id).run(where);
+    const auto done = Statement().add("delete from vlanInfo where id = %d", id).run(where);
     return done ? DbResult<>() : std::unexpected(done.error());
 }
 
 DbResult<> updateProfileRow(std::int32_t id, const ProfileRowChange &change, Where where) {
-    Statement statement("update vlanInfo set ");
+    Statement statement;
+    statement.add("update vlanInfo set ");
     if (change.vlanType != 0)
-        statement.add("vlanType = ").add(change.vlanType).add(", ");
+        statement.add("vlanType = %d, ", change.vlanType);
     if (change.profileName)
-        statement.add("profileName = ").addQuoted(*change.profileName).add(", ");
+        statement.add("profileName = '%s', ", statement.quotable(*change.profileName));
     if (change.profileType)
-        statement.add("profileType = ").addQuoted(*change.profileType).add(", ");
+        statement.add("profileType = '%s', ", statement.quotable(*change.profileType));
     if (change.color)
-        statement.add("color = ").addQuoted(*change.color).add(", ");
+        statement.add("color = '%s', ", statement.quotable(*change.color));
     statement.dropLast(2);  // with nothing to change this spoils the "set", and SQLite refuses the statement
-    const auto done = statement.add(" where id = ").add(id).run(where);
+    const auto done = statement.add(" where id = %d", id).run(where);
     return done ? DbResult<>() : std::unexpected(done.error());
 }
 

@@ -39,7 +39,7 @@ std::int32_t initHandler(const char *name, openapiClientHandle_t *client) {
     l7proc_crashlog_register(name, client);
 
     const std::string clientName =
-        (std::string(name != nullptr ? name : "common.c") + "_" + std::to_string(getpid()))
+        formatText("%s_%d", name != nullptr ? name : "common.c", static_cast<int>(getpid()))
             .substr(0, kClientNameMax);
     if (const open_error_t result = openapiClientRegister(clientName.c_str(), client);
         result != OPEN_E_NONE) {

@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "common/ipv4.h"
+#include "common/log_format.h"
 #include "common/text.h"
 #include "platform/paths.h"
 
@@ -103,7 +104,7 @@ ManagementAddress parseManagementAddress(std::string_view shown) {
 }
 
 std::string dhcpScript(VlanId vlan) {
-    return "config\nip management vlan " + std::to_string(vlan.number()) + " dhcp\nexit\n";
+    return formatText("config\nip management vlan %d dhcp\nexit\n", vlan);
 }
 
 std::expected<std::string, const char *> staticAddressScript(VlanId vlan, const std::string &ip,
@@ -114,20 +115,23 @@ std::expected<std::string, const char *> staticAddressScript(VlanId vlan, const 
         return std::unexpected("management address");
     if (hasGateway && !isAddress(gateway))
         return std::unexpected("management gateway");
-    return "config\nip management vlan " + std::to_string(vlan.number()) + " " + ip + " " + mask +
-           (hasGateway ? "\nip default-gateway " + gateway : "\nno ip default-gateway") + "\nexit\n";
+    if (!hasGateway)
+        return formatText("config\nip management vlan %d %s %s\nno ip default-gateway\nexit\n", vlan, ip,
+                          mask);
+    return formatText("config\nip management vlan %d %s %s\nip default-gateway %s\nexit\n", vlan, ip, mask,
+                      gateway);
 }
 
 std::optional<std::vector<std::string>> speedScripts(std::span<const IfNum> ports, std::string_view speed) {
     if (!isSpeedText(speed))
         return std::nullopt;
-    const std::string lines = "\nspeed " + speedKeyword(speed.substr(0, kSpeedTextMax)) + "\nexit\n";
+    const std::string keyword = speedKeyword(speed.substr(0, kSpeedTextMax));
     static constexpr std::string_view kBegin = "config\n";
     static constexpr std::string_view kEnd = "exit\n";
     std::vector<std::string> scripts;
     std::string script(kBegin);
     for (const IfNum port : ports) {
-        const std::string block = "interface " + portCliName(port) + lines;
+        const std::string block = formatText("interface 0/%d\nspeed %s\nexit\n", port, keyword);
         // The ports that a script has no room for go into the next one.
         if (script.size() + block.size() + kEnd.size() > kSpeedScriptMax) {
             scripts.push_back(script.append(kEnd));

@@ -93,6 +93,15 @@ std::int32_t fillPortRecords(Switch sw, LagNumbering numbering, const VLAN_PORT_
     return result;
 }
 
+// In the order of vlanPortArrays().
+constexpr std::array<LogFormat<std::uint32_t>, 6> kCannotDuplicate = {
+    "[%s:%d] Failed to duplicate tagPorts for VLAN %d\r\n",
+    "[%s:%d] Failed to duplicate untagPorts for VLAN %d\r\n",
+    "[%s:%d] Failed to duplicate tagLags for VLAN %d\r\n",
+    "[%s:%d] Failed to duplicate untagLags for VLAN %d\r\n",
+    "[%s:%d] Failed to duplicate shureDevicePorts for VLAN %d\r\n",
+    "[%s:%d] Failed to duplicate shureLearnPorts for VLAN %d\r\n"};
+
 // All six arrays or none.
 bool copyArrays(VLAN_INFO_T &info, VLAN_PORT_ASS_T &ports, const Where &where) {
     const auto from = vlanPortArrays(ports);
@@ -101,8 +110,7 @@ bool copyArrays(VLAN_INFO_T &info, VLAN_PORT_ASS_T &ports, const Where &where) {
     for (std::size_t i = 0; i < copies.size(); ++i) {
         copies[i].reset(cJSON_Duplicate(*from[i], true));
         if (copies[i] == nullptr) {
-            logError(where, "[%s:%d] Failed to duplicate %s for VLAN %d\r\n", kVlanPortArrayNames[i],
-                     static_cast<int>(info.vlanId));
+            logError(where, kCannotDuplicate[i], info.vlanId);
             return false;
         }
     }

@@ -1,7 +1,6 @@
 #include "vlan/vlan_picture.h"
 
 #include <cstddef>
-#include <cstdio>
 #include <new>
 #include <utility>
 
@@ -65,7 +64,7 @@ class SwitchNames {
         if (!size_)
             size_ = readNameSize(sw_, where_).value_or(0);
         const std::string name = *size_ > 0 ? readName(sw_, id, *size_, where_).value_or("") : "";
-        return name.empty() ? "VLAN" + std::to_string(id.number()) : name;
+        return name.empty() ? formatText("VLAN%u", id) : name;
     }
 
   private:
@@ -165,15 +164,12 @@ Result<std::optional<VlanPicture>> readVlanBase(Switch sw, VlanId id, Where wher
     if (const auto name = readName(sw, id, *size, where); !name)
         return std::unexpected(name.error());
     const auto read = readProfileRow(static_cast<std::int32_t>(id.number()), where);
-    if (const auto row = read.value_or(std::nullopt)) {
+    if (const auto row = read.value_or(std::nullopt))
         applyRow(picture, *row);
-    } else if (id == kDefaultVlan) {
+    else if (id == kDefaultVlan)
         seedDefaultVlan(picture, read.has_value(), where);
-    } else {
-        char name[16];
-        std::snprintf(name, sizeof name, "VLAN%04u", id.number());
-        picture.name = name;
-    }
+    else
+        picture.name = formatText("VLAN%04d", id);
     return picture;
 }
 

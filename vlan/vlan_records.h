@@ -29,8 +29,6 @@ VlanRecordPtr<Record> makeRecord() {
 }
 
 // The six arrays of a VLAN_PORT_ASS_T or VLAN_INFO_T, in their order.
-inline constexpr std::array kVlanPortArrayNames = {"tagPorts",  "untagPorts",       "tagLags",
-                                                   "untagLags", "shureDevicePorts", "shureLearnPorts"};
 template <class Record>
 std::array<cJSON **, 6> vlanPortArrays(Record &record) {
     return {&record.tagPorts,  &record.untagPorts,       &record.tagLags,
