@@ -5,6 +5,7 @@
 #include <functional>
 #include <string>
 
+#include "swapi/swapi_ops.h"
 #include "tests/support/switch_fixture.h"
 
 namespace {
@@ -155,6 +156,26 @@ TEST_F(VlanMembershipTest, WalksTellTheEndOfTheTableFromAFailure) {
     EXPECT_EQ(sw.vlanPresence(VlanId(287)), Presence::Absent);
     failCall("openapiVlanCreatedCheck", 1, true, OPEN_E_RPC);
     EXPECT_EQ(sw.vlanPresence(VlanId(287)), Presence::Unknown);
+}
+
+// The wrappers for callers with numbers pass on values and codes as they are.
+TEST_F(VlanMembershipTest, ThinWrappersPassOnWhatTheCallsSay) {
+    std::uint32_t number = 0;
+    EXPECT_EQ(swapiIfFirstGet(&client, OPEN_INTF_TYPE_LAG, &number), OPEN_E_NONE);
+    EXPECT_EQ(Switch(&client).lagNumbering()->first, IfNum(number));
+    EXPECT_EQ(lagMaxMemberCountGet(&client, &number), OPEN_E_NONE);
+    EXPECT_EQ(number, 8u);
+    failCall("rpcclt_openapiLagMaxMemberCountGet", 1, true, OPEN_E_RPC);
+    EXPECT_EQ(lagMaxMemberCountGet(&client, &number), OPEN_E_RPC);
+    EXPECT_EQ(number, 8u);
+
+    EXPECT_EQ(dot1xPortControlModeSet(&client, kPort, OPEN_DOT1X_AUTO), OPEN_E_NONE);
+    EXPECT_EQ(Switch(&client).portControl(IfNum(kPort)), PortControl::Auto);
+    EXPECT_EQ(ptpTcAdminModeSet(&client, OPEN_ENABLE), OPEN_E_NONE);
+    EXPECT_EQ(Switch(&client).ptpTc(), true);
+    EXPECT_EQ(ptpTcIntfAdminModeSet(&client, kPort, OPEN_DISABLE), OPEN_E_NONE);
+    EXPECT_EQ(ptpTcIntfAdminModeSet(&client, 9999, OPEN_DISABLE), OPEN_E_PARAM);
+    EXPECT_EQ(logged("ERROR"), 0u);
 }
 
 }  // namespace
