@@ -28,7 +28,7 @@ namespace pavo {
 
 // SQLite's primary result codes, 0 for success: a type of its own that does not mix with the program's result
 // codes.
-enum class SqliteCode : int { Ok = 0 };
+enum class SqliteCode : int {};
 
 struct DbFailure {
     SqliteCode code;
