@@ -56,24 +56,47 @@ std::optional<std::string> readFile(const std::string &fixedPath, std::size_t mo
     return text;
 }
 
-Result<> replaceFile(const std::string &fixedPath, std::string_view text, Where where) {
+namespace {
+
+bool syncPath(const std::string &path, int flags) {
+    const int fd = open(path.c_str(), flags | O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return false;
+    const bool synced = fsync(fd) == 0;
+    close(fd);
+    return synced;
+}
+
+Result<> replace(const std::string &fixedPath, std::string_view text, bool durably, const Where &where) {
     const std::string beside = fixedPath + ".new";
+    const auto folder = std::filesystem::path(platform::fsPath(fixedPath)).parent_path();
     std::error_code ignored;
-    std::filesystem::create_directories(std::filesystem::path(platform::fsPath(fixedPath)).parent_path(),
-                                        ignored);
+    std::filesystem::create_directories(folder, ignored);
     FilePtr file = openFile(beside, "w");
     if (file == nullptr) {
         logError(where, "[%s:%d] Open dir error...%s\r\n", beside);
         return failed(ResultCode::Failed, "cannot write " + beside);
     }
-    if (!writeWhole(std::move(file), text))
+    if (!writeWhole(std::move(file), text) || (durably && !syncPath(platform::fsPath(beside), 0)))
         logError(where, "[%s:%d] Write file error...%s\r\n", beside);
-    else if (std::rename(platform::fsPath(beside).c_str(), platform::fsPath(fixedPath).c_str()) == 0)
-        return {};
-    else
+    else if (std::rename(platform::fsPath(beside).c_str(), platform::fsPath(fixedPath).c_str()) != 0)
         logError(where, "[%s:%d] cannot replace %s: %s\r\n", fixedPath, std::strerror(errno));
+    else if (durably && !syncPath(folder, O_DIRECTORY))
+        logError(where, "[%s:%d] Write file error...%s\r\n", folder.string());
+    else
+        return {};
     removeFile(beside);
     return failed(ResultCode::Failed, "cannot write " + fixedPath);
+}
+
+}  // namespace
+
+Result<> replaceFile(const std::string &fixedPath, std::string_view text, Where where) {
+    return replace(fixedPath, text, false, where);
+}
+
+Result<> replaceFileDurably(const std::string &fixedPath, std::string_view text, Where where) {
+    return replace(fixedPath, text, true, where);
 }
 
 void removeFile(const std::string &fixedPath) {

@@ -36,6 +36,10 @@ std::optional<std::string> readFile(const std::string &fixedPath, std::size_t mo
 Result<> replaceFile(const std::string &fixedPath, std::string_view text,
                      Where where = std::source_location::current());
 
+// The same; when it returns, the new content is on the disk and stays there when the power goes.
+Result<> replaceFileDurably(const std::string &fixedPath, std::string_view text,
+                            Where where = std::source_location::current());
+
 // Deletes a file; one that is not there is no error.
 void removeFile(const std::string &fixedPath);
 

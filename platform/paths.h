@@ -58,6 +58,8 @@ inline constexpr const char *kManualTrunkConfig = "/tmp/manual_trunk_config";
 inline constexpr const char *kPolicyMapShow = "/mnt/application/pavo/tmp/show_policy_map_%d";
 // Held by profile operations that change something.
 inline constexpr const char *kProfileLock = "/tmp/profileConfig.lock";
+// What profiles did to the switch, see profile/record.h: beside the switch's saved configuration, not in /tmp.
+inline constexpr const char *kProfileRecord = "/mnt/application/pavo/profile_record.json";
 // One apply request per profile type.
 inline constexpr const char *kPavoExDir = "/tmp/pavo/pavo_ex";
 

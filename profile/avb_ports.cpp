@@ -94,6 +94,11 @@ Result<> switchAvbPortsOn(Switch sw, bool applications, std::int32_t mtu) {
                                               applications ? kPolicyAndApplications : kPolicy, mtu)));
 }
 
+SettingWrites avbPortWrites(bool on) {
+    return parseSettingWrites(
+        portScript("config\n", on ? kPolicyAndApplications : kCleanupWithPolicy, 0));
+}
+
 Result<> setAvbPortTimers(Switch sw, std::int32_t mtu) {
     return toResult(runBlockScript(sw, portBlock("AvConfigAvbMrpIntfTimerPre", "avb_mrp_intf_timer_pre"),
                                    portScript("config\n", kTimers, mtu)));

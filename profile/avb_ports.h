@@ -11,6 +11,7 @@
 #include "common/if_num.h"
 #include "common/result.h"
 #include "profile/block_script.h"
+#include "profile/settings.h"
 
 namespace pavo {
 
@@ -29,6 +30,8 @@ Result<> writeManualTrunks(std::span<const IfNum> physicalPorts, std::span<const
 // 802.1AS and MRP for the switch, then policy and MRP timers for each port, with the MRP applications and
 // 802.1AS there too if wanted.
 Result<> switchAvbPortsOn(Switch sw, bool applications, std::int32_t mtu);
+// What switching on (with the applications) and off (with the policy) write.
+SettingWrites avbPortWrites(bool on);
 // Only MRP timers and MTU.
 Result<> setAvbPortTimers(Switch sw, std::int32_t mtu);
 // Takes MRP and 802.1AS off the ports, and the policy if wanted.

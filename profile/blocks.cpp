@@ -249,6 +249,17 @@ Result<> switchBlockOff(Switch sw, AvBlock block, std::int32_t value) {
     return run(sw, rowOf(block).off, value);
 }
 
+SettingWrites blockWrites(AvBlock block, bool on, std::int32_t value) {
+    const Row &row = rowOf(block);
+    const Side &side = on ? row.on : row.off;
+    std::string script = side.script != nullptr ? filled(side.script, value) : "";
+    if (side.rule == runRstpOn)
+        script += filled(kRstpFlood.script, value);
+    if (side.rule == runAvbOff && value != 0)
+        script = kAvbOffKeepTrust;
+    return parseSettingWrites(script);
+}
+
 Result<> switchPtpTc(Switch sw, bool on, FeatureQuery supported) {
     return on ? setPtpTc(sw, true, supported, Where("AvConfigGlobalPtpTcAdd", __LINE__),
                          "[%s:%d] Apply ptp tc to enable failed. (result = %d)\n")

@@ -7,6 +7,7 @@
 
 #include "common/result.h"
 #include "profile/block_script.h"
+#include "profile/settings.h"
 #include "swapi/features.h"
 
 namespace pavo {
@@ -45,6 +46,9 @@ inline constexpr std::int32_t AV_MAC_FILTER_SECOND = 2;
 // under the name of the block's operation).
 Result<> switchBlockOn(Switch sw, AvBlock block, std::int32_t value = 0);
 Result<> switchBlockOff(Switch sw, AvBlock block, std::int32_t value = 0);
+
+// What the scripts of a block write, on or off.
+SettingWrites blockWrites(AvBlock block, bool on, std::int32_t value = 0);
 
 // PTP transparent clock. Switching on does nothing while 802.1AS is on, on a switch that has it: `supported`
 // asks for that. Failed (logged).

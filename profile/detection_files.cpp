@@ -125,6 +125,33 @@ bool isOfType(const DetectionFile &file, const std::string &profileType) {
     return file.profileType == nullptr || strcasecmp(file.profileType, profileType.c_str()) == 0;
 }
 
+const AppliedProfile *lastOfType(const Standing &standing, const char *type) {
+    const AppliedProfile *last = nullptr;
+    for (const auto &placed : standing.vlans)
+        if (!placed.shared && strcasecmp(type, placed.profile->request.profileType.c_str()) == 0)
+            last = placed.profile;
+    return last;
+}
+
+// What is left of a request when another profile has some of its VLANs; nothing when detection could do harm with
+// the rest: a control VLAN is not to be taken for the audio VLAN.
+std::optional<ProfileRequest> ownRequestOf(const Standing &standing, const AppliedProfile &profile) {
+    auto request = profile.request;
+    request.vlans.clear();
+    for (const auto &placed : standing.vlans)
+        if (placed.profile == &profile && !placed.shared)
+            request.vlans.push_back(placed.vlan);
+    const auto hasAudio = [](const ProfileRequest &some) {
+        return std::ranges::any_of(some.vlans,
+                                   [](const auto &vlan) { return vlan.vlanType == VLAN_TYPE_AUDIO; });
+    };
+    if (hasAudio(profile.request) && !hasAudio(request))
+        return std::nullopt;
+    if (request.vlans.size() < profile.request.vlans.size())
+        request.declaredVlans = static_cast<std::int32_t>(request.vlans.size());
+    return request;
+}
+
 // Without the blanks between its parts.
 std::string inOneLine(std::string json) {
     cJSON_Minify(json.data());
@@ -182,15 +209,25 @@ void writeDetectionFiles(const ProfileConfig &config, FileSnapshots &snapshots, 
     }
 }
 
-std::vector<std::string> detectionFilesOfType(std::string_view profileType) {
-    std::vector<std::string> paths;
-    // A type is one of the table's, or was written by hand and has no file.
-    if (findProfileType(profileType) == nullptr)
-        return paths;
-    for (const auto &file : kFiles)
-        if (file.profileType == nullptr || file.profileType == profileType)
-            paths.push_back(pathOf(file, profileType));
-    return paths;
+std::vector<DetectionFileState> detectionFilesOf(const Standing &standing, const Where &where) {
+    std::vector<DetectionFileState> states;
+    for (const auto &type : profileTypes()) {
+        const auto *const profile = lastOfType(standing, type.name);
+        const auto request = profile != nullptr ? ownRequestOf(standing, *profile) : std::nullopt;
+        for (const auto &file : kFiles) {
+            if (file.profileType != nullptr && file.profileType != std::string_view(type.name))
+                continue;
+            // A request that is not known cannot be written, nor is what stands there wrong.
+            if (request && file.profileType == nullptr && profile->document.empty())
+                continue;
+            DetectionFileState state{pathOf(file, type.name), std::nullopt};
+            if (request && (!file.severalVlansOnly || request->declaredVlans > 1))
+                if (auto text = file.make(*request, profile->document, where); !text.empty())
+                    state.text = std::move(text);
+            states.push_back(std::move(state));
+        }
+    }
+    return states;
 }
 
 }  // namespace pavo

@@ -1,8 +1,9 @@
-// The files that tell detection what it is to look for: written for a request, put back when it fails, and
-// deleted with the last VLAN of their type. Callers hold the profile lock.
+// The files that tell detection what it is to look for: a function of the profiles that are there. Callers hold the
+// profile lock.
 #ifndef PAVO_PROFILE_DETECTION_FILES_H
 #define PAVO_PROFILE_DETECTION_FILES_H
 
+#include <optional>
 #include <source_location>
 #include <string>
 #include <string_view>
@@ -13,6 +14,7 @@
 #include "common/where.h"
 #include "profile/file_snapshots.h"
 #include "profile/request.h"
+#include "profile/standing.h"
 
 namespace pavo {
 
@@ -49,8 +51,15 @@ Result<> writeDetectionFile(const DetectionFile &file, const ProfileRequest &req
 void writeDetectionFiles(const ProfileConfig &config, FileSnapshots &snapshots,
                          Where where = std::source_location::current());
 
-// The files that go when no VLAN of the type is left; nothing for a type that is not in the table of types.
-std::vector<std::string> detectionFilesOfType(std::string_view profileType);
+// What a file is to hold; nothing: it is not to be there.
+struct DetectionFileState {
+    std::string path;
+    std::optional<std::string> text;
+};
+
+// All files of all types, as the profiles that are there make them: each by the profile of its type that was applied
+// last, as far as its VLANs are its own.
+std::vector<DetectionFileState> detectionFilesOf(const Standing &standing, const Where &where);
 
 }  // namespace pavo
 

@@ -1,30 +1,29 @@
 #include "profile/feature_needs.h"
 
 #include <algorithm>
-#include <iterator>
+#include <cstddef>
+#include <utility>
 
+#include "common/log_format.h"
 #include "profile/avb_ports.h"
 #include "profile/blocks.h"
 #include "store/profile_demand.h"
 #include "store/profile_template.h"
 #include "store/profile_types.h"
-#include "store/vlan_settings.h"
 
 namespace pavo {
 namespace {
 
 // --- the needs
 
-// Needs of each VLAN. One that is gone has taken its own settings with it; the blocks that also set something
-// for the whole switch count all the same.
+// Needs of each VLAN.
 struct VlanNeed {
     VlanSet FeatureNeeds::*vlans;
     bool (*wanted)(const ProfileDemand &demand);
-    bool evenWhenGone = false;
 };
 constexpr VlanNeed kVlanNeeds[] = {
-    {&FeatureNeeds::igmpPlus, [](const ProfileDemand &d) { return d.modeA || d.modeB; }, true},
-    {&FeatureNeeds::lightwareIgmp, [](const ProfileDemand &d) { return d.lightwareIgmp; }, true},
+    {&FeatureNeeds::igmpPlus, [](const ProfileDemand &d) { return d.modeA || d.modeB; }},
+    {&FeatureNeeds::lightwareIgmp, [](const ProfileDemand &d) { return d.lightwareIgmp; }},
     {&FeatureNeeds::fastLeave, [](const ProfileDemand &d) { return d.fastLeave; }},
     {&FeatureNeeds::etcVlan, [](const ProfileDemand &d) { return d.etcVlan; }},
     {&FeatureNeeds::rstp, [](const ProfileDemand &d) { return d.rstp; }},
@@ -45,163 +44,207 @@ void addQuerier(const ProfileDemand &demand, FeatureNeeds &needs) {
                                     : std::min(needs.querierInterval, demand.querierInterval);
 }
 
-void addNeeds(const ProfileRow &row, VlanId id, bool exists, FeatureNeeds &needs) {
-    const auto profileTemplate = loadProfileTemplate(row.profileType);
+void addNeeds(const PlacedVlan &placed, FeatureNeeds &needs) {
+    const auto &vlan = placed.vlan;
+    const auto profileTemplate = loadProfileTemplate(vlan.profileType);
     const auto demand =
-        profileDemand(row.profileType, row.vlanType, profileTemplate ? &*profileTemplate : nullptr);
-    const auto settings = readVlanSettings(id);
+        profileDemand(vlan.profileType, vlan.vlanType, profileTemplate ? &*profileTemplate : nullptr);
     needs.avb |= demand.avb;
     needs.sonos |= demand.sonos;
     // The filter is that of the template's profile; a type without one never had it.
     needs.acl |= profileTemplate && demand.harmanAcl;
     needs.etcGlobal |= demand.etcGlobal;
-    needs.ptpTc |= settings && settings->ptpTc.value_or(false);
+    const auto &ptpTc = placed.profile->request.ptpTc;
+    needs.ptpTc |= ptpTc.value_or(false);
+    needs.ptpTcOff |= ptpTc && !*ptpTc;
     needs.macFilterSecond |= demand.macFilter && demand.gd;
     needs.macFilterVisionary |= demand.macFilter && !demand.gd;
     addQos(demand, needs);
     addQuerier(demand, needs);
     for (const auto &need : kVlanNeeds)
-        if (need.wanted(demand) && (exists || need.evenWhenGone))
-            (needs.*need.vlans).insert(id);
+        if (need.wanted(demand))
+            (needs.*need.vlans).insert(vlan.id);
 }
 
-// --- the difference
+// VLAN 1 under the default profile is the factory default; a partner's VLAN has the features of its owner.
+bool isProfileVlan(const PlacedVlan &placed) {
+    return !placed.shared &&
+           (placed.vlan.id != kDefaultVlan || placed.vlan.profileType != PROFILE_TYPE_NAME_DEFAULT);
+}
 
-// Runs steps until one fails; its failure is what the change returns.
-class Steps {
-  public:
-    template <class Step>
-    void when(bool wanted, Step step) {
-        if (wanted && result_)
-            result_ = step();
-    }
-    const Result<> &result() const { return result_; }
+// --- needs that exclude each other
 
-  private:
-    Result<> result_;
+// What cannot be on beside something else; the profile that was applied last has its way.
+struct Exclusion {
+    const char *feature;
+    bool (*wanted)(const FeatureNeeds &needs);
+    void (*drop)(FeatureNeeds &needs);
 };
+constexpr Exclusion kExclusive[][2] = {
+    {{"802.1AS", [](const FeatureNeeds &n) { return n.avb; }, [](FeatureNeeds &n) { n.avb = false; }},
+     {"PTP transparent clock", [](const FeatureNeeds &n) { return n.ptpTc; },
+      [](FeatureNeeds &n) { n.ptpTc = false; }}},
+    {{"spanning tree of lighting", [](const FeatureNeeds &n) { return n.etcGlobal; },
+      [](FeatureNeeds &n) { n.etcGlobal = false; }},
+     {"rapid per-VLAN spanning tree", [](const FeatureNeeds &n) { return !n.rstp.empty(); },
+      [](FeatureNeeds &n) { n.rstp.clear(); }}},
+};
+
+// What `needs` says of the profile that was applied last and wants one of two.
+std::string lastWith(const Standing &standing, bool (*wanted)(const FeatureNeeds &)) {
+    std::string name;
+    for (const auto &placed : standing.vlans) {
+        FeatureNeeds own;
+        if (isProfileVlan(placed)) {
+            addNeeds(placed, own);
+            if (wanted(own))
+                name = placed.profile->request.name;
+        }
+    }
+    return name;
+}
+
+std::size_t placeOf(const Standing &standing, const std::string &name) {
+    std::size_t place = 0;
+    for (std::size_t i = 0; i < standing.vlans.size(); ++i)
+        if (standing.vlans[i].profile->request.name == name)
+            place = i + 1;
+    return place;
+}
+
+void exclude(const Standing &standing, FeatureNeeds &needs, std::vector<Loss> *losses) {
+    for (const auto &pair : kExclusive) {
+        if (!pair[0].wanted(needs) || !pair[1].wanted(needs))
+            continue;
+        const std::string names[] = {lastWith(standing, pair[0].wanted), lastWith(standing, pair[1].wanted)};
+        // A profile that wants both gets the first.
+        const bool firstStays = placeOf(standing, names[0]) >= placeOf(standing, names[1]);
+        const auto &loser = pair[firstStays ? 1 : 0];
+        loser.drop(needs);
+        if (losses != nullptr)
+            losses->push_back({names[firstStays ? 1 : 0], loser.feature, names[firstStays ? 0 : 1]});
+    }
+}
+
+// --- blocks
 
 struct VlanBlock {
     VlanSet FeatureNeeds::*vlans;
     AvBlock block;
+    const char *name;
 };
 constexpr VlanBlock kVlanBlocks[] = {
-    {&FeatureNeeds::fastLeave, AvBlock::FastLeave},
-    {&FeatureNeeds::etcVlan, AvBlock::EtcVlan},
-    {&FeatureNeeds::proxyQuerier, AvBlock::ProxyQuerier},
-    {&FeatureNeeds::lightwareIgmp, AvBlock::LightwareIgmp},
-    {&FeatureNeeds::igmpPlus, AvBlock::IgmpPlus},
+    {&FeatureNeeds::fastLeave, AvBlock::FastLeave, "fast-leave"},
+    {&FeatureNeeds::etcVlan, AvBlock::EtcVlan, "lighting VLAN"},
+    {&FeatureNeeds::proxyQuerier, AvBlock::ProxyQuerier, "proxy querier"},
+    {&FeatureNeeds::lightwareIgmp, AvBlock::LightwareIgmp, "Lightware IGMP"},
+    {&FeatureNeeds::igmpPlus, AvBlock::IgmpPlus, "IGMP Plus"},
 };
 
-VlanSet onlyIn(const VlanSet &a, const VlanSet &b) {
-    VlanSet out;
-    std::set_difference(a.begin(), a.end(), b.begin(), b.end(), std::inserter(out, out.end()));
-    return out;
+FeatureBlock blockOf(std::string name, AvBlock block, std::int32_t onValue, std::int32_t offValue) {
+    return {std::move(name), blockWrites(block, true, onValue), blockWrites(block, false, offValue),
+            [=](Switch sw) { return switchBlockOn(sw, block, onValue); },
+            [=](Switch sw) { return switchBlockOff(sw, block, offValue); }};
 }
 
-std::int32_t valueOf(VlanId id) {
-    return static_cast<std::int32_t>(id.number());
+FeatureBlock qosBlockOf(const FeatureNeeds &needs, const FeatureNeeds &other) {
+    const auto wanted = needs.qosClasses;
+    const auto had = other.qos ? other.qosClasses : QosClasses{};
+    return {"QoS", qosWrites(wanted), qosOffWrites(),
+            [=](Switch sw) -> Result<> {
+                const bool lessTelos = had.telos && !wanted.telos, lessGd = had.gd && !wanted.gd;
+                const bool more = !lessTelos && !lessGd;
+                if (lessTelos)
+                    if (auto done = dropQosClasses(sw, {.telos = true, .ptp = wanted.ptp}); !done)
+                        return done;
+                if (lessGd)
+                    if (auto done = dropQosClasses(sw, {.gd = true, .ptp = wanted.ptp}); !done)
+                        return done;
+                return more || wanted.ptp != had.ptp ? switchQosOn(sw, wanted) : Result<>();
+            },
+            [](Switch sw) { return switchQosOff(sw, QosDelete::All); }};
 }
 
-void changeVlanBlocks(Switch sw, const FeatureNeeds &from, const FeatureNeeds &to, Steps &steps) {
-    for (const auto &row : kVlanBlocks) {
-        const auto gone = onlyIn(from.*row.vlans, to.*row.vlans);
-        for (const VlanId id : gone)
-            steps.when(true, [&] { return switchBlockOff(sw, row.block, valueOf(id)); });
-        auto wanted = onlyIn(to.*row.vlans, from.*row.vlans);
-        // Part of a block is for the whole switch: what stays must have it back after another VLAN's
-        // deletion.
-        if (!gone.empty() && !(to.*row.vlans).empty())
-            wanted.insert(*(to.*row.vlans).begin());
-        for (const VlanId id : wanted)
-            steps.when(true, [&] { return switchBlockOn(sw, row.block, valueOf(id)); });
-    }
+void addAvb(const FeatureNeeds &needs, const FeatureNeeds &other, std::vector<FeatureBlock> &blocks) {
+    if (!needs.avb)
+        return;
+    auto avb = blockOf("802.1AS and MRP", AvBlock::Avb, 0, other.qos ? 1 : 0);
+    avb.switchOn = [comes = !other.avb](Switch sw) -> Result<> {
+        if (comes)
+            if (auto done = switchBlockOff(sw, AvBlock::AvbMrp); !done)
+                return done;
+        return switchBlockOn(sw, AvBlock::Avb);
+    };
+    blocks.push_back(std::move(avb));
+    if (!readManualTrunks().empty())
+        blocks.push_back({"802.1AS and MRP on ports", avbPortWrites(true), avbPortWrites(false),
+                          [](Switch sw) { return switchAvbPortsOn(sw, true, 0); },
+                          [](Switch sw) { return switchAvbPortsOff(sw, true); }});
 }
 
-// True when the policy was replaced, and with it the bindings of ports are gone.
-bool changeQos(Switch sw, const FeatureNeeds &from, const FeatureNeeds &to, Steps &steps) {
-    steps.when(from.qos && !to.qos, [&] { return switchQosOff(sw, QosDelete::All); });
-    if (!to.qos)
-        return false;
-    const auto &had = from.qosClasses;
-    const auto &wanted = to.qosClasses;
-    const bool lessTelos = had.telos && !wanted.telos, lessGd = had.gd && !wanted.gd;
-    steps.when(lessTelos, [&] { return dropQosClasses(sw, {.telos = true, .ptp = wanted.ptp}); });
-    steps.when(lessGd, [&] { return dropQosClasses(sw, {.gd = true, .ptp = wanted.ptp}); });
-    const bool more =
-        !from.qos || (wanted.telos && !had.telos) || (wanted.gd && !had.gd) || wanted.ptp != had.ptp;
-    steps.when(more, [&] { return switchQosOn(sw, wanted); });
-    return more || lessTelos || lessGd;
-}
-
-void changeAvb(Switch sw, const FeatureNeeds &from, const FeatureNeeds &to, bool policyReplaced,
-               Steps &steps) {
-    const bool ports = (from.avb || to.avb) && !readManualTrunks().empty();
-    const bool comes = to.avb && !from.avb, goes = from.avb && !to.avb, stays = from.avb && to.avb;
-    steps.when(goes && ports, [&] { return switchAvbPortsOff(sw, true); });
-    steps.when(goes, [&] { return switchBlockOff(sw, AvBlock::Avb, to.qos ? 1 : 0); });
-    steps.when(comes, [&] { return switchBlockOff(sw, AvBlock::AvbMrp); });
-    // The QoS block takes the dot1p trust with it when it goes, AVB needs it on.
-    const bool trustLost = stays && from.qos && !to.qos;
-    steps.when(comes || trustLost, [&] { return switchBlockOn(sw, AvBlock::Avb); });
-    steps.when(ports && (comes || (stays && policyReplaced)), [&] { return switchAvbPortsOn(sw, true, 0); });
-    // Switching AVB on switches the transparent clock off.
-    steps.when(to.ptpTc && (!from.ptpTc || comes || trustLost), [&] { return switchPtpTc(sw, true); });
-    steps.when(from.ptpTc && !to.ptpTc, [&] { return switchPtpTc(sw, false); });
-}
-
-// Lighting and RSTP both set the spanning-tree mode; what stays is set again after the other went.
-void changeSpanningTree(Switch sw, const FeatureNeeds &from, const FeatureNeeds &to, Steps &steps) {
-    const bool etcGone = from.etcGlobal && !to.etcGlobal;
-    const bool rstpGone = !from.rstp.empty() && to.rstp.empty();
-    steps.when(etcGone, [&] { return switchBlockOff(sw, AvBlock::Etc); });
-    steps.when(rstpGone, [&] { return switchBlockOff(sw, AvBlock::Rstp); });
-    steps.when(to.etcGlobal && (!from.etcGlobal || rstpGone),
-               [&] { return switchBlockOn(sw, AvBlock::Etc); });
-    const auto rstp = etcGone ? to.rstp : onlyIn(to.rstp, from.rstp);
-    for (const VlanId id : rstp)
-        steps.when(true, [&] { return switchBlockOn(sw, AvBlock::Rstp, valueOf(id)); });
-    steps.when(from.sonos && !to.sonos, [&] { return switchBlockOff(sw, AvBlock::Sonos); });
-    steps.when(to.sonos && !from.sonos, [&] { return switchBlockOn(sw, AvBlock::Sonos); });
+FeatureBlock ptpBlock(bool on) {
+    const std::string name = "ptp clock e2e-transparent";
+    const std::optional<std::string> value = on ? std::optional<std::string>(kSettingOn) : std::nullopt;
+    return {"PTP transparent clock", {{name, value}}, {{name, std::nullopt}},
+            [on](Switch sw) { return switchPtpTc(sw, on); },
+            [](Switch sw) { return switchPtpTc(sw, false); }};
 }
 
 }  // namespace
 
-FeatureNeeds readFeatureNeeds(std::span<const ProfileRow> rows, const SwitchState &state,
-                              const VlanSet &leaving) {
+FeatureNeeds readFeatureNeeds(const Standing &standing, std::vector<Loss> *losses) {
     FeatureNeeds needs;
-    for (const auto &row : rows) {
-        const auto id = row.vlan();
-        // VLAN 1 under the default profile is the factory default.
-        if (!id || (*id == kDefaultVlan && row.profileType == PROFILE_TYPE_NAME_DEFAULT))
-            continue;
-        const bool exists = state.hasVlan(*id);
-        if (exists || leaving.contains(*id))
-            addNeeds(row, *id, exists, needs);
-    }
+    for (const auto &placed : standing.vlans)
+        if (isProfileVlan(placed))
+            addNeeds(placed, needs);
+    exclude(standing, needs, losses);
     return needs;
 }
 
-Result<> switchFeatures(Switch sw, const FeatureNeeds &from, const FeatureNeeds &to) {
-    Steps steps;
-    changeVlanBlocks(sw, from, to, steps);
-    const bool policyReplaced = changeQos(sw, from, to, steps);
-    changeAvb(sw, from, to, policyReplaced, steps);
-    changeSpanningTree(sw, from, to, steps);
-    steps.when(from.querierInterval != 0 && to.querierInterval == 0,
-               [&] { return switchBlockOff(sw, AvBlock::Querier); });
-    steps.when(to.querierInterval != 0 && from.querierInterval != to.querierInterval,
-               [&] { return switchBlockOn(sw, AvBlock::Querier, to.querierInterval); });
-    return steps.result();
+std::vector<FeatureBlock> blocksOf(const FeatureNeeds &needs, const FeatureNeeds &other) {
+    std::vector<FeatureBlock> blocks;
+    for (const auto &row : kVlanBlocks)
+        for (const VlanId id : needs.*row.vlans) {
+            const auto number = static_cast<std::int32_t>(id.number());
+            blocks.push_back(
+                blockOf(formatText("%s %d", std::string(row.name), number), row.block, number, number));
+        }
+    if (needs.qos)
+        blocks.push_back(qosBlockOf(needs, other));
+    addAvb(needs, other, blocks);
+    if (needs.ptpTc || needs.ptpTcOff)
+        blocks.push_back(ptpBlock(needs.ptpTc));
+    if (needs.etcGlobal)
+        blocks.push_back(blockOf("lighting", AvBlock::Etc, 0, 0));
+    for (const VlanId id : needs.rstp) {
+        const auto number = static_cast<std::int32_t>(id.number());
+        auto block = blockOf(formatText("RSTP %d", number), AvBlock::Rstp, number, number);
+        // Off is for the whole switch: not while another VLAN needs the mode.
+        if (!other.rstp.empty())
+            block.off.clear();
+        blocks.push_back(std::move(block));
+    }
+    if (needs.sonos)
+        blocks.push_back(blockOf("Sonos", AvBlock::Sonos, 0, 0));
+    if (needs.querierInterval != 0)
+        blocks.push_back(blockOf("querier", AvBlock::Querier, needs.querierInterval, 0));
+    return blocks;
 }
 
-Result<> dropFilters(Switch sw, const FeatureNeeds &from, const FeatureNeeds &to) {
-    Steps steps;
-    steps.when(from.acl && !to.acl, [&] { return switchBlockOff(sw, AvBlock::Acl); });
-    const auto filters = (from.macFilterVisionary && !to.macFilterVisionary ? AV_MAC_FILTER_VISIONARY : 0) |
-                         (from.macFilterSecond && !to.macFilterSecond ? AV_MAC_FILTER_SECOND : 0);
-    steps.when(filters != 0, [&] { return switchBlockOff(sw, AvBlock::MacFilter, filters); });
-    return steps.result();
+std::vector<FilterBlock> filtersOf(const FeatureNeeds &needs) {
+    std::vector<FilterBlock> filters;
+    if (needs.acl)
+        filters.push_back({"ip access-list NET-BLOCK",
+                           [](Switch sw) { return switchBlockOff(sw, AvBlock::Acl); }});
+    if (needs.macFilterVisionary)
+        filters.push_back({"mac access-list extended visionaryNwAV", [](Switch sw) {
+                               return switchBlockOff(sw, AvBlock::MacFilter, AV_MAC_FILTER_VISIONARY);
+                           }});
+    if (needs.macFilterSecond)
+        filters.push_back({"", [](Switch sw) {
+                               return switchBlockOff(sw, AvBlock::MacFilter, AV_MAC_FILTER_SECOND);
+                           }});
+    return filters;
 }
 
 }  // namespace pavo

@@ -3,10 +3,9 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <map>
-#include <set>
 #include <utility>
+#include <vector>
 
 #include "common/text.h"
 #include "store/profile_demand.h"
@@ -71,113 +70,87 @@ void placeRouting(VlanId id, const RoutingRequest &routing, SwitchState &wanted)
     }
 }
 
-// The MTU that each VLAN's profile asks for, where it does. VLAN 1 asks for nothing: every port that has no
-// other VLAN is in it.
-using MtuOfVlan = std::map<VlanId, std::uint32_t>;
-
-MtuOfVlan wantedMtus(std::span<const ProfileRow> rows) {
-    MtuOfVlan mtus;
-    for (const auto &row : rows) {
-        const auto id = row.vlan();
-        const auto demand = profileDemand(row.profileType, row.vlanType, nullptr);
-        if (id && *id != kDefaultVlan && demand.mtu > 0)
-            mtus[*id] = static_cast<std::uint32_t>(demand.mtu);
-    }
-    return mtus;
+// A LAG of ports that are all untagged in the VLAN: detection bundles a profile's ports, and their LAG follows the
+// profile.
+bool isLagOf(const SwitchState &wanted, const std::string &name, const std::set<std::string> &untagged) {
+    const auto lag = wanted.lagMembers.find(name);
+    return lag != wanted.lagMembers.end() && !lag->second.empty() &&
+           std::ranges::includes(untagged, lag->second);
 }
 
-// 0 when no profile on the interface asks for one.
-std::uint32_t largestMtu(const InterfaceState &interface, const MtuOfVlan &mtus) {
-    std::uint32_t most = 0;
-    for (const auto &[id, mtu] : mtus)
-        if (interface.isMemberOf(id))
-            most = std::max(most, mtu);
-    return most;
-}
-
-// Nothing for a VLAN without a settings file, or with one that another program wrote.
-std::optional<VlanHistory> readHistory(VlanId id) {
-    const auto settings = readVlanSettings(id);
-    return settings ? settings->history : std::nullopt;
+std::set<std::string> namesOf(const std::vector<IfNum> &list, PortNames &ports) {
+    std::set<std::string> names;
+    for (const IfNum port : list)
+        if (auto name = ports.find(port))
+            names.insert(std::move(*name));
+    return names;
 }
 
 }  // namespace
 
-VlanHistory historyOf(const ProfileVlanRequest &vlan, const SwitchState &observed, bool hasRow) {
-    VlanHistory history;
-    if (observed.hasVlan(vlan.id)) {
-        if (hasRow) {
-            history = readHistory(vlan.id).value_or(VlanHistory{});
-        } else {
-            const auto named = observed.vlans.find(vlan.id);
-            history = {false, named == observed.vlans.end() ? "" : named->second, std::nullopt};
-        }
+void placeVlan(const PlacedVlan &placed, PortNames &ports, SwitchState &wanted) {
+    const auto &vlan = placed.vlan;
+    const auto untagged = namesOf(vlan.untagged, ports);
+    auto members = namesOf(vlan.tagged, ports);
+    members.insert(untagged.begin(), untagged.end());
+    if (vlan.id != kDefaultVlan && !placed.shared) {
+        wanted.vlans[vlan.id] = switchVlanName(placed.profile->request.name, vlan.id);
+        for (const auto &[name, ignored] : wanted.lagMembers)
+            if (!members.contains(name) && isLagOf(wanted, name, untagged)) {
+                members.insert(name);
+                if (wanted.interfaces[name].pvid != vlan.id)
+                    placeUntagged(wanted.interfaces[name], vlan.id);
+            }
     }
-    if (vlan.routing.method != IpConfig::Keep && !history.oldRouting) {
-        const auto routing = observed.routing.find(vlan.id);
-        history.oldRouting = routing == observed.routing.end() ? VlanRouting{} : routing->second;
-    }
-    return history;
-}
-
-void placeVlan(const ProfileVlanRequest &vlan, const std::string &profileName, PortNames &ports,
-               SwitchState &wanted) {
-    if (vlan.id != kDefaultVlan)
-        wanted.vlans[vlan.id] = switchVlanName(profileName, vlan.id);
-    std::set<std::string> members;
-    for (const auto *list : {&vlan.untagged, &vlan.tagged})
-        for (const IfNum port : *list)
-            members.insert(ports.of(port));
     for (auto &[name, interface] : wanted.interfaces) {
-        if (members.contains(name))
+        if (placed.shared || members.contains(name))
             continue;
         if (vlan.id == kDefaultVlan)
             untagDefaultVlan(interface);
         else if (interface.isMemberOf(vlan.id))
             wanted.releasePort(name, vlan.id);
     }
-    for (const IfNum port : vlan.untagged)
-        placeUntagged(wanted.interfaces[ports.of(port)], vlan.id);
+    for (const auto &name : untagged)
+        placeUntagged(wanted.interfaces[name], vlan.id);
     placeRouting(vlan.id, vlan.routing, wanted);
 }
 
-void placeTaggedPorts(const ProfileVlanRequest &vlan, PortNames &ports, SwitchState &wanted) {
-    for (const IfNum port : vlan.tagged)
-        placeTagged(wanted.interfaces[ports.of(port)], vlan.id);
+void placeTaggedPorts(const PlacedVlan &placed, PortNames &ports, SwitchState &wanted) {
+    for (const auto &name : namesOf(placed.vlan.tagged, ports))
+        placeTagged(wanted.interfaces[name], placed.vlan.id);
 }
 
-void vacateVlans(const VlanSet &ids, SwitchState &wanted) {
-    for (const VlanId id : ids) {
-        const auto history = readHistory(id).value_or(VlanHistory{});
-        // A VLAN that is gone is not made again.
-        if (id != kDefaultVlan && (history.created || !wanted.hasVlan(id))) {
-            wanted.removeVlan(id);
+void placeMtu(const Standing &standing, PortNames &ports, SwitchState &wanted) {
+    std::map<std::string, std::uint32_t> most;
+    for (const auto &placed : standing.vlans) {
+        const auto demand = profileDemand(placed.vlan.profileType, placed.vlan.vlanType, nullptr);
+        if (demand.mtu <= 0 || placed.shared)
             continue;
-        }
-        if (history.oldRouting)
-            wanted.routing[id] = *history.oldRouting;
-        for (auto &[name, interface] : wanted.interfaces)
-            if (id == kDefaultVlan)
-                untagDefaultVlan(interface);
-            else
-                wanted.releasePort(name, id);
-        if (id != kDefaultVlan)
-            wanted.vlans[id] = history.oldName;
+        for (const auto *list : {&placed.vlan.untagged, &placed.vlan.tagged})
+            for (const auto &name : namesOf(*list, ports))
+                most[name] = std::max(most[name], static_cast<std::uint32_t>(demand.mtu));
     }
+    for (const auto &[name, mtu] : most)
+        wanted.interfaces[name].mtu = mtu;
 }
 
-void placeMtu(const SwitchState &observed, std::span<const ProfileRow> rowsBefore,
-              std::span<const ProfileRow> rowsAfter, SwitchState &wanted) {
-    const auto before = wantedMtus(rowsBefore);
-    const auto after = wantedMtus(rowsAfter);
-    for (auto &[name, interface] : wanted.interfaces) {
-        const auto it = observed.interfaces.find(name);
-        const auto was = largestMtu(it == observed.interfaces.end() ? InterfaceState{} : it->second, before);
-        if (const auto now = largestMtu(interface, after); now != 0)
-            interface.mtu = now;
-        else if (was != 0)
-            interface.mtu = 0;
-    }
+std::set<std::string> claimsOf(const PlacedVlan &placed, PortNames &ports) {
+    const auto &vlan = placed.vlan;
+    std::set<std::string> claims;
+    if (vlan.id != kDefaultVlan && !placed.shared)
+        claims = {vlanThing(vlan.id), vlanNameThing(vlan.id)};
+    if (vlan.routing.method != IpConfig::Keep)
+        claims.insert(routingThing(vlan.id));
+    const bool mtu = !placed.shared && profileDemand(vlan.profileType, vlan.vlanType, nullptr).mtu > 0;
+    for (const auto *list : {&vlan.untagged, &vlan.tagged})
+        for (const auto &name : namesOf(*list, ports)) {
+            claims.insert(membershipThing(name, vlan.id));
+            if (list == &vlan.untagged)
+                claims.insert(pvidThing(name));
+            if (mtu)
+                claims.insert(mtuThing(name));
+        }
+    return claims;
 }
 
 }  // namespace pavo

@@ -16,6 +16,8 @@ class PortNames {
 
     // Nothing when there is no such port or LAG.
     std::optional<std::string> find(IfNum ifNum);
+    // The other way; nothing for a name that is no port's or LAG's. It does not ask whether there is one.
+    std::optional<IfNum> ifNumOf(const std::string &name);
     // Of a port that has been found.
     std::string of(IfNum ifNum) { return find(ifNum).value_or(""); }
 

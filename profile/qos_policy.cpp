@@ -206,6 +206,19 @@ Result<> switchQosOff(Switch sw, QosDelete what) {
     return first;
 }
 
+SettingWrites qosWrites(const QosClasses &wanted) {
+    auto script = basePolicy(wanted.ptp);
+    if (wanted.telos)
+        addClassTo(script, kTelosClassMap, kTelosEntry);
+    if (wanted.gd)
+        addClassTo(script, kGdClassMaps, kGdEntries);
+    return parseSettingWrites(std::string(kScriptBegin) + classMapsDelete() + kStrictDelete + script);
+}
+
+SettingWrites qosOffWrites() {
+    return parseSettingWrites(kPolicyDelete + std::string(kScriptBegin) + classMapsDelete() + queuesDelete());
+}
+
 Result<> dropQosClasses(Switch sw, const QosClasses &dropped) {
     auto left = readPolicyClasses(sw);
     if (!left) {

@@ -8,6 +8,7 @@
 
 #include "common/result.h"
 #include "profile/block_script.h"
+#include "profile/settings.h"
 
 namespace pavo {
 
@@ -43,6 +44,10 @@ Result<> switchQosOff(Switch sw, QosDelete what);
 // Drops the Telos class or else the G&D classes, whichever `dropped` says, and rebuilds the policy with what
 // else is there; without any class on the switch everything goes. The failure of the last step.
 Result<> dropQosClasses(Switch sw, const QosClasses &dropped);
+
+// What switching on and off write. Classes of other profiles that are on the switch may be kept beside.
+SettingWrites qosWrites(const QosClasses &wanted);
+SettingWrites qosOffWrites();
 
 // The script with class maps in front of its policy and entries at the policy's beginning, cut to
 // AV_QOS_SCRIPT_SIZE - 1 characters. Failed (logged) when it has no such policy.

@@ -31,6 +31,8 @@ enum class IpConfig : std::int32_t { Keep = 0, None = 1, Dhcp = 2, Manual = 3 };
 struct RoutingRequest {
     IpConfig method = IpConfig::Keep;  // may be out of range
     std::optional<Ipv4> address, mask;
+
+    bool operator==(const RoutingRequest &) const = default;
 };
 
 struct ProfileVlanRequest {
@@ -40,6 +42,8 @@ struct ProfileVlanRequest {
     // In the order of the request.
     std::vector<IfNum> untagged{}, tagged{}, assigned{};
     RoutingRequest routing{};
+
+    bool operator==(const ProfileVlanRequest &) const = default;
 };
 
 struct ProfileRequest {
@@ -49,6 +53,8 @@ struct ProfileRequest {
     std::optional<bool> ptpTc;  // the PTP transparent clock on or off; nothing: as it is
     std::int32_t declaredVlans = 0;
     std::vector<ProfileVlanRequest> vlans;
+
+    bool operator==(const ProfileRequest &) const = default;
 
     VlanSet ids() const;
 };

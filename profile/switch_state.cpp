@@ -54,35 +54,6 @@ VlanSet vlanList(std::string_view text) {
     return out;
 }
 
-bool isBlank(char c) {
-    return c == ' ' || c == '\r' || c == '\t';
-}
-
-// The words of a line; "..." is one word, in which a backslash stands before what is meant literally.
-Words wordsOf(std::string_view line) {
-    Words out;
-    for (std::size_t i = 0; i < line.size();) {
-        if (isBlank(line[i])) {
-            ++i;
-            continue;
-        }
-        std::string word;
-        if (line[i] == '"') {
-            for (++i; i < line.size() && line[i] != '"'; ++i) {
-                if (line[i] == '\\' && i + 1 < line.size())
-                    ++i;
-                word += line[i];
-            }
-            ++i;
-        } else {
-            while (i < line.size() && !isBlank(line[i]))
-                word += line[i++];
-        }
-        out.push_back(std::move(word));
-    }
-    return out;
-}
-
 bool startsWith(const Words &line, std::initializer_list<std::string_view> begin) {
     if (line.size() < begin.size())
         return false;
@@ -177,7 +148,7 @@ SwitchState parseSwitchState(std::string_view runningConfig) {
     std::optional<VlanId> routingVlan;
     bool vlanDatabase = false;
     forEachLine(runningConfig, SIZE_MAX, [&](std::string_view text) {
-        const Words line = wordsOf(text);
+        const Words line = cliWords(text);
         if (line.empty() || line[0].starts_with('!'))
             return true;
         if (startsWith(line, {"vlan", "database"})) {
@@ -193,12 +164,181 @@ SwitchState parseSwitchState(std::string_view runningConfig) {
         } else if (vlanDatabase) {
             readVlanLine(line, state);
         } else if (!interface.empty()) {
+            if (line.size() == 3 && line[0] == "addport")
+                state.lagMembers["lag " + line[2]].insert(interface);
             readInterfaceLine(line, state.interfaces[interface]);
         } else if (routingVlan) {
             readRoutingLine(line, state.routing[*routingVlan]);
         }
         return true;
     });
+    state.settings = parseSettings(runningConfig);
+    state.normalise();
+    return state;
+}
+
+// --- things
+
+namespace {
+
+constexpr const char *kPresent = "present";
+constexpr std::string_view kTagged = " tagged";
+constexpr std::string_view kVlanPrefix = "vlan ";
+constexpr std::string_view kInterfacePrefix = "interface ";
+
+std::string numberText(VlanId id) {
+    return std::to_string(id.number());
+}
+
+std::string membershipText(const InterfaceState &interface, VlanId id) {
+    std::string out;
+    for (const auto &[word, participation] : kParticipationWords)
+        if (participation == interface.participationIn(id))
+            out = word;
+    return interface.tagged.contains(id) ? out + std::string(kTagged) : out;
+}
+
+std::string routingText(const VlanRouting &routing) {
+    std::string out = routing.routing ? "routing" : "";
+    if (routing.dhcp)
+        out += " dhcp";
+    else if (!routing.ip.empty())
+        out += " " + routing.ip + " " + routing.mask;
+    return out;
+}
+
+VlanRouting parseRoutingText(const std::string &text) {
+    VlanRouting routing;
+    auto words = cliWords(text);
+    if (!words.empty() && words[0] == "routing") {
+        routing.routing = true;
+        words.erase(words.begin());
+    }
+    if (words.size() == 1)
+        routing.dhcp = true;
+    else if (words.size() == 2) {
+        routing.ip = words[0];
+        routing.mask = words[1];
+    }
+    return routing;
+}
+
+void putMembership(std::string_view text, VlanId id, InterfaceState &interface) {
+    if (text.ends_with(kTagged)) {
+        interface.tagged.insert(id);
+        text.remove_suffix(kTagged.size());
+    }
+    for (const auto &[word, participation] : kParticipationWords)
+        if (word == text)
+            interface.setParticipation(id, participation);
+}
+
+}  // namespace
+
+std::optional<std::string> thingOf(const Things &things, const std::string &name) {
+    const auto it = things.find(name);
+    return it == things.end() ? std::nullopt : std::optional(it->second);
+}
+
+std::string vlanThing(VlanId id) {
+    return std::string(kVlanPrefix) + numberText(id);
+}
+std::string vlanNameThing(VlanId id) {
+    return vlanThing(id) + " name";
+}
+std::string routingThing(VlanId id) {
+    return vlanThing(id) + " routing";
+}
+std::string pvidThing(const std::string &interface) {
+    return std::string(kInterfacePrefix) + interface + " pvid";
+}
+std::string mtuThing(const std::string &interface) {
+    return std::string(kInterfacePrefix) + interface + " mtu";
+}
+std::string membershipThing(const std::string &interface, VlanId id) {
+    return std::string(kInterfacePrefix) + interface + " " + vlanThing(id);
+}
+
+Things thingsOf(const SwitchState &state) {
+    Things things;
+    for (const auto &[id, name] : state.vlans) {
+        things[vlanThing(id)] = kPresent;
+        if (!name.empty())
+            things[vlanNameThing(id)] = name;
+    }
+    for (const auto &[id, routing] : state.routing)
+        if (routing != VlanRouting{})
+            things[routingThing(id)] = routingText(routing);
+    for (const auto &[name, interface] : state.interfaces) {
+        if (interface.pvid != kDefaultVlan)
+            things[pvidThing(name)] = numberText(interface.pvid);
+        if (interface.mtu != 0)
+            things[mtuThing(name)] = std::to_string(interface.mtu);
+        VlanSet ids = interface.tagged;
+        for (const auto &[id, participation] : interface.participation)
+            ids.insert(id);
+        for (const VlanId id : ids)
+            things[membershipThing(name, id)] = membershipText(interface, id);
+    }
+    for (const auto &[name, value] : state.settings)
+        things[name] = value;
+    return things;
+}
+
+ThingName parseThingName(const std::string &name) {
+    const auto words = cliWords(name);
+    using Kind = ThingName::Kind;
+    if (name.starts_with(kVlanPrefix) && words.size() >= 2) {
+        if (const auto id = vlanOf(words[1]))
+            return {words.size() == 2       ? Kind::Vlan
+                    : words[2] == "routing" ? Kind::Routing
+                                            : Kind::VlanName,
+                    "", id};
+    } else if (name.starts_with(kInterfacePrefix) && words.size() >= 3) {
+        const bool lag = words[1] == "lag" && words.size() >= 4;
+        const std::size_t rest = lag ? 3 : 2;
+        const auto interface = lag ? words[1] + " " + words[2] : words[1];
+        if (words.size() == rest + 1 && words[rest] == "pvid")
+            return {Kind::Pvid, interface, std::nullopt};
+        if (words.size() == rest + 1 && words[rest] == "mtu")
+            return {Kind::Mtu, interface, std::nullopt};
+        if (words.size() == rest + 2 && words[rest] == "vlan")
+            return {Kind::Membership, interface, vlanOf(words[rest + 1])};
+        return {Kind::Setting, interface, std::nullopt};
+    }
+    return {Kind::Setting, "", vlanOfSetting(name)};
+}
+
+SwitchState stateOf(const Things &things) {
+    SwitchState state;
+    using Kind = ThingName::Kind;
+    for (const auto &[name, value] : things) {
+        const auto thing = parseThingName(name);
+        switch (thing.kind) {
+            case Kind::Vlan:
+                state.vlans.try_emplace(*thing.id);
+                break;
+            case Kind::VlanName:
+                state.vlans[*thing.id] = value;
+                break;
+            case Kind::Routing:
+                state.routing[*thing.id] = parseRoutingText(value);
+                break;
+            case Kind::Pvid:
+                state.interfaces[thing.interface].pvid = vlanOf(value).value_or(kDefaultVlan);
+                break;
+            case Kind::Mtu:
+                state.interfaces[thing.interface].mtu = numberOf(value);
+                break;
+            case Kind::Membership:
+                if (thing.id)
+                    putMembership(value, *thing.id, state.interfaces[thing.interface]);
+                break;
+            case Kind::Setting:
+                state.settings[name] = value;
+                break;
+        }
+    }
     state.normalise();
     return state;
 }

@@ -1,15 +1,18 @@
 // What profile operations change on the switch, as data: VLANs with their names, VLAN membership and MTU of
-// every interface, addresses of VLAN interfaces. The same type holds what is observed, what is wanted and
+// every interface, addresses of VLAN interfaces, and the settings of feature blocks. The same type holds what is observed, what is wanted and
 // what was before. Pure functions on plain values; any thread may call them.
 #ifndef PAVO_PROFILE_SWITCH_STATE_H
 #define PAVO_PROFILE_SWITCH_STATE_H
 
 #include <cstdint>
 #include <map>
+#include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 
 #include "common/vlan_id.h"
+#include "profile/settings.h"
 #include "store/vlan_settings.h"
 #include "swapi/switch.h"
 
@@ -35,6 +38,9 @@ struct SwitchState {
     // By CLI name ("0/5", "lag 2"); those not listed are in their default state.
     std::map<std::string, InterfaceState> interfaces;
     std::map<VlanId, VlanRouting> routing;
+    Settings settings;
+    // Ports of each LAG that has any, by CLI name. Observed only: profiles do not change them.
+    std::map<std::string, std::set<std::string>> lagMembers;
 
     bool operator==(const SwitchState &) const = default;
 
@@ -49,6 +55,31 @@ struct SwitchState {
 
 // From the text of "show running-config". Lines that are not about the above are passed over.
 SwitchState parseSwitchState(std::string_view runningConfig);
+
+// A state as things with a name and a value each: "vlan 20", "vlan 20 name", "vlan 20 routing", "interface 0/5 pvid",
+// "interface 0/5 mtu", "interface 0/5 vlan 20" (membership: "include", "include tagged", "auto tagged", "exclude",
+// ...), and the settings by their names. What stands at its default is absent.
+using Things = std::map<std::string, std::string>;
+std::optional<std::string> thingOf(const Things &things, const std::string &name);
+
+Things thingsOf(const SwitchState &state);
+// The other way; LAG members are none.
+SwitchState stateOf(const Things &things);
+
+// What kind of thing a name is of. `interface` and `id` are those of the name, where it has them.
+struct ThingName {
+    enum class Kind { Vlan, VlanName, Routing, Pvid, Mtu, Membership, Setting };
+    Kind kind = Kind::Setting;
+    std::string interface{};
+    std::optional<VlanId> id{};
+};
+ThingName parseThingName(const std::string &name);
+std::string vlanThing(VlanId id);
+std::string vlanNameThing(VlanId id);
+std::string routingThing(VlanId id);
+std::string pvidThing(const std::string &interface);
+std::string mtuThing(const std::string &interface);
+std::string membershipThing(const std::string &interface, VlanId id);
 
 }  // namespace pavo
 

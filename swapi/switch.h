@@ -78,6 +78,7 @@ struct LagNumbering {
     IfNum first;
 
     std::uint32_t numberOf(IfNum lag) const { return lag.number() - first.number() + 1; }
+    IfNum interfaceOf(std::uint32_t number) const { return IfNum(first.number() + number - 1); }
 };
 
 // The two files of a CLI script (fixed paths): what is applied, and what the CLI prints.

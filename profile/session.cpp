@@ -1,0 +1,297 @@
+#include "profile/session.h"
+
+#include <sqlite3.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+#include <filesystem>
+#include <map>
+#include <utility>
+
+#include "common/files.h"
+#include "common/log.h"
+#include "platform/paths.h"
+#include "profile/change.h"
+#include "store/profile_types.h"
+#include "store/vlan_settings.h"
+
+namespace pavo {
+namespace {
+
+using platform::paths::kProfileDb;
+
+// --- the database
+
+bool isDamage(SqliteCode code) {
+    const int number = static_cast<int>(code);
+    return number == SQLITE_CORRUPT || number == SQLITE_NOTADB || number == SQLITE_ERROR;
+}
+
+bool hasContent(const char *fixedPath) {
+    std::error_code error;
+    return std::filesystem::file_size(platform::fsPath(fixedPath), error) > 0 && !error;
+}
+
+struct Rows {
+    std::vector<ProfileRow> rows;
+    bool fresh = false;  // the database was made just now
+};
+
+Result<Rows> readRows(const Where &where) {
+    Rows out{{}, !hasContent(kProfileDb)};
+    if (out.fresh)
+        ensureProfileDb(where);
+    auto rows = readProfileRows(where);
+    if (!rows && isDamage(rows.error().code) && hasContent(kProfileDb)) {
+        const std::string aside = std::string(kProfileDb) + ".damaged";
+        logError(where, "[%s:%d] the profile database is damaged and made again; the old one is %s\n", aside);
+        std::rename(platform::fsPath(kProfileDb).c_str(), platform::fsPath(aside).c_str());
+        ensureProfileDb(where);
+        out.fresh = true;
+        rows = readProfileRows(where);
+    }
+    if (!rows)
+        return failed(ResultCode::Failed, "the profile database cannot be read");
+    out.rows = std::move(*rows);
+    return out;
+}
+
+std::string nameOnSwitch(VlanId id, const SwitchState &observed) {
+    const auto it = observed.vlans.find(id);
+    return it == observed.vlans.end() || it->second.empty() ? formatText("VLAN%04d", id) : it->second;
+}
+
+// VLANs that have a settings file and are on the switch, though no record knows them.
+std::vector<ProfileRow> rowsOfSettings(const SwitchState &observed) {
+    std::vector<ProfileRow> rows;
+    std::error_code error;
+    const auto folder = platform::fsPath(platform::paths::kVlanProfileConfigDir);
+    for (const auto &entry : std::filesystem::directory_iterator(folder, error)) {
+        const auto file = entry.path().filename().string();
+        std::uint32_t number = 0;
+        const auto read = std::from_chars(file.data(), file.data() + file.size(), number);
+        const auto id = read.ptr == file.data() + file.size() ? VlanId::from(number) : std::nullopt;
+        const auto settings = id ? readVlanSettings(*id) : std::nullopt;
+        if (settings && observed.hasVlan(*id))
+            rows.push_back({.id = static_cast<std::int32_t>(number),
+                            .vlanType = settings->vlanType,
+                            .profileName = nameOnSwitch(*id, observed),
+                            .profileType = settings->profileType,
+                            .color = defaultProfileRow().color});
+    }
+    return rows;
+}
+
+// Fills a fresh database with what the record and the settings files know.
+Result<> refill(ProfileSession &session) {
+    auto rows = rowsOf(standingOf(session.record.profiles));
+    for (auto &row : rowsOfSettings(session.observed))
+        if (findProfileRow(rows, row.id) == nullptr || row.id == defaultProfileRow().id) {
+            std::erase_if(rows, [&](const ProfileRow &other) { return other.id == row.id; });
+            rows.push_back(std::move(row));
+            std::ranges::sort(rows, {}, &ProfileRow::id);
+        }
+    for (const auto &row : rows)
+        if (!replaceProfileRow(row, session.where))
+            return failed(ResultCode::Failed, "the profile database cannot be written");
+    session.rows = std::move(rows);
+    return {};
+}
+
+// --- profiles that the record does not know
+
+bool isFactoryRow(const ProfileRow &row) {
+    return row.id == defaultProfileRow().id && row.profileType == PROFILE_TYPE_NAME_DEFAULT;
+}
+
+ProfileVlanRequest vlanOf(const ProfileRow &row, VlanId id, ProfileSession &session) {
+    ProfileVlanRequest vlan{.id = id, .vlanType = row.vlanType, .profileType = row.profileType};
+    for (const auto &[name, interface] : session.observed.interfaces) {
+        const auto port = session.ports.ifNumOf(name);
+        if (!port || session.observed.lagMembers.contains(name))
+            continue;
+        if (interface.pvid == id && id != kDefaultVlan)
+            vlan.untagged.push_back(*port);
+        else if (interface.tagged.contains(id))
+            vlan.tagged.push_back(*port);
+    }
+    if (const auto settings = readVlanSettings(id))
+        vlan.assigned = settings->assignedPorts.value_or(std::vector<IfNum>{});
+    return vlan;
+}
+
+void adoptRow(const ProfileRow &row, VlanId id, ProfileSession &session) {
+    auto &profiles = session.record.profiles;
+    auto known = std::ranges::find_if(
+        profiles, [&](const AppliedProfile &profile) { return profile.request.name == row.profileName; });
+    if (known == profiles.end()) {
+        const auto settings = readVlanSettings(id);
+        profiles.push_back({{.name = row.profileName,
+                             .color = row.color,
+                             .profileType = row.profileType,
+                             .ptpTc = settings ? settings->ptpTc : std::nullopt,
+                             .declaredVlans = 0,
+                             .vlans = {}},
+                            ""});
+        known = profiles.end() - 1;
+    }
+    auto &request = known->request;
+    std::erase_if(request.vlans, [&](const auto &vlan) { return vlan.id == id; });
+    request.vlans.push_back(vlanOf(row, id, session));
+    request.declaredVlans = static_cast<std::int32_t>(request.vlans.size());
+}
+
+// What such profiles changed was at its default before, but for what the settings files say.
+void recordAdopted(ProfileSession &session, const std::set<std::string> &names) {
+    const auto change = planChange(session, session.record.profiles, "");
+    for (const auto &[name, owners] : change->wantedAfter.claims) {
+        const bool adopted = std::ranges::any_of(
+            owners, [&](const std::string &owner) { return names.contains(owner); });
+        if (!adopted || session.record.things.contains(name))
+            continue;
+        RecordedThing thing{std::nullopt, thingOf(change->wantedAfter.things, name),
+                            thingOf(change->observed, name), owners};
+        const auto parsed = parseThingName(name);
+        const auto settings = parsed.id ? readVlanSettings(*parsed.id) : std::nullopt;
+        const auto history = settings ? settings->history.value_or(VlanHistory{}) : VlanHistory{};
+        if (parsed.kind == ThingName::Kind::Vlan && !history.created)
+            thing.before = thing.shown;
+        if (parsed.kind == ThingName::Kind::VlanName && !history.created && !history.oldName.empty())
+            thing.before = history.oldName;
+        if (parsed.kind == ThingName::Kind::Routing && history.oldRouting) {
+            SwitchState routed;
+            routed.routing[*parsed.id] = *history.oldRouting;
+            thing.before = thingOf(thingsOf(routed), name);
+        }
+        session.record.things[name] = std::move(thing);
+    }
+}
+
+// The database is what other programs read and write: rows that they wrote are profiles, too, and a VLAN whose row
+// they deleted, and that is not on the switch, has left its profile.
+void reconcile(ProfileSession &session) {
+    const auto known = rowsOf(standingOf(session.record.profiles));
+    VlanSet left;
+    for (const auto &row : known)
+        if (const auto id = row.vlan(); id && !isFactoryRow(row) &&
+                                        findProfileRow(session.rows, row.id) == nullptr &&
+                                        !session.observed.hasVlan(*id))
+            left.insert(*id);
+    if (!left.empty())
+        session.record.profiles = withoutVlans(std::move(session.record.profiles), left);
+    std::set<std::string> adopted;
+    for (const auto &row : session.rows) {
+        const auto id = row.vlan();
+        const auto *const own = findProfileRow(known, row.id);
+        if (!id || isFactoryRow(row) || (own != nullptr && own->profileName == row.profileName))
+            continue;
+        adoptRow(row, *id, session);
+        adopted.insert(row.profileName);
+    }
+    if (!adopted.empty())
+        recordAdopted(session, adopted);
+}
+
+// --- interruptions
+
+Result<> observe(ProfileSession &session) {
+    auto state = readSwitchState(session.sw, session.where);
+    if (!state)
+        return std::unexpected(std::move(state).error());
+    session.observed = std::move(*state);
+    return {};
+}
+
+Result<> finishInterrupted(ProfileSession &session, const ProfileLock &held) {
+    const auto pending = *session.record.pending;
+    logWarn(session.where, "[%s:%d] a change of profile '%s' was interrupted and is finished first\n",
+            pending.name);
+    if (carryOut(session, *planChange(session, pending.profiles, pending.name), held))
+        return {};
+    logWarn(session.where, "[%s:%d] the interrupted change of profile '%s' is taken back instead\n",
+            pending.name);
+    if (auto read = observe(session); !read)
+        return read;
+    auto undone = carryOut(session, *planChange(session, session.record.profiles, pending.name), held);
+    if (undone)
+        return {};
+    return failed(undone.error().code,
+                  formatText("an interrupted change of profile '%s' could neither be finished nor taken back: %s",
+                             pending.name, undone.error().reason));
+}
+
+Result<ProfileSession> begin(Switch sw, const Where &where) {
+    auto record = readProfileRecord(where);
+    if (!record)
+        return std::unexpected(std::move(record).error());
+    ProfileSession session{sw, where, std::move(*record), {}, {}, PortNames(sw)};
+    if (auto read = observe(session); !read)
+        return failed(read.error().code, "the switch's configuration cannot be read");
+    return session;
+}
+
+}  // namespace
+
+Result<SwitchState> readSwitchState(Switch sw, Where where) {
+    const auto path = platform::paths::kScriptDir +
+                      formatText("pavo_out_show_running-config_%d", static_cast<int>(getpid()));
+    const auto text = sw.show("show running-config", path, where);
+    if (!text)
+        return failed(text.error().code);
+    return parseSwitchState(*text);
+}
+
+Result<ProfileSession> ProfileSession::open(Switch sw, const ProfileLock &held, Where where) {
+    auto session = begin(sw, where);
+    if (!session)
+        return session;
+    auto rows = readRows(where);
+    if (!rows)
+        return std::unexpected(std::move(rows).error());
+    session->rows = std::move(rows->rows);
+    if (rows->fresh)
+        if (auto filled = refill(*session); !filled)
+            return std::unexpected(std::move(filled).error());
+    if (session->record.pending) {
+        if (auto finished = finishInterrupted(*session, held); !finished)
+            return std::unexpected(std::move(finished).error());
+        if (auto read = observe(*session); !read)
+            return failed(read.error().code, "the switch's configuration cannot be read");
+    }
+    reconcile(*session);
+    return session;
+}
+
+Result<ProfileSession> ProfileSession::look(Switch sw, Where where) {
+    auto session = begin(sw, where);
+    if (!session || !hasContent(kProfileDb))
+        return session;
+    auto rows = readProfileRows(where);
+    if (!rows)
+        return failed(ResultCode::Failed, "the profile database cannot be read");
+    session->rows = std::move(*rows);
+    if (!session->record.pending)
+        reconcile(*session);
+    return session;
+}
+
+Result<> recoverProfiles(Switch sw, Where where) {
+    const auto lock = ProfileLock::take(where);
+    if (!lock)
+        return std::unexpected(lock.error());
+    auto session = ProfileSession::open(sw, *lock, where);
+    if (!session)
+        return std::unexpected(std::move(session).error());
+    return restoreFiles(*session, *lock);
+}
+
+bool isProfileDbUsable(Where where) {
+    if (!hasContent(kProfileDb))
+        return false;
+    const auto row = readProfileRow(defaultProfileRow().id, where);
+    return row || !isDamage(row.error().code);
+}
+
+}  // namespace pavo
