@@ -39,6 +39,9 @@ struct Failure {
     std::string reason{};
 };
 
+// The message of the failure's code, followed by its reason: "Invalid argument: ...".
+std::string messageOf(const Failure &failure);
+
 // A value, or why there is none.
 template <class T = void>
 class [[nodiscard]] Result : public std::expected<T, Failure> {

@@ -19,6 +19,9 @@ std::string cutToBytes(std::string_view text, std::size_t most);
 // True for well-formed UTF-8.
 bool isUtf8(std::string_view text);
 
+// The text as UTF-8 that any reader accepts: a byte that is part of no character becomes '?'.
+std::string wellFormed(std::string_view text);
+
 // The decimal number that a string begins with, as far as its digits go; 0 without one, as large as can be
 // when there are too many digits.
 std::uint32_t leadingNumber(std::string_view text);

@@ -72,6 +72,7 @@ TEST(Text, CutsAtCharactersAndCleansForTheLog) {
     for (const char *text : {"\x80", "\xc3", "\xc0\xaf", "\xe2\x82", "\xf8\x88\x80\x80", "\xc3(",
                              "\xe0\x80\x80", "\xf0\x80\x80\x80", "\xed\xa0\x80", "\xf4\x90\x80\x80"})
         EXPECT_FALSE(isUtf8(text)) << text;
+    EXPECT_EQ(wellFormed("a\u00e9\xc3(\xe2\x82\U0001f3a4\x80"), "a\u00e9?(??\U0001f3a4?");
 
     char field[4] = "###";
     copyText(field, "abcdef");
