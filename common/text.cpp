@@ -83,10 +83,21 @@ std::string wellFormed(std::string_view text) {
     return out;
 }
 
+std::string quoteText(std::string_view text) {
+    static constexpr std::size_t kShown = 60;
+    return '"' + wellFormed(printable(cutToBytes(text, kShown))) + (text.size() > kShown ? "...\"" : "\"");
+}
+
 std::uint32_t leadingNumber(std::string_view text) {
     std::uint32_t number = 0;
     const auto parsed = std::from_chars(text.data(), text.data() + text.size(), number);
     return parsed.ec == std::errc::result_out_of_range ? UINT32_MAX : number;
+}
+
+std::optional<std::int64_t> wholeNumber(std::string_view text) {
+    std::int64_t number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    return error == std::errc() && end == text.data() + text.size() ? std::optional(number) : std::nullopt;
 }
 
 std::string formatPlain(const char *format, ...) {

@@ -83,9 +83,10 @@ TEST(ResponseJson, DataThenRespOrTheFailureAlone) {
 TEST(ResponseJson, AFailureTellsItsReason) {
     EXPECT_EQ(messageOf({ResultCode::NotExist, ""}), "Object not exist");
     const auto text = failureEnvelope({ResultCode::InvalidArgument, "\"name\": 3\xc3 is not a string"});
-    EXPECT_EQ(text, "{\n\t\"resp\":\t{\n\t\t\"respCode\":\t10003,\n"
-                    "\t\t\"respMsg\":\t\"Invalid argument: \\\"name\\\": 3? is not a string\",\n"
-                    "\t\t\"status\":\t\"fail\"\n\t}\n}");
+    EXPECT_EQ(text,
+              "{\n\t\"resp\":\t{\n\t\t\"respCode\":\t10003,\n"
+              "\t\t\"respMsg\":\t\"Invalid argument: \\\"name\\\": 3? is not a string\",\n"
+              "\t\t\"status\":\t\"fail\"\n\t}\n}");
 
     const LogCapture log;
     const LimitedMemory memory(2);
