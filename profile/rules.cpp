@@ -5,8 +5,11 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "common/log.h"
+#include "common/text.h"
 #include "profile/offer.h"
 #include "store/profile_types.h"
 #include "store/vlan_settings.h"
@@ -40,52 +43,99 @@ bool isAcceptable(const RoutingRequest &routing) {
            (routing.method != IpConfig::Manual || (routing.address && routing.mask));
 }
 
-// What is wrong with a VLAN of a request; null when nothing is. `untagged` are the ports of the VLANs before.
-const char *findFault(const ProfileVlanRequest &vlan, PortNames &ports, std::set<IfNum> &untagged) {
+// "vlans[0].KEY" of the VLAN at that position.
+std::string fieldOf(std::size_t position, const char *key) {
+    return "\"vlans[" + std::to_string(position) + "]." + key + "\": ";
+}
+
+Failure invalid(std::string reason) {
+    return {ResultCode::InvalidArgument, std::move(reason)};
+}
+
+// What is wrong with the interfaces of a list, if anything.
+std::optional<Failure> findFault(const std::string &field, const std::vector<IfNum> &list, PortNames &ports) {
+    for (const IfNum port : list)
+        if (const auto name = ports.find(port); !name) {
+            const auto interface = "interface " + std::to_string(port.number());
+            if (name.error() == OpenError::NotFound)
+                return invalid(field + "there is no " + interface);
+            return Failure{ResultCode::Failed, field + "the switch does not say what " + interface + " is"};
+        }
+    return std::nullopt;
+}
+
+// What is wrong with a VLAN of a request, if anything. `untagged` are the ports of the VLANs before.
+std::optional<Failure> findFault(const ProfileVlanRequest &vlan, std::size_t position, PortNames &ports,
+                                 std::set<IfNum> &untagged) {
+    const auto fieldOfVlan = [&](const char *key) { return fieldOf(position, key); };
     if (findProfileType(vlan.profileType) == nullptr)
-        return "unknown profile type";
-    for (const auto *list : {&vlan.untagged, &vlan.tagged, &vlan.assigned})
-        for (const IfNum port : *list)
-            if (!ports.find(port))
-                return "a port does not exist";
+        return invalid(fieldOfVlan("profileType") + "there is no type " + quoteText(vlan.profileType));
+    for (const auto &[key, list] : {std::pair("ports.untagged", &vlan.untagged),
+                                    {"ports.tagged", &vlan.tagged},
+                                    {"ports.assignedPort", &vlan.assigned}})
+        if (auto fault = findFault(fieldOfVlan(key), *list, ports))
+            return fault;
     for (const IfNum port : vlan.untagged)
         if (!untagged.insert(port).second)
-            return "a port is untagged twice";
+            return invalid(fieldOfVlan("ports.untagged") + ports.of(port) + " is untagged twice");
     for (const IfNum port : vlan.tagged)
         if (std::find(vlan.untagged.begin(), vlan.untagged.end(), port) != vlan.untagged.end())
-            return "a port is tagged and untagged in one VLAN";
-    return isAcceptable(vlan.routing) ? nullptr : "an IP address is malformed";
+            return invalid(fieldOfVlan("ports.tagged") + ports.of(port) + " is untagged in this VLAN");
+    if (!isAcceptable(vlan.routing))
+        return invalid(fieldOfVlan("routing") + "a manual address needs \"ipAddr\" and \"ipMask\" as IPv4");
+    return std::nullopt;
+}
+
+// "Default" is what VLAN 1 returns to, and no deletion takes it away; as "default" the program itself puts
+// VLAN 1 back.
+bool isReservedName(const ProfileRequest &request) {
+    if (request.name != "Default" && request.name != "default")
+        return false;
+    return !std::ranges::all_of(request.vlans, [](const ProfileVlanRequest &vlan) {
+        return vlan.id == kDefaultVlan && vlan.profileType == PROFILE_TYPE_NAME_DEFAULT;
+    });
 }
 
 // The same for the request as a whole.
-const char *findFault(const ProfileRequest &request) {
+std::optional<Failure> findFault(const ProfileRequest &request) {
     if (request.vlans.empty() || request.vlans.size() > PROFILE_VLANS_MAX)
-        return "a profile has one to four VLANs";
+        return invalid("\"vlans\": a profile has one to four VLANs");
+    if (request.name.size() > PROFILE_NAME_MAX)
+        return invalid("\"name\": it has more than " + std::to_string(PROFILE_NAME_MAX) + " bytes");
+    if (request.name.empty())
+        return invalid("\"name\": it is empty");
     if (!isVlanName(request.name))
-        return "the name has characters that a VLAN name cannot have";
+        return invalid("\"name\": it has characters that a VLAN name cannot have");
     if (findProfileType(request.profileType) == nullptr)
-        return "unknown profile type";
-    return request.ids().size() == request.vlans.size() ? nullptr : "a VLAN is named twice";
+        return invalid("\"profileType\": there is no type " + quoteText(request.profileType));
+    if (isReservedName(request))
+        return invalid("\"name\": " + quoteText(request.name) + " is for the default profile of VLAN 1");
+    for (auto vlan = request.vlans.begin(); vlan != request.vlans.end(); ++vlan)
+        if (std::any_of(request.vlans.begin(), vlan, [&](const auto &other) { return other.id == vlan->id; }))
+            return invalid(fieldOf(static_cast<std::size_t>(vlan - request.vlans.begin()), "vlanId") +
+                           "VLAN " + std::to_string(vlan->id.number()) + " is named twice");
+    return std::nullopt;
 }
 
 }  // namespace
 
-std::unexpected<Failure> refuse(ResultCode code, const char *why, const Where &where) {
+std::unexpected<Failure> refuse(ResultCode code, std::string why, const Where &where) {
     logError(where, "[%s:%d] profile refused: %s (result = %d)\n", why, code);
-    return failed(code);
+    return failed(code, std::move(why));
 }
 
 std::unexpected<Failure> refuse(ResultCode code, const Where &where) {
-    return refuse(code, getErrMsg(codeOf(code)), where);
+    logError(where, "[%s:%d] profile refused: %s (result = %d)\n", getErrMsg(codeOf(code)), code);
+    return failed(code);
 }
 
 Result<> checkRequest(Switch sw, const ProfileRequest &request, PortNames &ports, Where where) {
-    const char *fault = findFault(request);
+    auto fault = findFault(request);
     std::set<IfNum> untagged;
-    for (auto vlan = request.vlans.begin(); fault == nullptr && vlan != request.vlans.end(); ++vlan)
-        fault = findFault(*vlan, ports, untagged);
-    if (fault != nullptr)
-        return refuse(ResultCode::InvalidArgument, fault, where);
+    for (std::size_t i = 0; !fault && i < request.vlans.size(); ++i)
+        fault = findFault(request.vlans[i], i, ports, untagged);
+    if (fault)
+        return refuse(fault->code, std::move(fault->reason), where);
     for (const auto &vlan : request.vlans)
         if (vlan.profileType == PROFILE_TYPE_NAME_SMPTE) {
             const auto model = readMachineModel(sw, where);
