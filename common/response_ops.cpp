@@ -6,7 +6,7 @@
 
 #include "common/json.h"
 #include "common/log.h"
-#include "common/result.h"
+#include "common/text.h"
 
 namespace pavo {
 namespace {
@@ -14,13 +14,14 @@ namespace {
 enum class Envelope { Built, NoRoot, NoResp, NoData };
 
 // The answer as an object; `data` under `key` when the code is 0 and a key is given.
-Envelope buildEnvelope(std::int32_t code, const char *key, const char *data, JsonPtr &root) {
+Envelope buildEnvelope(std::int32_t code, const char *message, const char *key, const char *data,
+                       JsonPtr &root) {
     root.reset(cJSON_CreateObject());
     if (root == nullptr)
         return Envelope::NoRoot;
     JsonPtr resp(cJSON_CreateObject());
     if (resp == nullptr || cJSON_AddNumberToObject(resp.get(), "respCode", code) == nullptr ||
-        cJSON_AddStringToObject(resp.get(), "respMsg", getErrMsg(code)) == nullptr ||
+        cJSON_AddStringToObject(resp.get(), "respMsg", message) == nullptr ||
         cJSON_AddStringToObject(resp.get(), "status", code == 0 ? "success" : "fail") == nullptr)
         return Envelope::NoResp;
     if (code == 0 && key != nullptr) {
@@ -46,7 +47,7 @@ std::int32_t reportFailure(LogMessage<> message) {
 
 int responseJsonStr(std::int32_t code, const char *key, const char *data, char *out) {
     JsonPtr root;
-    if (buildEnvelope(code, key, data, root) != Envelope::Built)
+    if (buildEnvelope(code, getErrMsg(code), key, data, root) != Envelope::Built)
         return -1;
     const TextPtr text(cJSON_Print(root.get()));
     if (text == nullptr) {
@@ -59,7 +60,7 @@ int responseJsonStr(std::int32_t code, const char *key, const char *data, char *
 
 std::int32_t responseJsonRreallocStr(std::int32_t code, const char *key, const char *data, char **out) {
     JsonPtr root;
-    switch (buildEnvelope(code, data != nullptr ? key : nullptr, data, root)) {
+    switch (buildEnvelope(code, getErrMsg(code), data != nullptr ? key : nullptr, data, root)) {
         case Envelope::NoRoot:
             return reportFailure("[%s:%d] [MEM] Failed to create root object\n");
         case Envelope::NoResp:
@@ -75,6 +76,16 @@ std::int32_t responseJsonRreallocStr(std::int32_t code, const char *key, const c
     std::free(*out);
     *out = text;
     return 0;
+}
+
+std::string failureEnvelope(const Failure &failure) {
+    JsonPtr root;
+    const auto message = wellFormed(messageOf(failure));
+    if (buildEnvelope(codeOf(failure.code), message.c_str(), nullptr, nullptr, root) == Envelope::Built)
+        if (auto text = printJson(root.get()); !text.empty())
+            return text;
+    logError("[%s:%d] package response str error\r\n");
+    return "";
 }
 
 std::int32_t responseJsonToStr(const cJSON *obj, char **out) {

@@ -6,6 +6,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
+
+#include "common/result.h"
 
 namespace pavo {
 
@@ -18,6 +21,9 @@ int responseJsonStr(std::int32_t code, const char *key, const char *data, char *
 // receives the new one, which the caller frees with free(). `data` is not freed. 0, or 10000 with *out as it
 // was.
 std::int32_t responseJsonRreallocStr(std::int32_t code, const char *key, const char *data, char **out);
+
+// The envelope of a failure: "respMsg" is messageOf(failure). Empty when memory runs out (logged).
+std::string failureEnvelope(const Failure &failure);
 
 // Prints a built object; *out is the caller's to free. 0, or 10000 with *out null.
 std::int32_t responseJsonToStr(const cJSON *obj, char **out);

@@ -91,4 +91,9 @@ const char *getErrMsg(std::int32_t code) {
     return row != std::end(kMessages) ? row->text : "Error code unknown";
 }
 
+std::string messageOf(const Failure &failure) {
+    const std::string message = getErrMsg(codeOf(failure.code));
+    return failure.reason.empty() ? message : message + ": " + failure.reason;
+}
+
 }  // namespace pavo

@@ -17,11 +17,14 @@ enum class ResultCode : std::int32_t {
     InvalidPointer = 10002,  // also: a list or buffer could not be allocated
     InvalidArgument = 10003,
     NotImplemented = 10004,
+    ObjectExists = 10011,
     NotExist = 10012,
     OpenFailed = 10016,
     TemplateInUse = 14101,
     TypeDuplicated = 14102,
     AvbOneVlan = 14103,
+    PtpTcEnabled = 14104,   // so 802.1AS cannot be
+    Dot1asEnabled = 14105,  // so the PTP transparent clock cannot be
     ShureOneVlan = 14106,
     NameInUse = 14107,
     ProfileUnsupported = 14108,
@@ -38,6 +41,9 @@ struct Failure {
     ResultCode code = ResultCode::Failed;
     std::string reason{};
 };
+
+// The message of the failure's code, followed by its reason: "Invalid argument: ...".
+std::string messageOf(const Failure &failure);
 
 // A value, or why there is none.
 template <class T = void>

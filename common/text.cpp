@@ -43,6 +43,14 @@ bool canFollow(char first, char second) {
     }
 }
 
+// Length of the character that a text begins with; 0 for a byte that is part of none, and without text.
+std::size_t leadingCharacter(std::string_view text) {
+    const std::size_t length = text.empty() ? 0 : characterLength(static_cast<unsigned char>(text[0]));
+    const bool sound = length <= text.size() && (length < 2 || canFollow(text[0], text[1])) &&
+                       (length < 2 || std::ranges::all_of(text.substr(1, length - 1), continuesCharacter));
+    return sound ? length : 0;
+}
+
 }  // namespace
 
 std::string printable(std::string_view text) {
@@ -60,21 +68,36 @@ std::string cutToBytes(std::string_view text, std::size_t most) {
 }
 
 bool isUtf8(std::string_view text) {
-    while (!text.empty()) {
-        const std::size_t length = characterLength(static_cast<unsigned char>(text[0]));
-        if (length == 0 || length > text.size() || (length > 1 && !canFollow(text[0], text[1])) ||
-            !std::all_of(text.begin() + 1, text.begin() + static_cast<std::ptrdiff_t>(length),
-                         continuesCharacter))
-            return false;
+    while (const std::size_t length = leadingCharacter(text))
         text.remove_prefix(length);
+    return text.empty();
+}
+
+std::string wellFormed(std::string_view text) {
+    std::string out;
+    while (!text.empty()) {
+        const std::size_t length = leadingCharacter(text);
+        out += length > 0 ? text.substr(0, length) : "?";
+        text.remove_prefix(std::max<std::size_t>(length, 1));
     }
-    return true;
+    return out;
+}
+
+std::string quoteText(std::string_view text) {
+    static constexpr std::size_t kShown = 60;
+    return '"' + wellFormed(printable(cutToBytes(text, kShown))) + (text.size() > kShown ? "...\"" : "\"");
 }
 
 std::uint32_t leadingNumber(std::string_view text) {
     std::uint32_t number = 0;
     const auto parsed = std::from_chars(text.data(), text.data() + text.size(), number);
     return parsed.ec == std::errc::result_out_of_range ? UINT32_MAX : number;
+}
+
+std::optional<std::int64_t> wholeNumber(std::string_view text) {
+    std::int64_t number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    return error == std::errc() && end == text.data() + text.size() ? std::optional(number) : std::nullopt;
 }
 
 std::string formatPlain(const char *format, ...) {

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -19,9 +20,18 @@ std::string cutToBytes(std::string_view text, std::size_t most);
 // True for well-formed UTF-8.
 bool isUtf8(std::string_view text);
 
+// The text as UTF-8 that any reader accepts: a byte that is part of no character becomes '?'.
+std::string wellFormed(std::string_view text);
+
+// In double quotes for a message: printable, well-formed, and what is longer than 60 bytes cut ("...").
+std::string quoteText(std::string_view text);
+
 // The decimal number that a string begins with, as far as its digits go; 0 without one, as large as can be
 // when there are too many digits.
 std::uint32_t leadingNumber(std::string_view text);
+
+// The decimal number that a string is, sign included; nothing when it is anything else or more than 64 bits.
+std::optional<std::int64_t> wholeNumber(std::string_view text);
 
 // Copies a string into a fixed field, cut to its width and always terminated.
 template <std::size_t N>

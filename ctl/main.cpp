@@ -22,7 +22,7 @@ constexpr int kExitUsage = 2;
 constexpr int kExitNoSwitch = 3;
 
 constexpr const char *kFooter =
-    "Exit status: 0 done, 1 refused or failed (with the result code and its message), 2 wrong usage,\n"
+    "Exit status: 0 done, 1 refused or failed (with the result code and the reason), 2 wrong usage,\n"
     "3 the switch cannot be reached.\n\n"
     "A first profile:\n"
     "  pavoctl profile types\n"
@@ -82,17 +82,24 @@ void CommandLine::addProfile(CLI::App &profile) {
         ->required();
     auto &apply = addCommand(profile, "apply", "Apply a profile, or change it in place",
                              [this](Switch sw) { applyProfile(sw, output_, options_); });
-    apply.add_option("file", options_.file,
-                     "Request as JSON ({\"profileConfig\": ...}); '-' reads standard input");
-    apply.add_option("--name", options_.name, "Profile name");
-    apply.add_option("--type", options_.type, "Profile type, see 'profile types'");
-    apply.add_option("--color", options_.color, "Display colour")->capture_default_str();
-    apply.add_option("--ptp", options_.ptp, "PTP transparent clock")->check(CLI::IsMember({"on", "off"}));
-    apply.add_option("--vlan", options_.vlans,
-                     "One VLAN (up to four): \"ID type=ROLE untagged=PORTS tagged=PORTS assigned=PORTS\",\n"
-                     "PORTS as 1-4,7 by interface number, ROLE for example 2 control, 3 audio");
+    auto &file = *apply.add_option("file", options_.file,
+                                   "Request as JSON ({\"profileConfig\": ...}); '-' reads standard input");
+    auto &color = *apply.add_option("--color", options_.color, "Display colour")->capture_default_str();
+    auto &ptp = *apply.add_option("--ptp", options_.ptp, "PTP transparent clock");
+    ptp.check(CLI::IsMember({"on", "off"}));
+    for (auto *const option :
+         {apply.add_option("--name", options_.name, "Profile name, at most 255 bytes"),
+          apply.add_option("--type", options_.type, "Profile type, see 'profile types'"),
+          apply.add_option(
+              "--vlan", options_.vlans,
+              "One VLAN (up to four): \"ID type=ROLE profile=TYPE untagged=PORTS tagged=PORTS\n"
+              "assigned=PORTS\"; PORTS as 1-4,7,lag2,lag5-6: ports by interface number, LAGs by\n"
+              "theirs; ROLE for example 2 control, 3 audio"),
+          &color, &ptp})
+        file.excludes(option);
     apply.add_flag("--overwrite", options_.overwrite, "Replace conflicting configuration");
     apply.add_flag("--force", options_.force, "Adapt the type to what the switch supports");
+    apply.add_flag("--plan", options_.plan, "Only tell what would change");
 }
 
 void CommandLine::addVlan(CLI::App &vlan) {
@@ -118,10 +125,9 @@ int runCommand(const CommandLine &line) {
         return kExitUsage;
     } catch (const Failure &failure) {
         if (line.output().json)
-            printEnvelope(failure.code, nullptr, nullptr);
-        const auto code = codeOf(failure.code);
-        std::fprintf(stderr, "pavoctl: %d: %s%s%s\n", code, getErrMsg(code),
-                     failure.reason.empty() ? "" : ": ", printable(failure.reason).c_str());
+            printEnvelope(failure);
+        std::fprintf(stderr, "pavoctl: %d: %s\n", codeOf(failure.code),
+                     printable(messageOf(failure)).c_str());
         return kExitFailed;
     }
     return 0;

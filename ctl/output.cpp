@@ -66,14 +66,19 @@ void printEnvelope(ResultCode code, const char *key, const char *data) {
         std::puts(TextPtr(text).get());
 }
 
-std::string rangesOf(std::vector<std::uint32_t> numbers) {
+void printEnvelope(const Failure &failure) {
+    if (const auto text = failureEnvelope(failure); !text.empty())
+        std::puts(text.c_str());
+}
+
+std::string rangesOf(std::vector<std::uint32_t> numbers, std::string_view prefix) {
     std::sort(numbers.begin(), numbers.end());
     std::string out;
     for (std::size_t i = 0; i < numbers.size();) {
         std::size_t last = i;
         while (last + 1 < numbers.size() && numbers[last + 1] == numbers[last] + 1)
             ++last;
-        out += (out.empty() ? "" : ",") + std::to_string(numbers[i]);
+        out += (out.empty() ? "" : ",") + std::string(prefix) + std::to_string(numbers[i]);
         if (last > i)
             out += "-" + std::to_string(numbers[last]);
         i = last + 1;

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -27,11 +28,13 @@ T require(Result<T> result) {
         return std::move(*result);
 }
 
-// With a reason of the command's own.
+// With what the command failed at in front of the reason.
 template <class T>
-T require(Result<T> result, const char *reason) {
-    if (!result)
-        throw Failure{result.error().code, reason};
+T require(Result<T> result, const std::string &what) {
+    if (!result) {
+        const auto &[code, reason] = result.error();
+        throw Failure{code, reason.empty() ? what : what + ": " + reason};
+    }
     return std::move(*result);
 }
 
@@ -61,9 +64,10 @@ class Output {
 
 // The envelope of an answer, with the JSON text `data` under `key` unless these are null.
 void printEnvelope(ResultCode code, const char *key, const char *data);
+void printEnvelope(const Failure &failure);
 
-// "1-4,7" of numbers in any order; "-" for none.
-std::string rangesOf(std::vector<std::uint32_t> numbers);
+// "1-4,7" of numbers in any order; "-" for none. The prefix is in front of each part: "lag1-4,lag7".
+std::string rangesOf(std::vector<std::uint32_t> numbers, std::string_view prefix = "");
 std::string rangesOf(std::span<const IfNum> ports);
 
 // The array owns the object from then on.

@@ -2,9 +2,12 @@
 
 #include <algorithm>
 
+#include "common/text.h"
+#include "ctl/port_list.h"
 #include "profile/configure.h"
 #include "profile/feature_mask_ops.h"
 #include "profile/list.h"
+#include "profile/request.h"
 #include "profile/templates.h"
 #include "store/profile_demand.h"
 
@@ -40,15 +43,42 @@ std::string idsOf(const ListedProfile &profile) {
     return ids;
 }
 
+// The members of all VLANs of a profile.
+VlanMembers membersOf(const ListedProfile &profile) {
+    VlanMembers all;
+    const auto add = [&](auto list, const VlanMembers &members) {
+        for (const auto interface : members.*list)
+            if (std::ranges::find(all.*list, interface) == (all.*list).end())
+                (all.*list).push_back(interface);
+    };
+    for (const auto &vlan : profile.vlans) {
+        const auto members = vlan.members.value_or(VlanMembers{});
+        add(&VlanMembers::untaggedPorts, members);
+        add(&VlanMembers::taggedPorts, members);
+        add(&VlanMembers::untaggedLags, members);
+        add(&VlanMembers::taggedLags, members);
+    }
+    return all;
+}
+
+Row rowOf(const ListedProfile &profile) {
+    const auto members = membersOf(profile);
+    return {profile.name,
+            profile.profileType,
+            idsOf(profile),
+            portListOf(members.untaggedPorts, members.untaggedLags),
+            portListOf(members.taggedPorts, members.taggedLags),
+            profile.color};
+}
+
 Row rowOf(const ListedVlan &vlan) {
-    const auto members = vlan.picture ? vlan.picture->members : VlanMembers{};
+    const auto members = vlan.members.value_or(VlanMembers{});
     const auto ptpTc = vlan.settings ? vlan.settings->ptpTc : std::nullopt;
     return {std::to_string(vlan.row.id),
             std::to_string(vlan.row.vlanType),
             vlan.row.profileType,
-            vlan.exists ? rangesOf(members.untaggedPorts) : "(not on the switch)",
-            rangesOf(members.taggedPorts),
-            rangesOf(members.untaggedLags),
+            vlan.exists ? portListOf(members.untaggedPorts, members.untaggedLags) : "(not on the switch)",
+            portListOf(members.taggedPorts, members.taggedLags),
             ptpTc ? (*ptpTc ? "yes" : "no") : ""};
 }
 
@@ -96,29 +126,28 @@ void listProfiles(Switch sw, const Output &output) {
     std::vector<Row> rows;
     rows.reserve(profiles.size());
     for (const auto &profile : profiles)
-        rows.push_back({profile.name, profile.profileType, idsOf(profile), profile.color});
-    output.printTable({"PROFILE", "TYPE", "VLANS", "COLOUR"}, rows);
+        rows.push_back(rowOf(profile));
+    output.printTable({"PROFILE", "TYPE", "VLANS", "UNTAGGED", "TAGGED", "COLOUR"}, rows);
 }
 
 void showProfile(Switch sw, const Output &output, const std::string &name) {
     const auto profiles = require(readProfiles(sw, ListDetails::Full), kNoProfiles);
-    const auto profile = std::find_if(profiles.begin(), profiles.end(),
-                                      [&](const ListedProfile &listed) { return listed.name == name; });
+    const auto profile = std::ranges::find(profiles, cutProfileName(name), &ListedProfile::name);
     if (profile == profiles.end())
-        throw Failure{ResultCode::NotExist, name};
+        throw Failure{ResultCode::NotExist, "there is no profile " + quoteText(name)};
     if (output.json) {
         printEnvelope(ResultCode::Success, "profile", printProfile(*profile).c_str());
         return;
     }
-    output.printHeading(name, profile->profileType);
+    output.printHeading(profile->name, profile->profileType);
     std::vector<Row> rows;
     for (const auto &vlan : profile->vlans)
         rows.push_back(rowOf(vlan));
-    output.printTable({"VLAN", "ROLE", "TYPE", "UNTAGGED", "TAGGED", "LAGS", "PTP"}, rows);
+    output.printTable({"VLAN", "ROLE", "TYPE", "UNTAGGED", "TAGGED", "PTP"}, rows);
 }
 
 void applyProfile(Switch sw, const Output &output, const ApplyOptions &options) {
-    require(configureProfile(sw, requestOf(options)));
+    require(configureProfile(sw, requestOf(sw, options)));
     output.printDone("applied");
 }
 

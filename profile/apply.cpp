@@ -1,174 +1,151 @@
 #include "profile/apply.h"
 
 #include <algorithm>
-#include <chrono>
-#include <cstddef>
-#include <map>
-#include <span>
 #include <utility>
-#include <vector>
 
+#include "common/json.h"
 #include "common/log.h"
-#include "platform/clock.h"
+#include "common/text.h"
 #include "profile/change.h"
-#include "profile/placing.h"
+#include "profile/detection_files.h"
 #include "profile/rules.h"
+#include "store/profile_types.h"
 
 namespace pavo {
 namespace {
 
-// Logs how long each phase took.
-class PhaseTimer {
-  public:
-    explicit PhaseTimer(const Where &where) : where_(where) {}
-
-    void done(const std::string &phase) {
-        const auto now = platform::monotonicNow();
-        const auto spent = std::chrono::duration_cast<std::chrono::milliseconds>(now - last_);
-        logDebug(where_, "[%s:%d] %s took %ld ms\n", phase, static_cast<long>(spent.count()));
-        last_ = now;
-    }
-
-  private:
-    Where where_;
-    platform::Duration last_ = platform::monotonicNow();
-};
-
-// Where a request leads.
-struct Desired {
-    SwitchState state;
-    std::vector<ProfileRow> rows;
-    std::map<VlanId, VlanHistory> histories;
-};
-
-ProfileRow rowOf(const ProfileVlanRequest &vlan, const ProfileRequest &request) {
-    return {.id = static_cast<std::int32_t>(vlan.id.number()),
-            .vlanType = vlan.vlanType,
-            .profileName = request.name,
-            .profileType = vlan.profileType,
-            .color = request.color};
+AppliedProfiles withoutProfile(AppliedProfiles profiles, const std::string &name) {
+    std::erase_if(profiles, [&](const AppliedProfile &profile) { return profile.request.name == name; });
+    return profiles;
 }
 
-std::string settingsOf(const ProfileVlanRequest &vlan, const ProfileRequest &request,
-                       const VlanHistory &history) {
-    const VlanSettings settings{.vlanType = vlan.vlanType,
-                                .profileType = vlan.profileType,
-                                .ptpTc = request.ptpTc,
-                                .assignedPorts = vlan.assigned,
-                                .history = history};
-    return settings.print(vlan.id);
+// Puts VLAN 1 back to the default profile, whoever has it.
+bool isReturnToDefault(const ProfileRequest &request) {
+    return request.name == "default" && request.profileType == PROFILE_TYPE_NAME_DEFAULT &&
+           request.vlans.size() == 1 && request.vlans[0].id == kDefaultVlan;
 }
 
-std::size_t portsOf(const ProfileRequest &request, std::vector<IfNum> ProfileVlanRequest::*list) {
-    std::size_t count = 0;
-    for (const auto &vlan : request.vlans)
-        count += (vlan.*list).size();
-    return count;
-}
-
-// From what the transaction has observed; `stay` are the rows of VLANs that do not leave.
-Desired desiredState(const ProfileTransaction &transaction, const ProfileRequest &request,
-                     const VlanSet &gone, std::span<const ProfileRow> stay, PortNames &ports,
-                     PhaseTimer &phase) {
-    const auto &observed = transaction.state();
-    Desired desired{observed, rowsWithout(stay, request.ids()), {}};
-    vacateVlans(gone, desired.state);
-    phase.done("vlanIfConfigReset");
-    for (std::size_t i = 0; i < request.vlans.size(); ++i) {
-        const auto &vlan = request.vlans[i];
-        phase.done(formatText("vlan[%d] exist check", static_cast<int>(i)));
-        desired.histories[vlan.id] = historyOf(vlan, observed, transaction.row(vlan.id) != nullptr);
-        placeVlan(vlan, request.name, ports, desired.state);
-        desired.rows.push_back(rowOf(vlan, request));
-    }
-    for (const auto &vlan : request.vlans)
-        placeTaggedPorts(vlan, ports, desired.state);
-    placeMtu(observed, transaction.rows(), desired.rows, desired.state);
-    desired.state.normalise();
-    return desired;
-}
-
-Result<> putRecords(ProfileTransaction &transaction, const ProfileRequest &request, const Desired &desired) {
-    for (const auto &vlan : request.vlans) {
-        const auto row = rowOf(vlan, request);
-        const auto *const old = transaction.row(vlan.id);
-        auto done = old != nullptr && *old == row ? Result<>() : transaction.putRow(row);
-        if (done)
-            done = transaction.putFile(vlanSettingsPath(vlan.id),
-                                       settingsOf(vlan, request, desired.histories.at(vlan.id)));
-        if (!done)
-            return done;
-    }
-    return {};
-}
-
-// One attempt; what it did is in the transaction.
-Result<> runSteps(Switch sw, ProfileTransaction &transaction, const ProfileRequest &request,
-                  const VlanSet &gone, PortNames &ports, const Where &where) {
-    PhaseTimer phase(where);
-    const auto typesBefore = typesOf(transaction.rows());
-    const auto needsBefore = readFeatureNeeds(transaction.rows(), transaction.state(), gone);
-    auto needs = needsBefore;
-
-    // Blocks of what leaves go first: their scripts touch VLANs that must still be there.
-    const auto stay = rowsWithout(transaction.rows(), gone);
-    if (!gone.empty()) {
-        needs = readFeatureNeeds(stay, transaction.state());
-        if (auto done = changeFeatures(sw, transaction, needsBefore, needs); !done)
-            return done;
-    }
-
-    // Everything that concerns VLANs and ports in one script.
-    const auto desired = desiredState(transaction, request, gone, stay, ports, phase);
-    if (auto done = transaction.changeSwitch("vlanParticipationSet", desired.state); !done)
-        return done;
-    phase.done(formatText("vlanParticipationSet (untagged=%d, tagged=%d)",
-                          static_cast<int>(portsOf(request, &ProfileVlanRequest::untagged)),
-                          static_cast<int>(portsOf(request, &ProfileVlanRequest::tagged))));
-
-    auto done = dropRecords(transaction, gone);
-    if (done)
-        done = putRecords(transaction, request, desired);
-    if (done)
-        done = dropDetectionFiles(transaction, typesBefore);
-    if (!done)
-        return done;
-    phase.done("profileConfigUpdate");
-
-    const auto needed = readFeatureNeeds(transaction.rows(), transaction.state());
-    phase.done("vlanListProfileCreateEX");
-    if (done = changeFeatures(sw, transaction, needs, needed); !done)
-        return done;
-    phase.done("profile_action_match_and_do");
-    return removeFilters(sw, transaction, needsBefore, needed);
+// Whether a profile lost something to another one, and would take it back.
+bool hasLosses(const AppliedProfiles &profiles, const std::string &name) {
+    return std::ranges::any_of(standingOf(profiles).losses,
+                               [&](const Loss &loss) { return loss.loser == name; });
 }
 
 }  // namespace
 
-Result<> applyProfile(Switch sw, const ProfileRequest &request, bool overwrite, const VlanSet &replaced,
-                      const ProfileLock &, Where where) {
+Result<std::optional<ProfilePlan>> applyProfile(Switch sw, const ProfileConfig &config,
+                                                const VlanSet &replaced, const ProfileLock &held,
+                                                Where where) {
+    const auto &request = config.request;
     PortNames ports(sw);
     if (auto checked = checkRequest(sw, request, ports, where); !checked)
-        return checked;
-    ProfileTransaction transaction(sw, where);
-    if (auto begun = transaction.begin(); !begun)
-        return begun;
-    const auto left = findLeftovers(request, transaction.rows(), transaction.state(), overwrite, where);
-    if (!left)
-        return failed(left.error().code);
-    auto gone = *left;
-    gone.insert(replaced.begin(), replaced.end());
-    auto others = gone;
-    others.merge(request.ids());
-    if (auto checked = checkOneVlanTypes(request, transaction.rows(), transaction.state(), others, where);
+        return std::unexpected(std::move(checked).error());
+    auto session = config.plan ? ProfileSession::look(sw, where) : ProfileSession::open(sw, held, where);
+    if (!session)
+        return std::unexpected(std::move(session).error());
+    session->ports = std::move(ports);
+
+    auto left = replaced;
+    if (isReturnToDefault(request))
+        left.insert(kDefaultVlan);
+    const auto present = withoutVlans(session->record.profiles, left);
+    const auto others = withoutProfile(present, request.name);
+    const auto othersStanding = standingOf(others);
+    auto checked = config.overwrite ? Result<>() : checkName(request, present, session->observed, where);
+    if (checked)
+        checked = checkOneVlanTypes(request, othersStanding, session->observed, where);
+    if (checked && !config.overwrite)
+        checked = checkOwners(request, othersStanding, where);
+    if (!checked)
+        return std::unexpected(std::move(checked).error());
+    const bool takes = config.overwrite && hasLosses(withProfile(present, {request, ""}, false), request.name);
+    auto goal = withProfile(present, {request, config.document}, takes);
+    const auto change = planChange(*session, std::move(goal), request.name);
+    if (!change)
+        return std::unexpected(change.error());
+    if (checked = checkExclusions(request, (*change)->wantedAfter, session->observed, config.overwrite, where);
         !checked)
-        return checked;
-    for (const VlanId id : request.ids())
-        gone.erase(id);
-    auto done = runSteps(sw, transaction, request, gone, ports, where);
-    if (done)
-        transaction.commit();
-    return done;
+        return std::unexpected(std::move(checked).error());
+    if (config.plan) {
+        auto plan = planOf(**change);
+        if (session->record.pending)
+            plan.notKept.push_back(formatText("a change of profile %s was interrupted and is finished first",
+                                              quoteText(session->record.pending->name)));
+        return std::optional(std::move(plan));
+    }
+    FileSnapshots snapshots;
+    if (!config.document.empty())
+        writeDetectionFiles(config, snapshots, where);
+    if (auto done = carryOut(*session, **change, held); !done) {
+        static_cast<void>(snapshots.restore(where));
+        return std::unexpected(std::move(done).error());
+    }
+    return std::optional<ProfilePlan>();
+}
+
+Result<> removeFromVlans(Switch sw, const VlanSet &ids, const ProfileLock &held, Where where) {
+    auto session = ProfileSession::open(sw, held, where);
+    if (!session)
+        return std::unexpected(std::move(session).error());
+    const auto change = planChange(*session, withoutVlans(session->record.profiles, ids), "");
+    return change ? carryOut(*session, **change, held) : std::unexpected(change.error());
+}
+
+Result<> removeProfile(Switch sw, const std::string &name, const ProfileLock &held, Where where) {
+    auto session = ProfileSession::open(sw, held, where);
+    if (!session)
+        return std::unexpected(std::move(session).error());
+    // A row whose id is no VLAN's: nothing of it is on the switch.
+    const bool stray = std::ranges::any_of(session->rows, [&](const ProfileRow &row) {
+        return row.profileName == name && !row.vlan();
+    });
+    if (session->record.find(name) == nullptr && !stray)
+        return refuse(ResultCode::NotExist, "there is no such profile", where);
+    const auto change = planChange(*session, withoutProfile(session->record.profiles, name), name);
+    return change ? carryOut(*session, **change, held) : std::unexpected(change.error());
+}
+
+Result<std::vector<ProfileStatus>> readProfileStatus(Switch sw, Where where) {
+    auto session = ProfileSession::look(sw, where);
+    if (!session)
+        return std::unexpected(std::move(session).error());
+    std::vector<ProfileStatus> out;
+    const auto &record = session->record;
+    for (const auto &profile : record.profiles) {
+        const auto &name = profile.request.name;
+        const auto change = planChange(*session, record.profiles, name);
+        if (!change)
+            return std::unexpected(change.error());
+        ProfileStatus status{name, planOf(**change), {}, record.pending && record.pending->name == name};
+        for (const auto *losses : {&(*change)->to.losses, &(*change)->wantedAfter.losses})
+            std::ranges::copy_if(*losses, std::back_inserter(status.losses),
+                                 [&](const Loss &loss) { return loss.loser == name; });
+        out.push_back(std::move(status));
+    }
+    if (record.pending && record.find(record.pending->name) == nullptr)
+        out.push_back({record.pending->name, {}, {}, true});
+    return out;
+}
+
+std::string printStatus(const std::vector<ProfileStatus> &status) {
+    const JsonPtr array(cJSON_CreateArray());
+    for (const auto &profile : status) {
+        cJSON *const object = cJSON_CreateObject();
+        cJSON_AddItemToArray(array.get(), object);
+        cJSON_AddStringToObject(object, "name", wellFormed(profile.name).c_str());
+        cJSON_AddBoolToObject(object, "asApplied",
+                              profile.repair.empty() && profile.losses.empty() && !profile.interrupted);
+        cJSON_AddBoolToObject(object, "interrupted", profile.interrupted);
+        cJSON *const losses = cJSON_AddArrayToObject(object, "losses");
+        for (const auto &loss : profile.losses) {
+            cJSON *const item = cJSON_CreateObject();
+            cJSON_AddItemToArray(losses, item);
+            cJSON_AddStringToObject(item, "what", loss.what.c_str());
+            cJSON_AddStringToObject(item, "to", wellFormed(loss.taker).c_str());
+        }
+        addItem(object, "repair", JsonPtr(cJSON_Parse(printPlan(profile.repair).c_str())));
+    }
+    return printJson(array.get());
 }
 
 }  // namespace pavo

@@ -21,13 +21,34 @@ std::int32_t profileConfigSet(Switch sw, const char *requestText) {
     return codeOf(configureProfile(sw, textOf(requestText)));
 }
 
+std::int32_t profilePlanGet(Switch sw, const char *requestText, char **text) {
+    JsonPtr request(cJSON_Parse(textOf(requestText).c_str()));
+    if (cJSON *const config = cJSON_GetObjectItemCaseSensitive(request.get(), "profileConfig");
+        cJSON_IsObject(config)) {
+        cJSON_DeleteItemFromObjectCaseSensitive(config, "plan");
+        cJSON_AddBoolToObject(config, "plan", true);
+    }
+    const auto planned = configureProfile(sw, request != nullptr ? printJson(request.get()) : "");
+    if (!planned)
+        return codeOf(planned);
+    return handOut(planned->has_value() ? printPlan(**planned) : "", text);
+}
+
+std::int32_t profileStatusGet(Switch sw, char **text) {
+    const auto status = readProfileStatus(sw);
+    return status ? handOut(printStatus(*status), text) : codeOf(status);
+}
+
 std::int32_t profileDelete(Switch sw, const char *requestText) {
     return codeOf(deleteProfile(sw, textOf(requestText)));
 }
 
 std::int32_t profileVlanAdd(Switch sw, const ProfileRequest &request, std::int32_t overwrite) {
     const auto lock = ProfileLock::take();
-    return lock ? codeOf(applyProfile(sw, request, overwrite != 0, {}, *lock)) : codeOf(lock);
+    if (!lock)
+        return codeOf(lock);
+    const ProfileConfig config{.request = request, .overwrite = overwrite != 0};
+    return codeOf(applyProfile(sw, config, {}, *lock));
 }
 
 std::int32_t profileVlansRemove(Switch sw, const VlanSet &ids) {

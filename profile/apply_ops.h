@@ -16,6 +16,14 @@ namespace pavo {
 // otherwise the result of profileVlanAdd. A failed request leaves switch, database and files as they were.
 std::int32_t profileConfigSet(Switch sw, const char *requestText);
 
+// What profileConfigSet would change for that request, as JSON (see profile/plan.h); the caller frees the text. It
+// changes nothing. The codes of profileConfigSet; 10002 when there is no place for the text.
+std::int32_t profilePlanGet(Switch sw, const char *requestText, char **text);
+
+// How each profile stands beside the switch as it is, as JSON (see profile/apply.h); the caller frees the text. 0;
+// 10000 when the switch or the database cannot be read; 10002 as above.
+std::int32_t profileStatusGet(Switch sw, char **text);
+
 // Configures the switch for a finished request. 0; 10003 for a VLAN named twice, unknown types, ports that do
 // not exist, a port untagged in two VLANs, names that cannot be VLAN names, malformed addresses; 14103,
 // 14106, 14109 when a type that is for one VLAN only has another; 14107 when another profile has the name;

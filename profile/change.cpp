@@ -750,13 +750,33 @@ Failure Execution::failure() {
     return {code_, left_};
 }
 
+// A port that is not there is passed over; one that the switch does not tell about is not.
+Result<> learnPorts(const AppliedProfiles &profiles, ProfileSession &session) {
+    for (const auto &profile : profiles)
+        for (const auto &vlan : profile.request.vlans)
+            for (const auto *list : {&vlan.untagged, &vlan.tagged})
+                for (const IfNum port : *list)
+                    if (const auto name = session.ports.find(port);
+                        !name && name.error() != OpenError::NotFound) {
+                        const auto why =
+                            formatText("the switch does not say what interface %d is", port);
+                        logError(session.where, "[%s:%d] %s (result = %d)\n", why, name.error());
+                        return failed(ResultCode::Failed, why);
+                    }
+    return {};
+}
+
 }  // namespace
 
-std::unique_ptr<ProfileChange> planChange(ProfileSession &session, AppliedProfiles goal, std::string name) {
+Result<std::unique_ptr<ProfileChange>> planChange(ProfileSession &session, AppliedProfiles goal,
+                                                  std::string name) {
     auto change = std::make_unique<ProfileChange>();
     change->name = std::move(name);
     change->before = session.record.profiles;
     change->after = std::move(goal);
+    for (const auto *profiles : {&change->before, &change->after})
+        if (auto known = learnPorts(*profiles, session); !known)
+            return std::unexpected(std::move(known).error());
     change->from = standingOf(change->before);
     change->to = standingOf(change->after);
     change->observed = thingsOf(session.observed);

@@ -48,8 +48,10 @@ struct ProfileChange {
 };
 
 // From the session's profiles to `goal`; only what the profile `name` wants or wanted, and what others gain or
-// lose by it, is touched. Reads templates; changes nothing.
-std::unique_ptr<ProfileChange> planChange(ProfileSession &session, AppliedProfiles goal, std::string name);
+// lose by it, is touched. Reads templates; changes nothing. Failed (logged, with a reason) when the switch does not
+// tell what the ports of a profile are.
+Result<std::unique_ptr<ProfileChange>> planChange(ProfileSession &session, AppliedProfiles goal,
+                                                  std::string name);
 
 // Switch, database, files and record, in this order but for the record, which comes first and last. When a step
 // fails, all of it is taken back, and the failure says with its reason which step it was and what, if anything,

@@ -30,22 +30,23 @@ class StopWatch {
 };
 
 // Why the parser refused a request.
-std::unexpected<Failure> reportFault(RequestFault fault, const std::string &requestText, const Where &where) {
-    switch (fault) {
-        case RequestFault::NoJson:
+std::unexpected<Failure> reportFault(const RequestFault &fault, const std::string &requestText,
+                                     const Where &where) {
+    switch (fault.kind) {
+        case RequestFault::Kind::NoJson:
             logError(where, "[%s:%d] Json format error\r\n");
             break;
-        case RequestFault::Parameter:
+        case RequestFault::Kind::Parameter:
             logError(where, "[%s:%d] Param error :%s\r\n", requestText);
             break;
-        case RequestFault::VlanId:
-            return refuse(ResultCode::InvalidArgument, "a VLAN id is outside 1 to 4094", where);
+        case RequestFault::Kind::Value:
+            return refuse(ResultCode::InvalidArgument, fault.reason, where);
     }
-    return failed(ResultCode::InvalidArgument);
+    return failed(ResultCode::InvalidArgument, fault.reason);
 }
 
-Result<> applyConfig(Switch sw, ProfileConfig config, const ProfileLock &held, const StopWatch &watch,
-                     const Where &where) {
+Result<std::optional<ProfilePlan>> applyConfig(Switch sw, ProfileConfig config, const ProfileLock &held,
+                                               const StopWatch &watch, const Where &where) {
     auto &request = config.request;
     adjustPtp(request, where);
     adjustKramer(request, where);
@@ -59,13 +60,9 @@ Result<> applyConfig(Switch sw, ProfileConfig config, const ProfileLock &held, c
         logDebug(where, "[%s:%d] %s: overwrite processing took %ld ms (cumulative)\n", kOperation,
                  watch.milliseconds());
     }
-    FileSnapshots snapshots;
-    writeDetectionFiles(config, snapshots, where);
     logDebug(where, "[%s:%d] %s: save config to file took %ld ms (cumulative)\n", kOperation,
              watch.milliseconds());
-    auto done = applyProfile(sw, request, config.overwrite, replaced, held, where);
-    if (!done)
-        static_cast<void>(snapshots.restore(where));
+    auto done = applyProfile(sw, config, replaced, held, where);
     logDebug(where, "[%s:%d] %s: profileVlanAdd took %ld ms (cumulative)\n", kOperation,
              watch.milliseconds());
     return done;
@@ -73,7 +70,7 @@ Result<> applyConfig(Switch sw, ProfileConfig config, const ProfileLock &held, c
 
 }  // namespace
 
-Result<> configureProfile(Switch sw, const std::string &requestText) {
+Result<std::optional<ProfilePlan>> configureProfile(Switch sw, const std::string &requestText) {
     const Where where(kOperation, __LINE__);
     const auto lock = ProfileLock::take(where);
     if (!lock)
@@ -81,10 +78,11 @@ Result<> configureProfile(Switch sw, const std::string &requestText) {
     const StopWatch watch;
     logInfo(where, "[%s:%d] %s() Start\n", kOperation);
     auto config = parseProfileConfig(requestText);
-    if (!config && config.error() == RequestFault::NoJson)
+    if (!config && config.error().kind == RequestFault::Kind::NoJson)
         return reportFault(config.error(), requestText, where);
-    Result<> done = config ? applyConfig(sw, std::move(*config), *lock, watch, where)
-                           : reportFault(config.error(), requestText, where);
+    Result<std::optional<ProfilePlan>> done = config
+                                                  ? applyConfig(sw, std::move(*config), *lock, watch, where)
+                                                  : reportFault(config.error(), requestText, where);
     logInfo(where, "[%s:%d] %s() End - Total execution time: %ld ms\n", kOperation, watch.milliseconds());
     return done;
 }
@@ -94,13 +92,14 @@ Result<> deleteProfile(Switch sw, const std::string &requestText) {
     const JsonPtr request(cJSON_Parse(requestText.c_str()));
     const auto name = stringMember(request.get(), "name");
     if (!name || name->empty())
-        return refuse(ResultCode::InvalidArgument, "the request has no name", where);
+        return refuse(ResultCode::InvalidArgument,
+                      request == nullptr ? "the request is not JSON" : "\"name\" is missing or empty", where);
     if (*name == "Default")
-        return refuse(ResultCode::InvalidArgument, "the default profile stays", where);
+        return refuse(ResultCode::InvalidArgument, "\"name\": the default profile stays", where);
     const auto lock = ProfileLock::take(where);
     if (!lock)
         return std::unexpected(lock.error());
-    return removeProfile(sw, *name, *lock, where);
+    return removeProfile(sw, cutProfileName(*name), *lock, where);
 }
 
 }  // namespace pavo

@@ -81,8 +81,8 @@ struct Exclusion {
     void (*drop)(FeatureNeeds &needs);
 };
 constexpr Exclusion kExclusive[][2] = {
-    {{"802.1AS", [](const FeatureNeeds &n) { return n.avb; }, [](FeatureNeeds &n) { n.avb = false; }},
-     {"PTP transparent clock", [](const FeatureNeeds &n) { return n.ptpTc; },
+    {{kLossDot1as, [](const FeatureNeeds &n) { return n.avb; }, [](FeatureNeeds &n) { n.avb = false; }},
+     {kLossPtpTc, [](const FeatureNeeds &n) { return n.ptpTc; },
       [](FeatureNeeds &n) { n.ptpTc = false; }}},
     {{"spanning tree of lighting", [](const FeatureNeeds &n) { return n.etcGlobal; },
       [](FeatureNeeds &n) { n.etcGlobal = false; }},

@@ -2,39 +2,140 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <filesystem>
 #include <map>
 #include <span>
+#include <system_error>
 #include <utility>
 
 #include "common/json.h"
+#include "common/log.h"
+#include "common/text.h"
+#include "platform/paths.h"
 
 namespace pavo {
 namespace {
 
-using Pictures = std::map<VlanId, VlanPicture>;
+// The VLANs of the switch with their members.
+using Vlans = std::map<VlanId, VlanMembers>;
 
-Result<Pictures> readPictures(Switch sw, const Where &where) {
-    Pictures out;
-    auto pictures = readVlanPictures(sw, where);
-    if (!pictures)
-        return failed(ResultCode::Failed);
-    for (auto &picture : *pictures)
-        out.emplace(picture.id, std::move(picture));
-    return out;
+std::unexpected<Failure> reportUnread(const std::string &what, OpenError code, const Where &where) {
+    const auto reason = what + " cannot be read";
+    logError(where, "[%s:%d] profile list: %s (result = %d)\n", reason, code);
+    return failed(ResultCode::Failed, reason);
 }
 
-ListedVlan listVlan(Switch sw, const ProfileRow &row, ListDetails details, const Pictures &pictures) {
-    ListedVlan vlan{.row = row};
-    const auto id = row.vlan();
-    if (details == ListDetails::Brief) {
-        vlan.exists = id && sw.checkVlan(*id);
-    } else if (id) {
-        vlan.settings = readVlanSettings(*id);
-        if (const auto picture = pictures.find(*id); picture != pictures.end())
-            vlan.picture = picture->second;
-        vlan.exists = vlan.picture.has_value();
+// Reads the membership of all interfaces of a kind into the lists of `vlans`; of LAGs, `isUsed` tells whether
+// one has members.
+class MembershipReader {
+  public:
+    MembershipReader(Switch sw, Vlans &vlans, const Where &where) : sw_(sw), vlans_(vlans), where_(where) {}
+
+    Result<> readPorts() {
+        auto ports = sw_.ports();
+        for (const IfNum port : ports)
+            if (auto read = place(port, port, &VlanMembers::untaggedPorts, &VlanMembers::taggedPorts, true);
+                !read)
+                return read;
+        if (const auto broken = ports.brokenBy())
+            return reportUnread("the list of ports", *broken, where_);
+        return {};
     }
-    return vlan;
+
+    Result<> readLags() {
+        auto lags = sw_.lags();
+        std::optional<LagNumbering> numbering;
+        OpenResult<std::uint32_t> max = 0;
+        for (const IfNum lag : lags) {
+            if (!numbering) {
+                numbering = LagNumbering{lag};
+                max = sw_.lagMaxMembers();
+            }
+            const auto members = max ? sw_.lagMembers(lag, *max) : std::unexpected(max.error());
+            if (!members)
+                return reportUnread("the list of LAG members", members.error(), where_);
+            if (auto read = place(lag, numbering->numberOf(lag), &VlanMembers::untaggedLags,
+                                  &VlanMembers::taggedLags, !members->empty());
+                !read)
+                return read;
+        }
+        if (const auto broken = lags.brokenBy())
+            return reportUnread("the list of LAGs", *broken, where_);
+        return {};
+    }
+
+  private:
+    // An interface that nobody uses is in VLAN 1 because it has to be somewhere.
+    template <class Number>
+    Result<> place(IfNum ifNum, Number number, std::vector<Number> VlanMembers::*untagged,
+                   std::vector<Number> VlanMembers::*tagged, bool isUsed) {
+        const auto what = "the VLANs of interface " + std::to_string(ifNum.number());
+        const auto pvid = sw_.pvidNumber(ifNum);
+        if (!pvid)
+            return reportUnread(what, pvid.error(), where_);
+        const auto ids = sw_.taggedVlans(ifNum);
+        if (!ids)
+            return reportUnread(what, ids.error(), where_);
+        if (const auto id = VlanId::from(*pvid); id && (isUsed || id != kDefaultVlan))
+            if (const auto vlan = vlans_.find(*id); vlan != vlans_.end())
+                (vlan->second.*untagged).push_back(number);
+        for (const VlanId id : *ids)
+            if (const auto vlan = vlans_.find(id); vlan != vlans_.end())
+                (vlan->second.*tagged).push_back(number);
+        return {};
+    }
+
+    Switch sw_;
+    Vlans &vlans_;
+    Where where_;
+};
+
+Result<Vlans> readVlans(Switch sw, ListDetails details, const Where &where) {
+    Vlans vlans;
+    auto walk = sw.vlans();
+    for (const VlanId id : walk)
+        vlans.emplace(id, VlanMembers{});
+    if (const auto broken = walk.brokenBy())
+        return reportUnread("the list of VLANs", *broken, where);
+    if (details == ListDetails::Brief)
+        return vlans;
+    MembershipReader reader(sw, vlans, where);
+    if (auto read = reader.readPorts(); !read)
+        return std::unexpected(read.error());
+    if (auto read = reader.readLags(); !read)
+        return std::unexpected(read.error());
+    return vlans;
+}
+
+// Whether the database has been made. An empty file is one that is being made.
+bool hasDatabase() {
+    std::error_code error;
+    const auto size = std::filesystem::file_size(platform::fsPath(platform::paths::kProfileDb), error);
+    return error ? error != std::errc::no_such_file_or_directory : size > 0;
+}
+
+Result<std::vector<ProfileRow>> readRows(const Where &where) {
+    if (!hasDatabase())
+        return std::vector{defaultProfileRow()};
+    auto rows = readProfileRows(where);
+    if (!rows)
+        return failed(ResultCode::Failed, "the profile database cannot be read");
+    return std::move(*rows);
+}
+
+ListedVlan listVlan(const ProfileRow &row, ListDetails details, const Vlans &vlans) {
+    ListedVlan listed{.row = row};
+    const auto id = row.vlan();
+    if (!id)
+        return listed;
+    const auto vlan = vlans.find(*id);
+    listed.exists = vlan != vlans.end();
+    if (details == ListDetails::Brief)
+        return listed;
+    if (listed.exists)
+        listed.members = vlan->second;
+    listed.settings = readVlanSettings(*id);
+    return listed;
 }
 
 // The profile of that name, made when its first VLAN comes.
@@ -56,9 +157,11 @@ JsonPtr numbersJson(std::span<const std::uint32_t> numbers) {
     return array;
 }
 
-void addPicture(cJSON *object, const VlanPicture &picture) {
-    const auto &members = picture.members;
-    cJSON_AddStringToObject(object, "vlanName", picture.name.c_str());
+void addText(cJSON *object, const char *key, const std::string &text) {
+    cJSON_AddStringToObject(object, key, wellFormed(text).c_str());
+}
+
+void addMembers(cJSON *object, const VlanMembers &members) {
     cJSON *const ports = cJSON_AddObjectToObject(object, "ports");
     addNumbers(ports, "untagged", members.untaggedPorts);
     addNumbers(ports, "tagged", members.taggedPorts);
@@ -71,10 +174,12 @@ JsonPtr vlanJson(const ListedVlan &vlan) {
     JsonPtr object(cJSON_CreateObject());
     cJSON_AddNumberToObject(object.get(), "vlanId", vlan.row.id);
     cJSON_AddNumberToObject(object.get(), "vlanType", vlan.row.vlanType);
-    cJSON_AddStringToObject(object.get(), "profileType", vlan.row.profileType.c_str());
+    addText(object.get(), "profileType", vlan.row.profileType);
     cJSON_AddBoolToObject(object.get(), "exists", vlan.exists);
-    if (vlan.picture)
-        addPicture(object.get(), *vlan.picture);
+    if (vlan.members) {
+        addText(object.get(), "vlanName", vlan.row.profileName);
+        addMembers(object.get(), *vlan.members);
+    }
     if (vlan.settings && vlan.settings->ptpTc)
         cJSON_AddBoolToObject(object.get(), "ptpTc", *vlan.settings->ptpTc);
     if (vlan.settings && vlan.settings->assignedPorts)
@@ -90,9 +195,9 @@ void append(cJSON *array, JsonPtr item) {
 
 JsonPtr profileJson(const ListedProfile &profile) {
     JsonPtr object(cJSON_CreateObject());
-    cJSON_AddStringToObject(object.get(), "name", profile.name.c_str());
-    cJSON_AddStringToObject(object.get(), "profileType", profile.profileType.c_str());
-    cJSON_AddStringToObject(object.get(), "color", profile.color.c_str());
+    addText(object.get(), "name", profile.name);
+    addText(object.get(), "profileType", profile.profileType);
+    addText(object.get(), "color", profile.color);
     cJSON *const vlans = cJSON_AddArrayToObject(object.get(), "vlans");
     for (const auto &vlan : profile.vlans)
         append(vlans, vlanJson(vlan));
@@ -102,19 +207,15 @@ JsonPtr profileJson(const ListedProfile &profile) {
 }  // namespace
 
 Result<std::vector<ListedProfile>> readProfiles(Switch sw, ListDetails details, Where where) {
-    const auto rows = readProfileRows(where);
+    const auto rows = readRows(where);
     if (!rows)
-        return failed(ResultCode::Failed);
-    Pictures pictures;
-    if (details == ListDetails::Full) {
-        auto read = readPictures(sw, where);
-        if (!read)
-            return std::unexpected(read.error());
-        pictures = std::move(*read);
-    }
+        return std::unexpected(rows.error());
+    const auto vlans = readVlans(sw, details, where);
+    if (!vlans)
+        return std::unexpected(vlans.error());
     std::vector<ListedProfile> profiles;
     for (const auto &row : *rows)
-        profileOf(row, profiles).vlans.push_back(listVlan(sw, row, details, pictures));
+        profileOf(row, profiles).vlans.push_back(listVlan(row, details, *vlans));
     return profiles;
 }
 

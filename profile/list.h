@@ -10,15 +10,17 @@
 #include "common/result.h"
 #include "store/profile_db.h"
 #include "store/vlan_settings.h"
-#include "vlan/vlan_picture.h"
+#include "swapi/switch.h"
+#include "vlan/vlan_members.h"
 
 namespace pavo {
 
 struct ListedVlan {
     ProfileRow row;
     bool exists = false;  // on the switch
-    // Only with everything known; nothing for a VLAN that is not on the switch, or has no settings file.
-    std::optional<VlanPicture> picture{};
+    // Only with full details; nothing for a VLAN that is not on the switch, or has no settings file. A LAG
+    // without members that is in VLAN 1 untagged, as all of them are at first, is left out.
+    std::optional<VlanMembers> members{};
     std::optional<VlanSettings> settings{};
 };
 
@@ -30,15 +32,16 @@ struct ListedProfile {
 // How much is listed for each VLAN.
 enum class ListDetails { Brief, Full };
 
-// In the order of their lowest VLANs. Failed when the database or, with everything known, the switch cannot
-// be read.
+// In the order of their lowest VLANs. Where no database has been made yet there is the default profile alone;
+// none is made. Failed, with a human-readable reason, when the database or the switch cannot be read: a list
+// with holes would look as if something had gone.
 Result<std::vector<ListedProfile>> readProfiles(Switch sw, ListDetails details,
                                                 Where where = std::source_location::current());
 
 // A profile as JSON: {"name", "profileType", "color", "vlans": [{"vlanId", "vlanType", "profileType",
-// "exists"}, ...]}, and with everything known also "vlanName", "ptpTc", "ports" {"untagged", "tagged"}
-// (interface numbers), "lags" {"untagged", "tagged"} (LAG numbers), and "assignedPort" where the profile's
-// request named them. Empty when memory runs out.
+// "exists"}, ...]}, and with full details also "vlanName", "ports" {"untagged", "tagged"} (interface numbers) and
+// "lags" {"untagged", "tagged"} (LAG numbers) for a VLAN that exists, and "ptpTc" and "assignedPort" where the
+// profile's request named them. Well-formed UTF-8; empty when memory runs out.
 std::string printProfile(const ListedProfile &profile);
 std::string printProfiles(const std::vector<ListedProfile> &profiles);
 

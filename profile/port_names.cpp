@@ -5,12 +5,12 @@
 
 namespace pavo {
 
-std::optional<std::string> PortNames::find(IfNum ifNum) {
+OpenResult<std::string> PortNames::find(IfNum ifNum) {
     if (const auto known = names_.find(ifNum); known != names_.end())
         return known->second;
     const auto type = sw_.interfaceType(ifNum);
     if (!type)
-        return std::nullopt;
+        return std::unexpected(type.error());
     std::string name;
     if (*type == static_cast<std::uint32_t>(IfType::Port)) {
         name = portCliName(ifNum);
@@ -18,12 +18,12 @@ std::optional<std::string> PortNames::find(IfNum ifNum) {
         if (!lags_) {
             const auto numbering = sw_.lagNumbering();
             if (!numbering)
-                return std::nullopt;
+                return std::unexpected(numbering.error());
             lags_ = *numbering;
         }
         name = lagCliName(lags_->numberOf(ifNum));
     } else {
-        return std::nullopt;
+        return std::unexpected(OpenError::NotFound);
     }
     return names_.emplace(ifNum, std::move(name)).first->second;
 }

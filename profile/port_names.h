@@ -14,8 +14,8 @@ class PortNames {
   public:
     explicit PortNames(Switch sw) : sw_(sw) {}
 
-    // Nothing when there is no such port or LAG.
-    std::optional<std::string> find(IfNum ifNum);
+    // NotFound when there is no such port or LAG; another code when the switch does not tell.
+    OpenResult<std::string> find(IfNum ifNum);
     // The other way; nothing for a name that is no port's or LAG's. It does not ask whether there is one.
     std::optional<IfNum> ifNumOf(const std::string &name);
     // Of a port that has been found.

@@ -7,6 +7,7 @@
 #include <expected>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "common/if_num.h"
@@ -17,9 +18,12 @@ namespace pavo {
 
 inline constexpr std::size_t PROFILE_VLANS_MAX = 4;
 inline constexpr std::size_t PROFILE_PORTS_MAX = 912;  // in each list
-// Bytes of names and types, and of the colour; what is longer is cut.
+// Bytes of names and types, and of the colour; what is longer is cut at a character.
 inline constexpr std::size_t PROFILE_NAME_MAX = 255;
 inline constexpr std::size_t PROFILE_COLOR_MAX = 7;
+
+// The name as a profile has it: whoever looks one up by what a user said cuts that first.
+std::string cutProfileName(std::string_view name);
 
 // Role of a VLAN within profiles that separate control and audio.
 inline constexpr std::int32_t VLAN_TYPE_CONTROL = 2;
@@ -29,7 +33,7 @@ inline constexpr std::int32_t VLAN_TYPE_AUDIO = 3;
 enum class IpConfig : std::int32_t { Keep = 0, None = 1, Dhcp = 2, Manual = 3 };
 
 struct RoutingRequest {
-    IpConfig method = IpConfig::Keep;  // may be out of range
+    IpConfig method = IpConfig::Keep;
     std::optional<Ipv4> address, mask;
 
     bool operator==(const RoutingRequest &) const = default;
@@ -64,13 +68,19 @@ struct ProfileConfig {
     ProfileRequest request;
     bool overwrite = false;  // replace conflicting configuration
     bool force = false;      // adapt the type to what the switch supports
+    bool plan = false;       // only tell what would change
     std::string document;    // the complete request as JSON, formatted
 };
 
-// What is wrong with the text of a request: it is no JSON; it has no "profileConfig" object, lacks a required
-// key, has one of a wrong type, more than four VLANs or 912 ports in a list; or a VLAN id is outside 1 to
-// 4094.
-enum class RequestFault { NoJson, Parameter, VlanId };
+// What is wrong with the text of a request: it is no JSON; it has no "profileConfig" object, or lacks a
+// required key of that object or has one of a wrong type; or another value is of a wrong type or out of range.
+struct RequestFault {
+    enum class Kind { NoJson, Parameter, Value };
+    Kind kind;
+    // Human-readable, and names the field from inside "profileConfig":
+    // "vlans[0].vlanId": 20.5 is not a VLAN id (1 to 4094)
+    std::string reason;
+};
 
 // A text of more than PROFILE_REQUEST_MAX bytes is taken for no JSON: that is far beyond any honest request.
 inline constexpr std::size_t PROFILE_REQUEST_MAX = 1 << 20;

@@ -144,8 +144,11 @@ void adoptRow(const ProfileRow &row, VlanId id, ProfileSession &session) {
 }
 
 // What such profiles changed was at its default before, but for what the settings files say.
-void recordAdopted(ProfileSession &session, const std::set<std::string> &names) {
-    const auto change = planChange(session, session.record.profiles, "");
+Result<> recordAdopted(ProfileSession &session, const std::set<std::string> &names) {
+    const auto planned = planChange(session, session.record.profiles, "");
+    if (!planned)
+        return std::unexpected(planned.error());
+    const auto &change = *planned;
     for (const auto &[name, owners] : change->wantedAfter.claims) {
         const bool adopted = std::ranges::any_of(
             owners, [&](const std::string &owner) { return names.contains(owner); });
@@ -167,11 +170,12 @@ void recordAdopted(ProfileSession &session, const std::set<std::string> &names) 
         }
         session.record.things[name] = std::move(thing);
     }
+    return {};
 }
 
 // The database is what other programs read and write: rows that they wrote are profiles, too, and a VLAN whose row
 // they deleted, and that is not on the switch, has left its profile.
-void reconcile(ProfileSession &session) {
+Result<> reconcile(ProfileSession &session) {
     const auto known = rowsOf(standingOf(session.record.profiles));
     VlanSet left;
     for (const auto &row : known)
@@ -190,8 +194,7 @@ void reconcile(ProfileSession &session) {
         adoptRow(row, *id, session);
         adopted.insert(row.profileName);
     }
-    if (!adopted.empty())
-        recordAdopted(session, adopted);
+    return adopted.empty() ? Result<>() : recordAdopted(session, adopted);
 }
 
 // --- interruptions
@@ -204,17 +207,23 @@ Result<> observe(ProfileSession &session) {
     return {};
 }
 
+Result<> carryTo(ProfileSession &session, const AppliedProfiles &goal, const std::string &name,
+                 const ProfileLock &held) {
+    const auto change = planChange(session, goal, name);
+    return change ? carryOut(session, **change, held) : std::unexpected(change.error());
+}
+
 Result<> finishInterrupted(ProfileSession &session, const ProfileLock &held) {
     const auto pending = *session.record.pending;
     logWarn(session.where, "[%s:%d] a change of profile '%s' was interrupted and is finished first\n",
             pending.name);
-    if (carryOut(session, *planChange(session, pending.profiles, pending.name), held))
+    if (carryTo(session, pending.profiles, pending.name, held))
         return {};
     logWarn(session.where, "[%s:%d] the interrupted change of profile '%s' is taken back instead\n",
             pending.name);
     if (auto read = observe(session); !read)
         return read;
-    auto undone = carryOut(session, *planChange(session, session.record.profiles, pending.name), held);
+    auto undone = carryTo(session, AppliedProfiles(session.record.profiles), pending.name, held);
     if (undone)
         return {};
     return failed(undone.error().code,
@@ -260,7 +269,8 @@ Result<ProfileSession> ProfileSession::open(Switch sw, const ProfileLock &held, 
         if (auto read = observe(*session); !read)
             return failed(read.error().code, "the switch's configuration cannot be read");
     }
-    reconcile(*session);
+    if (auto known = reconcile(*session); !known)
+        return std::unexpected(std::move(known).error());
     return session;
 }
 
@@ -272,8 +282,10 @@ Result<ProfileSession> ProfileSession::look(Switch sw, Where where) {
     if (!rows)
         return failed(ResultCode::Failed, "the profile database cannot be read");
     session->rows = std::move(*rows);
-    if (!session->record.pending)
-        reconcile(*session);
+    if (session->record.pending)
+        return session;
+    if (auto known = reconcile(*session); !known)
+        return std::unexpected(std::move(known).error());
     return session;
 }
 

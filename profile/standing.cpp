@@ -15,18 +15,13 @@ namespace {
 constexpr std::int32_t kFirstPartnerType = 6;
 constexpr std::int32_t kLastPartnerType = 9;
 
-bool isPartner(const ProfileRequest &request, const ProfileVlanRequest &vlan) {
-    return request.profileType == PROFILE_TYPE_NAME_KRAMER && vlan.vlanType >= kFirstPartnerType &&
-           vlan.vlanType <= kLastPartnerType;
-}
-
 // For each VLAN the last profile that has it as its own; a partner counts where nobody else does.
 std::map<VlanId, const AppliedProfile *> ownersOf(const AppliedProfiles &profiles) {
     std::map<VlanId, const AppliedProfile *> owners;
     for (const bool partners : {true, false})
         for (const auto &profile : profiles)
             for (const auto &vlan : profile.request.vlans)
-                if (isPartner(profile.request, vlan) == partners)
+                if (isPartnerVlan(profile.request, vlan) == partners)
                     owners[vlan.id] = &profile;
     return owners;
 }
@@ -37,6 +32,11 @@ std::string portText(IfNum port) {
 
 }  // namespace
 
+bool isPartnerVlan(const ProfileRequest &request, const ProfileVlanRequest &vlan) {
+    return request.profileType == PROFILE_TYPE_NAME_KRAMER && vlan.vlanType >= kFirstPartnerType &&
+           vlan.vlanType <= kLastPartnerType;
+}
+
 Standing standingOf(const AppliedProfiles &profiles) {
     Standing standing;
     const auto owners = ownersOf(profiles);
@@ -44,7 +44,7 @@ Standing standingOf(const AppliedProfiles &profiles) {
     for (const auto &profile : profiles)
         for (const auto &vlan : profile.request.vlans) {
             const auto *const owner = owners.at(vlan.id);
-            const bool shared = owner != &profile && isPartner(profile.request, vlan);
+            const bool shared = owner != &profile && isPartnerVlan(profile.request, vlan);
             if (owner != &profile && !shared) {
                 standing.losses.push_back({profile.request.name, "VLAN " + std::to_string(vlan.id.number()),
                                            owner->request.name});

@@ -27,11 +27,18 @@ struct Loss {
     bool operator==(const Loss &) const = default;
 };
 
+// Features that profiles lose to each other.
+inline constexpr const char *kLossPtpTc = "PTP transparent clock";
+inline constexpr const char *kLossDot1as = "802.1AS";
+
 struct Standing {
     // In the order in which the profiles were applied. They point into the list that this was made from.
     std::vector<PlacedVlan> vlans;
     std::vector<Loss> losses;
 };
+
+// A VLAN of a Kramer profile that may belong to another profile.
+bool isPartnerVlan(const ProfileRequest &request, const ProfileVlanRequest &vlan);
 
 // A VLAN, and the untagged frames of a port, belong to the profile that was applied last of those that name them.
 Standing standingOf(const AppliedProfiles &profiles);

@@ -14,6 +14,7 @@
 
 #include "common/files.h"
 #include "common/log.h"
+#include "common/text.h"
 #include "platform/paths.h"
 
 namespace pavo {
@@ -51,9 +52,7 @@ std::int32_t numberOf(const char *text) {
 // textAt(column): the cell as text, never null.
 template <class TextAt>
 ProfileRow makeRow(TextAt textAt) {
-    const auto cut = [&](int column, std::size_t size) {
-        return std::string(std::string_view(textAt(column)).substr(0, size - 1));
-    };
+    const auto cut = [&](int column, std::size_t size) { return cutToBytes(textAt(column), size - 1); };
     return {numberOf(textAt(0)), numberOf(textAt(1)), cut(2, VLAN_INFO_NAME_SIZE),
             cut(3, VLAN_INFO_TYPE_SIZE), cut(4, VLAN_INFO_COLOR_SIZE)};
 }

@@ -48,7 +48,8 @@ int codeOf(const DbResult<T> &result) {
     return result ? 0 : static_cast<int>(result.error().code);
 }
 
-// Widths of the columns, with the terminating zero; longer strings are cut when they are read.
+// Widths of the columns, with the terminating zero; longer strings are cut when they are read, at a
+// character.
 inline constexpr std::size_t VLAN_INFO_NAME_SIZE = 256;
 inline constexpr std::size_t VLAN_INFO_TYPE_SIZE = 256;
 inline constexpr std::size_t VLAN_INFO_COLOR_SIZE = 8;

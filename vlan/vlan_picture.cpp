@@ -122,14 +122,17 @@ std::int32_t readManagementVlan(Switch sw, const Where &where) {
 
 Result<std::vector<VlanPicture>> readVlanPictures(Switch sw, Where where) {
     std::vector<VlanPicture> pictures = readVlanBases(sw, where);
-    const auto numbering = readLagNumbering(sw, where);
-    if (!numbering)
-        return std::unexpected(numbering.error());
+    const auto numbering = sw.lagNumbering();
+    if (!numbering && numbering.error() != OpenError::NotFound) {
+        logError(where, "[%s:%d] Failed to get the first LAG interface, result= %d\r\n", numbering.error());
+        return failed(ResultCode::Failed, "the LAG interfaces cannot be read");
+    }
     MemberCollector collector(MemberCollector::Strays::InFirstSlot);
     for (const VlanPicture &picture : pictures)
         collector.addSlot(picture.id);
     collector.collectPorts(sw, where);
-    collector.collectLags(sw, *numbering, where);
+    if (numbering)
+        collector.collectLags(sw, *numbering, where);
     std::vector<VlanMembers> members = collector.takeSlots();
     for (std::size_t i = 0; i < pictures.size(); ++i)
         pictures[i].members = std::move(members[i]);

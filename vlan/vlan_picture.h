@@ -30,9 +30,9 @@ struct VlanPicture {
     VlanMembers members;
 };
 
-// Every VLAN of the switch, ascending; each port and LAG is asked once, not once per VLAN. Failed when there
-// is no LAG interface. A VLAN that no profile names has its name on the switch or, without one, "VLAN10". A
-// port or LAG in a VLAN that is not on the switch counts for the first one.
+// Every VLAN of the switch, ascending; each port and LAG is asked once, not once per VLAN. A switch may
+// have no LAG interface; Failed when it does not tell. A VLAN that no profile names has its name on the switch
+// or, without one, "VLAN10". A port or LAG in a VLAN that is not on the switch counts for the first one.
 Result<std::vector<VlanPicture>> readVlanPictures(Switch sw, Where where = std::source_location::current());
 
 // The same without the members.

@@ -1,4 +1,18 @@
 # Bash completion of pavoctl: source this file, or put it into /usr/share/bash-completion/completions/pavoctl.
+
+# The next word of a --vlan option ("20 untagged=1-4,lag2"), which is one argument in quotes: keys, and "lag" in a list.
+_pavoctl_vlan() {
+    local head="" last=${1#[\"\']} key
+    [[ $last == *" "* ]] && head=${last% *}" " && last=${last##* }
+    if [[ $last =~ ^(untagged|tagged|assigned)=(.*,)?[lag]*$ ]]; then
+        printf '%s\n' "$head${BASH_REMATCH[1]}=${BASH_REMATCH[2]}lag"
+    elif [ -n "$head" ]; then
+        for key in type profile untagged tagged assigned; do
+            [[ $head == *" $key="* ]] || printf '%s\n' "$head$key="
+        done
+    fi
+}
+
 _pavoctl() {
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} words=""
     local command="" sub="" word
@@ -25,14 +39,29 @@ _pavoctl() {
                         sed -n 's/^\t\t\t"name":\t"\(.*\)",$/\1/p')
                     ;;
                 --ptp) words=$'on\noff' ;;
-                *) words=$'--name\n--type\n--color\n--ptp\n--vlan\n--overwrite\n--force\n--help'$'\n'$(compgen -f -- "$current") ;;
+                --vlan)
+                    words=$(_pavoctl_vlan "${current//\\/}")
+                    compopt -o nospace 2>/dev/null
+                    ;;
+                *) words=$'--name\n--type\n--color\n--ptp\n--vlan\n--overwrite\n--force\n--plan\n--help'$'\n'$(compgen -f -- "$current") ;;
             esac
             ;;
     esac
-    local reply
+    # Names come from the switch and must not be expanded, as compgen -W would.
+    local prefix=${current#[\"\']} reply
     COMPREPLY=()
     while read -r reply; do
-        [ -n "$reply" ] && COMPREPLY+=("$(printf '%q' "$reply")")
-    done < <(compgen -W "$words" -- "${current//\\/}")
+        [ -n "$reply" ] && [[ $reply == "${prefix//\\/}"* ]] || continue
+        case $current in
+            \"*)
+                reply=${reply//\\/\\\\}
+                reply=${reply//\$/\\\$}
+                reply=${reply//\`/\\\`}
+                COMPREPLY+=("${reply//\"/\\\"}")
+                ;;
+            \'*) [[ $reply == *\'* ]] || COMPREPLY+=("$reply") ;;
+            *) COMPREPLY+=("$(printf '%q' "$reply")") ;;
+        esac
+    done <<<"$words"
 }
 complete -F _pavoctl pavoctl

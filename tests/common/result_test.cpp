@@ -80,6 +80,20 @@ TEST(ResponseJson, DataThenRespOrTheFailureAlone) {
     EXPECT_EQ(failure + '#', std::string(out, failure.size() + 1)) << "no terminating zero is written";
 }
 
+TEST(ResponseJson, AFailureTellsItsReason) {
+    EXPECT_EQ(messageOf({ResultCode::NotExist, ""}), "Object not exist");
+    const auto text = failureEnvelope({ResultCode::InvalidArgument, "\"name\": 3\xc3 is not a string"});
+    EXPECT_EQ(text,
+              "{\n\t\"resp\":\t{\n\t\t\"respCode\":\t10003,\n"
+              "\t\t\"respMsg\":\t\"Invalid argument: \\\"name\\\": 3? is not a string\",\n"
+              "\t\t\"status\":\t\"fail\"\n\t}\n}");
+
+    const LogCapture log;
+    const LimitedMemory memory(2);
+    EXPECT_EQ(failureEnvelope({}), "");
+    EXPECT_TRUE(log.has("package response str error\r\n"));
+}
+
 TEST(ResponseJson, UnparsableDataGivesNoText) {
     const LogCapture log;
     char out[8] = {};

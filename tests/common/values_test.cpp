@@ -72,6 +72,9 @@ TEST(Text, CutsAtCharactersAndCleansForTheLog) {
     for (const char *text : {"\x80", "\xc3", "\xc0\xaf", "\xe2\x82", "\xf8\x88\x80\x80", "\xc3(",
                              "\xe0\x80\x80", "\xf0\x80\x80\x80", "\xed\xa0\x80", "\xf4\x90\x80\x80"})
         EXPECT_FALSE(isUtf8(text)) << text;
+    EXPECT_EQ(wellFormed("a\u00e9\xc3(\xe2\x82\U0001f3a4\x80"), "a\u00e9?(??\U0001f3a4?");
+    EXPECT_EQ(quoteText("a\n\x80"), "\"a.?\"");
+    EXPECT_EQ(quoteText(std::string(59, 'x') + "\u00e9"), '"' + std::string(59, 'x') + "...\"");
 
     char field[4] = "###";
     copyText(field, "abcdef");
@@ -82,6 +85,9 @@ TEST(Text, CutsAtCharactersAndCleansForTheLog) {
     for (const auto &[text, number] : std::vector<std::pair<const char *, std::uint32_t>>{
              {"2", 2}, {"17 uplink", 17}, {"port 3", 0}, {"", 0}, {"-1", 0}, {"99999999999", UINT32_MAX}})
         EXPECT_EQ(leadingNumber(text), number) << text;
+    EXPECT_EQ(wholeNumber("-20"), -20);
+    for (const char *text : {"", "20.5", "20x", " 20", "+20", "0x14", "99999999999999999999"})
+        EXPECT_FALSE(wholeNumber(text)) << text;
 }
 
 TEST(Text, LinesComeWholeOrInPieces) {

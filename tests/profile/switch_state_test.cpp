@@ -4,7 +4,6 @@
 
 #include "profile/placing.h"
 #include "profile/qos_policy.h"
-#include "profile/request.h"
 #include "profile/switch_script.h"
 
 namespace {
@@ -124,37 +123,6 @@ TEST(PolicyMap, ClassesAreFoundByTheirNames) {
         EXPECT_EQ(classes.telos, row.telos) << row.text;
         EXPECT_EQ(classes.gd, row.gd) << row.text;
     }
-}
-
-TEST(ProfileRequest, IsParsedIntoValues) {
-    const auto config = parseProfileConfig(R"({"profileConfig": {"name": "N", "color": "#12345678",
-        "profileType": "Data", "vlanNum": 2, "ptp": 1, "overwrite": true, "force": 1, "vlans": [
-        {"vlanId": 20, "vlanType": 2, "ports": {"untagged": [3, 1, 3], "tagged": [9], "assignedPort": [5]},
-         "routing": {"ipConfig": 3, "ipAddr": "10.0.0.1", "ipMask": "255.0.0.x"}},
-        {"vlanId": 4094, "vlanType": -1, "profileType": "Video"}]}})");
-    ASSERT_TRUE(config);
-    const auto &request = config->request;
-    EXPECT_EQ(request.color, "#123456");
-    EXPECT_EQ(request.ptpTc, false) << "only true is on";
-    EXPECT_TRUE(config->overwrite && !config->force);
-    ASSERT_EQ(request.ids(), (VlanSet{VlanId(20), VlanId(4094)}));
-    const auto &vlan = request.vlans[0];
-    EXPECT_EQ(vlan.untagged, (std::vector{IfNum(3), IfNum(1), IfNum(3)}));
-    EXPECT_EQ(vlan.tagged, std::vector{IfNum(9)});
-    EXPECT_EQ(vlan.assigned, std::vector{IfNum(5)});
-    EXPECT_EQ(vlan.profileType, "Data");
-    EXPECT_EQ(vlan.routing.method, IpConfig::Manual);
-    EXPECT_TRUE(vlan.routing.address && !vlan.routing.mask);
-    EXPECT_EQ(request.vlans[1].profileType, "Video");
-    EXPECT_EQ(config->document.substr(0, 19), "{\n\t\"profileConfig\":");
-
-    const auto faultOf = [](const std::string &text) { return parseProfileConfig(text).error(); };
-    EXPECT_EQ(faultOf("nonsense"), RequestFault::NoJson);
-    EXPECT_EQ(faultOf(std::string(PROFILE_REQUEST_MAX + 1, ' ')), RequestFault::NoJson);
-    EXPECT_EQ(faultOf(R"({"profileConfig": {"name": "N"}})"), RequestFault::Parameter);
-    EXPECT_EQ(faultOf(R"({"profileConfig": {"name": "N", "color": "", "profileType": "Data", "vlanNum": 1,
-        "vlans": [{"vlanId": 4095, "vlanType": 1}]}})"),
-              RequestFault::VlanId);
 }
 
 }  // namespace

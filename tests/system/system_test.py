@@ -254,6 +254,13 @@ class SystemTest(unittest.TestCase):
         ctl("profile", "apply", "--name", "x", status=2)
         ctl("profile", "apply", "--name", "x", "--type", "Data", "--vlan", "20 untagged=all", status=2)
         ctl("profile", "apply", "/nowhere", status=2)
+        for vlan, why in (("20.5 untagged=1", '"20.5" is not a VLAN id'), ("20 untagged=1;2", '"1;2" is neither'),
+                          ("20 untagged=49", "there is no port 49 (ports 1-48, LAGs lag1-24)")):
+            self.assertIn(why, ctl("profile", "apply", "--name", "x", "--type", "Data", "--vlan", vlan, status=2))
+        self.assertIn("at most 255", ctl("profile", "apply", "--name", "x" * 256, "--type", "Data", "--vlan", "20",
+                                         status=2))
+        ctl("profile", "apply", "request.json", "--name", "x", status=2)
+        self.assertEqual("Default", ctl("profile", "list").split("\n")[1].split()[0])
         self.assertIn("Audio Dante", ctl("profile", "types"))
         self.assertIn("Video NDI4", ctl("profile", "templates"))
         types = json.loads(ctl("--json", "profile", "types"))
@@ -261,13 +268,18 @@ class SystemTest(unittest.TestCase):
         self.assertEqual("success", types["resp"]["status"])
 
         before = self.rig.running_config()
-        ctl("profile", "apply", "--name", "B\u00fchne", "--type", "Audio Dante", "--vlan", "20 untagged=1-4,7 tagged=48")
-        self.assertIn("1-4,7", ctl("profile", "show", "B\u00fchne"))
+        ctl("profile", "apply", "--name", "B\u00fchne", "--type", "Audio Dante", "--vlan", "20 untagged=1-4,7 tagged=48,lag2")
+        for words in (("show", "B\u00fchne"), ("list",)):
+            self.assertRegex(ctl("profile", *words), r" 1-4,7 +48,lag2 ")
         self.assertIn("14107: The profile name is already in use",
                       ctl("profile", "apply", "--name", "B\u00fchne", "--type", "Data", "--vlan", "21", status=1))
         failed = self.rig.pavoctl("--json", "profile", "delete", "nobody", check=False)
         self.assertEqual(1, failed.returncode)
         self.assertEqual(10012, json.loads(failed.stdout)["resp"]["respCode"])
+        self.assertEqual("Object not exist: there is no such profile", json.loads(failed.stdout)["resp"]["respMsg"])
+        self.assertIn("10003: Invalid argument: \"name\": \"Default\" is for the default profile",
+                      ctl("profile", "apply", "--name", "Default", "--type", "Data", "--vlan", "21", "--overwrite",
+                          status=1))
         vlans = json.loads(ctl("--json", "vlan", "list"))["vlans"]
         self.assertEqual([1, 20], [vlan["vlanId"] for vlan in vlans])
         self.assertEqual([1, 2, 3, 4, 7], vlans[1]["untagPorts"])
@@ -278,10 +290,16 @@ class SystemTest(unittest.TestCase):
         script = f"""source {completion}; PATH={os.path.dirname(self.rig.program('pavoctl'))}:$PATH
             complete_line() {{ COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _pavoctl; printf '%s\n' "${{COMPREPLY[@]}}"; }}
             complete_line pavoctl pro; complete_line pavoctl profile de; complete_line pavoctl profile show B
-            complete_line pavoctl profile apply --type 'Video N'"""
+            complete_line pavoctl profile apply --type 'Video N'; complete_line pavoctl profile apply --pl
+            complete_line pavoctl profile apply --vlan '"20 untagged=1,'; complete_line pavoctl profile show '"$'"""
+        evidence = self.rig.path("/tmp/evidence")
+        ctl("profile", "apply", "--name", f"$(touch {evidence})", "--type", "Data", "--vlan", "21")
         done = run(["bash", "-c", script], env=self.rig.env)
-        for word in ("profile", "delete", "B", "NDI4"):
-            self.assertIn(word, done.stdout + done.stderr)
+        self.assertEqual("", done.stderr)
+        for word in ("profile", "delete", "B", "NDI4", "--plan", "20 untagged=1,lag", "\\$(touch"):
+            self.assertIn(word, done.stdout)
+        self.assertFalse(os.path.exists(evidence), "names are not expanded")
+        ctl("profile", "delete", f"$(touch {evidence})")
 
         ctl("profile", "delete", "B\u00fchne")
         self.assertEqual(before, self.rig.running_config())
