@@ -239,6 +239,32 @@ class SystemTest(unittest.TestCase):
         self.assertEqual(0, len(json.loads(ctl("faults", "--clear").stdout)["faults"]))
         self.assertNotEqual(0, ctl("table", "nothing").returncode)
 
+    # --- faults of the switch
+
+    def test_fault_kills_the_caller(self):
+        self.rig.start_switch("--default-mtu", "1500")
+        daemon = self.rig.start_daemon()
+        self.see("daemon started", lambda: "AudacLookup Init success" in self.rig.log())
+        for when, left in (("before", False), ("after", True)):
+            # Of the calls of pavoctl alone: the daemon's do not count, nor is it hit.
+            run([self.rig.program("vswitchctl"), "fault", "rpcclt_openapiTxtCfgApply", "--kill", when,
+                 "--process", "pavoctl"], env=self.rig.env, check=True)
+            done = self.rig.pavoctl("profile", "apply", "--name", "A", "--type", "Data", "--vlan",
+                                    f"{30 + left} untagged=1", check=False)
+            self.assertEqual(-signal.SIGKILL, done.returncode, (done.stdout, done.stderr))
+            fault, = self.rig.control("faults")["faults"]
+            self.rig.control("faults", clear=True)
+            self.assertEqual((1, 1, when), (fault["nth"], fault["seen"], fault["kill"]))
+            self.assertEqual(left, bool(self.rig.rows("vlans", id=30 + left)))
+        self.rig.control("fault", nth=10 ** 6, kill="after", process="pavoctl")
+        self.rig.pavoctl("vlan", "list")
+        fault, = self.rig.control("faults")["faults"]
+        self.assertLess(fault["seen"], fault["nth"])
+        self.assertLess(0, fault["seen"])
+        self.assertIsNone(daemon.poll())
+        self.rig.cli("configure", "interface 0/1", "mtu 1500", "interface 0/2", "mtu 1518")
+        self.assertEqual(["mtu 1518"], [line for line in self.rig.running_config() if "mtu" in line])
+
     # --- pavoctl
 
     def test_pavoctl(self):

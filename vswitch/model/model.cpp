@@ -33,11 +33,13 @@ Model::Model(ModelConfig config) : config_(std::move(config)) {
     system_.backupImage = config_.osVersion;
 
     config_.physicalPorts = std::clamp(config_.physicalPorts, 1u, kInterfacesMax);
+    config_.defaultMtu = std::clamp(config_.defaultMtu, kMtuMin, kMtuMax);
     config_.lags = std::min(config_.lags, kInterfacesMax - config_.physicalPorts);
     for (std::uint32_t n = 1; n <= config_.physicalPorts + config_.lags; ++n) {
         Interface interface;
         interface.num = n;
         interface.index = n;
+        interface.mtu = config_.defaultMtu;
         if (n > config_.physicalPorts) {
             interface.type = OPEN_INTF_TYPE_LAG;
             interface.index = n - config_.physicalPorts;

@@ -1,6 +1,7 @@
 // vswitchd: the virtual switch OS as a process of its own.
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -29,8 +30,12 @@ using vswitch::Server;
 // so the switch is in a consistent state however many clients there are.
 class Connection : public std::enable_shared_from_this<Connection> {
   public:
-    Connection(stream_protocol::socket socket, Server &server)
-        : socket_(std::move(socket)), server_(server) {}
+    Connection(stream_protocol::socket socket, Server &server) : socket_(std::move(socket)), server_(server) {
+        ucred peer{};
+        socklen_t size = sizeof peer;
+        if (::getsockopt(socket_.native_handle(), SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0)
+            caller_ = peer.pid;
+    }
 
     void readRequest() {
         auto self = shared_from_this();
@@ -54,7 +59,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
     }
 
     void answer() {
-        if (!server_.handle(body_.data(), body_.size(), reply_))
+        if (!server_.handle(body_.data(), body_.size(), reply_, caller_))
             return;
         vswitch::rpc::putLength(reply_.size(), head_);
         const std::array<asio::const_buffer, 2> frame{asio::buffer(head_), asio::buffer(reply_)};
@@ -69,6 +74,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
     Server &server_;
     unsigned char head_[vswitch::rpc::kLengthSize] = {};
     std::string body_, reply_;
+    pid_t caller_ = 0;  // the process that opened the connection
 };
 
 // Keeps the running configuration in a file, so that the switch comes back with it however it ended. An empty
@@ -280,6 +286,10 @@ int main(int argc, char **argv) try {
         ->capture_default_str();
     app.add_option("--lags", config.lags, "Number of link aggregation groups")
         ->check(CLI::Range(0u, vswitch::kInterfacesMax))
+        ->capture_default_str();
+    app.add_option("--default-mtu", config.defaultMtu,
+                   "MTU that ports and LAGs have by default, which the running configuration does not show")
+        ->check(CLI::Range(vswitch::kMtuMin, vswitch::kMtuMax))
         ->capture_default_str();
     app.add_option("--fdb", config.fdbCapacity, "Capacity of the forwarding table")->capture_default_str();
     app.add_option("--model", config.machineModel, "Machine model")->capture_default_str();
