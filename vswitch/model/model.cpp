@@ -270,6 +270,19 @@ void Model::applyFirst() {
     apply(change);
 }
 
+Model Model::settled() const {
+    Model out = *this;
+    // What refers to the devices of this object, and what the configuration does not consist of.
+    out.macOwner_.clear();
+    out.devicesAt_.clear();
+    out.devices_.clear();
+    out.fdb_.clear();
+    out.lldp_.clear();
+    while (!out.pending_.empty())
+        out.applyFirst();
+    return out;
+}
+
 void Model::apply(const Change &change) {
     // The VLAN may have been deleted while the change was pending.
     if (!hasVlan(change.vlan))

@@ -57,6 +57,12 @@ const std::unordered_map<std::string_view, Dispatch> &table() {
     return rows;
 }
 
+// As the names of the calls have it; a call that does not say so may change the configuration.
+bool onlyReads(std::string_view call) {
+    return call.ends_with("Get") || call.ends_with("Check") || call.ends_with("IsStatic") ||
+           call.ends_with("ShowExecuteToFile");
+}
+
 // Whether `wanted`, a process id or a name as the kernel keeps it, means this process; empty means any.
 bool isProcess(pid_t pid, const std::string &wanted) {
     if (wanted.empty() || wanted == std::to_string(pid))
@@ -159,6 +165,7 @@ bool Server::handle(const char *request, std::size_t size, std::string &reply, p
             counts_.emplace(name, 1);
         else
             ++counted->second;
+        changed_ = changed_ || !onlyReads(name);
         const auto strike = strikeOf(name, caller);
         if (strike.code != OPEN_E_NONE) {
             packer.pack_array(1);

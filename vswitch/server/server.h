@@ -12,6 +12,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "vswitch/cli/cli.h"
@@ -62,13 +63,18 @@ class Server {
 
     // Whoever asks for these may change the configuration.
     Model &model() {
-        touched_ = true;
+        touched_ = changed_ = true;
         return model_;
     }
     Cli &cli() {
-        touched_ = true;
+        touched_ = changed_ = true;
         return cli_;
     }
+    const Model &model() const { return model_; }
+
+    // Whether the configuration may have changed since the last time this was asked; calls that only read do
+    // not change it.
+    bool takeChange() { return std::exchange(changed_, false); }
 
     void addFault(Fault fault) { faults_.push_back(std::move(fault)); }
     void clearFaults() { faults_.clear(); }
@@ -101,6 +107,7 @@ class Server {
     PortMap livePorts_;
     WireConfig pushed_;
     bool touched_ = true;  // the configuration may differ from pushed_
+    bool changed_ = true;  // see takeChange()
     std::uint64_t generation_ = 0;
     std::map<std::string, CliSession> sessions_;  // of the control request "cli"
 };
