@@ -3,6 +3,7 @@
 
 import json
 import os
+import random
 import re
 import shutil
 import signal
@@ -11,6 +12,7 @@ import struct
 import subprocess
 import sys
 import tempfile
+import threading
 import time
 import unittest
 
@@ -173,9 +175,9 @@ class SystemTest(unittest.TestCase):
 
     # --- the wire, spoken by hand
 
-    def connect(self):
+    def connect(self, rig=None):
         client = socket.socket(socket.AF_UNIX)
-        folder = os.open(self.rig.path("/tmp"), os.O_PATH)
+        folder = os.open((rig or self.rig).path("/tmp"), os.O_PATH)
         try:
             client.connect(f"/proc/self/fd/{folder}/vswitchd.sock")
         finally:
@@ -238,6 +240,125 @@ class SystemTest(unittest.TestCase):
         self.assertEqual(1, len(json.loads(ctl("faults").stdout)["faults"]))
         self.assertEqual(0, len(json.loads(ctl("faults", "--clear").stdout)["faults"]))
         self.assertNotEqual(0, ctl("table", "nothing").returncode)
+
+    # --- faults of the switch
+
+    def test_fault_kills_the_caller(self):
+        self.rig.start_switch("--default-mtu", "1500")
+        daemon = self.rig.start_daemon()
+        self.see("daemon started", lambda: "AudacLookup Init success" in self.rig.log())
+        for when, left in (("before", False), ("after", True)):
+            # Of the calls of pavoctl alone: the daemon's do not count, nor is it hit.
+            run([self.rig.program("vswitchctl"), "fault", "rpcclt_openapiTxtCfgApply", "--kill", when,
+                 "--process", "pavoctl"], env=self.rig.env, check=True)
+            done = self.rig.pavoctl("profile", "apply", "--name", "A", "--type", "Data", "--vlan",
+                                    f"{30 + left} untagged=1", check=False)
+            self.assertEqual(-signal.SIGKILL, done.returncode, (done.stdout, done.stderr))
+            fault, = self.rig.control("faults")["faults"]
+            self.rig.control("faults", clear=True)
+            self.assertEqual((1, 1, when), (fault["nth"], fault["seen"], fault["kill"]))
+            self.assertEqual(left, bool(self.rig.rows("vlans", id=30 + left)))
+        self.rig.control("fault", nth=10 ** 6, kill="after", process="pavoctl")
+        self.rig.pavoctl("vlan", "list")
+        fault, = self.rig.control("faults")["faults"]
+        self.assertLess(fault["seen"], fault["nth"])
+        self.assertLess(0, fault["seen"])
+        self.assertIsNone(daemon.poll())
+        self.rig.cli("configure", "interface 0/1", "mtu 1500", "interface 0/2", "mtu 1518")
+        self.assertEqual(["mtu 1518"], [line for line in self.rig.running_config() if "mtu" in line])
+
+    # --- state of the switch
+
+    @staticmethod
+    def encode(*values):
+        """A list of strings and numbers in MessagePack."""
+        out = bytes([0x90 | len(values)])
+        for value in values:
+            out += (b"\xce" + struct.pack(">I", value) if isinstance(value, int)
+                    else b"\xda" + struct.pack(">H", len(value)) + value.encode())
+        return out
+
+    def changes(self):
+        """Requests, each of which changes the configuration: setters, and scripts of many lines."""
+        def ask(*values):
+            return self.encode(*values)
+        out = []
+        for vlan in range(10, 22):
+            script = (f"vlan database\nvlan name {vlan} \"hall {vlan}\"\nvlan {vlan + 100}\nexit\nconfigure\n"
+                      f"interface 0/{vlan}\ndescription \"to {vlan}\"\nmtu 9198\nvlan pvid {vlan + 100}\n"
+                      f"exit\nhostname h{vlan}\nexit\n")
+            path = f"/mnt/application/pavo/tmp/change_{vlan}"
+            out += [ask("rpcclt_openapiVlanCreate", vlan), ask("rpcclt_openapiVlanNameSet", vlan, f"V{vlan}"),
+                    ask("rpcclt_openapiVlanIfPvidSet", 1, vlan),
+                    ask("rpcclt_openapiVlanIfParticipationSet", vlan, 2, 0),
+                    ask("rpcclt_openapiVlanIfTaggingSet", 2, vlan, 1), (path, script), ask("rpcclt_openapiVlanDelete", vlan)]
+        return out
+
+    def make_change(self, rig, client, change):
+        if isinstance(change, tuple):
+            path, script = change
+            with open(rig.path(path), "w", encoding="ascii") as file:
+                file.write(script)
+            change = self.encode("rpcclt_openapiTxtCfgApply", path, path + "_out")
+        try:
+            reply = self.call(client, change)
+        except ConnectionError:
+            reply = None
+        self.assertIn(reply, (None, b"\x91\x00"))
+        return reply is not None
+
+    def test_acknowledged_changes_survive_a_kill(self):
+        changes = self.changes()
+        reference = self.new_rig()
+        reference.start_switch()
+        with self.connect(reference) as client:
+            expected = [reference.running_config()]
+            for change in changes:
+                self.assertTrue(self.make_change(reference, client, change))
+                expected.append(reference.running_config())
+
+        state = self.rig.path("tmp/switch-state")
+        dice = random.Random(5)
+        done = kills = 0
+        while done < len(changes):
+            self.rig.start_switch("--state", state)
+            self.assertEqual(expected[done], self.rig.running_config())
+            # Half of the time the changes are accepted, and take effect long after the kill.
+            self.rig.control("latency", ms=60000 if kills % 2 else 0)
+            switch = self.rig.children["vswitchd"]
+            killer = threading.Timer(dice.uniform(0, 0.04), switch.kill)
+            with self.connect() as client:
+                killer.start()
+                while done < len(changes) and self.make_change(self.rig, client, changes[done]):
+                    done += 1
+            killer.join()
+            self.rig.stop("vswitchd", signal.SIGKILL)
+            kills += 1
+            # What was under way at the kill is there as a whole or not at all.
+            self.rig.start_switch("--state", state)
+            now = self.rig.running_config()
+            self.rig.stop("vswitchd", signal.SIGKILL)
+            if done < len(changes) and now == expected[done + 1]:
+                done += 1
+            self.assertEqual(expected[done], now, f"after {done} changes, kill {kills}")
+        self.assertLess(1, kills)
+
+    def test_damaged_state_is_not_an_empty_switch(self):
+        state = self.rig.path("tmp/switch-state")
+        self.rig.start_switch("--state", state)
+        self.rig.cli("vlan database", "vlan 10-20", "exit")
+        self.rig.stop("vswitchd", signal.SIGKILL)
+        with open(state, "r+", encoding="ascii") as file:
+            text = file.read()
+            file.truncate(len(text) // 2)
+        done = run([self.rig.program("vswitchd"), "--state", state], env=self.rig.env, timeout=LIMIT)
+        self.assertEqual((1, ""), (done.returncode, done.stdout))
+        self.assertIn("damaged", done.stderr)
+        self.assertEqual(len(text) // 2, os.path.getsize(state))
+        done = run([self.rig.program("vswitchd"), "--state", self.rig.path("tmp/nowhere/state")], env=self.rig.env,
+                   timeout=LIMIT)
+        self.assertEqual(1, done.returncode)
+        self.assertIn("cannot write", done.stderr)
 
     # --- pavoctl
 

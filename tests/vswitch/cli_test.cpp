@@ -227,6 +227,20 @@ TEST_F(CliTest, RunningConfigIsAScriptThatMakesTheSameSwitch) {
         second.show("show policy-map"));
 }
 
+TEST_F(CliTest, TheDefaultMtuIsNotShown) {
+    Model other({.defaultMtu = 1500});
+    Cli second(other);
+    second.runScript(
+        "configure\ninterface 0/1-0/3\nmtu 1500\ninterface 0/2\nmtu 1518\ninterface 0/3\nmtu 9198\n");
+    const auto shown = cli::runningConfig(other);
+    EXPECT_EQ(std::string::npos, shown.find("mtu 1500"));
+    EXPECT_NE(std::string::npos, shown.find("interface 0/2\nmtu 1518\nexit\n\ninterface 0/3\nmtu 9198\n"));
+    second.runScript("configure\ninterface 0/2-0/3\nno mtu\n");
+    EXPECT_EQ(std::string::npos, cli::runningConfig(other).find("mtu"));
+    EXPECT_EQ(1500u, other.interface(3)->mtu);
+    EXPECT_EQ(1518u, model.interface(1)->mtu);
+}
+
 TEST_F(CliTest, NoFormsUndo) {
     const auto fresh = runningConfig();
     apply(kEverything);

@@ -1,6 +1,7 @@
 #include "vswitch/server/control.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <nlohmann/json.hpp>
 #include <regex>
@@ -57,11 +58,45 @@ move","name":"a" | move","name":"a","port":"0/2","behind":"a" | talk","name":"a"
 link","port":"0/1","state":"sideways" | link","port":"0/99","state":"down"
 exec","lines":["vlan database","vlan 10",5] | exec","lines":"vlan database" | cli","line":5
 latency","ms":-5 | latency","ms":"5" | fault","call":5 | fault","nth":-1 | fault","code":2147483648
-fault","once":1 | faults","clear":"yes" | table","name":"bogus" | events","since":-1 | counters","reset":0)";
+fault","once":1 | fault","kill":"now" | fault","process":5 | faults","clear":"yes" | table","name":"bogus" | events","since":-1 | counters","reset":0)";
     const std::regex separator(" \\| |\n");
     for (std::sregex_token_iterator it(requests.begin(), requests.end(), separator, -1), end; it != end; ++it)
         expectRefused(R"({"op":")" + it->str() + "}");
     EXPECT_EQ(before, state());
+}
+
+// The caller is this process: it notes what the switch was like when it would have died.
+TEST_F(ControlTest, AFaultKillsTheCallerOfTheNthCall) {
+    std::vector<bool> vlanAtDeath;
+    device->with([&](Server &server) {
+        server.setKiller([&](Server &dying, pid_t caller) {
+            EXPECT_EQ(::getpid(), caller);
+            vlanAtDeath.push_back(dying.model().hasVlan(10));
+        });
+    });
+    const auto fault = [&](json members) {
+        members["op"] = "fault";
+        ASSERT_TRUE(control(members.dump())["ok"]);
+    };
+    const auto pending = [&] {
+        const auto rows = control(R"({"op":"faults"})")["faults"];
+        return rows.back()["seen"] < rows.back()["nth"];
+    };
+    const auto self = std::to_string(::getpid());
+    fault({{"nth", 2}, {"kill", "before"}, {"process", self}});
+    EXPECT_EQ(OPEN_E_NONE, rpcclt_openapiConnectivityCheck(&client));
+    EXPECT_TRUE(pending());
+    EXPECT_EQ(OPEN_E_RPC, rpcclt_openapiVlanCreate(&client, 10));
+    EXPECT_FALSE(pending());
+    EXPECT_EQ((std::vector{false}), vlanAtDeath) << "the call was not carried out";
+    fault({{"call", "rpcclt_openapiVlanCreate"}, {"kill", "after"}});
+    fault({{"kill", "after"}, {"process", "nobody"}});
+    EXPECT_EQ(OPEN_E_NONE, rpcclt_openapiConnectivityCheck(&client));
+    EXPECT_EQ(OPEN_E_RPC, rpcclt_openapiVlanCreate(&client, 10));
+    EXPECT_EQ((std::vector{false, true}), vlanAtDeath);
+    EXPECT_EQ(OPEN_E_NONE, rpcclt_openapiVlanCreate(&client, 10)) << "each strikes once";
+    EXPECT_TRUE(pending()) << "the calls of another process";
+    EXPECT_EQ(5u, control(R"({"op":"counters"})")["total"]);
 }
 
 TEST_F(ControlTest, OperationsDoWhatTheySay) {

@@ -337,13 +337,13 @@ const Command kInterfaceRows[] = {
              return true;
          });
      },
-     [](const Model &, const Interface *i, std::string &out) {
-         out += i->mtu == 1518 ? "" : "mtu " + std::to_string(i->mtu) + "\n";
+     [](const Model &model, const Interface *i, std::string &out) {
+         out += i->mtu == model.config().defaultMtu ? "" : "mtu " + std::to_string(i->mtu) + "\n";
      }},
-    {kInterface, "no mtu", "Set the largest frame to 1518",
+    {kInterface, "no mtu", "Set the largest frame to its default",
      [](Context &c, const Values &) {
-         return eachInterface(c, [](Interface &i) {
-             i.mtu = 1518;
+         return eachInterface(c, [&](Interface &i) {
+             i.mtu = c.model.config().defaultMtu;
              return true;
          });
      }},

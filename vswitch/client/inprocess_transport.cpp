@@ -1,3 +1,5 @@
+#include <unistd.h>
+
 #include <atomic>
 #include <cstdlib>
 
@@ -28,7 +30,7 @@ void InProcessSwitch::setDown(bool down) {
 
 bool InProcessSwitch::serve(const char *request, std::size_t size, std::string &reply) {
     const std::lock_guard lock(mutex_);
-    return !down_ && server_.handle(request, size, reply);
+    return !down_ && server_.handle(request, size, reply, ::getpid());
 }
 
 namespace client {

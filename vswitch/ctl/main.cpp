@@ -143,7 +143,7 @@ int run(int argc, char **argv) {
     app.add_flag("--json", asJson, "Print answers as JSON");
 
     json request;
-    std::string text, port, mac, behind, name, desc, chassis, portId, portDesc, sysName, ip;
+    std::string text, port, mac, behind, name, desc, chassis, portId, portDesc, sysName, ip, when, process;
     std::vector<std::string> words;
     std::uint32_t count = 1, vlan = 0;
     std::uint64_t number = 0;
@@ -223,8 +223,17 @@ int run(int argc, char **argv) {
     fault->add_option("--nth", number, "First call to fail (1 is the next)");
     fault->add_option("--code", code, "Result code")->capture_default_str();
     fault->add_flag("--once", flag, "Fail only that call");
+    auto *kill =
+        fault->add_option("--kill", when,
+                          "Instead of failing, end the calling process by SIGKILL before the call is "
+                          "carried out, or after it and before the reply; once");
+    kill->check(CLI::IsMember({"before", "after"}));
+    fault->add_option("--process", process, "Count only the calls of this process, an id or a name");
     fault->callback([&] {
-        request = {{"op", "fault"}, {"call", text}, {"nth", number}, {"code", code}, {"once", flag}};
+        request = {{"op", "fault"}, {"call", text}, {"nth", number},
+                   {"code", code},  {"once", flag}, {"process", process}};
+        if (*kill)
+            request["kill"] = when;
     });
     auto *faults = app.add_subcommand("faults", "List the faults");
     faults->add_flag("--clear", flag, "Remove them all");

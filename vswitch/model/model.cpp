@@ -33,11 +33,13 @@ Model::Model(ModelConfig config) : config_(std::move(config)) {
     system_.backupImage = config_.osVersion;
 
     config_.physicalPorts = std::clamp(config_.physicalPorts, 1u, kInterfacesMax);
+    config_.defaultMtu = std::clamp(config_.defaultMtu, kMtuMin, kMtuMax);
     config_.lags = std::min(config_.lags, kInterfacesMax - config_.physicalPorts);
     for (std::uint32_t n = 1; n <= config_.physicalPorts + config_.lags; ++n) {
         Interface interface;
         interface.num = n;
         interface.index = n;
+        interface.mtu = config_.defaultMtu;
         if (n > config_.physicalPorts) {
             interface.type = OPEN_INTF_TYPE_LAG;
             interface.index = n - config_.physicalPorts;
@@ -266,6 +268,19 @@ void Model::applyFirst() {
     const auto change = pending_.front();
     pending_.pop_front();
     apply(change);
+}
+
+Model Model::settled() const {
+    Model out = *this;
+    // What refers to the devices of this object, and what the configuration does not consist of.
+    out.macOwner_.clear();
+    out.devicesAt_.clear();
+    out.devices_.clear();
+    out.fdb_.clear();
+    out.lldp_.clear();
+    while (!out.pending_.empty())
+        out.applyFirst();
+    return out;
 }
 
 void Model::apply(const Change &change) {

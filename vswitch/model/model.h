@@ -135,6 +135,8 @@ class Model {
 
     // --- behaviour
     bool changesPending() const { return !pending_.empty(); }  // accepted, not yet in effect
+    // A switch of the same configuration with all accepted changes in effect; without devices and tables.
+    Model settled() const;
     Duration latency() const { return latency_; }
     void setLatency(Duration latency) { latency_ = latency; }
 

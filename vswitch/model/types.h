@@ -25,6 +25,7 @@ inline constexpr VlanId kDefaultVlan = 1;
 inline constexpr VlanId kVlanMax = 4094;
 inline constexpr std::size_t kVlanNameMax = 32;
 inline constexpr std::uint32_t kInterfacesMax = 896;
+inline constexpr std::uint32_t kMtuMin = 1500, kMtuMax = 12288, kMtuDefault = 1518;
 // LLDP strings hold up to 255 bytes on the wire.
 inline constexpr std::size_t kLldpTextMax = 255;
 
@@ -41,6 +42,7 @@ struct ModelConfig {
     std::uint32_t physicalPorts = 48;
     std::uint32_t lags = 24;
     std::uint32_t lagMembersMax = 8;
+    std::uint32_t defaultMtu = kMtuDefault;  // what the running configuration leaves out
     std::size_t fdbCapacity = 16384;
     std::size_t logCapacity = 4096;
     std::string hostName = "avswitch";
@@ -98,7 +100,7 @@ struct Interface {
     bool live = false, wireUp = false;
     std::string description;
     std::string speed = "auto";
-    std::uint32_t mtu = 1518;
+    std::uint32_t mtu = kMtuDefault;  // largest frame in bytes
 
     VlanId pvid = kDefaultVlan;
     std::map<VlanId, Membership> vlans;  // only what differs from the default

@@ -184,6 +184,13 @@ json addFault(const Request &r) {
         fault.code = code->get<open_error_t>();
     }
     fault.once = r.body.value("once", false);
+    fault.process = r.body.value("process", "");
+    if (const auto kill = r.body.find("kill"); kill != r.body.end()) {
+        const auto when = kill->get<std::string>();
+        if (when != "before" && when != "after")
+            throw Refusal("kill is before or after: " + when);
+        fault.kill = when == "before" ? KillCaller::Before : KillCaller::After;
+    }
     r.server.addFault(std::move(fault));
     return {};
 }
@@ -192,9 +199,16 @@ json faults(const Request &r) {
     if (r.body.value("clear", false))
         r.server.clearFaults();
     auto rows = json::array();
-    for (const auto &f : r.server.faults())
-        rows.push_back(
-            {{"call", f.call}, {"nth", f.nth}, {"code", f.code}, {"once", f.once}, {"seen", f.seen}});
+    for (const auto &f : r.server.faults()) {
+        json row = {{"call", f.call}, {"nth", f.nth}, {"once", f.once}, {"seen", f.seen}};
+        if (f.kill == KillCaller::No)
+            row["code"] = f.code;
+        else
+            row["kill"] = f.kill == KillCaller::Before ? "before" : "after";
+        if (!f.process.empty())
+            row["process"] = f.process;
+        rows.push_back(std::move(row));
+    }
     return {{"faults", rows}};
 }
 

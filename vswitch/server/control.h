@@ -10,8 +10,10 @@
 //   help      {session, line} -> {output}
 //   exec      {lines} -> {output}
 //   latency   {ms}
-//   fault     {call, code, nth, once}
-//   faults    {clear} -> {faults}
+//   fault     {call, code, nth, once, kill: before | after, process}; kill: the calling process gets SIGKILL
+//             before or after the call is carried out, and no reply; process: only the calls of that process
+//             (id or name) count
+//   faults    {clear} -> {faults: [{call, nth, seen, ...}]}; seen < nth: has not struck yet
 //   table     {name} -> {rows}: ports, lags, vlans, associations, fdb, lldp, arp, devices, log
 //   events    {since} -> {events, last}
 //   counters  {reset} -> {calls, total, unknownCommands, ...}

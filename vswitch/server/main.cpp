@@ -1,6 +1,7 @@
 // vswitchd: the virtual switch OS as a process of its own.
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -18,19 +19,26 @@
 #include "platform/version.h"
 #include "vswitch/dataplane/ovs_data_plane.h"
 #include "vswitch/rpc/wire.h"
+#include "vswitch/server/saved_state.h"
 #include "vswitch/server/server.h"
 
 namespace {
 
 using asio::local::stream_protocol;
+using vswitch::SavedState;
 using vswitch::Server;
 
 // One client: reads a request, answers it, reads the next. Everything runs on the io_context's single thread,
 // so the switch is in a consistent state however many clients there are.
 class Connection : public std::enable_shared_from_this<Connection> {
   public:
-    Connection(stream_protocol::socket socket, Server &server)
-        : socket_(std::move(socket)), server_(server) {}
+    Connection(stream_protocol::socket socket, Server &server, SavedState &state)
+        : socket_(std::move(socket)), server_(server), state_(state) {
+        ucred peer{};
+        socklen_t size = sizeof peer;
+        if (::getsockopt(socket_.native_handle(), SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0)
+            caller_ = peer.pid;
+    }
 
     void readRequest() {
         auto self = shared_from_this();
@@ -54,7 +62,9 @@ class Connection : public std::enable_shared_from_this<Connection> {
     }
 
     void answer() {
-        if (!server_.handle(body_.data(), body_.size(), reply_))
+        const bool answered = server_.handle(body_.data(), body_.size(), reply_, caller_);
+        state_.keep();  // what a reply acknowledges survives the end of this process
+        if (!answered)
             return;
         vswitch::rpc::putLength(reply_.size(), head_);
         const std::array<asio::const_buffer, 2> frame{asio::buffer(head_), asio::buffer(reply_)};
@@ -67,77 +77,10 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
     stream_protocol::socket socket_;
     Server &server_;
+    SavedState &state_;
     unsigned char head_[vswitch::rpc::kLengthSize] = {};
     std::string body_, reply_;
-};
-
-// Keeps the running configuration in a file, so that the switch comes back with it however it ended. An empty
-// path: not kept.
-class SavedState {
-  public:
-    SavedState(Server &server, std::string path) : server_(server), path_(std::move(path)) {}
-
-    // Applies what was kept; false when there is nothing. Throws std::system_error when the file cannot be
-    // read: it must not be mistaken for an empty one and overwritten.
-    bool restore() {
-        if (path_.empty() || (::access(path_.c_str(), F_OK) != 0 && errno == ENOENT))
-            return false;
-        std::ifstream in(path_);
-        std::ostringstream script;
-        if (!in || (in.peek() != std::ifstream::traits_type::eof() && !(script << in.rdbuf())))
-            throw std::system_error(errno, std::generic_category(), "cannot read " + path_);
-        server_.cli().runScript(script.str());
-        // What this switch refuses, one with fewer ports for instance, is not lost.
-        if (server_.cli().unknownCommands() + server_.cli().refusedCommands() > 0)
-            std::filesystem::copy_file(path_, path_ + ".refused",
-                                       std::filesystem::copy_options::overwrite_existing);
-        saved_ = commands();
-        return true;
-    }
-
-    // Writes changes, at most once a second; the file is there whole or not at all.
-    void keep(bool now = false) {
-        const auto time = std::chrono::steady_clock::now();
-        if (path_.empty() || (!now && time < next_))
-            return;
-        next_ = time + std::chrono::seconds(1);
-        auto wanted = commands();
-        if (wanted == saved_)
-            return;
-        const bool written = replaceFile(wanted);
-        if (!written && !failing_)
-            server_.model().log(3, "CONFIG", "saveTask", "cannot write " + path_);
-        failing_ = !written;
-        if (written)
-            saved_ = std::move(wanted);
-    }
-
-  private:
-    // Without the comments, which hold the time.
-    std::string commands() {
-        std::istringstream all(server_.cli().show("show running-config").value_or(""));
-        std::string out;
-        for (std::string line; std::getline(all, line);)
-            if (!line.starts_with('!'))
-                out += line + '\n';
-        return out;
-    }
-
-    // On disk before it replaces the old file, so that a power cut leaves one of them.
-    bool replaceFile(const std::string &text) const {
-        const auto draft = path_ + ".new";
-        const int fd = ::open(draft.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-        if (fd < 0)
-            return false;
-        const bool whole =
-            ::write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size()) && ::fsync(fd) == 0;
-        return ::close(fd) == 0 && whole && std::rename(draft.c_str(), path_.c_str()) == 0;
-    }
-
-    Server &server_;
-    std::string path_, saved_;
-    bool failing_ = false;
-    std::chrono::steady_clock::time_point next_{};
+    pid_t caller_ = 0;  // the process that opened the connection
 };
 
 class Listener {
@@ -152,7 +95,7 @@ class Listener {
     void accept() {
         acceptor_.async_accept([this](asio::error_code error, stream_protocol::socket socket) {
             if (!error)
-                std::make_shared<Connection>(std::move(socket), server_)->readRequest();
+                std::make_shared<Connection>(std::move(socket), server_, state_)->readRequest();
             if (error != asio::error::operation_aborted)
                 accept();
         });
@@ -242,6 +185,9 @@ int serve(const Options &options) {
     if (server.cli().unknownCommands() + server.cli().refusedCommands() > 0)
         std::fprintf(stderr, "vswitchd: some commands of the start-up configuration were refused\n");
 
+    if (!state.keep())
+        return fail("cannot write " + options.state);
+
     if (options.dataPlane == "ovs")
         server.attach(
             vswitch::startOvsDataPlane(portMapOf(options.ports), socketPath.string() + ".dataplane"));
@@ -262,7 +208,7 @@ int serve(const Options &options) {
                 socketPath.c_str());
     std::fflush(stdout);
     io.run();
-    state.keep(true);
+    state.keep();
     ::unlink(socketPath.c_str());
     return 0;
 }
@@ -280,6 +226,10 @@ int main(int argc, char **argv) try {
         ->capture_default_str();
     app.add_option("--lags", config.lags, "Number of link aggregation groups")
         ->check(CLI::Range(0u, vswitch::kInterfacesMax))
+        ->capture_default_str();
+    app.add_option("--default-mtu", config.defaultMtu,
+                   "MTU that ports and LAGs have by default, which the running configuration does not show")
+        ->check(CLI::Range(vswitch::kMtuMin, vswitch::kMtuMax))
         ->capture_default_str();
     app.add_option("--fdb", config.fdbCapacity, "Capacity of the forwarding table")->capture_default_str();
     app.add_option("--model", config.machineModel, "Machine model")->capture_default_str();

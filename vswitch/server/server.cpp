@@ -1,7 +1,10 @@
 #include "vswitch/server/server.h"
 
+#include <csignal>
+#include <fstream>
 #include <msgpack.hpp>
 #include <stdexcept>
+#include <string>
 #include <tuple>
 #include <unordered_map>
 #include <utility>
@@ -54,6 +57,21 @@ const std::unordered_map<std::string_view, Dispatch> &table() {
     return rows;
 }
 
+// As the names of the calls have it; a call that does not say so may change the configuration.
+bool onlyReads(std::string_view call) {
+    return call.ends_with("Get") || call.ends_with("Check") || call.ends_with("IsStatic") ||
+           call.ends_with("ShowExecuteToFile");
+}
+
+// Whether `wanted`, a process id or a name as the kernel keeps it, means this process; empty means any.
+bool isProcess(pid_t pid, const std::string &wanted) {
+    if (wanted.empty() || wanted == std::to_string(pid))
+        return true;
+    std::ifstream in("/proc/" + std::to_string(pid) + "/comm");
+    std::string name;
+    return std::getline(in, name) && name == wanted;
+}
+
 }  // namespace
 
 Server::Server(ModelConfig config) : model_(std::move(config)), cli_(model_), calls_(model_, cli_) {
@@ -97,19 +115,24 @@ bool Server::settled() const {
            (dataPlane_->status().generation == generation_ && wireConfigOf(model_, livePorts_) == pushed_);
 }
 
-open_error_t Server::faultOf(std::string_view call) {
-    open_error_t code = OPEN_E_NONE;
+Server::Strike Server::strikeOf(std::string_view call, pid_t caller) {
+    Strike strike;
     for (auto &fault : faults_) {
-        if (fault.call != "*" && fault.call != call)
+        if ((fault.call != "*" && fault.call != call) || !isProcess(caller, fault.process))
             continue;
         ++fault.seen;
-        if (fault.seen == fault.nth || (fault.seen > fault.nth && !fault.once))
-            code = fault.code;
+        const bool kills = fault.kill != KillCaller::No;
+        if (fault.seen < fault.nth || (fault.seen > fault.nth && (fault.once || kills)))
+            continue;
+        if (kills)
+            strike.kill = fault.kill;
+        else
+            strike.code = fault.code;
     }
-    return code;
+    return strike;
 }
 
-bool Server::handle(const char *request, std::size_t size, std::string &reply) try {
+bool Server::handle(const char *request, std::size_t size, std::string &reply, pid_t caller) try {
     std::size_t used = 0;
     msgpack::zone zone;
     const auto root = msgpack::unpack(zone, request, size, used, nullptr, nullptr, kLimits);
@@ -142,11 +165,20 @@ bool Server::handle(const char *request, std::size_t size, std::string &reply) t
             counts_.emplace(name, 1);
         else
             ++counted->second;
-        if (const auto code = faultOf(name); code != OPEN_E_NONE) {
+        changed_ = changed_ || !onlyReads(name);
+        const auto strike = strikeOf(name, caller);
+        if (strike.code != OPEN_E_NONE) {
             packer.pack_array(1);
-            packer.pack(code);
-        } else {
+            packer.pack(strike.code);
+        } else if (strike.kill != KillCaller::Before) {
             row->second(calls_, arguments, packer);
+        }
+        if (strike.kill != KillCaller::No) {
+            if (killer_)
+                killer_(*this, caller);
+            else if (caller > 0)
+                ::kill(caller, SIGKILL);
+            return false;
         }
     }
     reply.assign(buffer.data(), buffer.size());

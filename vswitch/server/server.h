@@ -4,11 +4,15 @@
 #ifndef PAVO_VSWITCH_SERVER_SERVER_H
 #define PAVO_VSWITCH_SERVER_SERVER_H
 
+#include <sys/types.h>
+
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "vswitch/cli/cli.h"
@@ -18,22 +22,29 @@
 
 namespace vswitch {
 
+// What a fault does to the process that made the call: nothing, or SIGKILL before the call is carried out, or
+// after it and before the reply.
+enum class KillCaller : std::uint8_t { No, Before, After };
+
 // A call that is made to fail: the `nth` matching call from now (1 is the next) and, unless `once`, all after
-// it.
+// it. One that kills the caller strikes once in any case and returns no code.
 struct Fault {
     std::string call;  // name, or "*" for any OpEN call
     std::uint64_t nth = 1;
     open_error_t code = OPEN_E_FAIL;
     bool once = false;
-    std::uint64_t seen = 0;
+    std::uint64_t seen = 0;  // matching calls so far; below `nth`, it has not struck
+    KillCaller kill = KillCaller::No;
+    std::string process{};  // process id or name of the callers that count; empty: all
 };
 
 class Server {
   public:
     explicit Server(ModelConfig config = {});
 
-    // Answers one request in the wire format; false when it is malformed.
-    bool handle(const char *request, std::size_t size, std::string &reply);
+    // Answers one request in the wire format, which came from process `caller` (0: unknown). False when it is
+    // malformed or the caller was killed by a fault: there is no reply then.
+    bool handle(const char *request, std::size_t size, std::string &reply, pid_t caller = 0);
 
     // Answers one control request (see control.h).
     std::string control(const std::string &json);
@@ -52,17 +63,25 @@ class Server {
 
     // Whoever asks for these may change the configuration.
     Model &model() {
-        touched_ = true;
+        touched_ = changed_ = true;
         return model_;
     }
     Cli &cli() {
-        touched_ = true;
+        touched_ = changed_ = true;
         return cli_;
     }
+    const Model &model() const { return model_; }
+
+    // Whether the configuration may have changed since the last time this was asked; calls that only read do
+    // not change it.
+    bool takeChange() { return std::exchange(changed_, false); }
 
     void addFault(Fault fault) { faults_.push_back(std::move(fault)); }
     void clearFaults() { faults_.clear(); }
     const std::vector<Fault> &faults() const { return faults_; }
+    // Runs in the place of SIGKILL to the caller, for a test whose process is the caller itself.
+    using Killer = std::function<void(Server &, pid_t caller)>;
+    void setKiller(Killer killer) { killer_ = std::move(killer); }
 
     // OpEN calls answered since the last reset, by name and in total.
     const std::map<std::string, std::uint64_t, std::less<>> &callCounts() const { return counts_; }
@@ -70,18 +89,25 @@ class Server {
     void resetCounts();
 
   private:
-    open_error_t faultOf(std::string_view call);
+    // What the faults do to one call.
+    struct Strike {
+        open_error_t code = OPEN_E_NONE;
+        KillCaller kill = KillCaller::No;
+    };
+    Strike strikeOf(std::string_view call, pid_t caller);
 
     Model model_;
     Cli cli_;
     Calls calls_;
     std::vector<Fault> faults_;
+    Killer killer_;
     std::map<std::string, std::uint64_t, std::less<>> counts_;
     std::uint64_t total_ = 0;
     std::unique_ptr<DataPlane> dataPlane_;
     PortMap livePorts_;
     WireConfig pushed_;
     bool touched_ = true;  // the configuration may differ from pushed_
+    bool changed_ = true;  // see takeChange()
     std::uint64_t generation_ = 0;
     std::map<std::string, CliSession> sessions_;  // of the control request "cli"
 };
