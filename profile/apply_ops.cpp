@@ -3,12 +3,20 @@
 #include <cstring>
 #include <string>
 
+#include "common/json.h"
 #include "profile/apply.h"
 #include "profile/configure.h"
 #include "store/profile_types.h"
 
 namespace pavo {
 namespace {
+
+std::int32_t handOut(const std::string &text, char **out) {
+    if (out == nullptr)
+        return codeOf(ResultCode::InvalidPointer);
+    *out = text.empty() ? nullptr : strdup(text.c_str());
+    return codeOf(*out != nullptr ? ResultCode::Success : ResultCode::InvalidPointer);
+}
 
 // One byte more than a request may have is enough to refuse it.
 std::string textOf(const char *request) {
@@ -47,7 +55,8 @@ std::int32_t profileVlanAdd(Switch sw, const ProfileRequest &request, std::int32
     const auto lock = ProfileLock::take();
     if (!lock)
         return codeOf(lock);
-    const ProfileConfig config{.request = request, .overwrite = overwrite != 0};
+    const ProfileConfig config{
+        .request = request, .overwrite = overwrite != 0, .force = false, .plan = false, .document = ""};
     return codeOf(applyProfile(sw, config, {}, *lock));
 }
 

@@ -9,7 +9,7 @@
 #include "profile/apply_ops.h"
 #include "profile/configure.h"
 #include "profile/list_ops.h"
-#include "profile/switch_change.h"
+#include "profile/session.h"
 #include "store/profile_db_ops.h"
 #include "store/profile_demand.h"
 #include "store/profile_template.h"
