@@ -92,8 +92,8 @@ void CommandLine::addProfile(CLI::App &profile) {
           apply.add_option("--type", options_.type, "Profile type, see 'profile types'"),
           apply.add_option(
               "--vlan", options_.vlans,
-              "One VLAN (up to four): \"ID type=ROLE profile=TYPE untagged=PORTS tagged=PORTS\n"
-              "assigned=PORTS\"; PORTS as 1-4,7,lag2,lag5-6: ports by interface number, LAGs by\n"
+              "One VLAN (up to four): \"ID type=ROLE untagged=PORTS tagged=PORTS assigned=PORTS\",\n"
+              "PORTS as 1-4,7,lag2,lag5-6: ports by interface number, LAGs by\n"
               "theirs; ROLE for example 2 control, 3 audio"),
           &color, &ptp})
         file.excludes(option);

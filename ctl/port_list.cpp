@@ -27,6 +27,7 @@ std::optional<Range> parseRange(std::string_view text) {
 
 std::vector<std::uint32_t> numbersOf(const std::map<std::uint32_t, IfNum> &interfaces) {
     std::vector<std::uint32_t> numbers;
+    numbers.reserve(interfaces.size());
     for (const auto &interface : interfaces)
         numbers.push_back(interface.first);
     return numbers;

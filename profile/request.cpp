@@ -35,7 +35,7 @@ std::string show(const cJSON *item) {
 // Reads values and keeps the first fault; once there is one, what is read is of no use.
 class Parser {
   public:
-    const std::optional<RequestFault> &fault() const { return fault_; }
+    std::optional<RequestFault> takeFault() { return std::move(fault_); }
 
     void refuse(std::string reason, RequestFault::Kind kind = RequestFault::Kind::Value) {
         if (!fault_)
@@ -191,8 +191,8 @@ std::expected<ProfileConfig, RequestFault> parseProfileConfig(const std::string 
     if (const Field body{member(root.get(), "profileConfig"), "profileConfig"}; !cJSON_IsObject(body.item))
         parser.refuseAs(body, "an object", Kind::Parameter);
     auto config = parser.parse({member(root.get(), "profileConfig"), ""});
-    if (parser.fault())
-        return std::unexpected(*parser.fault());
+    if (auto fault = parser.takeFault())
+        return std::unexpected(std::move(*fault));
     config.document = printJson(root.get());
     return config;
 }

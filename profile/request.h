@@ -73,7 +73,8 @@ struct ProfileConfig {
 };
 
 // What is wrong with the text of a request: it is no JSON; it has no "profileConfig" object, or lacks a
-// required key of that object or has one of a wrong type; or another value is of a wrong type or out of range.
+// required key of that object or has one of a wrong type; or another value is of a wrong type or out of
+// range.
 struct RequestFault {
     enum class Kind { NoJson, Parameter, Value };
     Kind kind;

@@ -48,10 +48,10 @@ Failure invalid(std::string reason) {
 std::optional<Failure> findFault(const std::string &field, const std::vector<IfNum> &list, PortNames &ports) {
     for (const IfNum port : list)
         if (const auto name = ports.find(port); !name) {
-            const auto interface = "interface " + std::to_string(port.number());
-            if (name.error() == OpenError::NotFound)
-                return invalid(field + "there is no " + interface);
-            return Failure{ResultCode::Failed, field + "the switch does not say what " + interface + " is"};
+            const bool isAbsent = name.error() == OpenError::NotFound;
+            const char *const why = isAbsent ? "there is no" : "the switch does not answer for";
+            return Failure{isAbsent ? ResultCode::InvalidArgument : ResultCode::Failed,
+                           formatText("%s%s interface %u", field, why, port)};
         }
     return std::nullopt;
 }

@@ -22,7 +22,8 @@ std::unexpected<Failure> refuse(ResultCode code, const Where &where);
 
 // What a request must fulfil by itself and on this switch: InvalidArgument for too many VLANs or none, a VLAN
 // named twice, unknown types, ports that do not exist, a port untagged in two VLANs, names that cannot be
-// VLAN names or are reserved, malformed addresses; ProfileUnsupported when the switch does not offer the type.
+// VLAN names or are reserved, malformed addresses; ProfileUnsupported when the switch does not offer the
+// type. Failed when the switch does not answer for a port.
 Result<> checkRequest(Switch sw, const ProfileRequest &request, PortNames &ports, Where where);
 
 // NameInUse when the name belongs to a profile whose VLANs are all others.

@@ -15,7 +15,6 @@ namespace {
 
 using namespace pavo;
 using ctl::ApplyOptions;
-using ctl::Interfaces;
 using ctl::portListOf;
 using test_support::SwitchTest;
 
@@ -77,13 +76,14 @@ TEST_F(RequestTest, ListsNamePortsAndLags) {
 }
 
 TEST_F(RequestTest, WhatIsNotUnderstoodIsRefusedAsAWhole) {
-    for (const std::string item : {"1;2", "all", "", "1-", "-4", "4-1", "1-4-6", "0/5", "5x", "lag", "LAG2", "lagx",
-                                   "lag2-lag3", "+1", "0x5", "1-99999999999"})
+    for (const std::string item : {"1;2", "all", "", "1-", "-4", "4-1", "1-4-6", "0/5", "5x", "lag", "LAG2",
+                                   "lagx", "lag2-lag3", "+1", "0x5", "1-99999999999"})
         for (const auto *list : {"%", "3,%"}) {
             auto value = std::string(list);
             value.replace(value.find('%'), 1, item);
-            EXPECT_EQ(refusal("20 untagged=" + value),
-                      "untagged: \"" + item + "\" is neither a port (7), nor a LAG (lag2), nor a range of them");
+            EXPECT_EQ(
+                refusal("20 untagged=" + value),
+                "untagged: \"" + item + "\" is neither a port (7), nor a LAG (lag2), nor a range of them");
         }
     const std::pair<std::string, std::string> rows[] = {
         {"20 untagged=49", "untagged: there is no port 49 (ports 1-48, LAGs lag1-24)"},
@@ -112,7 +112,8 @@ TEST_F(RequestTest, WhatIsNotUnderstoodIsRefusedAsAWhole) {
 TEST_F(RequestTest, WhatIsTooWideIsRefused) {
     auto options = optionsWith("20");
     options.name = std::string(256, 'n');
-    EXPECT_EQ(refusal(options), "--name: \"" + std::string(60, 'n') + "...\" has 256 bytes; at most 255 are kept");
+    EXPECT_EQ(refusal(options),
+              "--name: \"" + std::string(60, 'n') + "...\" has 256 bytes; at most 255 are kept");
     options.name.pop_back();
     EXPECT_EQ(configOf(options).request.name, options.name);
     options.color = "#0818555";

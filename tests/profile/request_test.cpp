@@ -160,7 +160,7 @@ TEST_F(ProfileRequestTest, RefusalsNameTheFieldAndTheReason) {
 
     failCall("openapiIfTypeGet");
     EXPECT_EQ(refusal(requestWith(), ResultCode::Failed),
-              R"("vlans[0].ports.untagged": the switch does not say what interface 1 is)");
+              R"("vlans[0].ports.untagged": the switch does not answer for interface 1)");
     EXPECT_EQ(readProfiles(&client, ListDetails::Brief)->size(), 1u) << "nothing of all this was applied";
 }
 
