@@ -296,7 +296,7 @@ class Execution {
         wholeRecord_ = session.record;
     }
     ~Execution() {
-        if (done_ || !begun_)
+        if (done_ || !begun_ || rolledBack_)
             return;
         try {
             rollBack();
@@ -521,7 +521,7 @@ void Execution::dropFile(const std::string &path) {
 Result<> Execution::putFiles() {
     static_cast<void>(step("configuration file"));
     VlanSet kept;
-    for (const auto &[profile, vlan, shared] : change_.to.vlans) {
+    for (const auto &[profile, vlan, shared, free] : change_.to.vlans) {
         if (shared)
             continue;
         kept.insert(vlan.id);

@@ -183,6 +183,8 @@ Result<> checkOwners(const ProfileRequest &request, const Standing &others, Wher
     for (std::size_t i = 0; i < request.vlans.size(); ++i) {
         const auto &vlan = request.vlans[i];
         for (const auto &placed : others.vlans) {
+            if (placed.free)
+                continue;
             const auto &owner = placed.profile->request.name;
             if (placed.vlan.id == vlan.id && !placed.shared && !isPartnerVlan(request, vlan))
                 return refuseTaken(fieldOf(i, "vlanId") + "VLAN " + std::to_string(vlan.id.number()), owner);

@@ -26,6 +26,11 @@ std::map<VlanId, const AppliedProfile *> ownersOf(const AppliedProfiles &profile
     return owners;
 }
 
+// VLAN 1 under the default profile is there for anybody.
+bool isFree(const ProfileVlanRequest &vlan) {
+    return vlan.id == kDefaultVlan && vlan.profileType == PROFILE_TYPE_NAME_DEFAULT;
+}
+
 std::string portText(IfNum port) {
     return "port " + std::to_string(port.number());
 }
@@ -46,21 +51,25 @@ Standing standingOf(const AppliedProfiles &profiles) {
             const auto *const owner = owners.at(vlan.id);
             const bool shared = owner != &profile && isPartnerVlan(profile.request, vlan);
             if (owner != &profile && !shared) {
+                if (isFree(vlan))
+                    continue;
                 standing.losses.push_back({profile.request.name, "VLAN " + std::to_string(vlan.id.number()),
                                            owner->request.name});
                 continue;
             }
             for (const IfNum port : vlan.untagged)
                 untagged[port] = &profile;
-            standing.vlans.push_back({&profile, vlan, shared});
+            standing.vlans.push_back({&profile, vlan, shared, isFree(vlan)});
         }
     for (auto &placed : standing.vlans) {
         const auto &name = placed.profile->request.name;
+        const bool free = placed.free;
         std::erase_if(placed.vlan.untagged, [&](IfNum port) {
             const auto *const owner = untagged.at(port);
             if (owner == placed.profile)
                 return false;
-            standing.losses.push_back({name, portText(port), owner->request.name});
+            if (!free)
+                standing.losses.push_back({name, portText(port), owner->request.name});
             return true;
         });
     }
@@ -71,7 +80,7 @@ std::vector<ProfileRow> rowsOf(const Standing &standing) {
     std::map<std::int32_t, ProfileRow> rows;
     const auto seed = defaultProfileRow();
     rows[seed.id] = seed;
-    for (const auto &[profile, vlan, shared] : standing.vlans) {
+    for (const auto &[profile, vlan, shared, free] : standing.vlans) {
         const auto id = static_cast<std::int32_t>(vlan.id.number());
         if (!shared)
             rows[id] = {.id = id,

@@ -18,6 +18,8 @@ struct PlacedVlan {
     ProfileVlanRequest vlan;
     // A partner's VLAN in a Kramer profile: it belongs to another profile, and only ports are added to it.
     bool shared = false;
+    // VLAN 1 under the default profile: anybody may have it and its ports.
+    bool free = false;
 };
 
 // What a profile asked for and another one has.

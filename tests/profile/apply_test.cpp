@@ -176,7 +176,11 @@ TEST_F(ApplyTest, EveryBlockComesWithItsProfile) {
 }
 
 TEST_F(ApplyTest, FiltersGoWithTheLastProfileThatHasThem) {
-    cli({"configure", "ip access-list NET-BLOCK", "exit", "mac access-list extended visionaryNwAV", "end"});
+    const auto addFilters = [&] {
+        cli({"configure", "ip access-list NET-BLOCK", "exit", "mac access-list extended visionaryNwAV",
+             "end"});
+    };
+    addFilters();
     const std::string harman = "HARMAN Professional AV Network",
                       visionary = "Visionary Advanced Multi-Domain";
     for (const auto &[type, role] : {std::pair(harman, 2), {PROFILE_TYPE_NAME_GD, 1}}) {
@@ -185,7 +189,12 @@ TEST_F(ApplyTest, FiltersGoWithTheLastProfileThatHasThem) {
     }
     EXPECT_TRUE(has("NET-BLOCK") && has("visionaryNwAV"));
     applied("A", harman, {vlanJson(20, 3, "1")});
+    removed("A");
+    EXPECT_TRUE(has("NET-BLOCK")) << "it was there before the profile";
+    cli({"configure", "no ip access-list NET-BLOCK", "no mac access-list extended visionaryNwAV", "end"});
+    applied("A", harman, {vlanJson(20, 3, "1")});
     applied("B", visionary, {vlanJson(30, 1, "2")});
+    addFilters();
     removed("A");
     EXPECT_TRUE(!has("NET-BLOCK") && has("visionaryNwAV"));
     removed("B");
@@ -337,9 +346,16 @@ TEST_F(ApplyTest, ForceOverwriteAndKramer) {
     EXPECT_TRUE(has("vlan pvid 21"));
 
     applied("V", "Video", {vlanJson(50, 1, "9")});
-    applied("K", PROFILE_TYPE_NAME_KRAMER, {vlanJson(50, 7, "9"), vlanJson(51, 1, "10")});
-    vlanInfoSelectById(50, nullptr, nullptr, type, nullptr);
+    const auto onlyV = everything();
+    applied("K", PROFILE_TYPE_NAME_KRAMER, {vlanJson(50, 7, "11"), vlanJson(51, 1, "10")});
+    char owner[VLAN_INFO_NAME_SIZE] = "";
+    vlanInfoSelectById(50, nullptr, owner, type, nullptr);
     EXPECT_STREQ("Video", type);
+    EXPECT_STREQ("V", owner) << "a partner's VLAN stays with its profile";
+    EXPECT_EQ(VlanId(50), state().interfaces["0/11"].pvid);
+    EXPECT_EQ(VlanId(50), state().interfaces["0/9"].pvid);
+    removed("K");
+    EXPECT_EQ(onlyV, everything());
 }
 
 TEST_F(ApplyTest, ConflictsAreRefusedWithTheirCodes) {
@@ -394,13 +410,16 @@ TEST_F(ApplyTest, ChangeInPlaceMovesPortsAndDropsVlans) {
     EXPECT_EQ(9198u, now.interfaces["0/10"].mtu);
     EXPECT_EQ("by hand", now.vlans[VlanId(77)]) << "was there before the profile and stays";
     EXPECT_EQ(0, vlanInfoSelectRowsById(77));
-    // A port may move between profiles.
-    applied("B", "Data", {vlanJson(30, 1, "4")});
+    // A port moves between profiles when that is asked for, and comes back.
+    EXPECT_EQ(codeOf(ResultCode::ObjectExists), apply("B", "Data", {vlanJson(30, 1, "4")}));
+    applied("B", "Data", {vlanJson(30, 1, "4")}, R"(, "overwrite": true)");
     now = state();
     EXPECT_EQ(VlanId(30), now.interfaces["0/4"].pvid);
     EXPECT_EQ(0u, now.interfaces["0/4"].mtu);
-    removed("A");
     removed("B");
+    EXPECT_EQ(VlanId(20), state().interfaces["0/4"].pvid);
+    EXPECT_EQ(9198u, state().interfaces["0/4"].mtu);
+    removed("A");
     EXPECT_EQ(before, config());
 }
 
@@ -417,8 +436,17 @@ TEST_F(ApplyTest, RoutingLagsAndLatency) {
             {R"({"vlanId": 21, "vlanType": 1, "routing": {"ipConfig": 2, "ipAddr": null}})",
              R"({"vlanId": 22, "vlanType": 1, "routing": null})"});
     EXPECT_TRUE(has("ip address dhcp"));
-    setLatency(5s);
-    EXPECT_EQ(codeOf(ResultCode::Failed), apply("A", "Data", {vlanJson(20, 1, "1")}));
+    for (const auto latency : {4500ms, 6000ms, 15000ms}) {
+        const auto rest = config();
+        setLatency(latency);
+        const bool inTime = latency < 12s;
+        EXPECT_EQ(inTime ? 0 : codeOf(ResultCode::Failed), apply("A", "Data", {vlanJson(20, 1, "1")}));
+        platform::sleepFor(60s);
+        if (inTime)
+            removed("A");
+        platform::sleepFor(60s);
+        EXPECT_EQ(rest, config()) << "what came too late is taken back, too";
+    }
     EXPECT_EQ(1u, logged("step 'vlanParticipationSet' failed"))
         << "the switch took too long, and that is said";
 }
@@ -478,8 +506,8 @@ TEST_F(ApplyTest, AnyFailingCallLeavesNothingHalfApplied) {
     const auto old = requestJson("Old", "Audio Dante", {vlanJson(20, 1, "1, 2")});
     const auto request =
         requestJson("New", PROFILE_TYPE_NAME_AUDAC, {vlanJson(30, 2, "2, 3", "9"), vlanJson(31, 3, "4", "9")},
-                    R"(, "ptp": true)");
-    // Port 2 moves from the old profile to the new one; deleting that leaves it in VLAN 1.
+                    R"(, "ptp": true, "overwrite": true)");
+    // Port 2 moves from the old profile to the new one and back.
     for (const bool applying : {true, false}) {
         const auto reset = [&] {
             remove("New");
