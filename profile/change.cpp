@@ -349,6 +349,8 @@ class Execution {
     ProfileRecord wholeRecord_;
     // Things that blocks which ran may have changed.
     std::set<std::string> disturbed_;
+    // Things that blocks which went off have left at a value of their own.
+    std::set<std::string> lastWords_;
     std::vector<ProfileRow> rows_;  // as they are now
     FileSnapshots files_;
     std::string step_ = "profile record";
@@ -417,7 +419,7 @@ Result<> Execution::announce() {
     static_cast<void>(step("profile record"));
     auto ahead = session_.record;
     ahead.things = change_.things;
-    ahead.pending = PendingChange{change_.after, change_.name};
+    ahead.pending = PendingChange{change_.after, change_.name, false};
     auto written = writeProfileRecord(ahead, where_);
     begun_ = written.has_value();
     return written;
@@ -438,6 +440,10 @@ Result<> Execution::switchOffGone() {
         for (const auto *writes : {&block.on, &block.off})
             for (const auto &[name, value] : *writes)
                 disturbed_.insert(name);
+        // A value of its own that a block leaves behind may be one that the switch does not show.
+        for (const auto &[name, value] : block.off)
+            if (value)
+                lastWords_.insert(name);
         switchTouched_ = ran = true;
         if (auto done = block.switchOff(sw_); !done)
             return done;
@@ -573,7 +579,7 @@ Result<> Execution::settle() {
     for (const auto &[name, thing] : change_.things)
         concerned.insert(name);
     for (const auto &name : concerned) {
-        if (!isSetting(name) || isFilter(name) || change_.wantedAfter.claims.contains(name) ||
+        if (!isSetting(name) || isFilter(name) || lastWords_.contains(name) || change_.wantedAfter.claims.contains(name) ||
             thingOf(now_, name) == thingOf(change_.target, name) || !hasVlan(now_, parseThingName(name).id))
             continue;
         put(goal, name, thingOf(change_.target, name));
@@ -728,7 +734,7 @@ void Execution::rollBack() {
     auto record = session_.record;
     if (!left_.empty()) {
         record.things = change_.things;
-        record.pending = PendingChange{session_.record.profiles, change_.name};
+        record.pending = PendingChange{change_.after, change_.name, true};
     }
     if (!writeProfileRecord(record, where_))
         add("profile record");

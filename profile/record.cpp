@@ -142,7 +142,8 @@ std::optional<ProfileRecord> ProfileRecord::parse(const std::string &text) {
         auto goal = parseProfiles(pending);
         if (!goal)
             return std::nullopt;
-        record.pending = PendingChange{std::move(*goal), stringMember(pending, "name").value_or("")};
+        record.pending = PendingChange{std::move(*goal), stringMember(pending, "name").value_or(""),
+                                       boolMember(pending, "undo").value_or(false)};
     }
     return record;
 }
@@ -155,6 +156,7 @@ std::string ProfileRecord::print() const {
     if (pending) {
         cJSON *const object = cJSON_AddObjectToObject(root.get(), "pending");
         cJSON_AddStringToObject(object, "name", pending->name.c_str());
+        cJSON_AddBoolToObject(object, "undo", pending->undo);
         addProfiles(object, pending->profiles);
     }
     return printJsonLine(root.get());

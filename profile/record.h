@@ -44,7 +44,8 @@ struct RecordedThing {
 // A change that has begun: these profiles are to be there instead.
 struct PendingChange {
     AppliedProfiles profiles;
-    std::string name;  // of the profile that it is about
+    std::string name;   // of the profile that it is about
+    bool undo = false;  // it has failed and is to be taken back
 
     bool operator==(const PendingChange &) const = default;
 };

@@ -215,17 +215,22 @@ Result<> carryTo(ProfileSession &session, const AppliedProfiles &goal, const std
 
 Result<> finishInterrupted(ProfileSession &session, const ProfileLock &held) {
     const auto pending = *session.record.pending;
-    logWarn(session.where, "[%s:%d] a change of profile '%s' was interrupted and is finished first\n",
-            pending.name);
-    if (carryTo(session, pending.profiles, pending.name, held))
-        return {};
-    logWarn(session.where, "[%s:%d] the interrupted change of profile '%s' is taken back instead\n",
-            pending.name);
-    if (auto read = observe(session); !read)
-        return read;
-    auto undone = carryTo(session, AppliedProfiles(session.record.profiles), pending.name, held);
+    if (!pending.undo) {
+        logWarn(session.where, "[%s:%d] a change of profile '%s' was interrupted and is finished first\n",
+                pending.name);
+        if (carryTo(session, pending.profiles, pending.name, held))
+            return {};
+        if (auto read = observe(session); !read)
+            return read;
+    }
+    logWarn(session.where, "[%s:%d] the interrupted change of profile '%s' is taken back\n", pending.name);
+    // From what was to be there to what was: both are known to what takes it back.
+    const auto found = session.record;
+    session.record.profiles = pending.profiles;
+    const auto undone = carryTo(session, found.profiles, pending.name, held);
     if (undone)
         return {};
+    static_cast<void>(writeProfileRecord(found, session.where));
     return failed(undone.error().code,
                   formatText("an interrupted change of profile '%s' could neither be finished nor taken back: %s",
                              pending.name, undone.error().reason));
