@@ -6,8 +6,10 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <thread>
 #include <utility>
 
 #include "common/log.h"
@@ -15,6 +17,23 @@
 
 namespace pavo {
 namespace {
+
+// A lock that somebody else has is tried again after this, and waited for so long without a word.
+constexpr auto kPollInterval = std::chrono::milliseconds(2);
+constexpr auto kReportAfter = std::chrono::seconds(1);
+
+// Folders where everybody may put a link under a name that the program uses.
+bool isSharedFolder(std::string_view fixedPath) {
+    return fixedPath.starts_with("/tmp/") || fixedPath.starts_with(platform::paths::kScriptDir);
+}
+
+// Every file of the program is opened here. One that is written, or that is in a folder open to everybody, is
+// never reached through a link.
+int openFixed(const std::string &fixedPath, int flags) {
+    const bool writes = (flags & O_ACCMODE) != O_RDONLY;
+    return open(platform::fsPath(fixedPath).c_str(),
+                flags | O_CLOEXEC | (writes || isSharedFolder(fixedPath) ? O_NOFOLLOW : 0), 0666);
+}
 
 int retryFlock(int fd, int operation) {
     int result = 0;
@@ -27,7 +46,18 @@ int retryFlock(int fd, int operation) {
 }  // namespace
 
 FilePtr openFile(const std::string &fixedPath, const char *mode) {
-    return FilePtr(std::fopen(platform::fsPath(fixedPath).c_str(), (std::string(mode) + "e").c_str()));
+    const bool both = std::string_view(mode).find('+') != std::string_view::npos;
+    int flags = both ? O_RDWR : O_WRONLY;
+    if (mode[0] == 'r')
+        flags = both ? O_RDWR : O_RDONLY;
+    else
+        flags |= O_CREAT | (mode[0] == 'a' ? O_APPEND : O_TRUNC);
+    const int fd = openFixed(fixedPath, flags | O_NONBLOCK);
+    struct stat info{};
+    FilePtr file(fd >= 0 && fstat(fd, &info) == 0 && S_ISREG(info.st_mode) ? fdopen(fd, mode) : nullptr);
+    if (file == nullptr && fd >= 0)
+        close(fd);
+    return file;
 }
 
 bool writeWhole(FilePtr file, std::string_view text) {
@@ -37,7 +67,7 @@ bool writeWhole(FilePtr file, std::string_view text) {
 }
 
 std::optional<std::string> readFile(const std::string &fixedPath, std::size_t most, Where where) {
-    const int fd = open(platform::fsPath(fixedPath).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    const int fd = openFixed(fixedPath, O_RDONLY | O_NONBLOCK);
     if (fd < 0)
         return std::nullopt;
     const FilePtr file(fdopen(fd, "r"));
@@ -107,9 +137,9 @@ bool fileExists(const std::string &fixedPath) {
     return access(platform::fsPath(fixedPath).c_str(), F_OK) == 0;
 }
 
-FileLock::FileLock(std::string fixedPath, Afterwards afterwards)
+FileLock::FileLock(std::string fixedPath, Afterwards afterwards, platform::Duration most, Where where)
     : path_(std::move(fixedPath)), afterwards_(afterwards) {
-    take();
+    take(most, where);
 }
 
 FileLock::~FileLock() {
@@ -118,34 +148,49 @@ FileLock::~FileLock() {
 
 // A holder may delete the file, so the lock can turn out to be on a file that is no longer the one the others
 // see: then it is worth nothing and is taken anew.
-void FileLock::take() {
+void FileLock::take(platform::Duration most, const Where &where) {
+    const auto begin = platform::monotonicNow();
+    bool reported = false;
     for (;;) {
-        // No truncation and no link: the folders are open to everybody.
+        // No truncation: the file may be another's.
         fd_ = open(platform::fsPath(path_).c_str(), O_CREAT | O_RDWR | O_CLOEXEC | O_NOFOLLOW,
                    afterwards_ == Afterwards::Remove ? 0666 : 0600);
         if (fd_ < 0) {
             state_ = State::NotOpened;
             return;
         }
-        if (retryFlock(fd_, LOCK_EX) != 0) {
+        if (retryFlock(fd_, LOCK_EX | LOCK_NB) == 0) {
+            if (isCurrent()) {
+                state_ = State::Held;
+                return;
+            }
             close(std::exchange(fd_, -1));
-            if (afterwards_ == Afterwards::Remove)
-                removeFile(path_);
-            state_ = State::NotLocked;
-            return;
+            continue;
         }
-        if (isCurrent()) {
-            state_ = State::Held;
-            return;
-        }
+        const bool taken = errno == EWOULDBLOCK;
         close(std::exchange(fd_, -1));
+        const auto waited = platform::monotonicNow() - begin;
+        if (!taken || waited >= most) {
+            state_ = State::NotLocked;
+            timedOut_ = taken;
+            if (!taken && afterwards_ == Afterwards::Remove)
+                removeFile(path_);
+            return;
+        }
+        if (!reported && waited >= kReportAfter) {
+            reported = true;
+            logWarn(where, "[%s:%d] waiting for the lock %s, for at most %u s\n", path_,
+                    static_cast<unsigned>(std::chrono::duration_cast<std::chrono::seconds>(most).count()));
+        }
+        // Not a sleep of the program's clock: this waits for a real process, and only its limit is time.
+        std::this_thread::sleep_for(kPollInterval);
     }
 }
 
 bool FileLock::isCurrent() const {
     struct stat mine{};
     struct stat seen{};
-    return fstat(fd_, &mine) == 0 && stat(platform::fsPath(path_).c_str(), &seen) == 0 &&
+    return fstat(fd_, &mine) == 0 && lstat(platform::fsPath(path_).c_str(), &seen) == 0 &&
            mine.st_dev == seen.st_dev && mine.st_ino == seen.st_ino;
 }
 

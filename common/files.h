@@ -1,16 +1,21 @@
-// Files under their fixed paths (platform/paths.h): owners, whole reads, replacing, locks.
+// Files under their fixed paths (platform/paths.h): owners, whole reads, replacing, locks. A link that stands
+// in the place of a file is not followed where the file is written, nor in a folder that is open to everybody:
+// the file cannot be opened then.
 #ifndef PAVO_COMMON_FILES_H
 #define PAVO_COMMON_FILES_H
 
+#include <chrono>
 #include <cstddef>
 #include <cstdio>
 #include <memory>
 #include <optional>
+#include <source_location>
 #include <string>
 #include <string_view>
 
 #include "common/result.h"
 #include "common/where.h"
+#include "platform/clock.h"
 
 namespace pavo {
 
@@ -19,7 +24,8 @@ struct FileCloser {
 };
 using FilePtr = std::unique_ptr<std::FILE, FileCloser>;
 
-// fopen on a fixed path; null when it cannot be opened. No child of the program inherits the descriptor.
+// fopen on a fixed path; null when it cannot be opened or is no regular file: nobody waits for a pipe that
+// stands in its place. No child of the program inherits the descriptor.
 FilePtr openFile(const std::string &fixedPath, const char *mode);
 
 // Writes, flushes and closes: each of the three can be the one that finds the disk full, which gives false.
@@ -45,14 +51,20 @@ void removeFile(const std::string &fixedPath);
 
 bool fileExists(const std::string &fixedPath);
 
-// Holds an exclusive lock on a file, among threads and processes, for as long as it lives; waits for it. The
-// file is made when it is missing, no link is followed.
+// Holds an exclusive lock on a file, among threads and processes, for as long as it lives. The file is made
+// when it is missing, no link is followed. A lock that somebody else has is waited for, for a limited time; a
+// wait of more than a second is logged, once, with the name of the file.
 class FileLock {
   public:
     // Whether the file is deleted before the lock is released.
     enum class Afterwards { Keep, Remove };
 
-    explicit FileLock(std::string fixedPath, Afterwards afterwards = Afterwards::Keep);
+    // How long a lock is waited for unless the caller says otherwise, on the program's clock: longer than
+    // whoever is at work may take.
+    static constexpr platform::Duration kWaitMax = std::chrono::minutes(2);
+
+    explicit FileLock(std::string fixedPath, Afterwards afterwards = Afterwards::Keep,
+                      platform::Duration most = kWaitMax, Where where = std::source_location::current());
     ~FileLock();
     FileLock(const FileLock &) = delete;
     FileLock &operator=(const FileLock &) = delete;
@@ -61,17 +73,20 @@ class FileLock {
     enum class State { Held, NotOpened, NotLocked };
     State state() const { return state_; }
     bool held() const { return state_ == State::Held; }
+    // NotLocked because somebody else had it all the time; the file is left alone then.
+    bool timedOut() const { return timedOut_; }
 
     // Releases the lock early; false when unlocking failed.
     bool release();
 
   private:
-    void take();
+    void take(platform::Duration most, const Where &where);
     bool isCurrent() const;
 
     std::string path_;
     Afterwards afterwards_;
     State state_ = State::NotOpened;
+    bool timedOut_ = false;
     int fd_ = -1;
 };
 

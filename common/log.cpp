@@ -1,7 +1,7 @@
 #include "common/log.h"
 
 #include <fcntl.h>
-#include <sys/mman.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -10,9 +10,9 @@
 #include <atomic>
 #include <cerrno>
 #include <charconv>
-#include <csignal>
 #include <cstdarg>
 #include <cstring>
+#include <ctime>
 #include <deque>
 #include <iterator>
 #include <memory>
@@ -31,8 +31,8 @@ namespace pavo {
 namespace {
 
 constexpr int kLevelDefault = LOG_LEVEL_INFO;
-constexpr std::size_t kLevelFileSize = 4;
-constexpr std::int64_t kRotateAbove = 0x100000;
+constexpr off_t kLevelFileSize = 4;
+constexpr off_t kRotateAbove = 0x100000;
 
 // Never changed once messages can see it, and never freed: a message works on the settings it started with,
 // and syslog keeps a pointer to the identity.
@@ -45,21 +45,16 @@ struct Settings {
 };
 
 struct State {
-    std::mutex mutex;  // all of the state but the level byte
+    std::mutex mutex;  // all of the state but the level file
     std::deque<Settings> everySettings{Settings{}};
     const Settings *settings = &everySettings.front();
     std::atomic<const Settings *> inForce{nullptr};  // the same once the facility has started
     int stream = -1;
-    std::int64_t byteCount = 0;
+    std::string path;  // of the log file
+    off_t rotateAbove = kRotateAbove;
 
-    int levelFd = -1;
-    std::atomic<unsigned char *> levelByte{nullptr};
-    std::atomic<int> levelReaders{0};  // threads that look at the level byte at this moment
-    // The mapping itself, for onBusError: outlasts levelByte until its last reader is gone.
-    std::atomic<unsigned char *> levelMapping{nullptr};
-    std::atomic<bool> levelLost{false};  // the file was cut under the mapping, see onBusError
-    struct sigaction busHandlerBefore{};
-    std::atomic<bool> busPassedOn{false};
+    std::atomic<int> levelFd{-1};
+    std::atomic<int> levelReaders{0};  // threads that read the level at this moment
 };
 
 // Never destroyed: detached threads may log while the process exits.
@@ -70,110 +65,51 @@ State &state() {
 
 // --- threshold
 
-// Any process may truncate the level file, as a shell does before it writes the new digit; until that is
-// written, reading the mapping raises SIGBUS. Zeroes are put in its place, which read as "no digit".
-void onBusError(int signal, siginfo_t *info, void *) {
-    State &s = state();
-    const bool sent = info->si_code <= 0;  // and not raised by an instruction that is about to run again
-    unsigned char *const byte = s.levelMapping.load();
-    if (!sent && byte != nullptr && info->si_addr == byte &&
-        mmap(byte, kLevelFileSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0) ==
-            byte) {
-        s.levelLost.store(true);
-        return;
-    }
-    // The next handler may hand back to this one what it does not want: then the process ends.
-    const struct sigaction byDefault{};
-    sigaction(signal, s.busPassedOn.exchange(true) ? &byDefault : &s.busHandlerBefore, nullptr);
-    if (sent)
-        raise(signal);
-}
-
-// Goes in front of the present handler, which may have been set after ours: a crash logger is registered when
-// the log is open already.
-void setBusHandler(State &s) {
-    struct sigaction present{};
-    if (sigaction(SIGBUS, nullptr, &present) != 0 || present.sa_sigaction == onBusError)
-        return;
-    s.busHandlerBefore = present;
-    s.busPassedOn.store(false);
-    struct sigaction action{};
-    action.sa_sigaction = onBusError;
-    action.sa_flags = SA_SIGINFO;
-    sigaction(SIGBUS, &action, nullptr);
-}
-
-bool isDigit(unsigned char c) {
+bool isDigit(char c) {
     return c >= '0' && c <= '9';
 }
 
-// Makes sure of the digit, through the descriptor, which cannot fault.
-bool ensureDigit(int fd) {
-    unsigned char digit = 0;
+// The digit in force, 0 when there is none: any process may truncate the file, as a shell does before it
+// writes the new one.
+char readDigit(int fd) {
+    char digit = 0;
+    return pread(fd, &digit, 1, 0) == 1 && isDigit(digit) ? digit : '\0';
+}
+
+// Makes the file what every process expects. One with a second name is somebody else's, and is not cut.
+bool prepareLevelFile(int fd) {
+    struct stat info{};
     constexpr char kDigitDefault = '0' + kLevelDefault;
-    return (pread(fd, &digit, 1, 0) == 1 && isDigit(digit)) || pwrite(fd, &kDigitDefault, 1, 0) == 1;
+    return fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && info.st_nlink == 1 &&
+           ftruncate(fd, kLevelFileSize) == 0 &&
+           (readDigit(fd) != '\0' || pwrite(fd, &kDigitDefault, 1, 0) == 1);
 }
 
-// Maps the open level file, in the place of an earlier mapping when `at` is given.
-unsigned char *attachLevel(int fd, void *at) {
-    if (ftruncate(fd, kLevelFileSize) != 0)
-        return nullptr;
-    const int flags = MAP_SHARED | (at != nullptr ? MAP_FIXED : 0);
-    void *const map = mmap(at, kLevelFileSize, PROT_READ | PROT_WRITE, flags, fd, 0);
-    return map != MAP_FAILED ? static_cast<unsigned char *>(map) : nullptr;
-}
-
-void unmapLevel(State &s) {
-    s.levelByte.store(nullptr);
+void closeLevelFile(State &s) {
+    const int fd = s.levelFd.exchange(-1);
+    if (fd < 0)
+        return;
     while (s.levelReaders.load() != 0)
         std::this_thread::yield();
-    if (unsigned char *const mapping = s.levelMapping.exchange(nullptr))
-        munmap(mapping, kLevelFileSize);
-    if (s.levelFd >= 0)
-        close(s.levelFd);
-    s.levelFd = -1;
-    s.levelLost.store(false);
+    close(fd);
 }
 
-void mapLevel(State &s) {
-    setBusHandler(s);
-    s.levelFd =
-        open(platform::fsPath(platform::paths::kLogLevelFile).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
-    if (s.levelFd >= 0)
-        s.levelMapping.store(attachLevel(s.levelFd, nullptr));
-    if (s.levelMapping.load() != nullptr && ensureDigit(s.levelFd))
-        s.levelByte.store(s.levelMapping.load());
-    else
-        unmapLevel(s);
-}
-
-// Goes back to the level file after onBusError. No digit is written: it would overwrite the one that whoever
-// truncated the file is about to write.
-void restoreLevel(State &s) {
-    const std::lock_guard lock(s.mutex);
-    unsigned char *const byte = s.levelByte.load();
-    if (s.levelLost.exchange(false) && byte != nullptr && attachLevel(s.levelFd, byte) == nullptr)
-        unmapLevel(s);
-}
-
-// Written by other processes only. The mapping may be replaced while it is read, which is no data race
-// either, though the thread sanitizer takes it for one.
-__attribute__((no_sanitize("thread"))) unsigned char readDigit(const volatile unsigned char *byte) {
-    return *byte;
+void openLevelFile(State &s) {
+    const int fd = open(platform::fsPath(platform::paths::kLogLevelFile).c_str(),
+                        O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0666);
+    if (fd >= 0 && prepareLevelFile(fd))
+        s.levelFd.store(fd);
+    else if (fd >= 0)
+        close(fd);
 }
 
 int threshold() {
     State &s = state();
-    unsigned char digit = 0;
-    s.levelReaders.fetch_add(1);  // keeps the mapping until it has been read
-    if (unsigned char *const byte = s.levelByte.load())
-        digit = readDigit(byte);
+    s.levelReaders.fetch_add(1);  // keeps the file open until it has been read
+    const int fd = s.levelFd.load();
+    const char digit = fd >= 0 ? readDigit(fd) : '\0';
     s.levelReaders.fetch_sub(1);
-    if (isDigit(digit))
-        return digit - '0';
-    if (s.levelLost.load())
-        restoreLevel(s);
-    return kLevelDefault;
+    return digit != '\0' ? digit - '0' : kLevelDefault;
 }
 
 // --- lines
@@ -183,8 +119,8 @@ std::string_view levelName(int level) {
     return level >= 0 && level < static_cast<int>(std::size(kNames)) ? kNames[level] : "";
 }
 
-// Local time to the millisecond; empty when it cannot be told. Converted once a second, in between only the
-// milliseconds are replaced.
+// Local time to the millisecond; empty when it cannot be told. Converted once a second, by the time zone that
+// is set then; in between only the milliseconds are replaced.
 std::string_view timeText() {
     thread_local std::time_t second = 0;
     thread_local char text[96];
@@ -194,6 +130,7 @@ std::string_view timeText() {
     if (length == 0 || now.tv_sec != second) {
         std::tm local{};
         length = 0;
+        tzset();
         if (localtime_r(&now.tv_sec, &local) == nullptr)
             return {};
         length = static_cast<std::size_t>(std::snprintf(
@@ -267,6 +204,19 @@ class Line {
 
 void writeStandardOutput(std::string_view line) {
     std::fwrite(line.data(), 1, line.size(), stdout);
+    std::fflush(stdout);
+}
+
+// A pipe in its place would block every thread once it is full, and a link leads to somebody else's file:
+// -1 for both.
+int openLogFile(const std::string &path) {
+    const int fd =
+        open(path.c_str(), O_RDWR | O_CREAT | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0666);
+    struct stat info{};
+    if (fd < 0 || (fstat(fd, &info) == 0 && S_ISREG(info.st_mode)))
+        return fd;
+    close(fd);
+    return -1;
 }
 
 void closeStream(State &s) {
@@ -275,25 +225,62 @@ void closeStream(State &s) {
 }
 
 void openStream(State &s) {
-    s.byteCount = 0;
-    s.stream = open(platform::fsPath(platform::paths::kLogFile).c_str(),
-                    O_RDWR | O_CREAT | O_APPEND | O_NONBLOCK | O_CLOEXEC, 0666);
-    struct stat info{};
-    if (s.stream < 0)
-        return;
-    if (fstat(s.stream, &info) != 0 || !S_ISREG(info.st_mode))
-        closeStream(s);  // a pipe would block every thread once it is full
-    else
-        s.byteCount = info.st_size;
+    closeStream(s);
+    s.path = platform::fsPath(platform::paths::kLogFile);
+    s.rotateAbove = kRotateAbove;
+    s.stream = openLogFile(s.path);
 }
 
-void rotateStream(State &s) {
+// Whether the open file is the one that stands under the name of the log.
+bool isCurrent(const State &s) {
+    struct stat mine{};
+    struct stat seen{};
+    return fstat(s.stream, &mine) == 0 && lstat(s.path.c_str(), &seen) == 0 && mine.st_dev == seen.st_dev &&
+           mine.st_ino == seen.st_ino;
+}
+
+// Moves on to the file that stands under the name now; stays with the present one when that cannot be opened.
+bool reopenStream(State &s) {
+    const int fd = openLogFile(s.path);
+    if (fd < 0)
+        return false;
     closeStream(s);
-    removeFile(platform::paths::kLogFileOld);
-    std::rename(platform::fsPath(platform::paths::kLogFile).c_str(),
-                platform::fsPath(platform::paths::kLogFileOld).c_str());
+    s.rotateAbove = kRotateAbove;
+    s.stream = fd;
+    return true;
+}
+
+// One rotation, however many processes find the file too large: the lock is that of the file itself, and
+// whoever gets it later finds another file under the name. Nobody waits for it. A process that keeps it, or
+// is stopped while it has it, does not let the file grow without limit.
+void rotateStream(State &s, off_t size) {
+    if (flock(s.stream, LOCK_EX | LOCK_NB) != 0 && size <= 2 * kRotateAbove)
+        return;
+    bool renamed = true;
+    if (isCurrent(s)) {
+        removeFile(platform::paths::kLogFileOld);
+        renamed = std::rename(s.path.c_str(), platform::fsPath(platform::paths::kLogFileOld).c_str()) == 0;
+    }
     openStream(s);
-    s.byteCount = 0;  // where the file could not be renamed it goes on growing, and lines are not lost
+    if (!renamed)
+        s.rotateAbove = size + kRotateAbove;  // the file goes on growing, and lines are not lost
+}
+
+// Writes a line; what it tells about the file afterwards. A line that does not fit on the disk is lost, as it
+// would be anywhere else.
+struct stat appendLine(int fd, std::string_view line) {
+    while (!line.empty()) {
+        const ssize_t written = write(fd, line.data(), line.size());
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0)
+            break;
+        line.remove_prefix(static_cast<std::size_t>(written));
+    }
+    struct stat info{};
+    info.st_nlink = 1;
+    fstat(fd, &info);
+    return info;
 }
 
 void writeStream(State &s, std::string_view line) {
@@ -302,17 +289,15 @@ void writeStream(State &s, std::string_view line) {
         writeStandardOutput(line);
         return;
     }
-    s.byteCount += static_cast<std::int64_t>(line.size());
-    while (!line.empty()) {
-        const ssize_t written = write(s.stream, line.data(), line.size());
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written <= 0)
-            break;  // a full disk: the line is lost, as it would be anywhere else
-        line.remove_prefix(static_cast<std::size_t>(written));
-    }
-    if (s.byteCount > kRotateAbove)
-        rotateStream(s);
+    // Another process may have rotated, or somebody has taken the file away.
+    if (!isCurrent(s))
+        reopenStream(s);
+    struct stat info = appendLine(s.stream, line);
+    // It may even have gone for good in between, and the line with it.
+    if (info.st_nlink == 0 && reopenStream(s))
+        info = appendLine(s.stream, line);
+    if (info.st_size > s.rotateAbove)
+        rotateStream(s, info.st_size);
 }
 
 // --- life cycle
@@ -338,7 +323,6 @@ std::string processName() {
 }
 
 void start(State &s) {
-    setBusHandler(s);
     Settings settings = *s.settings;
     if (settings.sinks < 0) {
         settings.sinks = LOG_SINK_STDOUT;
@@ -359,7 +343,7 @@ void stop(State &s) {
     if ((s.settings->sinks & LOG_SINK_SYSLOG) != 0)
         closelog();
     closeStream(s);
-    unmapLevel(s);
+    closeLevelFile(s);
     s.inForce.store(nullptr);
 }
 
@@ -404,8 +388,8 @@ void devmgrLogOpen(std::int32_t sinks, std::int32_t facility, const char *identi
         stop(s);
     closeStream(s);
     s.settings = keep(s, Settings{sinks, facility, identity != nullptr ? identity : ""});
-    if (s.levelByte.load() == nullptr)
-        mapLevel(s);
+    if (s.levelFd.load() < 0)
+        openLevelFile(s);
     if ((sinks & LOG_SINK_FILE) != 0)
         openStream(s);
 }

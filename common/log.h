@@ -2,8 +2,10 @@
 // older generation, to syslog and to standard output, filtered by a threshold that other processes can change
 // at run time through a shared one-digit file.
 //
-// Any thread may log. The facility never reports errors to its callers: a log file that cannot be opened
-// sends its lines to standard output, an unusable level file leaves the threshold at 6.
+// Any thread may log, and any number of processes into the same file: the one that finds it too large rotates
+// it, the others go on in the new one. The facility never reports errors to its callers: a log file that
+// cannot be opened sends its lines to standard output, an unusable level file leaves the threshold at 6. No
+// link is followed to either. The time is that of the time zone which is set at the moment of the message.
 #ifndef PAVO_COMMON_LOG_H
 #define PAVO_COMMON_LOG_H
 
@@ -30,7 +32,7 @@ inline constexpr std::int32_t LOG_SINK_STDOUT = 4;
 
 inline constexpr std::int32_t LOG_FACILITY_USER = 8;
 
-// Chooses sinks, syslog facility and the identity shown in every line (null: the process name), maps the
+// Chooses sinks, syslog facility and the identity shown in every line (null: the process name), opens the
 // level file and opens the log file when the file sink is chosen. Opening while started closes first.
 void devmgrLogOpen(std::int32_t sinks, std::int32_t facility, const char *identity);
 

@@ -8,10 +8,14 @@
 namespace pavo {
 
 Result<ProfileLock> ProfileLock::take(Where where) {
-    auto lock = std::make_unique<FileLock>(platform::paths::kProfileLock);
+    auto lock = std::make_unique<FileLock>(platform::paths::kProfileLock, FileLock::Afterwards::Keep,
+                                           kWaitMax, where);
     if (lock->held())
         return ProfileLock(std::move(lock));
-    const std::string reason = "cannot lock " + platform::fsPath(platform::paths::kProfileLock);
+    const std::string reason =
+        lock->timedOut()
+            ? std::string("another profile operation does not end: it holds ") + platform::paths::kProfileLock
+            : "cannot lock " + platform::fsPath(platform::paths::kProfileLock);
     logError(where, "[%s:%d] %s\n", reason);
     return failed(ResultCode::Failed, reason);
 }

@@ -30,6 +30,13 @@ constexpr const char *kSelectAll = "SELECT id, vlanType, profileName, profileTyp
 constexpr LogFormat<const char *> kCannotOpen = "[%s:%d] Can't open database: %s\r\n";
 constexpr LogFormat<const char *, const char *> kStatementError = "[%s:%d] %s error: %s\r\n";
 
+// A statement as it stands in the log: its values may be as long, and hold whatever, as somebody likes.
+std::string shown(std::string_view sql) {
+    std::string out(sql.substr(0, kStatementMax));
+    std::ranges::replace_if(out, [](unsigned char c) { return c < 0x20 || c == 0x7f; }, '?');
+    return out;
+}
+
 std::unexpected<DbFailure> dbFailure(int code, bool opened = true) {
     return std::unexpected(DbFailure{static_cast<SqliteCode>(code), opened});
 }
@@ -121,7 +128,7 @@ DbResult<Table> runStatement(const std::string &sql, const Where &where,
         if (failure.text() != nullptr)
             logError(where, failure, connection.message());
         else
-            logError(where, kStatementError, sql.c_str(), connection.message());
+            logError(where, kStatementError, shown(sql).c_str(), connection.message());
         return dbFailure(code);
     }
     return table;
@@ -156,8 +163,7 @@ class Statement {
         const bool fits = text_.size() <= kStatementMax;
         if (fits && refusal_ == nullptr)
             return runStatement(text_, where);
-        logError(where, kStatementError, text_.substr(0, kStatementMax).c_str(),
-                 fits ? refusal_ : "statement too long");
+        logError(where, kStatementError, shown(text_).c_str(), fits ? refusal_ : "statement too long");
         return dbFailure(SQLITE_ERROR);
     }
 
@@ -183,7 +189,8 @@ DbResult<> writeRow(const char *format, const ProfileRow &row, const Where &wher
                                               row.profileType.c_str(), row.color.c_str()));
     if (sql != nullptr)
         return runChange(sql.get(), where);
-    logError(where, kStatementError, format, sqlite3_errstr(SQLITE_NOMEM));
+    logError(where, kStatementError, formatText("vlanInfo, id = %d", row.id).c_str(),
+             sqlite3_errstr(SQLITE_NOMEM));
     return dbFailure(SQLITE_NOMEM);
 }
 
@@ -262,7 +269,7 @@ DbResult<std::optional<ProfileRow>> readProfileRow(std::int32_t id, Where where)
 }
 
 DbResult<std::vector<std::optional<ProfileRow>>> readProfileRowsOf(std::span<const VlanId> ids, Where where) {
-    static constexpr const char *kSelect = "select * from vlanInfo where id = ?";
+    static const std::string kSelect = "select * from vlanInfo where id = ";
     Connection connection;
     if (const int code = connection.open(); code != SQLITE_OK) {
         logError(where, kCannotOpen, connection.message());
@@ -270,7 +277,7 @@ DbResult<std::vector<std::optional<ProfileRow>>> readProfileRowsOf(std::span<con
     }
     connection.run("BEGIN");  // one read lock for all
     sqlite3_stmt *prepared = nullptr;
-    int code = sqlite3_prepare_v2(connection.handle(), kSelect, -1, &prepared, nullptr);
+    int code = sqlite3_prepare_v2(connection.handle(), (kSelect + "?").c_str(), -1, &prepared, nullptr);
     const SqlitePtr<sqlite3_stmt> statement(prepared);
     const auto textAt = [&](int column) {
         const bool there = column < sqlite3_column_count(prepared);
@@ -278,7 +285,9 @@ DbResult<std::vector<std::optional<ProfileRow>>> readProfileRowsOf(std::span<con
         return cell != nullptr ? reinterpret_cast<const char *>(cell) : "";
     };
     std::vector<std::optional<ProfileRow>> rows(ids.size());
+    std::size_t asked = 0;  // which of them
     for (std::size_t i = 0; i < ids.size() && code == SQLITE_OK; ++i) {
+        asked = i;
         sqlite3_bind_int64(prepared, 1, ids[i].number());
         while (sqlite3_step(prepared) == SQLITE_ROW)
             rows[i] = makeRow(textAt);
@@ -286,7 +295,9 @@ DbResult<std::vector<std::optional<ProfileRow>>> readProfileRowsOf(std::span<con
     }
     // What is wrong with one id is wrong with all: thousands must not wait for a busy database in turn.
     if (code != SQLITE_OK)
-        logError(where, kStatementError, kSelect, connection.message());
+        logError(where, kStatementError,
+                 (kSelect + (ids.empty() ? "?" : std::to_string(ids[asked].number()))).c_str(),
+                 connection.message());
     return rows;
 }
 
@@ -363,7 +374,12 @@ Result<> verifyProfileDb(Where where) {
 void ensureProfileDb(Where where) {
     // Daemon and profile operations may come at the same time, and what one has just begun looks empty to the
     // other. Without a lock (no such folder) nothing can be made either.
-    const FileLock lock(platform::paths::kProfileDbLock);
+    const FileLock lock(platform::paths::kProfileDbLock, FileLock::Afterwards::Keep, FileLock::kWaitMax,
+                        where);
+    if (lock.timedOut()) {
+        logError(where, "[%s:%d] cannot lock %s\n", platform::paths::kProfileDbLock);
+        return;
+    }
     struct stat info{};
     if (stat(platform::fsPath(platform::paths::kProfileDb).c_str(), &info) == 0) {
         if (info.st_size > 0)

@@ -64,12 +64,12 @@ Result<ManagementAddress> readManagementAddress(Switch sw, Where where = std::so
 // --- serialising
 
 // Runs `operation`, which returns a Result, under the lock file of a setting (a fixed path); the file is
-// deleted afterwards. Failed when the lock cannot be acquired or released, regardless of the operation's
-// result.
+// deleted afterwards. Failed when the lock cannot be acquired within FileLock::kWaitMax or released,
+// regardless of the operation's result.
 template <class Operation>
 std::invoke_result_t<Operation> underLock(const char *lockFile, Operation operation,
                                           Where where = std::source_location::current()) {
-    FileLock lock(lockFile, FileLock::Afterwards::Remove);
+    FileLock lock(lockFile, FileLock::Afterwards::Remove, FileLock::kWaitMax, where);
     if (lock.state() == FileLock::State::NotLocked)
         logError(where, "[%s:%d] File lock failed\n");
     if (!lock.held())

@@ -1,8 +1,12 @@
 #include "common/log.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <syslog.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <csignal>
@@ -187,7 +191,7 @@ TEST_F(LogTest, TruncatedLevelFileIsSurvivedAndFoundAgain) {
     std::ofstream level(rootPath(kLogLevelFile), std::ios::trunc);  // what "echo 7 > file" does first
     EXPECT_EQ(devmgrLogLevelGet(), 6);
     log(6, "shown");
-    EXPECT_EQ(readFile(kLogLevelFile), std::string(4, '\0'));  // nothing over the digit that is to come
+    EXPECT_EQ(readFile(kLogLevelFile), "");  // nothing over the digit that is to come
     level << "7\n" << std::flush;
     EXPECT_EQ(devmgrLogLevelGet(), 7);
     log(7, "shown too");
@@ -215,39 +219,61 @@ TEST_F(LogTest, TruncatedLevelFileIsSurvivedWhileTheLogIsClosed) {
     EXPECT_EQ(devmgrLogLevelGet(), 6);
 }
 
-struct sigaction logBusHandler{};
-volatile std::sig_atomic_t busSignals = 0;
-
-void otherBusHandler(int) {
-    busSignals = busSignals + 1;
-    if (busSignals > 9)
-        std::_Exit(3);  // round and round
-}
-// As a crash logger does it: back to the handler it found, and the signal again.
-void crashLogger(int signal) {
-    sigaction(signal, &logBusHandler, nullptr);
-    raise(signal);
-}
-
-TEST_F(LogTest, OtherBusHandlersAreNeitherInTheWayNorLost) {
+TEST_F(LogTest, SignalsAreLeftAlone) {
     openFile();
-    ASSERT_EQ(sigaction(SIGBUS, nullptr, &logBusHandler), 0);
-    std::signal(SIGBUS, otherBusHandler);
-    log(3, "the first message");
+    log(3, "a");
     std::filesystem::resize_file(rootPath(kLogLevelFile), 0);
     EXPECT_EQ(devmgrLogLevelGet(), 6);
-    EXPECT_EQ(busSignals, 0);
-    raise(SIGBUS);
-    EXPECT_EQ(busSignals, 1);
+    struct sigaction present{};
+    ASSERT_EQ(sigaction(SIGBUS, nullptr, &present), 0);
+    EXPECT_EQ(present.sa_handler, SIG_DFL);
+}
 
-    EXPECT_DEATH(
-        {
-            std::signal(SIGBUS, crashLogger);
-            openFile();
-            raise(SIGBUS);
-        },
-        "");
-    sigaction(SIGBUS, &logBusHandler, nullptr);
+TEST_F(LogTest, LinksAreNotFollowed) {
+    writeText("/tmp/precious", "kept");
+    for (const char *path : {kLogLevelFile, kLogFile, kLogFileOld})
+        std::filesystem::create_symlink(rootPath("/tmp/precious"), rootPath(path));
+    openFile();
+    CaptureStdout();
+    log(6, "at the default level");
+    EXPECT_EQ(GetCapturedStdout(), line("INFO", "at the default level"));
+    std::filesystem::remove(rootPath(kLogFile));
+    openFile();
+    log(3, std::string(kLimit, 'x').c_str());
+    EXPECT_FALSE(std::filesystem::is_symlink(rootPath(kLogFileOld)));
+    EXPECT_EQ(readFile("/tmp/precious"), "kept");
+    // Nor is a file cut that has another name.
+    std::filesystem::remove(rootPath(kLogLevelFile));
+    std::filesystem::create_hard_link(rootPath("/tmp/precious"), rootPath(kLogLevelFile));
+    devmgrLogClose();
+    openFile();
+    EXPECT_EQ(readFile("/tmp/precious"), "kept");
+}
+
+TEST_F(LogTest, TimeZoneIsTheOneSetAtTheMoment) {
+    openFile();
+    log(3, "a");
+    setenv("TZ", "EAST-5:30", 1);
+    platform::manual_clock::advance(std::chrono::seconds(1));
+    log(3, "a");
+    EXPECT_EQ(readFile(kLogFile), line("ERROR", "a") + "2026-01-01 05:30:01.000 (ERROR): daemon: [f:7] a\n");
+}
+
+TEST_F(LogTest, LinesOnStandardOutputAreThereAtOnce) {
+    devmgrLogOpen(LOG_SINK_STDOUT, LOG_FACILITY_USER, "daemon");
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_NONBLOCK), 0);
+    std::fflush(stdout);
+    std::setvbuf(stdout, nullptr, _IOFBF, BUFSIZ);
+    const int before = dup(STDOUT_FILENO);
+    dup2(ends[1], STDOUT_FILENO);
+    log(3, "a");
+    char text[256] = "";
+    const auto got = read(ends[0], text, sizeof text - 1);
+    dup2(before, STDOUT_FILENO);
+    for (const int fd : {before, ends[0], ends[1]})
+        close(fd);
+    EXPECT_EQ(std::string(text, got > 0 ? static_cast<std::size_t>(got) : 0), line("ERROR", "a"));
 }
 
 TEST_F(LogTest, FilesThatCannotBeOpened) {
@@ -282,6 +308,77 @@ TEST_F(LogTest, FailedRenameLosesNoLine) {
     log(3, "first");
     log(3, "second");
     EXPECT_TRUE(readFile(kLogFile).ends_with(line("ERROR", "first") + line("ERROR", "second")));
+}
+
+TEST_F(LogTest, AFileThatHasGoneIsLeftBehind) {
+    openFile();
+    log(3, "a");
+    std::filesystem::rename(rootPath(kLogFile), rootPath("/tmp/moved"));  // as another process does
+    log(3, "b");
+    EXPECT_EQ(readFile(kLogFile), line("ERROR", "b"));
+    std::filesystem::remove(rootPath(kLogFile));
+    log(3, "c");
+    EXPECT_EQ(readFile(kLogFile), line("ERROR", "c"));
+    EXPECT_EQ(readFile("/tmp/moved"), line("ERROR", "a"));
+    // What stands there now cannot be opened: the lines go on where they went.
+    std::filesystem::rename(rootPath(kLogFile), rootPath("/tmp/moved"));
+    std::filesystem::create_directory(rootPath(kLogFile));
+    log(3, "d");
+    EXPECT_EQ(readFile("/tmp/moved"), line("ERROR", "c") + line("ERROR", "d"));
+}
+
+TEST_F(LogTest, WhoeverKeepsTheFileLockedDoesNotLetItGrowForEver) {
+    writeText(kLogFile, std::string(kLimit, '.'));
+    openFile();
+    const int holder = open(rootPath(kLogFile).c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(flock(holder, LOCK_EX), 0);
+    log(3, "a");
+    EXPECT_FALSE(test_support::exists(kLogFileOld)) << "whoever has the lock rotates";
+    log(3, std::string(kLimit, 'x').c_str());
+    EXPECT_GT(readFile(kLogFileOld).size(), 2 * kLimit);
+    EXPECT_EQ(readFile(kLogFile), "");
+    close(holder);
+}
+
+// Each process finds the file too large by itself. What is left must be whole: the last lines of everybody,
+// without a gap, and a full generation of them.
+TEST_F(LogTest, ProcessesRotateOnceForAll) {
+    constexpr int kProcesses = 4;
+    constexpr int kLines = 30'000;
+    openFile();
+    std::vector<pid_t> children;
+    for (int t = 0; t < kProcesses; ++t) {
+        const pid_t child = fork();
+        if (child == 0) {
+            openFile();  // a descriptor of its own
+            for (int i = 0; i < kLines; ++i)
+                devmgrLog(LOG_LEVEL_INFO, "[%s:%d] %d-%d end\n", "f", 7, t, i);
+            std::_Exit(0);
+        }
+        children.push_back(child);
+    }
+    for (const pid_t child : children) {
+        int status = -1;
+        ASSERT_EQ(waitpid(child, &status, 0), child);
+        EXPECT_EQ(status, 0);
+    }
+    const std::string old = readFile(kLogFileOld);
+    EXPECT_GT(old.size(), kLimit);
+    EXPECT_LT(old.size(), kLimit + kLimit / 4);
+    std::istringstream lines(old + readFile(kLogFile));
+    std::vector<int> last(kProcesses, -1);
+    std::size_t count = 0;
+    for (std::string text; std::getline(lines, text); ++count) {
+        std::size_t t = 0;
+        int i = 0;
+        ASSERT_EQ(std::sscanf(text.c_str(), "%*s %*s (INFO): daemon: [f:7] %zu-%d end", &t, &i), 2) << text;
+        if (last.at(t) >= 0)
+            ASSERT_EQ(i, last[t] + 1) << text;
+        last[t] = i;
+    }
+    for (const int number : last)  // one that was done early may have grown out of the file
+        EXPECT_TRUE(number == kLines - 1 || number == -1) << number;
+    EXPECT_GT(count, kLimit / line("INFO", "0-10000 end").size());
 }
 
 TEST_F(LogTest, ClosingNeedsAMessageAndReopeningChangesSettings) {

@@ -5,12 +5,14 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <future>
 #include <string>
 
 #include "common/files.h"
 #include "common/json.h"
 #include "common/log.h"
 #include "common/result.h"
+#include "platform/manual_clock.h"
 #include "tests/support/root.h"
 
 namespace {
@@ -175,11 +177,38 @@ TEST(Files, AreReplacedWholeOrNotAtAll) {
     // Nothing that is written beside it stays behind.
     EXPECT_FALSE(test_support::exists("/tmp/new/folder/file.new"));
 
-    std::filesystem::create_symlink("/dev/full", platform::fsPath("/tmp/new/folder/file.new"));
-    const auto full = replaceFile(kInside, "third");
-    EXPECT_EQ(codeOf(full), 10000);
+    {
+        const test_support::FullDisk full(1 << 16);
+        EXPECT_EQ(codeOf(replaceFile(kInside, std::string(100'000, 'x'))), 10000);
+    }
     EXPECT_EQ(readFile(kInside), "second");
     EXPECT_TRUE(log.has("Write file error.../tmp/new/folder/file.new"));
+    EXPECT_FALSE(test_support::exists("/tmp/new/folder/file.new"));
+}
+
+TEST(Files, LinksAndPipesInTheirPlaceAreNotUsed) {
+    const LogCapture log;
+    const auto link = [](const char *target, const char *name) {
+        std::filesystem::create_symlink(platform::fsPath(target), platform::fsPath(name));
+    };
+    std::filesystem::create_directories(platform::fsPath("/usr/share"));
+    writeText("/tmp/precious", "kept");
+    link("/tmp/precious", "/tmp/file.new");
+    EXPECT_EQ(codeOf(replaceFile("/tmp/file", "text")), 10000);
+    EXPECT_TRUE(log.has("Open dir error.../tmp/file.new"));
+    link("/tmp/precious", "/tmp/link");
+    for (const char *mode : {"w", "a", "r", "r+", "a+"})
+        EXPECT_EQ(openFile("/tmp/link", mode), nullptr) << mode;
+    EXPECT_EQ(pavo::readFile("/tmp/link"), std::nullopt);
+    EXPECT_EQ(readFile("/tmp/precious"), "kept");
+    // Where only the installation puts files, a link is its own business, as long as nothing is written.
+    link("/tmp/precious", "/usr/share/link");
+    EXPECT_EQ(pavo::readFile("/usr/share/link"), "kept");
+    EXPECT_NE(openFile("/usr/share/link", "r"), nullptr);
+    EXPECT_EQ(openFile("/usr/share/link", "w"), nullptr);
+    ASSERT_EQ(mkfifo(platform::fsPath("/tmp/pipe").c_str(), 0600), 0);
+    for (const char *mode : {"w", "a", "r"})
+        EXPECT_EQ(openFile("/tmp/pipe", mode), nullptr) << mode;
 }
 
 TEST(Files, LockIsExclusiveAndMayTakeItsFileAlong) {
@@ -198,6 +227,39 @@ TEST(Files, LockIsExclusiveAndMayTakeItsFileAlong) {
     std::filesystem::remove(platform::fsPath(kLock));
     std::filesystem::create_symlink("/tmp/elsewhere", platform::fsPath(kLock));
     EXPECT_EQ(FileLock(kLock).state(), FileLock::State::NotOpened);
+}
+
+TEST(Files, ALockIsWaitedForAsLongAsTheLimit) {
+    constexpr const char *kLock = "/tmp/test.lock";
+    const LogCapture log;
+    const auto wait = [](platform::Duration most) {
+        const FileLock lock(kLock, FileLock::Afterwards::Remove, most, Where("join", 7));
+        return std::pair(lock.state(), lock.timedOut());
+    };
+    FileLock holder(kLock, FileLock::Afterwards::Remove);
+    ASSERT_TRUE(holder.held());
+    EXPECT_EQ(wait({}), std::pair(FileLock::State::NotLocked, true)) << "not at all";
+    EXPECT_EQ(log.text(), "") << "nobody has waited";
+
+    auto waiter = std::async(std::launch::async, wait, std::chrono::minutes(1));
+    const auto passUntil = [&](auto condition) {
+        for (int i = 0; i < 2000 && !condition(); ++i) {
+            platform::manual_clock::advance(std::chrono::milliseconds(700));
+            waiter.wait_for(std::chrono::milliseconds(3));
+        }
+    };
+    passUntil([&] { return log.text() != ""; });
+    EXPECT_TRUE(log.has("(WARN): test: [join:7] waiting for the lock /tmp/test.lock, for at most 60 s\n"));
+    passUntil([&] { return waiter.wait_for(std::chrono::seconds(0)) == std::future_status::ready; });
+    EXPECT_EQ(waiter.get(), std::pair(FileLock::State::NotLocked, true));
+    EXPECT_TRUE(test_support::exists(kLock)) << "it is the holder's";
+    EXPECT_EQ(test_support::occurrences(log.text(), "\n"), 1u) << log.text();
+
+    waiter = std::async(std::launch::async, wait, std::chrono::minutes(1));
+    passUntil([&] { return test_support::occurrences(log.text(), "\n") == 2; });
+    holder.release();
+    EXPECT_EQ(waiter.get(), std::pair(FileLock::State::Held, false));
+    EXPECT_FALSE(test_support::exists(kLock));
 }
 
 TEST(JsonFileLoad, TakesWholeRegularFilesOnly) {

@@ -217,6 +217,20 @@ TEST_F(ProfileDbTest, SelectAllTakesNullsAndStopsAtItsCapacity) {
     EXPECT_EQ(vlanInfoRowListFind(rows.get(), 5000), nullptr);
 }
 
+TEST_F(ProfileDbTest, ErrorsShowTheValues) {
+    writeText(kProfileDb, "no database");
+    const VlanId ids[] = {VlanId::from(20).value(), VlanId::from(30).value()};
+    static_cast<void>(readProfileRowsOf(ids));
+    EXPECT_EQ(logged("select * from vlanInfo where id = 20 error: file is not a database\r\n"), 1u);
+    static_cast<void>(readProfileRowsOf({}));
+    EXPECT_EQ(logged("where id = ? error: "), 1u) << "none";
+    // They fit on their line, however long they are and whatever is in them.
+    const auto before = log().size();
+    EXPECT_FALSE(replaceProfileRow({20, 2, "one\ntwo" + std::string(5000, 'x'), "type", "#000000"}));
+    EXPECT_EQ(logged("values(    20,    2,    'one?twoxxx"), 1u);
+    EXPECT_LT(log().size(), before + 500);
+}
+
 // Daemon and profile operations start together: none takes for broken what another has just begun.
 TEST_F(ProfileDbTest, TogetherTheyMakeOneDatabase) {
     for (std::int32_t round = 0; round < 10; ++round) {

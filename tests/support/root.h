@@ -2,6 +2,9 @@
 #ifndef PAVO_TESTS_SUPPORT_ROOT_H
 #define PAVO_TESTS_SUPPORT_ROOT_H
 
+#include <sys/resource.h>
+
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -35,6 +38,27 @@ inline std::size_t occurrences(const std::string &text, const std::string &part)
         ++count;
     return count;
 }
+
+// A disk on which no file gets longer than `most` bytes, for as long as it lives; the log has to be shorter.
+class FullDisk {
+  public:
+    explicit FullDisk(rlim_t most) {
+        getrlimit(RLIMIT_FSIZE, &before_);
+        const rlimit limit{most, before_.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        handler_ = std::signal(SIGXFSZ, SIG_IGN);
+    }
+    FullDisk(const FullDisk &) = delete;
+    FullDisk &operator=(const FullDisk &) = delete;
+    ~FullDisk() {
+        setrlimit(RLIMIT_FSIZE, &before_);
+        std::signal(SIGXFSZ, handler_);
+    }
+
+  private:
+    rlimit before_{};
+    void (*handler_)(int) = SIG_DFL;
+};
 
 }  // namespace test_support
 

@@ -83,14 +83,26 @@ TEST_F(CliApplyTest, WritersTruncateOrAppend) {
 }
 
 TEST_F(CliApplyTest, FullDiskLeavesNoTruncatedFile) {
-    for (const std::size_t size : {1u, 100'000u}) {
-        std::filesystem::create_symlink("/dev/full", platform::fsPath(kIn));
+    constexpr std::size_t kRoom = 1u << 16;
+    const test_support::FullDisk full(kRoom);
+    // The last bytes are still in the buffer when the file is closed, or have been refused before that.
+    for (const std::size_t size : {kRoom + 1, kRoom * 2}) {
+        writeText(kIn, "script");
         EXPECT_EQ(writeAppendToFile(kIn, std::string(size, 'x').c_str()), 10000);
         EXPECT_TRUE(exists(kIn));
         EXPECT_EQ(writeToFile(kIn, std::string(size, 'x').c_str()), 10000);
         EXPECT_FALSE(exists(kIn));
     }
     EXPECT_EQ(logged("Write file error..."), 4u);
+}
+
+TEST_F(CliApplyTest, ScriptsAreNotWrittenThroughLinks) {
+    writeText("/tmp/precious", "kept");
+    std::filesystem::create_symlink(platform::fsPath("/tmp/precious"), platform::fsPath(kIn));
+    EXPECT_EQ(writeAppendToFile(kIn, "a"), 10000);
+    EXPECT_EQ(writeToFile(kIn, "a"), 10000);
+    EXPECT_EQ(logged(std::string("Open dir error...") + kIn), 2u);
+    EXPECT_EQ(readFile("/tmp/precious"), "kept");
 }
 
 TEST_F(CliApplyTest, ScriptIsAppliedAndItsFilesGo) {

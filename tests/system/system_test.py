@@ -1,6 +1,8 @@
 #!/usr/bin/env python3
 """The daemon and the virtual switch as real processes. PAVO_BUILD names the build folder."""
 
+import calendar
+import fcntl
 import json
 import os
 import random
@@ -359,6 +361,60 @@ class SystemTest(unittest.TestCase):
                    timeout=LIMIT)
         self.assertEqual(1, done.returncode)
         self.assertIn("cannot write", done.stderr)
+
+    # --- log and locks
+
+    def test_wait_for_a_lock_ends_and_says_what_for(self):
+        rig = self.new_rig(scale=500)
+        rig.start_switch()
+        before = rig.running_config()
+        path = "/tmp/profileConfig.lock"
+        with open(rig.path(path), "w", encoding="ascii") as holder:
+            fcntl.flock(holder, fcntl.LOCK_EX)
+            done = rig.pavoctl("profile", "apply", "--name", "A", "--type", "Data", "--vlan", "30 untagged=1",
+                               check=False)
+            self.assertEqual(1, done.returncode, done.stdout + done.stderr)
+            self.assertEqual(1, rig.log().count(f"waiting for the lock {path}, for at most 300 s"))
+            self.assertEqual(before, rig.running_config())
+        rig.pavoctl("profile", "apply", "--name", "A", "--type", "Data", "--vlan", "30 untagged=1")
+
+    def test_time_zone_changes_while_the_daemon_runs(self):
+        def zone(name, hours):
+            """A time zone file without transitions."""
+            counts = struct.pack(">6I", 0, 0, 0, 0, 1, len(name) + 1)
+            body = struct.pack(">iBB", hours * 3600, 0, 0) + name + b"\0"
+            head = b"TZif2" + bytes(15)
+            return head + counts + body + head + counts + body + b"\n" + name + str(-hours).encode() + b"\n"
+
+        # The daemon sees another file as /etc/localtime.
+        mine = self.rig.path("tmp/localtime")
+        with open(mine, "wb") as file:
+            file.write(zone(b"AAA", 2))
+        inside = ["unshare", "-m", "sh", "-c", f"mount --bind {mine} /etc/localtime && exec \"$0\""]
+        if run([*inside, "true"]).returncode != 0:
+            self.skipTest("needs the right to mount")
+        del self.rig.env["TZ"]
+        self.rig.start_switch()
+        daemon = subprocess.Popen([*inside, self.rig.program("pavo_detection")], env=self.rig.env,
+                                  stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        try:
+            def hours():
+                """How far the clock of the last line is ahead of UTC, in hours."""
+                lines = re.findall(r"^(\d{4}-\d\d-\d\d \d\d:\d\d):\d\d.*pavo_detection: ", self.rig.log(),
+                                   re.MULTILINE)
+                now = float(self.rig.env["PAVO_CLOCK_ORIGIN"])
+                return round((calendar.timegm(time.strptime(lines[-1], "%Y-%m-%d %H:%M")) - now) / 3600)
+
+            self.see("a line in the first zone", lambda: "AudacLookup Init success" in self.rig.log())
+            self.assertEqual(2, hours())
+            with open(mine, "r+b") as file:
+                file.write(zone(b"BBB", 9))
+            os.utime(mine, (1, 1))  # a change within the same second is not seen by the C library
+            self.apply_audac()  # the daemon has something to say
+            self.see("a line in the second zone", lambda: hours() == 9)
+        finally:
+            daemon.kill()
+            daemon.wait()
 
     # --- pavoctl
 

@@ -99,7 +99,7 @@ TEST_F(VlanProfileTest, Failures) {
     writeText(platform::paths::kProfileDb, std::string(4096, 'x'));
     const auto spoilt = full();
     EXPECT_TRUE(result == 0 && spoilt->count == 100 && spoilt->ids[0]->profileName[0] == '\0');
-    EXPECT_EQ(1u, logged("select * from vlanInfo where id = ? error: "));
+    EXPECT_EQ(1u, logged("select * from vlanInfo where id = 1 error: "));
     EXPECT_EQ(2u, logged("[vlanListProfileInfoGetEX:"));
     EXPECT_EQ(1u, logged("[vlanListProfileCreateFastEX:"));
     device->setDown(true);
