@@ -13,6 +13,7 @@
 
 #include "common/if_num.h"
 #include "common/mac.h"
+#include "common/vlan_id.h"
 
 namespace pavo {
 
@@ -99,11 +100,12 @@ inline constexpr std::uint32_t DEVICE_CONTROL_MODE_NONE = 5;
 
 // One detected device.
 struct DetectedDevice {
-    IfNum port;                                            // on which it was last seen
+    IfNum port;                                            // on which it was last seen; IfNum(): not yet
     std::uint32_t type = 0;                                // device class or VLAN type, by family
     std::uint32_t missCount = 0;                           // consecutive scans in which it was not seen
     Mac mac;                                               // spelled as the switch or the device does
     std::uint32_t controlMode = DEVICE_CONTROL_MODE_NONE;  // 802.1X port control mode to restore on leave
+    std::optional<VlanId> vlan{};                          // that its address was put into, where known
 
     // MAC address, capitals and all, and port.
     bool operator==(const DetectedDevice &other) const { return mac == other.mac && port == other.port; }

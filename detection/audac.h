@@ -25,8 +25,8 @@ extern const DetectionRow audacDetection;
 // The detection thread, started with the client handle; ends by pthread_exit.
 void *detect_audac_thread(void *clientHandle);
 
-// 0 when the Audac profile, its VLAN and its audio VLAN are there; 17001 without profile or VLAN, also when
-// they cannot be asked for; 10000 when the audio VLAN cannot be read.
+// 0 when the Audac profile, its VLAN and its audio VLAN are there; 17001 without profile or VLAN; 10000 when
+// the audio VLAN cannot be read, and when database or switch cannot be asked for the others.
 std::int32_t audacValidityCheck(Switch sw);
 
 // The audio VLAN of the configuration file, if there is one.
@@ -36,8 +36,11 @@ std::optional<VlanId> audacAudioVlanIdGet();
 extern const NeighbourFamily audacNeighbours;
 
 // The audio devices now on the network (type 2). Nothing while the configuration file cannot be read.
-std::optional<std::vector<Sighting>> scanAudacDevices(Switch sw,
-                                                      const Where &where = std::source_location::current());
+std::optional<DeviceScan> scanAudacDevices(Switch sw, const Where &where = std::source_location::current());
+
+// Takes over the associations of the audio VLAN that the switch has: devices that have not been seen yet.
+// False when they, or the audio VLAN, cannot be read.
+bool adoptAudacDevices(Switch sw, DeviceList<DetectedDevice> *devices);
 
 // Compares the network with the list: handles joins, moves and leaves. While the configuration file cannot be
 // read the list is left alone.

@@ -4,14 +4,42 @@
 
 #include "common/log.h"
 #include "common/result.h"
+#include "detection/daemon_lock.h"
 #include "detection/supervisor.h"
 #include "platform/open_client.h"
+#include "platform/paths.h"
 #include "platform/version.h"
 #include "store/profile_db.h"
 #include "swapi/client_init.h"
 
+namespace {
+
+using namespace pavo;
+
+// What a second daemon ends with.
+constexpr int kNotAlone = 1;
+
+// False, on stderr as well as in the log, when this is not the only daemon.
+bool isAlone(const DaemonLock &lock) {
+    const char *const path = platform::paths::kDaemonLock;
+    switch (lock.state()) {
+        case DaemonLock::State::Held:
+            return true;
+        case DaemonLock::State::TakenByOther:
+            logError("[%s:%d] already running: %s is locked by another daemon\n", path);
+            std::fprintf(stderr, "pavo_detection: already running: %s is locked by another daemon\n", path);
+            return false;
+        case DaemonLock::State::NotOpened:
+            break;
+    }
+    logError("[%s:%d] cannot open the lock file %s\n", path);
+    std::fprintf(stderr, "pavo_detection: cannot open the lock file %s\n", path);
+    return false;
+}
+
+}  // namespace
+
 int main(int argc, char **argv) {
-    using namespace pavo;
     if (argc == 2 && std::string_view(argv[1]) == "--version") {
         std::printf("pavo_detection %s\n", pavoVersion());
         return 0;
@@ -20,6 +48,9 @@ int main(int argc, char **argv) {
     static openapiClientHandle_t handle;
 
     devmgrLogOpen(LOG_SINK_FILE, LOG_FACILITY_USER, "pavo_detection");
+    const DaemonLock lock;
+    if (!isAlone(lock))
+        return kNotAlone;
     if (initHandler("detection", &handle) < 0) {
         logError("[%s:%d] initHandler error\r\n");
         return codeOf(ResultCode::Failed);

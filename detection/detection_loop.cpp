@@ -1,6 +1,7 @@
 #include "detection/detection_loop.h"
 
 #include <new>
+#include <utility>
 
 #include "common/log.h"
 #include "platform/clock.h"
@@ -20,17 +21,58 @@ bool guard(const Where &where, Step step) {
     }
 }
 
+Reason askReason(const DetectionLoop &loop, Switch sw, const Where &where) {
+    Reason reason(loop.check == nullptr ? Presence::Present : Presence::Unknown, "memory");
+    if (loop.check != nullptr)
+        guard(where, [&] { reason = loop.check(sw, where); });
+    return reason;
+}
+
+// Says what is waited for: once, until it is no longer waited for.
+class Waiting {
+  public:
+    explicit Waiting(const Where &where) : where_(where) {}
+
+    void waitFor(const char *awaited) {
+        if (!std::exchange(isWaiting_, true))
+            logWarn(where_, "[%s:%d] waiting for %s; nothing is changed until then\n", awaited);
+    }
+    void end() { isWaiting_ = false; }
+
+  private:
+    Where where_;
+    bool isWaiting_ = false;
+};
+
+// Whether cycles may begin.
+bool begin(const DetectionLoop &loop, Switch sw, const Where &where) {
+    bool done = loop.begin == nullptr;
+    if (!done)
+        guard(where, [&] { done = loop.begin(sw, where); });
+    return done;
+}
+
 void repeatCycles(const DetectionLoop &loop, Switch sw, const Where &where) {
+    Waiting waiting(where);
+    bool hasBegun = begin(loop, sw, where);
     for (;;) {
         if (loop.pause == Pause::BeforeCycle)
             platform::sleepFor(loop.period);
         logDebug(where, loop.texts.lookingNow);
-        switch (checkReason(loop, sw, where)) {
+        const Reason reason = askReason(loop, sw, where);
+        switch (reason.presence) {
             case Presence::Present:
-                guard(where, [&] { loop.cycle(sw, where); });
+                hasBegun = hasBegun || begin(loop, sw, where);
+                if (hasBegun) {
+                    waiting.end();
+                    guard(where, [&] { loop.cycle(sw, where); });
+                } else {
+                    waiting.waitFor("the switch to show what it has from an earlier run");
+                }
                 break;
             case Presence::Unknown:
                 logDebug(where, loop.texts.skipped);
+                waiting.waitFor(reason.awaited);
                 break;
             case Presence::Absent:
                 logDebug(where, loop.texts.ended);
@@ -44,19 +86,16 @@ void repeatCycles(const DetectionLoop &loop, Switch sw, const Where &where) {
 }  // namespace
 
 Presence checkReason(const DetectionLoop &loop, Switch sw, Where where) {
-    Presence reason = loop.check == nullptr ? Presence::Present : Presence::Unknown;
-    if (loop.check != nullptr)
-        guard(where, [&] { reason = loop.check(sw, where); });
-    return reason;
+    return askReason(loop, sw, where).presence;
 }
 
 void runLoop(const DetectionLoop &loop, Switch sw, Where where) {
     logInfo(where, loop.texts.started);
-    if (checkReason(loop, sw, where) == Presence::Present) {
-        if (loop.begin != nullptr)
-            guard(where, [&] { loop.begin(sw, where); });
+    const Reason reason = askReason(loop, sw, where);
+    if (reason.presence == Presence::Present)
         repeatCycles(loop, sw, where);
-    }
+    else if (reason.presence == Presence::Unknown)
+        Waiting(where).waitFor(reason.awaited);
     if (loop.end != nullptr)
         guard(where, [&] { loop.end(sw, where); });
 }

@@ -15,12 +15,21 @@ namespace pavo {
 struct LoopTexts {
     LogFormat<> started{};     // INFO
     LogFormat<> lookingNow{};  // before the check of a cycle
-    LogFormat<> skipped{};     // the check cannot tell: no cycle this time
+    LogFormat<> skipped{};     // the check cannot tell: no cycle this time (and see Reason)
     LogFormat<> ended{};       // there is no reason any more; not said when there was none to start with
 };
 
 // Whether a cycle sleeps before or after its work.
 enum class Pause { BeforeCycle, AfterCycle };
+
+// What a check says. An Unknown comes with what it waits for, a string literal for the log, which says so
+// once until the check can tell again.
+struct Reason {
+    Reason(Presence says, const char *waitsFor = "the switch") : presence(says), awaited(waitsFor) {}
+
+    Presence presence;
+    const char *awaited;
+};
 
 // What a thread does, apart from the loop around it. Steps run in the thread; a step's own log lines name
 // `where`. A step that runs out of memory is given up (logged), a check then cannot tell.
@@ -32,8 +41,10 @@ struct DetectionLoop {
     // Whether there is a reason to look: Present runs the cycle, Absent ends the thread, Unknown skips the
     // cycle. Asked at the start, where only Present goes on, and before each cycle. Any thread may call it.
     // Null: there always is.
-    Presence (*check)(Switch sw, const Where &where) = nullptr;
-    void (*begin)(Switch sw, const Where &where) = nullptr;  // after the check at the start
+    Reason (*check)(Switch sw, const Where &where) = nullptr;
+    // After the check at the start: takes over what the switch has from an earlier run. False when that could
+    // not be read; it is called again then before the next cycle, and there is no cycle without it.
+    bool (*begin)(Switch sw, const Where &where) = nullptr;
     void (*cycle)(Switch sw, const Where &where);
     void (*end)(Switch sw, const Where &where) = nullptr;  // on every way out, also without a reason to start
 };

@@ -13,7 +13,8 @@ namespace {
 
 constexpr std::uint32_t kMembersMax = 4096;  // no switch has larger LAGs
 
-// The first LAG whose members can be read and are as `wanted(members)` says.
+// The first LAG whose members can be read and are as `wanted(members)` says. Failed when there is none among
+// those that can be read, and there are others.
 template <class Wanted>
 Result<IfNum> findLag(Switch sw, const Where &where, Wanted wanted) {
     const auto max = sw.lagMaxMembers();
@@ -28,14 +29,26 @@ Result<IfNum> findLag(Switch sw, const Where &where, Wanted wanted) {
         return failed(ResultCode::Failed);
     }
     try {
-        for (const IfNum lag : sw.lagsByNext())
-            if (const auto members = sw.lagMembers(lag, *max); members && wanted(*members))
+        std::optional<OpenError> error;
+        auto lags = sw.lagsByNext();
+        for (const IfNum lag : lags) {
+            const auto members = sw.lagMembers(lag, *max);
+            if (members && wanted(*members))
                 return lag;
+            if (!members)
+                error = members.error();
+        }
+        if (lags.brokenBy())
+            error = lags.brokenBy();
+        if (!error)
+            return IfNum();
+        logError(where, "[%s:%d] Bad return code trying to get the members of the LAGs. (result = %d)\n",
+                 *error);
+        return failed(ResultCode::Failed);
     } catch (const std::bad_alloc &) {
         logError(where, "[%s:%d] Failed to allocate memory\n");
         return failed(ResultCode::Failed);
     }
-    return IfNum();
 }
 
 }  // namespace
@@ -54,20 +67,20 @@ Result<IfNum> freeLagFind(Switch sw) {
     return lag;
 }
 
-void ifUntaggedSet(Switch sw, IfNum ifNum, VlanId vlan) {
+bool ifUntaggedSet(Switch sw, IfNum ifNum, VlanId vlan) {
     const auto pvid = readPvid(sw, ifNum);
     if (!pvid || (*pvid != vlan && !setParticipationAndVerify(sw, ifNum, *pvid, Participation::Auto)) ||
         !setParticipationAndVerify(sw, ifNum, vlan, Participation::Include))
-        return;
-    static_cast<void>(setPvidAndVerify(sw, ifNum, vlan));  // the last step; it has logged its failure
+        return false;
+    return setPvidAndVerify(sw, ifNum, vlan).has_value();
 }
 
-void ifUntaggingClear(Switch sw, IfNum ifNum) {
+bool ifUntaggingClear(Switch sw, IfNum ifNum) {
     const auto pvid = readPvid(sw, ifNum);
     if (!pvid || !setParticipationAndVerify(sw, ifNum, *pvid, Participation::Auto) ||
         !setParticipationAndVerify(sw, ifNum, kDefaultVlan, Participation::Include))
-        return;
-    static_cast<void>(setPvidAndVerify(sw, ifNum, kDefaultVlan));
+        return false;
+    return setPvidAndVerify(sw, ifNum, kDefaultVlan).has_value();
 }
 
 }  // namespace pavo

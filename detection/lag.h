@@ -10,19 +10,19 @@
 
 namespace pavo {
 
-// The LAG that has `port` as a member, IfNum() when there is none. Failed when the members of LAGs cannot be
-// read.
+// The LAG that has `port` as a member, IfNum() when there is none. Failed when the members of the LAGs cannot
+// be read, or not those of all and it is in none of the others.
 Result<IfNum> phyPortLagNumGet(Switch sw, IfNum port);
 
 // The first LAG without members, IfNum() when there is none. Failed as above.
 Result<IfNum> freeLagFind(Switch sw);
 
 // Takes the interface out of the VLAN of its PVID and makes it an untagged member of `vlan`. Ends at the
-// first failure.
-void ifUntaggedSet(Switch sw, IfNum ifNum, VlanId vlan);
+// first failure; false then.
+bool ifUntaggedSet(Switch sw, IfNum ifNum, VlanId vlan);
 
-// Puts the interface back into VLAN 1. Ends at the first failure.
-void ifUntaggingClear(Switch sw, IfNum ifNum);
+// Puts the interface back into VLAN 1. Ends at the first failure; false then.
+bool ifUntaggingClear(Switch sw, IfNum ifNum);
 
 }  // namespace pavo
 

@@ -5,9 +5,12 @@
 #include <algorithm>
 #include <chrono>
 #include <cstddef>
+#include <iterator>
 #include <map>
 #include <optional>
+#include <set>
 #include <string_view>
+#include <tuple>
 #include <utility>
 
 #include "common/log.h"
@@ -22,7 +25,6 @@ namespace pavo {
 namespace {
 
 using Links = DeviceList<LightwareLink>;
-using Scan = std::vector<LightwareSighting>;
 
 constexpr std::chrono::seconds kLagLeavePause{2};
 constexpr std::uint32_t kMissMax = 2;
@@ -38,38 +40,49 @@ Links *knownLinks() {
     return links;
 }
 
-// The VLAN of the Lightware profile; nothing when there is no profile or its VLAN does not exist.
-std::optional<VlanId> findProfileVlan(Switch sw, const Where &where) {
-    const ProfileVlan profile =
+// The VLAN of the Lightware profile, confirmed.
+ProfileVlan findProfileVlan(Switch sw, const Where &where) {
+    ProfileVlan profile =
         findVlanOfProfileType(sw, PROFILE_TYPE_NAME_LIGHTWARE, LIGHTWARE_TAGGED_VLAN, where);
-    const bool exists = profile.presence == Presence::Present && sw.checkVlan(profile.vlan);
-    return exists ? std::optional(profile.vlan) : std::nullopt;
+    if (profile.presence == Presence::Present)
+        profile = {.presence = sw.vlanPresence(profile.vlan), .vlan = profile.vlan, .awaited = "the switch"};
+    return profile;
 }
 
 // --- comparing
+
+// What tells an uplink from all others: chassis, number and text of the port description.
+using UplinkKey = std::tuple<std::string, std::uint32_t, std::string>;
+
+UplinkKey keyOf(const LightwareLink &link) {
+    return {link.chassisId, link.portDescNum, link.portDesc};
+}
+
+bool beginsWithDigit(std::string_view text) {
+    return !text.empty() && text[0] >= '0' && text[0] <= '9';
+}
 
 LightwareLink linkOf(const LightwareSighting &seen) {
     return {.port = seen.port,
             .chassisId = seen.chassisId.substr(0, kChassisIdKept),
             .portDescNum = leadingNumber(seen.portDesc),
-            .lag = {}};
+            .lag = {},
+            .portDesc = beginsWithDigit(seen.portDesc) ? "" : seen.portDesc};
 }
 
 // Where each uplink of each endpoint has been seen; the first sighting counts.
-using UplinkPorts = std::map<std::pair<std::string, std::uint32_t>, IfNum>;
+using UplinkPorts = std::map<UplinkKey, IfNum>;
 
-UplinkPorts indexUplinks(const Scan &scan) {
+UplinkPorts indexUplinks(const std::vector<LightwareSighting> &seen) {
     UplinkPorts ports;
-    for (const LightwareSighting &seen : scan) {
-        LightwareLink link = linkOf(seen);
-        ports.try_emplace({std::move(link.chassisId), link.portDescNum}, link.port);
-    }
+    for (const LightwareSighting &one : seen)
+        ports.try_emplace(keyOf(linkOf(one)), one.port);
     return ports;
 }
 
 // Whether the uplink is to be taken offline.
 bool isGone(LightwareLink *link, const UplinkPorts &ports) {
-    const auto seen = ports.find({link->chassisId, link->portDescNum});
+    const auto seen = ports.find(keyOf(*link));
     if (seen == ports.end())
         return ++link->missCount >= kMissMax;
     const bool moved = seen->second != link->port;
@@ -77,77 +90,249 @@ bool isGone(LightwareLink *link, const UplinkPorts &ports) {
     return moved;
 }
 
-void takeGoneOffline(Switch sw, Links *links, const Scan &scan, const Where &where) {
-    const UplinkPorts ports = indexUplinks(scan);
+// Uplinks that were taken over and are seen now get to know whose they are. Where that is another endpoint
+// than the LAG's, the record goes, and the uplink is a new one.
+void recogniseUnknown(Links *links, const std::vector<LightwareSighting> &seen) {
     links->removeWhere([&](LightwareLink &link) {
-        if (!isGone(&link, ports))
+        if (!link.isUnknown())
             return false;
-        logDebug(where, "[%s:%d] LightwareLookup ====== port=%d chassisId=%s offline\r\n", link.port,
-                 printable(link.chassisId));
-        return lightwareOfflineCli(sw, link).has_value();
+        const auto here = std::ranges::find(seen, link.port, &LightwareSighting::port);
+        if (here == seen.end())
+            return false;
+        const LightwareLink known = linkOf(*here);
+        const bool isOthers = std::ranges::any_of(*links, [&](const LightwareLink &other) {
+            return other.lag == link.lag && !other.isUnknown() && other.chassisId != known.chassisId;
+        });
+        link.chassisId = isOthers ? "" : known.chassisId;
+        link.portDescNum = known.portDescNum;
+        link.portDesc = known.portDesc;
+        return isOthers;
     });
 }
 
-void bringNewOnline(Switch sw, Links *links, const Scan &scan, const Where &where) {
-    for (const LightwareSighting &seen : scan) {
+// Whether LLDP hears anybody on the port.
+Presence findNeighbour(Switch sw, IfNum port) {
+    auto neighbours = sw.neighbours(port);
+    if (neighbours.begin() != neighbours.end())
+        return Presence::Present;
+    return neighbours.brokenBy() ? Presence::Unknown : Presence::Absent;
+}
+
+// Whether the record is to be dropped.
+bool takeOffline(Switch sw, LightwareLink *link, std::set<IfNum> *disturbed) {
+    if (link->isUnknown()) {
+        const Presence neighbour = findNeighbour(sw, link->port);
+        if (neighbour != Presence::Absent)
+            return neighbour == Presence::Present;
+        disturbed->insert(link->lag);
+    }
+    return lightwareOfflineCli(sw, link).has_value();
+}
+
+void takeGoneOffline(Switch sw, Links *links, const LightwareScan &scan, const Where &where) {
+    const UplinkPorts ports = indexUplinks(scan.seen);
+    std::set<IfNum> disturbed;
+    links->removeWhere([&](LightwareLink &link) {
+        if (!scan.covers(link.port) || !isGone(&link, ports))
+            return false;
+        logDebug(where, "[%s:%d] LightwareLookup ====== port=%d chassisId=%s offline\r\n", link.port,
+                 printable(link.chassisId));
+        return takeOffline(sw, &link, &disturbed);
+    });
+    // What an earlier run has left must not cost an endpoint its VLANs.
+    for (LightwareLink &link : *links)
+        if (disturbed.contains(link.lag))
+            link.isWhole = false;
+}
+
+void finishHalfDone(Switch sw, Links *links) {
+    for (LightwareLink &link : *links)
+        if (!link.isWhole && link.missCount == 0 && !link.isUnknown())
+            static_cast<void>(lightwareOnlineCli(sw, *links, &link));
+}
+
+void bringNewOnline(Switch sw, Links *links, const LightwareScan &scan, const Where &where) {
+    // An uplink whose own port could not be read has not moved to where it is seen as well.
+    std::set<UplinkKey> unread;
+    for (const LightwareLink &link : *links)
+        if (!scan.covers(link.port))
+            unread.insert(keyOf(link));
+    for (const LightwareSighting &seen : scan.seen) {
         LightwareLink link = linkOf(seen);
-        if (links->find(link) != nullptr)
+        if (links->find(link) != nullptr || unread.contains(keyOf(link)))
             continue;
         logDebug(where, "[%s:%d] LightwareLookup ====== port=%d chassisId=%s portDesc=%s online\r\n",
                  link.port, printable(link.chassisId), printable(seen.portDesc));
-        // An uplink that cannot be kept is new again at the next scan.
-        if (lightwareOnlineCli(sw, *links, &link))
+        // What has begun is kept, to be finished; what has not, or cannot be kept, is new again at the next
+        // scan.
+        if (lightwareOnlineCli(sw, *links, &link) || link.lag)
             static_cast<void>(links->push(std::move(link)));
     }
 }
 
 // --- online and offline
 
+// A line for a failure, which is an error when it is new.
+int levelOf(bool isRetry) {
+    return isRetry ? LOG_LEVEL_DEBUG : LOG_LEVEL_ERROR;
+}
+
 // The endpoint's other uplink, or null.
 const LightwareLink *findSibling(const Links &links, const LightwareLink &link) {
     const auto sibling = std::ranges::find_if(links, [&](const LightwareLink &other) {
-        return other.chassisId == link.chassisId && other.portDescNum != link.portDescNum;
+        return other.chassisId == link.chassisId &&
+               (other.portDescNum != link.portDescNum || other.portDesc != link.portDesc);
     });
     return sibling != links.end() ? &*sibling : nullptr;
 }
 
-void leaveLag(Switch sw, IfNum port, const Where &where) {
-    const auto lag = phyPortLagNumGet(sw, port);
-    if (!lag || !*lag)
-        return;
-    if (sw.deleteLagPort(*lag, port)) {
+bool setLagStatic(Switch sw, IfNum lag, bool isStatic, bool isRetry, const Where &where) {
+    const auto result = sw.setLagStatic(lag, isStatic);
+    if (!result)
+        logAt<IfNum, OpenError>(levelOf(isRetry), where,
+                                "[%s:%d] Failed to set the static mode for the LAG interface %d, result=%d\n",
+                                lag, result.error());
+    return result.has_value();
+}
+
+void leaveOtherLag(Switch sw, IfNum lag, IfNum port, bool isRetry, const Where &where) {
+    if (sw.deleteLagPort(lag, port)) {
         logInfo(where, "[%s:%d] Lightware: Successfully to delete interface %u from LAG inaterface %d\n",
-                port, *lag);
+                port, lag);
         platform::sleepFor(kLagLeavePause);
     } else {
-        logError(where, "[%s:%d] Lightware: Failed to delete interface %u from LAG inaterface %d\n", port,
-                 *lag);
+        logAt<IfNum, IfNum>(levelOf(isRetry), where,
+                            "[%s:%d] Lightware: Failed to delete interface %u from LAG inaterface %d\n", port,
+                            lag);
     }
 }
 
-void setLagStatic(Switch sw, IfNum lag, bool isStatic, const Where &where) {
-    if (const auto result = sw.setLagStatic(lag, isStatic); !result)
-        logError(where, "[%s:%d] Failed to set the static mode for the LAG interface %d, result=%d\n", lag,
-                 result.error());
+bool joinLag(Switch sw, IfNum lag, IfNum port, bool isRetry, const Where &where) {
+    const auto current = phyPortLagNumGet(sw, port);
+    const bool isMember = current && *current == lag;
+    if (current && *current && !isMember)
+        leaveOtherLag(sw, *current, port, isRetry, where);
+    if (!isMember)
+        if (const auto result = sw.addLagPort(lag, port); !result) {
+            logAt<IfNum, IfNum, OpenError>(
+                levelOf(isRetry), where,
+                "[%s:%d] Lightware: Failed to add interface %d to LAG interface %d, result=%d\n", port, lag,
+                result.error());
+            return false;
+        }
+    return setLagStatic(sw, lag, false, isRetry, where);
 }
 
-void joinLag(Switch sw, IfNum lag, IfNum port, const Where &where) {
-    if (const auto result = sw.addLagPort(lag, port); result)
-        setLagStatic(sw, lag, false, where);
-    else
-        logError(where, "[%s:%d] Lightware: Failed to add interface %d to LAG interface %d, result=%d\n",
-                 port, lag, result.error());
+// False unless the port is known not to be in the LAG.
+bool isOutOfLag(Switch sw, IfNum lag, IfNum port) {
+    const auto max = sw.lagMaxMembers();
+    const auto members = max ? sw.lagMembers(lag, *max) : std::unexpected(max.error());
+    return members && std::ranges::find(*members, port) == members->end();
 }
 
-void tagInterface(Switch sw, IfNum ifNum, const Where &where) {
-    if (setParticipationAndVerify(sw, ifNum, LIGHTWARE_TAGGED_VLAN, Participation::Include, where))
-        static_cast<void>(setTaggingAndVerify(sw, ifNum, LIGHTWARE_TAGGED_VLAN, Tagging::Tagged, where));
+bool leaveLag(Switch sw, IfNum lag, IfNum port, bool isRetry, const Where &where) {
+    if (sw.deleteLagPort(lag, port)) {
+        logDebug(where, "[%s:%d] successful to delete interface %u from LAG inaterface %d\n", port, lag);
+    } else if (!isOutOfLag(sw, lag, port)) {
+        logAt<IfNum, IfNum>(levelOf(isRetry), where,
+                            "[%s:%d] Failed to delete interface %u from LAG inaterface %d\n", port, lag);
+        return false;
+    }
+    return setLagStatic(sw, lag, true, isRetry, where);
+}
+
+bool tagInterface(Switch sw, IfNum ifNum, const Where &where) {
+    return setParticipationAndVerify(sw, ifNum, LIGHTWARE_TAGGED_VLAN, Participation::Include, where) &&
+           setTaggingAndVerify(sw, ifNum, LIGHTWARE_TAGGED_VLAN, Tagging::Tagged, where);
+}
+
+// --- what an earlier run has left
+
+// `value` is `wanted`; a VLAN that the switch does not have is no membership.
+template <class T>
+Presence presenceOf(const OpenResult<T> &value, T wanted) {
+    if (value)
+        return *value == wanted ? Presence::Present : Presence::Absent;
+    return value.error() == OpenError::NotFound ? Presence::Absent : Presence::Unknown;
+}
+
+// The settings of ports and LAGs of an endpoint: VLAN 286 tagged, the profile's VLAN as PVID.
+Presence findSettings(Switch sw, IfNum ifNum, VlanId vlan) {
+    if (const auto pvid = presenceOf(sw.pvidNumber(ifNum), vlan.number()); pvid != Presence::Present)
+        return pvid;
+    const auto membership =
+        presenceOf(sw.participation(ifNum, LIGHTWARE_TAGGED_VLAN), Participation::Include);
+    return membership != Presence::Present
+               ? membership
+               : presenceOf(sw.tagging(ifNum, LIGHTWARE_TAGGED_VLAN), Tagging::Tagged);
+}
+
+// A LAG is in the profile's VLAN besides; a port leaves that to the profile.
+Presence findLagSettings(Switch sw, IfNum lag, VlanId vlan) {
+    const Presence settings = findSettings(sw, lag, vlan);
+    return settings != Presence::Present ? settings
+                                         : presenceOf(sw.participation(lag, vlan), Participation::Include);
+}
+
+// The records for the members of a LAG; nothing when they cannot be known.
+std::optional<std::vector<LightwareLink>> findUplinks(Switch sw, IfNum lag, VlanId vlan,
+                                                      const std::vector<IfNum> &members,
+                                                      const LightwareScan &scan) {
+    const Presence lagSettings = findLagSettings(sw, lag, vlan);
+    if (lagSettings == Presence::Unknown)
+        return std::nullopt;
+    std::vector<LightwareLink> found;
+    std::string chassisId;
+    bool isOnlyOurs = true;  // no members but those of one endpoint, and ports with our settings
+    std::set<IfNum> withSettings;
+    for (const IfNum port : members) {
+        const Presence settings = findSettings(sw, port, vlan);
+        if (settings == Presence::Unknown)
+            return std::nullopt;
+        if (settings == Presence::Present)
+            withSettings.insert(port);
+        LightwareLink link{.port = port, .lag = lag};
+        if (const auto here = std::ranges::find(scan.seen, port, &LightwareSighting::port);
+            here != scan.seen.end()) {
+            link = linkOf(*here);
+            link.lag = lag;
+            chassisId = chassisId.empty() ? link.chassisId : chassisId;
+        }
+        const bool isOfLag = link.isUnknown() || link.chassisId == chassisId;
+        isOnlyOurs = isOnlyOurs && isOfLag && (!link.isUnknown() || settings == Presence::Present);
+        link.isWhole = lagSettings == Presence::Present && settings == Presence::Present;
+        if (isOfLag)
+            found.push_back(std::move(link));
+    }
+    if (!isOnlyOurs)
+        std::erase_if(found, [&](const LightwareLink &link) { return !withSettings.contains(link.port); });
+    return found;
+}
+
+// An empty LAG with our settings. False when the switch could not be asked.
+bool releaseEmptyLag(Switch sw, IfNum lag, VlanId vlan, const Where &where) {
+    const Presence settings = findLagSettings(sw, lag, vlan);
+    if (settings == Presence::Present) {
+        logInfo(where,
+                "[%s:%d] Lightware: LAG interface %d is empty and has settings from an earlier run: "
+                "released\n",
+                lag);
+        ifTaggingClear(sw, lag);
+        ifUntaggingClear(sw, lag);
+        setLagStatic(sw, lag, true, false, where);
+    }
+    return settings != Presence::Unknown;
 }
 
 // --- the thread
 
-Presence checkProfile(Switch sw, const Where &where) {
-    return findProfileVlan(sw, where) ? Presence::Present : Presence::Absent;
+Reason checkProfile(Switch sw, const Where &where) {
+    const ProfileVlan profile = findProfileVlan(sw, where);
+    return {profile.presence, profile.awaited};
+}
+
+bool takeOver(Switch sw, const Where &) {
+    return adoptLightwareLinks(sw, knownLinks());
 }
 
 void runCycle(Switch sw, const Where &) {
@@ -172,6 +357,7 @@ constinit const DetectionRow lightwareDetection = {
                        .ended = "[%s:%d] User already delete lightware profile, LightwareLookup exit!\r\n"},
              .period = std::chrono::seconds(30),
              .check = checkProfile,
+             .begin = takeOver,
              .cycle = runCycle,
              .end = forgetLinks},
     .entry = detect_lightware_thread,
@@ -187,83 +373,139 @@ void *detect_lightware_thread(void *clientHandle) {
     pthread_exit(nullptr);
 }
 
-std::vector<LightwareSighting> scanLightwareLinks(Switch sw, Where where) {
-    Scan scan;
-    const auto vlan = findProfileVlan(sw, where);
-    if (!vlan)
+LightwareScan scanLightwareLinks(Switch sw, Where where) {
+    LightwareScan scan;
+    const ProfileVlan profile = findProfileVlan(sw, where);
+    scan.profile = profile.presence;
+    if (profile.presence != Presence::Present)
         return scan;
     NeighbourReader reader(sw, lightwareNeighbours);
-    for (const IfNum port : sw.lldpInterfaces()) {
-        if (const auto pvid = sw.pvid(port); !pvid || *pvid != *vlan)
+    auto interfaces = sw.lldpInterfaces();
+    for (const IfNum port : interfaces) {
+        const auto pvid = sw.pvid(port);
+        if (!pvid)
+            scan.unread.insert(port);
+        if (!pvid || *pvid != profile.vlan)
             continue;
-        for (Neighbour &neighbour : reader.read(port, where).neighbours) {
+        PortNeighbours read = reader.read(port, where);
+        if (!read.outcome)
+            scan.unread.insert(port);
+        for (Neighbour &neighbour : read.neighbours) {
             auto &systemDesc = neighbour[NeighbourField::SystemDesc];
             auto &chassisId = neighbour[NeighbourField::ChassisId];
             auto &portDesc = neighbour[NeighbourField::PortDesc];
             if (systemDesc && chassisId && !chassisId->empty() && portDesc)
-                scan.push_back({port, std::move(*systemDesc), std::move(*chassisId), std::move(*portDesc)});
+                scan.seen.push_back(
+                    {port, std::move(*systemDesc), std::move(*chassisId), std::move(*portDesc)});
         }
+    }
+    if (const auto error = interfaces.brokenBy()) {
+        scan.isWhole = false;
+        logWarn(where, "[%s:%d] Lightware: the LLDP interfaces cannot be read to the end (result = %d)\n",
+                *error);
     }
     return scan;
 }
 
+bool adoptLightwareLinks(Switch sw, Links *links) {
+    const Where where = std::source_location::current();
+    const LightwareScan scan = scanLightwareLinks(sw, where);
+    const ProfileVlan profile = findProfileVlan(sw, where);
+    const auto max = sw.lagMaxMembers();
+    if (profile.presence != Presence::Present || !max)
+        return false;
+    std::vector<LightwareLink> adopted;
+    auto lags = sw.lagsByNext();
+    for (const IfNum lag : lags) {
+        const auto members = sw.lagMembers(lag, *max);
+        if (!members)
+            return false;
+        if (members->empty() && !releaseEmptyLag(sw, lag, profile.vlan, where))
+            return false;
+        auto found = members->empty() ? std::vector<LightwareLink>()
+                                      : findUplinks(sw, lag, profile.vlan, *members, scan);
+        if (!found)
+            return false;
+        std::ranges::move(*found, std::back_inserter(adopted));
+    }
+    if (lags.brokenBy())
+        return false;
+    for (LightwareLink &link : adopted) {
+        logInfo(where,
+                "[%s:%d] Lightware: interface %d is in LAG interface %d from an earlier run: taken over\n",
+                link.port, link.lag);
+        static_cast<void>(links->push(std::move(link)));
+    }
+    return true;
+}
+
 void lightwareLookup(Switch sw, Links *links) {
     const Where where = std::source_location::current();
-    const Scan scan = scanLightwareLinks(sw, where);
+    const LightwareScan scan = scanLightwareLinks(sw, where);
+    if (scan.profile == Presence::Unknown)
+        return;
+    recogniseUnknown(links, scan.seen);
     takeGoneOffline(sw, links, scan, where);
+    finishHalfDone(sw, links);
     bringNewOnline(sw, links, scan, where);
 }
 
 Result<> lightwareOnlineCli(Switch sw, const Links &links, LightwareLink *link) {
     const Where where = std::source_location::current();
-    IfNum lag;
-    if (const LightwareLink *sibling = findSibling(links, *link)) {
-        lag = sibling->lag;
-    } else {
+    const bool isRetry = static_cast<bool>(link->lag);
+    if (const LightwareLink *const sibling = isRetry ? nullptr : findSibling(links, *link)) {
+        link->lag = sibling->lag;
+    } else if (!isRetry) {
         const auto free = freeLagFind(sw);
         if (!free)
             return std::unexpected(free.error());
-        lag = *free;
+        link->lag = *free;
     }
+    const IfNum lag = link->lag;
     if (!lag)
         return {};
 
-    leaveLag(sw, link->port, where);
-    joinLag(sw, lag, link->port, where);
-    link->lag = lag;
-    logDebug("[%s:%d] LightwareLookup: port %d added to LAG interface %d\n", link->port, lag);
-
-    tagInterface(sw, lag, where);
-    tagInterface(sw, link->port, where);
-    const auto vlan = findProfileVlan(sw, where);
-    if (!vlan)
-        return failed(ResultCode::ConfigInvalid);
-    ifUntaggedSet(sw, lag, *vlan);
+    link->isWhole = link->isLeaving = link->isLagClear = false;
+    const bool isIn = joinLag(sw, lag, link->port, isRetry, where);
+    const bool isLagTagged = tagInterface(sw, lag, where);
+    const bool isPortTagged = tagInterface(sw, link->port, where);
+    const ProfileVlan profile = findProfileVlan(sw, where);
+    if (profile.presence != Presence::Present)
+        return failed(profile.presence == Presence::Absent ? ResultCode::ConfigInvalid : ResultCode::Failed);
+    const bool isUntagged = ifUntaggedSet(sw, lag, profile.vlan);
+    link->isWhole = isIn && isLagTagged && isPortTagged && isUntagged;
+    if (link->isWhole)
+        logDebug("[%s:%d] LightwareLookup: port %d added to LAG interface %d\n", link->port, lag);
     return {};
 }
 
-Result<> lightwareOfflineCli(Switch sw, const LightwareLink &link) {
+Result<> lightwareOfflineCli(Switch sw, LightwareLink *link) {
     const Where where = std::source_location::current();
-    if (!link.port || !link.lag)
+    if (!link->port || !link->lag)
         return {};
-    ifTaggingClear(sw, link.lag);
-    const auto vlan = findProfileVlan(sw, where);
-    if (vlan)
-        ifUntaggingClear(sw, link.lag);
-    if (sw.deleteLagPort(link.lag, link.port)) {
-        logDebug("[%s:%d] successful to delete interface %u from LAG inaterface %d\n", link.port, link.lag);
-        setLagStatic(sw, link.lag, true, where);
-    } else {
-        logError("[%s:%d] Failed to delete interface %u from LAG inaterface %d\n", link.port, link.lag);
+    const bool isRetry = std::exchange(link->isLeaving, true);
+    link->isWhole = false;
+    Presence profile = Presence::Present;
+    // Once only: by the next try the LAG may have been set up for another uplink.
+    if (!link->isLagClear) {
+        const bool isUntagged = ifTaggingClear(sw, link->lag);
+        profile = findProfileVlan(sw, where).presence;
+        link->isLagClear = profile == Presence::Present && ifUntaggingClear(sw, link->lag) && isUntagged;
     }
-    ifTaggingClear(sw, link.port);
-    logDebug("[%s:%d] LightwareLookup: port %d remove from LAG interface %d\n", link.port, link.lag);
-    return vlan ? Result<>() : failed(ResultCode::ConfigInvalid);
+    const bool isOut = leaveLag(sw, link->lag, link->port, isRetry, where);
+    const bool isPortUntagged = ifTaggingClear(sw, link->port);
+    if (profile == Presence::Absent)
+        return failed(ResultCode::ConfigInvalid);
+    if (!link->isLagClear || !isOut || !isPortUntagged)
+        return failed(ResultCode::Failed);
+    logDebug("[%s:%d] LightwareLookup: port %d remove from LAG interface %d\n", link->port, link->lag);
+    return {};
 }
 
-void ifTaggingClear(Switch sw, IfNum ifNum) {
+bool ifTaggingClear(Switch sw, IfNum ifNum) {
     constexpr VlanId kVlan = LIGHTWARE_TAGGED_VLAN;
-    if (setParticipationAndVerify(sw, ifNum, kVlan, Participation::Auto))
+    const bool isOut = setParticipationAndVerify(sw, ifNum, kVlan, Participation::Auto).has_value();
+    if (isOut)
         logDebug(
             "[%s:%d] Lightware: set interface %d to vlan %d OPEN_VLAN_PARTICIPATION_MODE_AUTO success.\r\n",
             ifNum, kVlan);
@@ -271,10 +513,12 @@ void ifTaggingClear(Switch sw, IfNum ifNum) {
         logError(
             "[%s:%d] Lightware: set interface %d to vlan %d OPEN_VLAN_PARTICIPATION_MODE_AUTO failed.\r\n",
             ifNum, kVlan);
-    if (setTaggingAndVerify(sw, ifNum, kVlan, Tagging::Untagged))
+    const bool isUntagged = setTaggingAndVerify(sw, ifNum, kVlan, Tagging::Untagged).has_value();
+    if (isUntagged)
         logDebug("[%s:%d] Lightware: set interface %d to vlan %d tagged success.\r\n", ifNum, kVlan);
     else
         logError("[%s:%d] Lightware: set interface %d to vlan %d tagged failed.\r\n", ifNum, kVlan);
+    return isOut && isUntagged;
 }
 
 }  // namespace pavo

@@ -2,6 +2,10 @@
 //
 // Endpoints are found by LLDP on the ports that have the profile's VLAN as PVID. The operations belong to the
 // Lightware thread. Failures are logged where they happen.
+//
+// An uplink is online when every step has taken effect. Until then its record is kept, and what is missing is
+// tried again with each scan; the same goes for taking it offline. A failure that lasts is an ERROR line for
+// its first try only, as far as it is reported here.
 #ifndef PAVO_DETECTION_LIGHTWARE_H
 #define PAVO_DETECTION_LIGHTWARE_H
 
@@ -14,6 +18,7 @@
 #include "common/device_list.h"
 #include "detection/neighbour.h"
 #include "detection/registry.h"
+#include "detection/scan_coverage.h"
 
 namespace pavo {
 
@@ -23,14 +28,22 @@ inline constexpr VlanId LIGHTWARE_TAGGED_VLAN{286};
 // One uplink of an endpoint.
 struct LightwareLink {
     IfNum port;                     // on which the uplink was seen
-    std::string chassisId;          // the endpoint's, at most 18 characters
+    std::string chassisId{};        // the endpoint's, at most 18 characters
     std::uint32_t portDescNum = 0;  // tells the endpoint's two uplinks apart
     std::uint32_t missCount = 0;    // consecutive scans in which it was not seen
-    IfNum lag;                      // to which the port was added; IfNum() for none
+    IfNum lag;                      // that the port belongs into; IfNum() for none
+    std::string portDesc{};         // tells them apart, too: empty when the description begins with a digit
+    bool isWhole = true;            // everything that brings it online has taken effect
+    bool isLeaving = false;         // it is being taken offline
+    bool isLagClear = false;        // and the LAG's share of that is done
+
+    // Taken over from an earlier run, and not seen since: whose uplink it is, nobody knows yet.
+    bool isUnknown() const { return chassisId.empty(); }
 
     // Chassis, port and port description.
     bool operator==(const LightwareLink &other) const {
-        return chassisId == other.chassisId && port == other.port && portDescNum == other.portDescNum;
+        return chassisId == other.chassisId && port == other.port && portDescNum == other.portDescNum &&
+               portDesc == other.portDesc;
     }
 };
 
@@ -40,6 +53,12 @@ struct LightwareSighting {
     std::string systemDesc;
     std::string chassisId;  // not empty
     std::string portDesc;
+};
+
+// What one scan has seen.
+struct LightwareScan : ScanCoverage {
+    Presence profile = Presence::Unknown;  // nothing is seen unless it is Present
+    std::vector<LightwareSighting> seen;
 };
 
 // Looks every 30 seconds. Ends when the profile or its VLAN is gone, and leaves the switch as it is.
@@ -56,22 +75,32 @@ void *detect_lightware_thread(void *clientHandle);
 // port description.
 extern const NeighbourFamily lightwareNeighbours;
 
-// The uplinks now on the network; none without a profile.
-std::vector<LightwareSighting> scanLightwareLinks(Switch sw, Where where = std::source_location::current());
+// The uplinks now on the network.
+LightwareScan scanLightwareLinks(Switch sw, Where where = std::source_location::current());
 
-// Compares the network with the list: takes offline what is gone or has moved, brings online what is new.
+// Takes over what an earlier run has left on the switch. The members of a LAG become records when their ports
+// carry our settings, or when an endpoint is seen on them and the LAG has no members but that endpoint's and
+// such ports; those without an endpoint are unknown. An empty LAG with all of our settings loses them. False,
+// with the list as it was, when the switch could not be asked.
+bool adoptLightwareLinks(Switch sw, DeviceList<LightwareLink> *links);
+
+// Compares the network with the list: takes offline what is gone or has moved, brings online what is new or
+// not whole. An unknown uplink that is not seen is taken offline only when its port has no neighbour at all:
+// one of another kind means that the LAG is not ours.
 void lightwareLookup(Switch sw, DeviceList<LightwareLink> *links);
 
-// Adds the uplink to its endpoint's LAG, or the first empty one, and sets the VLANs. Success also when there
-// is nothing to do; Failed when LAGs cannot be read; ConfigInvalid without profile.
+// Adds the uplink to its LAG, which is that of the endpoint's other uplink or the first empty one unless it
+// has one, and sets the VLANs. Success also when there is nothing to do, and when a step has failed: then the
+// link is not whole. Failed when LAGs or profile cannot be read; ConfigInvalid without profile.
 Result<> lightwareOnlineCli(Switch sw, const DeviceList<LightwareLink> &links, LightwareLink *link);
 
-// Undoes that. Success, or ConfigInvalid without profile.
-Result<> lightwareOfflineCli(Switch sw, const LightwareLink &link);
+// Undoes that. Success; Failed when a step has failed, and when the profile cannot be read; ConfigInvalid
+// without profile.
+Result<> lightwareOfflineCli(Switch sw, LightwareLink *link);
 
 // Takes an interface out of VLAN 286: participation auto, then untagged; both steps always run and are
-// logged.
-void ifTaggingClear(Switch sw, IfNum ifNum);
+// logged. False when one has failed.
+bool ifTaggingClear(Switch sw, IfNum ifNum);
 
 }  // namespace pavo
 

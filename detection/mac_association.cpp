@@ -46,6 +46,15 @@ bool beginsWithNumber(std::string_view word) {
     return !word.empty() && word[0] >= '0' && word[0] <= '9';
 }
 
+// Whether the last line has neither its end nor both its words.
+bool isCutShort(std::string_view output) {
+    if (output.empty() || output.ends_with('\n'))
+        return false;
+    std::string_view last = output.substr(output.rfind('\n') + 1);
+    takeWord(&last);
+    return !beginsWithNumber(takeWord(&last));
+}
+
 }  // namespace
 
 ScriptResult addMacAssociation(Switch sw, const AssociationScripts &scripts, Mac mac, VlanId vlan,
@@ -67,17 +76,18 @@ std::optional<MacAssociations> MacAssociations::parse(std::string_view output) {
             inTable = line.find(kTableRuler) != std::string_view::npos;
         } else {
             const std::string_view entry = takeWord(&line);
-            if (beginsWithNumber(takeWord(&line)))
-                associations.add(entry);
+            const std::string_view vlan = takeWord(&line);
+            if (beginsWithNumber(vlan))
+                associations.add(entry, vlan);
         }
         return true;
     });
     return inTable ? std::optional(std::move(associations)) : std::nullopt;
 }
 
-void MacAssociations::add(std::string_view entry) {
+void MacAssociations::add(std::string_view entry, std::string_view vlan) {
     if (const auto mac = Mac::parse(entry))
-        addresses_.insert(mac->bits());
+        addresses_.insert_or_assign(mac->bits(), Entry{*mac, VlanId::from(leadingNumber(vlan))});
     else
         others_.push_back(inSmallLetters(entry));
 }
@@ -90,10 +100,27 @@ bool MacAssociations::mention(Mac mac) const {
         others_, [&](const std::string &other) { return other.find(text) != std::string::npos; });
 }
 
+bool MacAssociations::hold(Mac mac, VlanId vlan) const {
+    const auto entry = addresses_.find(mac.bits());
+    return entry == addresses_.end() ? mention(mac) : entry->second.vlan.value_or(vlan) == vlan;
+}
+
+std::vector<Mac> MacAssociations::addressesIn(VlanId vlan) const {
+    std::vector<Mac> found;
+    for (const auto &[bits, entry] : addresses_)
+        if (entry.vlan == vlan)
+            found.push_back(entry.mac);
+    return found;
+}
+
 Result<std::optional<MacAssociations>> readMacAssociations(Switch sw, Where where) {
     const auto output = sw.show("show vlan association mac", platform::paths::kShowVlanAssociationMac, where);
     if (!output)
         return std::unexpected(output.error());
+    if (isCutShort(*output)) {
+        logError(where, "[%s:%d] the output of 'show vlan association mac' is cut short\r\n");
+        return failed(ResultCode::OpenFailed, "the output of a show command is cut short");
+    }
     return MacAssociations::parse(*output);
 }
 

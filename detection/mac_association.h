@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_set>
+#include <unordered_map>
 #include <vector>
 
 #include "common/mac.h"
@@ -39,16 +39,24 @@ class MacAssociations {
 
     // Whether the table mentions the address, in capitals or not: as an entry or within one.
     bool mention(Mac mac) const;
+    // The same, and the VLAN is not another one, as far as the table tells.
+    bool hold(Mac mac, VlanId vlan) const;
+    // The addresses in a VLAN, spelled as the table does, in no particular order.
+    std::vector<Mac> addressesIn(VlanId vlan) const;
 
   private:
-    void add(std::string_view entry);
+    struct Entry {
+        Mac mac;
+        std::optional<VlanId> vlan;
+    };
+    void add(std::string_view entry, std::string_view vlan);
 
-    std::unordered_set<std::uint64_t> addresses_;  // Mac::bits()
-    std::vector<std::string> others_;              // entries that are more than an address, in small letters
+    std::unordered_map<std::uint64_t, Entry> addresses_;  // by Mac::bits()
+    std::vector<std::string> others_;  // entries that are more than an address, in small letters
 };
 
 // The associations that the switch shows; within the result, nothing as for parse(). Failed when the switch
-// refuses, OpenFailed when its output cannot be read; both logged on behalf of `where`.
+// refuses, OpenFailed when its output cannot be read or is cut short; both logged on behalf of `where`.
 Result<std::optional<MacAssociations>> readMacAssociations(Switch sw,
                                                            Where where = std::source_location::current());
 

@@ -1,11 +1,11 @@
 #include "detection/mac_family.h"
 
-#include <cstddef>
-#include <functional>
+#include <algorithm>
 #include <new>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
 
 #include "common/log.h"
 
@@ -13,23 +13,60 @@ namespace pavo {
 namespace {
 
 using Devices = DeviceList<DetectedDevice>;
-using Scan = std::vector<Sighting>;
 
-// Equal devices have equal hashes.
-struct DeviceHash {
-    std::size_t operator()(const DetectedDevice &device) const {
-        return std::hash<Mac>{}(device.mac) ^ (std::hash<IfNum>{}(device.port) << 12);
+// The ports on which one scan has seen each address.
+class SeenPorts {
+  public:
+    explicit SeenPorts(const std::vector<Sighting> &seen) {
+        first_.reserve(seen.size());
+        for (const Sighting &one : seen)
+            if (const auto [entry, isNew] = first_.try_emplace(one.mac, one.port); !isNew)
+                more_.emplace(one.mac, one.port);
     }
-};
-using DeviceSet = std::unordered_set<DetectedDevice, DeviceHash>;
 
-// The devices of the list. One that moved to where an equal one was already is dropped, or the list would
-// gain one in each scan that shows one address on two ports.
-DeviceSet indexDevices(Devices *devices) {
-    DeviceSet known;
+    bool has(Mac mac) const { return first_.contains(mac); }
+    // Where the address is: on `known` when it has been seen there, else on the first port. IfNum() when it
+    // has not been seen.
+    IfNum find(Mac mac, IfNum known) const {
+        const auto first = first_.find(mac);
+        if (first == first_.end())
+            return IfNum();
+        const auto [begin, end] = more_.equal_range(mac);
+        const bool isThere = std::any_of(begin, end, [&](const auto &one) { return one.second == known; });
+        return isThere ? known : first->second;
+    }
+
+  private:
+    std::unordered_map<Mac, IfNum> first_;
+    std::unordered_multimap<Mac, IfNum> more_;
+};
+
+using KnownPorts = std::unordered_map<Mac, IfNum>;
+
+// The ports of the addresses in the list. A second record of an address is dropped.
+KnownPorts indexDevices(Devices *devices) {
+    KnownPorts known;
     known.reserve(devices->count());
-    devices->removeWhere([&](const DetectedDevice &device) { return !known.insert(device).second; });
+    devices->removeWhere(
+        [&](const DetectedDevice &device) { return !known.try_emplace(device.mac, device.port).second; });
     return known;
+}
+
+// Devices that were taken over and have not been seen since get their port and the scan's spelling.
+void recogniseAdopted(Devices *devices, const std::vector<Sighting> &seen) {
+    std::unordered_map<std::uint64_t, DetectedDevice *> adopted;
+    for (DetectedDevice &device : *devices)
+        if (!device.port)
+            adopted.emplace(device.mac.bits(), &device);
+    if (adopted.empty())
+        return;
+    for (const Sighting &one : seen)
+        if (const auto device = adopted.find(one.mac.bits()); device != adopted.end()) {
+            device->second->port = one.port;
+            device->second->mac = one.mac;
+            device->second->type = one.type;
+            adopted.erase(device);
+        }
 }
 
 void followTo(IfNum port, const MacFamily &family, DetectedDevice *device, const Where &where) {
@@ -40,55 +77,210 @@ void followTo(IfNum port, const MacFamily &family, DetectedDevice *device, const
     device->port = port;
 }
 
-void compareKnown(Switch sw, const MacFamily &family, Devices *devices, const Scan &scan,
-                  const Where &where) {
-    std::unordered_map<Mac, IfNum> portOf;
-    portOf.reserve(scan.size());
-    for (const Sighting &seen : scan)
-        portOf.try_emplace(seen.mac, seen.port);  // the first sighting counts
-
+void compareKnown(Switch sw, const MacFamily &family, Devices *devices, const DeviceScan &scan,
+                  const SeenPorts &ports, const Where &where) {
     devices->removeWhere([&](DetectedDevice &device) {
-        if (const auto seen = portOf.find(device.mac); seen != portOf.end()) {
-            if (seen->second != device.port)
-                followTo(seen->second, family, &device, where);
+        if (const IfNum port = ports.find(device.mac, device.port)) {
+            if (port != device.port && scan.covers(device.port))
+                followTo(port, family, &device, where);
             device.missCount = 0;
             return false;
         }
+        if (!scan.covers(device.port))
+            return false;
         if (++device.missCount == 1 && family.firstMiss != nullptr)
             family.firstMiss(sw, device, where);
         if (device.missCount < DEVICE_MISS_MAX)
             return false;
         logDebug(where, family.texts.leaving, device.mac);
-        return family.leave(sw, device, where);
+        const bool hasLeft = family.leave(sw, device, where);
+        if (hasLeft && family.refusals != nullptr)
+            family.refusals()->tryAllAgain();
+        return hasLeft;
     });
 }
 
-void joinNew(Switch sw, const MacFamily &family, Devices *devices, const Scan &scan, const Where &where) {
-    DeviceSet known = indexDevices(devices);
-    for (const Sighting &seen : scan) {
+// --- joining
+
+// Devices whose association has been changed and is to be looked at, all by one show command.
+struct Changes {
+    std::vector<DetectedDevice> joining;
+    std::vector<std::pair<DetectedDevice *, VlanId>> following;  // with the VLAN that they follow to
+};
+
+// The VLAN of each type, asked for once.
+class TypeVlans {
+  public:
+    TypeVlans(const MacFamily &family, const Where &where) : family_(family), where_(where) {}
+
+    std::optional<VlanId> of(std::uint32_t type) {
+        if (family_.vlanOf == nullptr)
+            return std::nullopt;
+        const auto [entry, isNew] = vlans_.try_emplace(type);
+        if (isNew)
+            entry->second = family_.vlanOf(type, where_);
+        return entry->second;
+    }
+
+  private:
+    const MacFamily &family_;
+    Where where_;
+    std::unordered_map<std::uint32_t, std::optional<VlanId>> vlans_;
+};
+
+bool isDue(const MacFamily &family, Mac mac) {
+    return family.refusals == nullptr || family.refusals()->isDue(mac);
+}
+
+void followVlans(Switch sw, const MacFamily &family, Devices *devices, TypeVlans *vlans, Changes *changes,
+                 const Where &where) {
+    for (DetectedDevice &device : *devices) {
+        if (!device.vlan)
+            continue;
+        const auto vlan = vlans->of(device.type);
+        if (!vlan || vlan == device.vlan || !isDue(family, device.mac))
+            continue;
+        if (addMacAssociation(sw, family.scripts, device.mac, *vlan, where))
+            changes->following.emplace_back(&device, *vlan);
+    }
+}
+
+void joinNew(Switch sw, const MacFamily &family, const KnownPorts &known, const DeviceScan &scan,
+             TypeVlans *vlans, Changes *changes, const Where &where) {
+    std::unordered_set<Mac> notNow;
+    for (const Sighting &seen : scan.seen) {
+        if (notNow.contains(seen.mac))
+            continue;
         DetectedDevice device{.port = seen.port, .type = seen.type, .mac = seen.mac};
-        if (known.contains(device)) {
-            if (family.stillThere != nullptr)
+        if (const auto port = known.find(seen.mac); port != known.end()) {
+            if (port->second == seen.port && family.stillThere != nullptr)
                 family.stillThere(sw, seen, where);
             continue;
         }
         if (family.admit != nullptr && !family.admit(sw, seen, &device, where))
             continue;
+        notNow.insert(seen.mac);
+        if (!isDue(family, device.mac))
+            continue;
         logDebug(where, family.texts.joining, device.mac);
-        if (family.join(sw, device, where) && devices->push(device))
-            known.insert(device);
+        device.vlan = vlans->of(device.type);
+        if (family.join(sw, device, where))
+            changes->joining.push_back(device);
     }
 }
 
+void reportRefusal(const MacFamily &family, const DetectedDevice &device, VlanId vlan, const Where &where) {
+    if (family.refusals == nullptr || family.refusals()->add(device.mac))
+        logError(where,
+                 "[%s:%d] the switch has not taken the association of MAC %s on Port 0/%d with VLAN %d; it "
+                 "is tried again without further words\r\n",
+                 device.mac, device.port, vlan);
+}
+
+void finishFollowing(const MacFamily &family, DetectedDevice *device, VlanId vlan, const Where &where) {
+    const std::string text = logToSystem(std::source_location::current(), family.texts.vlanChanged,
+                                         device->mac, *device->vlan, vlan);
+    if (!text.empty())
+        logInfo(where, "[%s:%d] %s\r\n", text);
+    device->vlan = vlan;
+}
+
+// Only what the switch shows counts. When it does not say, what it has accepted has to do.
+void finishChanges(Switch sw, const MacFamily &family, Devices *devices, const Changes &changes,
+                   const Where &where) {
+    std::optional<MacAssociations> shown;
+    const bool isVerifiable =
+        !changes.following.empty() ||
+        std::ranges::any_of(changes.joining, [](const auto &device) { return device.vlan.has_value(); });
+    if (isVerifiable)
+        shown = readMacAssociations(sw, where).value_or(std::nullopt);
+    const auto isTaken = [&](Mac mac, VlanId vlan) {
+        const bool taken = !shown || shown->hold(mac, vlan);
+        if (taken && family.refusals != nullptr)
+            family.refusals()->remove(mac);
+        return taken;
+    };
+    for (const auto &[device, vlan] : changes.following)
+        if (isTaken(device->mac, vlan))
+            finishFollowing(family, device, vlan, where);
+        else
+            reportRefusal(family, *device, vlan, where);
+    for (const DetectedDevice &device : changes.joining) {
+        if (device.vlan && !isTaken(device.mac, *device.vlan)) {
+            reportRefusal(family, device, *device.vlan, where);
+        } else {
+            if (family.joined != nullptr)
+                family.joined(device, where);
+            static_cast<void>(devices->push(device));  // without memory it is new again at the next scan
+        }
+    }
+}
+
+// A port that is still to be put back under 802.1X control is known by nothing but the record.
+bool isHalfLeft(const DetectedDevice &device) {
+    return device.missCount >= DEVICE_MISS_MAX &&
+           device.controlMode == static_cast<std::uint32_t>(PortControl::Auto);
+}
+
 }  // namespace
+
+bool AssociationRefusals::isDue(Mac mac) {
+    const auto wait = waits_.find(mac);
+    if (wait == waits_.end() || wait->second.left == 0)
+        return true;
+    --wait->second.left;
+    return false;
+}
+
+bool AssociationRefusals::add(Mac mac) {
+    const auto [entry, isNews] = waits_.try_emplace(mac);
+    Wait &wait = entry->second;
+    wait.left = wait.pause;
+    wait.pause = std::min(wait.pause * 2 + 1, DEVICE_MISS_MAX);
+    return isNews;
+}
+
+void AssociationRefusals::tryAllAgain() {
+    for (auto &[mac, wait] : waits_)
+        wait.left = 0;
+}
 
 void updateDevices(Switch sw, const MacFamily &family, Devices *devices, Where where) {
     const auto scan = family.scan(sw, where);
     if (!scan)
         return;
     logDebug(where, family.texts.comparing);
-    compareKnown(sw, family, devices, *scan, where);
-    joinNew(sw, family, devices, *scan, where);
+    recogniseAdopted(devices, scan->seen);
+    const SeenPorts ports(scan->seen);
+    compareKnown(sw, family, devices, *scan, ports, where);
+    const KnownPorts known = indexDevices(devices);
+    if (family.refusals != nullptr && scan->isWhole)
+        family.refusals()->keepOnly([&](Mac mac) { return ports.has(mac) || known.contains(mac); });
+    TypeVlans vlans(family, where);
+    Changes changes;
+    followVlans(sw, family, devices, &vlans, &changes, where);
+    joinNew(sw, family, known, *scan, &vlans, &changes, where);
+    finishChanges(sw, family, devices, changes, where);
+}
+
+bool adoptDevices(Switch sw, VlanId vlan, std::uint32_t type, Devices *devices, Where where) {
+    const auto shown = readMacAssociations(sw, where);
+    if (!shown)
+        return false;
+    if (!*shown)
+        return true;  // no table: nothing is associated
+    std::unordered_set<std::uint64_t> known;
+    for (const DetectedDevice &device : *devices)
+        known.insert(device.mac.bits());
+    for (const Mac mac : (*shown)->addressesIn(vlan)) {
+        if (known.contains(mac.bits()))
+            continue;
+        logInfo(where, "[%s:%d] MAC %s is associated with VLAN %d from an earlier run: taken over\r\n", mac,
+                vlan);
+        if (!devices->push({.port = {}, .type = type, .mac = mac, .vlan = vlan}))
+            return false;
+    }
+    return true;
 }
 
 Result<> repairDevices(Switch sw, const MacFamily &family, Devices *devices, Where where) {
@@ -97,7 +289,8 @@ Result<> repairDevices(Switch sw, const MacFamily &family, Devices *devices, Whe
         return std::unexpected(shown.error());
     if (const auto &associations = *shown)
         devices->removeWhere([&](const DetectedDevice &device) {
-            if (associations->mention(device.mac))
+            // A leave that is not through has removed the association already.
+            if (associations->mention(device.mac) || isHalfLeft(device))
                 return false;
             logError(where, family.texts.associationMissing, device.mac);
             return true;

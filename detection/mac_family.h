@@ -10,10 +10,12 @@
 #include <cstdint>
 #include <optional>
 #include <source_location>
+#include <unordered_map>
 #include <vector>
 
 #include "common/device_list.h"
 #include "detection/mac_association.h"
+#include "detection/scan_coverage.h"
 #include "detection/system_log.h"
 #include "swapi/switch.h"
 
@@ -35,6 +37,35 @@ struct Sighting {
     std::uint32_t controlMode = DEVICE_CONTROL_MODE_NONE;
 };
 
+// What one scan has seen.
+struct DeviceScan : ScanCoverage {
+    std::vector<Sighting> seen;
+};
+
+// Addresses whose association the switch applied and yet does not show, for one when its table is full. Each
+// is news once, and tried again at growing intervals, or as soon as something has left.
+class AssociationRefusals {
+  public:
+    // Whether the address is to be tried in this scan, as one that has not been refused always is.
+    bool isDue(Mac mac);
+    // After a try. True when the refusal is news.
+    bool add(Mac mac);
+    void remove(Mac mac) { waits_.erase(mac); }
+    void tryAllAgain();
+    // Forgets the addresses that `isThere(mac)` does not know.
+    template <class IsThere>
+    void keepOnly(IsThere isThere) {
+        std::erase_if(waits_, [&](const auto &wait) { return !isThere(wait.first); });
+    }
+
+  private:
+    struct Wait {
+        std::uint32_t pause = 0;  // scans between two tries
+        std::uint32_t left = 0;
+    };
+    std::unordered_map<Mac, Wait> waits_;
+};
+
 // The log formats of a family. Those it does not have are left out.
 struct MacFamilyTexts {
     LogFormat<> comparing;
@@ -44,8 +75,9 @@ struct MacFamilyTexts {
     LogFormat<IfNum, std::uint32_t, std::int32_t> controlRestored{};  // port, mode, OpEN code
 
     // For the switch's system log.
-    SystemFormat<Mac, IfNum, IfNum> moved{};        // from port, to port; also in the log
-    SystemFormat<const char *, Mac, IfNum> left{};  // "Control" or "Audio"
+    SystemFormat<Mac, IfNum, IfNum> moved{};          // from port, to port; also in the log
+    SystemFormat<const char *, Mac, IfNum> left{};    // "Control" or "Audio"
+    SystemFormat<Mac, VlanId, VlanId> vlanChanged{};  // from VLAN, to VLAN; also in the log
 };
 
 // One family. Steps marked optional may be left out; their own log lines name `where`.
@@ -53,16 +85,26 @@ struct MacFamily {
     AssociationScripts scripts;
     MacFamilyTexts texts;
 
+    // Those of the family's addresses that the switch refuses; of its thread. Optional: each try is news.
+    AssociationRefusals *(*refusals)() = nullptr;
+
     // The devices that are there now. Nothing when it cannot be known at the moment what to look for: nobody
     // is compared then.
-    std::optional<std::vector<Sighting>> (*scan)(Switch sw, const Where &where);
+    std::optional<DeviceScan> (*scan)(Switch sw, const Where &where);
+
+    // The VLAN that devices of a type belong into at present; nothing for a type that has none, and while it
+    // cannot be read. With it, devices follow when it changes, and a join counts only when the switch shows
+    // the association. Optional.
+    std::optional<VlanId> (*vlanOf)(std::uint32_t type, const Where &where) = nullptr;
 
     // Whether a device that is not in the list is to join now, and what is to be kept of it. Optional.
     bool (*admit)(Switch sw, const Sighting &seen, DetectedDevice *device, const Where &where) = nullptr;
-    // True when the device has joined and is to be kept in the list; true when it has left and is to be
-    // dropped. What failed is tried again with the next scan.
+    // True when the switch has taken what makes the device join, or leave. What failed is tried again with
+    // the next scan.
     bool (*join)(Switch sw, const DetectedDevice &device, const Where &where);
     bool (*leave)(Switch sw, const DetectedDevice &device, const Where &where);
+    // Reports a device that has joined and is in the list from now on. Optional.
+    void (*joined)(const DetectedDevice &device, const Where &where) = nullptr;
 
     // A device that was there at the last scan is missing. Optional.
     void (*firstMiss)(Switch sw, const DetectedDevice &device, const Where &where) = nullptr;
@@ -70,10 +112,19 @@ struct MacFamily {
     void (*stillThere)(Switch sw, const Sighting &seen, const Where &where) = nullptr;
 };
 
-// Compares one scan with the list: joins what is new, follows what moved, counts what is missing and lets it
-// leave. Takes a time that is linear in scan and list.
+// Compares one scan with the list: joins what is new, follows what moved and a VLAN that has changed, counts
+// what is missing and lets it leave. What the scan could not see is neither missing nor moved, and an address
+// that is seen on several ports stays on the one where it is known. Takes a time that is linear in scan and
+// list.
 void updateDevices(Switch sw, const MacFamily &family, DeviceList<DetectedDevice> *devices,
                    Where where = std::source_location::current());
+
+// Puts the addresses that the switch has in a VLAN, and the list has not, into the list as devices of that
+// type that have not been seen yet: they are told apart by the address alone, however it is spelled, are
+// taken over without a word when a scan sees them, and leave like others when none does. False when the
+// switch could not be asked (logged).
+bool adoptDevices(Switch sw, VlanId vlan, std::uint32_t type, DeviceList<DetectedDevice> *devices,
+                  Where where = std::source_location::current());
 
 // Drops the devices whose association is missing on the switch, so that the next update joins them afresh.
 // Failed when the switch does not show its associations, OpenFailed when its output cannot be read.

@@ -46,10 +46,15 @@ Result<> NeighbourReader::walk(IfNum port, std::vector<Neighbour> &neighbours, c
         textSize_ = *size;
     }
     logDebug(where, family_.walkStart, port, std::uint32_t{0}, std::uint32_t{0});
-    for (const NeighbourKey &key : switch_.neighbours(port))
+    auto keys = switch_.neighbours(port);
+    for (const NeighbourKey &key : keys)
         if (auto outcome = readOne(key, neighbours, where); !outcome)
             return outcome;
-    return {};
+    if (!keys.brokenBy())
+        return {};
+    logError(where, "[%s:%d] Call openapiLldpIntfRemoteDeviceNextGet error. (result = %d)\r\n",
+             *keys.brokenBy());
+    return failed(ResultCode::Failed);
 }
 
 Result<> NeighbourReader::readOne(const NeighbourKey &key, std::vector<Neighbour> &neighbours,

@@ -46,6 +46,7 @@ struct NeighbourFamily {
 struct PortNeighbours {
     std::vector<Neighbour> neighbours;
     // Failed when a read failed, which ended the walk, and InvalidPointer when memory ran out; both logged.
+    // There may be more neighbours then.
     Result<> outcome;
 };
 

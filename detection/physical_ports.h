@@ -13,17 +13,20 @@ class PhysicalPorts {
   public:
     explicit PhysicalPorts(Switch sw) : switch_(sw) {}
 
-    // False also when the switch does not answer.
-    bool contains(IfNum ifNum) {
+    // Unknown when the switch does not answer.
+    Presence find(IfNum ifNum) {
         if (const auto known = answers_.find(ifNum); known != answers_.end())
             return known->second;
         const auto type = switch_.interfaceType(ifNum);
-        return type && (answers_[ifNum] = *type == static_cast<std::uint32_t>(IfType::Port));
+        if (!type)
+            return Presence::Unknown;
+        const bool isPort = *type == static_cast<std::uint32_t>(IfType::Port);
+        return answers_[ifNum] = isPort ? Presence::Present : Presence::Absent;
     }
 
   private:
     Switch switch_;
-    std::unordered_map<IfNum, bool> answers_;
+    std::unordered_map<IfNum, Presence> answers_;
 };
 
 }  // namespace pavo

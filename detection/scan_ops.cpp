@@ -62,12 +62,12 @@ void appendSightings(cJSON *array, std::span<const Sighting> sightings, const Wh
 
 void audacListGet(Switch sw, cJSON *out) {
     const Where where = std::source_location::current();
-    appendSightings(out, scanAudacDevices(sw, where).value_or(std::vector<Sighting>()), where);
+    appendSightings(out, scanAudacDevices(sw, where).value_or(DeviceScan()).seen, where);
 }
 
 void lightwareListGet(Switch sw, cJSON *out) {
     const Where where = std::source_location::current();
-    for (const LightwareSighting &seen : scanLightwareLinks(sw, where)) {
+    for (const LightwareSighting &seen : scanLightwareLinks(sw, where).seen) {
         const auto appended = appendObject(out, where, [&](cJSON *object) {
             return addNumber(object, "portId", seen.port.number()) &&
                    addString(object, "systemDesc", seen.systemDesc) &&

@@ -17,6 +17,8 @@ namespace paths {
 inline constexpr const char *kLogFile = "/tmp/ketch.log";
 inline constexpr const char *kLogFileOld = "/tmp/ketch.log.old";
 inline constexpr const char *kLogLevelFile = "/tmp/devmgr_log_level";
+// Held by the daemon for as long as it runs.
+inline constexpr const char *kDaemonLock = "/tmp/pavo_detection.lock";
 inline constexpr const char *kProcSelfStatus = "/proc/self/status";  // never under the root
 
 inline constexpr const char *kProfileDb = "/tmp/vlanInfo.db";

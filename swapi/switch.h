@@ -3,6 +3,12 @@
 // A Switch is a view on a client handle, and as cheap to copy: the handle outlives it. Any thread may use it.
 // Reads and settings return the code of the OpEN call and log nothing; their callers do, in their own words.
 // What takes a `where` reports its failures itself, on behalf of the operation that `where` names.
+//
+// Time limits: a connectivity check is answered within 3 seconds of real time and any other call within 10,
+// or it fails with Unreachable. From then on every call of the process fails at once until the switch answers
+// again. So whatever an operation consists of, a switch that hangs holds it up for 10 seconds at most, in
+// addition to the pauses that it makes for a switch that does answer (swapi/poll.h). The client library of
+// the virtual switch keeps these limits; with a switch maker's library they are that library's.
 #ifndef PAVO_SWAPI_SWITCH_H
 #define PAVO_SWAPI_SWITCH_H
 

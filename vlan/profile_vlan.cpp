@@ -8,7 +8,7 @@ ProfileVlan findVlanOfProfileType(Switch sw, std::string_view profileType, std::
                                   Where where) {
     const auto ids = readIdsOfType(profileType, where);
     if (!ids)
-        return {.presence = Presence::Unknown};
+        return {.presence = Presence::Unknown, .awaited = "the profile database"};
     ProfileVlan found;
     for (const std::int32_t number : *ids) {
         const auto id = VlanId::from(number);
@@ -16,9 +16,9 @@ ProfileVlan findVlanOfProfileType(Switch sw, std::string_view profileType, std::
             continue;
         const Presence presence = sw.vlanPresence(*id);
         if (presence == Presence::Present)
-            return {presence, *id};
+            return {.presence = presence, .vlan = *id};
         if (presence == Presence::Unknown)
-            found.presence = presence;
+            found = {.presence = presence, .awaited = "the switch"};
     }
     return found;
 }

@@ -11,10 +11,12 @@
 
 namespace pavo {
 
-// Unknown when the database or the switch could not be asked; `vlan` counts when it is Present.
+// `vlan` counts when it is Present; Unknown when the database or the switch could not be asked, and `awaited`
+// then says which (a string literal).
 struct ProfileVlan {
     Presence presence = Presence::Absent;
     VlanId vlan{};
+    const char *awaited = "";
 };
 
 // The first VLAN of that profile type, other than `excluded`, that exists on the switch.

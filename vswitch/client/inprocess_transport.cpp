@@ -35,7 +35,7 @@ bool InProcessSwitch::serve(const char *request, std::size_t size, std::string &
 
 namespace client {
 
-bool exchange(const char *request, std::size_t size, std::string &reply) {
+bool exchange(const char *request, std::size_t size, std::string &reply, std::chrono::milliseconds) {
     auto *target = current.load();
     return target != nullptr && target->serve(request, size, reply);
 }

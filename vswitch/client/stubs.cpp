@@ -1,6 +1,7 @@
 // The client side of every OpEN call, generated from the table of calls.
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 #include <tuple>
 
 #include "platform/open_client.h"
@@ -32,7 +33,9 @@ open_error_t call(const openapiClientHandle_t *client, const char *name, typenam
     packer.pack_array((1u + ... + (Kinds::kGoesIn ? 1u : 0u)));
     packer.pack(name);
     (Kinds::pack(packer, arguments), ...);
-    if (!vswitch::client::exchange(request.data(), request.size(), reply))
+    const bool isCheck = std::string_view(name) == "rpcclt_openapiConnectivityCheck";
+    if (!vswitch::client::exchange(request.data(), request.size(), reply,
+                                   isCheck ? vswitch::client::kCheckLimit : vswitch::client::kCallLimit))
         return OPEN_E_RPC;
     const auto unpacked = msgpack::unpack(reply.data(), reply.size());
     if (unpacked.get().type != msgpack::type::ARRAY || unpacked.get().via.array.size == 0)
