@@ -97,8 +97,8 @@ bool syncPath(const std::string &path, int flags) {
     return synced;
 }
 
-Result<> replace(const std::string &fixedPath, std::string_view text, bool durably, const Where &where) {
-    const std::string beside = fixedPath + ".new";
+Result<> replace(const std::string &beside, const std::string &fixedPath, std::string_view text, bool durably,
+                 const Where &where) {
     const auto folder = std::filesystem::path(platform::fsPath(fixedPath)).parent_path();
     std::error_code ignored;
     std::filesystem::create_directories(folder, ignored);
@@ -122,11 +122,16 @@ Result<> replace(const std::string &fixedPath, std::string_view text, bool durab
 }  // namespace
 
 Result<> replaceFile(const std::string &fixedPath, std::string_view text, Where where) {
-    return replace(fixedPath, text, false, where);
+    return replace(fixedPath + ".new", fixedPath, text, false, where);
+}
+
+Result<> replaceFileBy(const std::string &beside, const std::string &fixedPath, std::string_view text,
+                       Where where) {
+    return replace(beside, fixedPath, text, false, where);
 }
 
 Result<> replaceFileDurably(const std::string &fixedPath, std::string_view text, Where where) {
-    return replace(fixedPath, text, true, where);
+    return replace(fixedPath + ".new", fixedPath, text, true, where);
 }
 
 void removeFile(const std::string &fixedPath) {

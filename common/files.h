@@ -1,6 +1,6 @@
 // Files under their fixed paths (platform/paths.h): owners, whole reads, replacing, locks. A link that stands
-// in the place of a file is not followed where the file is written, nor in a folder that is open to everybody:
-// the file cannot be opened then.
+// in the place of a file is not followed where the file is written, nor in a folder that is open to
+// everybody: the file cannot be opened then.
 #ifndef PAVO_COMMON_FILES_H
 #define PAVO_COMMON_FILES_H
 
@@ -42,7 +42,12 @@ std::optional<std::string> readFile(const std::string &fixedPath, std::size_t mo
 Result<> replaceFile(const std::string &fixedPath, std::string_view text,
                      Where where = std::source_location::current());
 
-// The same; when it returns, the new content is on the disk and stays there when the power goes.
+// The same with the new file at a path of its own, on the same file system: for a folder in which others take
+// every file for a whole one.
+Result<> replaceFileBy(const std::string &beside, const std::string &fixedPath, std::string_view text,
+                       Where where = std::source_location::current());
+
+// As the first; when it returns, the new content is on the disk and stays there when the power goes.
 Result<> replaceFileDurably(const std::string &fixedPath, std::string_view text,
                             Where where = std::source_location::current());
 

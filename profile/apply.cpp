@@ -58,12 +58,14 @@ Result<std::optional<ProfilePlan>> applyProfile(Switch sw, const ProfileConfig &
         checked = checkOwners(request, othersStanding, where);
     if (!checked)
         return std::unexpected(std::move(checked).error());
-    const bool takes = config.overwrite && hasLosses(withProfile(present, {request, ""}, false), request.name);
+    const bool takes =
+        config.overwrite && hasLosses(withProfile(present, {request, ""}, false), request.name);
     auto goal = withProfile(present, {request, config.document}, takes);
     const auto change = planChange(*session, std::move(goal), request.name);
     if (!change)
         return std::unexpected(change.error());
-    if (checked = checkExclusions(request, (*change)->wantedAfter, session->observed, config.overwrite, where);
+    if (checked =
+            checkExclusions(request, (*change)->wantedAfter, session->observed, config.overwrite, where);
         !checked)
         return std::unexpected(std::move(checked).error());
     if (config.plan) {
@@ -96,9 +98,8 @@ Result<> removeProfile(Switch sw, const std::string &name, const ProfileLock &he
     if (!session)
         return std::unexpected(std::move(session).error());
     // A row whose id is no VLAN's: nothing of it is on the switch.
-    const bool stray = std::ranges::any_of(session->rows, [&](const ProfileRow &row) {
-        return row.profileName == name && !row.vlan();
-    });
+    const bool stray = std::ranges::any_of(
+        session->rows, [&](const ProfileRow &row) { return row.profileName == name && !row.vlan(); });
     if (session->record.find(name) == nullptr && !stray)
         return refuse(ResultCode::NotExist, "there is no such profile", where);
     const auto change = planChange(*session, withoutProfile(session->record.profiles, name), name);

@@ -16,12 +16,12 @@ namespace pavo {
 // otherwise the result of profileVlanAdd. A failed request leaves switch, database and files as they were.
 std::int32_t profileConfigSet(Switch sw, const char *requestText);
 
-// What profileConfigSet would change for that request, as JSON (see profile/plan.h); the caller frees the text. It
-// changes nothing. The codes of profileConfigSet; 10002 when there is no place for the text.
+// What profileConfigSet would change for that request, as JSON (see profile/plan.h); the caller frees the
+// text. It changes nothing. The codes of profileConfigSet; 10002 when there is no place for the text.
 std::int32_t profilePlanGet(Switch sw, const char *requestText, char **text);
 
-// How each profile stands beside the switch as it is, as JSON (see profile/apply.h); the caller frees the text. 0;
-// 10000 when the switch or the database cannot be read; 10002 as above.
+// How each profile stands beside the switch as it is, as JSON (see profile/apply.h); the caller frees the
+// text. 0; 10000 when the switch or the database cannot be read; 10002 as above.
 std::int32_t profileStatusGet(Switch sw, char **text);
 
 // Configures the switch for a finished request. 0; 10003 for a VLAN named twice, unknown types, ports that do

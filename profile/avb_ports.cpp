@@ -95,8 +95,7 @@ Result<> switchAvbPortsOn(Switch sw, bool applications, std::int32_t mtu) {
 }
 
 SettingWrites avbPortWrites(bool on) {
-    return parseSettingWrites(
-        portScript("config\n", on ? kPolicyAndApplications : kCleanupWithPolicy, 0));
+    return parseSettingWrites(portScript("config\n", on ? kPolicyAndApplications : kCleanupWithPolicy, 0));
 }
 
 Result<> setAvbPortTimers(Switch sw, std::int32_t mtu) {

@@ -47,15 +47,15 @@ struct ProfileChange {
     bool touchesSwitch() const { return observed != target || !filtersGone.empty(); }
 };
 
-// From the session's profiles to `goal`; only what the profile `name` wants or wanted, and what others gain or
-// lose by it, is touched. Reads templates; changes nothing. Failed (logged, with a reason) when the switch does not
-// tell what the ports of a profile are.
+// From the session's profiles to `goal`; only what the profile `name` wants or wanted, and what others gain
+// or lose by it, is touched. Reads templates; changes nothing. Failed (logged, with a reason) when the switch
+// does not tell what the ports of a profile are.
 Result<std::unique_ptr<ProfileChange>> planChange(ProfileSession &session, AppliedProfiles goal,
                                                   std::string name);
 
-// Switch, database, files and record, in this order but for the record, which comes first and last. When a step
-// fails, all of it is taken back, and the failure says with its reason which step it was and what, if anything,
-// could not be taken back (logged). The session then has what is so.
+// Switch, database, files and record, in this order but for the record, which comes first and last. When a
+// step fails, all of it is taken back, and the failure says with its reason which step it was and what, if
+// anything, could not be taken back (logged). The session then has what is so.
 Result<> carryOut(ProfileSession &session, const ProfileChange &change, const ProfileLock &held);
 
 // The rows and files of the session's profiles, where they are missing or say something else; nothing else.

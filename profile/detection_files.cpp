@@ -133,8 +133,8 @@ const AppliedProfile *lastOfType(const Standing &standing, const char *type) {
     return last;
 }
 
-// What is left of a request when another profile has some of its VLANs; nothing when detection could do harm with
-// the rest: a control VLAN is not to be taken for the audio VLAN.
+// What is left of a request when another profile has some of its VLANs; nothing when detection could do harm
+// with the rest: a control VLAN is not to be taken for the audio VLAN.
 std::optional<ProfileRequest> ownRequestOf(const Standing &standing, const AppliedProfile &profile) {
     auto request = profile.request;
     request.vlans.clear();
@@ -182,7 +182,7 @@ Result<> writeDetectionFile(const DetectionFile &file, const ProfileRequest &req
     const Where where(file.operation, __LINE__);
     const auto text = file.make(request, document, where);
     const auto path = pathOf(file, request.profileType);
-    auto done = text.empty() ? Result<>(failed(ResultCode::Failed)) : replaceFile(path, text, where);
+    auto done = text.empty() ? Result<>(failed(ResultCode::Failed)) : replaceProfileFile(path, text, where);
     if (!done) {
         logAt<>(LOG_LEVEL_ERROR, where, file.failed);
         return done;

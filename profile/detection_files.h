@@ -1,5 +1,5 @@
-// The files that tell detection what it is to look for: a function of the profiles that are there. Callers hold the
-// profile lock.
+// The files that tell detection what it is to look for: a function of the profiles that are there. Callers
+// hold the profile lock.
 #ifndef PAVO_PROFILE_DETECTION_FILES_H
 #define PAVO_PROFILE_DETECTION_FILES_H
 
@@ -57,8 +57,8 @@ struct DetectionFileState {
     std::optional<std::string> text;
 };
 
-// All files of all types, as the profiles that are there make them: each by the profile of its type that was applied
-// last, as far as its VLANs are its own.
+// All files of all types, as the profiles that are there make them: each by the profile of its type that was
+// applied last, as far as its VLANs are its own.
 std::vector<DetectionFileState> detectionFilesOf(const Standing &standing, const Where &where);
 
 }  // namespace pavo

@@ -82,8 +82,7 @@ struct Exclusion {
 };
 constexpr Exclusion kExclusive[][2] = {
     {{kLossDot1as, [](const FeatureNeeds &n) { return n.avb; }, [](FeatureNeeds &n) { n.avb = false; }},
-     {kLossPtpTc, [](const FeatureNeeds &n) { return n.ptpTc; },
-      [](FeatureNeeds &n) { n.ptpTc = false; }}},
+     {kLossPtpTc, [](const FeatureNeeds &n) { return n.ptpTc; }, [](FeatureNeeds &n) { n.ptpTc = false; }}},
     {{"spanning tree of lighting", [](const FeatureNeeds &n) { return n.etcGlobal; },
       [](FeatureNeeds &n) { n.etcGlobal = false; }},
      {"rapid per-VLAN spanning tree", [](const FeatureNeeds &n) { return !n.rstp.empty(); },
@@ -185,7 +184,9 @@ void addAvb(const FeatureNeeds &needs, const FeatureNeeds &other, std::vector<Fe
 FeatureBlock ptpBlock(bool on) {
     const std::string name = "ptp clock e2e-transparent";
     const std::optional<std::string> value = on ? std::optional<std::string>(kSettingOn) : std::nullopt;
-    return {"PTP transparent clock", {{name, value}}, {{name, std::nullopt}},
+    return {"PTP transparent clock",
+            {{name, value}},
+            {{name, std::nullopt}},
             [on](Switch sw) { return switchPtpTc(sw, on); },
             [](Switch sw) { return switchPtpTc(sw, false); }};
 }
@@ -234,16 +235,15 @@ std::vector<FeatureBlock> blocksOf(const FeatureNeeds &needs, const FeatureNeeds
 std::vector<FilterBlock> filtersOf(const FeatureNeeds &needs) {
     std::vector<FilterBlock> filters;
     if (needs.acl)
-        filters.push_back({"ip access-list NET-BLOCK",
-                           [](Switch sw) { return switchBlockOff(sw, AvBlock::Acl); }});
+        filters.push_back(
+            {"ip access-list NET-BLOCK", [](Switch sw) { return switchBlockOff(sw, AvBlock::Acl); }});
     if (needs.macFilterVisionary)
         filters.push_back({"mac access-list extended visionaryNwAV", [](Switch sw) {
                                return switchBlockOff(sw, AvBlock::MacFilter, AV_MAC_FILTER_VISIONARY);
                            }});
     if (needs.macFilterSecond)
-        filters.push_back({"", [](Switch sw) {
-                               return switchBlockOff(sw, AvBlock::MacFilter, AV_MAC_FILTER_SECOND);
-                           }});
+        filters.push_back(
+            {"", [](Switch sw) { return switchBlockOff(sw, AvBlock::MacFilter, AV_MAC_FILTER_SECOND); }});
     return filters;
 }
 

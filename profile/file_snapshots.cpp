@@ -3,8 +3,17 @@
 #include <algorithm>
 
 #include "common/files.h"
+#include "platform/paths.h"
 
 namespace pavo {
+
+Result<> replaceProfileFile(const std::string &fixedPath, const std::string &text, const Where &where) {
+    const std::string watched = std::string(platform::paths::kPavoExDir) + "/";
+    if (!fixedPath.starts_with(watched))
+        return replaceFile(fixedPath, text, where);
+    const auto above = watched.substr(0, watched.rfind('/', watched.size() - 2) + 1);
+    return replaceFileBy(above + fixedPath.substr(watched.size()) + ".new", fixedPath, text, where);
+}
 
 void FileSnapshots::note(const std::string &fixedPath) {
     const bool known =
@@ -18,7 +27,7 @@ Result<> FileSnapshots::restore(Where where) const {
     for (const auto &[path, content] : files_)
         if (!content)
             removeFile(path);
-        else if (auto replaced = replaceFile(path, *content, where); first && !replaced)
+        else if (auto replaced = replaceProfileFile(path, *content, where); first && !replaced)
             first = std::move(replaced);
     return first;
 }

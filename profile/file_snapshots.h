@@ -13,6 +13,9 @@
 
 namespace pavo {
 
+// Replaces a file of a profile; in the folder of requests, which detection watches, only whole files appear.
+Result<> replaceProfileFile(const std::string &fixedPath, const std::string &text, const Where &where);
+
 class FileSnapshots {
   public:
     // Remembers a file (a fixed path) as it is when it is noted first.

@@ -40,8 +40,8 @@ Result<std::vector<ListedProfile>> readProfiles(Switch sw, ListDetails details,
 
 // A profile as JSON: {"name", "profileType", "color", "vlans": [{"vlanId", "vlanType", "profileType",
 // "exists"}, ...]}, and with full details also "vlanName", "ports" {"untagged", "tagged"} (interface numbers)
-// and "lags" {"untagged", "tagged"} (LAG numbers) for a VLAN that exists, and "ptpTc" and "assignedPort" where
-// the profile's request named them. Well-formed UTF-8; empty when memory runs out.
+// and "lags" {"untagged", "tagged"} (LAG numbers) for a VLAN that exists, and "ptpTc" and "assignedPort"
+// where the profile's request named them. Well-formed UTF-8; empty when memory runs out.
 std::string printProfile(const ListedProfile &profile);
 std::string printProfiles(const std::vector<ListedProfile> &profiles);
 

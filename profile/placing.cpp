@@ -70,8 +70,8 @@ void placeRouting(VlanId id, const RoutingRequest &routing, SwitchState &wanted)
     }
 }
 
-// A LAG of ports that are all untagged in the VLAN: detection bundles a profile's ports, and their LAG follows the
-// profile.
+// A LAG of ports that are all untagged in the VLAN: detection bundles a profile's ports, and their LAG
+// follows the profile.
 bool isLagOf(const SwitchState &wanted, const std::string &name, const std::set<std::string> &untagged) {
     const auto lag = wanted.lagMembers.find(name);
     return lag != wanted.lagMembers.end() && !lag->second.empty() &&

@@ -1,5 +1,5 @@
-// Where profiles lead: the wanted state of VLANs, ports and addresses, worked out from what is there without them.
-// It touches nothing on the switch but the names of its ports.
+// Where profiles lead: the wanted state of VLANs, ports and addresses, worked out from what is there without
+// them. It touches nothing on the switch but the names of its ports.
 #ifndef PAVO_PROFILE_PLACING_H
 #define PAVO_PROFILE_PLACING_H
 
@@ -12,8 +12,8 @@
 
 namespace pavo {
 
-// Everything that a profile wants of a VLAN but the tagged ports. Ports that do not exist are passed over. Members
-// that the profile does not name leave the VLAN, but for LAGs of its untagged ports.
+// Everything that a profile wants of a VLAN but the tagged ports. Ports that do not exist are passed over.
+// Members that the profile does not name leave the VLAN, but for LAGs of its untagged ports.
 void placeVlan(const PlacedVlan &placed, PortNames &ports, SwitchState &wanted);
 // After all PVIDs: taking a port out of VLAN 1 as its PVID must not take a tag of the request along.
 void placeTaggedPorts(const PlacedVlan &placed, PortNames &ports, SwitchState &wanted);

@@ -46,8 +46,7 @@ std::vector<Loss> newLosses(const ProfileChange &change) {
     auto before = change.from.losses, after = change.to.losses;
     before.insert(before.end(), change.wantedBefore.losses.begin(), change.wantedBefore.losses.end());
     after.insert(after.end(), change.wantedAfter.losses.begin(), change.wantedAfter.losses.end());
-    std::erase_if(after,
-                  [&](const Loss &loss) { return std::ranges::find(before, loss) != before.end(); });
+    std::erase_if(after, [&](const Loss &loss) { return std::ranges::find(before, loss) != before.end(); });
     return after;
 }
 
@@ -82,19 +81,19 @@ ProfilePlan planOf(const ProfileChange &change) {
             plan.switchWide.push_back({filter.setting, "present", "absent"});
             plan.notKept.push_back(filter.setting + " is deleted for good");
         }
-    for (auto &loss : newLosses(change)) {
+    for (auto &loss : newLosses(change))
         if (loss.taker == change.name)
             plan.taken.push_back(std::move(loss));
         else
             plan.notKept.push_back(formatText("%s of profile %s goes to profile %s", loss.what,
                                               quoteText(loss.loser), quoteText(loss.taker)));
-    }
     for (const auto &[name, thing] : change.things) {
         // Somebody has changed it since: it stays as it is, and what was before does not come back.
         const auto now = thingOf(change.observed, name);
         if (!change.thingsAfter.contains(name) && thing.want && now == thingOf(change.target, name) && now &&
             now != thing.before && !isImplied(name, change))
-            plan.notKept.push_back(formatText("%s stays at %s: it was changed since", name, valueText(name, now)));
+            plan.notKept.push_back(
+                formatText("%s stays at %s: it was changed since", name, valueText(name, now)));
     }
     return plan;
 }

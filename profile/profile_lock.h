@@ -19,8 +19,8 @@ class ProfileLock {
     // An operation that changes many ports of a slow switch takes minutes.
     static constexpr platform::Duration kWaitMax = std::chrono::minutes(5);
 
-    // Waits for it, at most kWaitMax. Failed (logged), with a human-readable reason, when the lock file cannot
-    // be locked.
+    // Waits for it, at most kWaitMax. Failed (logged), with a human-readable reason, when the lock file
+    // cannot be locked.
     static Result<ProfileLock> take(Where where = std::source_location::current());
 
   private:

@@ -85,8 +85,8 @@ std::optional<AppliedProfiles> parseProfiles(const cJSON *object) {
 std::optional<RecordedThing> parseThing(const cJSON *object) {
     if (!cJSON_IsObject(object))
         return std::nullopt;
-    RecordedThing thing{stringMember(object, "before"), stringMember(object, "want"),
-                        stringMember(object, "shown"), {}};
+    RecordedThing thing{
+        stringMember(object, "before"), stringMember(object, "want"), stringMember(object, "shown"), {}};
     const cJSON *item = nullptr;
     cJSON_ArrayForEach(item, member(object, "profiles")) {
         if (cJSON_IsString(item))

@@ -1,10 +1,11 @@
-// The record of what profiles did to the switch: which profiles are applied, with their requests, and for each
-// thing that they changed what it was before. It lies beside the switch's saved configuration and survives a
-// reboot, unlike the database and the files below /tmp, which are made from it again when they are lost.
+// The record of what profiles did to the switch: which profiles are applied, with their requests, and for
+// each thing that they changed what it was before. It lies beside the switch's saved configuration and
+// survives a reboot, unlike the database and the files below /tmp, which are made from it again when they are
+// lost.
 //
-// Every change is written into it before its first step, and taken out of it again when the change is whole. A
-// change that was interrupted is found there by whoever comes next. Callers that write hold the profile lock; it
-// is replaced as a whole, so anybody may read it.
+// Every change is written into it before its first step, and taken out of it again when the change is whole.
+// A change that was interrupted is found there by whoever comes next. Callers that write hold the profile
+// lock; it is replaced as a whole, so anybody may read it.
 #ifndef PAVO_PROFILE_RECORD_H
 #define PAVO_PROFILE_RECORD_H
 
@@ -66,8 +67,9 @@ struct ProfileRecord {
     std::string print() const;
 };
 
-// Empty when there is none yet. A damaged one is set aside and reported: what can be learned from the database
-// and the settings files stands in for it. Failed (logged, with a reason) when it is there and cannot be read.
+// Empty when there is none yet. A damaged one is set aside and reported: what can be learned from the
+// database and the settings files stands in for it. Failed (logged, with a reason) when it is there and
+// cannot be read.
 Result<ProfileRecord> readProfileRecord(Where where = std::source_location::current());
 // It is on the disk when this returns. Failed (logged, with a reason).
 Result<> writeProfileRecord(const ProfileRecord &record, Where where = std::source_location::current());

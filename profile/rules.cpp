@@ -20,11 +20,13 @@ namespace {
 
 struct OneVlanRule {
     std::vector<std::string_view> types;  // any of them counts
-    std::size_t most;  // VLANs of one request
+    std::size_t most;                     // VLANs of one request
     ResultCode code;
 };
 const OneVlanRule kOneVlanRules[] = {
-    {{PROFILE_TYPE_NAME_AVB, PROFILE_TYPE_NAME_MILAN, PROFILE_TYPE_NAME_MILAN_DANTE}, 1, ResultCode::AvbOneVlan},
+    {{PROFILE_TYPE_NAME_AVB, PROFILE_TYPE_NAME_MILAN, PROFILE_TYPE_NAME_MILAN_DANTE},
+     1,
+     ResultCode::AvbOneVlan},
     {{PROFILE_TYPE_NAME_SMPTE}, 1, ResultCode::SmpteOneVlan},
     {{PROFILE_TYPE_NAME_SHURE_CONVERGED}, 1, ResultCode::ShureOneVlan},
     {{PROFILE_TYPE_NAME_SHURE_SPLIT}, 2, ResultCode::ShureOneVlan},
@@ -145,7 +147,8 @@ Result<> checkName(const ProfileRequest &request, const AppliedProfiles &present
             continue;
         const auto &vlans = profile.request.vlans;
         const bool own = std::ranges::any_of(vlans, [&](const auto &vlan) { return ids.contains(vlan.id); });
-        const bool there = std::ranges::any_of(vlans, [&](const auto &vlan) { return state.hasVlan(vlan.id); });
+        const bool there =
+            std::ranges::any_of(vlans, [&](const auto &vlan) { return state.hasVlan(vlan.id); });
         if (there && !own)
             return refuse(ResultCode::NameInUse, where);
     }
@@ -158,18 +161,17 @@ Result<> checkOneVlanTypes(const ProfileRequest &request, const Standing &others
         const auto isOfType = [&](const ProfileVlanRequest &vlan) {
             return std::ranges::find(rule.types, vlan.profileType) != rule.types.end();
         };
-        const auto wanted =
-            static_cast<std::size_t>(std::ranges::count_if(request.vlans, isOfType));
+        const auto wanted = static_cast<std::size_t>(std::ranges::count_if(request.vlans, isOfType));
         const auto present = std::ranges::find_if(others.vlans, [&](const PlacedVlan &placed) {
             return !placed.shared && isOfType(placed.vlan) && state.hasVlan(placed.vlan.id);
         });
         if (wanted > rule.most)
             return refuse(rule.code, where);
         if (wanted > 0 && present != others.vlans.end())
-            return refuse(rule.code,
-                          formatText("VLAN %d is of type %s", present->vlan.id,
-                                     quoteText(present->vlan.profileType)),
-                          where);
+            return refuse(
+                rule.code,
+                formatText("VLAN %d is of type %s", present->vlan.id, quoteText(present->vlan.profileType)),
+                where);
     }
     return {};
 }
@@ -206,13 +208,14 @@ Result<> checkExclusions(const ProfileRequest &request, const Wanted &wanted, co
         const auto why = formatText("profile %s needs something that excludes it", quoteText(other));
         const bool asks = loss.taker == request.name;
         if (loss.what == kLossPtpTc || loss.what == kLossDot1as)
-            return refuse(asks == (loss.what == kLossPtpTc) ? ResultCode::PtpTcEnabled
-                                                            : ResultCode::Dot1asEnabled,
-                          why, where);
-        return refuse(ResultCode::InvalidArgument,
-                      formatText("%s and profile %s need different spanning-tree modes; \"overwrite\" takes it",
-                                 quoteText(request.name), quoteText(other)),
-                      where);
+            return refuse(
+                asks == (loss.what == kLossPtpTc) ? ResultCode::PtpTcEnabled : ResultCode::Dot1asEnabled, why,
+                where);
+        return refuse(
+            ResultCode::InvalidArgument,
+            formatText("%s and profile %s need different spanning-tree modes; \"overwrite\" takes it",
+                       quoteText(request.name), quoteText(other)),
+            where);
     }
     if (request.ptpTc.value_or(false) && wanted.needs.ptpTc && state.settings.contains("dot1as") &&
         !wanted.needs.avb)

@@ -6,9 +6,9 @@
 #include <span>
 
 #include "common/result.h"
+#include "profile/change.h"
 #include "profile/port_names.h"
 #include "profile/request.h"
-#include "profile/change.h"
 #include "profile/standing.h"
 #include "profile/switch_state.h"
 #include "store/profile_db.h"
@@ -30,13 +30,13 @@ Result<> checkRequest(Switch sw, const ProfileRequest &request, PortNames &ports
 Result<> checkName(const ProfileRequest &request, const AppliedProfiles &present, const SwitchState &state,
                    Where where);
 
-// Types that are for one VLAN only, or for one VLAN of each role; `others` are the profiles that stay beside the
-// request's. AvbOneVlan, SmpteOneVlan or ShureOneVlan.
+// Types that are for one VLAN only, or for one VLAN of each role; `others` are the profiles that stay beside
+// the request's. AvbOneVlan, SmpteOneVlan or ShureOneVlan.
 Result<> checkOneVlanTypes(const ProfileRequest &request, const Standing &others, const SwitchState &state,
                            Where where);
 
-// A VLAN, and the untagged frames of a port, belong to one profile: ObjectExists when the request names one of
-// another profile.
+// A VLAN, and the untagged frames of a port, belong to one profile: ObjectExists when the request names one
+// of another profile.
 Result<> checkOwners(const ProfileRequest &request, const Standing &others, Where where);
 
 // What cannot be on together. PtpTcEnabled or Dot1asEnabled for 802.1AS beside the PTP transparent clock,

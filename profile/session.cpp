@@ -150,8 +150,8 @@ Result<> recordAdopted(ProfileSession &session, const std::set<std::string> &nam
         return std::unexpected(planned.error());
     const auto &change = *planned;
     for (const auto &[name, owners] : change->wantedAfter.claims) {
-        const bool adopted = std::ranges::any_of(
-            owners, [&](const std::string &owner) { return names.contains(owner); });
+        const bool adopted =
+            std::ranges::any_of(owners, [&](const std::string &owner) { return names.contains(owner); });
         if (!adopted || session.record.things.contains(name))
             continue;
         RecordedThing thing{std::nullopt, thingOf(change->wantedAfter.things, name),
@@ -173,8 +173,8 @@ Result<> recordAdopted(ProfileSession &session, const std::set<std::string> &nam
     return {};
 }
 
-// The database is what other programs read and write: rows that they wrote are profiles, too, and a VLAN whose row
-// they deleted, and that is not on the switch, has left its profile.
+// The database is what other programs read and write: rows that they wrote are profiles, too, and a VLAN
+// whose row they deleted, and that is not on the switch, has left its profile.
 Result<> reconcile(ProfileSession &session) {
     const auto known = rowsOf(standingOf(session.record.profiles));
     VlanSet left;
@@ -231,9 +231,10 @@ Result<> finishInterrupted(ProfileSession &session, const ProfileLock &held) {
     if (undone)
         return {};
     static_cast<void>(writeProfileRecord(found, session.where));
-    return failed(undone.error().code,
-                  formatText("an interrupted change of profile '%s' could neither be finished nor taken back: %s",
-                             pending.name, undone.error().reason));
+    return failed(
+        undone.error().code,
+        formatText("an interrupted change of profile '%s' could neither be finished nor taken back: %s",
+                   pending.name, undone.error().reason));
 }
 
 Result<ProfileSession> begin(Switch sw, const Where &where) {

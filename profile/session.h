@@ -1,5 +1,5 @@
-// What a profile operation begins with: the record, the switch, the database. Opening it for a change first sets
-// right what an interruption or a loss left behind.
+// What a profile operation begins with: the record, the switch, the database. Opening it for a change first
+// sets right what an interruption or a loss left behind.
 #ifndef PAVO_PROFILE_SESSION_H
 #define PAVO_PROFILE_SESSION_H
 
@@ -29,18 +29,19 @@ struct ProfileSession {
     std::vector<ProfileRow> rows;  // ascending
     PortNames ports;
 
-    // For a change. A database that is missing or damaged is made again from the record and the settings files; a
-    // change that was interrupted is finished or, if that fails, taken back; profiles that the record does not
-    // know (another program wrote their rows) are taken into it. Failed (logged, with a reason) when the switch,
-    // the database or the record cannot be read: then nothing is known, and nothing is changed.
+    // For a change. A database that is missing or damaged is made again from the record and the settings
+    // files; a change that was interrupted is finished or, if that fails, taken back; profiles that the
+    // record does not know (another program wrote their rows) are taken into it. Failed (logged, with a
+    // reason) when the switch, the database or the record cannot be read: then nothing is known, and nothing
+    // is changed.
     static Result<ProfileSession> open(Switch sw, const ProfileLock &held,
                                        Where where = std::source_location::current());
     // Only to look: nothing is changed, an interrupted change stays in `record.pending`.
     static Result<ProfileSession> look(Switch sw, Where where = std::source_location::current());
 };
 
-// Sets right what an interruption, a reboot or a loss left behind, as every change does before it begins: for the
-// daemon at start. Takes the profile lock. Failures have been logged.
+// Sets right what an interruption, a reboot or a loss left behind, as every change does before it begins: for
+// the daemon at start. Takes the profile lock. Failures have been logged.
 Result<> recoverProfiles(Switch sw, Where where = std::source_location::current());
 
 // Whether the database is there and can be read, or cannot be told because it is locked.

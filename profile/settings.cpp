@@ -260,7 +260,8 @@ std::string onLines(const Row &row, const std::string &command, const std::strin
     if (row.block)
         return command + "\n" + value + "exit\n";
     if (!row.list)
-        return command + (value == kSettingOn && !std::string_view(row.syntax).ends_with('*') ? "" : " " + value) +
+        return command +
+               (value == kSettingOn && !std::string_view(row.syntax).ends_with('*') ? "" : " " + value) +
                "\n";
     std::string out;
     forEachLine(value, SIZE_MAX, [&](std::string_view line) {
@@ -291,7 +292,9 @@ bool names(const std::string &policyLines, const std::string &classMap) {
 
 Delta deltaOf(const Settings &from, const Settings &to) {
     Delta delta;
-    const auto drop = [&](const std::string &name, const std::string &value) { delta.off.emplace(name, value); };
+    const auto drop = [&](const std::string &name, const std::string &value) {
+        delta.off.emplace(name, value);
+    };
     for (const auto &[name, value] : from)
         if (const auto it = to.find(name); it == to.end() || it->second != value)
             drop(name, value);
@@ -328,9 +331,9 @@ struct Lines {
         else if (scope == Scope::VlanDatabase)
             vlanDatabase += lines;
         else
-            interfaces[name.substr(0, name.find(' ', name.find("lag ") == kInterface.size()
-                                                         ? kInterface.size() + 4
-                                                         : kInterface.size()))] += lines;
+            interfaces[name.substr(
+                0, name.find(' ', name.find("lag ") == kInterface.size() ? kInterface.size() + 4
+                                                                         : kInterface.size()))] += lines;
     }
     // What interfaces use goes after them and comes before them.
     std::string print(bool interfacesFirst) const {

@@ -1,6 +1,7 @@
-// Switch-wide and per-VLAN settings that feature blocks change, as data: each setting has a name, the words of its
-// command, and a value. Scripts and the running configuration are in the same language and are read by the same
-// parser, so what a script writes and what the switch shows can be compared. Pure functions; any thread.
+// Switch-wide and per-VLAN settings that feature blocks change, as data: each setting has a name, the words
+// of its command, and a value. Scripts and the running configuration are in the same language and are read by
+// the same parser, so what a script writes and what the switch shows can be compared. Pure functions; any
+// thread.
 #ifndef PAVO_PROFILE_SETTINGS_H
 #define PAVO_PROFILE_SETTINGS_H
 
@@ -14,12 +15,14 @@
 
 namespace pavo {
 
-// By name: "spanning-tree mode", "set igmp fast-leave 20", "class-map CLASS_VIDEO", "interface 0/5 mvrp". What
-// stands at its default is absent. A setting without a value has kSettingOn; a map or list has its lines.
+// By name: "spanning-tree mode", "set igmp fast-leave 20", "class-map CLASS_VIDEO", "interface 0/5 mvrp".
+// What stands at its default is absent. A setting without a value has kSettingOn; a map or list has its
+// lines.
 using Settings = std::map<std::string, std::string>;
 inline constexpr const char *kSettingOn = "on";
 
-// What a script writes: a value, or nothing where it puts the default back. The last line about a setting decides.
+// What a script writes: a value, or nothing where it puts the default back. The last line about a setting
+// decides.
 using SettingWrites = std::map<std::string, std::optional<std::string>>;
 
 // The words of a line; "..." is one word, in which a backslash stands before what is meant literally.

@@ -53,8 +53,8 @@ Standing standingOf(const AppliedProfiles &profiles) {
             if (owner != &profile && !shared) {
                 if (isFree(vlan))
                     continue;
-                standing.losses.push_back({profile.request.name, "VLAN " + std::to_string(vlan.id.number()),
-                                           owner->request.name});
+                standing.losses.push_back(
+                    {profile.request.name, "VLAN " + std::to_string(vlan.id.number()), owner->request.name});
                 continue;
             }
             for (const IfNum port : vlan.untagged)
@@ -96,9 +96,8 @@ std::vector<ProfileRow> rowsOf(const Standing &standing) {
 }
 
 AppliedProfiles withProfile(AppliedProfiles profiles, AppliedProfile profile, bool last) {
-    const auto known = std::ranges::find_if(profiles, [&](const AppliedProfile &other) {
-        return other.request.name == profile.request.name;
-    });
+    const auto known = std::ranges::find_if(
+        profiles, [&](const AppliedProfile &other) { return other.request.name == profile.request.name; });
     if (known != profiles.end() && !last) {
         *known = std::move(profile);
         return profiles;

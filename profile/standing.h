@@ -1,5 +1,5 @@
-// What the applied profiles amount to when several of them name the same VLAN or port: who has it, and who goes
-// without. Pure functions; any thread.
+// What the applied profiles amount to when several of them name the same VLAN or port: who has it, and who
+// goes without. Pure functions; any thread.
 #ifndef PAVO_PROFILE_STANDING_H
 #define PAVO_PROFILE_STANDING_H
 
@@ -42,10 +42,12 @@ struct Standing {
 // A VLAN of a Kramer profile that may belong to another profile.
 bool isPartnerVlan(const ProfileRequest &request, const ProfileVlanRequest &vlan);
 
-// A VLAN, and the untagged frames of a port, belong to the profile that was applied last of those that name them.
+// A VLAN, and the untagged frames of a port, belong to the profile that was applied last of those that name
+// them.
 Standing standingOf(const AppliedProfiles &profiles);
 
-// The rows that the database has for them, ascending; VLAN 1 has the default profile's when no other one has it.
+// The rows that the database has for them, ascending; VLAN 1 has the default profile's when no other one has
+// it.
 std::vector<ProfileRow> rowsOf(const Standing &standing);
 
 // The list with a profile in place of the one of its name, or at the end: with `last`, in any case there.

@@ -240,6 +240,33 @@ std::optional<std::string> thingOf(const Things &things, const std::string &name
     return it == things.end() ? std::nullopt : std::optional(it->second);
 }
 
+void putThing(Things &things, const std::string &name, const std::optional<std::string> &value) {
+    if (value)
+        things[name] = *value;
+    else
+        things.erase(name);
+}
+
+std::set<std::string> namesOf(std::initializer_list<const Things *> all) {
+    std::set<std::string> names;
+    for (const auto *things : all)
+        for (const auto &[name, value] : *things)
+            names.insert(name);
+    return names;
+}
+
+bool hasVlan(const Things &things, const std::optional<VlanId> &id) {
+    return !id || *id == kDefaultVlan || things.contains(vlanThing(*id));
+}
+
+bool isSetting(const std::string &name) {
+    return parseThingName(name).kind == ThingName::Kind::Setting;
+}
+
+bool isFilter(const std::string &name) {
+    return name.starts_with("ip access-list ") || name.starts_with("mac access-list ");
+}
+
 std::string vlanThing(VlanId id) {
     return std::string(kVlanPrefix) + numberText(id);
 }

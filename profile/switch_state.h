@@ -1,10 +1,11 @@
 // What profile operations change on the switch, as data: VLANs with their names, VLAN membership and MTU of
-// every interface, addresses of VLAN interfaces, and the settings of feature blocks. The same type holds what is observed, what is wanted and
-// what was before. Pure functions on plain values; any thread may call them.
+// every interface, addresses of VLAN interfaces, and the settings of feature blocks. The same type holds what
+// is observed, what is wanted and what was before. Pure functions on plain values; any thread may call them.
 #ifndef PAVO_PROFILE_SWITCH_STATE_H
 #define PAVO_PROFILE_SWITCH_STATE_H
 
 #include <cstdint>
+#include <initializer_list>
 #include <map>
 #include <optional>
 #include <set>
@@ -56,11 +57,17 @@ struct SwitchState {
 // From the text of "show running-config". Lines that are not about the above are passed over.
 SwitchState parseSwitchState(std::string_view runningConfig);
 
-// A state as things with a name and a value each: "vlan 20", "vlan 20 name", "vlan 20 routing", "interface 0/5 pvid",
-// "interface 0/5 mtu", "interface 0/5 vlan 20" (membership: "include", "include tagged", "auto tagged", "exclude",
-// ...), and the settings by their names. What stands at its default is absent.
+// A state as things with a name and a value each: "vlan 20", "vlan 20 name", "vlan 20 routing", "interface
+// 0/5 pvid", "interface 0/5 mtu", "interface 0/5 vlan 20" (membership: "include", "include tagged", "auto
+// tagged", "exclude", ...), and the settings by their names. What stands at its default is absent.
 using Things = std::map<std::string, std::string>;
 std::optional<std::string> thingOf(const Things &things, const std::string &name);
+
+// Nothing takes the thing out.
+void putThing(Things &things, const std::string &name, const std::optional<std::string> &value);
+std::set<std::string> namesOf(std::initializer_list<const Things *> all);
+// Whether a VLAN is there: VLAN 1 is, and so is none at all.
+bool hasVlan(const Things &things, const std::optional<VlanId> &id);
 
 Things thingsOf(const SwitchState &state);
 // The other way; LAG members are none.
@@ -74,6 +81,9 @@ struct ThingName {
     std::optional<VlanId> id{};
 };
 ThingName parseThingName(const std::string &name);
+bool isSetting(const std::string &name);
+// Access lists come from elsewhere: profiles only take them away.
+bool isFilter(const std::string &name);
 std::string vlanThing(VlanId id);
 std::string vlanNameThing(VlanId id);
 std::string routingThing(VlanId id);

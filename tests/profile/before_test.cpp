@@ -28,17 +28,52 @@ class BeforeTest : public ApplyTest {
   protected:
     // What an operator has set up by hand, of everything that profiles touch.
     void configureByHand() {
-        cli({"vlan database", "vlan 77,78", "vlan name 77 \"the \\\"old\\\" one\"", "vlan name 78 guests",
-             "set igmp maxresponse 77 7", "set igmp fast-leave 77", "set mld 77", "exit", "configure",
-             "ip igmp snooping querier query-interval 60", "ipv6 mld snooping", "set igmp querier version 3",
-             "set igmp querier timer expiry 90", "classofservice trust dot1p", "queue cos-map all 5 6",
-             "queue cos-queue strict all 6", "class-map match-all CLASS_VIDEO", "match ip dscp 40", "exit",
-             "class-map match-all CLASS_MDNS", "match dstl4port 5353", "exit", "spanning-tree mode rstp",
-             "spanning-tree mst priority 0 4096", "ptp clock e2e-transparent", "igmp-plus 77",
-             "interface 0/3", "vlan pvid 77", "vlan participation include 77", "mtu 2000", "exit",
-             "interface 0/4", "vlan participation include 78", "vlan tagging 78", "vlan participation exclude 1",
-             "vlan pvid 78", "exit", "interface 0/6", "vlan participation include 77", "vlan tagging 77",
-             "mtu 4000", "exit", "interface vlan 77", "routing", "ip address 10.0.77.1 255.255.255.0", "end"});
+        cli({"vlan database",
+             "vlan 77,78",
+             "vlan name 77 \"the \\\"old\\\" one\"",
+             "vlan name 78 guests",
+             "set igmp maxresponse 77 7",
+             "set igmp fast-leave 77",
+             "set mld 77",
+             "exit",
+             "configure",
+             "ip igmp snooping querier query-interval 60",
+             "ipv6 mld snooping",
+             "set igmp querier version 3",
+             "set igmp querier timer expiry 90",
+             "classofservice trust dot1p",
+             "queue cos-map all 5 6",
+             "queue cos-queue strict all 6",
+             "class-map match-all CLASS_VIDEO",
+             "match ip dscp 40",
+             "exit",
+             "class-map match-all CLASS_MDNS",
+             "match dstl4port 5353",
+             "exit",
+             "spanning-tree mode rstp",
+             "spanning-tree mst priority 0 4096",
+             "ptp clock e2e-transparent",
+             "igmp-plus 77",
+             "interface 0/3",
+             "vlan pvid 77",
+             "vlan participation include 77",
+             "mtu 2000",
+             "exit",
+             "interface 0/4",
+             "vlan participation include 78",
+             "vlan tagging 78",
+             "vlan participation exclude 1",
+             "vlan pvid 78",
+             "exit",
+             "interface 0/6",
+             "vlan participation include 77",
+             "vlan tagging 77",
+             "mtu 4000",
+             "exit",
+             "interface vlan 77",
+             "routing",
+             "ip address 10.0.77.1 255.255.255.0",
+             "end"});
     }
     std::string status() {
         char *text = nullptr;
@@ -94,8 +129,8 @@ TEST_F(BeforeTest, DeletionGivesBackWhatWasSetUpByHand) {
 TEST_F(BeforeTest, WhatWasChangedSinceIsLeftAlone) {
     cli({"configure", "ip igmp snooping querier query-interval 60", "end"});
     applied("A", kDante, {vlanJson(20, 1, "1, 2")});
-    cli({"configure", "ip igmp snooping querier query-interval 45", "spanning-tree mode rstp", "interface 0/2",
-         "mtu 3000", "end"});
+    cli({"configure", "ip igmp snooping querier query-interval 45", "spanning-tree mode rstp",
+         "interface 0/2", "mtu 3000", "end"});
     removed("A");
     EXPECT_TRUE(has("query-interval 45") && has("spanning-tree mode rstp") && has("mtu 3000"));
     EXPECT_FALSE(has("POLICY_AV"));
@@ -123,6 +158,9 @@ TEST_F(BeforeTest, ApplyingAgainRepairsDriftAndFollowsTheTemplate) {
     const auto path = profileTemplatePath(kDante);
     const auto shipped = readFile(path.c_str());
     writeText(path.c_str(), R"({"name": "Audio Dante", "Sonos": true})");
+    applied("Z", "Data", {vlanJson(40, 1, "5")});
+    removed("Z");
+    EXPECT_EQ(whole, config()) << "not by another profile's change";
     ASSERT_EQ(0, apply(request));
     EXPECT_TRUE(has("mst priority 0 28672") && !has("POLICY_AV"));
     writeText(path.c_str(), R"({"name": "Audio Dante"})");
@@ -135,8 +173,8 @@ TEST_F(BeforeTest, FailedChangeLeavesWhatWasSetUpByHand) {
     configureByHand();
     applied("Old", kSonos, {vlanJson(20, 1, "1, 2")});
     const auto from = everything();
-    const auto change = requestJson("New", kDante, {vlanJson(77, 1, "2, 4", "3")},
-                                    std::string(kPtp) + kOverwrite);
+    const auto change =
+        requestJson("New", kDante, {vlanJson(77, 1, "2, 4", "3")}, std::string(kPtp) + kOverwrite);
     const auto etc = requestJson("New", kEtc, {vlanJson(77, 1, "4"), vlanJson(30, 2, "3")});
     for (const auto &request : {change, etc}) {
         for (std::uint64_t n = 1;; ++n) {
@@ -173,7 +211,8 @@ TEST_F(BeforeTest, FailedUndoIsToldToTheUserAndDoneByTheNext) {
     const auto before = config();
     failCall("rpcclt_openapiTxtCfgApply", 2, false);
     const auto told = reason(requestJson("New", kEtc, {vlanJson(30, 1, "2")}));
-    EXPECT_NE(std::string::npos, told.find("could not be taken back: the configuration of the switch")) << told;
+    EXPECT_NE(std::string::npos, told.find("could not be taken back: the configuration of the switch"))
+        << told;
     clearFaults();
     EXPECT_NE(std::string::npos, status().find("\"interrupted\":\ttrue"));
     removed("Old");
@@ -254,8 +293,8 @@ TEST_F(BeforeTest, ClockMtuAndOtherProfiles) {
 
 TEST_F(BeforeTest, LagsOfConnectedEndpointsFollowTheirProfile) {
     applied("L", kLightware, {vlanJson(20, 1, "1, 2, 3")});
-    cli({"vlan database", "vlan 286", "exit", "configure", "interface 0/2", "addport lag 1", "exit", "interface lag 1",
-         "vlan pvid 20", "vlan participation include 20,286", "vlan tagging 286", "end"});
+    cli({"vlan database", "vlan 286", "exit", "configure", "interface 0/2", "addport lag 1", "exit",
+         "interface lag 1", "vlan pvid 20", "vlan participation include 20,286", "vlan tagging 286", "end"});
     const auto joined = config();
     applied("L", kLightware, {vlanJson(20, 1, "1, 2, 3")});
     EXPECT_EQ(joined, config());
@@ -366,8 +405,8 @@ TEST_F(BeforeTest, PlanTellsWhatApplyingDoes) {
     EXPECT_TRUE(lists("vlans", "vlan 30", "absent", "present")) << text;
     EXPECT_TRUE(lists("vlans", "vlan 20 name", "\"A\"", "\"B\"")) << text;
     EXPECT_TRUE(lists("ports", "interface 0/5 pvid", "1", "30")) << text;
-    EXPECT_NE(std::string::npos, printJsonLine(member(json.get(), "taken"))
-                                     .find(R"({"what":"VLAN 20","from":"A","to":"B"})"));
+    EXPECT_NE(std::string::npos,
+              printJsonLine(member(json.get(), "taken")).find(R"({"what":"VLAN 20","from":"A","to":"B"})"));
     // The plan is what happens.
     ASSERT_EQ(0, apply(request));
     EXPECT_NE(std::string::npos, plan(request).find("\"changes\":\tfalse"));

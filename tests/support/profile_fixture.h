@@ -22,13 +22,13 @@ using platform::paths::kAudacConfig;
 using platform::paths::kShureConfig;
 
 inline std::string vlanJson(int id, int role, const std::string &untagged, const std::string &tagged = "",
-                     const std::string &more = "") {
+                            const std::string &more = "") {
     return R"({"vlanId": )" + std::to_string(id) + R"(, "vlanType": )" + std::to_string(role) +
            R"(, "ports": {"untagged": [)" + untagged + R"(], "tagged": [)" + tagged + "]" + more + "}}";
 }
 
 inline std::string requestJson(const std::string &name, const std::string &type,
-                        const std::vector<std::string> &vlans, const std::string &more = "") {
+                               const std::vector<std::string> &vlans, const std::string &more = "") {
     std::string list;
     for (const auto &vlan : vlans)
         list += (list.empty() ? "" : ", ") + vlan;
