@@ -142,7 +142,7 @@ class Targeting {
         dropVlans();
         change_.thingsAfter = change_.things;
         std::erase_if(change_.thingsAfter,
-                      [&](const auto &item) { return !change_.wantedAfter.claims.contains(item.first); });
+                      [&](const auto &item) { return givenUp_.contains(item.first); });
     }
 
   private:
@@ -163,6 +163,8 @@ class Targeting {
                                (known != nullptr && known->profiles.contains(change_.name)) ||
                                thingOf(change_.wantedBefore.things, name) != wanted ||
                                !change_.wantedBefore.claims.contains(name);
+        if (!concerned && known == nullptr)
+            return;  // its template has changed; that waits for a change of the profile
         RecordedThing thing = known != nullptr ? *known : RecordedThing{observed, wanted, observed, {}};
         if (concerned) {
             if (!isInPlace(known, wanted, observed)) {
