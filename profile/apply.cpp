@@ -70,9 +70,9 @@ Result<std::optional<ProfilePlan>> applyProfile(Switch sw, const ProfileConfig &
         return std::unexpected(std::move(checked).error());
     if (config.plan) {
         auto plan = planOf(**change);
-        if (session->record.pending)
+        if (const auto &pending = session->record.pending)
             plan.notKept.push_back(formatText("a change of profile %s was interrupted and is finished first",
-                                              quoteText(session->record.pending->name)));
+                                              quoteText(pending->name)));
         return std::optional(std::move(plan));
     }
     FileSnapshots snapshots;

@@ -39,7 +39,8 @@ std::int32_t profilePlanGet(Switch sw, const char *requestText, char **text) {
     const auto planned = configureProfile(sw, request != nullptr ? printJson(request.get()) : "");
     if (!planned)
         return codeOf(planned);
-    return handOut(planned->has_value() ? printPlan(**planned) : "", text);
+    const auto &plan = *planned;
+    return handOut(plan ? printPlan(*plan) : "", text);
 }
 
 std::int32_t profileStatusGet(Switch sw, char **text) {

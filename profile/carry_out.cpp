@@ -273,8 +273,9 @@ VlanHistory historyOf(VlanId id, const std::map<std::string, RecordedThing> &thi
     if (const auto name = things.find(vlanNameThing(id)); name != things.end())
         history.oldName = name->second.before.value_or("");
     if (const auto routing = things.find(routingThing(id)); routing != things.end()) {
-        const auto state =
-            stateOf(routing->second.before ? Things{{routing->first, *routing->second.before}} : Things{});
+        Things before;
+        putThing(before, routing->first, routing->second.before);
+        const auto state = stateOf(before);
         const auto it = state.routing.find(id);
         history.oldRouting = it == state.routing.end() ? VlanRouting{} : it->second;
     }

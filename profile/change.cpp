@@ -141,8 +141,7 @@ class Targeting {
         leaveLastWord();
         dropVlans();
         change_.thingsAfter = change_.things;
-        std::erase_if(change_.thingsAfter,
-                      [&](const auto &item) { return givenUp_.contains(item.first); });
+        std::erase_if(change_.thingsAfter, [&](const auto &item) { return givenUp_.contains(item.first); });
     }
 
   private:

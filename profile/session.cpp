@@ -163,7 +163,7 @@ Result<> recordAdopted(ProfileSession &session, const std::set<std::string> &nam
             thing.before = thing.shown;
         if (parsed.kind == ThingName::Kind::VlanName && !history.created && !history.oldName.empty())
             thing.before = history.oldName;
-        if (parsed.kind == ThingName::Kind::Routing && history.oldRouting) {
+        if (parsed.kind == ThingName::Kind::Routing && parsed.id && history.oldRouting) {
             SwitchState routed;
             routed.routing[*parsed.id] = *history.oldRouting;
             thing.before = thingOf(thingsOf(routed), name);
@@ -214,7 +214,7 @@ Result<> carryTo(ProfileSession &session, const AppliedProfiles &goal, const std
 }
 
 Result<> finishInterrupted(ProfileSession &session, const ProfileLock &held) {
-    const auto pending = *session.record.pending;
+    const auto pending = session.record.pending.value_or(PendingChange{});
     if (!pending.undo) {
         logWarn(session.where, "[%s:%d] a change of profile '%s' was interrupted and is finished first\n",
                 pending.name);

@@ -18,63 +18,61 @@ enum class Scope : std::uint8_t { Global, VlanDatabase, Interface };
 
 // "#" is an argument that belongs to the name, "*" at the end is the value. A name is what stands before "*".
 struct Row {
-    Scope scope;
     const char *syntax;
     const char *no = nullptr;  // the command that puts the default back, when it is not "no " and the name;
                                // "*" stands for the value that the setting has
-    bool defaultOn = false;    // on unless the configuration says no
-    bool block = false;        // followed by lines up to its "exit", which are its value
-    bool list = false;         // one line for each of several values
+    Scope scope = Scope::Global;
+    bool defaultOn = false;  // on unless the configuration says no
+    bool block = false;      // followed by lines up to its "exit", which are its value
+    bool list = false;       // one line for each of several values
 };
 
 // In the order in which settings are put into force; some rest on those before.
 constexpr Row kRows[] = {
-    {.scope = Scope::Global, .syntax = "class-map match-all #", .no = "no class-map #", .block = true},
-    {.scope = Scope::Global, .syntax = "policy-map # in", .no = "no policy-map #", .block = true},
-    {.scope = Scope::Global, .syntax = "service-policy in *", .no = "no service-policy in *"},
-    {.scope = Scope::Global, .syntax = "classofservice trust *", .no = "no classofservice trust"},
-    {.scope = Scope::Global, .syntax = "queue cos-map all *", .no = "no queue cos-map all", .list = true},
-    {.scope = Scope::Global,
-     .syntax = "queue cos-queue strict all *",
-     .no = "no queue cos-queue strict all *"},
-    {.scope = Scope::Global, .syntax = "ip access-list #", .block = true},
-    {.scope = Scope::Global, .syntax = "mac access-list extended #", .block = true},
-    {.scope = Scope::Global, .syntax = "spanning-tree mode *"},
-    {.scope = Scope::Global, .syntax = "spanning-tree mst priority 0 *"},
-    {.scope = Scope::Global, .syntax = "spanning-tree vlan # hello-time *"},
-    {.scope = Scope::Global, .syntax = "spanning-tree vlan # forward-time *"},
-    {.scope = Scope::Global, .syntax = "spanning-tree vlan # max-age *"},
-    {.scope = Scope::Global, .syntax = "ip igmp snooping querier query-interval *"},
-    {.scope = Scope::Global, .syntax = "set igmp querier version *"},
-    {.scope = Scope::Global, .syntax = "set igmp querier timer expiry *"},
-    {.scope = Scope::Global, .syntax = "ipv6 mld snooping"},
-    {.scope = Scope::Global, .syntax = "igmp-plus #"},
-    {.scope = Scope::Global, .syntax = "ptp clock e2e-transparent"},
-    {.scope = Scope::Global, .syntax = "dot1as"},
-    {.scope = Scope::Global, .syntax = "mvrp"},
-    {.scope = Scope::Global, .syntax = "mvrp periodic state machine"},
-    {.scope = Scope::Global, .syntax = "mvrp include factory-default-vlan", .defaultOn = true},
-    {.scope = Scope::Global, .syntax = "mmrp"},
-    {.scope = Scope::Global, .syntax = "mmrp periodic state machine"},
-    {.scope = Scope::Global, .syntax = "msrp"},
-    {.scope = Scope::VlanDatabase, .syntax = "set igmp fast-leave #"},
-    {.scope = Scope::VlanDatabase, .syntax = "set igmp flood-report #"},
-    {.scope = Scope::VlanDatabase, .syntax = "set igmp exclude-mrouter-intf #"},
-    {.scope = Scope::VlanDatabase, .syntax = "set igmp proxy-querier #"},
-    {.scope = Scope::VlanDatabase, .syntax = "set igmp querier election participate #"},
-    {.scope = Scope::VlanDatabase, .syntax = "set igmp maxresponse # *"},
-    {.scope = Scope::VlanDatabase, .syntax = "set igmp groupmembership-interval # *"},
-    {.scope = Scope::VlanDatabase, .syntax = "set igmp mcrtrexpiretime # *"},
-    {.scope = Scope::VlanDatabase, .syntax = "set mld #"},
-    {.scope = Scope::VlanDatabase, .syntax = "set mld proxy-querier #"},
-    {.scope = Scope::Interface, .syntax = "service-policy in *", .no = "no service-policy in *"},
-    {.scope = Scope::Interface, .syntax = "mvrp"},
-    {.scope = Scope::Interface, .syntax = "mmrp"},
-    {.scope = Scope::Interface, .syntax = "msrp"},
-    {.scope = Scope::Interface, .syntax = "dot1as"},
-    {.scope = Scope::Interface, .syntax = "mrp jointime *"},
-    {.scope = Scope::Interface, .syntax = "mrp leavetime *"},
-    {.scope = Scope::Interface, .syntax = "mrp leavealltime *"},
+    {.syntax = "class-map match-all #", .no = "no class-map #", .block = true},
+    {.syntax = "policy-map # in", .no = "no policy-map #", .block = true},
+    {.syntax = "service-policy in *", .no = "no service-policy in *"},
+    {.syntax = "classofservice trust *", .no = "no classofservice trust"},
+    {.syntax = "queue cos-map all *", .no = "no queue cos-map all", .list = true},
+    {.syntax = "queue cos-queue strict all *", .no = "no queue cos-queue strict all *"},
+    {.syntax = "ip access-list #", .block = true},
+    {.syntax = "mac access-list extended #", .block = true},
+    {.syntax = "spanning-tree mode *"},
+    {.syntax = "spanning-tree mst priority 0 *"},
+    {.syntax = "spanning-tree vlan # hello-time *"},
+    {.syntax = "spanning-tree vlan # forward-time *"},
+    {.syntax = "spanning-tree vlan # max-age *"},
+    {.syntax = "ip igmp snooping querier query-interval *"},
+    {.syntax = "set igmp querier version *"},
+    {.syntax = "set igmp querier timer expiry *"},
+    {.syntax = "ipv6 mld snooping"},
+    {.syntax = "igmp-plus #"},
+    {.syntax = "ptp clock e2e-transparent"},
+    {.syntax = "dot1as"},
+    {.syntax = "mvrp"},
+    {.syntax = "mvrp periodic state machine"},
+    {.syntax = "mvrp include factory-default-vlan", .defaultOn = true},
+    {.syntax = "mmrp"},
+    {.syntax = "mmrp periodic state machine"},
+    {.syntax = "msrp"},
+    {.syntax = "set igmp fast-leave #", .scope = Scope::VlanDatabase},
+    {.syntax = "set igmp flood-report #", .scope = Scope::VlanDatabase},
+    {.syntax = "set igmp exclude-mrouter-intf #", .scope = Scope::VlanDatabase},
+    {.syntax = "set igmp proxy-querier #", .scope = Scope::VlanDatabase},
+    {.syntax = "set igmp querier election participate #", .scope = Scope::VlanDatabase},
+    {.syntax = "set igmp maxresponse # *", .scope = Scope::VlanDatabase},
+    {.syntax = "set igmp groupmembership-interval # *", .scope = Scope::VlanDatabase},
+    {.syntax = "set igmp mcrtrexpiretime # *", .scope = Scope::VlanDatabase},
+    {.syntax = "set mld #", .scope = Scope::VlanDatabase},
+    {.syntax = "set mld proxy-querier #", .scope = Scope::VlanDatabase},
+    {.syntax = "service-policy in *", .no = "no service-policy in *", .scope = Scope::Interface},
+    {.syntax = "mvrp", .scope = Scope::Interface},
+    {.syntax = "mmrp", .scope = Scope::Interface},
+    {.syntax = "msrp", .scope = Scope::Interface},
+    {.syntax = "dot1as", .scope = Scope::Interface},
+    {.syntax = "mrp jointime *", .scope = Scope::Interface},
+    {.syntax = "mrp leavetime *", .scope = Scope::Interface},
+    {.syntax = "mrp leavealltime *", .scope = Scope::Interface},
 };
 
 // Other spellings of commands, as scripts use them.
@@ -201,10 +199,8 @@ class Reader {
             block_ = name;
             blockLines_.clear();
             depth_ = 0;
-        } else if (row.list && writes_[name])
-            *writes_[name] += value + "\n";
-        else
-            writes_[name] = row.list ? value + "\n" : value;
+        } else
+            writes_[name] = row.list ? writes_[name].value_or("") + value + "\n" : value;
     }
 
     Scope scope_ = Scope::Global;
@@ -339,8 +335,8 @@ struct Lines {
     std::string print(bool interfacesFirst) const {
         std::string out;
         for (const auto &[interface, lines] : interfaces)
-            out += interface + "\n" + lines + "exit\n";
-        out = interfacesFirst ? out + global : global + out;
+            out.append(interface).append("\n").append(lines).append("exit\n");
+        out.insert(interfacesFirst ? out.size() : 0, global);
         out = out.empty() ? "" : "config\n" + out + "exit\n";
         return vlanDatabase.empty() ? out : out + "vlan database\n" + vlanDatabase + "exit\n";
     }

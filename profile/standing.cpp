@@ -90,6 +90,7 @@ std::vector<ProfileRow> rowsOf(const Standing &standing) {
                         .color = profile->request.color};
     }
     std::vector<ProfileRow> out;
+    out.reserve(rows.size());
     for (auto &[id, row] : rows)
         out.push_back(std::move(row));
     return out;

@@ -341,15 +341,16 @@ SwitchState stateOf(const Things &things) {
     using Kind = ThingName::Kind;
     for (const auto &[name, value] : things) {
         const auto thing = parseThingName(name);
+        const VlanId id = thing.id.value_or(kDefaultVlan);
         switch (thing.kind) {
             case Kind::Vlan:
-                state.vlans.try_emplace(*thing.id);
+                state.vlans.try_emplace(id);
                 break;
             case Kind::VlanName:
-                state.vlans[*thing.id] = value;
+                state.vlans[id] = value;
                 break;
             case Kind::Routing:
-                state.routing[*thing.id] = parseRoutingText(value);
+                state.routing[id] = parseRoutingText(value);
                 break;
             case Kind::Pvid:
                 state.interfaces[thing.interface].pvid = vlanOf(value).value_or(kDefaultVlan);
@@ -359,7 +360,7 @@ SwitchState stateOf(const Things &things) {
                 break;
             case Kind::Membership:
                 if (thing.id)
-                    putMembership(value, *thing.id, state.interfaces[thing.interface]);
+                    putMembership(value, id, state.interfaces[thing.interface]);
                 break;
             case Kind::Setting:
                 state.settings[name] = value;

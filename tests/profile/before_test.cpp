@@ -162,7 +162,7 @@ TEST_F(BeforeTest, ApplyingAgainRepairsDriftAndFollowsTheTemplate) {
     removed("Z");
     EXPECT_EQ(whole, config()) << "not by another profile's change";
     ASSERT_EQ(0, apply(request));
-    EXPECT_TRUE(has("mst priority 0 28672") && !has("POLICY_AV")) ;
+    EXPECT_TRUE(has("mst priority 0 28672") && !has("POLICY_AV"));
     writeText(path.c_str(), R"({"name": "Audio Dante"})");
     removed("A");
     EXPECT_EQ(before, config()) << "what a template said when the profile came, goes with it";
