@@ -262,6 +262,24 @@ std::vector<TextLine> takenLines(const std::vector<Loss> &taken) {
 
 // --- the page
 
+constexpr std::size_t kLineMax = 100;
+
+// A text that is too long for its column goes on in the next line, after a comma.
+std::string wrapped(std::string_view text, std::size_t column) {
+    const auto width = kLineMax - std::min(column, kLineMax / 2);
+    std::string out;
+    while (text.size() > width) {
+        auto comma = text.rfind(", ", width - 1);
+        if (comma == std::string_view::npos)
+            comma = text.find(", ");
+        if (comma == std::string_view::npos)
+            break;
+        out += std::string(text.substr(0, comma + 1)) + "\n" + std::string(column, ' ');
+        text.remove_prefix(comma + 2);
+    }
+    return out + std::string(text);
+}
+
 void addGroup(std::string &text, std::size_t indent, const char *heading, std::span<const TextLine> lines) {
     if (lines.empty())
         return;
@@ -269,10 +287,11 @@ void addGroup(std::string &text, std::size_t indent, const char *heading, std::s
     std::size_t width = 0;
     for (const auto &line : lines)
         width = std::max(width, line.subject.size());
+    const auto column = width == 0 ? 0 : width + 2;
     text += margin + heading + "\n";
     for (const auto &[subject, change] : lines)
-        text += margin + "  " + printable(subject) +
-                (width == 0 ? "" : std::string(width - subject.size() + 2, ' ')) + printable(change) + "\n";
+        text += margin + "  " + printable(subject) + std::string(column - subject.size(), ' ') +
+                wrapped(printable(change), indent + 2 + column) + "\n";
 }
 
 }  // namespace

@@ -21,7 +21,7 @@ namespace pavo::ctl {
 //     Taken
 //       VLAN 20, port 2 from "Hall"
 //
-// "nothing would change" when nothing would.
+// Long ones go on in the next line. "nothing would change" when nothing would.
 std::string planText(const ProfilePlan &plan, std::size_t indent = 0);
 
 bool isAsApplied(const ProfileStatus &status);

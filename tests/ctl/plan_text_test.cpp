@@ -55,6 +55,15 @@ Note
   mmrp stays at on: it was changed since.
 )");
     EXPECT_EQ(planText({}, 2), "  nothing would change\n");
+
+    plan = {};
+    for (char c = 'A'; c <= 'P'; ++c)
+        plan.switchWide.push_back({std::string("class-map match-all CLASS_") + c, "default", "(1 lines)"});
+    plan.switchWide.push_back({"hostname", "default", std::string(100, 'x')});
+    EXPECT_EQ(planText(plan), "Switch-wide\n  hostname    default -> " + std::string(100, 'x') + R"(
+  class maps  new: CLASS_A, CLASS_B, CLASS_C, CLASS_D, CLASS_E, CLASS_F, CLASS_G, CLASS_H, CLASS_I,
+              CLASS_J, CLASS_K, CLASS_L, CLASS_M, CLASS_N, CLASS_O, CLASS_P
+)") << "long ones go on in the next line";
     plan = {};
     plan.notKept = {"a change was interrupted"};
     EXPECT_EQ(planText(plan), "nothing would change\nNote\n  a change was interrupted\n");

@@ -5,6 +5,7 @@
 
 #include "common/json.h"
 #include "profile/record.h"
+#include "store/profile_types.h"
 #include "tests/support/profile_fixture.h"
 
 namespace {
