@@ -6,6 +6,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <type_traits>
 
 #include "common/log.h"
 #include "common/text.h"
@@ -22,8 +23,8 @@ constexpr int kExitUsage = 2;
 constexpr int kExitNoSwitch = 3;
 
 constexpr const char *kFooter =
-    "Exit status: 0 done, 1 refused or failed (with the result code and the reason), 2 wrong usage,\n"
-    "3 the switch cannot be reached.\n\n"
+    "Exit status: 0 done, 1 refused or failed (with the result code and the reason), or a profile is not\n"
+    "as it was applied ('profile status'), 2 wrong usage, 3 the switch cannot be reached.\n\n"
     "A first profile:\n"
     "  pavoctl profile types\n"
     "  pavoctl profile apply --name Stage --type \"Audio Dante\" --vlan \"20 untagged=1-8 tagged=48\"\n"
@@ -46,12 +47,22 @@ class CommandLine {
     int exit(const CLI::ParseError &error) const { return app_.exit(error); }
 
     const Output &output() const { return output_; }
-    void run(Switch sw) const { command_(sw); }
+    // The exit status.
+    int run(Switch sw) const { return command_(sw); }
 
   private:
     template <class Run>
     CLI::App &addCommand(CLI::App &group, const char *name, const char *help, Run run) {
-        return *group.add_subcommand(name, help)->callback([this, run] { command_ = run; });
+        return *group.add_subcommand(name, help)->callback([this, run] {
+            command_ = [run](Switch sw) {
+                if constexpr (std::is_void_v<decltype(run(sw))>) {
+                    run(sw);
+                    return 0;
+                } else {
+                    return run(sw);
+                }
+            };
+        });
     }
 
     void addProfile(CLI::App &profile);
@@ -62,7 +73,7 @@ class CommandLine {
     std::string name_;
     std::uint32_t id_ = 0;
     ApplyOptions options_;
-    std::function<void(Switch)> command_;
+    std::function<int(Switch)> command_;
 };
 
 void CommandLine::addProfile(CLI::App &profile) {
@@ -76,7 +87,13 @@ void CommandLine::addProfile(CLI::App &profile) {
                [this](Switch sw) { showProfile(sw, output_, name_); })
         .add_option("name", name_)
         ->required();
-    addCommand(profile, "delete", "Delete a profile; its ports fall back to VLAN 1",
+    addCommand(
+        profile, "status",
+        "Whether profiles are as they were applied, and what applying them again would repair; exit status\n"
+        "1 when one is not",
+        [this](Switch sw) { return showStatus(sw, output_, name_) ? 0 : kExitFailed; })
+        .add_option("name", name_, "Only this one");
+    addCommand(profile, "delete", "Delete a profile; what it changed is what it was before",
                [this](Switch sw) { deleteProfile(sw, output_, name_); })
         .add_option("name", name_)
         ->required();
@@ -97,7 +114,8 @@ void CommandLine::addProfile(CLI::App &profile) {
               "theirs; ROLE for example 2 control, 3 audio"),
           &color, &ptp})
         file.excludes(option);
-    apply.add_flag("--overwrite", options_.overwrite, "Replace conflicting configuration");
+    apply.add_flag("--overwrite", options_.overwrite,
+                   "Take VLANs and ports from other profiles; replace the one of this name");
     apply.add_flag("--force", options_.force, "Adapt the type to what the switch supports");
     apply.add_flag("--plan", options_.plan, "Only tell what would change");
 }
@@ -119,7 +137,7 @@ int runCommand(const CommandLine &line) {
         return kExitNoSwitch;
     }
     try {
-        line.run(client.get());
+        return line.run(client.get());
     } catch (const CLI::Error &e) {
         std::fprintf(stderr, "pavoctl: %s\n", e.what());
         return kExitUsage;
@@ -130,7 +148,6 @@ int runCommand(const CommandLine &line) {
                      printable(messageOf(failure)).c_str());
         return kExitFailed;
     }
-    return 0;
 }
 
 int run(int argc, char **argv) {

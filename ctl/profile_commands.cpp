@@ -1,9 +1,13 @@
 #include "ctl/profile_commands.h"
 
 #include <algorithm>
+#include <cstdio>
+#include <vector>
 
 #include "common/text.h"
+#include "ctl/plan_text.h"
 #include "ctl/port_list.h"
+#include "profile/apply.h"
 #include "profile/configure.h"
 #include "profile/feature_mask_ops.h"
 #include "profile/list.h"
@@ -40,7 +44,7 @@ std::string idsOf(const ListedProfile &profile) {
     std::string ids;
     for (const auto &vlan : profile.vlans)
         ids += (ids.empty() ? "" : ",") + std::to_string(vlan.row.id);
-    return ids;
+    return ids.empty() ? "-" : ids;
 }
 
 // The members of all VLANs of a profile.
@@ -68,7 +72,8 @@ Row rowOf(const ListedProfile &profile) {
             idsOf(profile),
             portListOf(members.untaggedPorts, members.untaggedLags),
             portListOf(members.taggedPorts, members.taggedLags),
-            profile.color};
+            profile.color,
+            profile.incomplete.empty() ? "complete" : "incomplete"};
 }
 
 Row rowOf(const ListedVlan &vlan) {
@@ -127,7 +132,7 @@ void listProfiles(Switch sw, const Output &output) {
     rows.reserve(profiles.size());
     for (const auto &profile : profiles)
         rows.push_back(rowOf(profile));
-    output.printTable({"PROFILE", "TYPE", "VLANS", "UNTAGGED", "TAGGED", "COLOUR"}, rows);
+    output.printTable({"PROFILE", "TYPE", "VLANS", "UNTAGGED", "TAGGED", "COLOUR", "STATE"}, rows);
 }
 
 void showProfile(Switch sw, const Output &output, const std::string &name) {
@@ -140,6 +145,8 @@ void showProfile(Switch sw, const Output &output, const std::string &name) {
         return;
     }
     output.printHeading(profile->name, profile->profileType);
+    if (!profile->incomplete.empty())
+        output.printHeading("incomplete:", lossesText(profile->incomplete));
     std::vector<Row> rows;
     for (const auto &vlan : profile->vlans)
         rows.push_back(rowOf(vlan));
@@ -147,8 +154,33 @@ void showProfile(Switch sw, const Output &output, const std::string &name) {
 }
 
 void applyProfile(Switch sw, const Output &output, const ApplyOptions &options) {
-    require(configureProfile(sw, requestOf(sw, options)));
-    output.printDone("applied");
+    const auto plan = require(configureProfile(sw, requestOf(sw, options)));
+    if (!plan)
+        output.printDone("applied");
+    else if (output.json)
+        printEnvelope(ResultCode::Success, "plan", printPlan(*plan).c_str());
+    else
+        std::fputs(planText(*plan).c_str(), stdout);
+}
+
+bool showStatus(Switch sw, const Output &output, const std::string &name) {
+    auto profiles = require(readProfileStatus(sw), kNoProfiles);
+    if (!name.empty()) {
+        std::erase_if(profiles,
+                      [&](const ProfileStatus &status) { return status.name != cutProfileName(name); });
+        if (profiles.empty())
+            throw Failure{ResultCode::NotExist, "no profile " + quoteText(name) + " has been applied"};
+    }
+    if (output.json) {
+        printEnvelope(ResultCode::Success, "profileStatus", printStatus(profiles).c_str());
+    } else {
+        for (const auto &status : profiles) {
+            output.printHeading(status.name, stateText(status));
+            if (!status.repair.empty())
+                std::fputs(planText(status.repair, 2).c_str(), stdout);
+        }
+    }
+    return std::ranges::all_of(profiles, isAsApplied);
 }
 
 void deleteProfile(Switch sw, const Output &output, const std::string &name) {

@@ -1,8 +1,11 @@
 #include "profile/list.h"
 
+#include <sqlite3.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <filesystem>
+#include <iterator>
 #include <map>
 #include <span>
 #include <system_error>
@@ -12,6 +15,9 @@
 #include "common/log.h"
 #include "common/text.h"
 #include "platform/paths.h"
+#include "profile/feature_needs.h"
+#include "profile/record.h"
+#include "store/profile_types.h"
 
 namespace pavo {
 namespace {
@@ -114,13 +120,41 @@ bool hasDatabase() {
     return error ? error != std::errc::no_such_file_or_directory : size > 0;
 }
 
-Result<std::vector<ProfileRow>> readRows(const Where &where) {
+// What there is where the database does not tell: VLANs by the record of what was applied.
+struct Known {
+    std::vector<ProfileRow> rows;  // ascending
+    bool lost = false;             // the database
+};
+
+bool isDamage(SqliteCode code) {
+    return code == SqliteCode{SQLITE_CORRUPT} || code == SqliteCode{SQLITE_NOTADB};
+}
+
+// A database that is damaged is as good as lost, where something is known without it.
+Result<Known> readRows(const ProfileRecord &record, const Where &where) {
     if (!hasDatabase())
-        return std::vector{defaultProfileRow()};
+        return Known{{}, true};
     auto rows = readProfileRows(where);
-    if (!rows)
-        return failed(ResultCode::Failed, "the profile database cannot be read");
-    return std::move(*rows);
+    if (rows)
+        return Known{std::move(*rows), false};
+    if (isDamage(rows.error().code) && !record.profiles.empty())
+        return Known{{}, true};
+    return failed(ResultCode::Failed, "the profile database cannot be read");
+}
+
+// Rows that the database lacks: all of them when it was lost, otherwise those of VLANs that are still there. The
+// row that every database begins with says nothing about who has VLAN 1.
+void addRecorded(const Standing &standing, const Vlans &vlans, Known &known) {
+    for (auto &row : rowsOf(standing)) {
+        const auto id = row.vlan();
+        const auto *const present = findProfileRow(known.rows, row.id);
+        if (present != nullptr ? *present != defaultProfileRow()
+                               : !known.lost && (!id || !vlans.contains(*id)))
+            continue;
+        std::erase_if(known.rows, [&](const ProfileRow &other) { return other.id == row.id; });
+        known.rows.push_back(std::move(row));
+        std::ranges::sort(known.rows, {}, &ProfileRow::id);
+    }
 }
 
 ListedVlan listVlan(const ProfileRow &row, ListDetails details, const Vlans &vlans) {
@@ -138,14 +172,38 @@ ListedVlan listVlan(const ProfileRow &row, ListDetails details, const Vlans &vla
     return listed;
 }
 
-// The profile of that name, made when its first VLAN comes.
-ListedProfile &profileOf(const ProfileRow &row, std::vector<ListedProfile> &profiles) {
-    const auto known = std::find_if(profiles.begin(), profiles.end(), [&](const ListedProfile &profile) {
-        return profile.name == row.profileName;
-    });
+// The profile of that name, made when there is none yet.
+ListedProfile &profileOf(const std::string &name, const std::string &profileType, const std::string &color,
+                         std::vector<ListedProfile> &profiles) {
+    const auto known = std::ranges::find(profiles, name, &ListedProfile::name);
     if (known != profiles.end())
         return *known;
-    return profiles.emplace_back(ListedProfile{row.profileName, row.profileType, row.color, {}});
+    return profiles.emplace_back(ListedProfile{name, profileType, color, {}});
+}
+
+// Whether a profile has no VLAN of its own left, so that no row tells of it. VLAN 1 under the default profile is
+// anybody's, and a profile of nothing else has lost nothing.
+bool isWithoutVlans(const ProfileRequest &request, const Standing &standing) {
+    const auto has = [&](const PlacedVlan &placed) {
+        return placed.profile->request.name == request.name && !placed.shared;
+    };
+    const auto isOwn = [](const ProfileVlanRequest &vlan) {
+        return vlan.id != kDefaultVlan || vlan.profileType != PROFILE_TYPE_NAME_DEFAULT;
+    };
+    return std::ranges::none_of(standing.vlans, has) && std::ranges::any_of(request.vlans, isOwn);
+}
+
+// What the record knows beyond the rows.
+void addIncomplete(const AppliedProfiles &applied, const Standing &standing,
+                   std::vector<ListedProfile> &profiles) {
+    auto losses = standing.losses;
+    static_cast<void>(readFeatureNeeds(standing, &losses));
+    for (const auto &[request, document] : applied)
+        if (isWithoutVlans(request, standing))
+            profileOf(request.name, request.profileType, request.color, profiles);
+    for (auto &profile : profiles)
+        std::ranges::copy_if(losses, std::back_inserter(profile.incomplete),
+                             [&](const Loss &loss) { return loss.loser == profile.name; });
 }
 
 // --- JSON
@@ -201,21 +259,37 @@ JsonPtr profileJson(const ListedProfile &profile) {
     cJSON *const vlans = cJSON_AddArrayToObject(object.get(), "vlans");
     for (const auto &vlan : profile.vlans)
         append(vlans, vlanJson(vlan));
+    if (profile.incomplete.empty())
+        return object;
+    cJSON *const losses = cJSON_AddArrayToObject(object.get(), "incomplete");
+    for (const auto &loss : profile.incomplete) {
+        JsonPtr item(cJSON_CreateObject());
+        addText(item.get(), "what", loss.what);
+        addText(item.get(), "to", loss.taker);
+        append(losses, std::move(item));
+    }
     return object;
 }
 
 }  // namespace
 
 Result<std::vector<ListedProfile>> readProfiles(Switch sw, ListDetails details, Where where) {
-    const auto rows = readRows(where);
-    if (!rows)
-        return std::unexpected(rows.error());
+    const auto record = readProfileRecord(where);
+    if (!record)
+        return std::unexpected(record.error());
+    auto known = readRows(*record, where);
+    if (!known)
+        return std::unexpected(known.error());
     const auto vlans = readVlans(sw, details, where);
     if (!vlans)
         return std::unexpected(vlans.error());
+    const auto standing = standingOf(record->profiles);
+    addRecorded(standing, *vlans, *known);
     std::vector<ListedProfile> profiles;
-    for (const auto &row : *rows)
-        profileOf(row, profiles).vlans.push_back(listVlan(row, details, *vlans));
+    for (const auto &row : known->rows)
+        profileOf(row.profileName, row.profileType, row.color, profiles)
+            .vlans.push_back(listVlan(row, details, *vlans));
+    addIncomplete(record->profiles, standing, profiles);
     return profiles;
 }
 

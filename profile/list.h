@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "common/result.h"
+#include "profile/standing.h"
 #include "store/profile_db.h"
 #include "store/vlan_settings.h"
 #include "swapi/switch.h"
@@ -26,22 +27,24 @@ struct ListedVlan {
 
 struct ListedProfile {
     std::string name, profileType, color;  // those of its lowest VLAN
-    std::vector<ListedVlan> vlans;         // ascending; never empty
+    std::vector<ListedVlan> vlans;         // ascending; empty when other profiles have taken all of them
+    std::vector<Loss> incomplete{};        // what it goes without, because another profile has it
 };
 
 // How much is listed for each VLAN.
 enum class ListDetails { Brief, Full };
 
-// In the order of their lowest VLANs. Where no database has been made yet there is the default profile alone;
-// none is made. Failed, with a human-readable reason, when the database or the switch cannot be read: a list
+// In the order of their lowest VLANs, those without VLANs last. Where the database has been lost, the record of
+// what was applied stands in for it; where there is neither, there is the default profile alone. No database is
+// made. Failed, with a human-readable reason, when the database, the record or the switch cannot be read: a list
 // with holes would look as if something had gone.
 Result<std::vector<ListedProfile>> readProfiles(Switch sw, ListDetails details,
                                                 Where where = std::source_location::current());
 
 // A profile as JSON: {"name", "profileType", "color", "vlans": [{"vlanId", "vlanType", "profileType",
-// "exists"}, ...]}, and with full details also "vlanName", "ports" {"untagged", "tagged"} (interface numbers)
-// and "lags" {"untagged", "tagged"} (LAG numbers) for a VLAN that exists, and "ptpTc" and "assignedPort"
-// where the profile's request named them. Well-formed UTF-8; empty when memory runs out.
+// "exists"}, ...]}, "incomplete": [{"what", "to"}, ...] when it goes without something, and with full details also "vlanName", "ports" {"untagged", "tagged"} (interface numbers)
+// and "lags" {"untagged", "tagged"} (LAG numbers) for a VLAN that exists, and "ptpTc" and "assignedPort" where
+// the profile's request named them. Well-formed UTF-8; empty when memory runs out.
 std::string printProfile(const ListedProfile &profile);
 std::string printProfiles(const std::vector<ListedProfile> &profiles);
 

@@ -26,9 +26,9 @@ _pavoctl() {
     local IFS=$'\n'
     case "$command/$sub" in
         /) words=$'profile\nvlan\n--json\n--help' ;;
-        profile/) words=$'types\ntemplates\nlist\nshow\napply\ndelete\n--help' ;;
+        profile/) words=$'types\ntemplates\nlist\nshow\nstatus\napply\ndelete\n--help' ;;
         vlan/) words=$'list\nshow\n--help' ;;
-        profile/show | profile/delete)
+        profile/show | profile/status | profile/delete)
             words=$("${COMP_WORDS[0]}" --json profile list 2>/dev/null |
                 sed -n 's/^\t\t\t"name":\t"\(.*\)",$/\1/p')
             ;;

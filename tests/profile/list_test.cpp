@@ -4,17 +4,14 @@
 #include <gtest/gtest.h>
 
 #include "common/json.h"
-#include "profile/apply_ops.h"
-#include "profile/list_ops.h"
-#include "store/profile_db.h"
-#include "tests/support/switch_fixture.h"
+#include "profile/record.h"
+#include "store/profile_types.h"
+#include "tests/support/profile_fixture.h"
 
 namespace {
 
 using namespace pavo;
-using test_support::exists;
-using test_support::SwitchTest;
-using test_support::writeText;
+using namespace test_support;
 
 constexpr const char *kDatabase = platform::paths::kProfileDb;
 
@@ -93,6 +90,77 @@ TEST_F(ProfileListTest, WhateverTheDatabaseHoldsTheListIsReadable) {
     const auto text = printProfiles(*profiles);
     EXPECT_NE(text.find("\"Da?ta\""), std::string::npos);
     EXPECT_EQ(profileDelete(&client, (R"({"name": ")" + cut + "\u00fc and more\"}").c_str()), 0);
+}
+
+class ListOfAppliedTest : public ApplyTest {
+  protected:
+    // "A: 20 21; B:" and what each goes without.
+    std::string listed() {
+        const auto profiles = readProfiles(&client, ListDetails::Brief);
+        std::string text;
+        for (const auto &profile : profiles.value_or(std::vector<ListedProfile>{})) {
+            text += (text.empty() ? "" : "; ") + profile.name + ":";
+            for (const auto &vlan : profile.vlans)
+                text += " " + std::to_string(vlan.row.id);
+            for (const auto &loss : profile.incomplete)
+                text += " -" + loss.what + ">" + loss.taker;
+        }
+        return profiles ? text : profiles.error().reason;
+    }
+    static void lose(const char *path) { fs::remove(platform::fsPath(path)); }
+};
+
+TEST_F(ListOfAppliedTest, WhoLostSomethingToAnotherProfileIsIncomplete) {
+    constexpr const char *kOverwrite = R"(, "overwrite": true)";
+    applied("A", "Video", {vlanJson(20, 1, "1, 2"), vlanJson(21, 2, "3")});
+    EXPECT_EQ(printProfiles(*readProfiles(&client, ListDetails::Full)).find("incomplete"), std::string::npos);
+    applied("B", "Data", {vlanJson(20, 1, "5"), vlanJson(30, 1, "3")}, kOverwrite);
+    EXPECT_EQ(listed(), "Default: 1; B: 20 30; A: 21 -VLAN 20>B -port 3>B");
+    // One that has lost all of its VLANs is still there.
+    applied("C", "Data", {vlanJson(21, 1, "7")}, kOverwrite);
+    EXPECT_EQ(listed(), "Default: 1; B: 20 30; C: 21; A: -VLAN 20>B -VLAN 21>C");
+    const auto profiles = *readProfiles(&client, ListDetails::Full);
+    const JsonPtr json(cJSON_Parse(printProfile(profiles.back()).c_str()));
+    EXPECT_EQ(printJsonLine(json.get()),
+              R"({"name":"A","profileType":"Video","color":"#081855","vlans":[],)"
+              R"("incomplete":[{"what":"VLAN 20","to":"B"},{"what":"VLAN 21","to":"C"}]})");
+    removed("B");
+    EXPECT_EQ(listed(), "Default: 1; A: 20 -VLAN 21>C; C: 21");
+    removed("C");
+    EXPECT_EQ(listed(), "Default: 1; A: 20 21");
+    applied("P", "Audio Dante", {vlanJson(40, 1, "8")}, R"(, "ptp": true)");
+    applied("V", "Audio Video AVB", {vlanJson(41, 1, "9")}, kOverwrite);
+    EXPECT_EQ(listed(), "Default: 1; A: 20 21; P: 40 -PTP transparent clock>V; V: 41");
+    // A partner's VLAN that belongs to somebody else leaves a profile without a row, but not without anything.
+    applied("K", PROFILE_TYPE_NAME_KRAMER, {vlanJson(40, 7, "10")});
+    EXPECT_EQ(listed(), "Default: 1; A: 20 21; P: 40 -PTP transparent clock>V; V: 41; K:");
+}
+
+TEST_F(ListOfAppliedTest, TheRecordStandsInForALostDatabase) {
+    applied("A", "Video", {vlanJson(20, 1, "1, 2"), vlanJson(1, 2, "3")});
+    applied("B", "Data", {vlanJson(30, 1, "4")});
+    const std::string all = "A: 1 20; B: 30";
+    ASSERT_EQ(listed(), all);
+    const auto record = readFile(platform::paths::kProfileRecord);
+    lose(kDatabase);
+    EXPECT_EQ(listed(), all);
+    EXPECT_FALSE(exists(kDatabase)) << "whoever looks makes none";
+    ensureProfileDb();
+    EXPECT_EQ(listed(), all) << "made again, and empty";
+    cli({"vlan database", "no vlan 30", "end"});
+    EXPECT_EQ(listed(), "A: 1 20") << "row and VLAN were deleted by somebody";
+    EXPECT_EQ(logged("(ERROR)"), 0u);
+    const std::string damaged = "SQLite format 3\nand nothing of it";
+    writeText(kDatabase, damaged);
+    EXPECT_EQ(listed(), all);
+    EXPECT_EQ(readFile(kDatabase), damaged);
+    EXPECT_EQ(readFile(platform::paths::kProfileRecord), record);
+    lose(platform::paths::kProfileRecord);
+    EXPECT_EQ(listed(), "the profile database cannot be read");
+    // Unknown is not absent.
+    fs::create_directory(platform::fsPath(platform::paths::kProfileRecord));
+    lose(kDatabase);
+    EXPECT_NE(listed().find("cannot be read"), std::string::npos) << listed();
 }
 
 }  // namespace

@@ -418,6 +418,60 @@ class SystemTest(unittest.TestCase):
 
     # --- pavoctl
 
+    def plan_and_status(self, ctl):
+        """Beside a profile "B\u00fchne" on VLAN 20: what --plan and status tell, and that neither changes anything."""
+        before, name = self.rig.running_config(), "B\u00fchne"
+        hall = ("profile", "apply", "--name", "Hall", "--type", "ETC Lighting", "--vlan", "20 untagged=1-2,9",
+                "--vlan", "30 untagged=10-12,lag3")
+        self.assertIn('VLAN 20 belongs to profile "B\u00fchne"', ctl(*hall, "--plan", status=1))
+        plan = ctl(*hall, "--plan", "--overwrite")
+        for line in (r"Switch-wide", r"  spanning-tree mode +default -> rstp", r"VLANs",
+                     rf'  VLAN 20 +name "{name}" -> "Hall"', r'  VLAN 30 +new, named "Hall"', r"Ports",
+                     r"  0/10-12,lag3 +VLAN 1 -> 30 untagged, MTU default -> 1500", r"Taken",
+                     rf'  VLAN 20 from "{name}"'):
+            self.assertRegex(plan, f"(?m)^{line}$")
+        data = json.loads(ctl("--json", *hall, "--plan", "--overwrite"))["plan"]
+        self.assertEqual([{"what": "VLAN 20", "from": name, "to": "Hall"}], data["taken"])
+        self.assertTrue(data["changes"])
+        self.assertEqual(before, self.rig.running_config())
+        self.assertEqual(f"{name}  as applied\n", ctl("profile", "status"))
+
+        ctl(*hall, "--overwrite")
+        self.assertEqual("nothing would change\n", ctl(*hall, "--overwrite", "--plan"))
+        status = self.rig.pavoctl("profile", "status", check=False)
+        self.assertEqual((1, ""), (status.returncode, status.stderr))
+        self.assertEqual([f'{name}  incomplete: VLAN 20 is with "Hall"', "Hall  as applied"],
+                         sorted(status.stdout.splitlines()))
+        self.assertRegex(ctl("profile", "list"), rf"(?m)^{name} .* -  .*incomplete$")
+        self.assertIn('VLAN 20 is with "Hall"', ctl("profile", "show", name))
+        self.assertEqual("Hall  as applied\n", ctl("profile", "status", "Hall"))
+        self.assertIn('no profile "nobody" has been applied', ctl("profile", "status", "nobody", status=1))
+
+        self.rig.cli("configure", "no spanning-tree mode", "interface 0/11", "no mtu", "end")
+        status = self.rig.pavoctl("profile", "status", "Hall", check=False)
+        self.assertEqual((1, "Hall  drifted\n  Switch-wide\n    spanning-tree mode  default -> rstp\n"
+                             "  Ports\n    0/11  MTU default -> 1500\n"), (status.returncode, status.stdout))
+        drift = self.rig.pavoctl("--json", "profile", "status", "Hall", check=False)
+        self.assertEqual(1, drift.returncode)
+        entry, = json.loads(drift.stdout)["profileStatus"]
+        self.assertEqual((False, "rstp"), (entry["asApplied"], entry["repair"]["switch"][0]["then"]))
+
+        run([self.rig.program("vswitchctl"), "fault", "rpcclt_openapiTxtCfgApply", "--nth", "2"], env=self.rig.env,
+            check=True)
+        self.assertIn("could not be taken back: the configuration of the switch",
+                      ctl("profile", "apply", "--name", "New", "--type", "Audio Dante", "--vlan", "40 untagged=20",
+                          status=1))
+        self.rig.control("faults", clear=True)
+        status = self.rig.pavoctl("profile", "status", "New", check=False)
+        self.assertEqual((1, "New  interrupted: finished or taken back by the next operation\n"),
+                         (status.returncode, status.stdout))
+        os.unlink(self.rig.path("/tmp/vlanInfo.db"))
+        self.assertRegex(ctl("profile", "list"), rf"(?s)Hall .*{name} ")
+        self.assertFalse(os.path.exists(self.rig.path("/tmp/vlanInfo.db")))
+        ctl("profile", "delete", "Hall")
+        self.assertEqual(f"{name}  as applied\n", ctl("profile", "status"))
+        self.assertEqual(before, self.rig.running_config())
+
     def test_pavoctl(self):
         def ctl(*words, status=0):
             done = self.rig.pavoctl(*words, check=False)
@@ -438,6 +492,7 @@ class SystemTest(unittest.TestCase):
                                          status=2))
         ctl("profile", "apply", "request.json", "--name", "x", status=2)
         self.assertEqual("Default", ctl("profile", "list").split("\n")[1].split()[0])
+        self.assertEqual("", ctl("profile", "status"))
         self.assertIn("Audio Dante", ctl("profile", "types"))
         self.assertIn("Video NDI4", ctl("profile", "templates"))
         types = json.loads(ctl("--json", "profile", "types"))
@@ -463,17 +518,20 @@ class SystemTest(unittest.TestCase):
         self.assertIn("Audio Dante", ctl("vlan", "show", "20"))
         ctl("vlan", "show", "4000", status=1)
 
+        self.plan_and_status(ctl)
+
         completion = os.path.join(TREE, "data", "completion", "pavoctl.bash")
         script = f"""source {completion}; PATH={os.path.dirname(self.rig.program('pavoctl'))}:$PATH
             complete_line() {{ COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _pavoctl; printf '%s\n' "${{COMPREPLY[@]}}"; }}
             complete_line pavoctl pro; complete_line pavoctl profile de; complete_line pavoctl profile show B
+            complete_line pavoctl profile sta; complete_line pavoctl profile status B
             complete_line pavoctl profile apply --type 'Video N'; complete_line pavoctl profile apply --pl
             complete_line pavoctl profile apply --vlan '"20 untagged=1,'; complete_line pavoctl profile show '"$'"""
         evidence = self.rig.path("/tmp/evidence")
         ctl("profile", "apply", "--name", f"$(touch {evidence})", "--type", "Data", "--vlan", "21")
         done = run(["bash", "-c", script], env=self.rig.env)
         self.assertEqual("", done.stderr)
-        for word in ("profile", "delete", "B", "NDI4", "--plan", "20 untagged=1,lag", "\\$(touch"):
+        for word in ("profile", "delete", "status", "B", "NDI4", "--plan", "20 untagged=1,lag", "\\$(touch"):
             self.assertIn(word, done.stdout)
         self.assertFalse(os.path.exists(evidence), "names are not expanded")
         ctl("profile", "delete", f"$(touch {evidence})")
