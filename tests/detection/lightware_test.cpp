@@ -353,12 +353,12 @@ TEST_F(LightwareTest, ResultsOfTheSteps) {
     // Without a profile it got as far as the LAG, and gets out of there all the same.
     EXPECT_EQ(phyPortLagNumGet(&client, IfNum(3)).value(), IfNum());
     EXPECT_EQ(phyPortLagNumGet(&client, IfNum(2)).value(), record.lag);
-    EXPECT_EQ(codeOf(lightwareOfflineCli(&client, record)), 17001);
+    EXPECT_EQ(codeOf(lightwareOfflineCli(&client, &record)), 17001);
     EXPECT_TRUE(lagOf(2) == 0 && !tagged(2) && !tagged(record.lag.number()));
     record.lag = {};
     clearFaults();
     failCall("*");
-    EXPECT_EQ(codeOf(lightwareOfflineCli(&client, record)), 0);
+    EXPECT_EQ(codeOf(lightwareOfflineCli(&client, &record)), 0);
     EXPECT_EQ(callsSeen(), 0u);
 }
 

@@ -42,6 +42,7 @@ struct ModelConfig {
     std::uint32_t lags = 24;
     std::uint32_t lagMembersMax = 8;
     std::size_t fdbCapacity = 16384;
+    std::size_t macAssociationsMax = 16384;
     std::size_t logCapacity = 4096;
     std::string hostName = "avswitch";
     std::string machineModel = "AVM4848-24X";
