@@ -77,7 +77,8 @@ bool ifUntaggedSet(Switch sw, IfNum ifNum, VlanId vlan) {
 
 bool ifUntaggingClear(Switch sw, IfNum ifNum) {
     const auto pvid = readPvid(sw, ifNum);
-    if (!pvid || !setParticipationAndVerify(sw, ifNum, *pvid, Participation::Auto) ||
+    if (!pvid ||
+        (*pvid != kDefaultVlan && !setParticipationAndVerify(sw, ifNum, *pvid, Participation::Auto)) ||
         !setParticipationAndVerify(sw, ifNum, kDefaultVlan, Participation::Include))
         return false;
     return setPvidAndVerify(sw, ifNum, kDefaultVlan).has_value();

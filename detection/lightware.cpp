@@ -25,6 +25,7 @@ namespace pavo {
 namespace {
 
 using Links = DeviceList<LightwareLink>;
+using LagShare = LightwareLink::LagShare;
 
 constexpr std::chrono::seconds kLagLeavePause{2};
 constexpr std::uint32_t kMissMax = 2;
@@ -145,10 +146,20 @@ void takeGoneOffline(Switch sw, Links *links, const LightwareScan &scan, const W
             link.isWhole = false;
 }
 
+// Success also when the uplink is to be kept, and finished later.
+bool bringOnline(Switch sw, Links *links, LightwareLink *link) {
+    const bool done = lightwareOnlineCli(sw, *links, link).has_value();
+    if (link->lag && link->isWhole)
+        for (LightwareLink &other : *links)
+            if (other.lag == link->lag && other.isLeaving)
+                other.lagShare = LagShare::Others;
+    return done || link->lag;
+}
+
 void finishHalfDone(Switch sw, Links *links) {
     for (LightwareLink &link : *links)
         if (!link.isWhole && link.missCount == 0 && !link.isUnknown())
-            static_cast<void>(lightwareOnlineCli(sw, *links, &link));
+            bringOnline(sw, links, &link);
 }
 
 void bringNewOnline(Switch sw, Links *links, const LightwareScan &scan, const Where &where) {
@@ -165,7 +176,7 @@ void bringNewOnline(Switch sw, Links *links, const LightwareScan &scan, const Wh
                  link.port, printable(link.chassisId), printable(seen.portDesc));
         // What has begun is kept, to be finished; what has not, or cannot be kept, is new again at the next
         // scan.
-        if (lightwareOnlineCli(sw, *links, &link) || link.lag)
+        if (bringOnline(sw, links, &link))
             static_cast<void>(links->push(std::move(link)));
     }
 }
@@ -230,15 +241,17 @@ bool isOutOfLag(Switch sw, IfNum lag, IfNum port) {
     return members && std::ranges::find(*members, port) == members->end();
 }
 
-bool leaveLag(Switch sw, IfNum lag, IfNum port, bool isRetry, const Where &where) {
-    if (sw.deleteLagPort(lag, port)) {
-        logDebug(where, "[%s:%d] successful to delete interface %u from LAG inaterface %d\n", port, lag);
-    } else if (!isOutOfLag(sw, lag, port)) {
+bool leaveLag(Switch sw, const LightwareLink &link, bool isRetry, const Where &where) {
+    if (sw.deleteLagPort(link.lag, link.port)) {
+        logDebug(where, "[%s:%d] successful to delete interface %u from LAG inaterface %d\n", link.port,
+                 link.lag);
+    } else if (!isOutOfLag(sw, link.lag, link.port)) {
         logAt<IfNum, IfNum>(levelOf(isRetry), where,
-                            "[%s:%d] Failed to delete interface %u from LAG inaterface %d\n", port, lag);
+                            "[%s:%d] Failed to delete interface %u from LAG inaterface %d\n", link.port,
+                            link.lag);
         return false;
     }
-    return setLagStatic(sw, lag, true, isRetry, where);
+    return link.lagShare == LagShare::Others || setLagStatic(sw, link.lag, true, isRetry, where);
 }
 
 bool tagInterface(Switch sw, IfNum ifNum, const Where &where) {
@@ -465,14 +478,19 @@ Result<> lightwareOnlineCli(Switch sw, const Links &links, LightwareLink *link) 
     if (!lag)
         return {};
 
-    link->isWhole = link->isLeaving = link->isLagClear = false;
+    link->isWhole = link->isLeaving = false;
+    link->lagShare = LagShare::Pending;
     const bool isIn = joinLag(sw, lag, link->port, isRetry, where);
     const bool isLagTagged = tagInterface(sw, lag, where);
     const bool isPortTagged = tagInterface(sw, link->port, where);
     const ProfileVlan profile = findProfileVlan(sw, where);
     if (profile.presence != Presence::Present)
         return failed(profile.presence == Presence::Absent ? ResultCode::ConfigInvalid : ResultCode::Failed);
-    const bool isUntagged = ifUntaggedSet(sw, lag, profile.vlan);
+    // What an uplink that is leaving has left half undone would mix with what is set now.
+    const bool isMixed = std::ranges::any_of(links, [&](const LightwareLink &other) {
+        return other.lag == lag && other.isLeaving && other.lagShare == LagShare::Pending;
+    });
+    const bool isUntagged = (!isMixed || ifUntaggingClear(sw, lag)) && ifUntaggedSet(sw, lag, profile.vlan);
     link->isWhole = isIn && isLagTagged && isPortTagged && isUntagged;
     if (link->isWhole)
         logDebug("[%s:%d] LightwareLookup: port %d added to LAG interface %d\n", link->port, lag);
@@ -486,17 +504,17 @@ Result<> lightwareOfflineCli(Switch sw, LightwareLink *link) {
     const bool isRetry = std::exchange(link->isLeaving, true);
     link->isWhole = false;
     Presence profile = Presence::Present;
-    // Once only: by the next try the LAG may have been set up for another uplink.
-    if (!link->isLagClear) {
+    if (link->lagShare == LagShare::Pending) {
         const bool isUntagged = ifTaggingClear(sw, link->lag);
         profile = findProfileVlan(sw, where).presence;
-        link->isLagClear = profile == Presence::Present && ifUntaggingClear(sw, link->lag) && isUntagged;
+        if (profile == Presence::Present && ifUntaggingClear(sw, link->lag) && isUntagged)
+            link->lagShare = LagShare::Done;
     }
-    const bool isOut = leaveLag(sw, link->lag, link->port, isRetry, where);
+    const bool isOut = leaveLag(sw, *link, isRetry, where);
     const bool isPortUntagged = ifTaggingClear(sw, link->port);
     if (profile == Presence::Absent)
         return failed(ResultCode::ConfigInvalid);
-    if (!link->isLagClear || !isOut || !isPortUntagged)
+    if (link->lagShare == LagShare::Pending || !isOut || !isPortUntagged)
         return failed(ResultCode::Failed);
     logDebug("[%s:%d] LightwareLookup: port %d remove from LAG interface %d\n", link->port, link->lag);
     return {};

@@ -35,7 +35,10 @@ struct LightwareLink {
     std::string portDesc{};         // tells them apart, too: empty when the description begins with a digit
     bool isWhole = true;            // everything that brings it online has taken effect
     bool isLeaving = false;         // it is being taken offline
-    bool isLagClear = false;        // and the LAG's share of that is done
+    // And then: whether the LAG still has to get its own settings back, has them, or has been set up for
+    // another uplink meanwhile, whose it is now.
+    enum class LagShare { Pending, Done, Others };
+    LagShare lagShare = LagShare::Pending;
 
     // Taken over from an earlier run, and not seen since: whose uplink it is, nobody knows yet.
     bool isUnknown() const { return chassisId.empty(); }

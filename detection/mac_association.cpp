@@ -46,15 +46,6 @@ bool beginsWithNumber(std::string_view word) {
     return !word.empty() && word[0] >= '0' && word[0] <= '9';
 }
 
-// Whether the last line has neither its end nor both its words.
-bool isCutShort(std::string_view output) {
-    if (output.empty() || output.ends_with('\n'))
-        return false;
-    std::string_view last = output.substr(output.rfind('\n') + 1);
-    takeWord(&last);
-    return !beginsWithNumber(takeWord(&last));
-}
-
 }  // namespace
 
 ScriptResult addMacAssociation(Switch sw, const AssociationScripts &scripts, Mac mac, VlanId vlan,
@@ -83,6 +74,15 @@ std::optional<MacAssociations> MacAssociations::parse(std::string_view output) {
         return true;
     });
     return inTable ? std::optional(std::move(associations)) : std::nullopt;
+}
+
+// A last line without its end, unless an entry is whole in it.
+bool MacAssociations::isCutShort(std::string_view output) {
+    if (output.empty() || output.ends_with('\n'))
+        return false;
+    std::string_view last = output.substr(output.rfind('\n') + 1);
+    takeWord(&last);
+    return !beginsWithNumber(takeWord(&last));
 }
 
 void MacAssociations::add(std::string_view entry, std::string_view vlan) {
@@ -117,7 +117,7 @@ Result<std::optional<MacAssociations>> readMacAssociations(Switch sw, Where wher
     const auto output = sw.show("show vlan association mac", platform::paths::kShowVlanAssociationMac, where);
     if (!output)
         return std::unexpected(output.error());
-    if (isCutShort(*output)) {
+    if (MacAssociations::isCutShort(*output)) {
         logError(where, "[%s:%d] the output of 'show vlan association mac' is cut short\r\n");
         return failed(ResultCode::OpenFailed, "the output of a show command is cut short");
     }

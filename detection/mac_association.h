@@ -37,6 +37,9 @@ class MacAssociations {
     // From what the show command prints. Nothing when the output ends before the table begins.
     static std::optional<MacAssociations> parse(std::string_view output);
 
+    // Whether the output ends in the middle of a line: then there is more of it.
+    static bool isCutShort(std::string_view output);
+
     // Whether the table mentions the address, in capitals or not: as an entry or within one.
     bool mention(Mac mac) const;
     // The same, and the VLAN is not another one, as far as the table tells.

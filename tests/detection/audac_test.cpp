@@ -156,13 +156,18 @@ TEST_F(AudacTest, FollowsAMoveWithoutAScript) {
     EXPECT_EQ(systemLogged(text), 1u);
     EXPECT_EQ(logged(text + "\r\n"), 1u);
 
-    // Learned on both ports, in two VLANs: whatever the port, the list must not grow.
+    // Learned on both ports, in two VLANs: it stays where it is known, and nothing is done or said.
     for (int i = 0; i < 10; ++i) {
         model([](vswitch::Model &m) { m.learn(*vswitch::Mac::parse(macOf(1)), 50, 5); });
-        scans();
+        EXPECT_EQ(scans(), "01 02 | 01@6 02@5");
     }
+    // One that is new joins once, too.
+    ampPlug(3);
+    model([](vswitch::Model &m) { m.learn(*vswitch::Mac::parse(macOf(3)), 50, 6); });
+    scans(3);
+    EXPECT_EQ(callCount(kApply), 3u);
     EXPECT_EQ(list.count(), 3u);
-    EXPECT_TRUE(picture().starts_with("01 02 |"));
+    EXPECT_EQ(systemLogged("change to Port"), 1u);
 }
 
 TEST_F(AudacTest, RepairsAnAssociationRemovedByHand) {
@@ -240,10 +245,37 @@ TEST_F(AudacThreadTest, EndsWithTheProfileAndTakesEveryDeviceOut) {
     cycles(1);
     EXPECT_EQ(picture(), "01 02 |");
 
+    // While database or switch cannot be asked nobody leaves, and one line says what is waited for.
+    const auto database = readFile(paths::kProfileDb);
+    for (const auto &[awaited, begin, end] :
+         {std::tuple<const char *, std::function<void()>, std::function<void()>>{
+              "the profile database", [] { writeText(paths::kProfileDb, std::string(8192, 'x')); },
+              [&] { writeText(paths::kProfileDb, database); }},
+          {"the switch", [&] { device->setDown(true); }, [&] { device->setDown(false); }}}) {
+        for (int episode = 1; episode <= 2; ++episode) {
+            begin();
+            cycles(25);
+            end();
+            EXPECT_EQ(picture(), "01 02 |");
+            cycles(1);
+            EXPECT_EQ(logged(std::string("waiting for ") + awaited + "; nothing is changed until then"),
+                      static_cast<std::size_t>(episode));
+        }
+    }
+    failCall("openapiVlanCreatedCheck");
+    cycles(1);
+    clearFaults();
+    cycles(1);
+    EXPECT_EQ(picture(), "01 02 |");
+    EXPECT_EQ(systemLogged("AUDAC device Leave"), 0u);
+    const auto skipped = logged("AUDAC Profile not already created, do nothing.");
+    const auto errors = logged("(ERROR)");
+
     // Without its configuration file the thread waits; it looks at nothing and forgets nothing.
     removeFile(paths::kAudacConfig);
     cycles(25);
-    EXPECT_EQ(logged("AUDAC Profile not already created, do nothing."), 25u);
+    EXPECT_EQ(logged("AUDAC Profile not already created, do nothing."), skipped + 25);
+    EXPECT_EQ(logged("waiting for a configuration file with the audio VLAN"), 1u);
     EXPECT_EQ(picture(), "01 02 |");
     config(kConfig);
     cycles(1);
@@ -255,7 +287,7 @@ TEST_F(AudacThreadTest, EndsWithTheProfileAndTakesEveryDeviceOut) {
     EXPECT_EQ(picture(), "|");
     EXPECT_EQ(systemLogged("AUDAC device Leave (Audio MAC: "), 2u);
     EXPECT_EQ(logged("User already delete AUDAC profile, AudacLookup exit!\r\n"), 1u);
-    EXPECT_EQ(logged("(ERROR)"), 1u);  // the repair
+    EXPECT_EQ(logged("(ERROR)"), errors);
 
     EXPECT_EQ(functionsLogged(),
               "audacLookup audacOfflineCli audacOnlineCli audacValidityCheck detect_audac_thread "
@@ -374,10 +406,9 @@ TEST_F(AudacTest, AnOutageInTheMiddleOfACycleLosesNobody) {
     ampPlug();
     scans();
     device->setDown(true);
-    // One line for the show command; from the 20th miss on, the leave adds its two.
-    expectErrors(25 + 2 * 6, {}, [&] { scans(25); });
-    EXPECT_EQ(list.count(), 1u);
-    EXPECT_EQ(audacValidityCheck(&client), 17001);
+    expectErrors(25, {}, [&] { scans(25); });  // a line for each show command
+    EXPECT_EQ(missCount(), 0u);
+    EXPECT_EQ(audacValidityCheck(&client), 10000);
     device->setDown(false);
     expectErrors(0, {}, [&] { scans(2); });
     EXPECT_EQ(picture(), "01 | 01@5");
@@ -400,10 +431,13 @@ TEST_F(AudacTest, ProfileDatabasesOfAnyKind) {
     vlanCreate(51);
     expect(0, 0);
 
+    // A database that cannot be asked is not one without the profile.
     writeText(paths::kProfileDb, std::string(8192, 'x'));
-    expect(17001, 1);
+    expect(10000, 1);
+    writeText(paths::kProfileDb, "");
+    expect(10000, 1);
     fs::remove(path);
-    expect(17001, 1);
+    expect(10000, 1);
 }
 
 TEST_F(AudacTest, AScriptFolderThatCannotBeWritten) {
@@ -422,6 +456,78 @@ TEST_F(AudacTest, AScriptFolderThatCannotBeWritten) {
     fs::create_directory(folder);
     expectErrors(0, {}, [&] { scans(); });
     EXPECT_EQ(picture(), "01 02 | 01@5 02@6");
+}
+
+// --- the switch does not do as it is told
+
+TEST_F(AudacTest, AFullAssociationTableIsReportedOnce) {
+    network({.macAssociationsMax = 1});
+    ampPlug(1);
+    scans();
+    ampPlug(2, 6);
+    expectErrors(1,
+                 {"the switch has not taken the association of MAC AA:BB:CC:00:00:02 on Port 0/6 with "
+                  "VLAN 100"},
+                 [&] { EXPECT_EQ(scans(40), "01 | 01@5"); });
+    EXPECT_EQ(systemLogged("AUDAC Audio device Join"), 1u);
+    EXPECT_LT(callCount(kApply), 10u);  // tried again, less and less often
+    // What leaves makes room at once.
+    away(1);
+    EXPECT_EQ(scans(20), "02 | 02@6");
+    EXPECT_EQ(systemLogged("AUDAC Audio device Join (MAC: AA:BB:CC:00:00:02) on Port 0/6."), 1u);
+    EXPECT_EQ(logged("(ERROR)"), 1u);
+}
+
+TEST_F(AudacTest, DevicesFollowAChangedAudioVlan) {
+    ampPlug(1);
+    ampPlug(2, 6);
+    scans();
+    away(2);  // silent for a while
+    config(R"({"audioVlanID":200,"audacDevicePort":[5,6]})");
+    failCall(kApply, 1);
+    scans();
+    clearFaults();
+    scans();
+    for (const auto &[mac, vlan] : model([](vswitch::Model &m) { return m.macAssociations(); }))
+        EXPECT_EQ(vlan, 200u) << mac.text();
+    EXPECT_EQ(picture(), "01? 02? | 01@5 02@6/2");  // "?": not in VLAN 100
+    EXPECT_EQ(systemLogged(" from VLAN 100 change to VLAN 200."), 2u);
+    EXPECT_EQ(systemLogged("Join"), 2u);
+    const auto scripts = callCount(kApply);
+    scans(3);
+    EXPECT_EQ(callCount(kApply), scripts);
+}
+
+// --- a new start finds devices that have joined before
+
+TEST_F(AudacTest, ARestartTakesOverWhatHasJoined) {
+    ampPlug(1);
+    ampPlug(2, 6);
+    scans();
+    // Another VLAN's is nobody's business; a spelling is no other device.
+    cli({"vlan database", "vlan association mac 02:00:00:00:00:77 50"});
+    away(2);
+    list.clear();
+    const auto scripts = callCount(kApply);
+
+    failCall("rpcclt_openapiCliShowExecuteToFile");
+    EXPECT_FALSE(adoptAudacDevices(&client, &list));
+    EXPECT_TRUE(list.empty());
+    clearFaults();
+    ASSERT_TRUE(adoptAudacDevices(&client, &list));
+    ASSERT_TRUE(adoptAudacDevices(&client, &list));  // whoever is known is not taken over again
+    EXPECT_EQ(list.count(), 2u);
+    for (DetectedDevice &one : list)
+        one.mac = *Mac::parse(one.mac.text().replace(0, 2, "aA"));
+    EXPECT_EQ(scans(), "77? 01 02 | 01@5 02@0/1");
+    EXPECT_EQ(systemLogged("AUDAC Audio device Join"), 2u);
+    EXPECT_EQ(systemLogged("change to Port"), 0u);
+    EXPECT_EQ(callCount(kApply), scripts);
+    // What nobody sees ages out as usual.
+    scans(18);
+    EXPECT_EQ(systemLogged("Leave"), 0u);
+    EXPECT_EQ(scans(), "77? 01 | 01@5");
+    EXPECT_EQ(systemLogged("AUDAC device Leave (Audio MAC: aA:BB:CC:00:00:02) on Port 0/0."), 1u);
 }
 
 // --- every call may fail
@@ -468,6 +574,32 @@ TEST_P(AudacFaultTest, EndsUpWhereItDoesWithoutFaults) {
             ASSERT_EQ(scans(2), without);
         }
     }
+}
+
+// Nobody is new, gone or moved, and everybody would have to leave with the next miss.
+TEST_F(AudacTest, NoFailedCallIsAnAbsence) {
+    network({.physicalPorts = 6, .lags = 1});
+    ampPlug(1);
+    ampPlug(2, 6);
+    const auto joined = scans();
+    const auto scripts = callCount(kApply);
+    for (const bool once : {true, false}) {
+        bool struck = true;
+        for (std::uint64_t n = 1; struck; ++n) {
+            SCOPED_TRACE(testing::Message() << "call " << n << (once ? " fails" : " and all after it fail"));
+            for (DetectedDevice &one : list)
+                one.missCount = DEVICE_MISS_MAX - 1;
+            failCall("*", n, once);
+            ASSERT_NE(checkReason(audacDetection.loop, &client), Presence::Absent);
+            scans();
+            struck = callsSeen() >= n;
+            clearFaults();
+            ASSERT_EQ(list.count(), 2u);
+            ASSERT_EQ(scans(), joined);
+            ASSERT_EQ(callCount(kApply), scripts);
+        }
+    }
+    EXPECT_EQ(systemLogged("Leave") + systemLogged("change to"), 0u);
 }
 
 INSTANTIATE_TEST_SUITE_P(Audac, AudacFaultTest,

@@ -8,6 +8,7 @@
 #include "common/json.h"
 #include "detection/lag.h"
 #include "detection/scan_ops.h"
+#include "platform/paths.h"
 #include "tests/detection/detection_fixture.h"
 
 namespace {
@@ -173,11 +174,17 @@ TEST_F(LightwareTest, MoreEndpointsThanLags) {
     EXPECT_EQ(scans(), "2@9 3@9 ");
     EXPECT_EQ(logged("(ERROR)"), 0u);
 
-    // A LAG without room: the uplink stays out of it, but gets its VLAN.
+    // A LAG without room: the uplink stays out of it, but gets its VLAN. That is an error once, and tried
+    // until there is room.
     connect(4, "endpoint-b", "4");
-    expectErrors(1, {"Lightware: Failed to add interface 4 to LAG interface 9, result=-3\n"},
-                 [&] { scans(3); });
+    const auto join = [&] { scans(3); };
+    expectErrors(1, {}, join);
+    EXPECT_EQ(logged("Lightware: Failed to add interface 4 to LAG interface 9, result=-3\n"), 3u);
     EXPECT_TRUE(link(4)->lag.number() == 9 && lagOf(4) == 0 && tagged(4));
+    EXPECT_EQ(logged("port 4 added to LAG"), 0u);
+    disconnect(2);
+    EXPECT_EQ(scans(3), "3@9 4@9 ");
+    EXPECT_EQ(logged("port 4 added to LAG"), 1u);
 
     network({.physicalPorts = 8, .lags = 0});
     connect(1);
@@ -197,14 +204,21 @@ TEST_F(LightwareTest, TakesAPortOutOfTheLagItIsIn) {
                   "Lightware: Failed to add interface 2 to LAG interface 49, result=-2\n"},
                  [&] { scans(); });
     EXPECT_EQ(clk::totalSlept(), 2s) << "only after leaving";
-    // The static mode that cannot be set is a line, no more.
+    // The next scan finishes it, and what the static mode that cannot be set leaves over.
     connect(3, "endpoint-b");
     clearFaults();
-    failCall("rpcclt_openapiLagStaticModeSet");
+    failCall("rpcclt_openapiLagStaticModeSet", 2);  // the first is that of port 2
     expectErrors(1, {"Failed to set the static mode for the LAG interface 50, result=-2\n"},
                  [&] { scans(); });
-    EXPECT_EQ(links(), "1@49! 2@49! 3@50! ");
-    EXPECT_EQ(lagOf(3), 50u);
+    EXPECT_EQ(links(), "1@49 2@49 3@50! ");
+    EXPECT_EQ(scans(), "1@49 2@49 3@50 ");
+    // A port whose LAG cannot be read is in no LAG that is known, and not free of one either.
+    failCall("rpcclt_openapiLagMembersGet", 1, false);
+    EXPECT_FALSE(phyPortLagNumGet(&client, IfNum(2)));
+    EXPECT_FALSE(freeLagFind(&client));
+    clearFaults();
+    failCall("rpcclt_openapiIfNextGet", 3);
+    EXPECT_FALSE(phyPortLagNumGet(&client, IfNum(48)));
 }
 
 TEST_F(LightwareTest, NeighbourTextsOfAnyLengthAndContent) {
@@ -238,11 +252,11 @@ TEST_F(LightwareTest, NeighbourTextsOfAnyLengthAndContent) {
     EXPECT_EQ(list.count(), 4u);
     EXPECT_NE(lagOf(3), lagOf(4));
 
-    // A read that fails is an uplink missed once.
+    // A read that fails is no uplink missed.
     for (const std::string read : {"SystemDesc", "ChassisId", "PortDesc"}) {
         failCall("rpcclt_openapiLldpIntfRemoteDevice" + read + "Get");
         expectErrors(1, {"Device" + read + "Get error. (result = -2)\r\n"}, [&] { scans(); });
-        EXPECT_EQ(link(1)->missCount, 1u);
+        EXPECT_EQ(link(1)->missCount, 0u);
         EXPECT_TRUE(scans().starts_with("1@49 2@49 "));
         clearFaults();
     }
@@ -289,7 +303,7 @@ TEST_F(LightwareTest, ASlowSwitch) {
     EXPECT_TRUE(unbundled(kLag) && !tagged(1));
 
     // Slower than anybody waits: tagging does not follow a participation that never showed, nor PVID the old
-    // VLAN's. Nothing is said and the uplink counts as done.
+    // VLAN's. Nothing is said, the uplink does not count as online, and each scan gets one step further.
     latency(4100ms);
     connect(1);
     const auto before = clk::totalSlept();
@@ -302,12 +316,26 @@ TEST_F(LightwareTest, ASlowSwitch) {
     const auto lag = model([](vswitch::Model &m) { return *m.interface(kLag); });
     EXPECT_EQ(lag.vlans.at(kTaggedVlan), (vswitch::Membership{OPEN_VLAN_PARTICIPATION_MODE_INCLUDE}));
     EXPECT_EQ(lag.pvid, 1u);
-    // Going offline says so, for LAG and port, and does all its steps.
+    EXPECT_EQ(logged("port 1 added to LAG"), 1u);
+    for (int i = 0; i < 4; ++i) {
+        scans();
+        clk::advance(10s);
+    }
+    EXPECT_EQ(links(), "1@49 ");
+    EXPECT_TRUE(link(1)->isWhole);
+    EXPECT_EQ(logged("port 1 added to LAG"), 2u);
+    // Going offline says so, for LAG and port, does all its steps, and goes on with the next scan.
     disconnect(1);
-    expectErrors(2, {"set interface 49 to vlan 286 OPEN_VLAN_PARTICIPATION_MODE_AUTO failed.\r\n"},
-                 [&] { scans(2); });
-    EXPECT_EQ(callCount("rpcclt_openapiVlanIfTaggingSet"), tagging + 2);
-    EXPECT_TRUE(list.count() == 0 && lagOf(1) == 0);
+    const auto untagging = callCount("rpcclt_openapiVlanIfTaggingSet");
+    expectErrors(4, {}, [&] { scans(2); });
+    EXPECT_EQ(callCount("rpcclt_openapiVlanIfTaggingSet"), untagging + 2);
+    EXPECT_EQ(lagOf(1), 0u);
+    EXPECT_EQ(list.count(), 1u);
+    for (int i = 0; i < 4; ++i) {
+        clk::advance(10s);
+        scans();
+    }
+    EXPECT_TRUE(list.empty() && unbundled(kLag) && !tagged(1));
 }
 
 TEST_F(LightwareTest, AMembershipStepEndsWithItsFirstFailure) {
@@ -324,7 +352,9 @@ TEST_F(LightwareTest, AMembershipStepEndsWithItsFirstFailure) {
         expectErrors(1, {}, [&] { scans(leaving ? 2 : 1); });
         EXPECT_EQ(callCount(kParticipation), changes) << "the port comes after the LAG";
         EXPECT_EQ(callCount("rpcclt_openapiVlanIfPvidSet"), leaving ? 1u : 0u);
-        EXPECT_EQ(links(), leaving ? "" : "1@49! ");
+        EXPECT_EQ(links(), "1@49! ");
+        EXPECT_EQ(scans(), leaving ? "" : "1@49 ");
+        EXPECT_EQ(unbundled(kLag), leaving);
     };
     check(false, 3, 3);
     check(false, 4, 4);
@@ -340,10 +370,9 @@ TEST_F(LightwareTest, ResultsOfTheSteps) {
     EXPECT_EQ(lagOf(1), 0u);
     clearFaults();
     failCall("openapiVlanCreatedCheck", 3);  // the scan makes two
-    EXPECT_EQ(scans(), "");
-    EXPECT_EQ(lagOf(1), kLag);
+    EXPECT_EQ(scans(), "1@49! ");
     clearFaults();
-    EXPECT_EQ(scans(), "1@50 ");  // the first LAG was not empty
+    EXPECT_EQ(scans(), "1@49 ");  // what has begun is finished
 
     LightwareLink record{.port = IfNum(2), .chassisId = "endpoint-b", .portDescNum = 1, .lag = {}};
     failCall("rpcclt_openapiLagMaxMemberCountGet");
@@ -353,13 +382,134 @@ TEST_F(LightwareTest, ResultsOfTheSteps) {
     // Without a profile it got as far as the LAG, and gets out of there all the same.
     EXPECT_EQ(phyPortLagNumGet(&client, IfNum(3)).value(), IfNum());
     EXPECT_EQ(phyPortLagNumGet(&client, IfNum(2)).value(), record.lag);
-    EXPECT_EQ(codeOf(lightwareOfflineCli(&client, record)), 17001);
+    EXPECT_EQ(codeOf(lightwareOfflineCli(&client, &record)), 17001);
     EXPECT_TRUE(lagOf(2) == 0 && !tagged(2) && !tagged(record.lag.number()));
     record.lag = {};
     clearFaults();
     failCall("*");
-    EXPECT_EQ(codeOf(lightwareOfflineCli(&client, record)), 0);
+    EXPECT_EQ(codeOf(lightwareOfflineCli(&client, &record)), 0);
     EXPECT_EQ(callsSeen(), 0u);
+}
+
+TEST_F(LightwareTest, ALeaveThatIsNotThroughIsFinished) {
+    connect(1);
+    connect(2, "endpoint-a", "2");
+    scans();
+    disconnect(2);
+    failCall("rpcclt_openapiLagPortDelete", 1, false);
+    expectErrors(1, {}, [&] { scans(4); });
+    EXPECT_EQ(logged("Failed to delete interface 2 from LAG inaterface 49\n"), 3u);
+    EXPECT_EQ(lagOf(2), kLag);
+    // Another uplink has come meanwhile: the rest of the leave does not cost it the LAG's VLANs.
+    connect(3, "endpoint-a", "3");
+    scans();
+    clearFaults();
+    EXPECT_EQ(scans(), "1@49 3@49 ");
+    EXPECT_FALSE(tagged(2));
+    // The uplink that is back while its leave is under way is online again.
+    disconnect(3);
+    failCall("rpcclt_openapiLagPortDelete", 1, false);
+    scans(3);
+    clearFaults();
+    connect(3, "endpoint-a", "3");
+    EXPECT_EQ(scans(), "1@49 3@49 ");
+}
+
+TEST_F(LightwareTest, PortDescriptionsWithoutANumber) {
+    connect(1, "endpoint-a", "eth0");
+    connect(2, "endpoint-a", "eth1");
+    EXPECT_EQ(scans(5), "1@49 2@49 ");
+    move("uplink2", 3);
+    EXPECT_EQ(scans(), "1@49 3@49 ");
+    EXPECT_EQ(callCount("rpcclt_openapiLagPortAdd"), 3u);
+}
+
+TEST_F(LightwareTest, AProfileThatCannotBeAskedForIsNotGone) {
+    connect(1);
+    connect(2, "endpoint-a", "2");
+    scans();
+    const auto database = readFile(platform::paths::kProfileDb);
+    writeText(platform::paths::kProfileDb, std::string(8192, 'x'));
+    EXPECT_EQ(checkReason(lightwareDetection.loop, &client), Presence::Unknown);
+    EXPECT_EQ(scans(5), "1@49 2@49 ");
+    EXPECT_EQ(link(1)->missCount, 0u);
+    writeText(platform::paths::kProfileDb, database);
+    device->setDown(true);
+    EXPECT_EQ(checkReason(lightwareDetection.loop, &client), Presence::Unknown);
+    scans(5);
+    device->setDown(false);
+    EXPECT_EQ(scans(), "1@49 2@49 ");
+}
+
+// --- a new start finds uplinks that are online
+
+TEST_F(LightwareTest, ARestartTakesOverWhatIsOnline) {
+    network({.physicalPorts = 8, .lags = 3});
+    const auto restart = [&] {
+        list.clear();
+        return adoptLightwareLinks(&client, &list);
+    };
+    connect(1);
+    connect(2, "endpoint-a", "2");
+    connect(3, "endpoint-b");
+    connect(4, "endpoint-c");
+    scans();
+    const auto changes = callCount(kParticipation);
+    ASSERT_TRUE(restart());
+    EXPECT_EQ(scans(3), "1@9 2@9 3@10 4@11 ");
+    EXPECT_EQ(callCount(kParticipation), changes) << "what is whole is left alone";
+
+    // Who has left meanwhile is taken offline as usual, which makes room; it costs the other uplink nothing.
+    for (const Port port : {2, 3})
+        disconnect(port);
+    ASSERT_TRUE(restart());
+    EXPECT_EQ(scans(), "1@9 2@9 3@10 4@11 ");
+    EXPECT_EQ(scans(), "1@9 4@11 ");
+    EXPECT_TRUE(unbundled(10) && !tagged(2) && !tagged(3));
+    connect(5, "endpoint-d");
+    EXPECT_EQ(scans(), "1@9 4@11 5@10 ");
+
+    // Another endpoint in the place of the one that has left: the LAG stays with the first.
+    connect(2, "endpoint-a", "2");
+    scans();
+    disconnect(4);
+    disconnect(5);
+    scans(2);
+    disconnect(2);
+    connect(2, "endpoint-e");
+    ASSERT_TRUE(restart());
+    EXPECT_EQ(scans(), "1@9 2@10 ");
+}
+
+TEST_F(LightwareTest, ARestartKnowsWhatIsNotOurs) {
+    network({.physicalPorts = 8, .lags = 4});
+    const auto lagOfHand = [&](Port lag, const Ports &members) {
+        for (const Port port : members)
+            model([&](vswitch::Model &m) { EXPECT_EQ(m.lagAdd(lag, port), OPEN_E_NONE); });
+    };
+    const auto ourSettings = [&](Port ifNum) {
+        model([&](vswitch::Model &m) {
+            m.setPvid(ifNum, kVlan);
+            m.setParticipation(ifNum, kVlan, OPEN_VLAN_PARTICIPATION_MODE_INCLUDE);
+            m.setParticipation(ifNum, kTaggedVlan, OPEN_VLAN_PARTICIPATION_MODE_INCLUDE);
+            m.setTagging(ifNum, kTaggedVlan, true);
+        });
+    };
+    lagOfHand(9, {1, 2});  // without our settings
+    ourSettings(10);       // with them, but another switch at the other end
+    lagOfHand(10, {3, 4});
+    for (const Port port : {3, 4}) {
+        ourSettings(port);
+        connect(port, "trunk", std::to_string(port), "some switch");
+    }
+    ourSettings(11);        // empty: left by an earlier run
+    lagOfHand(12, {5, 6});  // not finished by an earlier run
+    connect(5);
+    connect(6, "endpoint-a", "2");
+    ASSERT_TRUE(adoptLightwareLinks(&client, &list));
+    EXPECT_TRUE(unbundled(11));
+    EXPECT_EQ(scans(3), "5@12 6@12 ");
+    EXPECT_TRUE(lagOf(1) == 9 && lagOf(3) == 10 && lagOf(4) == 10);
 }
 
 TEST_F(LightwareTest, TaggingIsClearedInTwoStepsWhateverHappens) {
@@ -416,12 +566,14 @@ enum class Happening { Online, Offline, Move };
 
 class LightwareFaultTest : public LightwareTest, public testing::WithParamInterface<Happening> {};
 
-TEST_P(LightwareFaultTest, EveryEndpointIsWholeAfterARePlug) {
+TEST_P(LightwareFaultTest, EveryEndpointIsWholeInTheEnd) {
+    // A daemon that is killed makes no more calls, and the next one knows nothing.
+    enum class Trouble { OneCallFails, AllCallsFail, Killed };
     const Port port = GetParam() == Happening::Move ? 3 : 2;
-    for (const bool once : {true, false}) {
+    for (const Trouble trouble : {Trouble::OneCallFails, Trouble::AllCallsFail, Trouble::Killed}) {
         bool struck = true;
         for (std::uint64_t n = 1; struck; ++n) {
-            SCOPED_TRACE(testing::Message() << "call " << n << (once ? " fails" : " and all after it fail"));
+            SCOPED_TRACE(testing::Message() << "call " << n << ", trouble " << static_cast<int>(trouble));
             network({.physicalPorts = 3, .lags = 3});
             connect(1);
             connect(2, "endpoint-a", "2");
@@ -432,40 +584,54 @@ TEST_P(LightwareFaultTest, EveryEndpointIsWholeAfterARePlug) {
             else if (GetParam() == Happening::Offline)
                 disconnect(2), link(2)->missCount = 1;
 
-            failCall("*", n, once);
-            scans(once ? 1 : 3);
+            failCall("*", n, trouble == Trouble::OneCallFails);
+            scans(trouble == Trouble::AllCallsFail ? 3 : 1);
             struck = callsSeen() >= n;
             clearFaults();
             if (GetParam() != Happening::Online)
                 ASSERT_NE(link(1), nullptr);
-
-            scans(3);
-            Ports present{1};
-            if (GetParam() != Happening::Offline)
-                present.insert(port);
-            ASSERT_TRUE(link(1) != nullptr && list.count() == present.size());
-            const auto carrier = [&](vswitch::Carrier state) {
-                for (const Port plugged : present)
-                    model([&](vswitch::Model &m) { m.setCarrier(plugged, state); });
-            };
-            if (struck) {
-                carrier(vswitch::Carrier::ForcedDown);
-                ASSERT_EQ(scans(2), "");
-                carrier(vswitch::Carrier::FollowDevices);
+            if (trouble == Trouble::Killed) {
+                list.clear();
+                ASSERT_TRUE(adoptLightwareLinks(&client, &list));
             }
+            scans(5);
+            // Taking an uplink offline takes the LAG's VLANs along, until one comes online.
             if (GetParam() == Happening::Offline)
                 connect(2, "endpoint-a", "2");
             scans();
-            // A port that could not be taken out of its LAG when its uplink left is still there.
-            if (port != 2 && lagOf(2) != 0) {
-                ASSERT_NE(logged("Failed to delete interface 2 from LAG"), 0u);
-                model([&](vswitch::Model &m) { m.lagRemove(m.interface(2)->lag, 2); });
-            }
             ASSERT_NE(link(1), nullptr);
             const auto lag = std::to_string(link(1)->lag.number());
             std::string whole = "1@" + lag;
             whole.append(" ").append(std::to_string(port)).append("@").append(lag).append(" ");
             ASSERT_EQ(links(), whole);
+            ASSERT_TRUE(lag == "4" || GetParam() == Happening::Online);
+            ASSERT_TRUE(port == 2 || lagOf(2) == 0);
+        }
+    }
+}
+
+// Nobody is new, gone or moved, and everybody would have to leave with the next miss.
+TEST_F(LightwareTest, NoFailedCallIsAnAbsence) {
+    network({.physicalPorts = 4, .lags = 3});
+    connect(1);
+    connect(2, "endpoint-a", "2");
+    connect(3, "endpoint-b");
+    const auto online = scans();
+    const auto changes = callCount(kParticipation);
+    for (const bool once : {true, false}) {
+        bool struck = true;
+        for (std::uint64_t n = 1; struck; ++n) {
+            SCOPED_TRACE(testing::Message() << "call " << n << (once ? " fails" : " and all after it fail"));
+            for (LightwareLink &one : list)
+                one.missCount = 1;
+            failCall("*", n, once);
+            ASSERT_NE(checkReason(lightwareDetection.loop, &client), Presence::Absent);
+            scans();
+            struck = callsSeen() >= n;
+            clearFaults();
+            ASSERT_EQ(scans(), online);
+            ASSERT_EQ(callCount(kParticipation), changes);
+            ASSERT_EQ(callCount("rpcclt_openapiLagPortDelete"), 0u);
         }
     }
 }

@@ -20,11 +20,14 @@ namespace clk = platform::manual_clock;
 // What the steps of a loop were called for, in order, and what the check says next.
 std::string called;
 std::string answers;  // one letter for each check, the first one first
+int beginFailures = 0;
 
-Presence nextAnswer(Switch, const Where &) {
+Reason nextAnswer(Switch, const Where &) {
     const char answer = answers.empty() ? 'a' : answers.front();
     answers.erase(0, 1);
-    return answer == 'p' ? Presence::Present : answer == 'u' ? Presence::Unknown : Presence::Absent;
+    if (answer == 'u')
+        return {Presence::Unknown, "an answer"};
+    return answer == 'p' ? Presence::Present : Presence::Absent;
 }
 
 constexpr DetectionLoop kLoop = {.texts = {.started = "[%s:%d] started\n",
@@ -33,7 +36,11 @@ constexpr DetectionLoop kLoop = {.texts = {.started = "[%s:%d] started\n",
                                            .ended = "[%s:%d] ended\n"},
                                  .period = 7s,
                                  .check = nextAnswer,
-                                 .begin = [](Switch, const Where &) { called += "begin "; },
+                                 .begin =
+                                     [](Switch, const Where &) {
+                                         called += "begin ";
+                                         return --beginFailures < 0;
+                                     },
                                  .cycle = [](Switch, const Where &) { called += "cycle "; },
                                  .end = [](Switch, const Where &) { called += "end"; }};
 
@@ -58,6 +65,15 @@ TEST_F(LoopTest, GoesByTheAnswersOfTheCheck) {
     EXPECT_EQ(logged("] skipped\n"), 2u);
     EXPECT_EQ(logged("] ended\n"), 1u);
 
+    // What is there from an earlier run comes first, however often that takes; one line says so, and one for
+    // each time that the check cannot tell.
+    beginFailures = 2;
+    EXPECT_EQ(run(kLoop, "pppppa"), "begin begin begin cycle cycle cycle end 5");
+    EXPECT_EQ(logged("waiting for the switch to show what it has from an earlier run"), 1u);
+    const auto waited = logged("waiting for an answer; nothing is changed until then\n");
+    run(kLoop, "puuupuua");
+    EXPECT_EQ(logged("waiting for an answer; nothing is changed until then\n"), waited + 2);
+
     DetectionLoop looksFirst = kLoop;
     looksFirst.pause = Pause::AfterCycle;
     EXPECT_EQ(run(looksFirst, "ppa"), "begin cycle end 1");
@@ -66,9 +82,10 @@ TEST_F(LoopTest, GoesByTheAnswersOfTheCheck) {
                                 .period = 7s,
                                 .check = nextAnswer,
                                 .cycle = [](Switch, const Where &) { throw std::bad_alloc(); }};
+    const auto lookedBefore = logged("] looking\n");
     EXPECT_EQ(run(bare, "pppua"), " 4");
     EXPECT_EQ(logged("Could not allocate memory.\r\n"), 2u);
-    EXPECT_EQ(logged("] looking\n"), 7u);
+    EXPECT_EQ(logged("] looking\n"), lookedBefore);
 }
 
 // --- rows of the supervisor
@@ -121,7 +138,7 @@ TEST(RegistryTest, FamiliesReadWhatApplyingTheirProfileWrites) {
 
 // --- families by MAC address
 
-std::optional<std::vector<Sighting>> seen;
+std::optional<DeviceScan> seen;
 
 std::string nameOf(Mac mac) {
     return mac.text().substr(15) + " ";
@@ -164,12 +181,17 @@ TEST_F(LoopTest, StepsOfAFamily) {
                         .port = IfNum(port),
                         .controlMode = mode};
     };
-    seen = {sighting("01", 1, 2), sighting("02", 1, 1), sighting("03", 2, 3)};
+    const auto scanOf = [](std::vector<Sighting> sightings) {
+        DeviceScan scan;
+        scan.seen = std::move(sightings);
+        return scan;
+    };
+    seen = scanOf({sighting("01", 1, 2), sighting("02", 1, 1), sighting("03", 2, 3)});
     EXPECT_EQ(steps(), "join 01 join 03 ");
     EXPECT_EQ(list.at(1)->controlMode, 3u);
     EXPECT_EQ(steps(), "there 01 there 03 ");
     // One that moves is still there; without words for it, it moves in silence.
-    seen = {sighting("01", 4, 2)};
+    seen = scanOf({sighting("01", 4, 2)});
     EXPECT_EQ(steps(), "miss 03 there 01 ");
     EXPECT_EQ(systemLog().find("aa:bb"), std::string::npos);
     seen.reset();
@@ -196,6 +218,17 @@ TEST(MacAssociationsTest, TakesAnyOutput) {
         EXPECT_STREQ(mentions(head + entry), "no") << entry;
     for (const char *output : {"", "aa:bb:cc:00:00:01 10\n", "-------------\naa:bb:cc:00:00:01 10\n"})
         EXPECT_STREQ(mentions(output), "no table") << output;
+    for (const char *rest : {"x", "aa:bb:cc:00:00:01", "aa:bb:cc:00:00:01 "})
+        EXPECT_TRUE(MacAssociations::isCutShort(head + rest)) << rest;
+    for (const char *rest : {"", "\n", "aa:bb:cc:00:00:01 10", "aa:bb:cc:00:00:01 10\n"})
+        EXPECT_FALSE(MacAssociations::isCutShort(head + rest)) << rest;
+    EXPECT_FALSE(MacAssociations::isCutShort(""));
+
+    const auto table = MacAssociations::parse(head + "aa:bb:cc:00:00:01 10\nAA:bb:cc:00:00:02 11\n");
+    EXPECT_EQ(table->addressesIn(VlanId{11}).at(0).text(), "AA:bb:cc:00:00:02");
+    EXPECT_TRUE(table->hold(*Mac::parse("AA:BB:CC:00:00:01"), VlanId{10}));
+    EXPECT_FALSE(table->hold(*Mac::parse("AA:BB:CC:00:00:01"), VlanId{11}));
+    EXPECT_FALSE(table->hold(*Mac::parse("AA:BB:CC:00:00:03"), VlanId{11}));
     EXPECT_STREQ(mentions(head + std::string(3000, ' ') + "aa:bb:cc:00:00:01 10\n"), "yes");
 }
 

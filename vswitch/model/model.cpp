@@ -341,6 +341,8 @@ void Model::removeVlan(VlanId id) {
 }
 
 open_error_t Model::associateMac(const Mac &mac, VlanId id) {
+    if (associations_.size() >= config_.macAssociationsMax && !associations_.contains(mac))
+        return OPEN_E_FULL;
     if (const auto result = createVlan(id); result != OPEN_E_NONE)
         return result;
     associations_[mac] = id;

@@ -88,7 +88,7 @@ class Model {
     open_error_t setTagging(IfNum ifNum, VlanId id, bool tagged);
 
     const std::map<Mac, VlanId> &macAssociations() const { return associations_; }
-    open_error_t associateMac(const Mac &mac, VlanId id);  // creates the VLAN if needed
+    open_error_t associateMac(const Mac &mac, VlanId id);  // creates the VLAN if needed; FULL: no room
     open_error_t dissociateMac(const Mac &mac);
 
     // --- routing interfaces

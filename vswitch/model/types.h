@@ -44,6 +44,7 @@ struct ModelConfig {
     std::uint32_t lagMembersMax = 8;
     std::uint32_t defaultMtu = kMtuDefault;  // what the running configuration leaves out
     std::size_t fdbCapacity = 16384;
+    std::size_t macAssociationsMax = 16384;
     std::size_t logCapacity = 4096;
     std::string hostName = "avswitch";
     std::string machineModel = "AVM4848-24X";
