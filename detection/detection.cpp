@@ -9,6 +9,7 @@
 #include "platform/open_client.h"
 #include "platform/paths.h"
 #include "platform/version.h"
+#include "profile/session.h"
 #include "store/profile_db.h"
 #include "swapi/client_init.h"
 
@@ -55,7 +56,9 @@ int main(int argc, char **argv) {
         logError("[%s:%d] initHandler error\r\n");
         return codeOf(ResultCode::Failed);
     }
-    ensureProfileDb();
+    // A reboot leaves nothing in /tmp, an interruption leaves half a change: before anything is made of either.
+    if (!recoverProfiles(&handle))
+        ensureProfileDb();
 
     Supervisor supervisor(&handle);
     if (supervisor.start())

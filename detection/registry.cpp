@@ -4,12 +4,13 @@
 #include "common/json.h"
 #include "detection/audac.h"
 #include "detection/lightware.h"
+#include "detection/profile_keeper.h"
 #include "profile/detection_files.h"
 
 namespace pavo {
 namespace {
 
-constexpr const DetectionRow *kRows[] = {&audacDetection, &lightwareDetection};
+constexpr const DetectionRow *kRows[] = {&audacDetection, &lightwareDetection, &profileKeeper};
 
 class RunningMark {
   public:

@@ -159,5 +159,44 @@ class CrashTest(unittest.TestCase):
         self.fail("the operation never ended")
 
 
+class RecoveryTest(CrashTest):
+    """What the daemon sets right: at start, and while it runs."""
+    test_every_call = test_interrupted_and_rebooted = None
+
+    def see(self, what, condition):
+        self.rig.wait_for(condition, 60, what)
+
+    def lose_tmp(self):
+        for path in ("vlanInfo.db", "audac_config"):
+            os.remove(self.rig.path("/tmp/" + path))
+        for path in ("vlan_profile_config", "pavo"):
+            shutil.rmtree(self.rig.path("/tmp/" + path))
+
+    def test_daemon(self):
+        before = self.rig.running_config()
+        self.must("apply", "--name", "House", *FIRST)
+        whole = self.everything()
+        self.lose_tmp()
+        self.rig.start_daemon()
+        self.see("all is back after a reboot", lambda: self.everything() == whole)
+        with open(self.rig.path("/tmp/vlanInfo.db"), "wb") as file:
+            file.write(b"no database at all" * 100)
+        self.see("the damaged database is made again", lambda: self.rows() is not None)
+        self.assertEqual(whole, self.everything())
+        self.rig.stop("pavo_detection")
+        self.assertTrue(self.killed_after(60, "delete", "House"))
+        self.assertNotIn(self.rig.running_config(), (before, [line for line in whole if line in before]))
+        self.rig.start_daemon()
+        self.see("the interrupted deletion is finished", lambda: self.rig.running_config() == before)
+        self.rig.stop("pavo_detection")
+
+    def rows(self):
+        try:
+            with sqlite3.connect(self.rig.path("/tmp/vlanInfo.db")) as connection:
+                return connection.execute("select * from vlanInfo").fetchall()
+        except sqlite3.Error:
+            return None
+
+
 if __name__ == "__main__":
     unittest.main(verbosity=2)

@@ -1,0 +1,31 @@
+#include "detection/profile_keeper.h"
+
+#include <pthread.h>
+
+#include "profile/session.h"
+
+namespace pavo {
+namespace {
+
+std::atomic<std::int32_t> running{0};
+
+void keepDatabase(Switch sw, const Where &where) {
+    if (!isProfileDbUsable(where))
+        static_cast<void>(recoverProfiles(sw, where));
+}
+
+}  // namespace
+
+constinit const DetectionRow profileKeeper = {
+    .name = "profile keeper",
+    .loop = {.period = std::chrono::seconds(30), .cycle = keepDatabase},
+    .entry = keep_profiles_thread,
+    .running = &running,
+};
+
+void *keep_profiles_thread(void *clientHandle) {
+    runDetection(profileKeeper, clientHandle);
+    pthread_exit(nullptr);
+}
+
+}  // namespace pavo
