@@ -117,6 +117,7 @@ std::vector<TextLine> vlanLines(const std::vector<PlanLine> &plan) {
     for (const auto &[key, ids] : byChange)
         sorted[{key.first, std::ranges::min(ids), key.second}] = "VLAN " + rangesOf(ids);
     std::vector<TextLine> lines;
+    lines.reserve(sorted.size());
     for (const auto &[key, vlans] : sorted)
         lines.push_back({vlans, std::get<2>(key)});
     return lines;
