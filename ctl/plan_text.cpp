@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "common/log_format.h"
 #include "common/text.h"
 #include "ctl/output.h"
 #include "profile/switch_state.h"
@@ -69,7 +70,7 @@ std::vector<TextLine> switchLines(const std::vector<PlanLine> &plan) {
             lines.push_back({line.what, changeOf(line)});
     }
     for (const auto &[change, names] : classMaps)
-        lines.push_back({"class maps", change + ": " + names});
+        lines.push_back({"class maps", formatText("%s: %s", change, names)});
     return lines;
 }
 
