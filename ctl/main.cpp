@@ -87,11 +87,10 @@ void CommandLine::addProfile(CLI::App &profile) {
                [this](Switch sw) { showProfile(sw, output_, name_); })
         .add_option("name", name_)
         ->required();
-    addCommand(
-        profile, "status",
-        "Whether profiles are as they were applied, and what applying them again would repair; exit status\n"
-        "1 when one is not",
-        [this](Switch sw) { return showStatus(sw, output_, name_) ? 0 : kExitFailed; })
+    addCommand(profile, "status",
+               "Whether profiles are as they were applied, and what applying them again\n"
+               "would repair; exit status 1 when one is not",
+               [this](Switch sw) { return showStatus(sw, output_, name_) ? 0 : kExitFailed; })
         .add_option("name", name_, "Only this one");
     addCommand(profile, "delete", "Delete a profile; what it changed is what it was before",
                [this](Switch sw) { deleteProfile(sw, output_, name_); })

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "common/log_format.h"
 #include "common/text.h"
 #include "ctl/output.h"
 #include "profile/switch_state.h"
@@ -69,7 +70,7 @@ std::vector<TextLine> switchLines(const std::vector<PlanLine> &plan) {
             lines.push_back({line.what, changeOf(line)});
     }
     for (const auto &[change, names] : classMaps)
-        lines.push_back({"class maps", change + ": " + names});
+        lines.push_back({"class maps", formatText("%s: %s", change, names)});
     return lines;
 }
 
@@ -117,6 +118,7 @@ std::vector<TextLine> vlanLines(const std::vector<PlanLine> &plan) {
     for (const auto &[key, ids] : byChange)
         sorted[{key.first, std::ranges::min(ids), key.second}] = "VLAN " + rangesOf(ids);
     std::vector<TextLine> lines;
+    lines.reserve(sorted.size());
     for (const auto &[key, vlans] : sorted)
         lines.push_back({vlans, std::get<2>(key)});
     return lines;
@@ -169,26 +171,29 @@ std::string membershipChange(VlanId id, const PlanLine &line) {
 }
 
 // The PVID together with the two memberships that go with it, where they do; those are taken out then.
-std::string pvidChange(PortChanges &changes) {
-    const auto from = VlanId::from(leadingNumber(changes.pvid->now));
-    const auto to = VlanId::from(leadingNumber(changes.pvid->then));
-    auto &memberships = changes.memberships;
-    const auto left = from ? memberships.find(*from) : memberships.end();
-    const auto joined = to ? memberships.find(*to) : memberships.end();
-    const auto change = arrow(changes.pvid->now, changes.pvid->then);
-    if (left == memberships.end() || joined == memberships.end() ||
-        roleIn(*from, left->second.now) != "untagged" || takesPart(roleIn(*from, left->second.then)) ||
-        roleIn(*to, joined->second.then) != "untagged")
-        return "PVID " + change;
+std::string pvidChange(const PlanLine &pvid, std::map<VlanId, PlanLine> &memberships) {
+    const auto find = [&](const std::string &number) {
+        const auto id = VlanId::from(leadingNumber(number));
+        return id ? memberships.find(*id) : memberships.end();
+    };
+    const auto leavesUntagged = [](const auto &membership) {
+        const auto &[id, line] = membership;
+        return roleIn(id, line.now) == "untagged" && !takesPart(roleIn(id, line.then));
+    };
+    const auto left = find(pvid.now), joined = find(pvid.then);
+    const bool together = left != memberships.end() && joined != memberships.end() && leavesUntagged(*left) &&
+                          roleIn(joined->first, joined->second.then) == "untagged";
+    if (!together)
+        return "PVID " + arrow(pvid.now, pvid.then);
     memberships.erase(left);
     memberships.erase(joined);
-    return "VLAN " + change + " untagged";
+    return "VLAN " + arrow(pvid.now, pvid.then) + " untagged";
 }
 
 std::string portChange(PortChanges changes, const std::string &interface) {
     std::string text;
     if (changes.pvid)
-        addPart(text, pvidChange(changes));
+        addPart(text, pvidChange(*changes.pvid, changes.memberships));
     for (const auto &[id, line] : changes.memberships)
         addPart(text, membershipChange(id, line));
     if (changes.mtu)
@@ -234,6 +239,7 @@ std::vector<TextLine> portLines(const std::vector<PlanLine> &plan) {
         known->second.push_back(port);
     }
     std::vector<TextLine> lines;
+    lines.reserve(byChange.size());
     for (const auto &[change, names] : byChange)
         lines.push_back({portsText(names), change});
     return lines;
@@ -305,6 +311,7 @@ std::string planText(const ProfilePlan &plan, std::size_t indent) {
     if (text.empty())
         text = std::string(indent, ' ') + "nothing would change\n";
     std::vector<TextLine> sentences;
+    sentences.reserve(plan.notKept.size());
     for (const auto &sentence : plan.notKept)
         sentences.push_back({"", sentence});
     addGroup(text, indent, "Note", sentences);
