@@ -254,12 +254,7 @@ bool leaveLag(Switch sw, const LightwareLink &link, bool isRetry, const Where &w
     return link.lagShare == LagShare::Others || setLagStatic(sw, link.lag, true, isRetry, where);
 }
 
-bool tagInterface(Switch sw, IfNum ifNum, const Where &where) {
-    return setParticipationAndVerify(sw, ifNum, LIGHTWARE_TAGGED_VLAN, Participation::Include, where) &&
-           setTaggingAndVerify(sw, ifNum, LIGHTWARE_TAGGED_VLAN, Tagging::Tagged, where);
-}
-
-// --- what an earlier run has left
+// --- settings of ports and LAGs
 
 // `value` is `wanted`; a VLAN that the switch does not have is no membership.
 template <class T>
@@ -269,10 +264,8 @@ Presence presenceOf(const OpenResult<T> &value, T wanted) {
     return value.error() == OpenError::NotFound ? Presence::Absent : Presence::Unknown;
 }
 
-// The settings of ports and LAGs of an endpoint: VLAN 286 tagged, the profile's VLAN as PVID.
-Presence findSettings(Switch sw, IfNum ifNum, VlanId vlan) {
-    if (const auto pvid = presenceOf(sw.pvidNumber(ifNum), vlan.number()); pvid != Presence::Present)
-        return pvid;
+// VLAN 286, tagged.
+Presence findTagging(Switch sw, IfNum ifNum) {
     const auto membership =
         presenceOf(sw.participation(ifNum, LIGHTWARE_TAGGED_VLAN), Participation::Include);
     return membership != Presence::Present
@@ -280,12 +273,40 @@ Presence findSettings(Switch sw, IfNum ifNum, VlanId vlan) {
                : presenceOf(sw.tagging(ifNum, LIGHTWARE_TAGGED_VLAN), Tagging::Tagged);
 }
 
-// A LAG is in the profile's VLAN besides; a port leaves that to the profile.
-Presence findLagSettings(Switch sw, IfNum lag, VlanId vlan) {
-    const Presence settings = findSettings(sw, lag, vlan);
-    return settings != Presence::Present ? settings
-                                         : presenceOf(sw.participation(lag, vlan), Participation::Include);
+// The profile's VLAN, untagged.
+Presence findUntagging(Switch sw, IfNum ifNum, VlanId vlan) {
+    const auto pvid = presenceOf(sw.pvidNumber(ifNum), vlan.number());
+    return pvid != Presence::Present ? pvid
+                                     : presenceOf(sw.participation(ifNum, vlan), Participation::Include);
 }
+
+// The settings of an endpoint's port: that it is in the profile's VLAN is left to the profile.
+Presence findPortSettings(Switch sw, IfNum port, VlanId vlan) {
+    const auto pvid = presenceOf(sw.pvidNumber(port), vlan.number());
+    return pvid != Presence::Present ? pvid : findTagging(sw, port);
+}
+
+Presence findLagSettings(Switch sw, IfNum lag, VlanId vlan) {
+    const Presence untagging = findUntagging(sw, lag, vlan);
+    return untagging != Presence::Present ? untagging : findTagging(sw, lag);
+}
+
+// What is tried again is looked at first: a step that cannot be done must not have the others repeated, and
+// one that waits for VLAN 286 to be created is not an error each time.
+bool tagInterface(Switch sw, IfNum ifNum, bool isRetry, const Where &where) {
+    if (isRetry && findTagging(sw, ifNum) == Presence::Present)
+        return true;
+    if (isRetry && sw.vlanPresence(LIGHTWARE_TAGGED_VLAN) == Presence::Absent)
+        return false;
+    return setParticipationAndVerify(sw, ifNum, LIGHTWARE_TAGGED_VLAN, Participation::Include, where) &&
+           setTaggingAndVerify(sw, ifNum, LIGHTWARE_TAGGED_VLAN, Tagging::Tagged, where);
+}
+
+bool untagLag(Switch sw, IfNum lag, VlanId vlan, bool isRetry) {
+    return (isRetry && findUntagging(sw, lag, vlan) == Presence::Present) || ifUntaggedSet(sw, lag, vlan);
+}
+
+// --- what an earlier run has left
 
 // The records for the members of a LAG; nothing when they cannot be known.
 std::optional<std::vector<LightwareLink>> findUplinks(Switch sw, IfNum lag, VlanId vlan,
@@ -299,7 +320,7 @@ std::optional<std::vector<LightwareLink>> findUplinks(Switch sw, IfNum lag, Vlan
     bool isOnlyOurs = true;  // no members but those of one endpoint, and ports with our settings
     std::set<IfNum> withSettings;
     for (const IfNum port : members) {
-        const Presence settings = findSettings(sw, port, vlan);
+        const Presence settings = findPortSettings(sw, port, vlan);
         if (settings == Presence::Unknown)
             return std::nullopt;
         if (settings == Presence::Present)
@@ -481,8 +502,8 @@ Result<> lightwareOnlineCli(Switch sw, const Links &links, LightwareLink *link) 
     link->isWhole = link->isLeaving = false;
     link->lagShare = LagShare::Pending;
     const bool isIn = joinLag(sw, lag, link->port, isRetry, where);
-    const bool isLagTagged = tagInterface(sw, lag, where);
-    const bool isPortTagged = tagInterface(sw, link->port, where);
+    const bool isLagTagged = tagInterface(sw, lag, isRetry, where);
+    const bool isPortTagged = tagInterface(sw, link->port, isRetry, where);
     const ProfileVlan profile = findProfileVlan(sw, where);
     if (profile.presence != Presence::Present)
         return failed(profile.presence == Presence::Absent ? ResultCode::ConfigInvalid : ResultCode::Failed);
@@ -490,7 +511,8 @@ Result<> lightwareOnlineCli(Switch sw, const Links &links, LightwareLink *link) 
     const bool isMixed = std::ranges::any_of(links, [&](const LightwareLink &other) {
         return other.lag == lag && other.isLeaving && other.lagShare == LagShare::Pending;
     });
-    const bool isUntagged = (!isMixed || ifUntaggingClear(sw, lag)) && ifUntaggedSet(sw, lag, profile.vlan);
+    const bool isUntagged =
+        (!isMixed || ifUntaggingClear(sw, lag)) && untagLag(sw, lag, profile.vlan, isRetry);
     link->isWhole = isIn && isLagTagged && isPortTagged && isUntagged;
     if (link->isWhole)
         logDebug("[%s:%d] LightwareLookup: port %d added to LAG interface %d\n", link->port, lag);
@@ -536,7 +558,8 @@ bool ifTaggingClear(Switch sw, IfNum ifNum) {
         logDebug("[%s:%d] Lightware: set interface %d to vlan %d tagged success.\r\n", ifNum, kVlan);
     else
         logError("[%s:%d] Lightware: set interface %d to vlan %d tagged failed.\r\n", ifNum, kVlan);
-    return isOut && isUntagged;
+    // There is nothing to be taken out of a VLAN that the switch does not have.
+    return (isOut && isUntagged) || sw.vlanPresence(kVlan) == Presence::Absent;
 }
 
 }  // namespace pavo

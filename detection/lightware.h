@@ -102,7 +102,7 @@ Result<> lightwareOnlineCli(Switch sw, const DeviceList<LightwareLink> &links, L
 Result<> lightwareOfflineCli(Switch sw, LightwareLink *link);
 
 // Takes an interface out of VLAN 286: participation auto, then untagged; both steps always run and are
-// logged. False when one has failed.
+// logged. False when one has failed, unless there is no such VLAN.
 bool ifTaggingClear(Switch sw, IfNum ifNum);
 
 }  // namespace pavo

@@ -415,6 +415,22 @@ TEST_F(LightwareTest, ALeaveThatIsNotThroughIsFinished) {
     EXPECT_EQ(scans(), "1@49 3@49 ");
 }
 
+TEST_F(LightwareTest, WithoutVlan286AnUplinkIsNotWholeUntilItIsThere) {
+    model([](vswitch::Model &m) { m.deleteVlan(kTaggedVlan); });
+    connect(1);
+    expectErrors(2, {}, [&] { scans(); });
+    const auto changes = callCount(kParticipation);
+    expectErrors(0, {}, [&] { EXPECT_EQ(scans(5), "1@49! "); });
+    EXPECT_EQ(callCount(kParticipation), changes);
+    vlanCreate(kTaggedVlan);
+    EXPECT_EQ(scans(), "1@49 ");
+    // Nor does its absence keep one from leaving.
+    model([](vswitch::Model &m) { m.deleteVlan(kTaggedVlan); });
+    disconnect(1);
+    EXPECT_EQ(scans(2), "");
+    EXPECT_TRUE(lagOf(1) == 0 && unbundled(kLag));
+}
+
 TEST_F(LightwareTest, PortDescriptionsWithoutANumber) {
     connect(1, "endpoint-a", "eth0");
     connect(2, "endpoint-a", "eth1");

@@ -10,6 +10,7 @@ import re
 import shutil
 import signal
 import socket
+import sqlite3
 import struct
 import subprocess
 import sys
@@ -129,13 +130,142 @@ class SystemTest(unittest.TestCase):
         self.see("a walk has begun", lambda: self.rig.control("counters")["calls"]
                  ["rpcclt_openapiFdbEntryNextGet"] > walked)
         self.rig.stop("vswitchd", signal.SIGKILL)
-        self.see("the thread ends without a switch", lambda: "AudacLookup cli apply failed" in self.rig.log())
+        self.see("the thread waits for the switch", lambda: "waiting for the switch;" in self.rig.log())
         self.assertLess(self.rig.log().count("(ERROR)"), 30)
+        self.assertNotIn("Leave", self.rig.log())
+        # A switch that comes back without its configuration has no profile VLAN.
         self.rig.start_switch()
+        self.see("the thread ends", lambda: self.rig.cli("show logging buffered").count("AUDAC device Leave") == 1)
         self.apply_audac()
         self.rig.control("plug", **CONTROL)
         self.rig.control("plug", **AUDIO)
         self.see("joined on the new switch", lambda: self.rig.rows("associations", **ASSOCIATION))
+
+    def passed(self, seconds):
+        """Lets program time pass."""
+        time.sleep(seconds / self.rig.scale)
+
+    def profile_rows(self, statement):
+        database = sqlite3.connect(self.rig.path("/tmp/vlanInfo.db"), isolation_level=None)
+        try:
+            database.execute(statement)
+        finally:
+            database.close()
+
+    def test_what_cannot_be_asked_is_not_gone(self):
+        self.running()
+        starts = self.rig.log().count("AudacLookup Init success")
+
+        def nobody_leaves(what):
+            self.passed(40)
+            self.assertTrue(self.rig.rows("associations", **ASSOCIATION), what)
+            self.assertNotIn("AUDAC device Leave", self.rig.system_log(), what)
+            self.assertEqual(starts, self.rig.log().count("AudacLookup Init success"), what)
+
+        locked = sqlite3.connect(self.rig.path("/tmp/vlanInfo.db"), isolation_level=None)
+        locked.execute("BEGIN EXCLUSIVE")
+        time.sleep(5)
+        locked.execute("ROLLBACK")
+        locked.close()
+        nobody_leaves("a locked database")
+        self.assertEqual(1, self.rig.log().count("waiting for the profile database;"))
+        with open(self.rig.path("/tmp/vlanInfo.db"), "r+b") as file:
+            whole = file.read()
+            file.seek(0)
+            file.write(b"x" * len(whole))
+            file.flush()
+            self.passed(100)
+            file.seek(0)
+            file.write(whole)
+        nobody_leaves("a damaged database")
+        self.rig.control("fault", call="openapiVlanCreatedCheck", nth=1, once=True)
+        self.passed(20)
+        nobody_leaves("a failed check")
+        switch = self.rig.children["vswitchd"]
+        switch.send_signal(signal.SIGSTOP)
+        time.sleep(12)  # longer than a call may take, and 600 s of the daemon's time
+        self.assertIn("waiting for the switch;", self.rig.log())
+        switch.send_signal(signal.SIGCONT)
+        nobody_leaves("a switch that hangs")
+        self.rig.control("unplug", name="audio")
+        self.see("left", lambda: "AUDAC device Leave" in self.rig.system_log())
+
+    def test_hung_switch_at_the_start_and_at_the_end(self):
+        rig = self.rig
+        self.running()
+        rig.control("plug", name="crowd", port="0/5", mac="00:1B:92:03:00:00", count=100, behind="control")
+        self.see("a hundred joined", lambda: len(rig.rows("associations")) == 101)
+        switch = rig.children["vswitchd"]
+        switch.send_signal(signal.SIGSTOP)
+        self.profile_rows("delete from vlanInfo where id != 1")
+        started = time.monotonic()
+        self.see("torn down", lambda: rig.log().count("AudacLookup cli apply failed") == 101)
+        self.assertLess(time.monotonic() - started, 20)
+        rig.stop("pavo_detection", signal.SIGKILL)
+        started = time.monotonic()
+        daemon = rig.start_daemon()
+        self.assertEqual(10000 & 0xFF, daemon.wait(LIMIT))
+        self.assertLess(time.monotonic() - started, 10)  # 3 for the check that hangs; the pauses are scaled
+        switch.send_signal(signal.SIGCONT)
+        rig.children.pop("pavo_detection")
+
+    def test_one_daemon_at_a_time(self):
+        self.running()
+        second = run([self.rig.program("pavo_detection")], env=self.rig.env, timeout=LIMIT)
+        self.assertEqual(1, second.returncode)
+        for text in (second.stderr, self.rig.log()):
+            self.assertIn("already running: /tmp/pavo_detection.lock", text)
+        # The lock of a killed one does not count, and no link is followed.
+        self.rig.stop("pavo_detection", signal.SIGKILL)
+        lock = self.rig.path("/tmp/pavo_detection.lock")
+        self.assertTrue(os.path.exists(lock))
+        victim = self.rig.path("/tmp/victim")
+        os.rename(lock, lock + ".away")
+        os.symlink(victim, lock)
+        linked = run([self.rig.program("pavo_detection")], env=self.rig.env, timeout=LIMIT)
+        self.assertEqual(1, linked.returncode)
+        self.assertIn("cannot open the lock file", linked.stderr)
+        self.assertFalse(os.path.exists(victim))
+        os.rename(lock + ".away", lock)
+        self.rig.start_daemon()
+        self.see("taken over", lambda: "from an earlier run: taken over" in self.rig.log())
+
+    def test_daemon_killed_under_joined_devices(self):
+        rig = self.rig
+        self.running()
+        rig.pavoctl("profile", "apply", "--name", "Wall", "--type", "AVoIP Lightware AV network", "--vlan",
+                    "30 type=1 untagged=11-14", "--vlan", "286 type=2")
+        for port, name, chassis in ((11, "1", "ubex-a"), (12, "2", "ubex-a"), (13, "1", "ubex-b")):
+            rig.control("plug", name=f"uplink{port}", port=f"0/{port}", mac=f"A8:D2:36:00:00:{port}",
+                        lldp={"systemDesc": "UBEX-PRO20", "chassisId": chassis, "portDesc": name})
+
+        def lag_lines():
+            lines, inside = [], False
+            for line in rig.running_config():
+                inside = line.startswith("interface lag") or (inside and line != "exit")
+                if inside or "addport" in line:
+                    lines.append(line)
+            return lines
+
+        rig.log_level(7)
+        self.see("two LAGs", lambda: rig.log().count(" added to LAG interface ") == 3)
+        before = (lag_lines(), rig.table("associations"))
+        calls = rig.control("counters")["calls"]
+        rig.stop("pavo_detection", signal.SIGKILL)
+        rig.start_daemon()
+        self.see("taken over", lambda: rig.log().count("taken over") == 4)
+        self.passed(100)
+        self.assertEqual(before, (lag_lines(), rig.table("associations")))
+        again = rig.control("counters")["calls"]
+        for call in ("rpcclt_openapiLagPortAdd", "rpcclt_openapiVlanIfParticipationSet", "rpcclt_openapiTxtCfgApply"):
+            self.assertEqual(calls.get(call), again.get(call), call)
+        # What left in between is released.
+        rig.stop("pavo_detection", signal.SIGKILL)
+        rig.control("unplug", name="uplink13")
+        rig.control("unplug", name="audio")
+        rig.start_daemon()
+        self.see("released", lambda: sum("addport" in line for line in lag_lines()) == 2)
+        self.see("left", lambda: not rig.rows("associations"))
 
     def test_full_disk_under_the_scripts(self):
         folder = self.rig.path("/mnt/application/pavo/tmp")
