@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <charconv>
@@ -31,6 +32,8 @@ namespace pavo {
 namespace {
 
 constexpr int kLevelDefault = LOG_LEVEL_INFO;
+constexpr std::string_view kLevelNames[] = {"", "", "", "ERROR", "WARN", "NOTICE", "INFO", "DEBUG"};
+constexpr std::size_t kLevels = std::size(kLevelNames);
 constexpr off_t kLevelFileSize = 4;
 constexpr off_t kRotateAbove = 0x100000;
 
@@ -40,8 +43,33 @@ struct Settings {
     std::int32_t sinks = -1;
     std::int32_t facility = -1;
     std::string identity;  // empty: not given
+    // What stands between the time and the message at each level, " (ERROR): daemon: [": see keep().
+    std::array<std::string, kLevels> openings{};
 
     bool operator==(const Settings &) const = default;
+};
+
+// Looking at a file takes as long as writing a line to it. The first messages of a tick of the system's clock,
+// a few milliseconds, look each time, and in a burst every sixty-fourth does.
+class Glances {
+  public:
+    bool isDue() {
+        std::timespec now{};
+        clock_gettime(CLOCK_MONOTONIC_COARSE, &now);  // real time, whatever the program's clock shows
+        const std::int64_t tick = now.tv_sec * std::int64_t{1'000'000'000} + now.tv_nsec;
+        if (tick_.load(std::memory_order_relaxed) != tick) {
+            tick_.store(tick, std::memory_order_relaxed);
+            count_.store(0, std::memory_order_relaxed);
+        }
+        const unsigned before = count_.load(std::memory_order_relaxed);
+        count_.store(before + 1, std::memory_order_relaxed);
+        return before < 32 || before % 64 == 0;
+    }
+
+  private:
+    // A count that threads spoil for each other does no harm: somebody looks once more, or a message later.
+    std::atomic<std::int64_t> tick_{-1};
+    std::atomic<unsigned> count_{0};
 };
 
 struct State {
@@ -50,10 +78,14 @@ struct State {
     const Settings *settings = &everySettings.front();
     std::atomic<const Settings *> inForce{nullptr};  // the same once the facility has started
     int stream = -1;
-    std::string path;  // of the log file
+    std::string path;     // of the log file
+    off_t byteCount = 0;  // its size when it was last looked at, and what has been written since
     off_t rotateAbove = kRotateAbove;
+    Glances streamGlances;
 
     std::atomic<int> levelFd{-1};
+    std::atomic<char> levelDigit{'\0'};  // seen there last; 0: none
+    Glances levelGlances;
     std::atomic<int> levelReaders{0};  // threads that read the level at this moment
 };
 
@@ -92,32 +124,33 @@ void closeLevelFile(State &s) {
     while (s.levelReaders.load() != 0)
         std::this_thread::yield();
     close(fd);
+    s.levelDigit.store('\0');
 }
 
 void openLevelFile(State &s) {
     const int fd = open(platform::fsPath(platform::paths::kLogLevelFile).c_str(),
                         O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0666);
-    if (fd >= 0 && prepareLevelFile(fd))
+    if (fd >= 0 && prepareLevelFile(fd)) {
+        s.levelDigit.store(readDigit(fd));
         s.levelFd.store(fd);
-    else if (fd >= 0)
+    } else if (fd >= 0) {
         close(fd);
+    }
 }
 
 int threshold() {
     State &s = state();
-    s.levelReaders.fetch_add(1);  // keeps the file open until it has been read
-    const int fd = s.levelFd.load();
-    const char digit = fd >= 0 ? readDigit(fd) : '\0';
-    s.levelReaders.fetch_sub(1);
+    if (s.levelGlances.isDue()) {
+        s.levelReaders.fetch_add(1);  // keeps the file open until it has been read
+        if (const int fd = s.levelFd.load(); fd >= 0)
+            s.levelDigit.store(readDigit(fd));
+        s.levelReaders.fetch_sub(1);
+    }
+    const char digit = s.levelDigit.load(std::memory_order_relaxed);
     return digit != '\0' ? digit - '0' : kLevelDefault;
 }
 
 // --- lines
-
-std::string_view levelName(int level) {
-    static constexpr std::string_view kNames[] = {"", "", "", "ERROR", "WARN", "NOTICE", "INFO", "DEBUG"};
-    return level >= 0 && level < static_cast<int>(std::size(kNames)) ? kNames[level] : "";
-}
 
 // Local time to the millisecond; empty when it cannot be told. Converted once a second, by the time zone that
 // is set then; in between only the milliseconds are replaced.
@@ -149,17 +182,17 @@ std::string_view timeText() {
 class Line {
   public:
     // `place` is null for a format that states it itself.
-    Line(int level, const std::string &identity, const Where *place, const char *format, std::va_list args)
-        __attribute__((format(printf, 5, 0))) {
+    Line(std::string_view opening, const Where *place, const char *format, std::va_list args)
+        __attribute__((format(printf, 4, 0))) {
         const std::string_view time = timeText();
         std::va_list again;
         va_copy(again, args);
-        const std::size_t needed = put(stack_, sizeof stack_, time, level, identity, place, format, args);
+        const std::size_t needed = put(stack_, sizeof stack_, time, opening, place, format, args);
         length_ = needed;
         if (needed >= sizeof stack_) {
             heap_.reset(new (std::nothrow) char[needed + 1]);
             if (heap_ != nullptr)
-                put(heap_.get(), needed + 1, time, level, identity, place, format, again);
+                put(heap_.get(), needed + 1, time, opening, place, format, again);
             else
                 length_ = sizeof stack_ - 1;
         }
@@ -169,25 +202,28 @@ class Line {
     std::string_view text() const { return {heap_ != nullptr ? heap_.get() : stack_, length_}; }
 
   private:
-    // Length of the whole line, of which as much as fits is in `out`. The prefix, "%s (%s): %s: ", is put
-    // together by hand: for a short line snprintf would cost as much as the message itself.
-    static std::size_t put(char *out, std::size_t room, std::string_view time, int level,
-                           const std::string &identity, const Where *place, const char *format,
-                           std::va_list args) __attribute__((format(printf, 7, 0))) {
-        using namespace std::string_view_literals;
-        std::size_t used = 0;
-        char number[16];
-        std::string_view opening, function, colon, line, closing;
+    // Length of the whole line, of which as much as fits is in `out`. What stands in front of the message is
+    // put together by hand: for a short line snprintf would cost as much as the message itself.
+    static std::size_t put(char *out, std::size_t room, std::string_view time, std::string_view opening,
+                           const Where *place, const char *format, std::va_list args)
+        __attribute__((format(printf, 6, 0))) {
+        char number[16] = ":";
+        std::string_view function, line;
         if (place != nullptr) {
-            const char *const end = std::to_chars(std::begin(number), std::end(number), place->line()).ptr;
-            opening = "["sv, function = place->function(), colon = ":"sv, closing = "] "sv;
+            char *end = std::to_chars(number + 1, std::end(number) - 2, place->line()).ptr;
+            *end++ = ']';
+            *end++ = ' ';
+            function = place->function();
             line = {number, static_cast<std::size_t>(end - number)};
+        } else {
+            opening.remove_suffix(1);  // the format begins with the bracket itself
         }
-        for (const std::string_view part :
-             {time, time.empty() ? "("sv : " ("sv, levelName(level), "): "sv, std::string_view(identity),
-              ": "sv, opening, function, colon, line, closing}) {
+        if (time.empty())
+            opening.remove_prefix(1);
+        std::size_t used = 0;
+        for (const std::string_view part : {time, opening, function, line}) {
             const std::size_t at = std::min(used, room);
-            part.copy(out + at, room - at);
+            std::copy_n(part.data(), std::min(part.size(), room - at), out + at);
             used += part.size();
         }
         const std::size_t at = std::min(used, room - 1);
@@ -224,37 +260,46 @@ void closeStream(State &s) {
         close(std::exchange(s.stream, -1));
 }
 
-void openStream(State &s) {
+void takeStream(State &s, int fd) {
     closeStream(s);
-    s.path = platform::fsPath(platform::paths::kLogFile);
+    s.stream = fd;
+    struct stat info{};
+    s.byteCount = fd >= 0 && fstat(fd, &info) == 0 ? info.st_size : 0;
     s.rotateAbove = kRotateAbove;
-    s.stream = openLogFile(s.path);
 }
 
-// Whether the open file is the one that stands under the name of the log.
-bool isCurrent(const State &s) {
-    struct stat mine{};
-    struct stat seen{};
-    return fstat(s.stream, &mine) == 0 && lstat(s.path.c_str(), &seen) == 0 && mine.st_dev == seen.st_dev &&
-           mine.st_ino == seen.st_ino;
+void openStream(State &s) {
+    s.path = platform::fsPath(platform::paths::kLogFile);
+    takeStream(s, openLogFile(s.path));
 }
 
 // Moves on to the file that stands under the name now; stays with the present one when that cannot be opened.
 bool reopenStream(State &s) {
     const int fd = openLogFile(s.path);
-    if (fd < 0)
-        return false;
-    closeStream(s);
-    s.rotateAbove = kRotateAbove;
-    s.stream = fd;
-    return true;
+    if (fd >= 0)
+        takeStream(s, fd);
+    return fd >= 0;
+}
+
+// Whether the open file is the one that stands under the name of the log; its size is noted.
+bool isCurrent(State &s) {
+    struct stat mine{};
+    struct stat seen{};
+    if (fstat(s.stream, &mine) == 0)
+        s.byteCount = mine.st_size;
+    return lstat(s.path.c_str(), &seen) == 0 && mine.st_dev == seen.st_dev && mine.st_ino == seen.st_ino;
+}
+
+bool isDeleted(int fd) {
+    struct stat info{};
+    return fstat(fd, &info) == 0 && info.st_nlink == 0;
 }
 
 // One rotation, however many processes find the file too large: the lock is that of the file itself, and
 // whoever gets it later finds another file under the name. Nobody waits for it. A process that keeps it, or
 // is stopped while it has it, does not let the file grow without limit.
-void rotateStream(State &s, off_t size) {
-    if (flock(s.stream, LOCK_EX | LOCK_NB) != 0 && size <= 2 * kRotateAbove)
+void rotateStream(State &s) {
+    if (flock(s.stream, LOCK_EX | LOCK_NB) != 0 && s.byteCount <= 2 * kRotateAbove)
         return;
     bool renamed = true;
     if (isCurrent(s)) {
@@ -263,24 +308,20 @@ void rotateStream(State &s, off_t size) {
     }
     openStream(s);
     if (!renamed)
-        s.rotateAbove = size + kRotateAbove;  // the file goes on growing, and lines are not lost
+        s.rotateAbove = s.byteCount + kRotateAbove;  // the file goes on growing, and lines are not lost
 }
 
-// Writes a line; what it tells about the file afterwards. A line that does not fit on the disk is lost, as it
-// would be anywhere else.
-struct stat appendLine(int fd, std::string_view line) {
+// A line that does not fit on the disk is lost, as it would be anywhere else.
+void appendLine(State &s, std::string_view line) {
+    s.byteCount += static_cast<off_t>(line.size());
     while (!line.empty()) {
-        const ssize_t written = write(fd, line.data(), line.size());
+        const ssize_t written = write(s.stream, line.data(), line.size());
         if (written < 0 && errno == EINTR)
             continue;
         if (written <= 0)
             break;
         line.remove_prefix(static_cast<std::size_t>(written));
     }
-    struct stat info{};
-    info.st_nlink = 1;
-    fstat(fd, &info);
-    return info;
 }
 
 void writeStream(State &s, std::string_view line) {
@@ -290,20 +331,23 @@ void writeStream(State &s, std::string_view line) {
         return;
     }
     // Another process may have rotated, or somebody has taken the file away.
-    if (!isCurrent(s))
+    const bool looks = s.streamGlances.isDue();
+    if (looks && !isCurrent(s))
         reopenStream(s);
-    struct stat info = appendLine(s.stream, line);
+    appendLine(s, line);
     // It may even have gone for good in between, and the line with it.
-    if (info.st_nlink == 0 && reopenStream(s))
-        info = appendLine(s.stream, line);
-    if (info.st_size > s.rotateAbove)
-        rotateStream(s, info.st_size);
+    if (looks && isDeleted(s.stream) && reopenStream(s))
+        appendLine(s, line);
+    if (s.byteCount > s.rotateAbove)
+        rotateStream(s);
 }
 
 // --- life cycle
 
 // The one copy of these settings.
 const Settings *keep(State &s, Settings settings) {
+    for (std::size_t level = 0; level < kLevels; ++level)
+        settings.openings[level] = " (" + std::string(kLevelNames[level]) + "): " + settings.identity + ": [";
     const auto known = std::find(s.everySettings.begin(), s.everySettings.end(), settings);
     return known != s.everySettings.end() ? &*known : &s.everySettings.emplace_back(std::move(settings));
 }
@@ -364,7 +408,8 @@ __attribute__((format(printf, 3, 0))) void writeMessage(int level, const Where *
     if ((settings.sinks & (LOG_SINK_FILE | LOG_SINK_STDOUT)) != 0) {
         std::va_list own;
         va_copy(own, args);
-        const Line line(level, settings.identity, place, format, own);
+        const auto known = level >= 0 && static_cast<std::size_t>(level) < kLevels;
+        const Line line(settings.openings[known ? static_cast<std::size_t>(level) : 0], place, format, own);
         va_end(own);
         if ((settings.sinks & LOG_SINK_STDOUT) != 0)
             writeStandardOutput(line.text());

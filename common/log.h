@@ -6,6 +6,8 @@
 // it, the others go on in the new one. The facility never reports errors to its callers: a log file that
 // cannot be opened sends its lines to standard output, an unusable level file leaves the threshold at 6. No
 // link is followed to either. The time is that of the time zone which is set at the moment of the message.
+// What others do to the two files is seen by the next message; in a burst (more than 32 messages within one
+// tick of the system's clock, a few milliseconds) by every 64th and with the next tick.
 #ifndef PAVO_COMMON_LOG_H
 #define PAVO_COMMON_LOG_H
 
