@@ -318,10 +318,6 @@ std::string planText(const ProfilePlan &plan, std::size_t indent) {
     return text;
 }
 
-bool isAsApplied(const ProfileStatus &status) {
-    return status.repair.empty() && status.losses.empty() && !status.interrupted;
-}
-
 std::string lossesText(const std::vector<Loss> &losses) {
     std::string text;
     for (const auto &[taker, what] : lossesBy(losses, &Loss::taker))

@@ -24,8 +24,6 @@ namespace pavo::ctl {
 // Long ones go on in the next line. "nothing would change" when nothing would.
 std::string planText(const ProfilePlan &plan, std::size_t indent = 0);
 
-bool isAsApplied(const ProfileStatus &status);
-
 // "as applied"; or "interrupted: ...", "incomplete: ...", "drifted", with semicolons between them. What differs
 // is in planText(status.repair).
 std::string stateText(const ProfileStatus &status);

@@ -180,7 +180,7 @@ bool showStatus(Switch sw, const Output &output, const std::string &name) {
                 std::fputs(planText(status.repair, 2).c_str(), stdout);
         }
     }
-    return std::ranges::all_of(profiles, isAsApplied);
+    return std::ranges::all_of(profiles, &ProfileStatus::isAsApplied);
 }
 
 void deleteProfile(Switch sw, const Output &output, const std::string &name) {

@@ -21,7 +21,8 @@ Result<IfNum> freeLagFind(Switch sw);
 // first failure; false then.
 bool ifUntaggedSet(Switch sw, IfNum ifNum, VlanId vlan);
 
-// Takes the interface out of the VLAN of its PVID, unless that is VLAN 1, and puts it back into VLAN 1. Ends at the first failure; false then.
+// Takes the interface out of the VLAN of its PVID, unless that is VLAN 1, and puts it back into VLAN 1. Ends
+// at the first failure; false then.
 bool ifUntaggingClear(Switch sw, IfNum ifNum);
 
 }  // namespace pavo

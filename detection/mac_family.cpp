@@ -179,7 +179,7 @@ void reportRefusal(const MacFamily &family, const DetectedDevice &device, VlanId
 
 void finishFollowing(const MacFamily &family, DetectedDevice *device, VlanId vlan, const Where &where) {
     const std::string text = logToSystem(std::source_location::current(), family.texts.vlanChanged,
-                                         device->mac, *device->vlan, vlan);
+                                         device->mac, device->vlan.value_or(vlan), vlan);
     if (!text.empty())
         logInfo(where, "[%s:%d] %s\r\n", text);
     device->vlan = vlan;
@@ -267,12 +267,13 @@ bool adoptDevices(Switch sw, VlanId vlan, std::uint32_t type, Devices *devices, 
     const auto shown = readMacAssociations(sw, where);
     if (!shown)
         return false;
-    if (!*shown)
-        return true;  // no table: nothing is associated
+    const std::optional<MacAssociations> &table = *shown;
+    if (!table)
+        return true;  // nothing is associated
     std::unordered_set<std::uint64_t> known;
     for (const DetectedDevice &device : *devices)
         known.insert(device.mac.bits());
-    for (const Mac mac : (*shown)->addressesIn(vlan)) {
+    for (const Mac mac : table->addressesIn(vlan)) {
         if (known.contains(mac.bits()))
             continue;
         logInfo(where, "[%s:%d] MAC %s is associated with VLAN %d from an earlier run: taken over\r\n", mac,

@@ -50,10 +50,10 @@ Result<> NeighbourReader::walk(IfNum port, std::vector<Neighbour> &neighbours, c
     for (const NeighbourKey &key : keys)
         if (auto outcome = readOne(key, neighbours, where); !outcome)
             return outcome;
-    if (!keys.brokenBy())
+    const auto error = keys.brokenBy();
+    if (!error)
         return {};
-    logError(where, "[%s:%d] Call openapiLldpIntfRemoteDeviceNextGet error. (result = %d)\r\n",
-             *keys.brokenBy());
+    logError(where, "[%s:%d] Call openapiLldpIntfRemoteDeviceNextGet error. (result = %d)\r\n", *error);
     return failed(ResultCode::Failed);
 }
 

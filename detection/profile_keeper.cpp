@@ -18,7 +18,7 @@ void keepDatabase(Switch sw, const Where &where) {
 
 constinit const DetectionRow profileKeeper = {
     .name = "profile keeper",
-    .loop = {.period = std::chrono::seconds(30), .cycle = keepDatabase},
+    .loop = {.texts = {}, .period = std::chrono::seconds(30), .cycle = keepDatabase},
     .entry = keep_profiles_thread,
     .running = &running,
 };

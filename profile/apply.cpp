@@ -71,8 +71,9 @@ Result<std::optional<ProfilePlan>> applyProfile(Switch sw, const ProfileConfig &
     if (config.plan) {
         auto plan = planOf(**change);
         if (const auto &pending = session->record.pending)
-            plan.notKept.push_back(formatText("a change of profile %s was interrupted and is finished first",
-                                              quoteText(pending->name)));
+            plan.notKept.push_back(
+                formatText("a change of profile %s was interrupted and is finished or taken back first",
+                           quoteText(pending->name)));
         return std::optional(std::move(plan));
     }
     FileSnapshots snapshots;
@@ -111,7 +112,14 @@ Result<std::vector<ProfileStatus>> readProfileStatus(Switch sw, Where where) {
     if (!session)
         return std::unexpected(std::move(session).error());
     std::vector<ProfileStatus> out;
-    const auto &record = session->record;
+    auto &record = session->record;
+    // What a change that was interrupted has left behind is nobody's drift.
+    if (record.pending)
+        std::erase_if(record.things, [&](const auto &item) {
+            return std::ranges::none_of(item.second.profiles, [&](const std::string &name) {
+                return record.find(name) != nullptr && name != record.pending->name;
+            });
+        });
     for (const auto &profile : record.profiles) {
         const auto &name = profile.request.name;
         const auto change = planChange(*session, record.profiles, name);
@@ -134,8 +142,7 @@ std::string printStatus(const std::vector<ProfileStatus> &status) {
         cJSON *const object = cJSON_CreateObject();
         cJSON_AddItemToArray(array.get(), object);
         cJSON_AddStringToObject(object, "name", wellFormed(profile.name).c_str());
-        cJSON_AddBoolToObject(object, "asApplied",
-                              profile.repair.empty() && profile.losses.empty() && !profile.interrupted);
+        cJSON_AddBoolToObject(object, "asApplied", profile.isAsApplied());
         cJSON_AddBoolToObject(object, "interrupted", profile.interrupted);
         cJSON *const losses = cJSON_AddArrayToObject(object, "losses");
         for (const auto &loss : profile.losses) {

@@ -53,6 +53,8 @@ struct ProfileStatus {
     ProfilePlan repair;        // what applying it again would change
     std::vector<Loss> losses;  // what it goes without
     bool interrupted = false;  // a change of it has begun and not ended
+
+    bool isAsApplied() const { return repair.empty() && losses.empty() && !interrupted; }
 };
 
 // All profiles, in the order in which they were applied. Takes no lock and changes nothing. Failed (logged,

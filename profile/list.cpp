@@ -126,10 +126,6 @@ struct Known {
     bool lost = false;             // the database
 };
 
-bool isDamage(SqliteCode code) {
-    return code == SqliteCode{SQLITE_CORRUPT} || code == SqliteCode{SQLITE_NOTADB};
-}
-
 // A database that is damaged is as good as lost, where something is known without it.
 Result<Known> readRows(const ProfileRecord &record, const Where &where) {
     if (!hasDatabase())

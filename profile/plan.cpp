@@ -19,6 +19,9 @@ std::string valueText(const std::string &name, const std::optional<std::string> 
             return "absent";
         return thing.kind == Kind::Pvid ? "1" : "default";
     }
+    // On by default: what the setting says is "no".
+    if (name.ends_with("factory-default-vlan"))
+        return "off";
     const auto lines = std::ranges::count(*value, '\n');
     if (lines > 0)
         return formatText("(%d lines)", static_cast<int>(lines));

@@ -173,10 +173,17 @@ Result<ProfileRecord> readProfileRecord(Where where) {
     }
     if (auto record = ProfileRecord::parse(*text))
         return std::move(*record);
-    const std::string aside = std::string(kProfileRecord) + ".damaged";
-    logError(where, "[%s:%d] the profile record is damaged and set aside as %s\n", aside);
-    std::rename(platform::fsPath(kProfileRecord).c_str(), platform::fsPath(aside).c_str());
+    logError(where, "[%s:%d] the profile record is damaged\n");
     return ProfileRecord{};
+}
+
+void setAsideDamagedRecord(Where where) {
+    const auto text = readFile(kProfileRecord, kFileMax, where);
+    if (!text || ProfileRecord::parse(*text))
+        return;
+    const std::string aside = std::string(kProfileRecord) + ".damaged";
+    logWarn(where, "[%s:%d] the damaged profile record is kept as %s\n", aside);
+    std::rename(platform::fsPath(kProfileRecord).c_str(), platform::fsPath(aside).c_str());
 }
 
 Result<> writeProfileRecord(const ProfileRecord &record, Where where) {

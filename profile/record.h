@@ -67,10 +67,11 @@ struct ProfileRecord {
     std::string print() const;
 };
 
-// Empty when there is none yet. A damaged one is set aside and reported: what can be learned from the
-// database and the settings files stands in for it. Failed (logged, with a reason) when it is there and
-// cannot be read.
+// Empty when there is none yet, or a damaged one (logged): what can be learned from the database and the settings
+// files stands in for it. Failed (logged, with a reason) when it is there and cannot be read.
 Result<ProfileRecord> readProfileRecord(Where where = std::source_location::current());
+// Keeps a damaged one beside the one that is going to be written.
+void setAsideDamagedRecord(Where where = std::source_location::current());
 // It is on the disk when this returns. Failed (logged, with a reason).
 Result<> writeProfileRecord(const ProfileRecord &record, Where where = std::source_location::current());
 

@@ -1,6 +1,5 @@
 #include "profile/session.h"
 
-#include <sqlite3.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -23,11 +22,6 @@ namespace {
 using platform::paths::kProfileDb;
 
 // --- the database
-
-bool isDamage(SqliteCode code) {
-    const int number = static_cast<int>(code);
-    return number == SQLITE_CORRUPT || number == SQLITE_NOTADB || number == SQLITE_ERROR;
-}
 
 bool hasContent(const char *fixedPath) {
     std::error_code error;
@@ -259,6 +253,7 @@ Result<SwitchState> readSwitchState(Switch sw, Where where) {
 }
 
 Result<ProfileSession> ProfileSession::open(Switch sw, const ProfileLock &held, Where where) {
+    setAsideDamagedRecord(where);
     auto session = begin(sw, where);
     if (!session)
         return session;
@@ -282,12 +277,17 @@ Result<ProfileSession> ProfileSession::open(Switch sw, const ProfileLock &held, 
 
 Result<ProfileSession> ProfileSession::look(Switch sw, Where where) {
     auto session = begin(sw, where);
-    if (!session || !hasContent(kProfileDb))
+    if (!session)
         return session;
-    auto rows = readProfileRows(where);
-    if (!rows)
-        return failed(ResultCode::Failed, "the profile database cannot be read");
-    session->rows = std::move(*rows);
+    // One that is lost would be made again from the record.
+    session->rows = rowsOf(standingOf(session->record.profiles));
+    if (hasContent(kProfileDb)) {
+        auto rows = readProfileRows(where);
+        if (rows)
+            session->rows = std::move(*rows);
+        else if (!isDamage(rows.error().code))
+            return failed(ResultCode::Failed, "the profile database cannot be read");
+    }
     if (session->record.pending)
         return session;
     if (auto known = reconcile(*session); !known)

@@ -240,6 +240,11 @@ bool isSound(long size, const Where &where) {
 
 }  // namespace
 
+bool isDamage(SqliteCode code) {
+    const int number = static_cast<int>(code);
+    return number == SQLITE_CORRUPT || number == SQLITE_NOTADB || number == SQLITE_ERROR;
+}
+
 ProfileRow defaultProfileRow() {
     return {1, 1, "Default", "Default", "#000000"};
 }

@@ -30,6 +30,9 @@ namespace pavo {
 // codes.
 enum class SqliteCode : int {};
 
+// Whether a file that can be opened is no database of profiles (any more), rather than one that cannot be read now.
+bool isDamage(SqliteCode code);
+
 struct DbFailure {
     SqliteCode code;
     bool opened;  // false: the database could not be opened at all
