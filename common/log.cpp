@@ -11,6 +11,7 @@
 #include <atomic>
 #include <cerrno>
 #include <charconv>
+#include <chrono>
 #include <cstdarg>
 #include <cstring>
 #include <ctime>
@@ -295,20 +296,30 @@ bool isDeleted(int fd) {
     return fstat(fd, &info) == 0 && info.st_nlink == 0;
 }
 
-// One rotation, however many processes find the file too large: the lock is that of the file itself, and
-// whoever gets it later finds another file under the name. Nobody waits for it. A process that keeps it, or
-// is stopped while it has it, does not let the file grow without limit.
-void rotateStream(State &s) {
-    if (flock(s.stream, LOCK_EX | LOCK_NB) != 0 && s.byteCount <= 2 * kRotateAbove)
-        return;
-    bool renamed = true;
-    if (isCurrent(s)) {
-        removeFile(platform::paths::kLogFileOld);
-        renamed = std::rename(s.path.c_str(), platform::fsPath(platform::paths::kLogFileOld).c_str()) == 0;
+// Whoever rotates has the lock for some microseconds; somebody who keeps it must not stop the program.
+bool lockForRotation(int fd) {
+    for (int attempt = 0; attempt < 50; ++attempt) {
+        if (flock(fd, LOCK_EX | LOCK_NB) == 0)
+            return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));  // real time: it is a real process
     }
-    openStream(s);
-    if (!renamed)
-        s.rotateAbove = s.byteCount + kRotateAbove;  // the file goes on growing, and lines are not lost
+    return false;
+}
+
+// One rotation, however many processes find the file too large: the lock is that of the file itself, and
+// whoever gets it later finds another file under the name.
+void rotateStream(State &s) {
+    bool rotated = lockForRotation(s.stream);
+    if (rotated && isCurrent(s)) {
+        removeFile(platform::paths::kLogFileOld);
+        rotated = std::rename(s.path.c_str(), platform::fsPath(platform::paths::kLogFileOld).c_str()) == 0;
+    }
+    if (rotated) {
+        openStream(s);
+        return;
+    }
+    flock(s.stream, LOCK_UN);
+    s.rotateAbove = s.byteCount + kRotateAbove;  // the file goes on growing, and lines are not lost
 }
 
 // A line that does not fit on the disk is lost, as it would be anywhere else.

@@ -130,7 +130,7 @@ class Rig:
         return self.read("/tmp/ketch.log.old") + self.read("/tmp/ketch.log")
 
     def log_level(self, level):
-        """Changes the log threshold of every running process: written in place, as the file is mapped."""
+        """Changes the log threshold of every running process: written in place, as they keep the file open."""
         with open(self.path("/tmp/devmgr_log_level"), "r+", encoding="ascii") as file:
             file.write(str(level))
 

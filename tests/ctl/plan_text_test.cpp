@@ -6,7 +6,6 @@
 namespace {
 
 using namespace pavo;
-using ctl::isAsApplied;
 using ctl::planText;
 using ctl::stateText;
 
@@ -107,7 +106,7 @@ TEST(PlanTextTest, ChangesOfAPortAreTogetherAndPortsWithTheSameAreARun) {
 
 TEST(PlanTextTest, StateNamesAllThatIsNotAsApplied) {
     ProfileStatus status{"Hall", {}, {}, false};
-    EXPECT_TRUE(isAsApplied(status));
+    EXPECT_TRUE(status.isAsApplied());
     EXPECT_EQ(stateText(status), "as applied");
     status.losses = {{"Hall", "VLAN 20", "B"}};
     EXPECT_EQ(stateText(status), R"(incomplete: VLAN 20 is with "B")");
@@ -115,10 +114,10 @@ TEST(PlanTextTest, StateNamesAllThatIsNotAsApplied) {
     status.losses.push_back({"Hall", "port 2", "B"});
     status.repair.ports = {{"interface 0/5 mvrp", "default", "on"}};
     EXPECT_EQ(stateText(status), R"(incomplete: VLAN 20, port 2 are with "B", port 3 is with "C"; drifted)");
-    EXPECT_FALSE(isAsApplied(status));
+    EXPECT_FALSE(status.isAsApplied());
     status = {"Hall", {}, {}, true};
     EXPECT_EQ(stateText(status), "interrupted: finished or taken back by the next operation");
-    EXPECT_FALSE(isAsApplied(status));
+    EXPECT_FALSE(status.isAsApplied());
 }
 
 }  // namespace

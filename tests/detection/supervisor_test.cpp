@@ -73,7 +73,9 @@ class SupervisorTest : public DetectionTest {
         EXPECT_EQ(systemLogged("Stopping System API application"), 1u);
         EXPECT_NE(openapiClientTearDown(&client), OPEN_E_NONE);
     }
-    Supervisor supervisor{&client, Threads::create};
+    // Without the workers, which never end.
+    static constexpr const DetectionRow *kFamilies[] = {&audacDetection, &lightwareDetection};
+    Supervisor supervisor{&client, Threads::create, kFamilies};
 };
 
 TEST_F(SupervisorTest, RestartsThreadsWhoseProfileIsBack) {
