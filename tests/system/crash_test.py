@@ -85,9 +85,9 @@ class CrashTest(unittest.TestCase):
         done = self.operate(*words)
         self.assertEqual(0, done.returncode, (words, done.stderr))
 
-    def killed_after(self, calls, *words):
+    def killed_after(self, calls, *words, call="*"):
         """False when the operation has fewer calls."""
-        self.rig.control("fault", nth=calls, kill="after", process="pavoctl")
+        self.rig.control("fault", call=call, nth=calls, kill="after", process="pavoctl")
         done = self.operate(*words)
         self.rig.control("faults", clear=True)
         self.assertIn(done.returncode, (0, -signal.SIGKILL), done.stderr)
@@ -183,8 +183,8 @@ class RecoveryTest(CrashTest):
             file.write(b"no database at all" * 100)
         self.see("the damaged database is made again", lambda: self.rows() is not None and self.everything() == whole)
         self.rig.stop("pavo_detection")
-        self.assertTrue(self.killed_after(60, "delete", "House"))
-        self.assertNotIn(self.rig.running_config(), (before, [line for line in whole if line in before]))
+        self.assertTrue(self.killed_after(2, "delete", "House", call="rpcclt_openapiTxtCfgApply"))
+        self.assertNotEqual(before, self.rig.running_config())
         self.rig.start_daemon()
         self.see("the interrupted deletion is finished", lambda: self.rig.running_config() == before)
         self.rig.stop("pavo_detection")
