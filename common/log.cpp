@@ -224,7 +224,7 @@ class Line {
         std::size_t used = 0;
         for (const std::string_view part : {time, opening, function, line}) {
             const std::size_t at = std::min(used, room);
-            std::copy_n(part.data(), std::min(part.size(), room - at), out + at);
+            std::ranges::copy(part.substr(0, room - at), out + at);
             used += part.size();
         }
         const std::size_t at = std::min(used, room - 1);

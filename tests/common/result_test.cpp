@@ -248,7 +248,7 @@ TEST(Files, ALockIsWaitedForAsLongAsTheLimit) {
             waiter.wait_for(std::chrono::milliseconds(3));
         }
     };
-    passUntil([&] { return log.text() != ""; });
+    passUntil([&] { return !log.text().empty(); });
     EXPECT_TRUE(log.has("(WARN): test: [join:7] waiting for the lock /tmp/test.lock, for at most 60 s\n"));
     passUntil([&] { return waiter.wait_for(std::chrono::seconds(0)) == std::future_status::ready; });
     EXPECT_EQ(waiter.get(), std::pair(FileLock::State::NotLocked, true));
