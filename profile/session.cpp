@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <map>
+#include <optional>
 #include <utility>
 
 #include "common/files.h"
@@ -28,28 +29,21 @@ bool hasContent(const char *fixedPath) {
     return std::filesystem::file_size(platform::fsPath(fixedPath), error) > 0 && !error;
 }
 
-struct Rows {
-    std::vector<ProfileRow> rows;
-    bool fresh = false;  // the database was made just now
-};
-
-Result<Rows> readRows(const Where &where) {
-    Rows out{{}, !hasContent(kProfileDb)};
-    if (out.fresh)
-        ensureProfileDb(where);
+// The rows; nothing when there is no database, or only a damaged one.
+Result<std::optional<std::vector<ProfileRow>>> readRows(const Where &where) {
+    if (!hasContent(kProfileDb))
+        return std::nullopt;
     auto rows = readProfileRows(where);
-    if (!rows && isDamage(rows.error().code) && hasContent(kProfileDb)) {
-        const std::string aside = std::string(kProfileDb) + ".damaged";
-        logError(where, "[%s:%d] the profile database is damaged and made again; the old one is %s\n", aside);
-        std::rename(platform::fsPath(kProfileDb).c_str(), platform::fsPath(aside).c_str());
-        ensureProfileDb(where);
-        out.fresh = true;
-        rows = readProfileRows(where);
-    }
-    if (!rows)
+    if (rows)
+        return std::optional(std::move(*rows));
+    if (!isDamage(rows.error().code))
         return failed(ResultCode::Failed, "the profile database cannot be read");
-    out.rows = std::move(*rows);
-    return out;
+    const std::string aside = std::string(kProfileDb) + ".damaged";
+    logError(where, "[%s:%d] the profile database is damaged and made again; the old one is %s\n", aside);
+    std::error_code ignored;
+    std::filesystem::copy_file(platform::fsPath(kProfileDb), platform::fsPath(aside),
+                               std::filesystem::copy_options::overwrite_existing, ignored);
+    return std::nullopt;
 }
 
 std::string nameOnSwitch(VlanId id, const SwitchState &observed) {
@@ -78,7 +72,7 @@ std::vector<ProfileRow> rowsOfSettings(const SwitchState &observed) {
     return rows;
 }
 
-// Fills a fresh database with what the record and the settings files know.
+// Makes the database from what the record and the settings files know.
 Result<> refill(ProfileSession &session) {
     auto rows = rowsOf(standingOf(session.record.profiles));
     for (auto &row : rowsOfSettings(session.observed))
@@ -87,9 +81,8 @@ Result<> refill(ProfileSession &session) {
             rows.push_back(std::move(row));
             std::ranges::sort(rows, {}, &ProfileRow::id);
         }
-    for (const auto &row : rows)
-        if (!replaceProfileRow(row, session.where))
-            return failed(ResultCode::Failed, "the profile database cannot be written");
+    if (!makeProfileDb(rows, session.where))
+        return failed(ResultCode::Failed, "the profile database cannot be written");
     session.rows = std::move(rows);
     return {};
 }
@@ -260,10 +253,10 @@ Result<ProfileSession> ProfileSession::open(Switch sw, const ProfileLock &held, 
     auto rows = readRows(where);
     if (!rows)
         return std::unexpected(std::move(rows).error());
-    session->rows = std::move(rows->rows);
-    if (rows->fresh)
-        if (auto filled = refill(*session); !filled)
-            return std::unexpected(std::move(filled).error());
+    if (auto &known = *rows)
+        session->rows = std::move(*known);
+    else if (auto filled = refill(*session); !filled)
+        return std::unexpected(std::move(filled).error());
     if (session->record.pending) {
         if (auto finished = finishInterrupted(*session, held); !finished)
             return std::unexpected(std::move(finished).error());

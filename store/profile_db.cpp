@@ -6,7 +6,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <functional>
 #include <limits>
 #include <memory>
@@ -25,6 +27,8 @@ using namespace std::string_view_literals;
 constexpr int kBusyTimeoutMs = 3000;
 constexpr std::size_t kStatementMax = 255;
 constexpr const char *kCountRows = "SELECT count(*) FROM vlanInfo;";
+constexpr const char *kReplaceRow =
+    "replace into vlanInfo values(    %d,    %d,    '%q',    '%q',    '%q'    )";
 constexpr const char *kSelectAll = "SELECT id, vlanType, profileName, profileType, color FROM vlanInfo";
 
 constexpr LogFormat<const char *> kCannotOpen = "[%s:%d] Can't open database: %s\r\n";
@@ -98,9 +102,9 @@ class Table {
 class Connection {
   public:
     // SQLite's code. Reports nothing: operations differ in what they say.
-    int open(int createFlag = 0) {
+    int open(int createFlag = 0, const std::string &fixedPath = platform::paths::kProfileDb) {
         sqlite3 *handle = nullptr;
-        const int code = sqlite3_open_v2(platform::fsPath(platform::paths::kProfileDb).c_str(), &handle,
+        const int code = sqlite3_open_v2(platform::fsPath(fixedPath).c_str(), &handle,
                                          SQLITE_OPEN_READWRITE | createFlag, nullptr);
         db_.reset(handle);
         if (code == SQLITE_OK)
@@ -184,9 +188,13 @@ DbResult<std::vector<std::int32_t>> readIds(const Statement &statement, const Wh
 }
 
 // Insert or replace; SQLite's own formatter takes care of quotes and of any length.
+SqlitePtr<char> rowStatement(const char *format, const ProfileRow &row) {
+    return SqlitePtr<char>(sqlite3_mprintf(format, row.id, row.vlanType, row.profileName.c_str(),
+                                           row.profileType.c_str(), row.color.c_str()));
+}
+
 DbResult<> writeRow(const char *format, const ProfileRow &row, const Where &where) {
-    const SqlitePtr<char> sql(sqlite3_mprintf(format, row.id, row.vlanType, row.profileName.c_str(),
-                                              row.profileType.c_str(), row.color.c_str()));
+    const auto sql = rowStatement(format, row);
     if (sql != nullptr)
         return runChange(sql.get(), where);
     logError(where, kStatementError, formatText("vlanInfo, id = %d", row.id).c_str(),
@@ -203,9 +211,8 @@ std::string createStatement() {
         static_cast<int>(VLAN_INFO_COLOR_SIZE));
 }
 
-int createTable(const Where &where) {
-    Connection connection;
-    if (const int code = connection.open(SQLITE_OPEN_CREATE); code != SQLITE_OK) {
+int createTable(const Where &where, Connection &connection, const std::string &fixedPath) {
+    if (const int code = connection.open(SQLITE_OPEN_CREATE, fixedPath); code != SQLITE_OK) {
         logError(where, kCannotOpen, connection.message());
         return code;
     }
@@ -219,6 +226,11 @@ int createTable(const Where &where) {
     if (code != SQLITE_OK)
         logError(where, "[%s:%d] Table vlanInfo verification failed: %s\r\n", connection.message());
     return code;
+}
+
+int createTable(const Where &where) {
+    Connection connection;
+    return createTable(where, connection, platform::paths::kProfileDb);
 }
 
 // Whether the file, of `size` bytes, is a sound database with the table in it; if not, why is logged.
@@ -325,7 +337,7 @@ DbResult<> insertProfileRow(const ProfileRow &row, Where where) {
 }
 
 DbResult<> replaceProfileRow(const ProfileRow &row, Where where) {
-    return writeRow("replace into vlanInfo values(    %d,    %d,    '%q',    '%q',    '%q'    )", row, where);
+    return writeRow(kReplaceRow, row, where);
 }
 
 DbResult<> deleteProfileRow(std::int32_t id, Where where) {
@@ -357,6 +369,41 @@ DbResult<> createProfileDb(Where where) {
     sync();
     if (!replaceProfileRow(defaultProfileRow(), where))
         logWarn(where, "[%s:%d] vlanInfo seed Default profile failed (id=1)\r\n");
+    logInfo(where, "[%s:%d] vlanInfo database table created successfully\r\n");
+    return {};
+}
+
+DbResult<> makeProfileDb(std::span<const ProfileRow> rows, Where where) {
+    const std::string beside = std::string(platform::paths::kProfileDb) + ".new";
+    removeFile(beside);
+    {
+        Connection connection;
+        int code = createTable(where, connection, beside);
+        if (code == SQLITE_OK) {
+            connection.run("BEGIN");
+            for (const auto &row : rows) {
+                const auto sql = rowStatement(kReplaceRow, row);
+                if (code == SQLITE_OK)
+                    code = sql != nullptr ? connection.run(sql.get()) : SQLITE_NOMEM;
+                if (code != SQLITE_OK)
+                    logError(where, kStatementError, shown(sql != nullptr ? sql.get() : "").c_str(),
+                             connection.message());
+            }
+            if (code == SQLITE_OK)
+                code = connection.run("COMMIT");
+        }
+        if (code != SQLITE_OK) {
+            removeFile(beside);
+            return dbFailure(code);
+        }
+    }
+    if (std::rename(platform::fsPath(beside).c_str(),
+                    platform::fsPath(platform::paths::kProfileDb).c_str()) != 0) {
+        logError(where, "[%s:%d] cannot replace %s: %s\r\n", platform::paths::kProfileDb,
+                 std::strerror(errno));
+        removeFile(beside);
+        return dbFailure(SQLITE_CANTOPEN);
+    }
     logInfo(where, "[%s:%d] vlanInfo database table created successfully\r\n");
     return {};
 }

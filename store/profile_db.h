@@ -106,6 +106,10 @@ DbResult<> updateProfileRow(std::int32_t id, const ProfileRowChange &change,
 // the next call creates it fresh.
 DbResult<> createProfileDb(Where where = std::source_location::current());
 
+// Makes the database anew with these rows, in place of the one that is there, if any: others see that or the whole
+// new one.
+DbResult<> makeProfileDb(std::span<const ProfileRow> rows, Where where = std::source_location::current());
+
 // Failed when the file is not there or is no sound database with the table in it; then it is deleted.
 Result<> verifyProfileDb(Where where = std::source_location::current());
 

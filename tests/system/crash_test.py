@@ -183,7 +183,7 @@ class RecoveryTest(CrashTest):
             file.write(b"no database at all" * 100)
         self.see("the damaged database is made again", lambda: self.rows() is not None and self.everything() == whole)
         self.rig.stop("pavo_detection")
-        self.assertTrue(self.killed_after(2, "delete", "House", call="rpcclt_openapiTxtCfgApply"))
+        self.assertTrue(self.killed_after(1, "delete", "House", call="rpcclt_openapiTxtCfgApply"))
         self.assertNotEqual(before, self.rig.running_config())
         self.rig.start_daemon()
         self.see("the interrupted deletion is finished", lambda: self.rig.running_config() == before)
