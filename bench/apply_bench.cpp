@@ -1,7 +1,9 @@
 // A four-VLAN profile on 48 ports: OpEN calls, scripts and the switch's time, against one setter per port and
-// VLAN.
+// VLAN; and what the record of what was before adds to it, against the same apply without its writes: two files
+// written to the disk, and no call. How long that takes is up to the disk below the current folder.
 #include <benchmark/benchmark.h>
 
+#include <chrono>
 #include <filesystem>
 #include <memory>
 #include <stdexcept>
@@ -9,10 +11,36 @@
 #include <utility>
 
 #include "bench/ratio.h"
+#include "common/files.h"
 #include "platform/paths.h"
 #include "profile/apply_ops.h"
+#include "profile/record.h"
 #include "swapi/vlan_membership.h"
 #include "vswitch/inprocess.h"
+
+namespace {
+
+bool recordIsWritten = true;
+std::uint32_t recordWrites = 0;
+std::chrono::duration<double, std::milli> recordTime{};
+
+}  // namespace
+
+// The linker sends the calls of `writeProfileRecord` here (bench/CMakeLists.txt); the second one is itself.
+pavo::Result<> interceptRecord(const pavo::ProfileRecord &record,
+                               pavo::Where where) asm("__wrap_" PAVO_WRITE_RECORD);
+pavo::Result<> reallyWriteRecord(const pavo::ProfileRecord &record,
+                                 pavo::Where where) asm("__real_" PAVO_WRITE_RECORD);
+
+pavo::Result<> interceptRecord(const pavo::ProfileRecord &record, pavo::Where where) {
+    ++recordWrites;
+    if (!recordIsWritten)
+        return {};
+    const auto begin = std::chrono::steady_clock::now();
+    auto written = reallyWriteRecord(record, where);
+    recordTime += std::chrono::steady_clock::now() - begin;
+    return written;
+}
 
 namespace {
 
@@ -54,6 +82,10 @@ struct Installation {
         std::filesystem::copy(PAVO_DATA_DIR "/profileTemplate", templates,
                               std::filesystem::copy_options::overwrite_existing);
         bench::freshTable();
+        removeFile(platform::paths::kProfileRecord);
+        std::filesystem::remove_all(platform::fsPath(platform::paths::kVlanProfileConfigDir));
+        recordWrites = 0;
+        recordTime = {};
         openapiClientRegister("bench", &client);
         device.with([&](vswitch::Server &server) {
             server.model().setLatency(std::chrono::milliseconds(latencyMs));
@@ -69,25 +101,40 @@ struct Installation {
             state.counters["calls"] = static_cast<double>(server.callTotal());
             state.counters["scripts"] = scripts == counts.end() ? 0.0 : static_cast<double>(scripts->second);
         });
+        state.counters["records"] = recordWrites;
+        state.counters["recordMs"] = recordTime.count();
     }
 
     vswitch::InProcessSwitch device;
     openapiClientHandle_t client{};
 };
 
-void applyProfile(benchmark::State &state) {
+void apply(benchmark::State &state, bool withRecord) {
     for (auto _ : state) {
         state.PauseTiming();
         auto one = std::make_unique<Installation>(state.range(0));
         const auto text = request();
+        recordIsWritten = withRecord;
         state.ResumeTiming();
         if (profileConfigSet(&one->client, text.c_str()) != 0)
             state.SkipWithError("apply failed");
         state.PauseTiming();
+        recordIsWritten = true;
+        if (recordWrites == 0)
+            state.SkipWithError("the record's writes were not intercepted");
+        if (withRecord != fileExists(platform::paths::kProfileRecord))
+            state.SkipWithError("the record is not as it was to be");
         one->report(state);
         one.reset();
         state.ResumeTiming();
     }
+}
+
+void applyProfile(benchmark::State &state) {
+    apply(state, true);
+}
+void applyUnrecorded(benchmark::State &state) {
+    apply(state, false);
 }
 
 void configureOneByOne(openapiClientHandle_t *client) {
@@ -124,14 +171,20 @@ void applyOneByOne(benchmark::State &state) {
     }
 }
 
-// Latency 0 and 100 ms, which both sides wait for on the real clock.
+// Latency 0 and 100 ms, which all of them wait for on the real clock.
 BENCHMARK(applyOneByOne)->Arg(0)->Arg(100)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(3);
-BENCHMARK(applyProfile)->Arg(0)->Arg(100)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(3);
+BENCHMARK(applyProfile)->Arg(0)->Arg(100)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(25);
+BENCHMARK(applyUnrecorded)->Arg(0)->Arg(100)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(25);
 
 [[maybe_unused]] const bool registered = [] {
     bench::counterRatio("OpEN calls: one setter per port and VLAN / profile apply (5 or more wanted)",
                         "applyOneByOne/0", "applyProfile/0", "calls");
     bench::ratio("Profile apply / one by one, latency 100 ms", "applyProfile/100", "applyOneByOne/100", 0);
+    bench::counterRatio("OpEN calls: profile apply with record / without (1 wanted)", "applyProfile/0",
+                        "applyUnrecorded/0", "calls");
+    bench::ratio("Profile apply with record / without, latency 0", "applyProfile/0", "applyUnrecorded/0", 0);
+    bench::ratio("Profile apply with record / without, latency 100 ms", "applyProfile/100",
+                 "applyUnrecorded/100", 0);
     return true;
 }();
 

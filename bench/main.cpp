@@ -115,7 +115,12 @@ int main(int argc, char **argv) {
         return 1;
     }
     setenv("PAVO_ROOT", root.c_str(), 1);
-    std::filesystem::create_directories(root + "/tmp");
+    // As on a switch, /tmp is memory and the rest is a disk.
+    auto memory = std::string("/dev/shm/pavo-bench-XXXXXX");
+    if (mkdtemp(memory.data()) != nullptr)
+        std::filesystem::create_directory_symlink(memory, root + "/tmp");
+    else
+        std::filesystem::create_directories(root + "/tmp");
     std::filesystem::create_directories(root + "/mnt/application/pavo/tmp");
     pavo::devmgrLogOpen(pavo::LOG_SINK_FILE, pavo::LOG_FACILITY_USER, "pavo_bench");
     benchmark::Initialize(&argc, argv);
@@ -123,5 +128,6 @@ int main(int argc, char **argv) {
     benchmark::RunSpecifiedBenchmarks(&reporter);
     reporter.printRatios();
     std::filesystem::remove_all(root);
+    std::filesystem::remove_all(memory);
     return 0;
 }

@@ -122,8 +122,10 @@ class RecoveryTest(LiveTest):
 
         def holds():
             now = self.configured()
-            self.assertIn(now, (None, before), what)
-            return now is not None and self.plane() is not None and back()
+            if now is None:
+                return False
+            self.assertEqual(before, now, what)
+            return self.plane() is not None and back()
 
         lost, cells = [], ""
         try:
