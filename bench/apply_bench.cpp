@@ -1,6 +1,6 @@
 // A four-VLAN profile on 48 ports: OpEN calls, scripts and the switch's time, against one setter per port and
-// VLAN; and what the record of what was before adds to it, against the same apply without its writes: two files
-// written to the disk, and no call. How long that takes is up to the disk below the current folder.
+// VLAN; and what the record of what was before adds to it, against the same apply without its writes: two
+// files written to the disk, and no call. How long that takes is up to the disk below the current folder.
 #include <benchmark/benchmark.h>
 
 #include <chrono>

@@ -83,8 +83,8 @@ class LiveTest(unittest.TestCase):
 
 
 class RecoveryTest(LiveTest):
-    """What the tests share that disturb something under 1,000 frames a second: a line of a table for each case, and
-    everything as it was afterwards."""
+    """For tests that disturb something under 1,000 frames a second: each case is a line of a table, and everything is
+    as before afterwards."""
 
     def setUp(self):
         self.table = []
@@ -114,8 +114,8 @@ class RecoveryTest(LiveTest):
         return any([probe.result()["received"] for probe in probes])
 
     def recovers(self, what, disturb, back):
-        """Frames lost and the longest silence of each flow, and the time until `back` holds and everything is configured
-        as before. Never was anything else configured, as far as the switch could be asked. Returns the frames lost."""
+        """Frames lost and the longest silence of each flow, and the time until `back` holds and everything is
+        configured as before; nothing else is seen in between. Returns the frames lost."""
         before = self.configured()
         self.assertEqual({LEFT, RIGHT}, before[1])
         running = [self.start_flow(*ends) for ends in self.flows()]
