@@ -70,6 +70,12 @@ Result<std::optional<ProfilePlan>> applyProfile(Switch sw, const ProfileConfig &
         return std::unexpected(std::move(checked).error());
     if (config.plan) {
         auto plan = planOf(**change);
+        for (const auto &placed : standingOf(session->record.profiles).vlans)
+            if (left.contains(placed.vlan.id) && !placed.free)
+                plan.notKept.push_back(formatText("VLAN %d leaves profile %s for good", placed.vlan.id,
+                                                  quoteText(placed.profile->request.name)));
+        if (isReturnToDefault(request))
+            plan.notKept.emplace_back("VLAN 1 returns to the default profile instead");
         if (const auto &pending = session->record.pending)
             plan.notKept.push_back(
                 formatText("a change of profile %s was interrupted and is finished or taken back first",

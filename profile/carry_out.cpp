@@ -93,6 +93,7 @@ class Execution {
     Result<> switchOn();
     Result<> settle();
     Result<> finish();
+    void addWhatWentAlong(ProfileRecord &record) const;
 
     Result<> readNow();
     Result<> apply(const std::string &script);
@@ -365,6 +366,24 @@ Result<> Execution::settle() {
     return await(goal, names);
 }
 
+// Settings that the switch dropped with others: a spanning-tree mode takes its timers along, a policy its bindings.
+void Execution::addWhatWentAlong(ProfileRecord &record) const {
+    if (change_.after.empty())
+        return;
+    for (const auto &[name, value] : change_.observed) {
+        const auto now = thingOf(now_, name);
+        if (!isSetting(name) || isFilter(name) || now == value || record.things.contains(name) ||
+            thingOf(change_.target, name) != value || !hasVlan(now_, parseThingName(name).id))
+            continue;
+        std::set<std::string> profiles;
+        for (const auto &profile : change_.after)
+            if (change_.name.empty() || profile.request.name == change_.name)
+                profiles.insert(profile.request.name);
+        if (!profiles.empty())
+            record.things[name] = {value, now, now, std::move(profiles), true};
+    }
+}
+
 Result<> Execution::finish() {
     static_cast<void>(step("profile_action_match_and_do"));
     for (const auto &filter : change_.filtersGone)
@@ -382,6 +401,7 @@ Result<> Execution::finish() {
             !session_.record.things.contains(name))
             thing.shown = thingOf(now_, name);
     }
+    addWhatWentAlong(record);
     if (!begun_ && record == session_.record)
         return {};
     if (auto written = writeProfileRecord(record, where_); !written)
@@ -402,8 +422,11 @@ Result<> Execution::run(const ProfileRequest *request) {
                       change_.thingsAfter == change_.things && change_.after == session_.record.profiles &&
                       rowsOf(change_.to) == session_.rows && !session_.record.pending;
     if (!same)
-        if (auto done = announce(); !done)
+        if (auto done = announce(); !done) {
+            code_ = done.error().code;
+            left_ = done.error().reason + ", nothing was changed";
             return done;
+        }
     begun_ = true;
     if (request != nullptr) {
         phase.done("profileConfigUntagedPortReset");

@@ -173,6 +173,7 @@ class Targeting {
             thing.want = wanted;
         }
         thing.profiles = profiles;
+        thing.wentAlong = false;
         change_.things[name] = std::move(thing);
     }
 
@@ -186,12 +187,17 @@ class Targeting {
             return std::ranges::any_of(
                 change_.after, [&](const AppliedProfile &other) { return other.request.name == profile; });
         };
-        if (!known->profiles.contains(change_.name) && !change_.wantedBefore.claims.contains(name) &&
-            !known->profiles.empty() && std::ranges::all_of(known->profiles, isThere))
+        const bool about = known->profiles.contains(change_.name);
+        if (known->wentAlong ? std::ranges::any_of(known->profiles, isThere)
+                             : !about && !change_.wantedBefore.claims.contains(name) &&
+                                   !known->profiles.empty() && std::ranges::all_of(known->profiles, isThere))
             return;
         givenUp_.insert(name);
+        // Half a change leaves values that nobody wanted: they are not somebody's own.
         if (!isFilter(name))
-            putThing(change_.target, name, givenBack(*known, thingOf(change_.observed, name)));
+            putThing(change_.target, name,
+                     change_.resumed && about ? known->before
+                                              : givenBack(*known, thingOf(change_.observed, name)));
     }
 
     // Some blocks go off to a value of their own, which stands where there was none before.
@@ -247,6 +253,7 @@ Result<std::unique_ptr<ProfileChange>> planChange(ProfileSession &session, Appli
                                                   std::string name) {
     auto change = std::make_unique<ProfileChange>();
     change->name = std::move(name);
+    change->resumed = session.record.pending.has_value();
     change->before = session.record.profiles;
     change->after = std::move(goal);
     for (const auto *profiles : {&change->before, &change->after})

@@ -34,6 +34,8 @@ struct ProfileChange {
     Things observed;
     // What the switch is to show; equal to `observed` where the change does not touch it.
     Things target;
+    // A change that was interrupted: what it was about may be at any stage.
+    bool resumed = false;
     // The record of things, with those that the change gives up; and without them.
     std::map<std::string, RecordedThing> things, thingsAfter;
     std::vector<FeatureBlock> blocksGone;

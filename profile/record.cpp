@@ -85,8 +85,15 @@ std::optional<AppliedProfiles> parseProfiles(const cJSON *object) {
 std::optional<RecordedThing> parseThing(const cJSON *object) {
     if (!cJSON_IsObject(object))
         return std::nullopt;
-    RecordedThing thing{
-        stringMember(object, "before"), stringMember(object, "want"), stringMember(object, "shown"), {}};
+    // Absent is the default; something else than a string is damage, not a default.
+    for (const char *const key : {"before", "want", "shown"})
+        if (const cJSON *const value = member(object, key); value != nullptr && !cJSON_IsString(value))
+            return std::nullopt;
+    RecordedThing thing{stringMember(object, "before"),
+                        stringMember(object, "want"),
+                        stringMember(object, "shown"),
+                        {},
+                        boolMember(object, "wentAlong").value_or(false)};
     const cJSON *item = nullptr;
     cJSON_ArrayForEach(item, member(object, "profiles")) {
         if (cJSON_IsString(item))
@@ -115,6 +122,8 @@ void addThings(cJSON *object, const std::map<std::string, RecordedThing> &things
         addText(item, "before", thing.before);
         addText(item, "want", thing.want);
         addText(item, "shown", thing.shown);
+        if (thing.wentAlong)
+            cJSON_AddBoolToObject(item, "wentAlong", true);
         cJSON *const profiles = cJSON_AddArrayToObject(item, "profiles");
         for (const auto &profile : thing.profiles)
             cJSON_AddItemToArray(profiles, cJSON_CreateString(profile.c_str()));

@@ -38,6 +38,8 @@ struct RecordedThing {
     std::optional<std::string> want;    // what they want together
     std::optional<std::string> shown;   // how the switch shows that
     std::set<std::string> profiles;     // names
+    // Nobody wants it so: it went along with what they want, and comes back when the last of them goes.
+    bool wentAlong = false;
 
     bool operator==(const RecordedThing &) const = default;
 };

@@ -8,9 +8,11 @@
 #include <utility>
 #include <vector>
 
+#include "common/files.h"
 #include "common/log.h"
 #include "common/text.h"
 #include "profile/offer.h"
+#include "store/profile_template.h"
 #include "store/profile_types.h"
 #include "store/vlan_settings.h"
 #include "swapi/features.h"
@@ -130,6 +132,15 @@ Result<> checkRequest(Switch sw, const ProfileRequest &request, PortNames &ports
         fault = findFault(request.vlans[i], i, ports, untagged);
     if (fault)
         return refuse(fault->code, std::move(fault->reason), where);
+    // One that is not there leaves what the table of types says; one that cannot be read leaves nothing known.
+    for (std::size_t i = 0; i < request.vlans.size(); ++i) {
+        const auto &type = request.vlans[i].profileType;
+        if (fileExists(profileTemplatePath(type)) && !loadProfileTemplate(type, where))
+            return refuse(ResultCode::InvalidArgument,
+                          fieldOf(i, "profileType") + "the template of " + quoteText(type) +
+                              " cannot be read: " + profileTemplatePath(type),
+                          where);
+    }
     for (const auto &vlan : request.vlans)
         if (vlan.profileType == PROFILE_TYPE_NAME_SMPTE) {
             const auto model = readMachineModel(sw, where);

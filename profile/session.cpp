@@ -157,6 +157,16 @@ Result<> recordAdopted(ProfileSession &session, const std::set<std::string> &nam
         }
         session.record.things[name] = std::move(thing);
     }
+    // A port of theirs that is no member of VLAN 1 was taken out of it, as far as anybody can tell.
+    for (const auto &placed : change->to.vlans)
+        for (const IfNum port : placed.vlan.untagged) {
+            const auto name = membershipThing(session.ports.of(port), kDefaultVlan);
+            const auto shown = thingOf(change->observed, name);
+            if (names.contains(placed.profile->request.name) && placed.vlan.id != kDefaultVlan &&
+                shown == "auto" && !session.record.things.contains(name))
+                session.record.things[name] = {
+                    std::nullopt, shown, shown, {placed.profile->request.name}, false};
+        }
     return {};
 }
 

@@ -31,7 +31,9 @@ struct Row {
 constexpr Row kRows[] = {
     {.syntax = "class-map match-all #", .no = "no class-map #", .block = true},
     {.syntax = "policy-map # in", .no = "no policy-map #", .block = true},
+    {.syntax = "policy-map # out", .no = "no policy-map #", .block = true},
     {.syntax = "service-policy in *", .no = "no service-policy in *"},
+    {.syntax = "service-policy out *", .no = "no service-policy out *"},
     {.syntax = "classofservice trust *", .no = "no classofservice trust"},
     {.syntax = "queue cos-map all *", .no = "no queue cos-map all", .list = true},
     {.syntax = "queue cos-queue strict all *", .no = "no queue cos-queue strict all *"},
@@ -66,6 +68,7 @@ constexpr Row kRows[] = {
     {.syntax = "set mld #", .scope = Scope::VlanDatabase},
     {.syntax = "set mld proxy-querier #", .scope = Scope::VlanDatabase},
     {.syntax = "service-policy in *", .no = "no service-policy in *", .scope = Scope::Interface},
+    {.syntax = "service-policy out *", .no = "no service-policy out *", .scope = Scope::Interface},
     {.syntax = "mvrp", .scope = Scope::Interface},
     {.syntax = "mmrp", .scope = Scope::Interface},
     {.syntax = "msrp", .scope = Scope::Interface},
@@ -86,7 +89,7 @@ constexpr struct {
 constexpr std::string_view kInterface = "interface ";
 constexpr std::string_view kClassMap = "class-map match-all ";
 constexpr std::string_view kPolicyMap = "policy-map ";
-constexpr std::string_view kBinding = "service-policy in";
+constexpr std::string_view kBinding = "service-policy ";
 
 std::string join(std::span<const std::string> words) {
     std::string out;
@@ -307,7 +310,7 @@ Delta deltaOf(const Settings &from, const Settings &to) {
             policies.insert(cliWords(name).at(1));
     }
     for (const auto &[name, value] : from)
-        if (name.ends_with(kBinding) && policies.contains(value))
+        if (name.contains(kBinding) && policies.contains(value))
             drop(name, value);
     for (const auto &[name, value] : to)
         if (const auto it = from.find(name);
@@ -406,7 +409,7 @@ std::string settingsScript(const Settings &from, const Settings &to) {
         for (const auto &[name, value] : delta.off) {
             Scope scope{};
             const bool overwritten = delta.on.contains(name) && !kRows[i].block && !kRows[i].list &&
-                                     !name.ends_with(kBinding) && !name.starts_with("queue cos-queue");
+                                     !name.contains(kBinding) && !name.starts_with("queue cos-queue");
             if (rowOf(name, scope) == &kRows[i] && !overwritten)
                 off.add(scope, name, offLines(kRows[i], name, bare(name, scope), value));
         }

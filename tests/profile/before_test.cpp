@@ -220,6 +220,56 @@ TEST_F(BeforeTest, FailedUndoIsToldToTheUserAndDoneByTheNext) {
     EXPECT_EQ(before, config());
 }
 
+// From the n-th script on the switch refuses everything, the undo included.
+TEST_F(BeforeTest, UndoAfterAFailedUndoGivesBackWhatHalfABlockTook) {
+    configureByHand();
+    cli({"configure", "policy-map OUTP out", "class CLASS_VIDEO", "assign-queue 2", "exit", "exit",
+         "interface 0/9", "service-policy out OUTP", "end"});
+    const auto before = config();
+    applied("Z", "Data", {vlanJson(40, 1, "7")});
+    for (const auto &type : {kDante, kEtc})
+        for (std::uint64_t n = 1;; ++n) {
+            failCall("rpcclt_openapiTxtCfgApply", n, false);
+            const auto result = apply("A", type, {vlanJson(20, 1, "1")});
+            clearFaults();
+            if (result == 0)
+                break;
+            applied("Z", "Data", {vlanJson(40, 1, "7, 8")});
+            applied("Z", "Data", {vlanJson(40, 1, "7")});
+            remove("A");
+            removed("Z");
+            ASSERT_EQ(before, config()) << type << " " << n;
+            applied("Z", "Data", {vlanJson(40, 1, "7")});
+        }
+    removed("A");
+    removed("Z");
+    EXPECT_EQ(before, config());
+}
+
+TEST_F(BeforeTest, WhatGoesAlongComesBack) {
+    cli({"vlan database", "vlan 77", "exit", "configure", "spanning-tree mode rapid-pvst",
+         "spanning-tree vlan 77 hello-time 5", "policy-map POLICY_AV in", "exit", "interface 0/9",
+         "service-policy in POLICY_AV", "end"});
+    const auto before = config();
+    applied("A", kEtc, {vlanJson(20, 1, "1")});
+    EXPECT_FALSE(has("hello-time 5"));
+    applied("B", "Data", {vlanJson(30, 1, "2")});
+    applied("A", kEtc, {vlanJson(20, 1, "1")});
+    removed("A");
+    EXPECT_TRUE(has("hello-time 5"));
+    removed("B");
+    EXPECT_EQ(before, config());
+    // Nor is a template that cannot be read one that wants nothing.
+    applied("A", kDante, {vlanJson(20, 1, "1")});
+    const auto whole = config();
+    const auto path = profileTemplatePath(kDante);
+    const auto shipped = readFile(path.c_str());
+    writeText(path.c_str(), "{\"name\":");
+    EXPECT_EQ(codeOf(ResultCode::InvalidArgument), apply("A", kDante, {vlanJson(20, 1, "1")}));
+    EXPECT_EQ(whole, config());
+    writeText(path.c_str(), shipped);
+}
+
 TEST_F(BeforeTest, OwnersKeepWhatTheyHave) {
     const auto before = everything();
     applied("A", "Video", {vlanJson(20, 1, "1, 2"), vlanJson(21, 2, "3")});
@@ -352,7 +402,7 @@ TEST_F(BeforeTest, RebootLossAndDamage) {
     applied("A", kDante, {vlanJson(20, 1, "1")});
     fs::remove(platform::fsPath(platform::paths::kProfileRecord));
     removed("A");
-    EXPECT_FALSE(has("vlan pvid 20") || has("\"A\"") || has("POLICY_AV"));
+    EXPECT_FALSE(has("vlan pvid 20") || has("\"A\"") || has("POLICY_AV") || has("interface 0/1\n"));
     // Nor the database.
     applied("A", kDante, {vlanJson(20, 1, "1")});
     fs::remove(platform::fsPath(platform::paths::kProfileRecord));
