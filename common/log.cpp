@@ -74,7 +74,8 @@ class Glances {
 };
 
 struct State {
-    std::mutex mutex;  // all of the state but the level file
+    std::mutex mutex;      // all of the state but the level file
+    std::mutex zoneMutex;  // the time zone of the process
     std::deque<Settings> everySettings{Settings{}};
     const Settings *settings = &everySettings.front();
     std::atomic<const Settings *> inForce{nullptr};  // the same once the facility has started
@@ -164,6 +165,7 @@ std::string_view timeText() {
     if (length == 0 || now.tv_sec != second) {
         std::tm local{};
         length = 0;
+        const std::lock_guard lock(state().zoneMutex);
         tzset();
         if (localtime_r(&now.tv_sec, &local) == nullptr)
             return {};

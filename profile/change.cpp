@@ -12,6 +12,8 @@ namespace {
 using Kind = ThingName::Kind;
 using Value = std::optional<std::string>;
 
+constexpr const char *kNonMember = "auto";
+
 // --- what is wanted
 
 Standing standingOfOne(const Standing &standing, const AppliedProfile *profile) {
@@ -211,9 +213,24 @@ class Targeting {
             }
     }
 
+    // An interface whose own VLAN goes falls back to the default VLAN. Detection takes the LAG of an endpoint out of
+    // that one, and it would be in none.
+    void returnToDefaultVlan() {
+        std::vector<std::string> left;
+        for (const auto &[name, value] : change_.target) {
+            const auto thing = parseThingName(name);
+            if (thing.kind == Kind::Pvid && !hasVlan(change_.target, VlanId::from(std::atoi(value.c_str()))))
+                left.push_back(membershipThing(thing.interface, kDefaultVlan));
+        }
+        for (const auto &name : left)
+            if (thingOf(change_.target, name) == kNonMember)
+                change_.target.erase(name);
+    }
+
     // A VLAN that goes takes along what is about it, and nothing comes back into one that is not there.
     void dropVlans() {
         auto &target = change_.target;
+        returnToDefaultVlan();
         std::erase_if(target, [&](const auto &item) {
             const auto &[name, value] = item;
             const auto thing = parseThingName(name);

@@ -344,7 +344,8 @@ TEST_F(BeforeTest, ClockMtuAndOtherProfiles) {
 TEST_F(BeforeTest, LagsOfConnectedEndpointsFollowTheirProfile) {
     applied("L", kLightware, {vlanJson(20, 1, "1, 2, 3")});
     cli({"vlan database", "vlan 286", "exit", "configure", "interface 0/2", "addport lag 1", "exit",
-         "interface lag 1", "vlan pvid 20", "vlan participation include 20,286", "vlan tagging 286", "end"});
+         "interface lag 1", "vlan pvid 20", "vlan participation auto 1", "vlan participation include 20,286",
+         "vlan tagging 286", "end"});
     const auto joined = config();
     applied("L", kLightware, {vlanJson(20, 1, "1, 2, 3")});
     EXPECT_EQ(joined, config());
@@ -356,6 +357,11 @@ TEST_F(BeforeTest, LagsOfConnectedEndpointsFollowTheirProfile) {
     const auto lag = state().interfaces["lag 1"];
     EXPECT_EQ(VlanId(21), lag.pvid);
     EXPECT_TRUE(lag.tagged.contains(VlanId(286)) && lag.isMemberOf(VlanId(286)));
+    // It was taken out of the default VLAN when the endpoint joined, and would be in none.
+    removed("L");
+    const auto left = state().interfaces["lag 1"];
+    EXPECT_EQ(kDefaultVlan, left.pvid);
+    EXPECT_EQ(Participation::Include, left.participationIn(kDefaultVlan));
 }
 
 TEST_F(BeforeTest, DetectionFilesDescribeTheProfilesThatAreThere) {
