@@ -233,6 +233,14 @@ open_error_t rpcclt_openapiDot1asModeGet(openapiClientHandle_t *client, uint32_t
 open_error_t rpcclt_openapiStpMstBridgePriorityGet(openapiClientHandle_t *client, uint32_t instance,
                                                    uint32_t *priority);
 
+// --- ports and LAGs: settings, counters, optics, trunks, mirroring
+
+// --- system: identity, health, time, log, images, RADIUS, PTP
+
+// --- neighbours: ARP, LLDP management addresses, switch-port mode
+
+// --- multicast: access lists, IGMP snooping
+
 #ifdef __cplusplus
 }
 #endif

@@ -65,6 +65,16 @@ inline constexpr const char *kProfileRecord = "/mnt/application/pavo/profile_rec
 // One apply request per profile type.
 inline constexpr const char *kPavoExDir = "/tmp/pavo/pavo_ex";
 
+// --- response cache, vendors and host names
+
+// --- ports and LAGs: settings, counters, optics, trunks, mirroring
+
+// --- system: identity, health, time, log, images, RADIUS, PTP
+
+// --- neighbours: ARP, LLDP management addresses, switch-port mode
+
+// --- multicast: access lists, IGMP snooping
+
 }  // namespace paths
 }  // namespace platform
 

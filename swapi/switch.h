@@ -214,6 +214,14 @@ class Switch {
     OpenResult<bool> dot1as() const;
     OpenResult<std::uint32_t> mstPriority(std::uint32_t instance) const;
 
+    // --- ports and LAGs: settings, counters, optics, trunks, mirroring
+
+    // --- system: identity, health, time, log, images, RADIUS, PTP
+
+    // --- neighbours: ARP, LLDP management addresses, switch-port mode
+
+    // --- multicast: access lists, IGMP snooping
+
   private:
     struct IfStep {
         openapiClientHandle_t *client;
