@@ -24,7 +24,7 @@ TREE = os.path.dirname(os.path.dirname(HERE))
 BUILD = os.environ.get("PAVO_BUILD", os.path.join(TREE, "build", "dev"))
 sys.path.insert(0, os.path.join(TREE, "demo"))
 
-from rig import FOLDERS, TEMPLATES, Rig  # noqa: E402
+from rig import FOLDERS, TEMPLATES, VENDORS, Rig  # noqa: E402
 
 LIMIT = 60  # real seconds that any one event may take
 AUDAC = "AUDAC Audio and Control Network"
@@ -654,6 +654,7 @@ class SystemTest(unittest.TestCase):
         script = f"""source {completion}; PATH={os.path.dirname(self.rig.program('pavoctl'))}:$PATH
             complete_line() {{ COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _pavoctl; printf '%s\n' "${{COMPREPLY[@]}}"; }}
             complete_line pavoctl pro; complete_line pavoctl profile de; complete_line pavoctl profile show B
+            complete_line pavoctl cache ref; complete_line pavoctl cache read profile/
             complete_line pavoctl profile sta; complete_line pavoctl profile status B
             complete_line pavoctl profile apply --type 'Video N'; complete_line pavoctl profile apply --pl
             complete_line pavoctl profile apply --vlan '"20 untagged=1,'; complete_line pavoctl profile show '"$'"""
@@ -661,7 +662,7 @@ class SystemTest(unittest.TestCase):
         ctl("profile", "apply", "--name", f"$(touch {evidence})", "--type", "Data", "--vlan", "21")
         done = run(["bash", "-c", script], env=self.rig.env)
         self.assertEqual("", done.stderr)
-        for word in ("profile", "delete", "status", "B", "NDI4", "--plan", "20 untagged=1,lag", "\\$(touch"):
+        for word in ("profile", "delete", "status", "refresh", "profile/list_ex", "B", "NDI4", "--plan", "20 untagged=1,lag", "\\$(touch"):
             self.assertIn(word, done.stdout)
         self.assertFalse(os.path.exists(evidence), "names are not expanded")
         ctl("profile", "delete", f"$(touch {evidence})")
@@ -693,13 +694,14 @@ class ProgramTest(unittest.TestCase):
                          for name in os.listdir(os.path.join(TREE, "data", "profileTemplate"))}
             self.assertEqual({"usr/sbin/pavo_detection", "usr/bin/pavoctl", "usr/sbin/vswitchd", "usr/bin/vswitchctl",
                               "usr/share/bash-completion/completions/pavoctl", "usr/share/doc/pavo/README.md",
-                              "usr/share/doc/pavo/CHANGELOG.md"} | templates, installed)
+                              "usr/share/doc/pavo/CHANGELOG.md", VENDORS[1:]} | templates, installed)
 
             def pavoctl(*words):
                 return run([os.path.join(stage, "usr/bin/pavoctl"), *words], env=dict(os.environ, PAVO_ROOT=stage),
                            check=True).stdout
 
             self.assertIn("A first profile", pavoctl("--help"))
+            self.assertEqual("l-acoustics\n", pavoctl("vendor", "00:1b:92:01:02:03"))
             switch = subprocess.Popen([os.path.join(stage, "usr/sbin/vswitchd")], stdout=subprocess.PIPE,
                                       env=dict(os.environ, PAVO_ROOT=stage))
             try:
