@@ -126,8 +126,9 @@ Result<> readHosts(Reader &reader, NeighbourJoin &join, const Visit &visit, cons
     return reader.walk(
         reader.device().forwardingTable(where), "forwarding table", [&](const FdbEntry &entry) {
             ++count;
-            const std::uint32_t vlan = entry.vlan ? entry.vlan->number() : 0;
-            if (const auto line = join.lineOf({entry.port, entry.learned, vlan, entry.mac.text()}))
+            const ForwardingEntry host{entry.port, entry.learned, entry.vlan ? entry.vlan->number() : 0,
+                                       entry.mac.text()};
+            if (const auto line = join.lineOf(host))
                 visit(*line);
         });
 }

@@ -85,11 +85,14 @@ class NeighbourJoin {
     bool knowsPort(IfNum ifNum) const { return port(ifNum) != nullptr; }
     const NeighbourPort *port(IfNum ifNum) const;  // null for one that is not described
 
-    // The line of a device heard on a described port. From then on its MAC address is no host's of the forwarding
-    // table.
+    // The line of a device heard on a described port; it refers to the device's strings. From then on its MAC
+    // address is no host's of the forwarding table.
     Neighbour lineOf(IfNum ifNum, const LldpDevice &device);
-    // The line of a host: only for a learned address, on a described port that is no trunk, of no device heard.
+    Neighbour lineOf(IfNum ifNum, const LldpDevice &&device) = delete;
+    // The line of a host, which refers to the entry: only for a learned address, on a described port that is no
+    // trunk, of no device heard.
     std::optional<Neighbour> lineOf(const ForwardingEntry &entry);
+    std::optional<Neighbour> lineOf(const ForwardingEntry &&entry) = delete;
 
     std::size_t arpCount() const { return arpCount_; }
     std::size_t deviceCount() const { return deviceCount_; }

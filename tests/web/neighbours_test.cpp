@@ -173,8 +173,8 @@ TEST_F(NeighbourTest, NamesAndAddressesOfADevice) {
                  {{{4, mac + "0"}, portName, "", ""}, mac + "0", "Second \"Best\"", "", "eth0"},
                  {{named, portName, "", "10.9.9.9"}, "", "", "10.9.9.9", "eth0"},
                  {{named, {3, "AA:B"}, "", ""}, "AA:B", "", "", "AA:B"}};
-    for (const auto &[device, deviceMac, name, ip, remotePort] : cases) {
-        const Neighbour line = join.lineOf(port, device);
+    for (const auto &[announced, deviceMac, name, ip, remotePort] : cases) {
+        const Neighbour line = join.lineOf(port, announced);
         EXPECT_EQ(deviceMac, line.mac);
         EXPECT_EQ(name, line.hostName) << deviceMac;
         EXPECT_EQ(ip, line.ip) << deviceMac;
@@ -186,8 +186,10 @@ TEST_F(NeighbourTest, NamesAndAddressesOfADevice) {
     const ForwardingEntry host{port, true, 30, "AA:BB:CD:00:00:02"};
     ASSERT_TRUE(join.lineOf(host));
     EXPECT_EQ(std::string(31, 'v'), join.lineOf(host)->hostName);
-    EXPECT_FALSE(join.lineOf(ForwardingEntry{port, true, 30, "AA:BB:CC:00:00:01"})) << "heard by LLDP";
-    EXPECT_FALSE(join.lineOf(ForwardingEntry{port, false, 30, "AA:BB:CD:00:00:02"})) << "static";
+    const ForwardingEntry heard{port, true, 30, "AA:BB:CC:00:00:01"};
+    EXPECT_FALSE(join.lineOf(heard));
+    const ForwardingEntry unlearned{port, false, 30, "AA:BB:CD:00:00:02"};
+    EXPECT_FALSE(join.lineOf(unlearned));
 }
 
 TEST_F(NeighbourTest, RowsThatAreTooLongAreDropped) {
@@ -346,9 +348,9 @@ TEST_F(NeighbourTest, SameRowsAsScansOfTheTables) {
         std::string row;
         for (std::uint32_t i = tables.number(8); i > 0; --i) {
             const std::uint32_t ifNum = tables.number(6) + 1;
-            const LldpDevice device{tables.id(), tables.id(), tables.string(), tables.string()};
-            const std::string expected = scans.device(ifNum, device);
-            if (!printNeighbourRow(join.lineOf(IfNum(ifNum), device), row))
+            const LldpDevice heard{tables.id(), tables.id(), tables.string(), tables.string()};
+            const std::string expected = scans.device(ifNum, heard);
+            if (!printNeighbourRow(join.lineOf(IfNum(ifNum), heard), row))
                 row.clear();
             ASSERT_EQ(expected, row) << seed;
             devices += row.empty() ? 0 : 1;
@@ -384,14 +386,14 @@ TEST_F(NeighbourTest, HostileStringsInEveryField) {
     for (const std::string &text : hostile) {
         startSwitch({});
         for (vswitch::IfNum port = 1; port <= 5; ++port) {
-            vswitch::Device device = host("device " + std::to_string(port), port,
-                                          "00:11:22:00:00:0" + std::to_string(port), "Device");
-            auto &lldp = *device.lldp;
+            vswitch::Device box = host("device " + std::to_string(port), port,
+                                       "00:11:22:00:00:0" + std::to_string(port), "Device");
+            auto &lldp = *box.lldp;
             std::string *const fields[] = {&lldp.systemName, &lldp.mgmtAddress, &lldp.portId, &lldp.chassisId,
                                            &lldp.portId};
             *fields[port - 1] = text;
             lldp.chassisIdSubtype = port == 5 ? 7 : 4;  // the last one has its MAC address in the port ID
-            ASSERT_EQ(OPEN_E_NONE, plug(std::move(device)));
+            ASSERT_EQ(OPEN_E_NONE, plug(std::move(box)));
         }
         const std::string expected = validUtf8(text);
         const Json rows = page()["rows"];
