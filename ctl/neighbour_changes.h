@@ -30,9 +30,9 @@ struct NeighbourChange {
     std::string from{};       // where it was: the name of a port, only when it has moved
 };
 
-// Devices that are new, gone, or at another port. A device is known by its MAC address, or by name and port ID
-// when it has none; one that is at several ports has moved when one of these is gone and another one is new. Changes
-// of other things (VLAN, addresses, how it is known) are none. In the order of ports.
+// Devices that are new, gone, or at another port. A device is known by its MAC address, or by name and port
+// ID when it has none; one that is at several ports has moved when one of these is gone and another one is
+// new. Changes of other things (VLAN, addresses, how it is known) are none. In the order of ports.
 std::vector<NeighbourChange> changesOf(const std::vector<SeenNeighbour> &before,
                                        const std::vector<SeenNeighbour> &after);
 

@@ -242,8 +242,8 @@ open_error_t rpcclt_openapiStpMstBridgePriorityGet(openapiClientHandle_t *client
 
 // --- neighbours: ARP, LLDP management addresses, switch-port mode
 
-// Next entry of the ARP table after (vlanId, ipAddr); both 0 to start. The order is the switch's own. `ipAddr` is
-// in host byte order; `mac` is a string of 17 characters as in the forwarding database.
+// Next entry of the ARP table after (vlanId, ipAddr), in an order of the switch's own; both 0 to start.
+// `ipAddr` is in host byte order; `mac` is a string of 17 characters as in the forwarding database.
 open_error_t rpcclt_openapiArpEntryNextGet(openapiClientHandle_t *client, uint32_t *vlanId, uint32_t *ipAddr,
                                            open_buffdesc *mac);
 // Next management address that a neighbour announces after (family, address); 0 and an empty string to start.
@@ -253,10 +253,10 @@ open_error_t rpcclt_openapiLldpIntfRemoteDeviceMgmtAddressNextGet(openapiClientH
                                                                   uint32_t ifNum, uint32_t remIndex,
                                                                   uint32_t timeStamp, uint32_t *family,
                                                                   open_buffdesc *address);
-// Switch-port mode: OPEN_SWITCHPORT_MODE_. It says what the interface is for; VLAN membership is set by itself.
+// OPEN_SWITCHPORT_MODE_: what the interface is for. It does not change VLAN membership.
 open_error_t rpcclt_openapiDot1qSwPortModeGet(openapiClientHandle_t *client, uint32_t ifNum, uint32_t *mode);
-// Where an interface is: unit and slot as on the front panel, and the port within the slot. Ports are in slot 0
-// of unit 1; a LAG is in no unit (0), in slot 1, and its port is the number of the LAG.
+// Where an interface is: unit, slot, and port within the slot. Ports are in slot 0 of unit 1; a LAG is in
+// no unit (0), in slot 1, and its port is the number of the LAG.
 open_error_t rpcclt_openapiHashIntfUnitSlotPortGet(openapiClientHandle_t *client, uint32_t ifNum,
                                                    uint32_t *unit, uint32_t *slot, uint32_t *port);
 

@@ -1,11 +1,12 @@
-// Who is behind which port: devices that announce themselves by LLDP, and hosts that only the forwarding table knows.
+// Who is behind which port: devices that announce themselves by LLDP, and hosts that only the forwarding
+// table knows.
 //
-// NeighbourJoin puts together what the switch's tables say about a device; it is fed with values, so it needs no
-// switch. readNeighbours feeds it from one. Neither keeps anything beyond a run.
+// NeighbourJoin puts together what the switch's tables say about a device; it is fed with values, so it needs
+// no switch. readNeighbours feeds it from one. Neither keeps anything beyond a run.
 //
-// How names and addresses are matched: MAC addresses are compared as strings, capitals or not, so an address that a
-// device announces in another notation ("0050-5600-1000") has neither an IP address from the ARP table nor a vendor.
-// Look-ups are by hash; their results are those of going through the tables in order.
+// How names and addresses are matched: MAC addresses are compared as strings, capitals or not, so an address
+// that a device announces in another notation ("0050-5600-1000") has neither an IP address from the ARP table
+// nor a vendor. Look-ups are by hash; their results are those of going through the tables in order.
 #ifndef PAVO_WEB_NEIGHBOURS_H
 #define PAVO_WEB_NEIGHBOURS_H
 
@@ -89,8 +90,8 @@ class NeighbourJoin {
     // address is no host's of the forwarding table.
     Neighbour lineOf(IfNum ifNum, const LldpDevice &device);
     Neighbour lineOf(IfNum ifNum, const LldpDevice &&device) = delete;
-    // The line of a host, which refers to the entry: only for a learned address, on a described port that is no
-    // trunk, of no device heard.
+    // The line of a host, which refers to the entry: only for a learned address, on a described port that is
+    // no trunk, of no device heard.
     std::optional<Neighbour> lineOf(const ForwardingEntry &entry);
     std::optional<Neighbour> lineOf(const ForwardingEntry &&entry) = delete;
 
@@ -119,9 +120,9 @@ class NeighbourJoin {
     std::string ipText_;
 };
 
-// A line as JSON, without white space; the keys of a host come in another order than those of a device. Strings are
-// escaped by cJSON's rules, and what is no UTF-8 is replaced. False, with `row` of no use, for a row that is longer
-// than kNeighbourRowMax.
+// A line as JSON, without white space; the keys of a host come in another order than those of a device.
+// Strings are escaped by cJSON's rules, and what is no UTF-8 is replaced. False, with `row` of no use, for a
+// row that is longer than kNeighbourRowMax.
 inline constexpr std::size_t kNeighbourRowMax = 2559;
 bool printNeighbourRow(const Neighbour &neighbour, std::string &row);
 
@@ -136,12 +137,14 @@ struct NeighbourTiming {
     std::size_t lldpCount = 0;             // devices heard
 };
 
-// Reads the switch and visits the line of each device, then of each host, in the order of the switch's tables.
+// Reads the switch and visits the line of each device, then of each host, in the order of the switch's
+// tables.
 //
-// A port whose description cannot be read in full is left out with everything behind it, and so is a device without
-// its chassis or port ID; a link state that cannot be read counts as down, and a name or management address as not
-// announced. But a table that breaks off ends the run, and so does a switch that cannot be reached: Failed (logged),
-// because whoever is missing then may well be there. A table that the switch does not offer is an empty one.
+// A port whose description cannot be read in full is left out with everything behind it, and so is a device
+// without its chassis or port ID (it may be among the hosts then); a link state that cannot be read counts as
+// down, and a name or management address as not announced. But a table that breaks off ends the run, and so
+// does a switch that cannot be reached: Failed (logged), because whoever is missing then may well be there. A
+// table that the switch does not offer is an empty one.
 Result<> readNeighbours(Switch sw, const VendorTable &vendors,
                         const std::function<void(const Neighbour &)> &visit, NeighbourTiming &timing,
                         Where where = std::source_location::current());

@@ -1,4 +1,5 @@
-// What the virtual switch tells about neighbours: ARP walk, management addresses, switch-port mode, place of a port.
+// What the virtual switch tells about neighbours: ARP walk, management addresses, switch-port mode, place of
+// a port.
 #include <gtest/gtest.h>
 
 #include <random>

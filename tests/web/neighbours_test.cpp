@@ -1,4 +1,5 @@
-// The neighbour list: against a reading of the tables in order, on a virtual switch, and with hostile strings.
+// The neighbour list: against a reading of the tables in order, on a virtual switch, and with hostile
+// strings.
 #include "web/neighbours.h"
 
 #include <gtest/gtest.h>
@@ -7,6 +8,7 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <new>
 #include <nlohmann/json.hpp>
 #include <random>
 
@@ -568,6 +570,23 @@ TEST_F(NeighbourTest, EveryCallThatMayFail) {
     EXPECT_EQ(all, rows());
     ASSERT_EQ(0, neighborChunksBuild(&client));
     EXPECT_EQ(stored, cached("neighbor_ex/0"));
+}
+
+TEST_F(NeighbourTest, NoMemoryForARow) {
+    // Has room for two rows.
+    class SmallSink : public RowSink {
+        bool take(std::string_view) override {
+            if (rowCount() == 2)
+                throw std::bad_alloc();
+            return true;
+        }
+    };
+    plugCrowd("crowd", 1, "02:00:00:00:00:00", 5);
+    SmallSink sink;
+    NeighbourTiming timing;
+    EXPECT_EQ(10000, neighborRowsBuild(&client, sink, timing));
+    EXPECT_EQ(2u, sink.rowCount());
+    EXPECT_EQ(ResultCode::Failed, sink.error());
 }
 
 TEST_F(NeighbourTest, SwitchWithoutAnArpTableOrGone) {
