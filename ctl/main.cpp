@@ -12,6 +12,7 @@
 #include "common/log.h"
 #include "common/text.h"
 #include "ctl/cache_commands.h"
+#include "ctl/neighbour_commands.h"
 #include "ctl/profile_commands.h"
 #include "ctl/vendor_commands.h"
 #include "ctl/vlan_commands.h"
@@ -47,6 +48,7 @@ class CommandLine {
         addLocalCommand(app_, "vendor", "The maker of a device", [this] { showVendor(output_, name_); })
             .add_option("mac", name_, "MAC address, or its first three octets")
             ->required();
+        addNeighbours();
     }
 
     // Throws CLI::ParseError, which exit() turns into what is printed and the status.
@@ -86,6 +88,7 @@ class CommandLine {
     void addProfile(CLI::App &profile);
     void addVlan(CLI::App &vlan);
     void addCache(CLI::App &cache);
+    void addNeighbours();
 
     CLI::App app_{"pavoctl - AV profiles and VLANs of the switch"};
     Output output_;
@@ -93,6 +96,7 @@ class CommandLine {
     std::uint32_t id_ = 0;
     ApplyOptions options_;
     std::vector<std::string> names_;
+    FollowOptions follow_;
     std::function<int(Switch)> command_;
     std::function<void()> localCommand_;
 };
@@ -163,6 +167,19 @@ void CommandLine::addCache(CLI::App &cache) {
     addLocalCommand(cache, "delete", "Delete one answer", [this] { deleteFromCache(output_, name_); })
         .add_option("name", name_)
         ->required();
+}
+
+void CommandLine::addNeighbours() {
+    auto &neighbours =
+        addCommand(app_, "neighbours", "Who is behind which port: by LLDP, and by forwarding table",
+                   [this](Switch sw) { showNeighbours(sw, output_, follow_); });
+    neighbours.fallthrough();
+    auto &follow = *neighbours.add_flag("--follow", follow_.follow,
+                                        "Go on and print who joins, leaves and moves, until interrupted");
+    neighbours.add_option("--interval", follow_.seconds, "Seconds between two looks")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 3600))
+        ->needs(&follow);
 }
 
 int runConnected(const CommandLine &line) {

@@ -19,14 +19,15 @@ _pavoctl() {
     for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
         case $word in
             -*) ;;
-            profile | vlan | cache | vendor) [ -z "$command" ] && command=$word ;;
+            profile | vlan | cache | vendor | neighbours) [ -z "$command" ] && command=$word ;;
             *) [ -n "$command" ] && [ -z "$sub" ] && sub=$word ;;
         esac
     done
     local IFS=$'\n'
     case "$command/$sub" in
-        /) words=$'profile\nvlan\ncache\nvendor\n--json\n--help' ;;
+        /) words=$'profile\nvlan\ncache\nvendor\nneighbours\n--json\n--help' ;;
         profile/) words=$'types\ntemplates\nlist\nshow\nstatus\napply\ndelete\n--help' ;;
+        neighbours/) words=$'--follow\n--interval\n--json\n--help' ;;
         vlan/) words=$'list\nshow\n--help' ;;
         cache/) words=$'list\nread\nrefresh\ndelete\n--help' ;;
         cache/read | cache/refresh | cache/delete)

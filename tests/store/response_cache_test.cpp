@@ -7,9 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <string>
@@ -326,7 +324,7 @@ TEST_F(ResponseCacheTest, OneSignalForTheThreadOfTheWebServer) {
     std::jthread thread([&](const std::stop_token &stop) {
         other = gettid();
         while (!stop.stop_requested())
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            std::this_thread::yield();
     });
     while (other == 0)
         std::this_thread::yield();
