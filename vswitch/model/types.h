@@ -45,6 +45,8 @@ struct ModelConfig {
     std::uint32_t defaultMtu = kMtuDefault;  // what the running configuration leaves out
     std::size_t fdbCapacity = 16384;
     std::size_t macAssociationsMax = 16384;
+    std::size_t igmpGroupsMax = 10000, igmpSubscribersMax = 65536;
+    bool igmpShowsChannels = false;  // "show igmpsnooping group" calls a LAG "ch1" instead of "lag 1"
     std::size_t logCapacity = 4096;
     std::string hostName = "avswitch";
     std::string machineModel = "AVM4848-24X";
@@ -131,8 +133,9 @@ struct Interface {
 
 // Multicast and spanning-tree settings of one VLAN; times in seconds, absent while the default applies.
 struct VlanFeatures {
+    // IGMP Plus is snooping with a querier, and drops what nobody has asked for.
     bool igmpSnooping = false, igmpPlus = false, fastLeave = false, floodReport = false,
-         excludeMrouter = false, querierElection = false, proxyQuerier = false;
+         excludeMrouter = false, querierElection = false, proxyQuerier = false, dropUnknown = false;
     bool mldSnooping = false, mldProxyQuerier = false;
     std::optional<std::uint32_t> maxResponse, membershipInterval, mrouterExpiry;
     std::optional<std::uint32_t> helloTime, forwardTime, maxAge;  // only while the switch runs PVST
@@ -238,6 +241,7 @@ struct Device {
     std::string ip;
     std::optional<LldpFields> lldp;
     bool talking = true;
+    std::map<std::uint32_t, std::uint32_t> groups{};  // IPv4 multicast groups joined, and the IGMP version
 };
 
 struct LogLine {
