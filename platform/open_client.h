@@ -58,6 +58,9 @@ enum { OPEN_DISABLE = 0, OPEN_ENABLE = 1 };
 enum { OPEN_ACL_INBOUND = 0, OPEN_ACL_OUTBOUND = 1 };
 enum { OPEN_LINK_UP = 0, OPEN_LINK_DOWN = 1 };
 
+// What a port is for: anything, end devices in one VLAN, or another switch.
+enum { OPEN_SWITCHPORT_MODE_GENERAL = 1, OPEN_SWITCHPORT_MODE_ACCESS = 2, OPEN_SWITCHPORT_MODE_TRUNK = 3 };
+
 // Type of a forwarding table entry.
 enum { OPEN_FDB_ADDR_STATIC = 0, OPEN_FDB_ADDR_LEARNED = 1 };
 
@@ -238,6 +241,24 @@ open_error_t rpcclt_openapiStpMstBridgePriorityGet(openapiClientHandle_t *client
 // --- system: identity, health, time, log, images, RADIUS, PTP
 
 // --- neighbours: ARP, LLDP management addresses, switch-port mode
+
+// Next entry of the ARP table after (vlanId, ipAddr); both 0 to start. The order is the switch's own. `ipAddr` is
+// in host byte order; `mac` is a string of 17 characters as in the forwarding database.
+open_error_t rpcclt_openapiArpEntryNextGet(openapiClientHandle_t *client, uint32_t *vlanId, uint32_t *ipAddr,
+                                           open_buffdesc *mac);
+// Next management address that a neighbour announces after (family, address); 0 and an empty string to start.
+// The family is 1 (IPv4) or 2 (IPv6); `address` is the address as a string, and its `size` the capacity on
+// entry.
+open_error_t rpcclt_openapiLldpIntfRemoteDeviceMgmtAddressNextGet(openapiClientHandle_t *client,
+                                                                  uint32_t ifNum, uint32_t remIndex,
+                                                                  uint32_t timeStamp, uint32_t *family,
+                                                                  open_buffdesc *address);
+// Switch-port mode: OPEN_SWITCHPORT_MODE_. It says what the interface is for; VLAN membership is set by itself.
+open_error_t rpcclt_openapiDot1qSwPortModeGet(openapiClientHandle_t *client, uint32_t ifNum, uint32_t *mode);
+// Where an interface is: unit and slot as on the front panel, and the port within the slot. Ports are in slot 0
+// of unit 1; a LAG is in no unit (0), in slot 1, and its port is the number of the LAG.
+open_error_t rpcclt_openapiHashIntfUnitSlotPortGet(openapiClientHandle_t *client, uint32_t ifNum,
+                                                   uint32_t *unit, uint32_t *slot, uint32_t *port);
 
 // --- multicast: access lists, IGMP snooping
 

@@ -277,6 +277,7 @@ Model Model::settled() const {
     Model out = *this;
     // What refers to the devices of this object, and what the configuration does not consist of.
     out.macOwner_.clear();
+    out.ipOwners_.clear();
     out.devicesAt_.clear();
     out.devices_.clear();
     out.fdb_.clear();

@@ -24,7 +24,9 @@
 
 #include <deque>
 #include <map>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "vswitch/model/igmp.h"
@@ -160,6 +162,8 @@ class Model {
 
     // IPv4 addresses in the switch's VLANs: those seen, and those of talking devices that have one.
     std::map<ArpKey, Mac> arp() const;
+    // The one that follows; at the end, nothing.
+    std::optional<std::pair<ArpKey, Mac>> nextArp(const ArpKey &after) const;
 
     // --- behaviour
     bool changesPending() const { return !pending_.empty(); }  // accepted, not yet in effect
@@ -198,6 +202,7 @@ class Model {
     std::vector<const Device *> withFollowers(const Device &device) const;
     bool forwarding(IfNum port) const;
     bool audible(const Device &device) const;
+    VlanId arpVlan(const Device &device) const;
     void learnDevice(const Device &device);
     void learnMac(const Device &device, const Mac &mac);
     void relearnPort(IfNum port);
@@ -273,6 +278,7 @@ class Model {
     std::map<std::string, Device> devices_;
     // The same devices by address and by port.
     std::map<Mac, const Device *> macOwner_;
+    std::map<std::string, std::vector<const Device *>> ipOwners_;  // in the order of their names
     std::map<IfNum, std::vector<const Device *>> devicesAt_;
 
     IgmpGroups igmpGroups_;

@@ -134,6 +134,10 @@ open_error_t Model::plug(Device device) {
     const auto &stored = devices_.emplace(std::move(name), std::move(device)).first->second;
     for (const auto &mac : stored.macs)
         macOwner_[mac] = &stored;
+    if (!stored.ip.empty()) {
+        auto &owners = ipOwners_[stored.ip];
+        owners.insert(std::ranges::upper_bound(owners, stored.name, {}, &Device::name), &stored);
+    }
     devicesAt_[stored.port].push_back(&stored);
     const bool hadLink = port->linkUp;
     refreshLink(stored.port);
@@ -154,6 +158,9 @@ open_error_t Model::unplug(const std::string &name) {
         event("device", device->name + " unplugged");
         for (const auto &mac : device->macs)
             macOwner_.erase(mac);
+        if (const auto owners = ipOwners_.find(device->ip); owners != ipOwners_.end())
+            if (std::erase(owners->second, device); owners->second.empty())
+                ipOwners_.erase(owners);
         std::erase(here, device);
         devices_.erase(devices_.find(device->name));
     }

@@ -10,6 +10,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
 #include "platform/clock.h"
@@ -108,6 +109,7 @@ struct Interface {
     VlanId pvid = kDefaultVlan;
     std::map<VlanId, Membership> vlans;  // only what differs from the default
     AcceptFrames acceptFrames = AcceptFrames::All;
+    std::uint32_t switchportMode = OPEN_SWITCHPORT_MODE_GENERAL;
 
     std::uint32_t dot1xControlMode = OPEN_DOT1X_AUTO;
     bool ptpTcEnabled = true;
@@ -177,7 +179,11 @@ using AccessLists = std::map<std::string, std::vector<AccessRule>>;
 struct ArpKey {
     VlanId vlan = 0;
     std::string ip;
-    auto operator<=>(const ArpKey &) const = default;
+    // By address first.
+    auto operator<=>(const ArpKey &other) const {
+        return std::tie(ip, vlan) <=> std::tie(other.ip, other.vlan);
+    }
+    bool operator==(const ArpKey &) const = default;
 };
 
 enum class AddressMethod { None, Manual, Dhcp };
