@@ -540,6 +540,17 @@ open_error_t Model::deleteIpAccessList(const std::string &name) {
     return OPEN_E_NONE;
 }
 
+std::uint32_t Model::accessListId(const std::string &name) {
+    auto it = std::find(accessListNames_.begin(), accessListNames_.end(), name);
+    if (it == accessListNames_.end())
+        it = accessListNames_.insert(it, name);
+    return static_cast<std::uint32_t>(it - accessListNames_.begin()) + 1;
+}
+
+const std::string *Model::accessListName(std::uint32_t id) const {
+    return id >= 1 && id <= accessListNames_.size() ? &accessListNames_[id - 1] : nullptr;
+}
+
 open_error_t Model::bindAccessList(IfNum ifNum, const std::string &name, std::uint32_t direction,
                                    std::uint32_t sequence) {
     auto *interface = edit(ifNum);

@@ -60,6 +60,9 @@ class Model {
     const AccessLists &macAccessLists() const { return macAccessLists_; }
     AccessLists &macAccessLists() { return macAccessLists_; }
     open_error_t deleteIpAccessList(const std::string &name);  // and its bindings
+    // A number for a name, from 1 on; it is that of the name for as long as the switch runs.
+    std::uint32_t accessListId(const std::string &name);
+    const std::string *accessListName(std::uint32_t id) const;  // null for an id that was never given
     // Binds a list; with `sequence` 0 after those already bound. FAIL: another list has that sequence number;
     // FULL: more than kAccessGroupsMax.
     open_error_t bindAccessList(IfNum ifNum, const std::string &name, std::uint32_t direction,
@@ -259,6 +262,7 @@ class Model {
     SwitchFeatures features_;
     Qos qos_;
     AccessLists ipAccessLists_, macAccessLists_;
+    std::vector<std::string> accessListNames_;  // by id
     Duration now_{}, bootTime_{}, lastAged_{};
     bool started_ = false;
     std::timespec wall_{};

@@ -84,6 +84,10 @@ enum class Carrier { FollowDevices, ForcedUp, ForcedDown };
 
 // Maximum number of access lists in one direction of an interface.
 inline constexpr std::size_t kAccessGroupsMax = 16;
+inline constexpr std::size_t kAccessListsMax = 100, kAccessRulesMax = 1023;
+// Names of access lists, class maps and policy maps: letters, digits, '_', '-' and '.'.
+inline constexpr std::size_t kObjectNameMax = 31;
+bool objectNameValid(std::string_view name);
 
 // An IPv4 access list bound to an interface.
 struct AccessGroup {
@@ -173,6 +177,7 @@ struct AccessRule {
     bool permit = false;
     std::string source, destination;
 };
+// A list without lines filters nothing; with some, what no line matches is dropped.
 using AccessLists = std::map<std::string, std::vector<AccessRule>>;
 
 // A neighbour's IPv4 address as seen in its ARP frames.
