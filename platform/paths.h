@@ -66,6 +66,15 @@ inline constexpr const char *kProfileRecord = "/mnt/application/pavo/profile_rec
 inline constexpr const char *kPavoExDir = "/tmp/pavo/pavo_ex";
 
 // --- response cache, vendors and host names
+inline constexpr const char *kResponseCache = "/tmp/restapi_db";
+// Names of the answers that have changed, one per line; its reader empties it.
+inline constexpr const char *kResponseCacheDelta = "/tmp/rest_db_api_delta.txt";
+// Process and thread of the web server that are told about changes.
+inline constexpr const char *kWebServerPid = "/tmp/resourse_pid.txt";
+inline constexpr const char *kApiLockDir = "/tmp/api_lock";
+inline constexpr const char *kVendorDb = "/usr/local/appmgr/usr/share/pavo/oui/oui.db";
+// Shared with the switch's DHCP server.
+inline constexpr const char *kHostDb = "/mnt/fastpath/dhcpReservation.db";
 
 // --- ports and LAGs: settings, counters, optics, trunks, mirroring
 
