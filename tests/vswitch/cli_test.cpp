@@ -67,6 +67,7 @@ std::vector<std::string> exampleOf(const Command &command, bool last) {
                                                                   {"vlans", "10,20-22"},
                                                                   {"mac", "00:1b:92:02:00:01"},
                                                                   {"ip", "10.0.0.1"},
+                                                                  {"net", "239.255.2"},
                                                                   {"port", "0/2"},
                                                                   {"ports", "0/1,0/3-0/4"},
                                                                   {"lag", "2"},
