@@ -184,9 +184,13 @@ void printGroupRow(const GroupRow &row, std::string &out) {
     out += '}';
 }
 
+Result<std::string> captureGroups(Switch sw, Where where) {
+    return sw.show("show igmpsnooping group", pathOf(platform::paths::kMulticastGroupsShow), where,
+                   kCannotOpenCapture);
+}
+
 Result<> readGroups(Switch sw, RowSink &sink, Where where) {
-    const auto shown = sw.show("show igmpsnooping group", pathOf(platform::paths::kMulticastGroupsShow),
-                               where, kCannotOpenCapture);
+    const auto shown = captureGroups(sw, where);
     if (!shown)
         return std::unexpected(shown.error());
     std::string text;
@@ -346,14 +350,19 @@ Result<std::vector<ModeTarget>> targetsOf(Switch sw, const MulticastModes &wante
     if (!lags)
         return std::unexpected(lags.error());
     std::vector<ModeTarget> targets;
-    for (const auto &[entries, targetOf] :
-         {std::pair(&wanted.ports, portTarget), std::pair(&wanted.lags, lagTarget)})
-        for (const ModeEntry &entry : *entries) {
+    const auto add = [&](const std::vector<ModeEntry> &entries, auto targetOf) -> Result<> {
+        for (const ModeEntry &entry : entries) {
             auto target = targetOf(sw, entry, *lags, where);
             if (!target)
                 return std::unexpected(std::move(target).error());
             targets.push_back(std::move(*target));
         }
+        return {};
+    };
+    if (auto added = add(wanted.ports, portTarget); !added)
+        return std::unexpected(std::move(added).error());
+    if (auto added = add(wanted.lags, lagTarget); !added)
+        return std::unexpected(std::move(added).error());
     return targets;
 }
 

@@ -54,8 +54,9 @@ void forEachGroupRow(std::string_view shown, const std::function<void(const Grou
 // The port of a LAG is "lag3"; the timeout is null without one. Replaces what is in `out`.
 void printGroupRow(const GroupRow &row, std::string &out);
 
-// Reads the table from the switch into a sink, in printGroupRow()'s form. Failed or OpenFailed when it cannot be
-// captured.
+// The table as the switch prints it, and its rows in a sink, in printGroupRow()'s form. Failed or OpenFailed when
+// it cannot be captured.
+Result<std::string> captureGroups(Switch sw, Where where = std::source_location::current());
 Result<> readGroups(Switch sw, RowSink &sink, Where where = std::source_location::current());
 
 // --- modes

@@ -91,17 +91,6 @@ std::string modesText(const MulticastModes &modes) {
     return printJsonLine(object.get());
 }
 
-std::int32_t buildModes(Switch sw, char **json, const Where &where) {
-    *json = nullptr;
-    const auto modes = readMulticastModes(sw, where);
-    if (!modes)
-        return codeOf(modes);
-    if (const auto text = modesText(*modes); !text.empty())
-        return handOut(text, json, where);
-    logError(where, "[%s:%d] getMulticastMode response str error\r\n");
-    return kFailed;
-}
-
 // False when an entry has a number that is none of a port, LAG or mode.
 bool parseEntries(const cJSON *array, std::vector<ModeEntry> &entries) {
     const cJSON *item = nullptr;
@@ -200,11 +189,15 @@ std::int32_t multicastGroupsChunksBuild(openapiClientHandle_t *client) {
 }
 
 std::int32_t buildMulticastModeJson(openapiClientHandle_t *client, char **json) {
-    return buildModes(client, json, std::source_location::current());
-}
-
-std::int32_t getMulticastModeEx(openapiClientHandle_t *client, char **json) {
-    return buildModes(client, json, std::source_location::current());
+    const Where where = std::source_location::current();
+    *json = nullptr;
+    const auto modes = readMulticastModes(client, where);
+    if (!modes)
+        return codeOf(modes);
+    if (const auto text = modesText(*modes); !text.empty())
+        return handOut(text, json, where);
+    logError(where, "[%s:%d] getMulticastMode response str error\r\n");
+    return kFailed;
 }
 
 std::int32_t setMulticastMode(openapiClientHandle_t *client, const char *json) {

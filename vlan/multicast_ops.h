@@ -4,8 +4,8 @@
 // been logged. An answer in *json is new text, the caller's to free with free(), and null when the operation fails. Any
 // thread may call; changes wait for each other, in this process and in others.
 //
-// A mode is 0 normal, 1 with a multicast router, 2 blocked. The answers multicast_mode_ex and multicast_block_address
-// of the response cache are produced here, too: getMulticastModeEx() and getDenyList(), see store/producers.h.
+// A mode is 0 normal, 1 with a multicast router, 2 blocked. getDenyList() is here, too; it is declared in
+// store/producers.h.
 #ifndef PAVO_VLAN_MULTICAST_OPS_H
 #define PAVO_VLAN_MULTICAST_OPS_H
 
