@@ -170,13 +170,16 @@ std::int32_t multicastGroupsChunksBuild(openapiClientHandle_t *client) {
                         ++count;
                         stored = writeCachedAnswer(key, answer, where) && stored;
                     },
-                    [&](const std::string &key) { stored = deleteCachedAnswer(key, where) && stored; }},
+                    [&](const std::string &key) {
+                        ++count;
+                        stored = deleteCachedAnswer(key, where) && stored;
+                    }},
                    where);
     if (const auto result = resultOf(readGroups(client, sink, where), sink); result != kSuccess)
         return result;
     if (const auto finished = sink.finish(); finished != ResultCode::Success)
         return codeOf(finished);
-    // What another process has left behind.
+    // What another process has left behind, after what this one had.
     for (;; ++count) {
         const std::string key = std::string(kGroupsKey) + '/' + std::to_string(count);
         const auto left = readCachedAnswer(key, where);

@@ -2,10 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <functional>
 #include <thread>
 
 #include "common/json.h"
+#include "common/text.h"
 #include "store/response_cache.h"
 #include "tests/support/switch_fixture.h"
 #include "vlan/multicast_ops.h"
@@ -98,7 +100,6 @@ TEST(MulticastCapture, OddLinesArePassedOver) {
         "20 10.0.0.1 239.1.1.1 0/5 v2 260",
         "20 /00:11:22:33:44:55  239.1.1.1/01:00:5E:01:01:01 0/5 v2 260",
         "20 1234567890.123456/00:11:22:33:44:55  239.1.1.1/01:00:5E:01:01:01 0/5 v2 260",
-        "20 10.0.0.1/00:11:22:33:44:55:66  239.1.1.1/01:00:5E:01:01:01 0/5 v2 260",
         "20 " + kPair + "0/5",
         "20 " + kPair + "0 /5 v2 260",
         "20 " + kPair + "five v2 260",
@@ -131,8 +132,8 @@ TEST(MulticastCapture, DeniedAddresses) {
                             " Destination IP Address........ 1.2.3.4\n"
                             "Destination IP Address\n"
                             "Destination IP Address...\t224.1.2.3 more\r\n"
-                            "Destination IP Address : 123456789012345678\n"
-                            "Destination IP Address : 1234567890123456789012\n"));
+                            "Destination IP Address... 123456789012345678\n"
+                            "Destination IP Address... 1234567890123456789012\n"));
 }
 
 // --- the switch
@@ -469,7 +470,6 @@ TEST_F(MulticastTest, WhatCannotBeDeniedChangesNothing) {
                             R"("224.1\nexit")",
                             R"("224\rno vlan 20")",
                             R"("any any\n\n\n")",
-                            R"("224.0.0.\u0000")",
                             R"("\u00b2\u00b2\u00b2.1.1.1")",
                             "\"\xff\"",
                             "5",
@@ -484,14 +484,14 @@ TEST_F(MulticastTest, WhatCannotBeDeniedChangesNothing) {
     EXPECT_EQ(kInvalid, setDenyList(&client, nullptr));
     EXPECT_EQ(kInvalid, setDenyListByArray(&client, nullptr));
     std::string many = R"("225.0.0.0")";
-    for (int n = 0; n < 54; ++n)
+    for (int n = 0; n < 55; ++n)
         many += R"(,"225.0.0.0")";
     EXPECT_EQ(kInvalid, deny(many));
     EXPECT_EQ(before, configuration());
     EXPECT_EQ(0u, refused());
     EXPECT_EQ(std::string::npos, log().find("\nexit"));
     EXPECT_EQ(0, deny(many.substr(12))) << "one less";
-    EXPECT_EQ(54u, occurrences(configuration(), "deny ip any 225.0.0.0"));
+    EXPECT_EQ(55u, occurrences(configuration(), "deny ip any 225.0.0.0"));
     // Of what is longer than nine characters, the rest does not count.
     EXPECT_EQ(0, deny(R"("224.0.0.0\nexit\nvlan database\nno vlan 20")"));
     EXPECT_EQ(0u, refused());
