@@ -12,6 +12,7 @@
 #include "common/log.h"
 #include "common/text.h"
 #include "ctl/cache_commands.h"
+#include "ctl/multicast_commands.h"
 #include "ctl/neighbour_commands.h"
 #include "ctl/profile_commands.h"
 #include "ctl/vendor_commands.h"
@@ -44,6 +45,7 @@ class CommandLine {
         app_.add_flag("--json", output_.json, "Answers for machines: the JSON envelope of the web interface");
         addProfile(*app_.add_subcommand("profile", "AV profiles"));
         addVlan(*app_.add_subcommand("vlan", "VLANs"));
+        addMulticast(*app_.add_subcommand("multicast", "Multicast groups, and who gets multicast"));
         addCache(*app_.add_subcommand("cache", "The answers kept for the web interface"));
         addLocalCommand(app_, "vendor", "The maker of a device", [this] { showVendor(output_, name_); })
             .add_option("mac", name_, "MAC address, or its first three octets")
@@ -87,12 +89,15 @@ class CommandLine {
 
     void addProfile(CLI::App &profile);
     void addVlan(CLI::App &vlan);
+    void addMulticast(CLI::App &multicast);
     void addCache(CLI::App &cache);
     void addNeighbours();
 
-    CLI::App app_{"pavoctl - AV profiles and VLANs of the switch"};
+    CLI::App app_{"pavoctl - manages the switch"};
     Output output_;
     std::string name_;
+    std::string mode_;
+    bool isSet_ = false;
     std::uint32_t id_ = 0;
     ApplyOptions options_;
     std::vector<std::string> names_;
@@ -152,6 +157,30 @@ void CommandLine::addVlan(CLI::App &vlan) {
         .add_option("id", id_)
         ->required()
         ->check(CLI::Range(VlanId::kMin, VlanId::kMax));
+}
+
+void CommandLine::addMulticast(CLI::App &multicast) {
+    multicast.require_subcommand(1);
+    addCommand(multicast, "groups", "The subscribers of all groups that IGMP snooping knows",
+               [this](Switch sw) { isSet_ ? cacheGroups(sw, output_) : showGroups(sw, output_); })
+        .add_flag("--cache", isSet_, "Put them into the response cache instead of printing them");
+    auto &mode = addCommand(multicast, "mode", "The interfaces that are not normal, or set their mode",
+                            [this](Switch sw) { runMode(sw, output_, name_, mode_); });
+    auto &ports =
+        *mode.add_option("ports", name_, "For example 1-4,7,lag2: ports by interface number, LAGs by theirs");
+    auto &wanted = *mode.add_option("mode", mode_,
+                                    "normal; router: a multicast router is behind it;\n"
+                                    "blocked: nothing that 'multicast deny' lists passes");
+    ports.needs(&wanted);
+    wanted.check(CLI::IsMember({"normal", "router", "blocked"}));
+    auto &deny = addCommand(multicast, "deny", "The addresses denied on blocked interfaces, or replace them",
+                            [this](Switch sw) { runDeny(sw, output_, names_, isSet_); });
+    auto &addresses =
+        *deny.add_option("addresses", names_,
+                         "For example 239.0.0.0 224.1.1.0/8: each denies all groups with the same\n"
+                         "first number");
+    deny.add_flag("--clear", isSet_, "Deny nothing, and set all blocked interfaces to normal")
+        ->excludes(&addresses);
 }
 
 void CommandLine::addCache(CLI::App &cache) {

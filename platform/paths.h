@@ -84,6 +84,16 @@ inline constexpr const char *kHostDb = "/mnt/fastpath/dhcpReservation.db";
 
 // --- multicast: access lists, IGMP snooping
 
+// printf formats: concurrent callers each have a number of their own.
+inline constexpr const char *kMulticastGroupsShow =
+    "/mnt/application/pavo/tmp/pavo_out_show_igmpsnooping_group_ex_%d";
+inline constexpr const char *kDenyListShow =
+    "/mnt/application/pavo/tmp/pavo_out_show_ip_access-list_NET-BLOCK_%d";
+inline constexpr const char *kSetMulticastModeIn = "/mnt/application/pavo/tmp/pavo_in_set_multicast_mode";
+inline constexpr const char *kSetMulticastModeOut = "/mnt/application/pavo/tmp/pavo_out_set_multicast_mode";
+// Held by whoever changes multicast modes or the deny list.
+inline constexpr const char *kMulticastLock = "/tmp/multicastConfig.lock";
+
 }  // namespace paths
 }  // namespace platform
 

@@ -121,6 +121,12 @@ struct LagNumbering {
     IfNum interfaceOf(std::uint32_t number) const { return IfNum(first.number() + number - 1); }
 };
 
+// An IPv4 access list, and in which direction it filters.
+struct AccessListId {
+    std::uint32_t number = 0;
+};
+enum class Direction : std::uint32_t { Inbound = OPEN_ACL_INBOUND, Outbound = OPEN_ACL_OUTBOUND };
+
 // The two files of a CLI script (fixed paths): what is applied, and what the CLI prints.
 struct ScriptFiles {
     std::string in;
@@ -267,7 +273,33 @@ class Switch {
 
     // --- multicast: access lists, IGMP snooping
 
+    // NoAccessList when there is none of that name.
+    OpenResult<AccessListId> accessList(const std::string &name) const;
+    OpenResult<AccessListId> createAccessList(const std::string &name) const;
+    // The rules by their numbers, in the order in which they are tried.
+    auto accessRules(AccessListId list) const { return Walk(RuleStep{client_, list}); }
+    OpenResult<> deleteLastRule(AccessListId list) const;
+    // Interfaces that the list is bound to.
+    OpenResult<std::vector<IfNum>> boundInterfaces(AccessListId list, Direction direction) const;
+    OpenResult<> bindAccessList(AccessListId list, IfNum ifNum, Direction direction) const;
+    // NotFound when it is not bound there.
+    OpenResult<> unbindAccessList(AccessListId list, IfNum ifNum, Direction direction) const;
+    // Interfaces on which a multicast router has been configured, ascending.
+    auto routerInterfaces() const { return Walk(RouterStep{client_, IfNum{}}); }
+
   private:
+    struct RuleStep {
+        openapiClientHandle_t *client;
+        AccessListId list;
+        std::uint32_t last = 0;
+        bool first = true;
+        OpenResult<std::uint32_t> operator()();
+    };
+    struct RouterStep {
+        openapiClientHandle_t *client;
+        IfNum last;
+        OpenResult<IfNum> operator()();
+    };
     struct IfStep {
         openapiClientHandle_t *client;
         IfType type;

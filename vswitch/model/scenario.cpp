@@ -141,8 +141,10 @@ open_error_t Model::plug(Device device) {
     devicesAt_[stored.port].push_back(&stored);
     const bool hadLink = port->linkUp;
     refreshLink(stored.port);
-    if (hadLink)
+    if (hadLink) {
         learnDevice(stored);
+        reportGroups(stored);
+    }
     return OPEN_E_NONE;
 }
 
@@ -193,6 +195,7 @@ open_error_t Model::move(const std::string &name, IfNum port, const std::string 
         for (const auto &mac : device->macs)
             relearnMac(mac);
         hear(*device);
+        reportGroups(*device);
     }
     return OPEN_E_NONE;
 }
@@ -206,6 +209,7 @@ open_error_t Model::setTalking(const std::string &name, bool talking) {
     it->second.talking = talking;
     event("device", name + (talking ? " talks" : " is silent"));
     learnDevice(it->second);
+    reportGroups(it->second);
     return OPEN_E_NONE;
 }
 
