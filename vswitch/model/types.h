@@ -26,6 +26,7 @@ inline constexpr VlanId kVlanMax = 4094;
 inline constexpr std::size_t kVlanNameMax = 32;
 inline constexpr std::uint32_t kInterfacesMax = 896;
 inline constexpr std::uint32_t kMtuMin = 1500, kMtuMax = 12288, kMtuDefault = 1518;
+inline constexpr std::uint32_t kReauthPeriodDefault = 3600;
 // LLDP strings hold up to 255 bytes on the wire.
 inline constexpr std::size_t kLldpTextMax = 255;
 
@@ -108,6 +109,9 @@ struct Interface {
     AcceptFrames acceptFrames = AcceptFrames::All;
 
     std::uint32_t dot1xControlMode = OPEN_DOT1X_AUTO;
+    bool dot1xReauthentication = false;
+    std::uint32_t dot1xReauthPeriod = kReauthPeriodDefault;  // seconds
+    bool supplicant = false;  // somebody on the port has been authenticated since it got link
     bool ptpTcEnabled = true;
 
     // 802.1AS and the MRP applications; timers in centiseconds.
