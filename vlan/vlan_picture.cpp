@@ -118,11 +118,20 @@ std::unexpected<Failure> reportUnread(const char *what, OpenError code, const Wh
     return failed(ResultCode::Failed, std::string(what) + " cannot be read");
 }
 
-// The VLANs as the switch has them, with their names and without what profiles know.
-Result<std::vector<VlanPicture>> readFromSwitch(Switch sw, const Where &where) {
-    const auto nameSize = sw.vlanNameSize();
-    if (!nameSize)
-        return reportUnread("the size of VLAN names", nameSize.error(), where);
+// The rows of a database that is there; none without one.
+Result<std::vector<ProfileRow>> readRowsIfAny(const Where &where) {
+    if (!fileExists(platform::paths::kProfileDb))
+        return std::vector<ProfileRow>{};
+    auto rows = readProfileRows(where);
+    if (!rows)
+        return failed(ResultCode::Failed, "the profile database cannot be read");
+    return std::move(*rows);
+}
+
+// The VLANs of the switch with what the rows say of them.
+Result<std::vector<VlanPicture>> readPictures(Switch sw, const std::vector<ProfileRow> &rows,
+                                              const Where &where) {
+    std::optional<std::uint32_t> nameSize;
     std::vector<VlanPicture> pictures;
     auto walk = sw.vlans();
     for (const VlanId id : walk) {
@@ -131,10 +140,24 @@ Result<std::vector<VlanPicture>> readFromSwitch(Switch sw, const Where &where) {
         const auto isStatic = sw.staticVlan(id);
         if (!isStatic)
             return reportUnread("the type of a VLAN", isStatic.error(), where);
+        picture.isStatic = *isStatic;
+        if (const auto *const row = findProfileRow(rows, static_cast<std::int32_t>(id.number()))) {
+            applyRow(picture, *row);
+            continue;
+        }
+        if (id == kDefaultVlan) {
+            applyRow(picture, defaultProfileRow());
+            continue;
+        }
+        if (!nameSize) {
+            const auto size = readNameSize(sw, where);
+            if (!size)
+                return std::unexpected(size.error());
+            nameSize = *size;
+        }
         const auto name = sw.vlanName(id, *nameSize);
         if (!name)
             return reportUnread("the name of a VLAN", name.error(), where);
-        picture.isStatic = *isStatic;
         picture.name = name->empty() ? formatText("VLAN%u", id) : *name;
     }
     if (const auto broken = walk.brokenBy())
@@ -175,7 +198,10 @@ Result<std::vector<VlanPicture>> readVlanPictures(Switch sw, Where where) {
 }
 
 Result<std::vector<VlanPicture>> readWholeVlanPictures(Switch sw, Where where) {
-    auto pictures = readFromSwitch(sw, where);
+    const auto rows = readRowsIfAny(where);
+    if (!rows)
+        return std::unexpected(rows.error());
+    auto pictures = readPictures(sw, *rows, where);
     if (!pictures)
         return pictures;
     const auto management = readManagement(sw, where);
@@ -186,21 +212,9 @@ Result<std::vector<VlanPicture>> readWholeVlanPictures(Switch sw, Where where) {
         members.emplace(picture.id, VlanMembers{});
     if (const auto read = readAllMembers(sw, EmptyLags::Nowhere, members, where); !read)
         return std::unexpected(read.error());
-    std::vector<ProfileRow> rows;
-    if (fileExists(platform::paths::kProfileDb)) {
-        auto read = readProfileRows(where);
-        if (!read)
-            return failed(ResultCode::Failed, "the profile database cannot be read");
-        rows = std::move(*read);
-    }
     ProfileTemplateCache templates;
     for (VlanPicture &picture : *pictures) {
-        const auto number = static_cast<std::int32_t>(picture.id.number());
-        if (const auto *const row = findProfileRow(rows, number))
-            applyRow(picture, *row);
-        else if (picture.id == kDefaultVlan)
-            applyRow(picture, defaultProfileRow());
-        picture.isManagement = management->vlan == number;
+        picture.isManagement = management->vlan == static_cast<std::int32_t>(picture.id.number());
         picture.ptpTc = findPtpTc(picture, templates);
         picture.members = std::move(members.at(picture.id));
     }

@@ -104,6 +104,13 @@ class AnswerReader {
         return std::nullopt;
     }
 
+    // Fails the answer for a reason of its own.
+    void refuse(const char *why) {
+        if (!failed())
+            logError(where_, "[%s:%d] %s\n", why);
+        code_ = failed() ? code_ : ResultCode::Failed;
+    }
+
     // For a walk that the loop has left.
     template <class Table>
     void end(const Table &walk, const char *what) {

@@ -309,6 +309,8 @@ AnswerNode imagesJson(Switch sw, AnswerReader &reader) {
         reader.where()));
     if (!images)
         return out;
+    if (images->empty())
+        reader.refuse("the switch shows no boot images");
     auto rows = AnswerNode::array();
     for (const BootImage &image : *images) {
         auto row = AnswerNode::object();

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <nlohmann/json.hpp>
@@ -219,6 +220,9 @@ TEST_F(SystemAnswersTest, LogImagesRadius) {
     });
     EXPECT_EQ(of(getImageInfo, 4096), json::parse(R"({"osVersion": "8.6.3.1", "units": [{"unit": 1,
         "active": "8.6.3.1", "backup": "8.5.0.2", "currentActive": "8.6.3.1", "nextActive": "8.5.0.2"}]})"));
+    device->with([](vswitch::Server &server) { server.model().system().activeImage.clear(); });
+    EXPECT_EQ(of(getImageInfo, 4096), json()) << "a row that cannot be read is not the end of the list";
+    EXPECT_EQ(logged("the switch shows no boot images"), 1u);
     EXPECT_EQ(of(getRadiusServerJson, 8192), json::parse(R"({"timeout": 7, "retransmit": 4, "servers": [
         {"host": "10.0.0.5", "name": "main", "type": "auth", "port": 1645, "priority": 1, "secretSet": true},
         {"host": "10.0.0.6", "name": "", "type": "acct", "port": 1813, "priority": 8, "secretSet": false}]})"));
@@ -383,6 +387,37 @@ TEST_F(SystemAnswersTest, AnyCallMayFail) {
         EXPECT_LE(logged("ERROR") - lines, 2u) << name;
         device->setDown(false);
         ASSERT_EQ(OPEN_E_NONE, rpcclt_openapiConnectivityCheck(&client));
+    }
+}
+
+// Allocations of cJSON, of which all from one on can be made to fail.
+long allocationsLeft = -1;
+void *allocate(std::size_t size) {
+    if (allocationsLeft == 0)
+        return nullptr;
+    allocationsLeft -= allocationsLeft > 0 ? 1 : 0;
+    return std::malloc(size);
+}
+
+TEST_F(SystemAnswersTest, HalfAnAnswerIsNone) {
+    configure();
+    for (const auto &[name, answer] : answers()) {
+        if (name == "profileListExGet" || name == "ProfileTemplateGet")
+            continue;
+        const auto whole = answer();
+        ASSERT_EQ(result, 0) << name;
+        cJSON_Hooks hooks{allocate, std::free};
+        cJSON_InitHooks(&hooks);
+        long n = 0;
+        for (bool made = false; !made; ++n) {
+            allocationsLeft = n;
+            const auto read = answer();
+            made = allocationsLeft != 0;
+            EXPECT_TRUE(result == 10000 || read.size() == whole.size()) << name << " " << n;
+        }
+        cJSON_InitHooks(nullptr);
+        allocationsLeft = -1;
+        EXPECT_GT(n, 10) << name;
     }
 }
 
