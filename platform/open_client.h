@@ -240,6 +240,98 @@ open_error_t rpcclt_openapiStpMstBridgePriorityGet(openapiClientHandle_t *client
 
 // --- system: identity, health, time, log, images, RADIUS, PTP
 
+// State of a temperature sensor.
+enum { OPEN_TEMP_NORMAL = 1, OPEN_TEMP_WARNING = 2, OPEN_TEMP_CRITICAL = 3, OPEN_TEMP_FAILED = 4 };
+// State of a fan or power supply.
+enum { OPEN_UNIT_OPERATIONAL = 1, OPEN_UNIT_FAILED = 2, OPEN_UNIT_ABSENT = 3 };
+enum { OPEN_SNTP_DISABLED = 0, OPEN_SNTP_UNICAST = 1, OPEN_SNTP_BROADCAST = 2 };
+// Type of a RADIUS server: authentication or accounting.
+enum { OPEN_RADIUS_AUTH = 1, OPEN_RADIUS_ACCT = 2 };
+enum { OPEN_DOT1X_PORT_AUTHORIZED = 1, OPEN_DOT1X_PORT_UNAUTHORIZED = 2 };
+// Destinations of log lines.
+enum { OPEN_LOG_BUFFERED = 1, OPEN_LOG_CONSOLE = 2 };
+
+// Strings of up to 255 bytes each; the hardware address is 17 characters, colon-separated hexadecimal.
+open_error_t rpcclt_openapiHostNameGet(openapiClientHandle_t *client, open_buffdesc *name);
+open_error_t rpcclt_openapiSystemLocationGet(openapiClientHandle_t *client, open_buffdesc *location);
+open_error_t rpcclt_openapiSystemContactGet(openapiClientHandle_t *client, open_buffdesc *contact);
+open_error_t rpcclt_openapiSystemSerialNumberGet(openapiClientHandle_t *client, open_buffdesc *serial);
+open_error_t rpcclt_openapiSystemBurnedInMacAddrGet(openapiClientHandle_t *client, open_buffdesc *mac);
+// Seconds since the switch was started.
+open_error_t rpcclt_openapiSystemUpTimeGet(openapiClientHandle_t *client, uint32_t *seconds);
+
+// Temperature sensors, fans and power supplies are numbered from 1; names have up to 64 bytes.
+open_error_t rpcclt_openapiTempSensorNextGet(openapiClientHandle_t *client, uint32_t sensor, uint32_t *next);
+open_error_t rpcclt_openapiTempSensorNameGet(openapiClientHandle_t *client, uint32_t sensor,
+                                             open_buffdesc *name);
+// State (OPEN_TEMP_), and temperature and limits in degrees Celsius, negative ones in two's complement.
+open_error_t rpcclt_openapiTempSensorStatusGet(openapiClientHandle_t *client, uint32_t sensor,
+                                               uint32_t *state, uint32_t *celsius, uint32_t *warningAbove,
+                                               uint32_t *criticalAbove);
+open_error_t rpcclt_openapiFanNextGet(openapiClientHandle_t *client, uint32_t fan, uint32_t *next);
+open_error_t rpcclt_openapiFanNameGet(openapiClientHandle_t *client, uint32_t fan, open_buffdesc *name);
+// State (OPEN_UNIT_) and revolutions per minute.
+open_error_t rpcclt_openapiFanStatusGet(openapiClientHandle_t *client, uint32_t fan, uint32_t *state,
+                                        uint32_t *rpm);
+open_error_t rpcclt_openapiPowerSupplyNextGet(openapiClientHandle_t *client, uint32_t supply, uint32_t *next);
+open_error_t rpcclt_openapiPowerSupplyNameGet(openapiClientHandle_t *client, uint32_t supply,
+                                              open_buffdesc *name);
+// State (OPEN_UNIT_).
+open_error_t rpcclt_openapiPowerSupplyStatusGet(openapiClientHandle_t *client, uint32_t supply,
+                                                uint32_t *state);
+// Load of the processor in percent.
+open_error_t rpcclt_openapiCpuUtilizationGet(openapiClientHandle_t *client, uint32_t *percent);
+open_error_t rpcclt_openapiMemoryGet(openapiClientHandle_t *client, uint32_t *totalKb, uint32_t *freeKb);
+
+// Seconds since 1970-01-01 UTC by the switch's clock.
+open_error_t rpcclt_openapiClockGet(openapiClientHandle_t *client, uint32_t *seconds);
+// Offset from UTC in minutes, west of it in two's complement, and the zone's name, up to 16 bytes.
+open_error_t rpcclt_openapiTimeZoneGet(openapiClientHandle_t *client, uint32_t *offsetMinutes,
+                                       open_buffdesc *name);
+// OPEN_SNTP_.
+open_error_t rpcclt_openapiSntpModeGet(openapiClientHandle_t *client, uint32_t *mode);
+// The server that the clock is synchronised to, up to 256 bytes, and when it last answered (seconds since
+// 1970-01-01 UTC, 0 for never); an empty server while the clock is not synchronised.
+open_error_t rpcclt_openapiSntpStatusGet(openapiClientHandle_t *client, uint32_t *lastUpdate,
+                                         open_buffdesc *server);
+// Servers are numbered from 1; hosts are addresses or DNS names of up to 256 bytes.
+open_error_t rpcclt_openapiSntpServerNextGet(openapiClientHandle_t *client, uint32_t server, uint32_t *next);
+open_error_t rpcclt_openapiSntpServerGet(openapiClientHandle_t *client, uint32_t server, open_buffdesc *host,
+                                         uint32_t *port, uint32_t *priority);
+
+// Whether a destination (OPEN_LOG_) gets log lines, and up to which severity (0 emergency to 7 debug).
+open_error_t rpcclt_openapiLogSinkGet(openapiClientHandle_t *client, uint32_t sink, uint32_t *enabled,
+                                      uint32_t *level);
+// Whether the log hosts get log lines.
+open_error_t rpcclt_openapiSyslogModeGet(openapiClientHandle_t *client, uint32_t *enabled);
+// Hosts are numbered from 1.
+open_error_t rpcclt_openapiLogHostNextGet(openapiClientHandle_t *client, uint32_t host, uint32_t *next);
+open_error_t rpcclt_openapiLogHostGet(openapiClientHandle_t *client, uint32_t host, open_buffdesc *address,
+                                      uint32_t *port, uint32_t *level);
+
+// Seconds until a request is repeated, and the number of repetitions.
+open_error_t rpcclt_openapiRadiusTimersGet(openapiClientHandle_t *client, uint32_t *timeout,
+                                           uint32_t *retransmit);
+// Servers are numbered from 1. No call gives a secret away.
+open_error_t rpcclt_openapiRadiusServerNextGet(openapiClientHandle_t *client, uint32_t server,
+                                               uint32_t *next);
+open_error_t rpcclt_openapiRadiusServerGet(openapiClientHandle_t *client, uint32_t server,
+                                           open_buffdesc *host, uint32_t *type, uint32_t *port,
+                                           uint32_t *priority);
+// Name, up to 64 bytes, and whether a secret is set.
+open_error_t rpcclt_openapiRadiusServerNameGet(openapiClientHandle_t *client, uint32_t server,
+                                               open_buffdesc *name, uint32_t *secretSet);
+
+// 802.1X of the whole switch, and of one port: OPEN_DOT1X_PORT_; whether and after how many seconds
+// whoever is there has to authenticate again.
+open_error_t rpcclt_openapiDot1xSystemAuthControlModeGet(openapiClientHandle_t *client, uint32_t *mode);
+open_error_t rpcclt_openapiDot1xPortStatusGet(openapiClientHandle_t *client, uint32_t ifNum,
+                                              uint32_t *status);
+open_error_t rpcclt_openapiDot1xPortReauthGet(openapiClientHandle_t *client, uint32_t ifNum,
+                                              uint32_t *enabled, uint32_t *period);
+// 802.1AS of one port: OPEN_ENABLE or OPEN_DISABLE.
+open_error_t rpcclt_openapiDot1asIntfModeGet(openapiClientHandle_t *client, uint32_t ifNum, uint32_t *mode);
+
 // --- neighbours: ARP, LLDP management addresses, switch-port mode
 
 // Next entry of the ARP table after (vlanId, ipAddr), in an order of the switch's own; both 0 to start.

@@ -11,6 +11,7 @@
 #include "common/log.h"
 #include "common/text.h"
 #include "platform/paths.h"
+#include "swapi/read_call.h"
 #include "swapi/script_file.h"
 
 namespace pavo {
@@ -31,25 +32,6 @@ constexpr std::size_t kVlanListMax = 4096;
 // The calls take strings that they only read as writable.
 open_buffdesc descriptorOf(const std::string &text) {
     return {static_cast<std::uint32_t>(text.size() + 1), const_cast<char *>(text.c_str())};
-}
-
-// The answer of a call that fills a buffer of `size` bytes: read(descriptor).
-template <class Read>
-OpenResult<std::string> readText(std::size_t size, Read read) {
-    std::string text(size, '\0');
-    open_buffdesc descriptor{static_cast<std::uint32_t>(size), text.data()};
-    if (const open_error_t code = read(&descriptor); code != OPEN_E_NONE)
-        return std::unexpected(static_cast<OpenError>(code));
-    text.resize(strnlen(text.data(), size));
-    return text;
-}
-
-// The answer of a call that fills a number.
-template <class T = std::uint32_t, class Read>
-OpenResult<T> readNumber(Read read) {
-    std::uint32_t value = 0;
-    const open_error_t code = read(&value);
-    return openResult(code, static_cast<T>(value));
 }
 
 // One capture at a time into a file: an entry of the set for each that is under way.

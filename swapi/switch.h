@@ -31,6 +31,7 @@
 #include "common/where.h"
 #include "platform/open_client.h"
 #include "swapi/open_result.h"
+#include "swapi/system_types.h"
 #include "swapi/walk.h"
 
 namespace pavo {
@@ -258,6 +259,54 @@ class Switch {
 
     // --- system: identity, health, time, log, images, RADIUS, PTP
 
+    OpenResult<std::string> hostName() const;
+    OpenResult<std::string> location() const;
+    OpenResult<std::string> contact() const;
+    OpenResult<std::string> serialNumber() const;
+    OpenResult<Mac> burnedInMac() const;
+    // Seconds.
+    OpenResult<std::uint32_t> upTime() const;
+
+    // Tables of numbered entries, ascending.
+    auto sensors() const { return Walk(NumberStep{client_, rpcclt_openapiTempSensorNextGet, 0}); }
+    auto fans() const { return Walk(NumberStep{client_, rpcclt_openapiFanNextGet, 0}); }
+    auto powerSupplies() const { return Walk(NumberStep{client_, rpcclt_openapiPowerSupplyNextGet, 0}); }
+    auto sntpServers() const { return Walk(NumberStep{client_, rpcclt_openapiSntpServerNextGet, 0}); }
+    auto logHosts() const { return Walk(NumberStep{client_, rpcclt_openapiLogHostNextGet, 0}); }
+    auto radiusServers() const { return Walk(NumberStep{client_, rpcclt_openapiRadiusServerNextGet, 0}); }
+
+    OpenResult<std::string> sensorName(std::uint32_t sensor) const;
+    OpenResult<SensorStatus> sensorStatus(std::uint32_t sensor) const;
+    OpenResult<std::string> fanName(std::uint32_t fan) const;
+    OpenResult<FanStatus> fanStatus(std::uint32_t fan) const;
+    OpenResult<std::string> powerSupplyName(std::uint32_t supply) const;
+    OpenResult<UnitState> powerSupplyState(std::uint32_t supply) const;
+    OpenResult<std::uint32_t> cpuPercent() const;
+    OpenResult<MemoryStatus> memory() const;
+
+    // Seconds since 1970-01-01 UTC by the switch's clock.
+    OpenResult<std::uint32_t> clock() const;
+    OpenResult<TimeZone> timeZone() const;
+    OpenResult<SntpMode> sntpMode() const;
+    OpenResult<SntpStatus> sntpStatus() const;
+    OpenResult<SntpServer> sntpServer(std::uint32_t number) const;
+
+    OpenResult<LogSinkStatus> logSink(LogSink sink) const;
+    OpenResult<bool> syslog() const;  // the log hosts get lines
+    OpenResult<LogHost> logHost(std::uint32_t number) const;
+
+    OpenResult<RadiusTimers> radiusTimers() const;
+    OpenResult<RadiusServer> radiusServer(std::uint32_t number) const;
+    OpenResult<RadiusServerName> radiusServerName(std::uint32_t number) const;
+
+    OpenResult<bool> dot1x() const;
+    OpenResult<bool> isPortAuthorized(IfNum port) const;
+    OpenResult<PortReauthentication> portReauthentication(IfNum port) const;
+    OpenResult<bool> portPtpTc(IfNum port) const;
+    OpenResult<bool> portDot1as(IfNum port) const;
+    // As isStaticVlan, for those who have to tell "no" from "no answer".
+    OpenResult<bool> staticVlan(VlanId id) const;
+
     // --- neighbours: ARP, LLDP management addresses, switch-port mode
 
     auto arpTable() const { return Walk(ArpStep{client_}); }
@@ -306,6 +355,12 @@ class Switch {
         IfNum last;
         bool askFirst;  // begin with the call for the first interface
         OpenResult<IfNum> operator()();
+    };
+    struct NumberStep {
+        openapiClientHandle_t *client;
+        open_error_t (*next)(openapiClientHandle_t *, std::uint32_t, std::uint32_t *);
+        std::uint32_t last;
+        OpenResult<std::uint32_t> operator()();
     };
     struct LldpIfStep {
         openapiClientHandle_t *client;

@@ -19,6 +19,7 @@ struct IpInterface {
     IpMethod method = IpMethod::Other;
     std::string address;  // as printed
     std::string mask;
+    bool isUp = false;
 
     bool operator==(const IpInterface &) const = default;
 };

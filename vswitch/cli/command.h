@@ -79,6 +79,7 @@ struct Command {
 std::span<const Command> sessionCommands();
 std::span<const Command> vlanCommands();
 std::span<const Command> systemCommands();
+std::span<const Command> managementCommands();
 std::span<const Command> multicastCommands();
 std::span<const Command> avCommands();
 std::span<const Command> qosCommands();

@@ -207,6 +207,52 @@ int run(int argc, char **argv) {
         ->check(CLI::IsMember({"up", "down", "auto"}));
     link->callback([&] { request = {{"op", "link"}, {"port", port}, {"state", text}}; });
 
+    auto *health =
+        app.add_subcommand("health", "Show temperatures, fans, power supplies and load, or set them");
+    health->require_subcommand(0, 1);
+    std::uint32_t unit = 0, rpm = 0, totalKb = 0, freeKb = 0;
+    std::int32_t celsius = 0;
+    const auto states = CLI::IsMember({"operational", "failed", "absent"});
+    auto *temperature = health->add_subcommand("temperature", "What a sensor measures");
+    temperature->add_option("sensor", unit, "Number of the sensor")->required();
+    auto *celsiusValue = temperature->add_option("celsius", celsius, "Degrees Celsius");
+    auto *noSensor = temperature->add_flag("--failed", flag, "It measures nothing any more");
+    auto *fan = health->add_subcommand("fan", "How a fan is");
+    fan->add_option("fan", unit, "Number of the fan")->required();
+    fan->add_option("state", text, "operational, failed or absent")->required()->check(states);
+    auto *rpmValue = fan->add_option("--rpm", rpm, "Revolutions per minute");
+    auto *power = health->add_subcommand("power", "How a power supply is");
+    power->add_option("supply", unit, "Number of the power supply")->required();
+    power->add_option("state", text, "operational, failed or absent")->required()->check(states);
+    auto *cpu = health->add_subcommand("cpu", "Load of the processor");
+    cpu->add_option("percent", unit, "0 to 100")->required();
+    auto *memory = health->add_subcommand("memory", "Memory");
+    memory->add_option("totalKb", totalKb, "Kilobytes")->required();
+    memory->add_option("freeKb", freeKb, "Kilobytes of it that are free")->required();
+    health->callback([&] {
+        request = {{"op", "health"}};
+        if (*temperature) {
+            request["temperature"] = {{"sensor", unit}, {"failed", !noSensor->empty()}};
+            if (*celsiusValue)
+                request["temperature"]["celsius"] = celsius;
+        } else if (*fan) {
+            request["fan"] = {{"fan", unit}, {"state", text}};
+            if (*rpmValue)
+                request["fan"]["rpm"] = rpm;
+        } else if (*power) {
+            request["power"] = {{"supply", unit}, {"state", text}};
+        } else if (*cpu) {
+            request["cpu"] = unit;
+        } else if (*memory) {
+            request["memory"] = {{"totalKb", totalKb}, {"freeKb", freeKb}};
+        }
+    });
+    auto *supplicant = app.add_subcommand(
+        "supplicant", "Have somebody on a port authenticate by 802.1X, or log off with --off");
+    supplicant->add_option("port", port, "0/1 to 0/N")->required();
+    supplicant->add_flag("--off", flag, "Nobody is authenticated any more");
+    supplicant->callback([&] { request = {{"op", "supplicant"}, {"port", port}, {"accepted", !flag}}; });
+
     auto *table = app.add_subcommand(
         "table", "Print a table: ports, lags, vlans, associations, fdb, lldp, arp, devices, igmp, log");
     table->add_option("name", name, "Name of the table")->required();

@@ -53,7 +53,7 @@ Model::Model(ModelConfig config) : config_(std::move(config)) {
 void Model::advanceTo(Duration now, std::timespec wall) {
     if (!started_) {
         started_ = true;
-        now_ = bootTime_ = lastAged_ = now;
+        now_ = bootTime_ = lastAged_ = lastSntpPoll_ = now;
     }
     wall_ = wall;
     now_ = std::max(now_, now);
@@ -62,6 +62,8 @@ void Model::advanceTo(Duration now, std::timespec wall) {
     if (now_ - lastAged_ >= kAgePass)
         age();
     serveIgmp();
+    if (now_ - lastSntpPoll_ >= kSntpPollInterval)
+        pollSntp();
 }
 
 // --- features of the whole switch
@@ -137,6 +139,7 @@ void Model::refreshLink(IfNum ifNum) {
     if (up == interface.linkUp)
         return;
     interface.linkUp = up;
+    interface.supplicant = interface.supplicant && up;
     const auto text = "Link " + std::string(up ? "Up" : "Down") + ": " + interface.name();
     log(5, "TRAPMGR", "trapTask", text);
     event("link", text);
@@ -609,6 +612,8 @@ void Model::log(int severity, std::string component, std::string place, std::str
     cut(place, kLogNameMax);
     cut(text, kLogTextMax);
     event("log", text);
+    if (!settings_.log.buffered.takes(severity))
+        return;
     log_.push_back({nextLog_++, wall_, severity, std::move(component), std::move(place), std::move(text)});
     if (log_.size() > config_.logCapacity)
         log_.pop_front();

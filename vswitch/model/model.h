@@ -31,6 +31,7 @@
 
 #include "vswitch/model/igmp.h"
 #include "vswitch/model/qos.h"
+#include "vswitch/model/system.h"
 #include "vswitch/model/types.h"
 
 namespace vswitch {
@@ -47,6 +48,23 @@ class Model {
     const ModelConfig &config() const { return config_; }
     const SystemInfo &system() const { return system_; }
     SystemInfo &system() { return system_; }
+
+    // --- system services
+    const SystemSettings &settings() const { return settings_; }
+    SystemSettings &settings() { return settings_; }
+    std::timespec wallTime() const { return wall_; }
+    const SntpState &sntp() const { return sntp_; }
+    void pollSntp();  // asks the SNTP servers now; otherwise every kSntpPollInterval
+    // 802.1X lets frames of the port through: always while it is off.
+    bool authorized(IfNum port) const;
+
+    // --- hardware; what happens to it is written to the log
+    const Health &health() const { return health_; }
+    // NOT_FOUND: no such sensor, fan or power supply.
+    open_error_t setTemperature(std::uint32_t sensor, std::int32_t celsius, bool working = true);
+    open_error_t setFan(std::uint32_t fan, UnitState state, std::uint32_t rpm);
+    open_error_t setPowerSupply(std::uint32_t supply, UnitState state);
+    open_error_t setLoad(std::uint32_t cpuPercent, std::uint32_t memoryTotalKb, std::uint32_t memoryFreeKb);
 
     // --- features of the whole switch
     const SwitchFeatures &features() const { return features_; }
@@ -154,6 +172,8 @@ class Model {
     open_error_t unplug(const std::string &name);
     open_error_t move(const std::string &name, IfNum port, const std::string &behind);
     open_error_t setTalking(const std::string &name, bool talking);
+    // Somebody on the port has authenticated by 802.1X, until the link goes down. FAIL: no link.
+    open_error_t setSupplicant(IfNum port, bool accepted);
 
     // --- live ports
     // What was seen on the wire. Each takes the whole picture; what is missing from it is gone.
@@ -218,6 +238,8 @@ class Model {
     void hear(const Device &device);
     LldpNeighbour &newNeighbour(IfNum port, const LldpFields &fields, const std::string &device);
     void refreshLink(IfNum port);
+    bool answersSntp(const SntpServer &server) const;
+    void reportUnit(const std::string &name, UnitState state);
     void age();
     void event(std::string kind, std::string text);
 
@@ -259,6 +281,10 @@ class Model {
 
     ModelConfig config_;
     SystemInfo system_;
+    SystemSettings settings_;
+    Health health_;
+    SntpState sntp_;
+    Duration lastSntpPoll_{};
     SwitchFeatures features_;
     Qos qos_;
     AccessLists ipAccessLists_, macAccessLists_;

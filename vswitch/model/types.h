@@ -27,6 +27,7 @@ inline constexpr VlanId kVlanMax = 4094;
 inline constexpr std::size_t kVlanNameMax = 32;
 inline constexpr std::uint32_t kInterfacesMax = 896;
 inline constexpr std::uint32_t kMtuMin = 1500, kMtuMax = 12288, kMtuDefault = 1518;
+inline constexpr std::uint32_t kReauthPeriodDefault = 3600;
 // LLDP strings hold up to 255 bytes on the wire.
 inline constexpr std::size_t kLldpTextMax = 255;
 
@@ -116,6 +117,9 @@ struct Interface {
     std::uint32_t switchportMode = OPEN_SWITCHPORT_MODE_GENERAL;
 
     std::uint32_t dot1xControlMode = OPEN_DOT1X_AUTO;
+    bool dot1xReauthentication = false;
+    std::uint32_t dot1xReauthPeriod = kReauthPeriodDefault;  // seconds
+    bool supplicant = false;  // somebody on the port has been authenticated since it got link
     bool ptpTcEnabled = true;
 
     // 802.1AS and the MRP applications; timers in centiseconds.

@@ -179,6 +179,99 @@ json link(const Request &r) {
     return {};
 }
 
+// --- hardware
+
+constexpr const char *kUnitStates[] = {"operational", "failed", "absent"};
+constexpr std::int32_t kCelsiusMin = -100, kCelsiusMax = 300;
+
+UnitState unitStateOf(const json &body) {
+    const auto state = body.at("state").get<std::string>();
+    const auto *const found = std::ranges::find(kUnitStates, state);
+    if (found == std::end(kUnitStates))
+        throw Refusal("state is operational, failed or absent");
+    return static_cast<UnitState>(found - std::begin(kUnitStates) + OPEN_UNIT_OPERATIONAL);
+}
+
+const char *unitStateText(UnitState state) {
+    return kUnitStates[static_cast<std::uint32_t>(state) - OPEN_UNIT_OPERATIONAL];
+}
+
+std::uint32_t unitNumber(const json &body, const char *name) {
+    return static_cast<std::uint32_t>(numberOf(body.at(name), kUint32Max));
+}
+
+void changeTemperature(Model &model, const json &body) {
+    const auto sensor = unitNumber(body, "sensor");
+    const bool known = sensor >= 1 && sensor <= model.health().sensors.size();
+    std::int64_t celsius = known ? model.health().sensors[sensor - 1].celsius : 0;
+    if (const auto given = body.find("celsius"); given != body.end()) {
+        if (!given->is_number_integer() || given->get<std::int64_t>() < kCelsiusMin ||
+            given->get<std::int64_t>() > kCelsiusMax)
+            throw Refusal("not a temperature: " + given->dump());
+        celsius = given->get<std::int64_t>();
+    }
+    require(model.setTemperature(sensor, static_cast<std::int32_t>(celsius), !body.value("failed", false)),
+            "no such sensor");
+}
+
+void changeFan(Model &model, const json &body) {
+    const auto fan = unitNumber(body, "fan");
+    const auto state = unitStateOf(body);
+    const bool known = fan >= 1 && fan <= model.health().fans.size();
+    const auto rpm = known && model.health().fans[fan - 1].rpm > 0 ? model.health().fans[fan - 1].rpm
+                                                                   : Health{}.fans.front().rpm;
+    require(model.setFan(fan, state, memberNumber(body, "rpm", rpm, kFanRpmMax)), "no such fan");
+}
+
+json healthOf(const Model &model) {
+    static constexpr const char *kSensorStates[] = {"normal", "warning", "critical", "failed"};
+    const auto &health = model.health();
+    auto sensors = json::array(), fans = json::array(), supplies = json::array();
+    for (const auto &s : health.sensors)
+        sensors.push_back({{"name", s.name},
+                           {"celsius", s.celsius},
+                           {"warningAbove", s.warningAbove},
+                           {"criticalAbove", s.criticalAbove},
+                           {"state", kSensorStates[s.state() - OPEN_TEMP_NORMAL]}});
+    for (const auto &fan : health.fans)
+        fans.push_back({{"name", fan.name}, {"rpm", fan.rpm}, {"state", unitStateText(fan.state)}});
+    for (const auto &supply : health.supplies)
+        supplies.push_back({{"name", supply.name}, {"state", unitStateText(supply.state)}});
+    return {{"sensors", sensors},
+            {"fans", fans},
+            {"supplies", supplies},
+            {"cpu", health.cpuPercent},
+            {"memory", {{"totalKb", health.memoryTotalKb}, {"freeKb", health.memoryFreeKb}}}};
+}
+
+json health(const Request &r) {
+    Model &model = r.server.model();
+    Model changed = model.settled();  // all of a request or nothing
+    const auto change = [&](Model &target) {
+        if (const auto part = r.body.find("temperature"); part != r.body.end())
+            changeTemperature(target, *part);
+        if (const auto part = r.body.find("fan"); part != r.body.end())
+            changeFan(target, *part);
+        if (const auto part = r.body.find("power"); part != r.body.end())
+            require(target.setPowerSupply(unitNumber(*part, "supply"), unitStateOf(*part)),
+                    "no such power supply");
+        const auto cpu = memberNumber(r.body, "cpu", target.health().cpuPercent, 100);
+        const auto memory = r.body.value("memory", json::object());
+        require(target.setLoad(cpu, memberNumber(memory, "totalKb", target.health().memoryTotalKb),
+                               memberNumber(memory, "freeKb", target.health().memoryFreeKb)),
+                "more memory free than there is");
+    };
+    change(changed);
+    change(model);
+    return healthOf(model);
+}
+
+json supplicant(const Request &r) {
+    require(r.server.model().setSupplicant(portOf(r.body), r.body.value("accepted", true)),
+            "no such port, or no link on it");
+    return {};
+}
+
 json cliLine(const Request &r) {
     auto &session = sessionOf(r);
     const auto output = r.server.cli().run(session, r.body.value("line", ""));
@@ -433,10 +526,11 @@ json tableOf(const Request &r) {
 }
 
 constexpr std::pair<const char *, json (*)(const Request &)> kOperations[] = {
-    {"plug", plug},      {"unplug", unplug},   {"move", moveDevice},   {"talk", talk},
-    {"igmp", igmp},      {"link", link},       {"cli", cliLine},       {"help", cliHelp},
-    {"exec", execLines}, {"latency", latency}, {"fault", addFault},    {"faults", faults},
-    {"table", tableOf},  {"events", events},   {"counters", counters}, {"dataplane", dataPlane}};
+    {"plug", plug},         {"unplug", unplug},      {"move", moveDevice},       {"talk", talk},
+    {"igmp", igmp},         {"health", health},      {"supplicant", supplicant}, {"link", link},
+    {"cli", cliLine},       {"help", cliHelp},       {"exec", execLines},        {"latency", latency},
+    {"fault", addFault},    {"faults", faults},      {"table", tableOf},         {"events", events},
+    {"counters", counters}, {"dataplane", dataPlane}};
 
 json answer(Server &server, std::map<std::string, CliSession> &sessions, const std::string &text) {
     const auto body = json::parse(text, [](int depth, json::parse_event_t, json &) {

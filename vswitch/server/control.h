@@ -6,6 +6,10 @@
 //   move      {name, port, behind}
 //   talk      {name, on}
 //   link      {port, state: up | down | auto}
+//   health    {temperature: {sensor, celsius, failed}, fan: {fan, state, rpm}, power: {supply, state}, cpu,
+//             memory: {totalKb, freeKb}}, each if it is to change -> {sensors, fans, supplies, cpu, memory};
+//             state: operational | failed | absent
+//   supplicant {port, accepted}: somebody there has authenticated by 802.1X, until the link goes down
 //   cli       {session, line} -> {output, prompt}
 //   help      {session, line} -> {output}
 //   exec      {lines} -> {output}
