@@ -259,7 +259,7 @@ const std::vector<const Command *> &allCommands() {
         std::vector<const Command *> all;
         for (const auto table : {sessionCommands(), vlanCommands(), systemCommands(), multicastCommands(),
                                  avCommands(), qosCommands(), accessListCommands(), interfaceCommands(),
-                                 lagCommands(), routingCommands(), showCommands()})
+                                 lagCommands(), portCommands(), routingCommands(), showCommands()})
             for (const auto &command : table)
                 all.push_back(&command);
         return all;
