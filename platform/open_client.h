@@ -64,6 +64,53 @@ enum { OPEN_SWITCHPORT_MODE_GENERAL = 1, OPEN_SWITCHPORT_MODE_ACCESS = 2, OPEN_S
 // Type of a forwarding table entry.
 enum { OPEN_FDB_ADDR_STATIC = 0, OPEN_FDB_ADDR_LEARNED = 1 };
 
+// Duplex mode of a setting or of a link.
+enum { OPEN_DUPLEX_AUTO = 0, OPEN_DUPLEX_HALF = 1, OPEN_DUPLEX_FULL = 2 };
+
+// Why the switch keeps a port down although it is enabled.
+enum {
+    OPEN_ERROR_DISABLE_NONE = 0,
+    OPEN_ERROR_DISABLE_LINK_FLAP = 1,
+    OPEN_ERROR_DISABLE_BPDU_GUARD = 2,
+    OPEN_ERROR_DISABLE_PORT_SECURITY = 3,
+    OPEN_ERROR_DISABLE_STORM_CONTROL = 4,
+    OPEN_ERROR_DISABLE_UDLD = 5,
+    OPEN_ERROR_DISABLE_TRANSCEIVER = 6
+};
+
+// What a port is made of, and a mask of what it can do.
+enum { OPEN_MEDIA_COPPER = 1, OPEN_MEDIA_SFP = 2 };
+enum {
+    OPEN_CAPABILITY_10M = 1 << 0,
+    OPEN_CAPABILITY_100M = 1 << 1,
+    OPEN_CAPABILITY_1G = 1 << 2,
+    OPEN_CAPABILITY_2500M = 1 << 3,
+    OPEN_CAPABILITY_5G = 1 << 4,
+    OPEN_CAPABILITY_10G = 1 << 5,
+    OPEN_CAPABILITY_25G = 1 << 6,
+    OPEN_CAPABILITY_40G = 1 << 7,
+    OPEN_CAPABILITY_100G = 1 << 8,
+    OPEN_CAPABILITY_HALF_DUPLEX = 1 << 16,
+    OPEN_CAPABILITY_AUTONEG = 1 << 17,
+    OPEN_CAPABILITY_POE = 1 << 18  // it can feed a device
+};
+
+// Direction of traffic as the switch sees it.
+enum { OPEN_TRAFFIC_IN = 0, OPEN_TRAFFIC_OUT = 1 };
+
+// What a LAG chooses the member by that sends a frame.
+enum {
+    OPEN_LAG_HASH_SOURCE_MAC = 1,
+    OPEN_LAG_HASH_DESTINATION_MAC = 2,
+    OPEN_LAG_HASH_MAC = 3,  // both
+    OPEN_LAG_HASH_SOURCE_IP = 4,
+    OPEN_LAG_HASH_DESTINATION_IP = 5,
+    OPEN_LAG_HASH_IP = 6
+};
+
+// What a mirror session copies of a source.
+enum { OPEN_MIRROR_RX = 1, OPEN_MIRROR_TX = 2, OPEN_MIRROR_BOTH = 3 };
+
 typedef struct {
     uint32_t size;
     char *pstart;
@@ -237,6 +284,69 @@ open_error_t rpcclt_openapiStpMstBridgePriorityGet(openapiClientHandle_t *client
                                                    uint32_t *priority);
 
 // --- ports and LAGs: settings, counters, optics, trunks, mirroring
+
+// Description that an operator has given, up to 65 bytes; empty when there is none.
+open_error_t rpcclt_openapiIfDescrGet(openapiClientHandle_t *client, uint32_t ifNum, open_buffdesc *descr);
+// Largest frame in bytes.
+open_error_t rpcclt_openapiIfMtuGet(openapiClientHandle_t *client, uint32_t ifNum, uint32_t *mtu);
+// The setting: Mbit/s, 0 when speed and duplex are negotiated; OPEN_DUPLEX_. UNAVAIL for a LAG.
+open_error_t rpcclt_openapiIfSpeedConfigGet(openapiClientHandle_t *client, uint32_t ifNum, uint32_t *speed,
+                                            uint32_t *duplex);
+// Of the link: Mbit/s, of a LAG those of its members together; OPEN_DUPLEX_. NOT_FOUND without link, UNAVAIL
+// when the link does not tell.
+open_error_t rpcclt_openapiIfSpeedGet(openapiClientHandle_t *client, uint32_t ifNum, uint32_t *speed,
+                                      uint32_t *duplex);
+// OPEN_ERROR_DISABLE_. UNAVAIL for a LAG.
+open_error_t rpcclt_openapiIfErrorDisableGet(openapiClientHandle_t *client, uint32_t ifNum, uint32_t *reason);
+// OPEN_MEDIA_, and a mask of OPEN_CAPABILITY_. UNAVAIL for a LAG.
+open_error_t rpcclt_openapiIfHardwareGet(openapiClientHandle_t *client, uint32_t ifNum, uint32_t *media,
+                                         uint32_t *capabilities);
+
+// Counters, since the switch was started or they were cleared; of a LAG, its members' together.
+open_error_t rpcclt_openapiIfTrafficGet(openapiClientHandle_t *client, uint32_t ifNum, uint64_t *inOctets,
+                                        uint64_t *outOctets, uint64_t *inPackets, uint64_t *outPackets);
+// The packets of one direction (OPEN_TRAFFIC_) by kind. UNAVAIL where they are counted together.
+open_error_t rpcclt_openapiIfCastPacketsGet(openapiClientHandle_t *client, uint32_t ifNum, uint32_t direction,
+                                            uint64_t *unicast, uint64_t *multicast, uint64_t *broadcast);
+open_error_t rpcclt_openapiIfErrorsGet(openapiClientHandle_t *client, uint32_t ifNum, uint64_t *inErrors,
+                                       uint64_t *outErrors, uint64_t *inDiscards, uint64_t *outDiscards);
+
+// The transceiver in a port: strings of up to 17 bytes as it has them, wavelength in nm (0 for a cable of
+// copper). NOT_FOUND when there is none, UNAVAIL when the port has no place for one.
+open_error_t rpcclt_openapiSfpInventoryGet(openapiClientHandle_t *client, uint32_t ifNum,
+                                           open_buffdesc *vendor, open_buffdesc *partNumber,
+                                           open_buffdesc *serial, uint32_t *wavelength);
+// Temperature in 0.001 degrees Celsius, an int32_t; supply in mV, laser bias in uA. NOT_FOUND as above,
+// UNAVAIL also when the transceiver does not measure.
+open_error_t rpcclt_openapiSfpDiagnosticsGet(openapiClientHandle_t *client, uint32_t ifNum,
+                                             uint32_t *temperature, uint32_t *voltage, uint32_t *bias);
+// Optical power in 0.1 uW.
+open_error_t rpcclt_openapiSfpPowerGet(openapiClientHandle_t *client, uint32_t ifNum, uint32_t *txPower,
+                                       uint32_t *rxPower);
+
+// Name of a LAG, up to 16 bytes.
+open_error_t rpcclt_openapiLagNameGet(openapiClientHandle_t *client, uint32_t lagIfNum, open_buffdesc *name);
+// As rpcclt_openapiLagStaticModeSet takes it.
+open_error_t rpcclt_openapiLagStaticModeGet(openapiClientHandle_t *client, uint32_t lagIfNum, uint32_t *mode);
+// OPEN_LAG_HASH_.
+open_error_t rpcclt_openapiLagHashModeGet(openapiClientHandle_t *client, uint32_t lagIfNum, uint32_t *mode);
+// The members that carry traffic, as rpcclt_openapiLagMembersGet hands them out.
+open_error_t rpcclt_openapiLagActiveMembersGet(openapiClientHandle_t *client, uint32_t lagIfNum,
+                                               uint32_t *count, open_buffdesc *members);
+// Whether the switch makes LAGs by itself (OPEN_ENABLE or OPEN_DISABLE), and their OPEN_LAG_HASH_.
+open_error_t rpcclt_openapiAutoLagModeGet(openapiClientHandle_t *client, uint32_t *mode, uint32_t *hashMode);
+// Whether the switch makes trunks by itself: OPEN_ENABLE or OPEN_DISABLE.
+open_error_t rpcclt_openapiAutoTrunkModeGet(openapiClientHandle_t *client, uint32_t *mode);
+
+// Mirror sessions are numbered from 1 to `max`; one that was never configured is disabled and empty.
+open_error_t rpcclt_openapiMirrorSessionMaxGet(openapiClientHandle_t *client, uint32_t *max);
+open_error_t rpcclt_openapiMirrorModeGet(openapiClientHandle_t *client, uint32_t session, uint32_t *mode);
+// The port at which somebody listens; NOT_FOUND when there is none.
+open_error_t rpcclt_openapiMirrorDestinationGet(openapiClientHandle_t *client, uint32_t session,
+                                                uint32_t *ifNum);
+// Next source after `ifNum`, a port or LAG, with OPEN_MIRROR_.
+open_error_t rpcclt_openapiMirrorSourceNextGet(openapiClientHandle_t *client, uint32_t session,
+                                               uint32_t ifNum, uint32_t *next, uint32_t *direction);
 
 // --- system: identity, health, time, log, images, RADIUS, PTP
 

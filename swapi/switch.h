@@ -31,6 +31,7 @@
 #include "common/where.h"
 #include "platform/open_client.h"
 #include "swapi/open_result.h"
+#include "swapi/port_types.h"
 #include "swapi/system_types.h"
 #include "swapi/walk.h"
 
@@ -257,6 +258,39 @@ class Switch {
 
     // --- ports and LAGs: settings, counters, optics, trunks, mirroring
 
+    OpenResult<std::string> description(IfNum ifNum) const;
+    OpenResult<std::uint32_t> mtu(IfNum ifNum) const;  // largest frame in bytes
+    OpenResult<LinkSpeed> speedSetting(IfNum port) const;
+    // NotFound without link, Unavailable when the link does not tell.
+    OpenResult<LinkSpeed> linkSpeed(IfNum ifNum) const;
+    OpenResult<ErrorDisable> errorDisable(IfNum port) const;
+    OpenResult<PortHardware> portHardware(IfNum port) const;
+
+    OpenResult<TrafficCounters> trafficCounters(IfNum ifNum) const;
+    // Unavailable where packets are counted together.
+    OpenResult<CastCounters> castCounters(IfNum ifNum, TrafficDirection direction) const;
+    OpenResult<ErrorCounters> errorCounters(IfNum ifNum) const;
+
+    // Each NotFound without a transceiver, Unavailable for a port that takes none; the last two also when it
+    // does not measure.
+    OpenResult<SfpInventory> sfpInventory(IfNum port) const;
+    OpenResult<SfpDiagnostics> sfpDiagnostics(IfNum port) const;
+    OpenResult<SfpPower> sfpPower(IfNum port) const;
+
+    OpenResult<std::string> lagName(IfNum lag) const;
+    OpenResult<bool> isLagStatic(IfNum lag) const;
+    OpenResult<LagHash> lagHash(IfNum lag) const;
+    // The members that carry traffic, as lagMembers.
+    OpenResult<std::vector<IfNum>> activeLagMembers(IfNum lag, std::uint32_t max) const;
+    OpenResult<AutoLag> autoLag() const;
+    OpenResult<bool> autoTrunk() const;
+
+    // Mirror sessions are numbered from 1 to this.
+    OpenResult<std::uint32_t> mirrorSessionMax() const;
+    OpenResult<bool> isMirrorEnabled(std::uint32_t session) const;
+    OpenResult<IfNum> mirrorDestination(std::uint32_t session) const;  // NotFound: none
+    auto mirrorSources(std::uint32_t session) const { return Walk(MirrorStep{client_, session, IfNum{}}); }
+
     // --- system: identity, health, time, log, images, RADIUS, PTP
 
     OpenResult<std::string> hostName() const;
@@ -366,6 +400,12 @@ class Switch {
         openapiClientHandle_t *client;
         IfNum last;
         OpenResult<IfNum> operator()();
+    };
+    struct MirrorStep {
+        openapiClientHandle_t *client;
+        std::uint32_t session;
+        IfNum last;
+        OpenResult<MirrorSource> operator()();
     };
     struct NeighbourStep {
         openapiClientHandle_t *client;

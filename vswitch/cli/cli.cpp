@@ -271,7 +271,7 @@ const std::vector<const Command *> &allCommands() {
         for (const auto table :
              {sessionCommands(), vlanCommands(), systemCommands(), managementCommands(), multicastCommands(),
               avCommands(), qosCommands(), accessListCommands(), interfaceCommands(), switchportCommands(),
-              lagCommands(), routingCommands(), showCommands()})
+              lagCommands(), portCommands(), routingCommands(), showCommands()})
             for (const auto &command : table)
                 all.push_back(&command);
         return all;

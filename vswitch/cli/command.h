@@ -87,6 +87,7 @@ std::span<const Command> accessListCommands();
 std::span<const Command> interfaceCommands();
 std::span<const Command> switchportCommands();
 std::span<const Command> lagCommands();
+std::span<const Command> portCommands();
 std::span<const Command> routingCommands();
 std::span<const Command> showCommands();
 

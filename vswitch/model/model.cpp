@@ -35,11 +35,13 @@ Model::Model(ModelConfig config) : config_(std::move(config)) {
     config_.physicalPorts = std::clamp(config_.physicalPorts, 1u, kInterfacesMax);
     config_.defaultMtu = std::clamp(config_.defaultMtu, kMtuMin, kMtuMax);
     config_.lags = std::min(config_.lags, kInterfacesMax - config_.physicalPorts);
+    config_.sfpPorts = std::min(config_.sfpPorts, config_.physicalPorts / 2);
     for (std::uint32_t n = 1; n <= config_.physicalPorts + config_.lags; ++n) {
         Interface interface;
         interface.num = n;
         interface.index = n;
         interface.mtu = config_.defaultMtu;
+        interface.hasCage = n <= config_.physicalPorts && n > config_.physicalPorts - config_.sfpPorts;
         if (n > config_.physicalPorts) {
             interface.type = OPEN_INTF_TYPE_LAG;
             interface.index = n - config_.physicalPorts;
@@ -105,6 +107,8 @@ open_error_t Model::setAdmin(IfNum ifNum, bool up) {
     if (interface == nullptr)
         return OPEN_E_NOT_FOUND;
     interface->adminUp = up;
+    if (up)
+        interface->errorDisabled = OPEN_ERROR_DISABLE_NONE;
     refreshLink(ifNum);
     return OPEN_E_NONE;
 }
@@ -123,7 +127,7 @@ open_error_t Model::setCarrier(IfNum port, Carrier carrier) {
 
 void Model::refreshLink(IfNum ifNum) {
     auto &interface = interfaces_.at(ifNum);
-    bool up = interface.adminUp;
+    bool up = interface.adminUp && interface.errorDisabled == OPEN_ERROR_DISABLE_NONE;
     if (interface.isLag()) {
         up = up && std::any_of(interface.members.begin(), interface.members.end(),
                                [&](IfNum member) { return interfaces_.at(member).linkUp; });
@@ -133,11 +137,15 @@ void Model::refreshLink(IfNum ifNum) {
         up = up && interface.wireUp;
     } else {
         const auto &here = devicesAt(ifNum);
-        up = up && std::any_of(here.begin(), here.end(),
-                               [](const Device *device) { return device->behind.empty(); });
+        // There is no link at a fixed speed that the device cannot do.
+        const auto fixed = parseSpeed(interface.speed).mbps;
+        up = up && std::any_of(here.begin(), here.end(), [&](const Device *device) {
+                 return device->behind.empty() && (device->speed == 0 || fixed <= device->speed);
+             });
     }
     if (up == interface.linkUp)
         return;
+    countUpToNow(ifNum);
     interface.linkUp = up;
     interface.supplicant = interface.supplicant && up;
     const auto text = "Link " + std::string(up ? "Up" : "Down") + ": " + interface.name();
@@ -411,7 +419,7 @@ open_error_t Model::lagAdd(IfNum lag, IfNum port) {
     auto *member = edit(port);
     if (group == nullptr || !group->isLag() || member == nullptr || member->isLag())
         return OPEN_E_PARAM;
-    if (member->lag != 0)
+    if (member->lag != 0 || isMirrorDestination(port))
         return OPEN_E_FAIL;
     if (group->members.size() >= config_.lagMembersMax)
         return OPEN_E_FULL;

@@ -11,6 +11,8 @@
 //  - A device behind another one is at the same port as that one.
 //  - Tables hold of live ports exactly what the data plane last saw there and the rules above allow.
 //  - Access groups name existing access lists only.
+//  - The destination of a mirror session is a port in no LAG, no source of its session, and no other
+//    session's destination.
 //  - VLANs have spanning-tree timers of their own only while the switch runs a mode with one tree per VLAN.
 //  - Multicast groups and routers are known only where IGMP is snooped, on interfaces with link that
 //    participate in the VLAN.
@@ -90,12 +92,39 @@ class Model {
     // --- interfaces
     const std::map<IfNum, Interface> &interfaces() const { return interfaces_; }
     const Interface *interface(IfNum ifNum) const;
-    // For settings without rules: description, speed, mtu, 802.1X, PTP, 802.1AS, MRP, accepted frames, LAG
+    // For settings without rules: description, mtu, 802.1X, PTP, 802.1AS, MRP, accepted frames, LAG
     // name.
     Interface *edit(IfNum ifNum);
     IfNum lagIfNum(std::uint32_t lagNumber) const;  // 0 when there is none
     open_error_t setAdmin(IfNum ifNum, bool up);
     open_error_t setCarrier(IfNum port, Carrier carrier);
+
+    // --- ports: speed, error state, transceivers, counters
+    open_error_t setSpeed(IfNum port, std::string speed);  // "auto" or as in "10G full-duplex"
+    // Of a port or LAG with link; mbps 0 when the wire does not tell.
+    std::optional<PortSpeed> linkSpeed(IfNum ifNum) const;
+    // The port has no link until the reason is none again; enabling it administratively sees to that, too.
+    open_error_t setErrorDisabled(IfNum port, std::uint32_t reason);
+    // PARAM: no cage. A cage that nobody has filled holds the end of a cable as long as devices are plugged
+    // in.
+    open_error_t setSfp(IfNum port, std::optional<SfpModule> module);
+    std::optional<SfpModule> sfp(IfNum port) const;
+    // At this moment; of a LAG, those of its members.
+    PortCounters counters(IfNum ifNum) const;
+    open_error_t clearCounters(IfNum port);
+    // Frames that were damaged or had to be dropped: errors and discards of `more` count.
+    open_error_t addErrors(IfNum port, const PortCounters &more);
+
+    // --- mirroring: sessions 1 to kMirrorSessionsMax; PARAM beyond
+    const std::map<std::uint32_t, MirrorSession> &mirrorSessions() const { return mirrorSessions_; }
+    bool isMirrorDestination(IfNum port) const;
+    // FAIL: it is the destination.
+    open_error_t addMirrorSource(std::uint32_t session, IfNum ifNum, std::uint32_t direction);
+    open_error_t removeMirrorSource(std::uint32_t session, IfNum ifNum);
+    // FAIL: the port is in a LAG, a source, or another session's destination. 0 removes it.
+    open_error_t setMirrorDestination(std::uint32_t session, IfNum port);
+    open_error_t setMirrorMode(std::uint32_t session, bool enabled);
+    open_error_t deleteMirrorSession(std::uint32_t session);
 
     // --- VLANs
     const std::map<VlanId, Vlan> &vlans() const { return vlans_; }
@@ -179,6 +208,7 @@ class Model {
     // What was seen on the wire. Each takes the whole picture; what is missing from it is gone.
     open_error_t setLive(IfNum port);  // from now on; FAIL: devices are plugged in
     void seeCarrier(IfNum port, bool up);
+    void seeWire(IfNum port, const PortCounters &counters, std::uint32_t mbps);  // 0: not known
     void seeAddresses(const std::vector<SeenAddress> &seen);
     void seeNeighbours(const std::vector<SeenNeighbour> &seen);
     void seeArp(std::map<ArpKey, Mac> seen);
@@ -240,6 +270,10 @@ class Model {
     void refreshLink(IfNum port);
     bool answersSntp(const SntpServer &server) const;
     void reportUnit(const std::string &name, UnitState state);
+    void countUpToNow(IfNum port);
+    PortActivity activityOf(const Interface &port) const;
+    PortCounters rawCounters(const Interface &port) const;
+    MirrorSession *editMirror(std::uint32_t session);
     void age();
     void event(std::string kind, std::string text);
 
@@ -288,7 +322,8 @@ class Model {
     SwitchFeatures features_;
     Qos qos_;
     AccessLists ipAccessLists_, macAccessLists_;
-    std::vector<std::string> accessListNames_;  // by id
+    std::vector<std::string> accessListNames_;               // by id
+    std::map<std::uint32_t, MirrorSession> mirrorSessions_;  // those that were ever used
     Duration now_{}, bootTime_{}, lastAged_{};
     bool started_ = false;
     std::timespec wall_{};

@@ -85,6 +85,8 @@ Device deviceOf(const json &body) {
     device.tag = memberNumber(body, "vlan", 0, kVlanMax);
     device.ip = body.value("ip", "");
     device.talking = body.value("talking", true);
+    device.speed = memberNumber(body, "speed", 0);
+    device.halfDuplex = body.value("halfDuplex", false);
     const auto count = memberNumber(body, "count", 1, kMacsMax);
     if (body.contains("mac")) {
         const auto first = macOf(body["mac"]);
@@ -272,6 +274,60 @@ json supplicant(const Request &r) {
     return {};
 }
 
+// An integer of 32 bits with a sign.
+std::int32_t signedNumberOf(const json &value) {
+    if (!value.is_number_integer() || value.get<std::int64_t>() != value.get<std::int32_t>())
+        throw Refusal("not a number of 32 bits: " + value.dump());
+    return value.get<std::int32_t>();
+}
+
+json sfp(const Request &r) {
+    std::optional<SfpModule> module;
+    if (!r.body.value("remove", false)) {
+        module.emplace();
+        module->vendor = r.body.value("vendor", "");
+        module->partNumber = r.body.value("part", "");
+        module->serial = r.body.value("serial", "");
+        module->wavelength = memberNumber(r.body, "wavelength", 0);
+        const auto &body = r.body;
+        if (body.contains("temperature") || body.contains("txPower") || body.contains("rxPower")) {
+            SfpDiagnostics measured;
+            if (body.contains("temperature"))
+                measured.temperature = signedNumberOf(body["temperature"]);
+            measured.voltage = memberNumber(body, "voltage", 3300);
+            measured.bias = memberNumber(body, "bias", 6000);
+            measured.txPower = memberNumber(body, "txPower", 5000);
+            measured.rxPower = memberNumber(body, "rxPower", 5000);
+            module->diagnostics = measured;
+        }
+    }
+    require(r.server.model().setSfp(portOf(r.body), std::move(module)), "no port with a cage");
+    return {};
+}
+
+json errorDisable(const Request &r) {
+    const auto reason = errorReasonOf(r.body.at("reason").get<std::string>());
+    if (!reason)
+        throw Refusal("no such reason: " + r.body["reason"].get<std::string>());
+    require(r.server.model().setErrorDisabled(portOf(r.body), *reason), "no such port");
+    return {};
+}
+
+json addErrors(const Request &r) {
+    constexpr auto kMost = std::numeric_limits<std::uint64_t>::max();
+    PortCounters more;
+    const std::pair<const char *, std::uint64_t PortCounters::*> kinds[] = {
+        {"inErrors", &PortCounters::inErrors},
+        {"outErrors", &PortCounters::outErrors},
+        {"inDiscards", &PortCounters::inDiscards},
+        {"outDiscards", &PortCounters::outDiscards}};
+    for (const auto &[name, field] : kinds)
+        if (const auto it = r.body.find(name); it != r.body.end())
+            more.*field = numberOf(*it, kMost);
+    require(r.server.model().addErrors(portOf(r.body), more), "no simulated port");
+    return {};
+}
+
 json cliLine(const Request &r) {
     auto &session = sessionOf(r);
     const auto output = r.server.cli().run(session, r.body.value("line", ""));
@@ -407,6 +463,35 @@ json interfaceRow(const Model &model, const Interface &i) {
         {"ptpTc", i.ptpTcEnabled}};
 }
 
+json counterRows(const Model &model) {
+    auto rows = json::array();
+    for (const auto &[num, i] : model.interfaces()) {
+        const auto n = model.counters(num);
+        rows.push_back({{"name", i.name()},
+                        {"inOctets", n.inOctets},
+                        {"outOctets", n.outOctets},
+                        {"inPackets", n.inPackets},
+                        {"outPackets", n.outPackets},
+                        {"inErrors", n.inErrors},
+                        {"outErrors", n.outErrors},
+                        {"inDiscards", n.inDiscards},
+                        {"outDiscards", n.outDiscards}});
+    }
+    return rows;
+}
+
+json sfpRows(const Model &model) {
+    auto rows = json::array();
+    for (const auto &[num, i] : model.interfaces())
+        if (const auto module = model.sfp(num))
+            rows.push_back({{"port", i.name()},
+                            {"vendor", module->vendor},
+                            {"part", module->partNumber},
+                            {"serial", module->serial},
+                            {"wavelength", module->wavelength}});
+    return rows;
+}
+
 json portRows(const Model &model) {
     auto rows = json::array();
     for (const auto &[num, i] : model.interfaces())
@@ -513,9 +598,9 @@ json logRows(const Model &model) {
 }
 
 constexpr std::pair<const char *, json (*)(const Model &)> kTables[] = {
-    {"ports", portRows}, {"lags", lagRows},  {"vlans", vlanRows}, {"associations", associationRows},
-    {"fdb", fdbRows},    {"lldp", lldpRows}, {"arp", arpRows},    {"devices", deviceRows},
-    {"igmp", igmpRows},  {"log", logRows}};
+    {"ports", portRows}, {"lags", lagRows},         {"vlans", vlanRows}, {"associations", associationRows},
+    {"fdb", fdbRows},    {"lldp", lldpRows},        {"arp", arpRows},    {"devices", deviceRows},
+    {"igmp", igmpRows},  {"counters", counterRows}, {"sfp", sfpRows},    {"log", logRows}};
 
 json tableOf(const Request &r) {
     const auto name = r.body.at("name").get<std::string>();
@@ -525,12 +610,27 @@ json tableOf(const Request &r) {
     throw Refusal("no such table: " + name);
 }
 
-constexpr std::pair<const char *, json (*)(const Request &)> kOperations[] = {
-    {"plug", plug},         {"unplug", unplug},      {"move", moveDevice},       {"talk", talk},
-    {"igmp", igmp},         {"health", health},      {"supplicant", supplicant}, {"link", link},
-    {"cli", cliLine},       {"help", cliHelp},       {"exec", execLines},        {"latency", latency},
-    {"fault", addFault},    {"faults", faults},      {"table", tableOf},         {"events", events},
-    {"counters", counters}, {"dataplane", dataPlane}};
+constexpr std::pair<const char *, json (*)(const Request &)> kOperations[] = {{"plug", plug},
+                                                                              {"unplug", unplug},
+                                                                              {"move", moveDevice},
+                                                                              {"talk", talk},
+                                                                              {"igmp", igmp},
+                                                                              {"health", health},
+                                                                              {"supplicant", supplicant},
+                                                                              {"link", link},
+                                                                              {"cli", cliLine},
+                                                                              {"help", cliHelp},
+                                                                              {"exec", execLines},
+                                                                              {"latency", latency},
+                                                                              {"fault", addFault},
+                                                                              {"faults", faults},
+                                                                              {"table", tableOf},
+                                                                              {"events", events},
+                                                                              {"counters", counters},
+                                                                              {"dataplane", dataPlane},
+                                                                              {"sfp", sfp},
+                                                                              {"errdisable", errorDisable},
+                                                                              {"errors", addErrors}};
 
 json answer(Server &server, std::map<std::string, CliSession> &sessions, const std::string &text) {
     const auto body = json::parse(text, [](int depth, json::parse_event_t, json &) {
