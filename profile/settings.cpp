@@ -212,12 +212,19 @@ class Reader {
     SettingWrites writes_;
 };
 
+// The words of a name without those of its interface: names come from a file, too, and may end early.
+std::span<const std::string> withoutInterface(const Words &words) {
+    const std::size_t count = words.size() > 1 && words[1] == "lag" ? 3 : 2;
+    return std::span(words).subspan(std::min(count, words.size()));
+}
+
 const Row *rowOf(const std::string &name, Scope &scope) {
     auto words = cliWords(name);
     scope = Scope::Global;
     if (name.starts_with(kInterface)) {
         scope = Scope::Interface;
-        words.erase(words.begin(), words.begin() + (words.size() > 1 && words[1] == "lag" ? 3 : 2));
+        const auto rest = withoutInterface(words);
+        words = Words(rest.begin(), rest.end());
     }
     for (const Row &row : kRows) {
         if ((row.scope == Scope::Interface) != (scope == Scope::Interface))
@@ -249,8 +256,7 @@ std::string replaced(std::string text, char place, const std::string &value) {
 std::string bare(const std::string &name, Scope scope) {
     if (scope != Scope::Interface)
         return name;
-    const auto words = cliWords(name);
-    return join(std::span(words).subspan(words.size() > 1 && words[1] == "lag" ? 3 : 2));
+    return join(withoutInterface(cliWords(name)));
 }
 
 std::string onLines(const Row &row, const std::string &command, const std::string &value) {
@@ -306,8 +312,8 @@ Delta deltaOf(const Settings &from, const Settings &to) {
         });
         if (rebuilt)
             drop(name, value);
-        if (delta.off.contains(name))
-            policies.insert(cliWords(name).at(1));
+        if (const auto words = cliWords(name); delta.off.contains(name) && words.size() > 1)
+            policies.insert(words[1]);
     }
     for (const auto &[name, value] : from)
         if (name.contains(kBinding) && policies.contains(value))
