@@ -86,7 +86,7 @@ void operateProfiles(std::string_view input) {
     require(deleted == 0, "what was applied can be deleted", std::to_string(deleted));
     require(rig.runningConfig() == before, "what was there before comes back",
             before + "---\n" + rig.runningConfig());
-    require(rig.refusals() == 0, "the switch takes every command");
+    require(rig.unknownCommands() == 0, "the switch knows every command");
 }
 
 void operateTemplates(std::string_view input) {
@@ -145,6 +145,7 @@ void detectNeighbours(std::string_view input) {
     writeFile(paths::kAudacConfig,
               R"({"audioVlanID": 20, "controlVlanID": 10, "audacDevicePort": [1, 2, 3, 4]})");
 
+    removeFiles(paths::kLogFile);
     SwitchRig rig;
     const auto parts = partsOf(input, kSeparator, SwitchRig::kPorts * std::size(kFields));
     rig.device.with([&](vswitch::Server &server) {
@@ -200,7 +201,12 @@ void detectNeighbours(std::string_view input) {
         lightwareLookup(sw, &links);
     require(links.empty() && rig.runningConfig() == before, "what leaves, leaves nothing behind",
             before + "---\n" + rig.runningConfig());
-    require(rig.refusals() == 0, "the switch takes every command");
+    require(rig.unknownCommands() == 0, "the switch knows every command");
+    // Each line is one that the log made.
+    const auto log = readFile(paths::kLogFile);
+    for (std::size_t at = 0; at < log.size(); at = log.find('\n', at) + 1)
+        require(log.compare(at, 11, "2026-01-01 ") == 0,
+                "no string from the network starts a line of the log", std::string_view(log).substr(at, 200));
 }
 
 }  // namespace fuzz

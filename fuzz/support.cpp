@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "common/log.h"
 #include "platform/manual_clock.h"
 #include "platform/paths.h"
 #include "vswitch/cli/command.h"
@@ -53,9 +54,13 @@ PrivateRoot::PrivateRoot() {
     fs::create_directories(platform::fsPath("/tmp"));
     fs::create_directories(platform::fsPath(platform::paths::kScriptDir));
     restoreTemplates();
+    // Every line is made, and goes into a file of limited size.
+    writeFile(platform::paths::kLogLevelFile, "7");
+    pavo::devmgrLogOpen(pavo::LOG_SINK_FILE, pavo::LOG_FACILITY_USER, "fuzz");
 }
 
 PrivateRoot::~PrivateRoot() {
+    pavo::devmgrLogClose();
     if (!own_.empty())
         fs::remove_all(own_);
 }
@@ -101,10 +106,8 @@ std::string SwitchRig::runningConfig() {
     return device.with([](vswitch::Server &server) { return commandsOf(server.model()); });
 }
 
-std::uint64_t SwitchRig::refusals() {
-    return device.with([](vswitch::Server &server) {
-        return server.cli().unknownCommands() + server.cli().refusedCommands();
-    });
+std::uint64_t SwitchRig::unknownCommands() {
+    return device.with([](vswitch::Server &server) { return server.cli().unknownCommands(); });
 }
 
 std::string commandsOf(const vswitch::Model &model) {

@@ -56,8 +56,8 @@ class SwitchRig {
     static vswitch::ModelConfig config();
     // Without its heading, which tells the time.
     std::string runningConfig();
-    // Commands that the switch did not take.
-    std::uint64_t refusals();
+    // Commands that the switch does not know.
+    std::uint64_t unknownCommands();
 
     vswitch::InProcessSwitch device;
     openapiClientHandle_t client{};

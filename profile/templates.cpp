@@ -14,6 +14,7 @@
 #include "common/files.h"
 #include "common/json.h"
 #include "common/log.h"
+#include "common/text.h"
 #include "platform/paths.h"
 #include "profile/offer.h"
 #include "store/profile_db.h"
@@ -117,7 +118,7 @@ std::string listTemplates(Switch sw, Where where) {
         if (!offer.hasTemplate(file))
             continue;
         const auto path = (platform::paths::kProfileTemplateDir + file).substr(0, kPathMax);
-        const auto content = readBeginning(path);
+        const auto content = wellFormed(readBeginning(path));
         if (content.empty()) {
             logError(where, "[%s:%d] ProfileTemplateGet: Failed to open file %s\n", path);
             continue;
@@ -136,7 +137,8 @@ std::string listTemplates(Switch sw, Where where) {
 }
 
 Result<> storeTemplate(TemplateStore how, const std::string &requestText, Where where) {
-    const JsonPtr root(cJSON_Parse(requestText.c_str()));
+    // cJSON takes any bytes in a string; the listing has to stay readable for other parsers.
+    const JsonPtr root(isUtf8(requestText) ? cJSON_Parse(requestText.c_str()) : nullptr);
     if (root == nullptr) {
         if (how == TemplateStore::Create)
             logError(where, "[%s:%d] profile  load json error\r\n");

@@ -272,6 +272,10 @@ TEST_F(LightwareTest, ScansAsJson) {
     };
     EXPECT_EQ(shown(IfNum(1), 0),
               R"([{"systemDesc":"UBEX endpoint","chassisId":"endpoint-a","portDesc":"1 first"}])");
+    connect(3, "\xff\xc3", "\x80", "UBEX \xed\xa0\x80");
+    EXPECT_EQ(shown(IfNum(3), 0), R"([{"systemDesc":"UBEX ???","chassisId":"??","portDesc":"?"}])")
+        << "UTF-8 whatever the network says";
+    disconnect(3);
     // What was read before a failure stays, and is no uplink.
     for (const auto &[call, text] :
          {std::pair{"rpcclt_openapiLldpIntfRemoteDevicePortDescGet",

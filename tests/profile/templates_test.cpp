@@ -114,7 +114,8 @@ TEST_F(TemplatesTest, UnreadableEntriesAreSkipped) {
     fs::create_symlink("nowhere", platform::fsPath(at("d")));
     ASSERT_EQ(mkfifo(platform::fsPath(at("e")).c_str(), 0600), 0);
     put("f", std::string("2\0,3", 4));
-    EXPECT_EQ(list(), "[1,2]");
+    put("g", "\"\xff\"");
+    EXPECT_EQ(list(), "[1,2,\"?\"]");
     EXPECT_EQ(
         logged("ProfileTemplateGet: Failed to open file /usr/local/appmgr/usr/share/pavo/profileTemplate/"),
         4u);
@@ -193,6 +194,9 @@ TEST_F(TemplatesTest, BadRequests) {
                              R"({"profile":{"name":1}})", R"({"profile":{}})", R"({"Profile":{"name":"x"}})"})
         expectEach(10003, text);
     EXPECT_EQ(ProfileTemplateDelete(&client, R"({"name":["x"]})"), 10003);
+    for (const auto operation : {ProfileTemplateCreate, ProfileTemplateEdit})
+        EXPECT_EQ(operation(&client, "{\"profile\":{\"name\":\"x\",\"text\":\"\xff\"}}"), 10002)
+            << "not UTF-8";
     // The name belongs on top here, and nowhere else.
     EXPECT_EQ(ProfileTemplateDelete(&client, R"({"profile":{"name":"x"}})"), 10003);
     EXPECT_EQ(logged("profile param error :{}\r\n"), 3u);
