@@ -351,6 +351,22 @@ struct Lines {
     }
 };
 
+struct Item {
+    const std::string &name, &value;
+    Scope scope;
+};
+
+// By row, in the order of the table; names that no row is for are left out.
+std::map<const Row *, std::vector<Item>> byRow(const Settings &settings) {
+    std::map<const Row *, std::vector<Item>> out;
+    for (const auto &[name, value] : settings) {
+        Scope scope{};
+        if (const Row *const row = rowOf(name, scope))
+            out[row].push_back({name, value, scope});
+    }
+    return out;
+}
+
 }  // namespace
 
 std::vector<std::string> cliWords(std::string_view line) {
@@ -411,20 +427,17 @@ std::string settingsScript(const Settings &from, const Settings &to) {
     const auto delta = deltaOf(from, to);
     // Off in the reverse order of the table, on in its order.
     Lines off, on;
-    for (std::size_t i = std::size(kRows); i-- > 0;)
-        for (const auto &[name, value] : delta.off) {
-            Scope scope{};
-            const bool overwritten = delta.on.contains(name) && !kRows[i].block && !kRows[i].list &&
+    const auto goes = byRow(delta.off), comes = byRow(delta.on);
+    for (auto row = goes.rbegin(); row != goes.rend(); ++row)
+        for (const auto &[name, value, scope] : row->second) {
+            const bool overwritten = delta.on.contains(name) && !row->first->block && !row->first->list &&
                                      !name.contains(kBinding) && !name.starts_with("queue cos-queue");
-            if (rowOf(name, scope) == &kRows[i] && !overwritten)
-                off.add(scope, name, offLines(kRows[i], name, bare(name, scope), value));
+            if (!overwritten)
+                off.add(scope, name, offLines(*row->first, name, bare(name, scope), value));
         }
-    for (const Row &row : kRows)
-        for (const auto &[name, value] : delta.on) {
-            Scope scope{};
-            if (rowOf(name, scope) == &row)
-                on.add(scope, name, onLines(row, bare(name, scope), value));
-        }
+    for (const auto &[row, settings] : comes)
+        for (const auto &[name, value, scope] : settings)
+            on.add(scope, name, onLines(*row, bare(name, scope), value));
     return off.print(true) + on.print(false);
 }
 

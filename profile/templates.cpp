@@ -118,6 +118,7 @@ std::string listTemplates(Switch sw, Where where) {
         if (!offer.hasTemplate(file))
             continue;
         const auto path = (platform::paths::kProfileTemplateDir + file).substr(0, kPathMax);
+        // Names of templates may be any bytes; the listing is one that every parser takes.
         const auto content = wellFormed(readBeginning(path));
         if (content.empty()) {
             logError(where, "[%s:%d] ProfileTemplateGet: Failed to open file %s\n", path);
@@ -137,8 +138,7 @@ std::string listTemplates(Switch sw, Where where) {
 }
 
 Result<> storeTemplate(TemplateStore how, const std::string &requestText, Where where) {
-    // cJSON takes any bytes in a string; the listing has to stay readable for other parsers.
-    const JsonPtr root(isUtf8(requestText) ? cJSON_Parse(requestText.c_str()) : nullptr);
+    const JsonPtr root(cJSON_Parse(requestText.c_str()));
     if (root == nullptr) {
         if (how == TemplateStore::Create)
             logError(where, "[%s:%d] profile  load json error\r\n");
