@@ -145,7 +145,7 @@ void checkSettings(const Settings &settings) {
     const auto script = settingsScript({}, settings);
     for (const auto &[name, value] : parseSettings(script))
         require(settings.contains(name) && settings.at(name) == value, "a script writes what is wanted",
-                name + " = " + value + "\n" + script);
+                script);
 }
 
 void checkThings(const Things &things) {
@@ -203,16 +203,16 @@ void readVlanSettingsFile(const std::string &text) {
     const auto settings = VlanSettings::parse(text);
     if (!settings)
         return;
-    constexpr VlanId kVlan(20);
-    const auto first = VlanSettings::parse(settings->print(kVlan));
+    const auto printed = settings->print(VlanId(20));
+    const auto history = settings->history.value_or(VlanHistory{});
+    const auto first = VlanSettings::parse(printed);
     require(first && first->vlanType == settings->vlanType && first->profileType == settings->profileType &&
                 first->ptpTc == settings->ptpTc &&
                 first->assignedPorts == settings->assignedPorts.value_or(std::vector<IfNum>{}) &&
-                first->history == settings->history.value_or(VlanHistory{}),
-            "settings are read back", settings->print(kVlan));
-    require(
-        settings->history.value_or(VlanHistory{}).oldName.empty() || isVlanName(settings->history->oldName),
-        "a name that goes into a script may be one");
+                first->history == history,
+            "settings are read back", printed);
+    require(history.oldName.empty() || isVlanName(history.oldName),
+            "a name that goes into a script may be one", history.oldName);
 }
 
 void readDetectionFiles(const std::string &text) {
