@@ -5,14 +5,16 @@
 
 #include "common/json.h"
 #include "common/log.h"
+#include "common/text.h"
 #include "detection/audac.h"
 #include "detection/lightware.h"
 
 namespace pavo {
 namespace {
 
+// Strings come from the network: cJSON escapes control characters, but passes on bytes that are no UTF-8.
 bool addString(cJSON *object, const char *key, const std::string &text) {
-    return cJSON_AddStringToObject(object, key, text.c_str()) != nullptr;
+    return cJSON_AddStringToObject(object, key, wellFormed(text).c_str()) != nullptr;
 }
 
 bool addNumber(cJSON *object, const char *key, std::uint32_t number) {

@@ -1,5 +1,6 @@
 // What the scans see, as JSON. The daemon's threads work with the values themselves; these operations are for
-// whoever wants to look at them. Any thread may call them.
+// whoever wants to look at them: strings of devices are well-formed UTF-8 there, with '?' for a byte that is
+// part of no character. Any thread may call them.
 #ifndef PAVO_DETECTION_SCAN_OPS_H
 #define PAVO_DETECTION_SCAN_OPS_H
 

@@ -32,7 +32,7 @@ void addVlan(cJSON *list, const ProfileVlanRequest &vlan) {
     addNumbers(ports, "untagged", vlan.untagged);
     addNumbers(ports, "tagged", vlan.tagged);
     addNumbers(ports, "assignedPort", vlan.assigned);
-    if (vlan.routing.method == IpConfig::Keep)
+    if (vlan.routing == RoutingRequest{})
         return;
     cJSON *const routing = cJSON_AddObjectToObject(object, "routing");
     cJSON_AddNumberToObject(routing, "ipConfig", static_cast<int>(vlan.routing.method));

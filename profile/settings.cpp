@@ -212,12 +212,19 @@ class Reader {
     SettingWrites writes_;
 };
 
+// The words of a name without those of its interface: names come from a file, too, and may end early.
+std::span<const std::string> withoutInterface(const Words &words) {
+    const std::size_t count = words.size() > 1 && words[1] == "lag" ? 3 : 2;
+    return std::span(words).subspan(std::min(count, words.size()));
+}
+
 const Row *rowOf(const std::string &name, Scope &scope) {
     auto words = cliWords(name);
     scope = Scope::Global;
     if (name.starts_with(kInterface)) {
         scope = Scope::Interface;
-        words.erase(words.begin(), words.begin() + (words.size() > 1 && words[1] == "lag" ? 3 : 2));
+        const auto rest = withoutInterface(words);
+        words = Words(rest.begin(), rest.end());
     }
     for (const Row &row : kRows) {
         if ((row.scope == Scope::Interface) != (scope == Scope::Interface))
@@ -249,8 +256,7 @@ std::string replaced(std::string text, char place, const std::string &value) {
 std::string bare(const std::string &name, Scope scope) {
     if (scope != Scope::Interface)
         return name;
-    const auto words = cliWords(name);
-    return join(std::span(words).subspan(words.size() > 1 && words[1] == "lag" ? 3 : 2));
+    return join(withoutInterface(cliWords(name)));
 }
 
 std::string onLines(const Row &row, const std::string &command, const std::string &value) {
@@ -306,8 +312,8 @@ Delta deltaOf(const Settings &from, const Settings &to) {
         });
         if (rebuilt)
             drop(name, value);
-        if (delta.off.contains(name))
-            policies.insert(cliWords(name).at(1));
+        if (const auto words = cliWords(name); delta.off.contains(name) && words.size() > 1)
+            policies.insert(words[1]);
     }
     for (const auto &[name, value] : from)
         if (name.contains(kBinding) && policies.contains(value))
@@ -344,6 +350,22 @@ struct Lines {
         return vlanDatabase.empty() ? out : out + "vlan database\n" + vlanDatabase + "exit\n";
     }
 };
+
+struct Item {
+    const std::string &name, &value;
+    Scope scope;
+};
+
+// By row, in the order of the table; names that no row is for are left out.
+std::map<const Row *, std::vector<Item>> byRow(const Settings &settings) {
+    std::map<const Row *, std::vector<Item>> out;
+    for (const auto &[name, value] : settings) {
+        Scope scope{};
+        if (const Row *const row = rowOf(name, scope))
+            out[row].push_back({name, value, scope});
+    }
+    return out;
+}
 
 }  // namespace
 
@@ -405,20 +427,17 @@ std::string settingsScript(const Settings &from, const Settings &to) {
     const auto delta = deltaOf(from, to);
     // Off in the reverse order of the table, on in its order.
     Lines off, on;
-    for (std::size_t i = std::size(kRows); i-- > 0;)
-        for (const auto &[name, value] : delta.off) {
-            Scope scope{};
-            const bool overwritten = delta.on.contains(name) && !kRows[i].block && !kRows[i].list &&
+    const auto goes = byRow(delta.off), comes = byRow(delta.on);
+    for (auto row = goes.rbegin(); row != goes.rend(); ++row)
+        for (const auto &[name, value, scope] : row->second) {
+            const bool overwritten = delta.on.contains(name) && !row->first->block && !row->first->list &&
                                      !name.contains(kBinding) && !name.starts_with("queue cos-queue");
-            if (rowOf(name, scope) == &kRows[i] && !overwritten)
-                off.add(scope, name, offLines(kRows[i], name, bare(name, scope), value));
+            if (!overwritten)
+                off.add(scope, name, offLines(*row->first, name, bare(name, scope), value));
         }
-    for (const Row &row : kRows)
-        for (const auto &[name, value] : delta.on) {
-            Scope scope{};
-            if (rowOf(name, scope) == &row)
-                on.add(scope, name, onLines(row, bare(name, scope), value));
-        }
+    for (const auto &[row, settings] : comes)
+        for (const auto &[name, value, scope] : settings)
+            on.add(scope, name, onLines(*row, bare(name, scope), value));
     return off.print(true) + on.print(false);
 }
 

@@ -153,10 +153,16 @@ SwitchState parseSwitchState(std::string_view runningConfig) {
             return true;
         if (startsWith(line, {"vlan", "database"})) {
             vlanDatabase = true;
-        } else if (line.size() == 3 && startsWith(line, {"interface", "vlan"})) {
-            routingVlan = vlanOf(line[2]);
-        } else if (startsWith(line, {"interface"}) && line.size() >= 2) {
-            interface = line.size() == 2 ? line[1] : "lag " + line[2];
+        } else if (startsWith(line, {"interface"})) {
+            interface.clear();
+            routingVlan.reset();
+            // Others ("loopback 0", "tunnel 1") are none that profiles know.
+            if (line.size() == 2)
+                interface = line[1];
+            else if (line.size() == 3 && line[1] == "lag")
+                interface = "lag " + line[2];
+            else if (line.size() == 3 && line[1] == "vlan")
+                routingVlan = vlanOf(line[2]);
         } else if (line[0] == "exit") {
             interface.clear();
             routingVlan.reset();

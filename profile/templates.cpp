@@ -130,7 +130,8 @@ std::optional<std::string> joinTemplates(const Offer &offer, Accept accept, cons
         if (!offer.hasTemplate(file))
             continue;
         const auto path = (platform::paths::kProfileTemplateDir + file).substr(0, kPathMax);
-        const auto content = readBeginning(path);
+        // Names of templates may be any bytes; the listing is one that every parser takes.
+        const auto content = wellFormed(readBeginning(path));
         if (content.empty()) {
             logError(where, "[%s:%d] ProfileTemplateGet: Failed to open file %s\n", path);
             continue;

@@ -19,7 +19,7 @@ inline constexpr std::size_t PROFILE_TEMPLATE_LIST_SIZE = 30720;
 
 // The templates offered on this switch, in the order of their file names, as one JSON array; "[" alone when
 // there is none, "[]" when the folder cannot be read. Templates from the first on that does not fit are left
-// out.
+// out. Well-formed UTF-8: a byte that is part of no character becomes '?'.
 std::string listTemplates(Switch sw, Where where = std::source_location::current());
 
 // The same as JSON that any reader accepts: "[]" when there is none, templates that are no JSON left out (logged).

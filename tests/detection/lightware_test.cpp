@@ -6,6 +6,7 @@
 #include <set>
 
 #include "common/json.h"
+#include "common/text.h"
 #include "detection/lag.h"
 #include "detection/scan_ops.h"
 #include "platform/paths.h"
@@ -228,7 +229,7 @@ TEST_F(LightwareTest, NeighbourTextsOfAnyLengthAndContent) {
         const JsonPtr out(cJSON_CreateArray());
         lightwareListGet(&client, out.get());
         ASSERT_EQ(cJSON_GetArraySize(out.get()), 1);
-        ASSERT_EQ(cJSON_GetObjectItem(out->child, "chassisId")->valuestring, hostileText(length));
+        ASSERT_EQ(cJSON_GetObjectItem(out->child, "chassisId")->valuestring, wellFormed(hostileText(length)));
         scans();
     }
     EXPECT_LE(list.count(), 3u);
@@ -272,6 +273,10 @@ TEST_F(LightwareTest, ScansAsJson) {
     };
     EXPECT_EQ(shown(IfNum(1), 0),
               R"([{"systemDesc":"UBEX endpoint","chassisId":"endpoint-a","portDesc":"1 first"}])");
+    connect(3, "\xff\xc3", "\x80", "UBEX \xed\xa0\x80");
+    EXPECT_EQ(shown(IfNum(3), 0), R"([{"systemDesc":"UBEX ???","chassisId":"??","portDesc":"?"}])")
+        << "UTF-8 whatever the network says";
+    disconnect(3);
     // What was read before a failure stays, and is no uplink.
     for (const auto &[call, text] :
          {std::pair{"rpcclt_openapiLldpIntfRemoteDevicePortDescGet",

@@ -5,6 +5,7 @@
 
 #include "profile/configure.h"
 #include "profile/list.h"
+#include "profile/record.h"
 #include "store/profile_db.h"
 #include "tests/support/switch_fixture.h"
 
@@ -97,6 +98,16 @@ TEST(ProfileRequest, FaultsNameTheFieldAndTheReason) {
     }
     EXPECT_FALSE(parseProfileConfig(requestWith())->plan);
     EXPECT_TRUE(parseProfileConfig(requestWith(R"("vlans":)", R"("plan": true, "vlans":)"))->plan);
+}
+
+TEST(ProfileRequest, IsRecordedAsItIs) {
+    for (const char *routing :
+         {"1", "2", R"(0, "ipMask": "255.0.0.0")", R"(3, "ipAddr": "10.0.0.1", "ipMask": "255.0.0.0")"}) {
+        const auto config = parseProfileConfig(requestWith("1}}]", routing + std::string("}}]")));
+        ASSERT_TRUE(config) << routing;
+        const ProfileRecord record{{{config->request, config->document}}, {}, {}};
+        EXPECT_EQ(ProfileRecord::parse(record.print()), record) << routing;
+    }
 }
 
 TEST(ProfileRequest, WhatIsTooLongIsCutAtACharacter) {

@@ -42,7 +42,8 @@ TEST(SwitchState, IsReadFromTheRunningConfiguration) {
     for (const char *const text :
          {"", "vlan database", "vlan database\nvlan x,-,9999-1\nvlan name 0 x\nexit\n",
           "interface 0/1\nvlan pvid 0\nvlan participation some 3\nvlan tagging \nmtu\n", "interface", "\"",
-          "\"\\"})
+          "\"\\", "interface loopback 2\nmtu 1500\nvlan pvid 10\nexit\n",
+          "interface vlan 10\ninterface tunnel 1\nrouting\nip address dhcp\nexit\n"})
         EXPECT_EQ(stateOf(text), SwitchState{}) << text;
 }
 
@@ -77,6 +78,17 @@ TEST(SwitchState, DifferencesAreScripts) {
     for (const auto &row : rows)
         EXPECT_EQ(switchScript(stateOf(row.from), stateOf(row.to)), row.script) << row.from << "to\n"
                                                                                 << row.to;
+}
+
+// They come from the record, which somebody may have edited.
+TEST(SwitchState, NamesOfThingsMayEndAnywhere) {
+    for (const std::string name :
+         {"interface ", "interface lag", "interface lag 1", "policy-map ", "vlan ", ""}) {
+        EXPECT_EQ(parseThingName(name).kind, ThingName::Kind::Setting) << name;
+        EXPECT_EQ(vlanOfSetting(name), std::nullopt) << name;
+        EXPECT_EQ(settingsScript({{name, "x"}}, {}), "") << name;
+        EXPECT_EQ(settingsScript({}, {{name, "x"}}), "") << name;
+    }
 }
 
 TEST(SwitchState, OnlyWhatAChangeTouchesIsCompared) {

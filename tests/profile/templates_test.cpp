@@ -114,7 +114,8 @@ TEST_F(TemplatesTest, UnreadableEntriesAreSkipped) {
     fs::create_symlink("nowhere", platform::fsPath(at("d")));
     ASSERT_EQ(mkfifo(platform::fsPath(at("e")).c_str(), 0600), 0);
     put("f", std::string("2\0,3", 4));
-    EXPECT_EQ(list(), "[1,2]");
+    put("g", "\"\xff\"");
+    EXPECT_EQ(list(), "[1,2,\"?\"]");
     EXPECT_EQ(
         logged("ProfileTemplateGet: Failed to open file /usr/local/appmgr/usr/share/pavo/profileTemplate/"),
         4u);

@@ -7,6 +7,8 @@
 #include <random>
 #include <tuple>
 
+#include "tests/support/model_rules.h"
+
 using namespace std::chrono_literals;
 
 namespace vswitch {
@@ -246,61 +248,6 @@ TEST_F(ModelTest, LogStaysOfBoundedSize) {
 
 // --- the rules, checked after each of many random steps
 
-VlanId vlanOnArrival(const Model &model, const Device &device, const Mac &address) {
-    const auto &port = *model.interface(device.port);
-    const auto forwarder = port.lag != 0 ? port.lag : device.port;
-    if (device.tag != 0)
-        return model.hasVlan(device.tag) && model.membership(forwarder, device.tag).participation ==
-                                                OPEN_VLAN_PARTICIPATION_MODE_INCLUDE
-                   ? device.tag
-                   : 0;
-    const auto it = model.macAssociations().find(address);
-    return it != model.macAssociations().end() ? it->second : model.interface(forwarder)->pvid;
-}
-
-void checkRules(const Model &m) {
-    for (const auto &[num, i] : m.interfaces()) {
-        ASSERT_TRUE(m.hasVlan(i.pvid));
-        for (const auto &[id, membership] : i.vlans)
-            ASSERT_TRUE(m.hasVlan(id) && membership != Model::defaultMembership(id));
-        bool carrier = i.carrier == Carrier::ForcedUp;
-        for (const auto &[name, d] : m.devices())
-            carrier |= i.carrier == Carrier::FollowDevices && d.port == num && d.behind.empty();
-        for (const auto member : i.members) {
-            ASSERT_EQ(num, m.interface(member)->lag);
-            carrier |= m.interface(member)->linkUp;
-        }
-        ASSERT_EQ(i.adminUp && carrier, i.linkUp) << i.name();
-        ASSERT_LE(i.members.size(), m.config().lagMembersMax);
-        ASSERT_TRUE(i.lag == 0 || m.interface(i.lag)->members.contains(num));
-    }
-    for (const auto &[address, id] : m.macAssociations())
-        ASSERT_TRUE(m.hasVlan(id));
-    ASSERT_LE(m.fdb().size(), m.config().fdbCapacity);
-    for (const auto &[key, entry] : m.fdb()) {
-        const auto &port = *m.interface(entry.port);
-        ASSERT_TRUE(m.hasVlan(key.vlan) && port.linkUp && m.interface(entry.ifNum)->linkUp);
-        ASSERT_EQ(port.lag != 0 ? port.lag : entry.port, entry.ifNum);
-    }
-    for (const auto &[port, neighbours] : m.lldp())
-        ASSERT_TRUE(neighbours.empty() || m.interface(port)->linkUp);
-    for (const auto &[name, d] : m.devices()) {
-        std::size_t steps = 0;
-        for (const auto *at = &d; !at->behind.empty(); at = &m.devices().at(at->behind)) {
-            ASSERT_EQ(d.port, m.devices().at(at->behind).port);
-            ASSERT_LT(++steps, m.devices().size());
-        }
-        // Entries kept up step by step are those a fresh look would give.
-        const auto &port = *m.interface(d.port);
-        const bool heard = d.talking && port.linkUp && (port.lag == 0 || m.interface(port.lag)->linkUp);
-        for (const auto &address : d.macs) {
-            const auto id = vlanOnArrival(m, d, address);
-            ASSERT_TRUE(id == 0 || !heard || m.fdbRefused() > 0 || m.fdb().contains({address, id}))
-                << name << " in VLAN " << id;
-        }
-    }
-}
-
 TEST_F(ModelTest, RulesHoldWhateverHappens) {
     for (const unsigned seed : {1u, 2u, 3u, 4u}) {
         restart(seed % 2 == 0 ? 6 : 100);
@@ -341,9 +288,7 @@ TEST_F(ModelTest, RulesHoldWhateverHappens) {
             d.talking = upTo(3) != 0;
             d.lldp->ttl = upTo(300);
             steps[upTo(std::size(steps) - 1)]();
-            checkRules(model);
-            if (HasFatalFailure())
-                FAIL() << "seed " << seed << ", step " << step;
+            ASSERT_EQ("", test_support::brokenRule(model)) << "seed " << seed << ", step " << step;
         }
     }
 }

@@ -46,8 +46,8 @@ class Descriptor {
 
 std::uint64_t checksum(std::string_view text) {
     std::uint64_t hash = 0xcbf29ce484222325;  // FNV-1a
-    for (const unsigned char c : text)
-        hash = (hash ^ c) * 0x100000001b3;
+    for (const char c : text)
+        hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3;
     return hash;
 }
 
