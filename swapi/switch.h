@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "common/if_num.h"
+#include "common/ipv4.h"
 #include "common/log_format.h"
 #include "common/mac.h"
 #include "common/result.h"
@@ -65,7 +66,8 @@ struct ApiVersion {
 struct FdbEntry {
     Mac mac;
     std::optional<VlanId> vlan;
-    IfNum port;  // port or LAG it was learned on
+    IfNum port;            // port or LAG it was learned on
+    bool learned = false;  // false for a static entry
 };
 
 // A neighbour that LLDP has heard, by the key of its table.
@@ -77,7 +79,39 @@ struct NeighbourKey {
     bool operator==(const NeighbourKey &) const = default;
 };
 
-enum class NeighbourField { ChassisId, PortId, SystemDesc, PortDesc };
+enum class NeighbourField { ChassisId, PortId, SystemDesc, PortDesc, SystemName };
+
+// What identifies a neighbour or its port; which kind of string it is depends on the subtype, as on the wire.
+struct NeighbourId {
+    static constexpr std::uint32_t kChassisMac = 4;
+    static constexpr std::uint32_t kPortMac = 3;
+
+    std::uint32_t subtype = 0;
+    std::string text;
+};
+
+// An address in the ARP table; the MAC address is spelled as the switch spells it.
+struct ArpEntry {
+    std::uint32_t vlan = 0;
+    Ipv4 ip;
+    std::string mac;
+};
+
+// What a port is for.
+enum class SwitchportMode : std::uint32_t {
+    General = OPEN_SWITCHPORT_MODE_GENERAL,
+    Access = OPEN_SWITCHPORT_MODE_ACCESS,
+    Trunk = OPEN_SWITCHPORT_MODE_TRUNK,  // another switch is behind it
+};
+
+// Where an interface is, see openapiHashIntfUnitSlotPortGet.
+struct UnitSlotPort {
+    std::uint32_t unit = 0;
+    std::uint32_t slot = 0;
+    std::uint32_t port = 0;
+
+    bool operator==(const UnitSlotPort &) const = default;
+};
 
 // The numbers of LAGs: 1 for the first LAG interface, and so on.
 struct LagNumbering {
@@ -220,6 +254,17 @@ class Switch {
 
     // --- neighbours: ARP, LLDP management addresses, switch-port mode
 
+    auto arpTable() const { return Walk(ArpStep{client_}); }
+    OpenResult<std::string> interfaceName(IfNum ifNum) const;
+    OpenResult<bool> hasLink(IfNum ifNum) const;
+    OpenResult<SwitchportMode> switchportMode(IfNum ifNum) const;
+    OpenResult<UnitSlotPort> unitSlotPort(IfNum ifNum) const;
+    // `field` is ChassisId or PortId, `size` is lldpTextSize() here and below.
+    OpenResult<NeighbourId> neighbourId(const NeighbourKey &key, NeighbourField field,
+                                        std::uint32_t size) const;
+    // The first management address that it announces; NotFound without any.
+    OpenResult<std::string> managementAddress(const NeighbourKey &key, std::uint32_t size) const;
+
     // --- multicast: access lists, IGMP snooping
 
   private:
@@ -239,6 +284,12 @@ class Switch {
         openapiClientHandle_t *client;
         NeighbourKey last;
         OpenResult<NeighbourKey> operator()();
+    };
+    struct ArpStep {
+        openapiClientHandle_t *client;
+        std::uint32_t vlan = 0;
+        std::uint32_t ip = 0;
+        OpenResult<ArpEntry> operator()();
     };
     struct VlanStep {
         openapiClientHandle_t *client;
