@@ -212,6 +212,11 @@ const WireMulticast *multicastIn(const WireConfig &config, VlanId vlan) {
     return it == config.multicast.end() ? nullptr : &it->second;
 }
 
+// Interfaces that get every group.
+std::vector<IfNum> wanting(const WireMulticast &multicast) {
+    return multicast.routersGetGroups ? multicast.routers : std::vector<IfNum>{};
+}
+
 void addGroup(Flows &flows, const WireConfig &config, VlanId vlan, Ipv4 group) {
     const auto *multicast = multicastIn(config, vlan);
     if (multicast == nullptr || isLocalGroup(group))
@@ -219,7 +224,7 @@ void addGroup(Flows &flows, const WireConfig &config, VlanId vlan, Ipv4 group) {
     const auto it = multicast->groups.find(group);
     if (it != multicast->groups.end())
         addFlood(flows, config, text("dl_vlan=%u,ip,nw_dst=", vlan) + ipv4Text(group), 180, 182,
-                 selectedIn(config, vlan, it->second, multicast->routers));
+                 selectedIn(config, vlan, it->second, wanting(*multicast)));
 }
 
 void addVlan(Flows &flows, const WireConfig &config, VlanId vlan) {
@@ -235,7 +240,7 @@ void addVlan(Flows &flows, const WireConfig &config, VlanId vlan) {
     addFlood(flows, config, text("dl_vlan=%u,ip,nw_dst=224.0.0.0/24", vlan), 170, 172, all);
     if (!multicast->floodUnknown)
         addFlood(flows, config, text("dl_vlan=%u,ip,nw_dst=224.0.0.0/4", vlan), 160, 162,
-                 selectedIn(config, vlan, {}, multicast->routers));
+                 selectedIn(config, vlan, {}, wanting(*multicast)));
 }
 
 void addInterface(Flows &flows, const WireConfig &config, IfNum num, const FlowAges &ages) {
@@ -315,7 +320,7 @@ struct Affected {
                 });
         compare(before.multicast, now.multicast,
                 [&](VlanId vlan, const WireMulticast *old, const WireMulticast *next) {
-                    if (old == nullptr || next == nullptr || old->routers != next->routers ||
+                    if (old == nullptr || next == nullptr || wanting(*old) != wanting(*next) ||
                         old->floodUnknown != next->floodUnknown)
                         vlans.insert(vlan);
                     else

@@ -52,6 +52,9 @@ constexpr int kFilterTries = 5;
 // Forwarding goes before everything else on the machine, as if it had hardware of its own.
 constexpr int kForwardingPriority = -10;
 
+// The sender of queries.
+constexpr Mac kQuerierMac{{0x02, 0x50, 0x56, 0x00, 0x10, 0x00}};
+
 constexpr const char *kBridge = "vswitch0";
 // Open vSwitch creates these interfaces itself.
 constexpr const char *kReserved[] = {kBridge, "ovs-netdev"};
@@ -94,8 +97,12 @@ Duration onSwitchClock(std::chrono::seconds real) {
         static_cast<std::int64_t>(static_cast<double>(Duration(real).count()) * platform::clockRate()));
 }
 
+Duration inRealTime(Duration onClock) {
+    return Duration(static_cast<std::int64_t>(static_cast<double>(onClock.count()) / platform::clockRate()));
+}
+
 std::uint32_t inRealSeconds(Duration onClock) {
-    const auto seconds = static_cast<double>(onClock.count()) / 1e6 / platform::clockRate();
+    const auto seconds = static_cast<double>(inRealTime(onClock).count()) / 1e6;
     return static_cast<std::uint32_t>(std::clamp(seconds, 1.0, 65535.0));
 }
 
@@ -104,6 +111,13 @@ struct Watched {
     ServerProcess process;
     Clock::time_point started{}, notBefore{};
     milliseconds pause{};
+};
+
+// Of an address to another interface.
+struct Move {
+    IfNum interface = 0;
+    Clock::time_point done{};
+    bool again = false;  // once the pause is over
 };
 
 class OvsDataPlane : public DataPlane {
@@ -624,6 +638,8 @@ class OvsDataPlane : public DataPlane {
 
     void moveNow(const FdbKey &address, Move &move) {
         move.done = Clock::now();
+        if (!applied_)
+            return;
         const SeenAddress seen{address.mac, address.vlan, move.interface, {}};
         if (auto message = flowModOf(learnedFlow(seen, agesOf(*applied_).address)))
             connection_.send(std::move(*message));
@@ -631,8 +647,10 @@ class OvsDataPlane : public DataPlane {
 
     void heardIgmp(const PacketIn &up) {
         const auto frame = parseIgmpFrame(up.frame, up.interface);
-        const auto multicast = frame && applied_ ? applied_->multicast.find(frame->vlan) : std::map<VlanId, WireMulticast>::iterator{};
-        if (!frame || !applied_ || multicast == applied_->multicast.end())
+        if (!frame || !applied_)
+            return;
+        const auto multicast = applied_->multicast.find(frame->vlan);
+        if (multicast == applied_->multicast.end())
             return;
         if (frame->kind == IgmpFrame::Kind::Membership) {
             for (const auto &[num, interface] : applied_->interfaces)
@@ -654,7 +672,9 @@ class OvsDataPlane : public DataPlane {
             const std::lock_guard lock(mutex_);
             queries.swap(queries_);
         }
-        for (const auto &query : queries) {
+        for (auto &query : queries) {
+            // Hosts answer in real time.
+            query.maxResponse = inRealTime(query.maxResponse);
             const auto frame = igmpQueryFrame(query, kQuerierMac);
             if (query.interfaces.empty())
                 connection_.send(packetOutOf(kFromController, {{3, 1}}, kDeliveryTable, frame));
@@ -784,13 +804,6 @@ class OvsDataPlane : public DataPlane {
 
     struct Registered {
         int index = 0;  // of the interface known by that name
-    };
-
-    // Of an address to another interface.
-    struct Move {
-        IfNum interface = 0;
-        Clock::time_point done{};
-        bool again = false;  // once the pause is over
     };
 
     struct Failure {
