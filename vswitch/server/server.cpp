@@ -114,6 +114,8 @@ void Server::exchangeWithDataPlane() {
         countersRead_ = model_.upTime();
         seeWires(model_, livePorts_);
     }
+    if (const auto queries = model_.takeIgmpQueries(); !queries.empty())
+        dataPlane_->sendQueries(queries);
 }
 
 bool Server::settled() const {
