@@ -1,5 +1,5 @@
-// Writing an answer back that has not changed, against what SQLite alone takes: open, the settings of the cache, one
-// SELECT, close.
+// Writing an answer back that has not changed, against what SQLite alone takes: open, the settings of the
+// cache, one SELECT, close.
 #include <benchmark/benchmark.h>
 #include <sqlite3.h>
 

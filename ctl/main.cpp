@@ -47,7 +47,7 @@ class CommandLine {
         addVlan(*app_.add_subcommand("vlan", "VLANs"));
         addMulticast(*app_.add_subcommand("multicast", "Multicast groups, and who gets multicast"));
         addCache(*app_.add_subcommand("cache", "The answers kept for the web interface"));
-        addLocalCommand(app_, "vendor", "The maker of a device", [this] { showVendor(output_, name_); })
+        addLocalCommand(app_, "vendor", "The vendor of a device", [this] { showVendor(output_, name_); })
             .add_option("mac", name_, "MAC address, or its first three octets")
             ->required();
         addNeighbours();

@@ -1,4 +1,4 @@
-// Makers and host names by MAC address.
+// Vendors and host names by MAC address.
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 

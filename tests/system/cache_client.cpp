@@ -1,11 +1,12 @@
-// One user of the response cache, for tests/system/cache_test.py: does what its arguments say, and has one producer.
+// One user of the response cache, for tests/system/cache_test.py: does what its arguments say, and has one
+// producer.
 //
-//   create | write NAME TEXT | read NAME | delete NAME     prints the result, and the text
-//   fill NAME BYTES                                        writes a text of that length
-//   refresh NAME                                           prints the result
-//   lock NAME                                              prints "locked" and holds it until standard input ends
-//   alternate NAME BYTES COUNT                             writes a text of a's and one of b's in turn
-//   watch NAME BYTES                                       reads until standard input ends; how often what was seen
+//   create | write NAME TEXT | read NAME | delete NAME    prints the result, and the text
+//   fill NAME BYTES                writes a text of that length
+//   refresh NAME                   prints the result
+//   lock NAME                      prints "locked" and holds it until standard input ends
+//   alternate NAME BYTES COUNT     writes a text of a's and one of b's in turn
+//   watch NAME BYTES               reads until standard input ends; prints how often what was seen
 #include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>

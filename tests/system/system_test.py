@@ -662,7 +662,8 @@ class SystemTest(unittest.TestCase):
         ctl("profile", "apply", "--name", f"$(touch {evidence})", "--type", "Data", "--vlan", "21")
         done = run(["bash", "-c", script], env=self.rig.env)
         self.assertEqual("", done.stderr)
-        for word in ("profile", "delete", "status", "refresh", "profile/list_ex", "B", "NDI4", "--plan", "20 untagged=1,lag", "\\$(touch"):
+        for word in ("profile", "delete", "status", "refresh", "profile/list_ex", "B", "NDI4", "--plan",
+                     "20 untagged=1,lag", "\\$(touch"):
             self.assertIn(word, done.stdout)
         self.assertFalse(os.path.exists(evidence), "names are not expanded")
         ctl("profile", "delete", f"$(touch {evidence})")
