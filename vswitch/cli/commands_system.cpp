@@ -125,7 +125,7 @@ void emitSntp(const Model &model, const Interface *, std::string &out) {
 }
 
 std::string timeText(std::int64_t seconds, const ClockSettings &clock) {
-    const std::time_t local = seconds + clock.offsetMinutes * 60;
+    const std::time_t local = seconds + std::time_t{clock.offsetMinutes} * 60;
     std::tm parts{};
     gmtime_r(&local, &parts);
     char text[40];
