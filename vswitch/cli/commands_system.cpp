@@ -1,5 +1,5 @@
-// Management of the switch itself: location and contact, clock, log, RADIUS, 802.1X per port, and the state of
-// the hardware.
+// Management of the switch itself: location and contact, clock, log, RADIUS, 802.1X per port, and the state
+// of the hardware.
 #include <algorithm>
 #include <array>
 #include <cctype>
