@@ -30,8 +30,12 @@ std::optional<IpInterface> parseRow(std::string_view line) {
     if (!(in >> skipped >> number >> state >> address >> mask >> skipped >> method))
         return std::nullopt;
     const auto id = VlanId::from(number);
-    return id ? std::optional(IpInterface{*id, methodOf(method), address, mask, state == "Up"})
-              : std::nullopt;
+    if (!id)
+        return std::nullopt;
+    IpInterface interface{*id, methodOf(method), address, mask, std::nullopt};
+    if (state == "Up" || state == "Down")
+        interface.isUp = state == "Up";
+    return interface;
 }
 
 // Another file for each of several callers at the same time.

@@ -56,12 +56,12 @@ class MemberCollector {
         std::vector<std::optional<std::size_t>>(VlanId::kMax + 1);
 };
 
-// What becomes of LAGs without members: they are nowhere, or where they are configured to be, VLAN 1 as PVID
-// excepted, in which an interface that nobody uses is because it has to be somewhere.
+// What becomes of LAGs without members: they are nowhere, or where they are configured to be. The latter does
+// not count VLAN 1 as PVID: an interface that nobody uses is there because it has to be somewhere.
 enum class EmptyLags { Nowhere, InTheirVlans };
 
-// Adds the members of the VLANs that are the keys of `vlans`, all of them: Failed (logged once) as soon as the
-// switch does not tell.
+// Adds the members of the VLANs that are the keys of `vlans`. Failed (logged once) as soon as the switch does
+// not answer: there are no gaps.
 Result<> readAllMembers(Switch sw, EmptyLags emptyLags, std::map<VlanId, VlanMembers> &vlans,
                         Where where = std::source_location::current());
 

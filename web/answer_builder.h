@@ -1,5 +1,5 @@
-// What the answers of the web interface are made with: a JSON value under construction, and the rules by which
-// what the switch does not tell is left out or fails the whole answer.
+// What the answers of the web interface are made with: a JSON value under construction, and the rules for
+// what the switch does not tell, which is either left out or fails the whole answer.
 #ifndef PAVO_WEB_ANSWER_BUILDER_H
 #define PAVO_WEB_ANSWER_BUILDER_H
 
@@ -76,9 +76,9 @@ class AnswerNode {
     bool whole_;
 };
 
-// Reads for one answer. A value that the switch does not tell is left out; a switch that cannot be reached, or a
-// table that is not whole, fails the answer. Each of these is logged once, on behalf of the producer that `where`
-// names; a value that the switch does not offer at all, or not any more, is none of them.
+// Reads for one answer. A value that the switch does not tell is left out; a switch that cannot be reached,
+// or a table that is not complete, fails the answer. Each failure is logged once, on behalf of the producer
+// that `where` names. A value that the switch does not offer, or no longer has, is not a failure.
 class AnswerReader {
   public:
     explicit AnswerReader(const Where &where) : where_(where) {}
@@ -95,7 +95,7 @@ class AnswerReader {
         return std::nullopt;
     }
 
-    // An entry of a table: a table without it would be another one. Nothing when it has gone since the walk came by.
+    // An entry of a table, which is not complete without it. Nothing when it has gone since the walk came by.
     template <class T>
     std::optional<T> entry(OpenResult<T> read, const char *what) {
         if (read)
@@ -151,7 +151,8 @@ inline Result<std::string> textOf(const AnswerReader &reader, const AnswerNode &
     return failed(ResultCode::Failed);
 }
 
-// Puts text into the caller's buffer, terminated. 10000 (logged) with the buffer as it was when it does not fit.
+// Copies text into the caller's buffer, terminated. 10000 (logged) when it does not fit, with the buffer left
+// as it was.
 std::int32_t fillBuffer(std::string_view text, char *buffer, std::size_t size, const Where &where);
 
 // A producer that hands out new text: build(Switch, AnswerReader &) makes the answer.

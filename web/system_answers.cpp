@@ -212,7 +212,7 @@ AnswerNode specialInterfacesJson(Switch sw, AnswerReader &reader) {
 Text localTime(const std::optional<std::uint32_t> &utc, const std::optional<TimeZone> &zone) {
     if (!utc || !zone)
         return std::nullopt;
-    const std::time_t local = static_cast<std::time_t>(*utc) + zone->offsetMinutes * 60;
+    const std::time_t local = static_cast<std::time_t>(*utc) + std::time_t{zone->offsetMinutes} * 60;
     std::tm parts{};
     if (gmtime_r(&local, &parts) == nullptr)
         return std::nullopt;

@@ -1,11 +1,11 @@
-// The answers about the switch as a whole and about its VLANs. The producers are declared in store/producers.h;
-// this is what they produce.
+// The answers about the switch as a whole and about its VLANs: this documents what the producers declared in
+// store/producers.h produce.
 //
-// Common to all: one JSON value in one line, well-formed UTF-8. A member whose value the switch does not tell is
-// left out; it is never a zero or an empty string in its place. "?" marks members that may be absent for the
-// reason given, too. Times are seconds since 1970-01-01 UTC. Ports are interface numbers, with their names as the
-// CLI has them ("0/5"); LAGs are numbered from 1. An answer fails, with its result code, when the switch cannot
-// be reached or one of its tables is not whole.
+// Common to all: one JSON value on one line, well-formed UTF-8. A member whose value the switch does not
+// tell is left out; there is never a zero or an empty string in its place. "?" marks members that may also
+// be absent for the reason given. Times are seconds since 1970-01-01 UTC. Ports are interface numbers, with
+// their names as in the CLI ("0/5"); LAGs are numbered from 1. An answer fails, with its result code, when
+// the switch cannot be reached or one of its tables is not complete.
 //
 // systemInfoGet, object:
 //   hostName, location, contact, model, serialNumber    strings
@@ -35,8 +35,8 @@
 //   utc             time of day by the switch's clock
 //   time            the same in its time zone, "2026-11-23T15:00:00+01:00"
 //   timeZone        {offsetMinutes (east of UTC), name}
-//   sntp            {mode: "disabled" | "unicast" | "broadcast", synchronised, synchronisedTo? (host, while it
-//                   is), lastUpdate? (of the last answer, if any), servers: [{host, port, priority}, ...]}
+//   sntp            {mode: "disabled" | "unicast" | "broadcast", synchronised, synchronisedTo? (host, while
+//                   it is), lastUpdate? (of the last answer, if any), servers: [{host, port, priority}, ...]}
 //
 // getLogConfigJson, object of at most 4095 bytes; severities are "emergency", "alert", "critical", "error",
 // "warning", "notice", "info", "debug":
@@ -46,14 +46,14 @@
 //
 // getImageInfo, object of at most 4095 bytes:
 //   osVersion       of the system that runs
-//   units           array of {unit, active, backup (images in flash), currentActive, nextActive (after the next
-//                   start)}, versions as strings
+//   units           array of {unit, active, backup (images in flash), currentActive, nextActive (after the
+//                   next start)}, versions as strings
 //
 // getRadiusServerJson, object of at most 8191 bytes:
 //   timeout         seconds until a request is repeated
 //   retransmit      number of repetitions
-//   servers         array of {host, name, type: "auth" | "acct", port, priority (1 is asked first), secretSet}; the
-//                   secret itself is in no answer
+//   servers         array of {host, name, type: "auth" | "acct", port, priority (1 is asked first),
+//                   secretSet}; the secret itself is in no answer
 //
 // getPortAuthConfigJson, object:
 //   enabled         802.1X is on

@@ -373,6 +373,28 @@ class SystemTest(unittest.TestCase):
         self.assertEqual(0, len(json.loads(ctl("faults", "--clear").stdout)["faults"]))
         self.assertNotEqual(0, ctl("table", "nothing").returncode)
 
+    def test_health_from_the_command_line(self):
+        self.rig.start_switch()
+
+        def ctl(*words):
+            return run([self.rig.program("vswitchctl"), *words], env=self.rig.env)
+
+        for words in ("temperature 2 -15", "temperature 1 --failed", "fan 2 failed", "fan 1 operational --rpm 900",
+                      "power 1 absent", "cpu 44", "memory 100 50"):
+            self.assertEqual(0, ctl("health", *words.split()).returncode, words)
+        health = json.loads(ctl("health").stdout)
+        self.assertEqual([("failed", 52), ("normal", -15)],
+                         [(sensor["state"], sensor["celsius"]) for sensor in health["sensors"][:2]])
+        self.assertEqual([("operational", 900), ("failed", 0)], [(fan["state"], fan["rpm"]) for fan in health["fans"]])
+        self.assertEqual("absent", health["supplies"][0]["state"])
+        self.assertEqual((44, {"totalKb": 100, "freeKb": 50}), (health["cpu"], health["memory"]))
+        for words in ("fan 9 failed", "fan 1 broken", "cpu 101", "temperature 1 301", "memory 50 100"):
+            self.assertNotEqual(0, ctl("health", *words.split()).returncode, words)
+        self.assertEqual(health, json.loads(ctl("health").stdout))
+        self.assertNotEqual(0, ctl("supplicant", "0/1").returncode)  # nobody is there
+        ctl("link", "0/1", "up")
+        self.assertEqual(0, ctl("supplicant", "0/1").returncode)
+
     # --- faults of the switch
 
     def test_fault_kills_the_caller(self):

@@ -1,5 +1,5 @@
-// Management of the switch itself: location and contact, clock, log, RADIUS, 802.1X per port, and the state of
-// the hardware.
+// Management of the switch itself: location and contact, clock, log, RADIUS, 802.1X per port, and the state
+// of the hardware.
 #include <algorithm>
 #include <array>
 #include <cctype>
@@ -125,7 +125,7 @@ void emitSntp(const Model &model, const Interface *, std::string &out) {
 }
 
 std::string timeText(std::int64_t seconds, const ClockSettings &clock) {
-    const std::time_t local = seconds + clock.offsetMinutes * 60;
+    const std::time_t local = seconds + std::time_t{clock.offsetMinutes} * 60;
     std::tm parts{};
     gmtime_r(&local, &parts);
     char text[40];
