@@ -58,6 +58,12 @@ std::vector<NeighbourChange> changesOf(const std::vector<SeenNeighbour> &before,
         for (std::size_t i = moved; i < gone.size(); ++i)
             changes.push_back({Left, *gone[i]});
     }
+    for (const auto &[identity, places] : now)
+        for (const auto &[interface, neighbour] : places)
+            if (const auto known = old[identity].find(interface); known != old[identity].end() &&
+                                                                  !neighbour->name.empty() &&
+                                                                  neighbour->name != known->second->name)
+                changes.push_back({Named, *neighbour});
     std::ranges::stable_sort(changes, {}, [](const auto &change) { return change.neighbour.interface; });
     return changes;
 }

@@ -24,15 +24,16 @@ struct SeenNeighbour {
 };
 
 struct NeighbourChange {
-    enum class Kind { Joined, Left, Moved };
+    enum class Kind { Joined, Left, Moved, Named };
     Kind kind = Kind::Joined;
     SeenNeighbour neighbour;  // as it is now; as it was when it has left
     std::string from{};       // where it was: the name of a port, only when it has moved
 };
 
-// Devices that are new, gone, or at another port. A device is known by its MAC address, or by name and port
-// ID when it has none; one that is at several ports has moved when one of these is gone and another one is
-// new. Changes of other things (VLAN, addresses, how it is known) are none. In the order of ports.
+// Devices that are new, gone, at another port, or at the same one under another name: a device is often seen
+// before it announces one. A device is known by its MAC address, or by name and port ID when it has none; one
+// that is at several ports has moved when one of these is gone and another one is new. Other changes (VLAN,
+// addresses, a name that is gone) are none. In the order of ports.
 std::vector<NeighbourChange> changesOf(const std::vector<SeenNeighbour> &before,
                                        const std::vector<SeenNeighbour> &after);
 

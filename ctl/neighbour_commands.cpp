@@ -62,9 +62,11 @@ constexpr const char *wordOf(NeighbourChange::Kind kind) {
         case NeighbourChange::Kind::Left:
             return "left";
         case NeighbourChange::Kind::Moved:
+            return "moved";
+        case NeighbourChange::Kind::Named:
             break;
     }
-    return "moved";
+    return "named";
 }
 
 void printChange(const NeighbourChange &change) {

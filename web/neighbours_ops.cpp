@@ -6,7 +6,7 @@
 #include "common/json.h"
 #include "common/log.h"
 #include "store/producers.h"
-#include "store/response_cache_ops.h"
+#include "store/response_cache.h"
 
 namespace pavo {
 namespace {
@@ -14,10 +14,46 @@ namespace {
 // What surrounds the rows of a page.
 constexpr std::size_t kPageFrame = 384;
 
+constexpr const char *kChunksKey = "neighbor_ex";
+
 ChunkedList &neighbourChunks() {
-    static ChunkedList list("neighbor_ex", "lldpRemoteDevice");
+    static ChunkedList list(kChunksKey, "lldpRemoteDevice");
     return list;
 }
+
+// The chunks of one run on their way into the response cache.
+class CachedChunks {
+  public:
+    explicit CachedChunks(const Where &where) : where_(where) {}
+
+    ChunkStore store() {
+        return {[this](const std::string &key, const std::string &answer) {
+                    ++touched_;
+                    done_ = writeCachedAnswer(key, answer, where_).has_value() && done_;
+                },
+                [this](const std::string &key) {
+                    ++touched_;
+                    done_ = deleteCachedAnswer(key, where_).has_value() && done_;
+                }};
+    }
+
+    // Erases what other processes have left behind these chunks. False when something of all this has failed.
+    bool eraseRest() {
+        for (; done_; ++touched_) {
+            const std::string key = std::string(kChunksKey) + '/' + std::to_string(touched_);
+            const auto left = readCachedAnswer(key, where_);
+            if (left && !*left)
+                break;
+            done_ = left && deleteCachedAnswer(key, where_).has_value();
+        }
+        return done_;
+    }
+
+  private:
+    Where where_;
+    std::size_t touched_ = 0;
+    bool done_ = true;
+};
 
 double millisecondsOf(platform::Duration time) {
     return static_cast<double>(time.count()) / 1000;
@@ -98,16 +134,16 @@ std::int32_t neighborPageGet(openapiClientHandle_t *client, char **json) {
 }
 
 std::int32_t neighborChunksBuild(openapiClientHandle_t *client) {
+    const Where where = std::source_location::current();
     return withinMemory([&] {
-        ChunkSink sink(
-            neighbourChunks(),
-            {[](const std::string &key, const std::string &answer) {
-                 restapi_db_operation(REST_DB_WRITE, key.c_str(), answer.c_str());
-             },
-             [](const std::string &key) { restapi_db_operation(REST_DB_DELETE, key.c_str(), nullptr); }});
+        CachedChunks cache(where);
+        ChunkSink sink(neighbourChunks(), cache.store(), where);
         NeighbourTiming timing;
-        const std::int32_t code = neighborRowsBuild(client, sink, timing);
-        return code == 0 ? codeOf(sink.finish()) : code;
+        if (const std::int32_t code = neighborRowsBuild(client, sink, timing); code != 0)
+            return code;
+        if (const ResultCode finished = sink.finish(); finished != ResultCode::Success)
+            return codeOf(finished);
+        return codeOf(cache.eraseRest() ? ResultCode::Success : ResultCode::Failed);
     });
 }
 

@@ -1,5 +1,6 @@
 // The neighbour list (web/neighbours.h) as procedures. Any thread may call them. Result codes: 0, or 10000
-// when the switch could not be read to the end of its tables (logged) or memory ran out.
+// when the switch could not be read to the end of its tables or the cache not be written (logged), and when
+// memory ran out.
 //
 // The list in chunks is also the producer neighborListExChunkedPush, and the vendors behind ports are the
 // producer portVendorDetectBuild, see store/producers.h. Its answer, with ports that have somebody behind
@@ -29,8 +30,8 @@ std::int32_t neighborRowsBuild(openapiClientHandle_t *client, RowSink &sink, Nei
 // failure.
 std::int32_t neighborPageGet(openapiClientHandle_t *client, char **json);
 
-// All rows in chunks into the response cache, under "neighbor_ex/0" and so on. A failure leaves the chunks of
-// the last time as they are.
+// All rows in chunks into the response cache, under "neighbor_ex/0" and so on; chunks beyond the last one are
+// deleted, also those of other processes. When the rows cannot be built, the cache keeps what it has.
 std::int32_t neighborChunksBuild(openapiClientHandle_t *client);
 
 }  // namespace pavo

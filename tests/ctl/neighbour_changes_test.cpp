@@ -18,13 +18,14 @@ std::string textOf(const std::vector<NeighbourChange> &changes) {
         text += text.empty() ? "" : "; ";
         text += change.kind == NeighbourChange::Kind::Joined ? "+" : "";
         text += change.kind == NeighbourChange::Kind::Left ? "-" : "";
+        text += change.kind == NeighbourChange::Kind::Named ? "=" : "";
         text += change.neighbour.mac + change.neighbour.name + "@" + change.neighbour.portName;
         text += change.from.empty() ? "" : "<" + change.from;
     }
     return text;
 }
 
-TEST(NeighbourChangesTest, JoinedLeftMoved) {
+TEST(NeighbourChangesTest, JoinedLeftMovedNamed) {
     using List = std::vector<SeenNeighbour>;
     SeenNeighbour anonymous = at(4, "");
     anonymous.name = "desk";
@@ -48,7 +49,9 @@ TEST(NeighbourChangesTest, JoinedLeftMoved) {
                  {{at(1, "a")}, {at(1, "a"), at(3, "a")}, "+a@0/3"},
                  {{at(1, "a"), at(3, "a")}, {at(2, "a")}, "a@0/2<0/1; -a@0/3"},
                  {{anonymous}, {movedAnonymous}, "desk@0/5<0/4"},
-                 {{at(1, "a")}, {renamed}, ""}};
+                 {{at(1, "a")}, {renamed}, "=anew name@0/1"},
+                 {{renamed}, {renamed}, ""},
+                 {{renamed}, {at(1, "a")}, ""}};
     for (const auto &[before, after, changes] : cases)
         EXPECT_EQ(changes, textOf(changesOf(before, after)));
 }

@@ -92,7 +92,8 @@ class NeighbourTest(unittest.TestCase):
                 seen("02:00:00:00:00:01")
                 self.rig.control("plug", name="second", port="0/2", mac="02:00:00:00:00:02",
                                  lldp={"systemName": "desk\x1b[2J", "systemDesc": "Desk"})
-                seen("joined  0/2  02:00:00:00:00:02  desk.[2J")
+                seen("joined  0/2  02:00:00:00:00:02")
+                seen("  0/2  02:00:00:00:00:02  desk.[2J")  # at once, or when it has announced its name
                 self.rig.control("move", name="second", port="0/3")
                 seen("moved   0/3 from 0/2  02:00:00:00:00:02")
                 self.rig.control("unplug", name="first")

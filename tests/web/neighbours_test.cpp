@@ -459,6 +459,16 @@ TEST_F(NeighbourTest, ChunksFollowTheNumberOfHosts) {
     ASSERT_EQ(OPEN_E_NONE, unplug("crowd"));
     push();
     EXPECT_EQ((std::vector<std::size_t>{10000}), sizes());
+
+    // What another process has left, and a cache that cannot be written.
+    for (const char *const key : {"neighbor_ex/1", "neighbor_ex/2", "neighbor_ex"})
+        ASSERT_EQ(REST_DB_WRITTEN, restapi_db_operation(REST_DB_WRITE, key, "{}"));
+    push();
+    EXPECT_EQ("none: 10023", cached("neighbor_ex/1"));
+    EXPECT_EQ("none: 10023", cached("neighbor_ex/2"));
+    EXPECT_EQ("{}", cached("neighbor_ex"));
+    std::filesystem::remove(platform::fsPath(platform::paths::kResponseCache));
+    EXPECT_EQ(10000, neighborListExChunkedPush(&client));
 }
 
 TEST_F(NeighbourTest, PortsUpTo895) {
