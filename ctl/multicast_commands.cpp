@@ -6,6 +6,7 @@
 
 #include "common/json.h"
 #include "ctl/port_list.h"
+#include "store/response_cache.h"
 #include "vlan/multicast.h"
 #include "vlan/multicast_ops.h"
 
@@ -76,6 +77,8 @@ void showGroups(Switch sw, const Output &output) {
 }
 
 void cacheGroups(Switch sw, const Output &output) {
+    if (!createResponseCache())
+        throw Failure{ResultCode::Failed, "the response cache cannot be made"};
     requireSuccess(multicastGroupsChunksBuild(sw.handle()), "the groups cannot be put into the cache");
     output.printDone("cached");
 }

@@ -70,10 +70,10 @@ IfNum portOf(const json &body) {
     return number;
 }
 
-Ipv4 groupOf(const json &value) {
-    const auto group = parseIpv4(value.get<std::string>());
+Ipv4 groupOf(const std::string &text) {
+    const auto group = parseIpv4(text);
     if (!group || *group >> 28 != 0xE)
-        throw Refusal("not a multicast group: " + value.get<std::string>());
+        throw Refusal("not a multicast group: " + text);
     return *group;
 }
 
@@ -97,7 +97,7 @@ Device deviceOf(const json &body) {
         for (const auto &mac : body["macs"])
             device.macs.push_back(macOf(mac));
     if (body.contains("groups"))
-        for (const auto &group : body["groups"])
+        for (const auto &group : body["groups"].get<std::vector<std::string>>())
             device.groups[groupOf(group)] = kIgmpVersion;
     if (device.macs.size() > kMacsMax)
         throw Refusal("more than " + std::to_string(kMacsMax) + " addresses");
@@ -157,7 +157,7 @@ json igmp(const Request &r) {
     if (action != "join" && action != "leave")
         throw Refusal("action is join or leave");
     const auto name = r.body.at("name").get<std::string>();
-    const auto first = groupOf(r.body.at("group"));
+    const auto first = groupOf(r.body.at("group").get<std::string>());
     const auto count = memberNumber(r.body, "count", 1, r.server.model().config().igmpGroupsMax);
     const auto version = memberNumber(r.body, "version", kIgmpVersion);
     if (count > 0 && (first + (count - 1)) >> 28 != 0xE)
