@@ -37,6 +37,10 @@ ModelConfig smallSwitch() {
     return SwitchRig::config();
 }
 
+pavo::VlanId programsVlan(vswitch::VlanId number) {
+    return pavo::VlanId::from(number).value_or(pavo::kDefaultVlan);
+}
+
 void checkRules(const Model &model) {
     const auto broken = brokenRule(model);
     require(broken.empty(), "the rules of the model hold", broken);
@@ -62,14 +66,14 @@ void checkProgramsView(const Model &unsettled) {
     const auto model = unsettled.settled();
     const auto state = pavo::parseSwitchState(commandsOf(model));
     for (const auto &[id, vlan] : model.vlans())
-        require(state.hasVlan(pavo::VlanId::from(id).value()), "every VLAN is read", std::to_string(id));
+        require(state.hasVlan(programsVlan(id)), "every VLAN is read", std::to_string(id));
     for (const auto &[num, interface] : model.interfaces()) {
         const auto found = state.interfaces.find(interface.name());
         const auto read = found == state.interfaces.end() ? pavo::InterfaceState{} : found->second;
         require(read.pvid.number() == interface.pvid, "PVIDs are read", interface.name());
         for (const auto &[id, vlan] : model.vlans()) {
             const auto membership = model.membership(num, id);
-            const auto vlanId = pavo::VlanId::from(id).value();
+            const auto vlanId = programsVlan(id);
             require(static_cast<std::uint32_t>(read.participationIn(vlanId)) == membership.participation &&
                         read.tagged.contains(vlanId) == membership.tagged,
                     "memberships are read", interface.name() + " in VLAN " + std::to_string(id));

@@ -29,7 +29,7 @@ std::string show(const cJSON *item) {
     if (cJSON_IsString(item))
         return quoteText(item->valuestring);
     const auto text = printJsonLine(item);
-    return wellFormed(cutToBytes(text, kShownMax)) + (text.size() > kShownMax ? "..." : "");
+    return wellFormed(printable(cutToBytes(text, kShownMax))) + (text.size() > kShownMax ? "..." : "");
 }
 
 // Reads values and keeps the first fault; once there is one, what is read is of no use.

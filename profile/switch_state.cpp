@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "common/ipv4.h"
 #include "common/text.h"
 
 namespace pavo {
@@ -89,15 +90,21 @@ void readInterfaceLine(const Words &line, InterfaceState &interface) {
     }
 }
 
+// They go into scripts again, as one word each.
+void setAddress(const std::string &ip, const std::string &mask, VlanRouting &routing) {
+    if (!Ipv4::parse(ip) || !Ipv4::parse(mask))
+        return;
+    routing.ip = ip;
+    routing.mask = mask;
+}
+
 void readRoutingLine(const Words &line, VlanRouting &routing) {
-    if (startsWith(line, {"routing"})) {
+    if (startsWith(line, {"routing"}))
         routing.routing = true;
-    } else if (line.size() == 3 && startsWith(line, {"ip", "address", "dhcp"})) {
+    else if (line.size() == 3 && startsWith(line, {"ip", "address", "dhcp"}))
         routing.dhcp = true;
-    } else if (line.size() == 4 && startsWith(line, {"ip", "address"})) {
-        routing.ip = line[2];
-        routing.mask = line[3];
-    }
+    else if (line.size() == 4 && startsWith(line, {"ip", "address"}))
+        setAddress(line[2], line[3], routing);
 }
 
 }  // namespace
@@ -222,10 +229,8 @@ VlanRouting parseRoutingText(const std::string &text) {
     }
     if (words.size() == 1)
         routing.dhcp = true;
-    else if (words.size() == 2) {
-        routing.ip = words[0];
-        routing.mask = words[1];
-    }
+    else if (words.size() == 2)
+        setAddress(words[0], words[1], routing);
     return routing;
 }
 

@@ -64,6 +64,7 @@ TEST(ProfileRequest, FaultsNameTheFieldAndTheReason) {
         {"[]", R"("profileConfig" is missing)", Kind::Parameter},
         {R"({"profileConfig": 3})", R"("profileConfig": 3 is not an object)", Kind::Parameter},
         {R"({"profileConfig": {"name": "N"}})", R"("color" is missing)", Kind::Parameter},
+        {requestWith(R"("Hall")", "[\"\x7f\"]"), R"("name": ["."] is not a string)", Kind::Parameter},
         {requestWith(R"("Hall")", "3"), R"("name": 3 is not a string)", Kind::Parameter},
         {requestWith(R"("vlanNum": 1)", R"("vlanNum": 1.5)"), R"("vlanNum": 1.5 is not a 32-bit integer)",
          Kind::Parameter},

@@ -43,6 +43,7 @@ TEST(SwitchState, IsReadFromTheRunningConfiguration) {
          {"", "vlan database", "vlan database\nvlan x,-,9999-1\nvlan name 0 x\nexit\n",
           "interface 0/1\nvlan pvid 0\nvlan participation some 3\nvlan tagging \nmtu\n", "interface", "\"",
           "\"\\", "interface loopback 2\nmtu 1500\nvlan pvid 10\nexit\n",
+          "interface vlan 10\nip address 10.0.0.1 \"255.0.0.0 x\"\nip address x 255.0.0.0\nexit\n",
           "interface vlan 10\ninterface tunnel 1\nrouting\nip address dhcp\nexit\n"})
         EXPECT_EQ(stateOf(text), SwitchState{}) << text;
 }

@@ -83,7 +83,7 @@ inline std::string brokenRule(const vswitch::Model &m) {
             return m.interface(port)->name() + ": neighbours are behind a link";
     for (const auto &[name, d] : m.devices())
         if (const auto broken = brokenDeviceRule(m, d); !broken.empty())
-            return name + ": " + broken;
+            return std::string(name).append(": ").append(broken);
     return {};
 }
 
