@@ -214,7 +214,7 @@ TEST_F(LiveTest, RowsAndAddressesFollowWhateverChanges) {
     EXPECT_EQ(added.size(), test_support::occurrences(parsed.output, " ADD ")) << parsed.error;
     // A frame gets a tag only where it has none, not even one of a priority.
     EXPECT_EQ(test_support::occurrences(parsed.output, "push_vlan"),
-              test_support::occurrences(parsed.output, "vlan_tci=0x0000/0x1fff"));
+              test_support::occurrences(parsed.output, "vlan_tci=0x0000/0x1000"));
     // And the switch's own messages say the same.
     std::string messages;
     for (const auto &row : added)
