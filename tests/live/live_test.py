@@ -7,6 +7,7 @@ PAVO_BUILD names the build folder. Reachability through a whole story is tested 
 import ctypes
 import json
 import os
+import re
 import signal
 import socket
 import struct
@@ -18,7 +19,7 @@ TREE = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__)
 sys.path.insert(0, os.path.join(TREE, "lab"))
 
 import lldp_frames  # noqa: E402
-from topology import BROADCAST, SWITCH, Failure, Keeper, LabRig, Network, ip, run, standard_devices  # noqa: E402
+from topology import BROADCAST, SWITCH, Failure, Host, Keeper, LabRig, Network, ip, run, standard_devices  # noqa: E402
 
 LIMIT = 90  # real seconds that any one event may take
 SCALE = 10
@@ -599,6 +600,212 @@ class BridgeTest(PlainTest):
             "424203000000000080000200000000aa0000000080000200000000aa80010000140002000f00"))
         got = self.received("media", [bpdu], "wall", "desk")
         self.assertEqual([[bpdu]] * 2, list(got.values()))
+
+
+class MulticastTest(PlainTest):
+    """IGMP of the hosts' own kernels, in VLAN 1: who gets a group's frames, and for how long."""
+
+    GROUP, OTHER = "239.5.5.5", "239.5.5.6"
+
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        for n, port in ((41, 6), (42, 7)):
+            cls.net.plug(Host(cls.net, f"guest{port}", n, f"02:00:00:00:01:{n}"), port)
+        cls.rig.cli("vlan database", "set igmp 1", "set igmp fast-leave 1", "set igmp drop-unknown 1")
+
+    def setUp(self):
+        self.members = []
+        super().setUp()
+
+    def tearDown(self):
+        for member in self.members:
+            self.net.end(member)
+        self.see("nobody is subscribed", lambda: not self.groups())
+
+    def join(self, name, *groups, version=2, ifname="eth0"):
+        member = self.net.join(self.devices[name], *groups, version=version, ifname=ifname)
+        self.members.append(member)
+        return member
+
+    def leave(self, member):
+        self.members.remove(member)
+        self.net.end(member)
+
+    def groups(self):
+        return [line for line in self.rig.cli("show igmpsnooping group") if re.match(r"\s*\d|.*239\.", line)]
+
+    def hearers(self, sender, group, *, count=20):
+        """Who receives a group's frames, and how many copies of each."""
+        flow = self.net.new_flow()
+        listeners = [(name, self.net.listen(device, ifname, flow, idle_ms=500, group=group))
+                     for name, device in self.devices.items() if device is not self.devices[sender]
+                     for ifname in device.interfaces()]
+        done = self.net.send_group(self.devices[sender], group, flow, count=count, rate=500)
+        done.popen.wait(LIMIT)
+        self.net.end(done)
+        heard = {}
+        for name, listener in listeners:
+            if received := listener.result()["received"]:
+                heard[name] = heard.get(name, 0) + received
+        return {name: received / count for name, received in heard.items()}
+
+    def heard_by(self, sender, group, *names):
+        heard = {}
+
+        def holds():
+            heard.clear()
+            heard.update(self.hearers(sender, group))
+            return heard == {name: 1 for name in names}
+        try:
+            self.rig.wait_for(holds, 15, "the right ones hear the group")
+        except Failure as failure:
+            raise AssertionError(f"{group} of {sender}: heard by {heard}, not by {names}; {self.groups()}") from failure
+
+    def test_join_and_leave(self):
+        for version in (2, 3):
+            self.heard_by("desk", self.GROUP)
+            first = self.join("media", self.GROUP, version=version)
+            self.heard_by("desk", self.GROUP, "media")
+            second = self.join("wall", self.GROUP, self.OTHER, version=version)
+            self.heard_by("desk", self.GROUP, "media", "wall")
+            self.heard_by("media", self.OTHER, "wall")
+            self.heard_by("media", self.GROUP, "wall")  # the sender gets nothing back
+            self.leave(first)
+            self.heard_by("desk", self.GROUP, "wall")
+            self.leave(second)
+            self.heard_by("desk", self.GROUP)
+        # What is for everybody on the link is not for IGMP.
+        self.heard_by("desk", "224.0.0.251", "media", "wall", "guest6", "guest7")
+
+    def test_unknown_groups_as_configured(self):
+        self.heard_by("desk", self.GROUP)
+        self.rig.cli("vlan database", "no set igmp drop-unknown 1")
+        self.heard_by("desk", self.GROUP, "media", "wall", "guest6", "guest7")
+        member = self.join("wall", self.GROUP)
+        self.heard_by("desk", self.GROUP, "wall")
+        self.leave(member)
+        self.rig.cli("vlan database", "no set igmp 1")
+        self.heard_by("desk", self.GROUP, "media", "wall", "guest6", "guest7")
+        self.rig.cli("vlan database", "set igmp 1", "set igmp drop-unknown 1")
+        self.heard_by("desk", self.GROUP)
+
+    def test_reports_go_to_routers_only(self):
+        def reports(*names):
+            captures = {name: self.net.capture(name, "eth0", "-Q", "in", "igmp and host " + self.devices["media"].address)
+                        for name in ("desk", "wall")}
+            with captures["desk"], captures["wall"]:
+                self.leave(self.join("media", self.GROUP))
+                time.sleep(0.5)
+            self.assertEqual(set(names), {name for name, seen in captures.items() if seen.packets()})
+
+        reports()
+        self.on(1, "ip igmp snooping mrouter interface")
+        self.configured()
+        reports("desk")
+        # A router gets every group.
+        self.heard_by("wall", self.GROUP, "desk")
+        self.rig.cli("vlan database", "set igmp flood-report 1")
+        self.configured()
+        reports("desk", "wall")
+        self.rig.cli("vlan database", "no set igmp flood-report 1")
+        self.on(1, "no ip igmp snooping mrouter interface")
+        self.heard_by("wall", self.GROUP)
+
+    def test_querier_and_ageing(self):
+        """Subscribers that answer stay, one that is silent goes."""
+        self.rig.cli("configure", "ip igmp snooping querier query-interval 10", "exit", "vlan database",
+                     "set igmp groupmembership-interval 1 40", "set igmp maxresponse 1 5")
+        with self.net.capture("wall", "eth0", "-v", "igmp") as seen:
+            self.join("wall", self.GROUP)
+            silent = ethernet("01:00:5e:05:05:06", self.devices["media"].mac, "0800", payload=igmp2(
+                0x16, self.devices["media"].address, self.OTHER))
+            self.net.send_raw(self.devices["media"], [silent])
+            self.heard_by("desk", self.OTHER, "media")
+            time.sleep(60 / SCALE)
+            self.heard_by("desk", self.OTHER)
+            self.heard_by("desk", self.GROUP, "wall")
+        queries = [line for line in seen.text() if "igmp query" in line]
+        self.assertGreater(len(queries), 3)
+        self.assertIn("0.0.0.0 > 224.0.0.1", queries[0])
+        self.rig.cli("configure", "no ip igmp snooping querier query-interval", "exit", "vlan database",
+                     "no set igmp groupmembership-interval 1", "no set igmp maxresponse 1")
+
+    def test_a_subscriber_moves(self):
+        guest = self.devices["guest6"]
+        member = self.join("guest6", self.GROUP)
+        self.heard_by("desk", self.GROUP, "guest6")
+        self.net.move(guest, 8)
+        self.heard_by("desk", self.GROUP)  # until it reports again, as the kernel does when a link comes up
+        self.leave(member)
+        self.join("guest6", self.GROUP)
+        self.heard_by("desk", self.GROUP, "guest6")
+        # With the old port as it is: a host behind another switch.
+        self.net.send_raw(self.devices["wall"], [ethernet("01:00:5e:05:05:05", guest.mac, "0800", payload=igmp2(
+            0x16, guest.address, self.GROUP))])
+        self.heard_by("desk", self.GROUP, "wall")
+        self.leave(self.members[-1])
+        self.net.send_raw(self.devices["wall"], [ethernet("01:00:5e:00:00:02", guest.mac, "0800", payload=igmp2(
+            0x17, guest.address, self.GROUP, to="224.0.0.2"))])
+        self.net.move(guest, 6)
+
+    def test_deny_list_in_both_directions(self):
+        self.join("media", self.GROUP, self.OTHER)
+        self.heard_by("desk", self.GROUP, "media")
+        self.rig.cli("configure", "ip access-list NET-BLOCK", f"deny ip any {self.GROUP} 0.0.0.0", "permit ip any any")
+        for direction in ("in", "out"):
+            self.on(3, f"ip access-group NET-BLOCK {direction} 1")
+        self.heard_by("desk", self.GROUP)
+        self.heard_by("desk", self.OTHER, "media")
+        self.join("wall", self.GROUP, self.OTHER)
+        self.heard_by("media", self.GROUP)
+        self.heard_by("media", self.OTHER, "wall")
+        self.heard_by("desk", self.GROUP, "wall")
+        for direction in ("in", "out"):
+            self.on(3, f"no ip access-group NET-BLOCK {direction}")
+        self.rig.cli("configure", "no ip access-list NET-BLOCK")
+        self.heard_by("media", self.GROUP, "wall")
+
+    def test_a_lag_gets_one_copy(self):
+        ubex = self.devices["ubex"]
+        for port, name in ((11, "eth0"), (12, "eth1")):
+            self.on(port, "addport lag 1")
+            self.net.plug(ubex, port, name)
+        self.join("ubex", self.GROUP)
+        self.join("wall", self.GROUP)
+        self.heard_by("desk", self.GROUP, "ubex", "wall")
+        # What comes in on one member does not go out on the other.
+        self.heard_by("ubex", self.GROUP, "wall")
+        for member in list(self.members):
+            self.leave(member)
+        for port, name in ((11, "eth0"), (12, "eth1")):
+            self.net.unplug(ubex, name)
+            self.on(port, "deleteport lag 1")
+
+    def test_restart_of_open_vswitch(self):
+        self.join("media", self.GROUP)
+        self.heard_by("desk", self.GROUP, "media")
+        flow, old = self.net.new_flow(), self.pid("ovs-vswitchd")
+        bystander = self.net.listen(self.devices["wall"], "eth0", flow, seconds=LIMIT, group=self.GROUP)
+        sender = self.net.send_group(self.devices["desk"], self.GROUP, flow, rate=1000)
+        os.kill(old, signal.SIGKILL)
+        self.see("it is back", lambda: (self.plane() or {}).get("settled") and self.pid("ovs-vswitchd") not in (0, old))
+        self.heard_by("desk", self.GROUP, "media")
+        self.net.end(sender)
+        self.assertEqual(0, bystander.stop()["received"])
+
+
+def igmp2(kind, source, group, to=None):
+    """An IGMP version 2 message in its IPv4 packet."""
+    def checksum(data):
+        total = sum(struct.unpack(f"!{len(data) // 2}H", data))
+        total = (total & 0xffff) + (total >> 16)
+        return ~(total + (total >> 16)) & 0xffff
+    igmp = struct.pack("!BBH4s", kind, 0, 0, socket.inet_aton(group))
+    igmp = igmp[:2] + struct.pack("!H", checksum(igmp)) + igmp[4:]
+    head = struct.pack("!BBHIBBH4s4s4s", 0x46, 0, 32, 0, 1, 2, 0, socket.inet_aton(source),
+                       socket.inet_aton(to or group), b"\x94\x04\0\0")
+    return head[:10] + struct.pack("!H", checksum(head)) + head[12:] + igmp
 
 
 if __name__ == "__main__":
