@@ -80,23 +80,26 @@ void addCommon(Flows &flows) {
     flows[text("table=%d,priority=0", kFdbTable)] = "load:0->NXM_NX_REG0[]";
 }
 
-// The actions that give an untagged frame its VLAN; register 7 holds the priority that it came with.
+// A tag that gives no VLAN: pushed on the way in, or one that the frame came with for its priority.
+constexpr const char *kNoVlan = "vlan_tci=0x1000/0x1fff";
+
+// The actions for a frame with such a tag.
 std::string classify(VlanId vlan) {
-    return text("mod_vlan_vid:%u,move:NXM_NX_REG7[0..2]->NXM_OF_VLAN_TCI[13..15],resubmit(,3)", vlan);
+    return text("mod_vlan_vid:%u,resubmit(,3)", vlan);
 }
 
 void addAssociation(Flows &flows, const Mac &mac, VlanId vlan) {
-    flows[text("table=2,priority=200,dl_src=%s,vlan_tci=0x0000/0x1fff", mac.text().c_str())] = classify(vlan);
+    flows[text("table=2,priority=200,dl_src=%s,%s", mac.text().c_str(), kNoVlan)] = classify(vlan);
 }
 
 void addPorts(Flows &flows, IfNum num, const WireInterface &interface) {
     for (const auto port : interface.members) {
         const auto enter = text("load:%u->NXM_NX_REG1[],resubmit(,1)", num);
         flows[text("table=0,priority=100,in_port=%u", port)] = enter;
-        // A tag with VLAN 0 carries a priority only: the frame counts as untagged. The tag goes, so that it
-        // does not leave the switch beneath the one of its VLAN; the priority stays.
-        flows[text("table=0,priority=210,in_port=%u,vlan_tci=0x1000/0x1fff", port)] =
-            "move:NXM_OF_VLAN_TCI[13..15]->NXM_NX_REG7[0..2],strip_vlan," + enter;
+        // A tag with VLAN 0 carries a priority only: the frame counts as untagged and keeps the priority. From
+        // here on every frame has a tag of its own, whatever is behind it.
+        flows[text("table=0,priority=210,in_port=%u,%s", port, kNoVlan)] = enter;
+        flows[text("table=0,priority=205,in_port=%u,vlan_tci=0x0000/0x1000", port)] = "push_vlan:0x8100," + enter;
         if (interface.acceptFrames == AcceptFrames::VlanOnly)
             flows[text("table=0,priority=220,in_port=%u,vlan_tci=0x0000/0x0fff", port)] = "drop";
         else if (interface.acceptFrames == AcceptFrames::AdminUntaggedOnly)
@@ -109,7 +112,7 @@ void addVlans(Flows &flows, IfNum num, const WireInterface &interface) {
         addAccessList(flows, 1, "reg1", num, *interface.in, "resubmit(,2)");
     // An interface that was taken out of a VLAN brings nothing into it, not even by its PVID.
     if (interface.vlans.contains(interface.pvid))
-        flows[text("table=2,priority=100,reg1=%u,vlan_tci=0x0000/0x1fff", num)] = classify(interface.pvid);
+        flows[text("table=2,priority=100,reg1=%u,%s", num, kNoVlan)] = classify(interface.pvid);
     for (const auto &[vlan, tagged] : interface.vlans)
         flows[text("table=2,priority=100,reg1=%u,dl_vlan=%u", num, vlan)] = "resubmit(,3)";
 }

@@ -2,7 +2,7 @@
 // another. Pure functions; flow entries are strings as ovs-ofctl reads them.
 //
 //   table 0   ports: which interface (port or LAG) received the frame; reserved addresses, accepted frame
-//             types; a tag that only carries a priority is removed and the priority remembered
+//             types; untagged frames get a tag without a VLAN, as those with a priority only have it
 //   table 1   ingress access lists
 //   table 2   the frame's VLAN: the association of its source address, the PVID, or its tag; from here on
 //             every frame carries its VLAN as a tag
@@ -18,8 +18,7 @@
 //   table 30  egress access lists of interfaces that have some
 //
 // Register 0 holds the interface of the destination (of the source up to table 5), register 1 that of the
-// source, register 3 is not 0 for what the switch itself sends, register 4 holds the interface in table 30,
-// register 7 the priority of a tag that has been removed.
+// source, register 3 is not 0 for what the switch itself sends, register 4 holds the interface in table 30.
 #ifndef PAVO_VSWITCH_DATAPLANE_FLOWS_H
 #define PAVO_VSWITCH_DATAPLANE_FLOWS_H
 

@@ -398,18 +398,22 @@ bool putLearn(std::string &actions, std::string_view text) {
     return true;
 }
 
+void putPush(std::string &actions, std::uint64_t type) {
+    std::string action;
+    put(action, 17, 2);
+    put(action, 0, 2);
+    put(action, type, 2);
+    putAction(actions, std::move(action));
+}
+
+// Of a frame that has a tag.
 void putVlan(std::string &actions, std::uint64_t vlan) {
-    std::string push;
-    put(push, 17, 2);
-    put(push, 0, 2);
-    put(push, 0x8100, 2);
-    putAction(actions, std::move(push));
-    std::string field;
-    put(field, 25, 2);
-    put(field, 0, 2);
-    put(field, kVlanVid, 4);
-    put(field, vlan | 0x1000, 2);
-    putAction(actions, std::move(field));
+    std::string action;
+    put(action, 25, 2);
+    put(action, 0, 2);
+    put(action, kVlanVid, 4);
+    put(action, vlan | 0x1000, 2);
+    putAction(actions, std::move(action));
 }
 
 bool putActions(std::string &actions, std::string_view text) {
@@ -429,6 +433,8 @@ bool putActions(std::string &actions, std::string_view text) {
             putOutput(actions, kControllerPort, static_cast<std::uint16_t>(*value));
         } else if (cut(part, "resubmit(,") && (value = number())) {
             putResubmit(actions, static_cast<unsigned>(*value));
+        } else if (cut(part, "push_vlan:") && (value = number())) {
+            putPush(actions, *value);
         } else if (cut(part, "mod_vlan_vid:") && (value = number())) {
             putVlan(actions, *value);
         } else if (cut(part, "load:") && (value = numberOf(before(part, "->")))) {
