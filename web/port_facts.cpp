@@ -233,7 +233,8 @@ Result<std::vector<SfpFacts>> readSfpFacts(Switch sw, Where where) {
         const auto inventory = sw.sfpInventory(port);
         const auto known = reading.value(inventory, "transceiver", port);
         // That a port takes none may be known from its hardware, too.
-        if (!known && (inventory.error() == OpenError::Unavailable || isCopper(sw, port)))
+        const bool empty = !known && inventory.error() == OpenError::NotFound;
+        if (!known && !empty && (inventory.error() == OpenError::Unavailable || isCopper(sw, port)))
             return;
         SfpFacts facts{.port = readInterface(reading, port, {})};
         if (known) {
@@ -243,7 +244,7 @@ Result<std::vector<SfpFacts>> readSfpFacts(Switch sw, Where where) {
             facts.measures = diagnostics || diagnostics.error() != OpenError::Unavailable;
             facts.diagnostics = reading.value(diagnostics, "diagnostics", port);
             facts.power = reading.value(sw.sfpPower(port), "optical power", port);
-        } else if (inventory.error() == OpenError::NotFound) {
+        } else if (empty) {
             facts.present = false;
         }
         all.push_back(std::move(facts));
