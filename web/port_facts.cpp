@@ -11,12 +11,8 @@ namespace {
 // More sessions than any switch has.
 constexpr std::uint32_t kSessionsMax = 64;
 
-std::unexpected<Failure> reportUnread(const std::string &what, OpenError code, const Where &where) {
-    logError(where, "[%s:%d] %s cannot be read (result = %d)\n", what, code);
-    return failed(ResultCode::Failed, what + " cannot be read");
-}
-
-// Makes absent values of failed reads, and one line of the log of all of them.
+// Makes absent values of failed reads. One line of the log tells of all of them, or of what made the reading
+// fail.
 class Reading {
   public:
     Reading(Switch sw, const Where &where) : sw_(sw), where_(where) {}
@@ -25,7 +21,8 @@ class Reading {
     ~Reading() {
         if (failures_ > 0)
             logWarn(where_,
-                    "[%s:%d] %u values could not be read, first the %s of interface %d (result = %d)\n",
+                    "[%s:%d] %u values could not be read, first the %s of interface or session %d (result = "
+                    "%d)\n",
                     failures_, std::string(firstWhat_), firstIfNum_, firstError_);
     }
 
@@ -39,6 +36,11 @@ class Reading {
         if (read.error() != OpenError::NotFound && read.error() != OpenError::Unavailable)
             count(read.error(), what, ifNum);
         return std::nullopt;
+    }
+    [[nodiscard]] std::unexpected<Failure> fail(const std::string &what, OpenError code) {
+        failures_ = 0;
+        logError(where_, "[%s:%d] %s cannot be read (result = %d)\n", what, code);
+        return failed(ResultCode::Failed, what + " cannot be read");
     }
     void count(OpenError error, const char *what, IfNum ifNum) {
         if (failures_++ > 0)
@@ -100,7 +102,7 @@ InterfaceFacts readInterface(Reading &reading, IfNum ifNum, const FactsWanted &w
 
 // visit(lag, its number, its members or nothing) for every LAG.
 template <class Visit>
-Result<> eachLag(Reading &reading, const Where &where, Visit visit) {
+Result<> eachLag(Reading &reading, Visit visit) {
     auto lags = reading.sw().lags();
     std::optional<LagNumbering> numbering;
     std::optional<std::uint32_t> max;
@@ -114,7 +116,7 @@ Result<> eachLag(Reading &reading, const Where &where, Visit visit) {
         visit(lag, numbering->numberOf(lag), members, max);
     }
     if (const auto broken = lags.brokenBy())
-        return reportUnread("the list of LAGs", *broken, where);
+        return reading.fail("the list of LAGs", *broken);
     return {};
 }
 
@@ -131,15 +133,14 @@ struct LagMembership {
     }
 };
 
-Result<LagMembership> readMembership(Reading &reading, const Where &where) {
+Result<LagMembership> readMembership(Reading &reading) {
     LagMembership membership;
-    const auto read =
-        eachLag(reading, where,
-                [&](IfNum, std::uint32_t number, const std::optional<std::vector<IfNum>> &members, auto) {
-                    membership.complete = membership.complete && members;
-                    for (const IfNum port : members.value_or(std::vector<IfNum>{}))
-                        membership.numbers[port] = number;
-                });
+    const auto read = eachLag(
+        reading, [&](IfNum, std::uint32_t number, const std::optional<std::vector<IfNum>> &members, auto) {
+            membership.complete = membership.complete && members;
+            for (const IfNum port : members.value_or(std::vector<IfNum>{}))
+                membership.numbers[port] = number;
+        });
     if (!read)
         return std::unexpected(read.error());
     return membership;
@@ -147,12 +148,12 @@ Result<LagMembership> readMembership(Reading &reading, const Where &where) {
 
 // visit(port) for every port.
 template <class Visit>
-Result<> eachPort(Reading &reading, const Where &where, Visit visit) {
+Result<> eachPort(Reading &reading, Visit visit) {
     auto ports = reading.sw().ports();
     for (const IfNum port : ports)
         visit(port);
     if (const auto broken = ports.brokenBy())
-        return reportUnread("the list of ports", *broken, where);
+        return reading.fail("the list of ports", *broken);
     return {};
 }
 
@@ -161,7 +162,7 @@ bool isCopper(Switch sw, IfNum port) {
     return hardware && hardware->media == Media::Copper;
 }
 
-Result<MirrorFacts> readMirror(Reading &reading, std::uint32_t session, const Where &where) {
+Result<MirrorFacts> readMirror(Reading &reading, std::uint32_t session) {
     const Switch sw = reading.sw();
     MirrorFacts facts{
         .session = session,
@@ -177,7 +178,7 @@ Result<MirrorFacts> readMirror(Reading &reading, std::uint32_t session, const Wh
     for (const MirrorSource &source : sources)
         facts.sources.push_back(source);
     if (const auto broken = sources.brokenBy())
-        return reportUnread("the list of mirrored ports", *broken, where);
+        return reading.fail("the list of mirrored ports", *broken);
     return facts;
 }
 
@@ -187,13 +188,13 @@ Result<std::vector<InterfaceFacts>> readPortFacts(Switch sw, FactsWanted wanted,
     Reading reading(sw, where);
     LagMembership membership;
     if (wanted.lag) {
-        auto read = readMembership(reading, where);
+        auto read = readMembership(reading);
         if (!read)
             return std::unexpected(read.error());
         membership = std::move(*read);
     }
     std::vector<InterfaceFacts> all;
-    const auto read = eachPort(reading, where, [&](IfNum port) {
+    const auto read = eachPort(reading, [&](IfNum port) {
         all.push_back(readInterface(reading, port, wanted));
         if (wanted.lag)
             all.back().lag = membership.lagOf(port);
@@ -206,21 +207,20 @@ Result<std::vector<InterfaceFacts>> readPortFacts(Switch sw, FactsWanted wanted,
 Result<std::vector<LagFacts>> readLagFacts(Switch sw, FactsWanted wanted, Where where) {
     Reading reading(sw, where);
     std::vector<LagFacts> all;
-    const auto read =
-        eachLag(reading, where,
-                [&](IfNum lag, std::uint32_t number, const std::optional<std::vector<IfNum>> &members,
-                    const std::optional<std::uint32_t> &max) {
-                    LagFacts facts{.interface = readInterface(reading, lag, wanted),
-                                   .number = number,
-                                   .name = reading.value(sw.lagName(lag), "name", lag),
-                                   .isStatic = reading.value(sw.isLagStatic(lag), "mode", lag),
-                                   .hash = reading.value(sw.lagHash(lag), "hash mode", lag),
-                                   .members = members};
-                    if (max)
-                        facts.activeMembers =
-                            reading.value(sw.activeLagMembers(lag, *max), "list of active members", lag);
-                    all.push_back(std::move(facts));
-                });
+    const auto read = eachLag(
+        reading, [&](IfNum lag, std::uint32_t number, const std::optional<std::vector<IfNum>> &members,
+                     const std::optional<std::uint32_t> &max) {
+            LagFacts facts{.interface = readInterface(reading, lag, wanted),
+                           .number = number,
+                           .name = reading.value(sw.lagName(lag), "name", lag),
+                           .isStatic = reading.value(sw.isLagStatic(lag), "mode", lag),
+                           .hash = reading.value(sw.lagHash(lag), "hash mode", lag),
+                           .members = members};
+            if (max)
+                facts.activeMembers =
+                    reading.value(sw.activeLagMembers(lag, *max), "list of active members", lag);
+            all.push_back(std::move(facts));
+        });
     if (!read)
         return std::unexpected(read.error());
     return all;
@@ -229,22 +229,23 @@ Result<std::vector<LagFacts>> readLagFacts(Switch sw, FactsWanted wanted, Where 
 Result<std::vector<SfpFacts>> readSfpFacts(Switch sw, Where where) {
     Reading reading(sw, where);
     std::vector<SfpFacts> all;
-    const auto read = eachPort(reading, where, [&](IfNum port) {
+    const auto read = eachPort(reading, [&](IfNum port) {
         const auto inventory = sw.sfpInventory(port);
-        if (!inventory && (inventory.error() == OpenError::Unavailable || isCopper(sw, port)))
+        const auto known = reading.value(inventory, "transceiver", port);
+        // That a port takes none may be known from its hardware, too.
+        const bool empty = !known && inventory.error() == OpenError::NotFound;
+        if (!known && !empty && (inventory.error() == OpenError::Unavailable || isCopper(sw, port)))
             return;
         SfpFacts facts{.port = readInterface(reading, port, {})};
-        if (inventory) {
+        if (known) {
             facts.present = true;
-            facts.inventory = *inventory;
+            facts.inventory = known;
             const auto diagnostics = sw.sfpDiagnostics(port);
             facts.measures = diagnostics || diagnostics.error() != OpenError::Unavailable;
             facts.diagnostics = reading.value(diagnostics, "diagnostics", port);
             facts.power = reading.value(sw.sfpPower(port), "optical power", port);
-        } else if (inventory.error() == OpenError::NotFound) {
+        } else if (empty) {
             facts.present = false;
-        } else {
-            reading.count(inventory.error(), "transceiver", port);
         }
         all.push_back(std::move(facts));
     });
@@ -254,17 +255,17 @@ Result<std::vector<SfpFacts>> readSfpFacts(Switch sw, Where where) {
 }
 
 Result<TrunkFacts> readTrunkFacts(Switch sw, Where where) {
+    Reading reading(sw, where);
     const auto automatic = sw.autoTrunk();
     if (!automatic)
-        return reportUnread("the trunk mode", automatic.error(), where);
-    Reading reading(sw, where);
+        return reading.fail("the trunk mode", automatic.error());
     TrunkFacts trunks{.automatic = *automatic};
-    const auto membership = readMembership(reading, where);
+    const auto membership = readMembership(reading);
     if (!membership)
         return std::unexpected(membership.error());
     // Where membership is not known, a port that is in a LAG could pass for a trunk.
     if (!membership->complete)
-        return reportUnread("the members of a LAG", OpenError::Failed, where);
+        return reading.fail("the members of a LAG", OpenError::Failed);
     std::optional<OpenError> unread;
     const auto add = [&](IfNum ifNum) {
         auto tagged = sw.taggedVlans(ifNum);
@@ -284,15 +285,15 @@ Result<TrunkFacts> readTrunkFacts(Switch sw, Where where) {
     for (const IfNum lag : lags)
         add(lag);
     if (const auto broken = ports.brokenBy() ? ports.brokenBy() : lags.brokenBy() ? lags.brokenBy() : unread)
-        return reportUnread("the list of trunks", *broken, where);
+        return reading.fail("the list of trunks", *broken);
     return trunks;
 }
 
 Result<MirrorTable> readMirrorTable(Switch sw, bool withNames, Where where) {
+    Reading reading(sw, where);
     const auto max = sw.mirrorSessionMax();
     if (!max)
-        return reportUnread("the number of mirror sessions", max.error(), where);
-    Reading reading(sw, where);
+        return reading.fail("the number of mirror sessions", max.error());
     MirrorTable table{.sessionMax = std::min(*max, kSessionsMax), .sessions = {}, .names = {}};
     const auto addName = [&](IfNum ifNum) {
         if (withNames && ifNum && !table.names.contains(ifNum))
@@ -300,7 +301,7 @@ Result<MirrorTable> readMirrorTable(Switch sw, bool withNames, Where where) {
                 table.names[ifNum] = std::move(*name);
     };
     for (std::uint32_t session = 1; session <= table.sessionMax; ++session) {
-        auto facts = readMirror(reading, session, where);
+        auto facts = readMirror(reading, session);
         if (!facts)
             return std::unexpected(facts.error());
         const bool unused = !facts->enabled.value_or(false) && !facts->destination.value_or(IfNum{}) &&
@@ -316,9 +317,10 @@ Result<MirrorTable> readMirrorTable(Switch sw, bool withNames, Where where) {
 }
 
 Result<AutoLag> readAutoLag(Switch sw, Where where) {
+    Reading reading(sw, where);
     const auto setting = sw.autoLag();
     if (!setting)
-        return reportUnread("the auto-LAG setting", setting.error(), where);
+        return reading.fail("the auto-LAG setting", setting.error());
     return *setting;
 }
 

@@ -2,14 +2,17 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
+#include <filesystem>
 #include <functional>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "common/json.h"
 #include "store/producers.h"
 #include "tests/support/switch_fixture.h"
 
@@ -258,7 +261,7 @@ TEST_F(PortAnswersTest, HostileStringsAreStringsOfTheAnswer) {
         m.edit(5)->lagName = evil;
     });
     const auto module = answer(fiberOpticsGet)[1];
-    EXPECT_EQ("\"},{\\\x01??\n???xxxx", module["vendor"].get<std::string>().substr(0, 15));
+    EXPECT_EQ("\"},{\\\x01??\n???xxxx", module["vendor"]);
     EXPECT_EQ("???", module["partNumber"]);
     EXPECT_EQ("", module["serial"]);
     EXPECT_EQ("\"},{\\\x01??\n???", port(getPortsSettings, 1)["description"]);
@@ -289,7 +292,8 @@ TEST_F(PortAnswersTest, AnyCallMayFailAndNothingWrongIsSaid) {
         int failures = 0, partial = 0;
         std::uint64_t nth = 0;
         for (bool struck = true; struck;) {
-            failCall("*", ++nth, true, nth % 2 == 0 ? OPEN_E_FAIL : OPEN_E_RPC);
+            ++nth;
+            failCall("*", nth, true, nth % 2 == 0 ? OPEN_E_FAIL : OPEN_E_RPC);
             const auto lines = logged(place);
             char *text = nullptr;
             const auto result = producer(&client, &text);
@@ -304,8 +308,8 @@ TEST_F(PortAnswersTest, AnyCallMayFailAndNothingWrongIsSaid) {
             } else {
                 const auto got = json::parse(text);
                 ASSERT_TRUE(saysNoMore(got, whole)) << name << nth << "\n" << got.dump(1) << whole.dump(1);
-                ASSERT_EQ(!struck, got == whole) << name << nth;
-                partial += struck ? 1 : 0;
+                ASSERT_TRUE(struck || got == whole) << name << nth;
+                partial += got == whole ? 0 : 1;
             }
         }
         const bool noCalls = std::string(name) == "manualTrunkGet",

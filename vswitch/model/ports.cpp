@@ -124,8 +124,10 @@ std::optional<PortSpeed> Model::linkSpeed(IfNum ifNum) const {
     if (found->isLag()) {
         PortSpeed sum{0, OPEN_DUPLEX_FULL};
         for (const auto member : found->members)
-            if (const auto speed = linkSpeed(member))
+            if (const auto speed = linkSpeed(member); speed && speed->mbps != 0)
                 sum.mbps += speed->mbps;
+            else if (speed)
+                return speed;  // not known, and so is the sum
         return sum;
     }
     if (found->live && found->carrier == Carrier::FollowDevices)
@@ -182,14 +184,14 @@ std::optional<SfpModule> Model::sfp(IfNum port) const {
 
 PortActivity Model::activityOf(const Interface &port) const {
     auto activity = port.counting.activity;
-    if (port.live || !port.linkUp)
-        return activity;
     const auto elapsed = now_ - port.counting.upTo;
+    if (port.live || !port.linkUp || elapsed == Duration{})
+        return activity;
     activity.linked += elapsed;
     for (const auto *device : devicesAt(port.num)) {
         if (device->talking)
             activity.talking += elapsed;
-        if (audible(*device))
+        if (device->talking && device->lldp && device->behind.empty())
             activity.announcing += elapsed;
     }
     return activity;
