@@ -268,8 +268,8 @@ int run(int argc, char **argv) {
         {"wavelength", "nm"},  {"temperature", "0.001 degrees Celsius"},
         {"voltage", "mV"},     {"bias", "uA"},
         {"txPower", "0.1 uW"}, {"rxPower", "0.1 uW"}};
-    for (const auto &[option, unit] : measured)
-        sfp->add_option("--" + std::string(option), sfpNumbers[option], unit);
+    for (const auto &[option, measure] : measured)
+        sfp->add_option("--" + std::string(option), sfpNumbers[option], measure);
     sfp->callback([&] {
         request = {{"op", "sfp"}, {"port", port}, {"remove", flag}};
         for (const auto &[option, value] : sfpTexts)
