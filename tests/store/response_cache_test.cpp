@@ -7,7 +7,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <string>
@@ -309,8 +311,8 @@ TEST_F(ResponseCacheTest, OneSignalForTheThreadOfTheWebServer) {
     static std::atomic<pid_t> by = 0;
     struct sigaction action{}, before{};
     action.sa_handler = [](int) {
-        ++signals;
         by = gettid();
+        ++signals;
     };
     sigaction(SIGINT, &action, &before);
     const auto sendTo = [](const std::string &line) {
@@ -324,7 +326,7 @@ TEST_F(ResponseCacheTest, OneSignalForTheThreadOfTheWebServer) {
     std::jthread thread([&](const std::stop_token &stop) {
         other = gettid();
         while (!stop.stop_requested())
-            std::this_thread::yield();
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
     });
     while (other == 0)
         std::this_thread::yield();
