@@ -372,6 +372,23 @@ class SystemTest(unittest.TestCase):
         self.assertEqual(1, len(json.loads(ctl("faults").stdout)["faults"]))
         self.assertEqual(0, len(json.loads(ctl("faults", "--clear").stdout)["faults"]))
         self.assertNotEqual(0, ctl("table", "nothing").returncode)
+        # The outside world of a port: what is plugged in, what is in its cage, what goes wrong there.
+        self.assertEqual(0, ctl("plug", "tap", "0/30", "00:1b:92:00:30:01", "--speed", "100",
+                                "--half-duplex").returncode)
+        self.assertEqual(0, ctl("sfp", "0/30", "--vendor", "ACME", "--wavelength", "1310", "--temperature",
+                                "-5000").returncode)
+        self.assertEqual(0, ctl("errors", "0/30", "--inErrors", "18446744073709551615").returncode)
+        status = ctl("exec", "show port status all", "show fiber-ports optics all").stdout
+        self.assertRegex(status, r"0/30 +SFP +auto +100 Half +Up")
+        self.assertRegex(status, r"0/30 +ACME +-5\.0 ")
+        self.assertEqual(18446744073709551615, json.loads(ctl("--json", "table", "counters").stdout)[29]["inErrors"])
+        self.assertEqual(0, ctl("errdisable", "0/30", "bpdu-guard").returncode)
+        self.assertEqual(0, ctl("sfp", "0/30", "--remove").returncode)
+        self.assertIn("DAC-10G-1M", ctl("table", "sfp").stdout)
+        self.assertRegex(ctl("exec", "show port status all").stdout, r"0/30 +SFP +auto +Down  bpdu-guard")
+        for refused in (("sfp", "0/1", "--vendor", "ACME"), ("errdisable", "0/1", "boredom"),
+                        ("errors", "0/99", "--inErrors", "1"), ("plug", "x", "0/1", "00:1b:92:00:30:02", "--speed", "-1")):
+            self.assertNotEqual(0, ctl(*refused).returncode, refused)
 
     def test_health_from_the_command_line(self):
         self.rig.start_switch()

@@ -20,7 +20,8 @@
 // A change of membership (PVID, participation, tagging, deletion of a VLAN) takes effect `latency` after it
 // was accepted, in the order of acceptance. Creating a VLAN takes effect at once, and so does everything
 // still pending up to the deletion of a VLAN with that id. Devices that talk keep their entries fresh; a
-// device at a switch port gives the port link, one behind another device does not.
+// device at a switch port gives the port link, unless the port's speed is fixed to one that it cannot do; one
+// behind another device does not.
 #ifndef PAVO_VSWITCH_MODEL_MODEL_H
 #define PAVO_VSWITCH_MODEL_MODEL_H
 
