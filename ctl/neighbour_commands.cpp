@@ -135,6 +135,7 @@ void showNeighbours(Switch sw, const Output &output, const FollowOptions &option
     auto seen = require(readSeen(sw), kCannotRead);
     if (!output.json) {
         std::vector<Row> rows;
+        rows.reserve(seen.size());
         for (const auto &neighbour : seen)
             rows.push_back(rowOf(neighbour));
         output.printTable(

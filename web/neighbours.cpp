@@ -22,6 +22,13 @@ void appendNumber(std::string &out, std::uint32_t number) {
     out.append(digits, std::to_chars(digits, digits + sizeof digits, number).ptr);
 }
 
+std::string inSmallLetters(std::string_view text) {
+    std::string out(text);
+    std::ranges::transform(
+        out, out.begin(), [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+    return out;
+}
+
 // Reads of one run: whether a table was read to its end, and whether the switch was there all the time.
 class Reader {
   public:
@@ -123,14 +130,14 @@ Result<> readDevices(Reader &reader, NeighbourJoin &join, const Visit &visit) {
 
 Result<> readHosts(Reader &reader, NeighbourJoin &join, const Visit &visit, const Where &where,
                    std::size_t &count) {
-    return reader.walk(
-        reader.device().forwardingTable(where), "forwarding table", [&](const FdbEntry &entry) {
-            ++count;
-            const ForwardingEntry host{entry.port, entry.learned, entry.vlan ? entry.vlan->number() : 0,
-                                       entry.mac.text()};
-            if (const auto line = join.lineOf(host))
-                visit(*line);
-        });
+    return reader.walk(reader.device().forwardingTable(where), "forwarding table",
+                       [&](const FdbEntry &entry) {
+                           ++count;
+                           const ForwardingEntry host{entry.port, entry.learned,
+                                                      entry.vlan ? entry.vlan->number() : 0, entry.mac};
+                           if (const auto line = join.lineOf(host))
+                               visit(*line);
+                       });
 }
 
 }  // namespace
@@ -141,15 +148,31 @@ std::string_view LldpDevice::macText() const {
     return portId.subtype == NeighbourId::kPortMac ? std::string_view(portId.text) : "";
 }
 
-NeighbourJoin::MacKey NeighbourJoin::keyOf(std::string_view mac) {
-    MacKey key{};
-    for (std::size_t i = 0; i < std::min(mac.size(), key.size()); ++i)
-        key[i] = mac[i] >= 'A' && mac[i] <= 'Z' ? static_cast<char>(mac[i] - 'A' + 'a') : mac[i];
-    return key;
+template <class Value>
+void NeighbourJoin::ByMac<Value>::put(std::string_view mac, Value value) {
+    mac = mac.substr(0, kMacWidth);
+    if (const auto address = Mac::parse(mac))
+        addresses_[address->bits()] = value;
+    else
+        others_[inSmallLetters(mac)] = value;
+}
+
+template <class Value>
+const Value *NeighbourJoin::ByMac<Value>::find(Mac mac) const {
+    const auto found = addresses_.find(mac.bits());
+    return found != addresses_.end() ? &found->second : nullptr;
+}
+
+template <class Value>
+const Value *NeighbourJoin::ByMac<Value>::find(std::string_view mac) const {
+    if (const auto address = Mac::parse(mac))
+        return find(*address);
+    const auto found = others_.find(inSmallLetters(mac));
+    return found != others_.end() ? &found->second : nullptr;
 }
 
 void NeighbourJoin::addArp(std::string_view mac, Ipv4 ip) {
-    arp_[keyOf(mac)] = ip;
+    arp_.put(mac, ip);
     ++arpCount_;
 }
 
@@ -159,29 +182,36 @@ void NeighbourJoin::addPort(IfNum ifNum, NeighbourPort port) {
 }
 
 const NeighbourPort *NeighbourJoin::port(IfNum ifNum) const {
-    const bool known = ifNum.number() < ports_.size() && ports_[ifNum.number()];
-    return known ? &*ports_[ifNum.number()] : nullptr;
+    if (ifNum.number() >= ports_.size())
+        return nullptr;
+    const auto &known = ports_[ifNum.number()];
+    return known ? &*known : nullptr;
 }
 
-std::string_view NeighbourJoin::ipOf(std::string_view mac) {
-    if (mac.empty() || mac.size() > kMacWidth)
-        return "";
-    const auto found = arp_.find(keyOf(mac));
-    if (found == arp_.end())
-        return "";
-    ipText_ = found->second.text();
+std::string_view NeighbourJoin::textOf(const Ipv4 *ip) {
+    ipText_ = ip != nullptr ? ip->text() : "";
     return ipText_;
+}
+
+std::string_view NeighbourJoin::vendorOf(std::string_view mac) {
+    if (const auto prefix = mac.substr(0, OUI_PREFIX_LENGTH); prefix != lastPrefix_) {
+        lastPrefix_ = prefix;
+        lastVendor_ = vendors_.vendorOf(mac);
+    }
+    return lastVendor_;
 }
 
 Neighbour NeighbourJoin::lineOf(IfNum ifNum, const LldpDevice &device) {
     const std::string_view mac = device.macText();
     ++deviceCount_;
     if (!mac.empty())
-        devices_.insert(keyOf(mac));
+        devices_.put(mac, {});
     Neighbour line{ifNum, port(ifNum)};
     line.vlan = line.port->pvid;
-    line.hostName = device.systemName.empty() ? vendors_.vendorOf(mac) : device.systemName;
-    line.ip = device.managementAddress.empty() ? ipOf(mac) : device.managementAddress;
+    line.hostName = device.systemName.empty() ? vendorOf(mac) : device.systemName;
+    line.ip = device.managementAddress;
+    if (line.ip.empty() && !mac.empty())
+        line.ip = textOf(arp_.find(mac));
     line.mac = mac;
     line.remotePortId = device.portId.text;
     return line;
@@ -190,12 +220,13 @@ Neighbour NeighbourJoin::lineOf(IfNum ifNum, const LldpDevice &device) {
 std::optional<Neighbour> NeighbourJoin::lineOf(const ForwardingEntry &entry) {
     const NeighbourPort *const found = port(entry.interface);
     if (!entry.learned || found == nullptr || found->mode == SwitchportMode::Trunk ||
-        devices_.contains(keyOf(entry.macText)))
+        devices_.find(entry.mac) != nullptr)
         return std::nullopt;
+    macText_ = entry.mac.text();
     Neighbour line{entry.interface, found, NeighbourSource::ForwardingTable, entry.vlan};
-    line.hostName = vendors_.vendorOf(entry.macText);
-    line.ip = ipOf(entry.macText);
-    line.mac = entry.macText;
+    line.hostName = vendorOf(macText_);
+    line.ip = textOf(arp_.find(entry.mac));
+    line.mac = macText_;
     return line;
 }
 
@@ -275,6 +306,7 @@ Result<std::vector<PortVendors>> readPortVendors(Switch sw, const VendorTable &v
     if (auto read = readNeighbours(sw, vendors, add, timing, where); !read)
         return std::unexpected(std::move(read).error());
     std::vector<PortVendors> all;
+    all.reserve(ports.size());
     for (auto &[ifNum, port] : ports)
         all.push_back(std::move(port));
     return all;

@@ -10,7 +10,6 @@
 #ifndef PAVO_WEB_NEIGHBOURS_H
 #define PAVO_WEB_NEIGHBOURS_H
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -20,9 +19,10 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
+#include "common/ipv4.h"
+#include "common/mac.h"
 #include "common/result.h"
 #include "common/where.h"
 #include "platform/clock.h"
@@ -58,7 +58,7 @@ struct ForwardingEntry {
     IfNum interface;
     bool learned = false;
     std::uint32_t vlan = 0;
-    std::string macText{};
+    Mac mac{};
 };
 
 enum class NeighbourSource { Lldp, ForwardingTable };
@@ -90,34 +90,42 @@ class NeighbourJoin {
     // address is no host's of the forwarding table.
     Neighbour lineOf(IfNum ifNum, const LldpDevice &device);
     Neighbour lineOf(IfNum ifNum, const LldpDevice &&device) = delete;
-    // The line of a host, which refers to the entry: only for a learned address, on a described port that is
+    // The line of a host, valid until the next one: only for a learned address, on a described port that is
     // no trunk, of no device heard.
     std::optional<Neighbour> lineOf(const ForwardingEntry &entry);
-    std::optional<Neighbour> lineOf(const ForwardingEntry &&entry) = delete;
 
     std::size_t arpCount() const { return arpCount_; }
     std::size_t deviceCount() const { return deviceCount_; }
 
   private:
-    // At most 17 characters in small letters, padded with zeros.
-    using MacKey = std::array<char, 17>;
-    struct MacHash {
-        std::size_t operator()(const MacKey &key) const noexcept {
-            return std::hash<std::string_view>{}({key.data(), key.size()});
-        }
+    // What is known by MAC address, capitals or not. Anything may be announced for one.
+    template <class Value>
+    class ByMac {
+      public:
+        // The last value for an address counts; of longer strings, 17 characters do.
+        void put(std::string_view mac, Value value);
+        const Value *find(std::string_view mac) const;
+        const Value *find(Mac mac) const;
+
+      private:
+        std::unordered_map<std::uint64_t, Value> addresses_;
+        std::unordered_map<std::string, Value> others_;  // strings that are no addresses, in small letters
     };
-    static MacKey keyOf(std::string_view mac);
+    struct Heard {};
 
     // Valid until the next call.
-    std::string_view ipOf(std::string_view mac);
+    std::string_view textOf(const Ipv4 *ip);
+    std::string_view vendorOf(std::string_view mac);
 
     const VendorTable &vendors_;
     std::vector<std::optional<NeighbourPort>> ports_;
-    std::unordered_map<MacKey, Ipv4, MacHash> arp_;
-    std::unordered_set<MacKey, MacHash> devices_;
+    ByMac<Ipv4> arp_;
+    ByMac<Heard> devices_;
+    std::string ipText_, macText_;
+    std::string lastPrefix_;  // of the last vendor looked up: tables come in the order of addresses
+    std::string_view lastVendor_;
     std::size_t arpCount_ = 0;
     std::size_t deviceCount_ = 0;
-    std::string ipText_;
 };
 
 // A line as JSON, without white space; the keys of a host come in another order than those of a device.

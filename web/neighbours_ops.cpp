@@ -1,7 +1,10 @@
 #include "web/neighbours_ops.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <new>
+#include <utility>
 
 #include "common/json.h"
 #include "common/log.h"
@@ -13,6 +16,7 @@ namespace {
 
 // What surrounds the rows of a page.
 constexpr std::size_t kPageFrame = 384;
+constexpr std::size_t kPageStart = 16384;  // bytes; doubled as often as needed
 
 constexpr const char *kChunksKey = "neighbor_ex";
 
@@ -59,20 +63,54 @@ double millisecondsOf(platform::Duration time) {
     return static_cast<double>(time.count()) / 1000;
 }
 
-std::string pageOf(const PageSink &sink, const NeighbourTiming &timing) {
-    char tail[kPageFrame];
-    const int length = std::snprintf(
-        tail, sizeof tail,
-        "],\"indexPage\":1,\"pageSize\":%d,\"total\":%d,\"_timing\":{\"arp_ms\":%.2f,\"portTable_ms\":%.2f,"
-        "\"lldp_ms\":%.2f,\"fdb_ms\":%.2f,\"arpCount\":%zu,\"fdbCount\":%d,\"lldpCount\":%zu}}",
-        static_cast<int>(sink.rowCount()), static_cast<int>(sink.rowCount()), millisecondsOf(timing.arp),
-        millisecondsOf(timing.portTable), millisecondsOf(timing.lldp), millisecondsOf(timing.forwardingTable),
-        timing.arpCount, static_cast<int>(timing.forwardingTableCount), timing.lldpCount);
-    std::string page = "{\"rows\":[";
-    page.reserve(sink.rows().size() + kPageFrame);
-    page += sink.rows();
-    return page.append(tail, static_cast<std::size_t>(length));
-}
+// A page as it grows, in the memory that its caller gets: it is several megabytes long, and copies would cost
+// more than its rows do.
+class Page : public RowSink {
+  public:
+    Page() { append("{\"rows\":["); }
+
+    TextPtr finish(const NeighbourTiming &timing) {
+        char tail[kPageFrame];
+        const int length = std::snprintf(
+            tail, sizeof tail,
+            "],\"indexPage\":1,\"pageSize\":%d,\"total\":%d,\"_timing\":{\"arp_ms\":%.2f,\"portTable_ms\":%."
+            "2f,"
+            "\"lldp_ms\":%.2f,\"fdb_ms\":%.2f,\"arpCount\":%zu,\"fdbCount\":%d,\"lldpCount\":%zu}}",
+            static_cast<int>(rowCount()), static_cast<int>(rowCount()), millisecondsOf(timing.arp),
+            millisecondsOf(timing.portTable), millisecondsOf(timing.lldp),
+            millisecondsOf(timing.forwardingTable), timing.arpCount,
+            static_cast<int>(timing.forwardingTableCount), timing.lldpCount);
+        append({tail, static_cast<std::size_t>(length)});
+        text_.get()[length_] = '\0';
+        return std::move(text_);
+    }
+
+  private:
+    bool take(std::string_view row) override {
+        if (rowCount() > 0)
+            append(",");
+        append(row);
+        return true;
+    }
+
+    void append(std::string_view text) {
+        if (length_ + text.size() + 1 > room_)
+            grow(std::max({kPageStart, 2 * room_, length_ + text.size() + 1}));
+        length_ += text.copy(text_.get() + length_, text.size());
+    }
+    void grow(std::size_t room) {
+        auto *const larger = static_cast<char *>(std::realloc(text_.get(), room));
+        if (larger == nullptr)
+            throw std::bad_alloc();
+        static_cast<void>(text_.release());
+        text_.reset(larger);
+        room_ = room;
+    }
+
+    TextPtr text_;
+    std::size_t room_ = 0;
+    std::size_t length_ = 0;
+};
 
 std::string vendorsJson(const std::vector<PortVendors> &ports) {
     std::string json = "{\"ports\":[";
@@ -126,10 +164,12 @@ std::int32_t neighborRowsBuild(openapiClientHandle_t *client, RowSink &sink, Nei
 std::int32_t neighborPageGet(openapiClientHandle_t *client, char **json) {
     *json = nullptr;
     return withinMemory([&] {
-        PageSink sink;
+        Page page;
         NeighbourTiming timing;
-        const std::int32_t code = neighborRowsBuild(client, sink, timing);
-        return code == 0 ? handOut(pageOf(sink, timing), json) : code;
+        const std::int32_t code = neighborRowsBuild(client, page, timing);
+        if (code == 0)
+            *json = page.finish(timing).release();
+        return code;
     });
 }
 

@@ -185,12 +185,12 @@ TEST_F(NeighbourTest, NamesAndAddressesOfADevice) {
     }
     EXPECT_EQ(std::size(cases), join.deviceCount());
     EXPECT_EQ("2/5", portText({1, 2, 5}));
-    const ForwardingEntry host{port, true, 30, "AA:BB:CD:00:00:02"};
+    const ForwardingEntry host{port, true, 30, Mac::parse("AA:BB:CD:00:00:02").value()};
     ASSERT_TRUE(join.lineOf(host));
     EXPECT_EQ(std::string(31, 'v'), join.lineOf(host)->hostName);
-    const ForwardingEntry heard{port, true, 30, "AA:BB:CC:00:00:01"};
+    const ForwardingEntry heard{port, true, 30, Mac::parse("AA:BB:CC:00:00:01").value()};
     EXPECT_FALSE(join.lineOf(heard));
-    const ForwardingEntry unlearned{port, false, 30, "AA:BB:CD:00:00:02"};
+    const ForwardingEntry unlearned{port, false, 30, Mac::parse("AA:BB:CD:00:00:02").value()};
     EXPECT_FALSE(join.lineOf(unlearned));
 }
 
@@ -281,14 +281,14 @@ struct Scans {
         if (!entry.learned || port == ports.end() || port->second.mode == SwitchportMode::Trunk)
             return "";
         for (const auto &known : lldpMacs)
-            if (same(known, entry.macText))
+            if (same(known, entry.mac.text()))
                 return "";
         const auto &[ifNum, p] = *port;
         return print(R"({"port":"%s","portNum":%u,"portName":"%s","unit":%u,"hostName":"%s","vlanId":%u,)"
                      R"("hostIpAddress":"%s","hostMacAddress":"%s","remotePortId":"","source":"arp"})",
                      portOf(p).c_str(), p.place.port, escaped(p.name).c_str(), p.place.unit,
-                     escaped(vendorOf(entry.macText)).c_str(), entry.vlan,
-                     escaped(ipOf(entry.macText)).c_str(), escaped(entry.macText).c_str());
+                     escaped(vendorOf(entry.mac.text())).c_str(), entry.vlan,
+                     escaped(ipOf(entry.mac.text())).c_str(), escaped(entry.mac.text()).c_str());
     }
 };
 
@@ -360,7 +360,7 @@ TEST_F(NeighbourTest, SameRowsAsScansOfTheTables) {
         }
         for (std::uint32_t i = tables.number(20); i > 0; --i) {
             const ForwardingEntry entry{IfNum(tables.number(9)), tables.number(5) != 0, tables.number(4095),
-                                        tables.mac()};
+                                        Mac::parse(tables.mac()).value()};
             const std::string expected = scans.host(entry);
             const auto line = join.lineOf(entry);
             if (!line || !printNeighbourRow(*line, row))
