@@ -471,12 +471,12 @@ enum { OPEN_ACL_TYPE_IPV4 = 2 };
 // Address family of IGMP snooping; IPv6 has MLD snooping.
 enum { OPEN_AF_INET = 1 };
 
-// The id of an access list, by its name of up to 31 characters. It stays that of the name, also when the list is
-// deleted and created again.
+// The id of an access list, by its name of up to 31 characters. It stays that of the name, also when the list
+// is deleted and created again.
 open_error_t rpcclt_openapiAclGet(openapiClientHandle_t *client, uint32_t type, open_buffdesc *name,
                                   uint32_t *aclId);
-// A list without rules, which filters nothing. OPEN_E_FAIL when there is one of that name, OPEN_E_FULL when there are
-// too many, OPEN_E_PARAM for a name that no list can have.
+// A list without rules, which filters nothing. OPEN_E_FAIL when there is one of that name, OPEN_E_FULL when
+// there are too many, OPEN_E_PARAM for a name that no list can have.
 open_error_t rpcclt_openapiAclCreate(openapiClientHandle_t *client, uint32_t type, open_buffdesc *name,
                                      uint32_t *aclId);
 // The rules of a list by their numbers, in the order in which they are tried. Of a list that does not exist:
@@ -486,14 +486,14 @@ open_error_t rpcclt_openapiAclRuleGetNext(openapiClientHandle_t *client, uint32_
                                           uint32_t *next);
 // OPEN_E_NOT_FOUND when there is none.
 open_error_t rpcclt_openapiAclRuleDeleteLast(openapiClientHandle_t *client, uint32_t aclId);
-// The interfaces that a list is bound to in a direction (OPEN_ACL_), ascending. `count` is the capacity of `list` in
-// entries on entry, and their number on return; `list` receives 32-bit interface numbers. Those that do not fit are
-// left out.
+// The interfaces that a list is bound to in a direction (OPEN_ACL_), ascending. `count` is the capacity of
+// `list` in entries on entry, and their number on return; `list` receives 32-bit interface numbers. Those
+// that do not fit are left out.
 open_error_t rpcclt_openapiAclAssignedIntfDirListGet(openapiClientHandle_t *client, uint32_t aclId,
                                                      uint32_t direction, uint32_t *count,
                                                      open_buffdesc *list);
-// Binds a list to an interface. Lower sequence numbers are tried first; OPEN_E_FAIL when another list has that
-// number.
+// Binds a list to an interface. Lower sequence numbers are tried first; OPEN_E_FAIL when another list has
+// that number.
 open_error_t rpcclt_openapiAclIntfDirAdd(openapiClientHandle_t *client, uint32_t ifNum, uint32_t direction,
                                          uint32_t aclId, uint32_t sequence);
 // OPEN_E_NOT_FOUND when it is not bound there.

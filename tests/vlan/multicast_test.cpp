@@ -208,8 +208,8 @@ class MulticastTest : public SwitchTest {
         return readCachedAnswer("multicast_groups_ex/" + std::to_string(index)).value().value_or("");
     }
 
-    // Runs the operation with call 1 failing, then call 2 and so on, until it has no more calls. What it has failed at
-    // must leave the configuration as it was, log once or more, and leave no file behind.
+    // Runs the operation with call 1 failing, then call 2 and so on, until it has no more calls. What it has
+    // failed at must leave the configuration as it was, log once or more, and leave no file behind.
     void sweep(const std::function<std::int32_t()> &operation, const std::string &prepare, unsigned least) {
         for (unsigned nth = 1;; ++nth) {
             SCOPED_TRACE(nth);

@@ -4,8 +4,9 @@
 //
 // Syntax: words are literal; a|b|c is one of several words; an argument is in angle brackets:
 //   <vlan> is a VLAN id, <vlans> a list such as 10,20-30, <mac> and <ip> are addresses, <net> is an IPv4
-//   address of which the end may be missing (the value has zeros there), <port> is an interface 0/N and <ports> a list of them, <lag> is a LAG number, <int:LO-HI> a number, <text> one word or
-//   a quoted string. A last argument followed by ... may be given several times.
+//   address of which the end may be missing (the value has zeros there), <port> is an interface 0/N and
+//   <ports> a list of them, <lag> is a LAG number, <int:LO-HI> a number, <text> one word or a quoted string.
+//   A last argument followed by ... may be given several times.
 // Words may be abbreviated as long as the command stays unambiguous.
 #ifndef PAVO_VSWITCH_CLI_COMMAND_H
 #define PAVO_VSWITCH_CLI_COMMAND_H

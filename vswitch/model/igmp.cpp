@@ -107,7 +107,8 @@ Ipv4 Model::querierAddress(VlanId id) const {
     return own.value_or(0);
 }
 
-// A port whose participation is left to the switch belongs to a VLAN by an address that is associated with it.
+// A port whose participation is left to the switch belongs to a VLAN by an address that is associated with
+// it.
 bool Model::igmpParticipates(IfNum ifNum, VlanId id, const Mac &mac) const {
     const auto *found = interface(ifNum);
     if (found == nullptr || found->lag != 0 || !found->linkUp)

@@ -184,8 +184,8 @@ class Model {
     // Queries to be sent, oldest first; each is handed out once.
     std::vector<IgmpQuery> takeIgmpQueries();
     WireMulticast wireMulticast(VlanId id) const;
-    // To be called after a change by editVlan() or features(): what is no longer let in is forgotten as soon as
-    // time passes.
+    // To be called after a change by editVlan() or features(): what is no longer let in is forgotten as soon
+    // as time passes.
     void igmpConfigured() { igmpStale_ = true; }
     // Whether the access lists of an interface let a packet pass; without lines they do.
     bool admitsIp(IfNum ifNum, std::uint32_t direction, Ipv4 source, Ipv4 destination) const;
