@@ -35,8 +35,9 @@ std::optional<PacketIn> packetInOf(std::string_view message);
 inline constexpr std::uint32_t kFromController = 0xfffffffd;
 // The message that puts a frame into a table with these registers (number, value), as if `inPort` had received
 // it.
-std::string packetOutOf(std::uint32_t inPort, const std::vector<std::pair<unsigned, std::uint32_t>> &registers,
-                        int table, std::string_view frame);
+std::string packetOutOf(std::uint32_t inPort,
+                        const std::vector<std::pair<unsigned, std::uint32_t>> &registers, int table,
+                        std::string_view frame);
 
 // A connection to a bridge. One thread.
 class OpenFlowConnection {
