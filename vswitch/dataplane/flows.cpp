@@ -96,8 +96,8 @@ void addPorts(Flows &flows, IfNum num, const WireInterface &interface) {
     for (const auto port : interface.members) {
         const auto enter = text("load:%u->NXM_NX_REG1[],resubmit(,1)", num);
         flows[text("table=0,priority=100,in_port=%u", port)] = enter;
-        // A tag with VLAN 0 carries a priority only: the frame counts as untagged and keeps the priority. From
-        // here on every frame has a tag of its own, whatever is behind it.
+        // A tag with VLAN 0 carries a priority only: the frame counts as untagged and keeps the priority.
+        // From here on every frame has a tag of its own, whatever is behind it.
         flows[text("table=0,priority=210,in_port=%u,%s", port, kNoVlan)] = enter;
         flows[text("table=0,priority=205,in_port=%u,vlan_tci=0x0000/0x1000", port)] =
             "push_vlan:0x8100," + enter;

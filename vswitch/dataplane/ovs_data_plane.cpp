@@ -43,8 +43,8 @@ constexpr auto kHung = milliseconds(4000);
 // A server that ends within this time of its start waits longer before the next start, up to the maximum.
 constexpr auto kSoon = milliseconds(2000), kRestartMax = milliseconds(5000);
 
-// An address that moves is confirmed after this time, and moves no more often: in between, Open vSwitch may have
-// learned once more from frames that had come by the old interface.
+// An address that moves is confirmed after this time, and moves no more often: in between, Open vSwitch may
+// have learned once more from frames that had come by the old interface.
 constexpr auto kMovePause = milliseconds(50);
 constexpr std::size_t kMovesMax = 4096, kIgmpMax = 16384;
 // Of a kernel that does not attach the program to an interface.
