@@ -277,6 +277,7 @@ STREAM = 1000  # frames per second
 def multicast(show):
     network, devices = show.network, show.devices
     show.act("A stream to a multicast group: 1,000 frames/s of media, first for everybody, then for those that join",
+             "The audio profile has switched snooping on (igmp-plus 20); it is off at first.",
              "guest-8 and guest-9 are plugged in beside stage-left and stage-right. All join with their kernel's own",
              "IGMP: guest-8 with version 3, guest-9 with version 2.")
     guests = [devices[name] for name in ("guest-8", "guest-9", "guest-10")]
@@ -309,9 +310,10 @@ def multicast(show):
         show.line(good, f"{what:<36}" + "".join(f"{counts[device.name] * 2:>12,}" for device in listeners))
 
     everybody = ("guest-8", "guest-9", "guest-10", "stage-left")
+    before = show.rig.running_config()
+    show.rig.cli("configure", "no igmp-plus 20")
     row("no snooping", *everybody)
-    show.rig.cli("vlan database", "set igmp 20", "set igmp fast-leave 20", "set igmp drop-unknown 20", "exit", "configure",
-                 "ip igmp snooping querier query-interval 30")
+    show.rig.cli("configure", "igmp-plus 20", "exit", "vlan database", "set igmp fast-leave 20")
     row("snooping, nobody has joined")
     members = [network.join(guest, GROUP, version=version) for guest, version in zip(guests, (3, 2))]
     row("guest-8 and guest-9 have joined", "guest-8", "guest-9")
@@ -324,8 +326,8 @@ def multicast(show):
                  "exit", "no ip access-list NET-BLOCK")
     row("and unblocked", "guest-8")
     network.end(members.pop())
-    show.rig.cli("vlan database", "no set igmp drop-unknown 20", "no set igmp fast-leave 20", "no set igmp 20", "exit",
-                 "configure", "no ip igmp snooping querier query-interval")
+    show.rig.cli("vlan database", "no set igmp fast-leave 20")
+    show.line(before == show.rig.running_config(), "the switch is configured as before")
     for guest, port in zip(guests, ports):
         network.unplug(guest)
         show.rig.cli("configure", f"interface 0/{port}", "no vlan pvid", "vlan participation auto 20",

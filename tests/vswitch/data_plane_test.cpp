@@ -50,7 +50,9 @@ std::string fdb(const Model &model) {
 
 // What "ovs-ofctl" has printed, without transaction ids.
 std::string withoutNumbers(const std::string &printed) {
-    return std::regex_replace(printed, std::regex("OFPT_FLOW_MOD \\(OF1.4\\) \\(xid=0x[0-9a-f]+\\): |(usable|chosen) protocols?: .*\n"), "");
+    return std::regex_replace(
+        printed,
+        std::regex("OFPT_FLOW_MOD \\(OF1.4\\) \\(xid=0x[0-9a-f]+\\): |(usable|chosen) protocols?: .*\n"), "");
 }
 
 std::string decoded(const std::string &messages) {
@@ -160,8 +162,14 @@ TEST_F(LiveTest, RowsAndAddressesFollowWhateverChanges) {
         if (upTo(3) == 0)
             model.seeAddresses({{mac(upTo(3)), vlan(), upTo(9) + 1}, {mac(upTo(9)), vlan(), upTo(9) + 1}});
         for (int times = 0; times < 3; ++times)
-            model.hearIgmp({upTo(3) == 0 ? IgmpKind::Leave : IgmpKind::Report, vlan(), upTo(5) + 1, 2, mac(upTo(9)),
-                            0x0a000000 + upTo(9), 0xe8010100 + upTo(3), {}});
+            model.hearIgmp({upTo(3) == 0 ? IgmpKind::Leave : IgmpKind::Report,
+                            vlan(),
+                            upTo(5) + 1,
+                            2,
+                            mac(upTo(9)),
+                            0x0a000000 + upTo(9),
+                            0xe8010100 + upTo(3),
+                            {}});
         ASSERT_LE(model.fdb().size(), 4u);
         for (const auto &[key, entry] : model.fdb())
             ASSERT_TRUE(model.hasVlan(key.vlan) && model.interface(entry.port)->linkUp &&
@@ -171,7 +179,8 @@ TEST_F(LiveTest, RowsAndAddressesFollowWhateverChanges) {
         const auto wanted = flowsOf(next);
         const auto update = flowUpdate(was, {}, next, {});
         ASSERT_EQ(flowChanges(rows, wanted), update.lines) << text;
-        ASSERT_EQ(static_cast<std::ptrdiff_t>(wanted.size()), static_cast<std::ptrdiff_t>(rows.size()) + update.growth);
+        ASSERT_EQ(static_cast<std::ptrdiff_t>(wanted.size()),
+                  static_cast<std::ptrdiff_t>(rows.size()) + update.growth);
         for (const auto &line : update.lines)
             if (const auto actions = line.find(",actions="); line.starts_with("add ")) {
                 added.insert(line.substr(4));
@@ -192,9 +201,8 @@ TEST_F(LiveTest, RowsAndAddressesFollowWhateverChanges) {
         const auto mayArrive = [&](const FdbKey &key, IfNum num) {
             const auto at = next.interfaces.find(num);
             const auto to = next.associations.find(key.mac);
-            return at != next.interfaces.end() &&
-                   (at->second.vlans.contains(key.vlan) ||
-                    (to != next.associations.end() && to->second == key.vlan));
+            return at != next.interfaces.end() && (at->second.vlans.contains(key.vlan) ||
+                                                   (to != next.associations.end() && to->second == key.vlan));
         };
         for (const auto &[key, num] : learned)
             ASSERT_TRUE(mayArrive(key, num)) << key.mac.text() << " in " << key.vlan << " after " << text;
@@ -224,10 +232,10 @@ TEST_F(LiveTest, RowsAndAddressesFollowWhateverChanges) {
 
 TEST_F(LiveTest, MessagesThatForget) {
     std::string messages;
-    for (const auto &line : {forgetInterface(2), forgetMac(mac(1)), forgetArp({20, "10.0.0.1"}), flowClear()[0],
-                             std::string("delete_strict table=20,priority=100,reg0=0,dl_vlan=20"),
-                             learnedArpFlow({20, "10.0.0.1"}, mac(1), 2, 60),
-                             learnedFlow({mac(1), 20, 2, {}}, 60)})
+    for (const auto &line :
+         {forgetInterface(2), forgetMac(mac(1)), forgetArp({20, "10.0.0.1"}), flowClear()[0],
+          std::string("delete_strict table=20,priority=100,reg0=0,dl_vlan=20"),
+          learnedArpFlow({20, "10.0.0.1"}, mac(1), 2, 60), learnedFlow({mac(1), 20, 2, {}}, 60)})
         messages += flowModOf(line).value();
     EXPECT_EQ(
         "DEL table:255 cookie:0x10000000002/0x100ffffffff actions=drop\n"
@@ -241,9 +249,10 @@ TEST_F(LiveTest, MessagesThatForget) {
         "ADD table:10 vlan_tci=0x0014/0x0fff,dl_dst=02:00:00:00:00:01 cookie:0x10000000002 hard:60 "
         "actions=load:0x2->NXM_NX_REG0[0..15]\n",
         decoded(messages));
-    for (const char *line : {"", "delete cookie=x", "add table=1,ip_dst=1,actions=drop", "add actions=output:",
-                             "add actions=learn(table=1", "add actions=load:1->NXM_NX_REG99[]", "modify actions=drop",
-                             "add actions=move:NXM_OF_ETH_SRC[]->NXM_NX_REG1[]"})
+    for (const char *line :
+         {"", "delete cookie=x", "add table=1,ip_dst=1,actions=drop",
+          "add actions=output:", "add actions=learn(table=1", "add actions=load:1->NXM_NX_REG99[]",
+          "modify actions=drop", "add actions=move:NXM_OF_ETH_SRC[]->NXM_NX_REG1[]"})
         EXPECT_FALSE(flowModOf(line)) << line;
 }
 
@@ -329,7 +338,8 @@ TEST_F(LiveTest, WhatEntersAVlan) {
         unsigned dropped = 0;
         for (const unsigned first : {1u, 2u, 4u, 8u}) {
             char key[96];
-            std::snprintf(key, sizeof key, "table=0,priority=1000,dl_dst=01:80:c2:00:00:%02x/ff:ff:ff:ff:ff:%02x", first,
+            std::snprintf(key, sizeof key,
+                          "table=0,priority=1000,dl_dst=01:80:c2:00:00:%02x/ff:ff:ff:ff:ff:%02x", first,
                           256 - first);
             dropped += rows.at(key) == "drop" && (last & (256 - first)) == first ? 1 : 0;
         }

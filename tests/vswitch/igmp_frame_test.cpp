@@ -39,12 +39,18 @@ void setSum(std::string &data, std::size_t at) {
 std::string frameOf(const std::string &igmpHex, const std::string &options = "94040000") {
     auto igmp = bytes(igmpHex);
     setSum(igmp, 2);
-    auto head = bytes("4" + std::to_string(5 + options.size() / 8) + "c0000000000000010200000a000007e0000016" + options);
+    auto head = bytes("4" + std::to_string(5 + options.size() / 8) +
+                      "c0000000000000010200000a000007e0000016" + options);
     const auto size = head.size() + igmp.size();
     head[2] = static_cast<char>(size >> 8);
     head[3] = static_cast<char>(size & 0xff);
     setSum(head, 10);
-    auto frame = bytes("01005e000016" "020000000007" "8100a014" "0800") + head + igmp;
+    auto frame = bytes(
+                     "01005e000016"
+                     "020000000007"
+                     "8100a014"
+                     "0800") +
+                 head + igmp;
     frame.resize(std::max<std::size_t>(frame.size(), 64), '\0');
     return frame;
 }
@@ -54,11 +60,12 @@ std::string readOf(const std::string &frame) {
     const auto read = parseIgmpFrame(frame, 5);
     if (!read)
         return "-";
-    constexpr const char *kKinds[] = {"members:", "query:", "other:"}, *kNames[] = {"report", "leave", "query"};
+    constexpr const char *kKinds[] = {"members:", "query:", "other:"},
+                         *kNames[] = {"report", "leave", "query"};
     std::string out = kKinds[static_cast<int>(read->kind)];
     for (const auto &message : read->messages) {
-        out += std::string(" ") + kNames[static_cast<int>(message.kind)] + std::to_string(message.version) + " " +
-               ipv4Text(message.group);
+        out += std::string(" ") + kNames[static_cast<int>(message.kind)] + std::to_string(message.version) +
+               " " + ipv4Text(message.group);
         EXPECT_TRUE(message.vlan == 20 && message.interface == 5 && message.host == 0x0a000007 &&
                     message.mac.text() == "02:00:00:00:00:07");
     }
@@ -134,7 +141,8 @@ TEST(IgmpFrameTest, QueriesAreUnderstood) {
                 IgmpQuery query{20, group, version, 0x0a000001, response, {}};
                 const auto frame = igmpQueryFrame(query, Mac{{2, 0, 0, 0, 0, 1}});
                 const auto read = parseIgmpFrame(frame, 5);
-                ASSERT_TRUE(read && read->kind == IgmpFrame::Kind::Query && read->vlan == 20 && frame.size() >= 64);
+                ASSERT_TRUE(read && read->kind == IgmpFrame::Kind::Query && read->vlan == 20 &&
+                            frame.size() >= 64);
                 const auto &heard = read->messages.at(0);
                 EXPECT_TRUE(heard.version == version && heard.group == group && heard.host == 0x0a000001);
                 EXPECT_EQ(group == 0 ? "01:00:5E:00:00:01" : groupMacText(group),
@@ -149,8 +157,13 @@ TEST(IgmpFrameTest, QueriesAreUnderstood) {
 
 TEST(OpenFlowTest, FramesThatComeUp) {
     const auto message = bytes(
-        "050a004c00000000" "ffffffff0010010300000000000000ff" "0001001480000004000000070001020400000009" "00000000"
-        "0000" "ffffffffffff020000000007810000140800" "010203040506");
+        "050a004c00000000"
+        "ffffffff0010010300000000000000ff"
+        "0001001480000004000000070001020400000009"
+        "00000000"
+        "0000"
+        "ffffffffffff020000000007810000140800"
+        "010203040506");
     const auto in = packetInOf(message).value();
     EXPECT_TRUE(in.table == 3 && in.port == 7 && in.interface == 9);
     EXPECT_EQ(bytes("ffffffffffff020000000007810000140800010203040506"), in.frame);

@@ -69,7 +69,8 @@ std::uint32_t codeOf(Duration response, std::uint32_t version) {
     std::uint32_t exponent = 0;
     while (exponent < 7 && tenths >> (exponent + 3) > 0x1f)
         ++exponent;
-    return 0x80 | exponent << 4 | (static_cast<std::uint32_t>(std::min<std::int64_t>(tenths >> (exponent + 3), 0x1f)) & 0xf);
+    return 0x80 | exponent << 4 |
+           (static_cast<std::uint32_t>(std::min<std::int64_t>(tenths >> (exponent + 3), 0x1f)) & 0xf);
 }
 
 // The records of a version 3 report; false when they are not complete.
@@ -135,7 +136,8 @@ std::optional<IgmpFrame> parseIgmpFrame(std::string_view frame, IfNum interface)
                 return std::nullopt;
             message.kind = IgmpKind::Query;
             message.version = igmp.size() >= kIgmp3QuerySize ? 3 : code == 0 ? 1 : 2;
-            message.maxResponse = message.version == 1 ? milliseconds(10'000) : responseOf(code, message.version);
+            message.maxResponse =
+                message.version == 1 ? milliseconds(10'000) : responseOf(code, message.version);
             out.messages.push_back(message);
             return out;
         case kReport1:

@@ -110,7 +110,7 @@ std::optional<std::uint64_t> numberOf(std::string_view text) {
     std::uint64_t value = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, base);
     return error == std::errc{} && !text.empty() && end == text.data() + text.size() ? std::optional(value)
-                                                                                      : std::nullopt;
+                                                                                     : std::nullopt;
 }
 
 std::optional<std::uint64_t> macOf(std::string_view text) {
@@ -153,9 +153,9 @@ constexpr Field kFields[] = {{"NXM_OF_ETH_DST", 0x00000206, 48},
                              {"NXM_OF_ARP_SPA", 0x00002004, 32}};
 constexpr std::uint32_t kEthType = 0x00000602, kRegister0 = 0x00010004;
 // Match fields of OpenFlow's own.
-constexpr std::uint32_t kInPort = 0x80000004, kEthDst = 0x80000606, kEthSrc = 0x80000806, kVlanVid = 0x80000c02,
-                        kOxmEthType = 0x80000a02, kIpProto = 0x80001401, kIpSrc = 0x80001604,
-                        kIpDst = 0x80001804, kArpSpa = 0x80002c04, kVlanTci = 0x00000802;
+constexpr std::uint32_t kInPort = 0x80000004, kEthDst = 0x80000606, kEthSrc = 0x80000806,
+                        kVlanVid = 0x80000c02, kOxmEthType = 0x80000a02, kIpProto = 0x80001401,
+                        kIpSrc = 0x80001604, kIpDst = 0x80001804, kArpSpa = 0x80002c04, kVlanTci = 0x00000802;
 
 std::uint32_t registerHeader(std::uint64_t number) {
     return kRegister0 | static_cast<std::uint32_t>(number) << 9;
@@ -445,7 +445,8 @@ bool putActions(std::string &actions, std::string_view text) {
         } else if (!(cut(part, "move:") && putMove(actions, part)) &&
                    !(cut(part, "push:") && putStack(actions, 27, part)) &&
                    !(cut(part, "pop:") && putStack(actions, 28, part)) &&
-                   !(enclosed && cut(part, "bundle(") && putBundle(actions, part.substr(0, part.size() - 1))) &&
+                   !(enclosed && cut(part, "bundle(") &&
+                     putBundle(actions, part.substr(0, part.size() - 1))) &&
                    !(enclosed && cut(part, "learn(") && putLearn(actions, part.substr(0, part.size() - 1)))) {
             return false;
         }
@@ -466,9 +467,11 @@ std::string errorText(std::string_view message) {
 // --- messages
 
 std::optional<std::string> flowModOf(std::string_view line) {
-    constexpr std::pair<std::string_view, unsigned> kCommands[] = {{"add", 0}, {"delete", 3}, {"delete_strict", 4}};
+    constexpr std::pair<std::string_view, unsigned> kCommands[] = {
+        {"add", 0}, {"delete", 3}, {"delete_strict", 4}};
     const auto word = before(line, " ");
-    const auto *const command = std::ranges::find(kCommands, word, &std::pair<std::string_view, unsigned>::first);
+    const auto *const command =
+        std::ranges::find(kCommands, word, &std::pair<std::string_view, unsigned>::first);
     if (command == std::end(kCommands))
         return std::nullopt;
     std::uint64_t table = command->second == 0 ? 0 : 0xff, priority = 0x8000, hard = 0, cookie = 0, mask = 0;
@@ -548,8 +551,9 @@ std::optional<PacketIn> packetInOf(std::string_view message) {
     return in;
 }
 
-std::string packetOutOf(std::uint32_t inPort, const std::vector<std::pair<unsigned, std::uint32_t>> &registers,
-                        int table, std::string_view frame) {
+std::string packetOutOf(std::uint32_t inPort,
+                        const std::vector<std::pair<unsigned, std::uint32_t>> &registers, int table,
+                        std::string_view frame) {
     std::string actions;
     for (const auto &[number, value] : registers)
         putLoad(actions, value, {registerHeader(number), 0, 32});
