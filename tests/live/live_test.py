@@ -520,6 +520,7 @@ class BridgeTest(PlainTest):
         plain, prioritised = ethernet(BROADCAST, stray, "88b5"), ethernet(BROADCAST, stray, "8100a000", "88b5")
         self.assertEqual([2, 2], [len(got) for got in self.received("media", [plain, prioritised], "wall", "desk").values()])
         self.see("the sender is learned", lambda: self.rig.rows("fdb", mac=stray.upper()))
+        self.addCleanup(self.on, 3, "vlan participation include 1")
         self.on(3, "vlan participation exclude 1")
         self.configured()
         self.see("the sender is forgotten", lambda: not self.rig.rows("fdb", mac=stray.upper()))

@@ -198,6 +198,8 @@ class OvsDataPlane : public DataPlane {
                               console, file, syslog},
                              folder_}});
         servers_.push_back({{"lldpd", {}, folder_}});
+        if (!marks_)
+            say("the kernel takes no program that tells 802.1ad tags and drop-eligible bits");
         while (!stop_) {
             superviseServers();
             links_.update();
