@@ -54,10 +54,10 @@ PRODUCERS = {
     "imageInfo": "getImageInfo",
 }
 # Which of them each program links: those that are written, where it can refresh answers.
-WRITTEN = {"neighborListExChunkedPush", "portVendorDetectBuild"}
+WRITTEN = set(PRODUCERS.values())
 LINKED = {
     "pavoctl": WRITTEN,
-    "web_test": WRITTEN,  # not built while there are none
+    "web_test": WRITTEN,
     "pavo_detection": set(),  # refreshes nothing
     "cache_client": {"systemInfoGet"},
 }
