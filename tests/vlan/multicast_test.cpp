@@ -217,7 +217,7 @@ class MulticastTest : public SwitchTest {
             configure();
             commands(prepare);
             const auto before = configuration();
-            const auto errors = logged("]: ERR");
+            const auto errors = logged("ERROR");
             failCall("*", nth);
             const auto code = operation();
             const bool struck = callsSeen() >= nth;
@@ -232,7 +232,7 @@ class MulticastTest : public SwitchTest {
             }
             EXPECT_EQ(before, configuration());
             EXPECT_EQ(kFailed, code);
-            static_cast<void>(errors);
+            EXPECT_EQ(errors + 1, logged("ERROR")) << log();
         }
     }
 
