@@ -134,7 +134,8 @@ TEST_F(PortAnswersTest, InterfacesHaveTheirCountersUntilTheseAreCleared) {
     EXPECT_EQ(json::parse("[5, 6]"), all["lags"][0]["members"]);
     EXPECT_TRUE(all["lags"][1]["linkUp"] == false && all["lags"][1]["speed"].is_null());
     configure("clear counters");
-    for (const auto &row : answer(interfacesStatusBuild)["ports"])
+    const auto cleared = answer(interfacesStatusBuild);
+    for (const auto &row : cleared["ports"])
         for (const auto &[name, count] : row["counters"].items())
             EXPECT_EQ("0", count) << row["name"] << name;
     platform::manual_clock::advance(1s);
