@@ -110,7 +110,7 @@ std::optional<IgmpFrame> parseIgmpFrame(std::string_view frame, IfNum interface)
     auto packet = frame.substr(kEthernetSize);
     if (packet.size() < kIpSize || get(packet, 0, 1) >> 4 != 4)
         return std::nullopt;
-    const std::size_t headSize = 4 * (get(packet, 0, 1) & 0xf), size = get(packet, 2, 2);
+    const std::size_t headSize = std::size_t{4} * (get(packet, 0, 1) & 0xf), size = get(packet, 2, 2);
     // No host needs to cut IGMP into fragments.
     const bool fragment = (get(packet, 6, 2) & 0x3fff) != 0;
     if (headSize < kIpSize || size < headSize + kIgmpSize || size > packet.size() || fragment ||
