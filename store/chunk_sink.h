@@ -94,7 +94,10 @@ class ChunkedList {
 class ChunkSink : public RowSink {
   public:
     ChunkSink(ChunkedList &list, ChunkStore store, Where where = std::source_location::current())
-        : list_(list), store_(std::move(store)), where_(where) {}
+        : list_(list),
+          store_(std::move(store)),
+          where_(where),
+          head_("{\"" + std::string(list.envelopeKey_) + "\":{\"rows\":[") {}
 
     // Stores the chunks, the last one marked as such (there is one also without rows), and erases those
     // beyond it that the process stored the last time. Any thread may finish a sink of the same list
@@ -105,12 +108,13 @@ class ChunkSink : public RowSink {
   private:
     bool take(std::string_view row) override;
     std::string entryKey(std::size_t index) const;
-    std::string answer(std::size_t index) const;
+    std::string tail(std::size_t index) const;  // what follows the rows of a chunk in its answer
 
     ChunkedList &list_;
     ChunkStore store_;
     Where where_;
-    std::vector<std::string> chunks_{1};
+    std::string head_;  // what the answers begin with
+    std::vector<std::string> chunks_{head_};
     std::size_t rowsInLast_ = 0;
 };
 

@@ -8,6 +8,7 @@
 #ifndef PAVO_VLAN_MULTICAST_H
 #define PAVO_VLAN_MULTICAST_H
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -51,8 +52,10 @@ void forEachGroupRow(std::string_view shown, const std::function<void(const Grou
 // The row as one JSON object in one line:
 // {"unit":1,"port":"5","vlanId":20,"subscriberAddress":"10.0.0.1","subscriberMacAddress":"00:11:22:33:44:55",
 //  "multicastAddress":"239.1.1.1","multicastMacAddress":"01:00:5E:01:01:01","type":"v2","timeout":260}
-// The port of a LAG is "lag3"; the timeout is null without one. Replaces what is in `out`.
-void printGroupRow(const GroupRow &row, std::string &out);
+// The port of a LAG is "lag3"; the timeout is null without one. The result is in `room`, which is large enough for
+// any row.
+using GroupRowRoom = std::array<char, 1024>;
+std::string_view printGroupRow(const GroupRow &row, GroupRowRoom &room);
 
 // The table as the switch prints it, and its rows in a sink, in printGroupRow()'s form. Failed or OpenFailed
 // when it cannot be captured.

@@ -26,7 +26,8 @@ constexpr std::int32_t kNotExist = 10012;
 std::vector<std::string> rowsOf(const std::string &shown) {
     std::vector<std::string> rows;
     forEachGroupRow(shown, [&](const GroupRow &row) {
-        printGroupRow(row, rows.emplace_back());
+        GroupRowRoom room;
+        rows.emplace_back(printGroupRow(row, room));
         const JsonPtr parsed(cJSON_Parse(rows.back().c_str()));
         EXPECT_EQ(rows.back(), printJsonLine(parsed.get()));
     });
