@@ -161,7 +161,7 @@ class RowPrinter {
 
   private:
     // Keys and numbers, and five strings, of which a byte becomes six at most.
-    static_assert(std::tuple_size_v<GroupRowRoom> >= 256 + 5 * 6 * kMacMax);
+    static_assert(std::tuple_size_v<GroupRowRoom> >= 256 + kMacMax * 5 * 6);
     GroupRowRoom &room_;
     char *end_ = room_.data();
 };
@@ -262,6 +262,21 @@ Result<std::optional<AccessListId>> findAccessList(Switch sw, const std::string 
     logError(where, "[%s:%d] Bad return code trying to get access list %s. (result = %d)\r\n", name,
              found.error());
     return switchFailed("the switch does not tell its access lists");
+}
+
+// The list, which is made unless it is there.
+Result<AccessListId> provideNetBlock(Switch sw, const Where &where) {
+    const auto found = findAccessList(sw, kNetBlock, where);
+    if (!found)
+        return std::unexpected(found.error());
+    if (const auto &id = *found)
+        return *id;
+    const auto created = sw.createAccessList(kNetBlock);
+    if (created)
+        return *created;
+    logError(where, "[%s:%d] Bad return code trying to create access list %s. (result = %d)\r\n", kNetBlock,
+             created.error());
+    return switchFailed("the switch refused the access list");
 }
 
 Result<std::vector<IfNum>> readBound(Switch sw, AccessListId list, Direction direction, const Where &where) {
@@ -432,8 +447,8 @@ Result<MulticastModes> readMulticastModes(Switch sw, Where where) {
     const auto list = findAccessList(sw, kNetBlock, where);
     if (!list)
         return std::unexpected(list.error());
-    if (*list) {
-        const auto bound = readBound(sw, **list, Direction::Outbound, where);
+    if (const auto &id = *list) {
+        const auto bound = readBound(sw, *id, Direction::Outbound, where);
         if (!bound)
             return std::unexpected(bound.error());
         for (const IfNum ifNum : *bound)
@@ -458,19 +473,10 @@ Result<> changeMulticastModes(Switch sw, const MulticastModes &wanted, Where whe
     const auto targets = targetsOf(sw, wanted, where);
     if (!targets)
         return std::unexpected(targets.error());
-    auto list = findAccessList(sw, kNetBlock, where);
+    const auto list = provideNetBlock(sw, where);
     if (!list)
         return std::unexpected(list.error());
-    if (!*list) {
-        const auto created = sw.createAccessList(kNetBlock);
-        if (!created) {
-            logError(where, "[%s:%d] Bad return code trying to create access list %s. (result = %d)\r\n",
-                     kNetBlock, created.error());
-            return switchFailed("the switch refused the access list");
-        }
-        *list = *created;
-    }
-    Bindings bindings(sw, **list, where);
+    Bindings bindings(sw, *list, where);
     if (auto read = bindings.read(); !read)
         return read;
     for (const ModeTarget &target : *targets)
@@ -716,13 +722,13 @@ Result<> changeDenyList(Switch sw, std::span<const std::string> addresses, Where
     if (auto writing = written.write(*script, where); !writing)
         return writing;
     std::optional<FormerRules> former;
-    if (*list) {
-        auto read = FormerRules::read(sw, **list, where);
+    if (const auto &id = *list) {
+        auto read = FormerRules::read(sw, *id, where);
         if (!read)
             return std::unexpected(std::move(read).error());
-        former = std::move(*read);
-        if (auto cleared = clearRules(sw, **list, where); !cleared) {
-            former->bringBack(where);
+        const FormerRules &rules = former.emplace(std::move(*read));
+        if (auto cleared = clearRules(sw, *id, where); !cleared) {
+            rules.bringBack(where);
             return cleared;
         }
     }
@@ -736,7 +742,8 @@ Result<> clearAccessList(Switch sw, const std::string &name, Where where) {
     const auto list = findAccessList(sw, name, where);
     if (!list)
         return std::unexpected(list.error());
-    return *list ? clearRules(sw, **list, where) : Result<>();
+    const auto &id = *list;
+    return id ? clearRules(sw, *id, where) : Result<>();
 }
 
 }  // namespace pavo
