@@ -72,6 +72,7 @@ std::string portScript(std::string begin, const char *port, std::int32_t mtu) {
 std::vector<std::string> parseManualTrunks(const std::string &text) {
     const auto trunks = trunksOf(JsonPtr(cJSON_Parse(text.c_str())).get());
     std::vector<std::string> names;
+    names.reserve(trunks.ports.size() + trunks.lags.size());
     for (const auto port : trunks.ports)
         names.push_back(portCliName(IfNum(port)));
     for (const auto lag : trunks.lags)
