@@ -286,7 +286,7 @@ def multicast(show):
         network.plug(guest, port)
         show.rig.cli("configure", f"interface 0/{port}", "vlan pvid 20", "vlan participation include 20",
                      "vlan participation exclude 1")
-    listeners = [*guests, devices["stage-left"], devices["desk"]]
+    listeners = [*guests, devices["desk"]]
     show.settled(lambda: show.rig.control("dataplane")["settled"])
     print("  " + " " * 44 + "".join(f"{device.name:>12}" for device in listeners), flush=True)
 
@@ -309,7 +309,7 @@ def multicast(show):
         good = show.settled(as_expected)
         show.line(good, f"{what:<36}" + "".join(f"{counts[device.name] * 2:>12,}" for device in listeners))
 
-    everybody = ("guest-8", "guest-9", "guest-10", "stage-left")
+    everybody = [guest.name for guest in guests]
     before = show.rig.running_config()
     show.rig.cli("configure", "no igmp-plus 20")
     row("no snooping", *everybody)

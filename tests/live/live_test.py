@@ -694,8 +694,13 @@ class MulticastTest(PlainTest):
         def reports(*names):
             captures = {name: self.net.capture(name, "eth0", "-Q", "in", "igmp and host " + self.devices["media"].address)
                         for name in ("desk", "wall")}
-            with captures["desk"], captures["wall"]:
+
+            def reported():
                 self.leave(self.join("media", self.GROUP))
+                return all(int((captures[name].statistics() or "0")[0]) for name in names)
+
+            with captures["desk"], captures["wall"]:
+                self.rig.wait_for(reported, 15, f"{names} hear the reports")
                 time.sleep(0.5)
             self.assertEqual(set(names), {name for name, seen in captures.items() if seen.packets()})
 
