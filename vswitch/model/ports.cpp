@@ -37,11 +37,13 @@ void combine(PortCounters &to, const PortCounters &other, Combine op) {
     for (const auto field : kAll)
         to.*field = op(to.*field, other.*field);
     for (const auto kinds : {&PortCounters::in, &PortCounters::out}) {
-        if (!(other.*kinds))
-            (to.*kinds).reset();
-        else if (to.*kinds)
+        auto &sum = to.*kinds;
+        const auto &more = other.*kinds;
+        if (!more)
+            sum.reset();
+        else if (sum)
             for (const auto field : {&Kinds::unicast, &Kinds::multicast, &Kinds::broadcast})
-                (*(to.*kinds)).*field = op((*(to.*kinds)).*field, (*(other.*kinds)).*field);
+                (*sum).*field = op((*sum).*field, (*more).*field);
     }
 }
 
@@ -49,10 +51,11 @@ void combine(PortCounters &to, const PortCounters &other, Combine op) {
 
 PortSpeed parseSpeed(std::string_view text) {
     PortSpeed speed;
-    const auto *const last = text.data() + text.size();
+    const auto *const first = text.begin();
+    const auto *const last = text.end();
     const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
-    const char *at = std::find_if_not(text.data(), last, isDigit);
-    std::from_chars(text.data(), at, speed.mbps);
+    const char *at = std::find_if_not(first, last, isDigit);
+    std::from_chars(first, at, speed.mbps);
     std::uint32_t tenths = 0;
     if (at != last && *at == '.') {
         const char *const end = std::find_if_not(at + 1, last, isDigit);
