@@ -556,10 +556,14 @@ class BridgeTest(PlainTest):
         self.on(1, "vlan participation include 20", "vlan tagging 20")
         self.configured()
         media, desk = self.devices["media"].mac, self.devices["desk"].mac
+        # A kernel that takes no program for the ports: the switch says so, and does without.
+        marked = "802.1ad tags and drop-eligible bits" not in self.rig.system_log()
         # Tags of a frame from media, those at desk, which is tagged, and those at wall, which is not.
         cases = [("", "81000014", ""), ("8100a000", "8100a014", ""), ("8100e000", "8100e014", ""),
                  ("88a8c01e", "8100001488a8c01e", "88a8c01e"), ("8100e00088a8001e", "8100e01488a8001e", "88a8001e")]
         for sent, at_desk, at_wall in cases:
+            if "88a8" in sent and not marked:
+                continue
             got = self.received("media", [ethernet(BROADCAST, media, sent, "88b5")], "desk", "wall")
             for name, tags in (("desk", at_desk), ("wall", at_wall)):
                 expected = ethernet(BROADCAST, media, tags, "88b5").rstrip(b"\0")
@@ -567,7 +571,7 @@ class BridgeTest(PlainTest):
         # From one tagged port to another all of the tag comes through, the drop-eligible bit included.
         self.on(4, "vlan tagging 20")
         self.configured()
-        for tci in ("0014", "a014", "1014", "f014"):
+        for tci in ("0014", "a014", "1014", "f014") if marked else ("0014", "a014"):
             got = self.received("desk", [ethernet(BROADCAST, desk, "8100" + tci, "88b5")], "wall", "media")
             self.assertEqual(["8100" + tci], [frame[12:16].hex() for frame in got["wall"]])
             self.assertEqual(["88b5"], [frame[12:14].hex() for frame in got["media"]], tci)
