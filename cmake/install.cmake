@@ -1,4 +1,4 @@
-# What `cmake --install` puts where. Templates go to the absolute path at which the programs look for them, whatever the
+# What `cmake --install` puts where. Templates and vendors go to the absolute paths at which the programs look for them, whatever the
 # prefix is: stage with DESTDIR.
 include(GNUInstallDirs)
 
@@ -9,6 +9,7 @@ if(NOT PAVO_OPEN_LIBRARY)
   install(TARGETS vswitchctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()
 install(DIRECTORY data/profileTemplate DESTINATION /usr/local/appmgr/usr/share/pavo)
+install(FILES ${PAVO_VENDOR_DB} DESTINATION /usr/local/appmgr/usr/share/pavo/oui)
 # bash-completion loads the file that is named like the command.
 install(FILES data/completion/pavoctl.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
         RENAME pavoctl)

@@ -16,6 +16,11 @@ class Ipv4 {
 
     // Four decimal numbers without leading zeros, joined by dots; nothing for any other text.
     static std::optional<Ipv4> parse(std::string_view text);
+    static constexpr Ipv4 fromNumber(std::uint32_t hostOrder) {
+        Ipv4 out;
+        out.bits_ = hostOrder;
+        return out;
+    }
 
     std::string text() const;
     bool operator==(const Ipv4 &) const = default;

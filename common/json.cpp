@@ -1,9 +1,12 @@
 #include "common/json.h"
 
+#include <algorithm>
 #include <cmath>
+#include <new>
 #include <utility>
 
 #include "common/files.h"
+#include "common/text.h"
 
 namespace pavo {
 namespace {
@@ -66,6 +69,34 @@ bool addNumbers(cJSON *object, const char *key, std::span<const IfNum> numbers) 
         if (!appendNumber(array, number.number()))
             return false;
     return array != nullptr;
+}
+
+void appendEscaped(std::string &out, std::string_view text) {
+    // Most strings have nothing to escape.
+    if (std::ranges::all_of(text, [](char c) { return c >= ' ' && c < 0x7f && c != '"' && c != '\\'; })) {
+        out += text;
+        return;
+    }
+    const std::string valid = validUtf8(text);
+    for (std::size_t begin = 0; begin <= valid.size();) {
+        // cJSON's strings end at a zero.
+        const std::string part = valid.c_str() + begin;
+        const JsonPtr item(cJSON_CreateStringReference(part.c_str()));
+        const TextPtr printed(item != nullptr ? cJSON_PrintUnformatted(item.get()) : nullptr);
+        if (printed == nullptr)
+            throw std::bad_alloc();
+        const std::string_view quoted = printed.get();
+        out += begin > 0 ? "\\u0000" : "";
+        out += quoted.substr(1, quoted.size() - 2);
+        begin += part.size() + 1;
+    }
+}
+
+char *newText(std::string_view text) {
+    auto *const copy = static_cast<char *>(std::malloc(text.size() + 1));
+    if (copy != nullptr)
+        copy[text.copy(copy, text.size())] = '\0';
+    return copy;
 }
 
 std::string printJson(const cJSON *value) {

@@ -10,7 +10,7 @@
 namespace pavo {
 
 // The codes that the program refers to by name; getErrMsg knows them all. Codes of OpEN and of SQLite are
-// types of their own, see swapi/open_result.h and store/profile_db.h.
+// types of their own, see swapi/open_result.h and store/db_result.h.
 enum class ResultCode : std::int32_t {
     Success = 0,
     Failed = 10000,
@@ -20,6 +20,7 @@ enum class ResultCode : std::int32_t {
     ObjectExists = 10011,
     NotExist = 10012,
     OpenFailed = 10016,
+    ApiNotFound = 10023,  // also: the response cache has no such answer
     TemplateInUse = 14101,
     TypeDuplicated = 14102,
     AvbOneVlan = 14103,

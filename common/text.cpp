@@ -51,6 +51,16 @@ std::size_t leadingCharacter(std::string_view text) {
     return sound ? length : 0;
 }
 
+std::string replaceStrayBytes(std::string_view text, std::string_view replacement) {
+    std::string out;
+    while (!text.empty()) {
+        const std::size_t length = leadingCharacter(text);
+        out += length > 0 ? text.substr(0, length) : replacement;
+        text.remove_prefix(std::max<std::size_t>(length, 1));
+    }
+    return out;
+}
+
 }  // namespace
 
 std::string printable(std::string_view text) {
@@ -74,13 +84,11 @@ bool isUtf8(std::string_view text) {
 }
 
 std::string wellFormed(std::string_view text) {
-    std::string out;
-    while (!text.empty()) {
-        const std::size_t length = leadingCharacter(text);
-        out += length > 0 ? text.substr(0, length) : "?";
-        text.remove_prefix(std::max<std::size_t>(length, 1));
-    }
-    return out;
+    return replaceStrayBytes(text, "?");
+}
+
+std::string validUtf8(std::string_view text) {
+    return replaceStrayBytes(text, "\xef\xbf\xbd");
 }
 
 std::string quoteText(std::string_view text) {

@@ -23,6 +23,9 @@ bool isUtf8(std::string_view text);
 // The text as UTF-8 that any reader accepts: a byte that is part of no character becomes '?'.
 std::string wellFormed(std::string_view text);
 
+// The same with U+FFFD, the replacement character, in the place of each such byte.
+std::string validUtf8(std::string_view text);
+
 // In double quotes for a message: printable, well-formed, and what is longer than 60 bytes cut ("...").
 std::string quoteText(std::string_view text);
 

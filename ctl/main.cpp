@@ -7,10 +7,14 @@
 #include <optional>
 #include <string>
 #include <type_traits>
+#include <vector>
 
 #include "common/log.h"
 #include "common/text.h"
+#include "ctl/cache_commands.h"
+#include "ctl/multicast_commands.h"
 #include "ctl/profile_commands.h"
+#include "ctl/vendor_commands.h"
 #include "ctl/vlan_commands.h"
 #include "platform/version.h"
 #include "swapi/switch_client.h"
@@ -40,6 +44,11 @@ class CommandLine {
         app_.add_flag("--json", output_.json, "Answers for machines: the JSON envelope of the web interface");
         addProfile(*app_.add_subcommand("profile", "AV profiles"));
         addVlan(*app_.add_subcommand("vlan", "VLANs"));
+        addMulticast(*app_.add_subcommand("multicast", "Multicast groups, and who gets multicast"));
+        addCache(*app_.add_subcommand("cache", "The answers kept for the web interface"));
+        addLocalCommand(app_, "vendor", "The maker of a device", [this] { showVendor(output_, name_); })
+            .add_option("mac", name_, "MAC address, or its first three octets")
+            ->required();
     }
 
     // Throws CLI::ParseError, which exit() turns into what is printed and the status.
@@ -47,8 +56,14 @@ class CommandLine {
     int exit(const CLI::ParseError &error) const { return app_.exit(error); }
 
     const Output &output() const { return output_; }
+    bool needsSwitch() const { return command_ != nullptr; }
     // The exit status.
     int run(Switch sw) const { return command_(sw); }
+    // The same for a command that does not need the switch.
+    int runLocally() const {
+        localCommand_();
+        return 0;
+    }
 
   private:
     template <class Run>
@@ -65,15 +80,26 @@ class CommandLine {
         });
     }
 
+    template <class Run>
+    CLI::App &addLocalCommand(CLI::App &group, const char *name, const char *help, Run run) {
+        return *group.add_subcommand(name, help)->callback([this, run] { localCommand_ = run; });
+    }
+
     void addProfile(CLI::App &profile);
     void addVlan(CLI::App &vlan);
+    void addMulticast(CLI::App &multicast);
+    void addCache(CLI::App &cache);
 
     CLI::App app_{"pavoctl - AV profiles and VLANs of the switch"};
     Output output_;
     std::string name_;
+    std::string mode_;
+    bool isSet_ = false;
     std::uint32_t id_ = 0;
     ApplyOptions options_;
+    std::vector<std::string> names_;
     std::function<int(Switch)> command_;
+    std::function<void()> localCommand_;
 };
 
 void CommandLine::addProfile(CLI::App &profile) {
@@ -129,14 +155,57 @@ void CommandLine::addVlan(CLI::App &vlan) {
         ->check(CLI::Range(VlanId::kMin, VlanId::kMax));
 }
 
-int runCommand(const CommandLine &line) {
+void CommandLine::addMulticast(CLI::App &multicast) {
+    multicast.require_subcommand(1);
+    addCommand(multicast, "groups", "The subscribers of all groups that IGMP snooping knows",
+               [this](Switch sw) { isSet_ ? cacheGroups(sw, output_) : showGroups(sw, output_); })
+        .add_flag("--cache", isSet_, "Put them into the response cache instead of printing them");
+    auto &mode = addCommand(multicast, "mode", "The interfaces that are not normal, or set their mode",
+                            [this](Switch sw) { runMode(sw, output_, name_, mode_); });
+    auto &ports =
+        *mode.add_option("ports", name_, "For example 1-4,7,lag2: ports by interface number, LAGs by theirs");
+    auto &wanted = *mode.add_option("mode", mode_,
+                                    "normal; router: a multicast router is behind it;\n"
+                                    "blocked: nothing that 'multicast deny' lists passes");
+    ports.needs(&wanted);
+    wanted.check(CLI::IsMember({"normal", "router", "blocked"}));
+    auto &deny = addCommand(multicast, "deny", "The addresses denied on blocked interfaces, or replace them",
+                            [this](Switch sw) { runDeny(sw, output_, names_, isSet_); });
+    auto &addresses =
+        *deny.add_option("addresses", names_,
+                         "For example 239.0.0.0 224.1.1.0/8: each denies all groups with the same\n"
+                         "first number");
+    deny.add_flag("--clear", isSet_, "Deny nothing, and set all blocked interfaces to normal")
+        ->excludes(&addresses);
+}
+
+void CommandLine::addCache(CLI::App &cache) {
+    cache.require_subcommand(1);
+    addLocalCommand(cache, "list", "All answers: who produces them, and what is stored",
+                    [this] { listCache(output_); });
+    addLocalCommand(cache, "read", "One answer as it is stored", [this] { readCache(name_); })
+        .add_option("name", name_)
+        ->required();
+    addCommand(cache, "refresh", "Produce answers anew; without names, all that can be", [this](Switch sw) {
+        refreshCache(sw, output_, names_);
+    }).add_option("names", names_);
+    addLocalCommand(cache, "delete", "Delete one answer", [this] { deleteFromCache(output_, name_); })
+        .add_option("name", name_)
+        ->required();
+}
+
+int runConnected(const CommandLine &line) {
     SwitchClient client("pavoctl");
     if (!client.isConnected()) {
         std::fputs("pavoctl: the switch cannot be reached\n", stderr);
         return kExitNoSwitch;
     }
+    return line.run(client.get());
+}
+
+int runCommand(const CommandLine &line) {
     try {
-        return line.run(client.get());
+        return line.needsSwitch() ? runConnected(line) : line.runLocally();
     } catch (const CLI::Error &e) {
         std::fprintf(stderr, "pavoctl: %s\n", e.what());
         return kExitUsage;

@@ -9,6 +9,7 @@ import time
 
 TREE = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 TEMPLATES = "/usr/local/appmgr/usr/share/pavo/profileTemplate"
+VENDORS = "/usr/local/appmgr/usr/share/pavo/oui/oui.db"
 # Where the build puts each program.
 FOLDERS = {"vswitchd": "vswitch", "vswitchctl": "vswitch", "pavo_detection": "detection", "pavoctl": "ctl",
            "frames": "lab"}
@@ -31,6 +32,9 @@ class Rig:
         for folder in ("tmp", "mnt/application/pavo/tmp"):
             os.makedirs(self.path(folder), exist_ok=True)
         shutil.copytree(os.path.join(TREE, "data", "profileTemplate"), self.path(TEMPLATES), dirs_exist_ok=True)
+        os.makedirs(os.path.dirname(self.path(VENDORS)), exist_ok=True)
+        if not os.path.lexists(self.path(VENDORS)):
+            os.symlink(os.path.join(self.build, "oui.db"), self.path(VENDORS))
 
     def path(self, fixed):
         return os.path.join(self.root, fixed.lstrip("/"))

@@ -58,6 +58,9 @@ enum { OPEN_DISABLE = 0, OPEN_ENABLE = 1 };
 enum { OPEN_ACL_INBOUND = 0, OPEN_ACL_OUTBOUND = 1 };
 enum { OPEN_LINK_UP = 0, OPEN_LINK_DOWN = 1 };
 
+// What a port is for: anything, end devices in one VLAN, or another switch.
+enum { OPEN_SWITCHPORT_MODE_GENERAL = 1, OPEN_SWITCHPORT_MODE_ACCESS = 2, OPEN_SWITCHPORT_MODE_TRUNK = 3 };
+
 // Type of a forwarding table entry.
 enum { OPEN_FDB_ADDR_STATIC = 0, OPEN_FDB_ADDR_LEARNED = 1 };
 
@@ -239,7 +242,64 @@ open_error_t rpcclt_openapiStpMstBridgePriorityGet(openapiClientHandle_t *client
 
 // --- neighbours: ARP, LLDP management addresses, switch-port mode
 
+// Next entry of the ARP table after (vlanId, ipAddr); both 0 to start. The order is the switch's own. `ipAddr` is
+// in host byte order; `mac` is a string of 17 characters as in the forwarding database.
+open_error_t rpcclt_openapiArpEntryNextGet(openapiClientHandle_t *client, uint32_t *vlanId, uint32_t *ipAddr,
+                                           open_buffdesc *mac);
+// Next management address that a neighbour announces after (family, address); 0 and an empty string to start.
+// The family is 1 (IPv4) or 2 (IPv6); `address` is the address as a string, and its `size` the capacity on
+// entry.
+open_error_t rpcclt_openapiLldpIntfRemoteDeviceMgmtAddressNextGet(openapiClientHandle_t *client,
+                                                                  uint32_t ifNum, uint32_t remIndex,
+                                                                  uint32_t timeStamp, uint32_t *family,
+                                                                  open_buffdesc *address);
+// Switch-port mode: OPEN_SWITCHPORT_MODE_. It says what the interface is for; VLAN membership is set by itself.
+open_error_t rpcclt_openapiDot1qSwPortModeGet(openapiClientHandle_t *client, uint32_t ifNum, uint32_t *mode);
+// Where an interface is: unit and slot as on the front panel, and the port within the slot. Ports are in slot 0
+// of unit 1; a LAG is in no unit (0), in slot 1, and its port is the number of the LAG.
+open_error_t rpcclt_openapiHashIntfUnitSlotPortGet(openapiClientHandle_t *client, uint32_t ifNum,
+                                                   uint32_t *unit, uint32_t *slot, uint32_t *port);
+
 // --- multicast: access lists, IGMP snooping
+
+// The result of rpcclt_openapiAclGet for a list that does not exist.
+enum { OPEN_E_ACL_NOT_EXIST = -29 };
+// Kind of access list.
+enum { OPEN_ACL_TYPE_IPV4 = 2 };
+// Address family of IGMP snooping; IPv6 has MLD snooping.
+enum { OPEN_AF_INET = 1 };
+
+// The id of an access list, by its name of up to 31 characters. It stays that of the name, also when the list is
+// deleted and created again.
+open_error_t rpcclt_openapiAclGet(openapiClientHandle_t *client, uint32_t type, open_buffdesc *name,
+                                  uint32_t *aclId);
+// A list without rules, which filters nothing. OPEN_E_FAIL when there is one of that name, OPEN_E_FULL when there are
+// too many, OPEN_E_PARAM for a name that no list can have.
+open_error_t rpcclt_openapiAclCreate(openapiClientHandle_t *client, uint32_t type, open_buffdesc *name,
+                                     uint32_t *aclId);
+// The rules of a list by their numbers, in the order in which they are tried. Of a list that does not exist:
+// OPEN_E_NOT_FOUND.
+open_error_t rpcclt_openapiAclRuleGetFirst(openapiClientHandle_t *client, uint32_t aclId, uint32_t *rule);
+open_error_t rpcclt_openapiAclRuleGetNext(openapiClientHandle_t *client, uint32_t aclId, uint32_t rule,
+                                          uint32_t *next);
+// OPEN_E_NOT_FOUND when there is none.
+open_error_t rpcclt_openapiAclRuleDeleteLast(openapiClientHandle_t *client, uint32_t aclId);
+// The interfaces that a list is bound to in a direction (OPEN_ACL_), ascending. `count` is the capacity of `list` in
+// entries on entry, and their number on return; `list` receives 32-bit interface numbers. Those that do not fit are
+// left out.
+open_error_t rpcclt_openapiAclAssignedIntfDirListGet(openapiClientHandle_t *client, uint32_t aclId,
+                                                     uint32_t direction, uint32_t *count,
+                                                     open_buffdesc *list);
+// Binds a list to an interface. Lower sequence numbers are tried first; OPEN_E_FAIL when another list has that
+// number.
+open_error_t rpcclt_openapiAclIntfDirAdd(openapiClientHandle_t *client, uint32_t ifNum, uint32_t direction,
+                                         uint32_t aclId, uint32_t sequence);
+// OPEN_E_NOT_FOUND when it is not bound there.
+open_error_t rpcclt_openapiAclIntfDirDelete(openapiClientHandle_t *client, uint32_t ifNum, uint32_t direction,
+                                            uint32_t aclId, uint32_t sequence);
+// Next interface on which a multicast router has been configured.
+open_error_t rpcclt_openapiSnoopIntfMrouterStateNextGet(openapiClientHandle_t *client, uint32_t family,
+                                                        uint32_t ifNum, uint32_t *next);
 
 #ifdef __cplusplus
 }

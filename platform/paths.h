@@ -66,6 +66,15 @@ inline constexpr const char *kProfileRecord = "/mnt/application/pavo/profile_rec
 inline constexpr const char *kPavoExDir = "/tmp/pavo/pavo_ex";
 
 // --- response cache, vendors and host names
+inline constexpr const char *kResponseCache = "/tmp/restapi_db";
+// Names of the answers that have changed, one per line; its reader empties it.
+inline constexpr const char *kResponseCacheDelta = "/tmp/rest_db_api_delta.txt";
+// Process and thread of the web server that are told about changes.
+inline constexpr const char *kWebServerPid = "/tmp/resourse_pid.txt";
+inline constexpr const char *kApiLockDir = "/tmp/api_lock";
+inline constexpr const char *kVendorDb = "/usr/local/appmgr/usr/share/pavo/oui/oui.db";
+// Shared with the switch's DHCP server.
+inline constexpr const char *kHostDb = "/mnt/fastpath/dhcpReservation.db";
 
 // --- ports and LAGs: settings, counters, optics, trunks, mirroring
 
@@ -74,6 +83,16 @@ inline constexpr const char *kPavoExDir = "/tmp/pavo/pavo_ex";
 // --- neighbours: ARP, LLDP management addresses, switch-port mode
 
 // --- multicast: access lists, IGMP snooping
+
+// printf formats: concurrent callers each have a number of their own.
+inline constexpr const char *kMulticastGroupsShow =
+    "/mnt/application/pavo/tmp/pavo_out_show_igmpsnooping_group_ex_%d";
+inline constexpr const char *kDenyListShow =
+    "/mnt/application/pavo/tmp/pavo_out_show_ip_access-list_NET-BLOCK_%d";
+inline constexpr const char *kSetMulticastModeIn = "/mnt/application/pavo/tmp/pavo_in_set_multicast_mode";
+inline constexpr const char *kSetMulticastModeOut = "/mnt/application/pavo/tmp/pavo_out_set_multicast_mode";
+// Held by whoever changes multicast modes or the deny list.
+inline constexpr const char *kMulticastLock = "/tmp/multicastConfig.lock";
 
 }  // namespace paths
 }  // namespace platform

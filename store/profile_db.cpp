@@ -18,13 +18,13 @@
 #include "common/log.h"
 #include "common/text.h"
 #include "platform/paths.h"
+#include "store/sqlite.h"
 
 namespace pavo {
 namespace {
 
 using namespace std::string_view_literals;
 
-constexpr int kBusyTimeoutMs = 3000;
 constexpr std::size_t kStatementMax = 255;
 constexpr const char *kCountRows = "SELECT count(*) FROM vlanInfo;";
 constexpr const char *kReplaceRow =
@@ -33,26 +33,6 @@ constexpr const char *kSelectAll = "SELECT id, vlanType, profileName, profileTyp
 
 constexpr LogFormat<const char *> kCannotOpen = "[%s:%d] Can't open database: %s\r\n";
 constexpr LogFormat<const char *, const char *> kStatementError = "[%s:%d] %s error: %s\r\n";
-
-// A statement as it stands in the log: its values may be as long, and hold whatever, as somebody likes.
-std::string shown(std::string_view sql) {
-    std::string out(sql.substr(0, kStatementMax));
-    std::ranges::replace_if(out, [](unsigned char c) { return c < 0x20 || c == 0x7f; }, '?');
-    return out;
-}
-
-std::unexpected<DbFailure> dbFailure(int code, bool opened = true) {
-    return std::unexpected(DbFailure{static_cast<SqliteCode>(code), opened});
-}
-
-struct SqliteDeleter {
-    void operator()(sqlite3 *db) const { sqlite3_close(db); }
-    void operator()(char *text) const { sqlite3_free(text); }
-    void operator()(char **cells) const { sqlite3_free_table(cells); }
-    void operator()(sqlite3_stmt *statement) const { sqlite3_finalize(statement); }
-};
-template <class T>
-using SqlitePtr = std::unique_ptr<T, SqliteDeleter>;
 
 std::int32_t numberOf(const char *text) {
     using Limits = std::numeric_limits<std::int32_t>;
@@ -92,39 +72,21 @@ class Table {
     }
 
   private:
-    std::unique_ptr<char *, SqliteDeleter> cells_;
+    SqlitePtr<char *> cells_;
     int rows_ = 0;
     int columns_ = 0;
 };
 
-// A connection to the database for one operation. Only creating the table may create the file: a read or a
-// delete must not leave an empty database behind where there was none.
-class Connection {
-  public:
-    // SQLite's code. Reports nothing: operations differ in what they say.
-    int open(int createFlag = 0, const std::string &fixedPath = platform::paths::kProfileDb) {
-        sqlite3 *handle = nullptr;
-        const int code = sqlite3_open_v2(platform::fsPath(fixedPath).c_str(), &handle,
-                                         SQLITE_OPEN_READWRITE | createFlag, nullptr);
-        db_.reset(handle);
-        if (code == SQLITE_OK)
-            sqlite3_busy_timeout(handle, kBusyTimeoutMs);
-        return code;
-    }
-    int run(const char *sql) { return sqlite3_exec(db_.get(), sql, nullptr, nullptr, nullptr); }
-    sqlite3 *handle() const { return db_.get(); }
-    const char *message() const { return sqlite3_errmsg(db_.get()); }
-
-  private:
-    SqlitePtr<sqlite3> db_;
-};
+int openProfileDb(Connection &connection) {
+    return connection.open(platform::paths::kProfileDb, Connection::Access::Write);
+}
 
 // One statement on a connection of its own. Its failure is logged with the statement, or as `failure` says.
 DbResult<Table> runStatement(const std::string &sql, const Where &where,
                              LogFormat<const char *> failure = {}) {
     Connection connection;
     Table table;
-    if (const int code = connection.open(); code != SQLITE_OK) {
+    if (const int code = openProfileDb(connection); code != SQLITE_OK) {
         logError(where, kCannotOpen, connection.message());
         return dbFailure(code, false);
     }
@@ -132,7 +94,7 @@ DbResult<Table> runStatement(const std::string &sql, const Where &where,
         if (failure.text() != nullptr)
             logError(where, failure, connection.message());
         else
-            logError(where, kStatementError, shown(sql).c_str(), connection.message());
+            logError(where, kStatementError, shownStatement(sql).c_str(), connection.message());
         return dbFailure(code);
     }
     return table;
@@ -167,7 +129,8 @@ class Statement {
         const bool fits = text_.size() <= kStatementMax;
         if (fits && refusal_ == nullptr)
             return runStatement(text_, where);
-        logError(where, kStatementError, shown(text_).c_str(), fits ? refusal_ : "statement too long");
+        logError(where, kStatementError, shownStatement(text_).c_str(),
+                 fits ? refusal_ : "statement too long");
         return dbFailure(SQLITE_ERROR);
     }
 
@@ -212,7 +175,7 @@ std::string createStatement() {
 }
 
 int createTable(const Where &where, Connection &connection, const std::string &fixedPath) {
-    if (const int code = connection.open(SQLITE_OPEN_CREATE, fixedPath); code != SQLITE_OK) {
+    if (const int code = connection.open(fixedPath, Connection::Access::Create); code != SQLITE_OK) {
         logError(where, kCannotOpen, connection.message());
         return code;
     }
@@ -238,7 +201,7 @@ bool isSound(long size, const Where &where) {
     Connection connection;
     if (size == 0)
         logError(where, "[%s:%d] vlanInfo database file is empty (size=0)\r\n");
-    else if (connection.open() != SQLITE_OK)
+    else if (openProfileDb(connection) != SQLITE_OK)
         logError(where, "[%s:%d] Can't open vlanInfo database for verification: %s\r\n",
                  connection.message());
     else if (connection.run(kCountRows) != SQLITE_OK)
@@ -288,7 +251,7 @@ DbResult<std::optional<ProfileRow>> readProfileRow(std::int32_t id, Where where)
 DbResult<std::vector<std::optional<ProfileRow>>> readProfileRowsOf(std::span<const VlanId> ids, Where where) {
     static const std::string kSelect = "select * from vlanInfo where id = ";
     Connection connection;
-    if (const int code = connection.open(); code != SQLITE_OK) {
+    if (const int code = openProfileDb(connection); code != SQLITE_OK) {
         logError(where, kCannotOpen, connection.message());
         return dbFailure(code, false);
     }
@@ -386,7 +349,7 @@ DbResult<> makeProfileDb(std::span<const ProfileRow> rows, Where where) {
                 if (code == SQLITE_OK)
                     code = sql != nullptr ? connection.run(sql.get()) : SQLITE_NOMEM;
                 if (code != SQLITE_OK)
-                    logError(where, kStatementError, shown(sql != nullptr ? sql.get() : "").c_str(),
+                    logError(where, kStatementError, shownStatement(sql != nullptr ? sql.get() : "").c_str(),
                              connection.message());
             }
             if (code == SQLITE_OK)

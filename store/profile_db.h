@@ -12,7 +12,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <expected>
 #include <optional>
 #include <source_location>
 #include <span>
@@ -23,33 +22,12 @@
 #include "common/result.h"
 #include "common/vlan_id.h"
 #include "common/where.h"
+#include "store/db_result.h"
 
 namespace pavo {
 
-// SQLite's primary result codes, 0 for success: a type of its own that does not mix with the program's result
-// codes.
-enum class SqliteCode : int {};
-
 // Whether a file that can be opened is no database of profiles (any more), rather than one that cannot be read now.
 bool isDamage(SqliteCode code);
-
-struct DbFailure {
-    SqliteCode code;
-    bool opened;  // false: the database could not be opened at all
-};
-
-// A value, or why there is none; the failure has been logged.
-template <class T = void>
-class [[nodiscard]] DbResult : public std::expected<T, DbFailure> {
-  public:
-    using std::expected<T, DbFailure>::expected;
-};
-
-// What an operation returns for it: the number of SQLite's code, 0 for a success.
-template <class T>
-int codeOf(const DbResult<T> &result) {
-    return result ? 0 : static_cast<int>(result.error().code);
-}
 
 // Widths of the columns, with the terminating zero; longer strings are cut when they are read, at a
 // character.

@@ -16,6 +16,7 @@ enum class OpenError : open_error_t {
     NotFound = OPEN_E_NOT_FOUND,
     Parameter = OPEN_E_PARAM,
     Unavailable = OPEN_E_UNAVAIL,
+    NoAccessList = OPEN_E_ACL_NOT_EXIST,
 };
 
 // A value, or the code of the call that did not give one. Nothing has been logged: callers report in their

@@ -267,7 +267,7 @@ OpenResult<FdbEntry> Switch::FdbStep::operator()() {
             return std::unexpected(OpenError::Failed);
         lastVlan_ = vlan_;
         if (const auto mac = Mac::parse(mac_.data()))
-            return FdbEntry{*mac, VlanId::from(vlan_), IfNum(ifNum)};
+            return FdbEntry{*mac, VlanId::from(vlan_), IfNum(ifNum), entryType == OPEN_FDB_ADDR_LEARNED};
         logDebug(where_, "[%s:%d] '%s' in the forwarding table is no MAC address\n", printable(mac_.data()));
     }
 }
@@ -317,6 +317,9 @@ OpenResult<std::string> Switch::neighbourText(const NeighbourKey &key, Neighbour
             case NeighbourField::PortDesc:
                 return rpcclt_openapiLldpIntfRemoteDevicePortDescGet(client_, port, key.remIndex,
                                                                      key.timeStamp, text);
+            case NeighbourField::SystemName:
+                return rpcclt_openapiLldpIntfRemoteDeviceSystemNameGet(client_, port, key.remIndex,
+                                                                       key.timeStamp, text);
         }
         return open_error_t{OPEN_E_PARAM};
     });

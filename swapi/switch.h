@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "common/if_num.h"
+#include "common/ipv4.h"
 #include "common/log_format.h"
 #include "common/mac.h"
 #include "common/result.h"
@@ -65,7 +66,8 @@ struct ApiVersion {
 struct FdbEntry {
     Mac mac;
     std::optional<VlanId> vlan;
-    IfNum port;  // port or LAG it was learned on
+    IfNum port;            // port or LAG it was learned on
+    bool learned = false;  // false for a static entry
 };
 
 // A neighbour that LLDP has heard, by the key of its table.
@@ -77,7 +79,39 @@ struct NeighbourKey {
     bool operator==(const NeighbourKey &) const = default;
 };
 
-enum class NeighbourField { ChassisId, PortId, SystemDesc, PortDesc };
+enum class NeighbourField { ChassisId, PortId, SystemDesc, PortDesc, SystemName };
+
+// What identifies a neighbour or its port; which kind of string it is depends on the subtype, as on the wire.
+struct NeighbourId {
+    static constexpr std::uint32_t kChassisMac = 4;
+    static constexpr std::uint32_t kPortMac = 3;
+
+    std::uint32_t subtype = 0;
+    std::string text;
+};
+
+// An address in the ARP table; the MAC address is spelled as the switch spells it.
+struct ArpEntry {
+    std::uint32_t vlan = 0;
+    Ipv4 ip;
+    std::string mac;
+};
+
+// What a port is for.
+enum class SwitchportMode : std::uint32_t {
+    General = OPEN_SWITCHPORT_MODE_GENERAL,
+    Access = OPEN_SWITCHPORT_MODE_ACCESS,
+    Trunk = OPEN_SWITCHPORT_MODE_TRUNK,  // another switch is behind it
+};
+
+// Where an interface is, see openapiHashIntfUnitSlotPortGet.
+struct UnitSlotPort {
+    std::uint32_t unit = 0;
+    std::uint32_t slot = 0;
+    std::uint32_t port = 0;
+
+    bool operator==(const UnitSlotPort &) const = default;
+};
 
 // The numbers of LAGs: 1 for the first LAG interface, and so on.
 struct LagNumbering {
@@ -86,6 +120,12 @@ struct LagNumbering {
     std::uint32_t numberOf(IfNum lag) const { return lag.number() - first.number() + 1; }
     IfNum interfaceOf(std::uint32_t number) const { return IfNum(first.number() + number - 1); }
 };
+
+// An IPv4 access list, and in which direction it filters.
+struct AccessListId {
+    std::uint32_t number = 0;
+};
+enum class Direction : std::uint32_t { Inbound = OPEN_ACL_INBOUND, Outbound = OPEN_ACL_OUTBOUND };
 
 // The two files of a CLI script (fixed paths): what is applied, and what the CLI prints.
 struct ScriptFiles {
@@ -220,9 +260,46 @@ class Switch {
 
     // --- neighbours: ARP, LLDP management addresses, switch-port mode
 
+    auto arpTable() const { return Walk(ArpStep{client_}); }
+    OpenResult<std::string> interfaceName(IfNum ifNum) const;
+    OpenResult<bool> hasLink(IfNum ifNum) const;
+    OpenResult<SwitchportMode> switchportMode(IfNum ifNum) const;
+    OpenResult<UnitSlotPort> unitSlotPort(IfNum ifNum) const;
+    // `field` is ChassisId or PortId, `size` is lldpTextSize() here and below.
+    OpenResult<NeighbourId> neighbourId(const NeighbourKey &key, NeighbourField field,
+                                        std::uint32_t size) const;
+    // The first management address that it announces; NotFound without any.
+    OpenResult<std::string> managementAddress(const NeighbourKey &key, std::uint32_t size) const;
+
     // --- multicast: access lists, IGMP snooping
 
+    // NoAccessList when there is none of that name.
+    OpenResult<AccessListId> accessList(const std::string &name) const;
+    OpenResult<AccessListId> createAccessList(const std::string &name) const;
+    // The rules by their numbers, in the order in which they are tried.
+    auto accessRules(AccessListId list) const { return Walk(RuleStep{client_, list}); }
+    OpenResult<> deleteLastRule(AccessListId list) const;
+    // Interfaces that the list is bound to.
+    OpenResult<std::vector<IfNum>> boundInterfaces(AccessListId list, Direction direction) const;
+    OpenResult<> bindAccessList(AccessListId list, IfNum ifNum, Direction direction) const;
+    // NotFound when it is not bound there.
+    OpenResult<> unbindAccessList(AccessListId list, IfNum ifNum, Direction direction) const;
+    // Interfaces on which a multicast router has been configured, ascending.
+    auto routerInterfaces() const { return Walk(RouterStep{client_, IfNum{}}); }
+
   private:
+    struct RuleStep {
+        openapiClientHandle_t *client;
+        AccessListId list;
+        std::uint32_t last = 0;
+        bool first = true;
+        OpenResult<std::uint32_t> operator()();
+    };
+    struct RouterStep {
+        openapiClientHandle_t *client;
+        IfNum last;
+        OpenResult<IfNum> operator()();
+    };
     struct IfStep {
         openapiClientHandle_t *client;
         IfType type;
@@ -239,6 +316,12 @@ class Switch {
         openapiClientHandle_t *client;
         NeighbourKey last;
         OpenResult<NeighbourKey> operator()();
+    };
+    struct ArpStep {
+        openapiClientHandle_t *client;
+        std::uint32_t vlan = 0;
+        std::uint32_t ip = 0;
+        OpenResult<ArpEntry> operator()();
     };
     struct VlanStep {
         openapiClientHandle_t *client;

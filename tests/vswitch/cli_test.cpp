@@ -67,6 +67,7 @@ std::vector<std::string> exampleOf(const Command &command, bool last) {
                                                                   {"vlans", "10,20-22"},
                                                                   {"mac", "00:1b:92:02:00:01"},
                                                                   {"ip", "10.0.0.1"},
+                                                                  {"net", "239.255.2"},
                                                                   {"port", "0/2"},
                                                                   {"ports", "0/1,0/3-0/4"},
                                                                   {"lag", "2"},
@@ -167,7 +168,7 @@ constexpr const char *kEverything = R"(vlan database; vlan 10,20
 set igmp 10; set igmp fast-leave 10; set igmp flood-report 10; set igmp exclude-mrouter-intf 10
 set igmp proxy-querier 20; set igmp querier election participate 20; set igmp maxresponse 10 12
 set igmp groupmembership-interval 10 260; set igmp mcrtrexpiretime 20 0; set mld 10; set mld proxy-querier 20
-exit; igmp-plus 10; ipv6 mld snooping; set igmp querier version 2; set igmp querier timer expiry 180
+set igmp drop-unknown 10; exit; igmp-plus 10; ipv6 mld snooping; set igmp querier version 2; set igmp querier timer expiry 180
 ip igmp snooping querier query-interval 30; dot1as; mvrp; mvrp periodic state machine
 no mvrp include factory-default-vlan; mmrp; mmrp periodic state machine; msrp; switchport mode auto
 spanning-tree mode rapid-pvst; spanning-tree mst priority 0 28672; spanning-tree vlan 10 hello-time 9

@@ -24,7 +24,7 @@ class ControlTest : public test_support::SwitchTest {
     // All that a control request can change.
     std::string state() {
         std::string out;
-        for (const char *name : {"ports", "lags", "vlans", "associations", "fdb", "lldp", "devices"})
+        for (const char *name : {"ports", "lags", "vlans", "associations", "fdb", "lldp", "devices", "igmp"})
             out += table(name).dump();
         return out + control(R"({"op":"latency"})").dump() + control(R"({"op":"faults"})").dump();
     }
@@ -49,13 +49,17 @@ TEST_F(ControlTest, RefusedRequestsSayWhyAndChangeNothing) {
          {R"("mac":5)", R"("mac":"00:1B:92:00:00:0")", R"("mac":"00:1B:92:00:00:01")",
           R"("macs":["00:1B:92:00:00:02",7])", R"("mac":"00:1B:92:00:00:02","count":65537)",
           R"("mac":"00:1B:92:00:00:02","count":-1)", R"("vlan":4095)", R"("behind":"a")", R"("lldp":[])",
-          R"("lldp":{"ttl":"1"})", R"("talking":1)"})
+          R"("lldp":{"ttl":"1"})", R"("talking":1)", R"("groups":["10.0.0.1"])", R"("groups":"239.1.1.1")"})
         expectRefused(R"({"op":"plug","name":"b","port":2,)" + std::string(rest) + "}");
     // What follows {"op":" in each.
     const std::string requests =
         R"(plug","port":2 | plug","name":"","port":2 | plug","name":"b" | unplug" | unplug","name":"b"
 move","name":"a" | move","name":"a","port":"0/2","behind":"a" | talk","name":"a","on":"no"
 link","port":"0/1","state":"sideways" | link","port":"0/99","state":"down"
+igmp","action":"join","name":"a","group":"239.1.1" | igmp","action":"join","name":"a","group":"10.0.0.1"
+igmp","action":"join","name":"b","group":"239.1.1.1" | igmp","action":"leave","name":"a","group":"239.1.1.1"
+igmp","action":"enter","name":"a","group":"239.1.1.1" | igmp","action":"join","name":"a","group":"239.255.255.255","count":2
+igmp","action":"join","name":"a","group":"239.1.1.1","version":4 | igmp","action":"join","name":"a","group":7
 exec","lines":["vlan database","vlan 10",5] | exec","lines":"vlan database" | cli","line":5
 latency","ms":-5 | latency","ms":"5" | fault","call":5 | fault","nth":-1 | fault","code":2147483648
 fault","once":1 | fault","kill":"now" | fault","process":5 | faults","clear":"yes" | table","name":"bogus" | events","since":-1 | counters","reset":0)";

@@ -14,7 +14,6 @@ namespace {
 
 // Longer lines are not commands.
 constexpr std::size_t kLineMax = 16 << 10;
-constexpr std::size_t kObjectNameMax = 31;
 
 struct Token {
     std::string text;
@@ -106,6 +105,16 @@ bool parseIp(std::string_view text) {
            });
 }
 
+// An address of which the end may be missing: 239.255.2 and 239.12. are 239.255.2.0 and 239.12.0.0.
+bool parseNet(std::string_view text, std::string &whole) {
+    if (text.ends_with('.'))
+        text.remove_suffix(1);
+    whole = text;
+    for (auto parts = split(text, '.').size(); parts < 4; ++parts)
+        whole += ".0";
+    return parseIp(whole);
+}
+
 // One word of a syntax: literal alternatives, or an argument.
 struct Word {
     std::vector<std::string_view> literals;
@@ -173,6 +182,8 @@ Fit fit(const Model &model, const Word &word, const Token &token, Value &value) 
         value.mac = mac.value_or(Mac{});
     } else if (kind == "ip") {
         good = parseIp(token.text);
+    } else if (kind == "net") {
+        good = parseNet(token.text, value.text);
     } else if (kind == "port") {
         good = parsePort(model, token.text, value.number);
     } else if (kind == "ports") {
@@ -259,7 +270,7 @@ const std::vector<const Command *> &allCommands() {
         std::vector<const Command *> all;
         for (const auto table : {sessionCommands(), vlanCommands(), systemCommands(), multicastCommands(),
                                  avCommands(), qosCommands(), accessListCommands(), interfaceCommands(),
-                                 lagCommands(), routingCommands(), showCommands()})
+                                 switchportCommands(), lagCommands(), routingCommands(), showCommands()})
             for (const auto &command : table)
                 all.push_back(&command);
         return all;
@@ -268,11 +279,7 @@ const std::vector<const Command *> &allCommands() {
 }
 
 bool nameAllowed(Context &context, const std::string &name) {
-    const bool good = !name.empty() && name.size() <= kObjectNameMax &&
-                      std::all_of(name.begin(), name.end(), [](unsigned char c) {
-                          return std::isalnum(c) || c == '_' || c == '-' || c == '.';
-                      });
-    return good || context.refuse("A name has 1 to 31 letters, digits, '_', '-' and '.'.");
+    return objectNameValid(name) || context.refuse("A name has 1 to 31 letters, digits, '_', '-' and '.'.");
 }
 
 bool Context::accept(open_error_t code) {

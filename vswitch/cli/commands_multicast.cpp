@@ -1,4 +1,6 @@
 // Multicast: IGMP and MLD snooping in VLANs, queriers, and the ports of multicast routers.
+#include <algorithm>
+
 #include "vswitch/cli/command.h"
 
 namespace vswitch::cli {
@@ -13,6 +15,7 @@ constexpr std::pair<const char *, Switch> kSwitches[] = {
     {"igmp fast-leave", &VlanFeatures::fastLeave},
     {"igmp flood-report", &VlanFeatures::floodReport},
     {"igmp exclude-mrouter-intf", &VlanFeatures::excludeMrouter},
+    {"igmp drop-unknown", &VlanFeatures::dropUnknown},
     {"igmp proxy-querier", &VlanFeatures::proxyQuerier},
     {"igmp querier election participate", &VlanFeatures::querierElection},
     {"mld", &VlanFeatures::mldSnooping},
@@ -34,6 +37,7 @@ bool set(Context &c, const Values &v) {
     auto *vlan = touch(c, v[0].number);
     if (vlan != nullptr)
         vlan->*kField = kOn;
+    c.model.igmpConfigured();
     return vlan != nullptr;
 }
 
@@ -43,6 +47,7 @@ bool setNumber(Context &c, const Values &v) {
     auto *vlan = touch(c, v[0].number);
     if (vlan != nullptr)
         vlan->*kField = v.size() > 1 ? std::optional(v[1].number) : std::nullopt;
+    c.model.igmpConfigured();
     return vlan != nullptr;
 }
 
@@ -62,6 +67,7 @@ using SwitchNumber = std::optional<std::uint32_t> SwitchFeatures::*;
 template <SwitchNumber kField>
 bool setSwitchNumber(Context &c, const Values &v) {
     c.model.features().*kField = v.empty() ? std::nullopt : std::optional(v[0].number);
+    c.model.igmpConfigured();
     return true;
 }
 
@@ -75,6 +81,7 @@ bool setIgmpPlus(Context &c, VlanId id, bool on) {
     if (vlan == nullptr)
         return c.refuse("VLAN does not exist.");
     vlan->igmpPlus = on;
+    c.model.igmpConfigured();
     return true;
 }
 
@@ -88,6 +95,45 @@ bool setMrouter(Context &c, bool on) {
         i.igmpMrouter = on;
         return true;
     });
+}
+
+// One row for the subscribers of a group behind one interface that speak one version, the first of them in full.
+bool showGroups(Context &c, const Values &) {
+    c.out += "                                       IGMP Snooping Groups\n\n";
+    c.out +=
+        "VLAN Subscriber                         Group                              Interface Type   "
+        "Timeout\n";
+    c.out +=
+        "---- ---------------------------------- ---------------------------------- --------- ------ "
+        "-------\n";
+    const auto now = c.model.now();
+    for (const auto &[key, subscribers] : c.model.igmpGroups()) {
+        const auto group = ipv4Text(key.group) + "/" + groupMacText(key.group);
+        std::map<std::pair<IfNum, std::uint32_t>, std::vector<IgmpGroups::mapped_type::const_pointer>> rows;
+        for (const auto &item : subscribers)
+            rows[{item.first.interface, item.second.version}].push_back(&item);
+        for (const auto &[place, hosts] : rows) {
+            const auto &interface = *c.model.interface(place.first);
+            const bool channel = interface.isLag() && c.model.config().igmpShowsChannels;
+            const auto name = channel ? "ch" + std::to_string(interface.index) : interface.name();
+            const auto last = (*std::ranges::max_element(hosts, {}, [](const auto *host) {
+                                  return host->second.expires;
+                              }))->second.expires;
+            std::string rest = format(
+                " %-34s %-9s v%-5u %lld", group.c_str(), name.c_str(), place.second,
+                static_cast<long long>(
+                    std::chrono::ceil<std::chrono::seconds>(std::max(last - now, Duration{})).count()));
+            std::string first = format("%-4u ", key.vlan);
+            for (const auto *host : hosts) {
+                const auto subscriber = ipv4Text(host->first.host) + "/" + host->second.mac.text();
+                c.out += format(rest.empty() ? "%-5s%s%s\n" : "%-5s%-34s%s\n", first.c_str(), subscriber.c_str(),
+                                rest.c_str());
+                first.clear();
+                rest.clear();
+            }
+        }
+    }
+    return true;
 }
 
 constexpr auto kOff = false, kOn = true;
@@ -107,6 +153,10 @@ const Command kMulticast[] = {
      set<&VlanFeatures::excludeMrouter, kOn>},
     {kVlanDatabase, "no set igmp exclude-mrouter-intf <vlan>", "Send multicast routers all groups",
      set<&VlanFeatures::excludeMrouter, kOff>},
+    {kVlanDatabase, "set igmp drop-unknown <vlan>", "Drop groups that nobody has asked for",
+     set<&VlanFeatures::dropUnknown, kOn>},
+    {kVlanDatabase, "no set igmp drop-unknown <vlan>", "Flood groups that nobody has asked for",
+     set<&VlanFeatures::dropUnknown, kOff>},
     {kVlanDatabase, "set igmp proxy-querier <vlan>", "Answer a leave with a query in the querier's name",
      set<&VlanFeatures::proxyQuerier, kOn>},
     {kVlanDatabase, "no set igmp proxy-querier <vlan>", "Leave queries to the querier",
@@ -184,6 +234,15 @@ const Command kMulticast[] = {
      [](Context &c, const Values &) { return setMrouter(c, true); }},
     {kInterface, "no set igmp mrouter interface", "No multicast router is here",
      [](Context &c, const Values &) { return setMrouter(c, false); }},
+
+    {kAnyMode, "show igmpsnooping group", "Multicast groups and who has asked for them", showGroups},
+    {kAnyMode, "show igmpsnooping mrouter <vlan>", "Interfaces of multicast routers",
+     [](Context &c, const Values &v) {
+         c.out += "Interface\n----------\n";
+         for (const auto ifNum : c.model.igmpRouters(v[0].number))
+             c.out += c.model.interface(ifNum)->name() + "\n";
+         return true;
+     }},
 };
 
 }  // namespace

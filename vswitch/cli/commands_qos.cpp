@@ -209,12 +209,10 @@ const Command kQos[] = {
 
 // --- access lists
 
-constexpr std::size_t kListsMax = 100, kRulesMax = 1023;
-
 bool enterList(Context &c, AccessLists &lists, CliMode mode, const std::string &name) {
     if (!nameAllowed(c, name))
         return false;
-    if (!lists.contains(name) && lists.size() >= kListsMax)
+    if (!lists.contains(name) && lists.size() >= kAccessListsMax)
         return c.accept(OPEN_E_FULL);
     lists.try_emplace(name);
     return enterObject(c, mode, name);
@@ -229,7 +227,7 @@ bool addRule(Context &c, AccessLists &lists, const Value &what, const std::strin
     const auto it = lists.find(c.session.object);
     if (it == lists.end())
         return c.accept(OPEN_E_NOT_FOUND);
-    if (it->second.size() >= kRulesMax)
+    if (it->second.size() >= kAccessRulesMax)
         return c.accept(OPEN_E_FULL);
     it->second.push_back({what.text == "permit", source, destination});
     return true;
@@ -261,6 +259,42 @@ bool bindList(Context &c, const Values &v, std::uint32_t sequence) {
     });
 }
 
+std::string dotted(const std::string &label, const std::string &value) {
+    return label + std::string(label.size() < 46 ? 46 - label.size() : 0, '.') + " " + value + "\n";
+}
+
+void showAddress(Context &c, const std::string &which, const std::string &address) {
+    if (address == "any")
+        return;
+    const auto blank = address.find(' ');
+    c.out += dotted(which + " IP Address", address.substr(0, blank));
+    c.out += dotted(which + " IP Wildcard Mask", address.substr(std::min(blank, address.size() - 1) + 1));
+}
+
+bool showIpAccessList(Context &c, const Values &v) {
+    const auto list = c.model.ipAccessLists().find(v[0].text);
+    if (list == c.model.ipAccessLists().end())
+        return c.refuse("No such entry.");
+    std::string bound[2];
+    for (const auto &[num, interface] : c.model.interfaces())
+        for (const auto &group : interface.accessGroups)
+            if (group.list == list->first)
+                bound[group.direction] += (bound[group.direction].empty() ? "" : ", ") + interface.name();
+    c.out += "ACL Name: " + list->first + "\n";
+    c.out += "Inbound Interface(s): " + bound[OPEN_ACL_INBOUND] + "\n";
+    c.out += "Outbound Interface(s): " + bound[OPEN_ACL_OUTBOUND] + "\n";
+    int number = 0;
+    for (const auto &rule : list->second) {
+        c.out += format("\nSequence Number: %d\n", ++number);
+        c.out += dotted("Action", rule.permit ? "permit" : "deny");
+        if (rule.source == "any" && rule.destination == "any")
+            c.out += dotted("Match All", "TRUE");
+        showAddress(c, "Source", rule.source);
+        showAddress(c, "Destination", rule.destination);
+    }
+    return true;
+}
+
 const Command kAccessLists[] = {
     {kConfig, "ip access-list <text>", "Filter IPv4 packets",
      [](Context &c, const Values &v) {
@@ -273,11 +307,11 @@ const Command kAccessLists[] = {
      [](Context &c, const Values &v) { return c.accept(c.model.deleteIpAccessList(v[0].text)); }},
     {kIpAccessList, "permit|deny ip any any", "Any packet",
      [](Context &c, const Values &v) { return addRule(c, c.model.ipAccessLists(), v[0], "any", "any"); }},
-    {kIpAccessList, "permit|deny ip any <ip> <ip>", "Packets to an address, with the bits that may differ",
+    {kIpAccessList, "permit|deny ip any <net> <ip>", "Packets to an address, with the bits that may differ",
      [](Context &c, const Values &v) {
          return addRule(c, c.model.ipAccessLists(), v[0], "any", both(v[1], v[2]));
      }},
-    {kIpAccessList, "permit|deny ip <ip> <ip> any", "Packets from an address, with the bits that may differ",
+    {kIpAccessList, "permit|deny ip <net> <ip> any", "Packets from an address, with the bits that may differ",
      [](Context &c, const Values &v) {
          return addRule(c, c.model.ipAccessLists(), v[0], both(v[1], v[2]), "any");
      }},
@@ -296,6 +330,7 @@ const Command kAccessLists[] = {
              return c.accept(c.model.unbindAccessList(i.num, v[0].text, directionOf(v[1])));
          });
      }},
+    {kAnyMode, "show ip access-list <text>", "The lines of an IPv4 access list", showIpAccessList},
     {kConfig, "mac access-list extended <text>", "Filter frames by MAC address",
      [](Context &c, const Values &v) {
          return enterList(c, c.model.macAccessLists(), CliMode::MacAccessList, v[0].text);

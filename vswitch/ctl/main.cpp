@@ -143,9 +143,10 @@ int run(int argc, char **argv) {
     app.add_flag("--json", asJson, "Print answers as JSON");
 
     json request;
-    std::string text, port, mac, behind, name, desc, chassis, portId, portDesc, sysName, ip, when, process;
+    std::string text, port, mac, behind, name, desc, chassis, portId, portDesc, sysName, ip, group, when,
+        process;
     std::vector<std::string> words;
-    std::uint32_t count = 1, vlan = 0;
+    std::uint32_t count = 1, vlan = 0, igmpVersion = 2;
     std::uint64_t number = 0;
     int code = -2;
     bool flag = false;
@@ -188,6 +189,17 @@ int run(int argc, char **argv) {
     talk->add_option("name", name, "Name of the device")->required();
     talk->add_flag("--off", flag, "Silence it: its table entries age");
     talk->callback([&] { request = {{"op", "talk"}, {"name", name}, {"on", !flag}}; });
+    auto *igmp = app.add_subcommand("igmp", "Make a device join or leave a multicast group");
+    igmp->add_option("action", text, "join or leave")->required()->check(CLI::IsMember({"join", "leave"}));
+    igmp->add_option("name", name, "Name of the device")->required();
+    igmp->add_option("group", group, "IPv4 address of the group")->required();
+    igmp->add_option("--version", igmpVersion, "IGMP version that the device speaks, 1 to 3")
+        ->capture_default_str();
+    igmp->add_option("--count", count, "Number of consecutive groups");
+    igmp->callback([&] {
+        request = {{"op", "igmp"},   {"action", text},         {"name", name},
+                   {"group", group}, {"version", igmpVersion}, {"count", count}};
+    });
     auto *link = app.add_subcommand("link", "Force a port's link");
     link->add_option("port", port, "0/1 to 0/N")->required();
     link->add_option("state", text, "auto follows the devices plugged in")
@@ -196,7 +208,7 @@ int run(int argc, char **argv) {
     link->callback([&] { request = {{"op", "link"}, {"port", port}, {"state", text}}; });
 
     auto *table = app.add_subcommand(
-        "table", "Print a table: ports, lags, vlans, associations, fdb, lldp, arp, devices, log");
+        "table", "Print a table: ports, lags, vlans, associations, fdb, lldp, arp, devices, igmp, log");
     table->add_option("name", name, "Name of the table")->required();
     auto *exec = app.add_subcommand("exec", "Run CLI lines, one per argument");
     exec->add_option("lines", words, "Commands from privileged mode on")->required();

@@ -33,13 +33,13 @@ std::optional<std::string> matchOf(const std::string &text) {
     return std::string(shown) + "/" + shownMask;
 }
 
-// The lines of all lists of one direction, in order; nothing when no list is bound.
+// The lines of all lists of one direction, in order; nothing when no list with lines is bound.
 std::optional<std::vector<WireRule>> rulesOf(const Model &model, const Interface &interface,
                                              std::uint32_t direction) {
     std::optional<std::vector<WireRule>> rules;
     for (const auto &group : interface.accessGroups) {
         const auto list = model.ipAccessLists().find(group.list);
-        if (group.direction != direction || list == model.ipAccessLists().end())
+        if (group.direction != direction || list == model.ipAccessLists().end() || list->second.empty())
             continue;
         if (!rules)
             rules.emplace();

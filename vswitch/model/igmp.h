@@ -6,7 +6,9 @@
 #include <compare>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "vswitch/model/types.h"
@@ -15,6 +17,8 @@ namespace vswitch {
 
 using Ipv4 = std::uint32_t;  // host byte order
 std::string ipv4Text(Ipv4 address);
+// Four decimal numbers from 0 to 255.
+std::optional<Ipv4> parseIpv4(std::string_view text);
 // Upper case with ':' between: 01:00:5E and the low 23 bits of the group.
 std::string groupMacText(Ipv4 group);
 
@@ -70,9 +74,10 @@ struct WireMulticast {
     bool snooping = false;                      // off: multicast is flooded like broadcast
     bool floodUnknown = true;                   // groups that nobody has asked for
     bool floodReports = false;                  // reports go to all, not to multicast routers only
+    bool routersGetGroups = true;               // routers get every group, asked for or not
     std::map<Ipv4, std::vector<IfNum>> groups;  // interfaces with subscribers, sorted
-    std::vector<IfNum>
-        routers;  // interfaces of multicast routers: static ones and those a query came from, sorted
+    // Interfaces of multicast routers: static ones and those a query came from, sorted.
+    std::vector<IfNum> routers;
 
     bool operator==(const WireMulticast &) const = default;
 };

@@ -83,13 +83,34 @@ void Model::seeArp(std::map<ArpKey, Mac> seen) {
     arpSeen_ = std::move(seen);
 }
 
+// The VLAN in which a device's address is known; 0 when it is not.
+VlanId Model::arpVlan(const Device &device) const {
+    const bool heard =
+        device.talking && !device.ip.empty() && !device.macs.empty() && forwarding(device.port);
+    return heard ? classify(device, device.macs.front()) : 0;
+}
+
 std::map<ArpKey, Mac> Model::arp() const {
     auto all = arpSeen_;
     for (const auto &[name, device] : devices_)
-        if (device.talking && !device.ip.empty() && !device.macs.empty() && forwarding(device.port))
-            if (const auto vlan = classify(device, device.macs.front()); vlan != 0)
-                all[{vlan, device.ip}] = device.macs.front();
+        if (const auto vlan = arpVlan(device); vlan != 0)
+            all[{vlan, device.ip}] = device.macs.front();
     return all;
+}
+
+std::optional<std::pair<ArpKey, Mac>> Model::nextArp(const ArpKey &after) const {
+    std::optional<std::pair<ArpKey, Mac>> next;
+    if (const auto seen = arpSeen_.upper_bound(after); seen != arpSeen_.end())
+        next = *seen;
+    for (auto it = ipOwners_.lower_bound(after.ip); it != ipOwners_.end(); ++it) {
+        if (next && next->first.ip < it->first)
+            break;
+        for (const auto *device : it->second)
+            if (const ArpKey key{arpVlan(*device), device->ip};
+                key.vlan != 0 && key > after && (!next || key <= next->first))
+                next = {key, device->macs.front()};
+    }
+    return next;
 }
 
 }  // namespace vswitch

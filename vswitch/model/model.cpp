@@ -61,6 +61,7 @@ void Model::advanceTo(Duration now, std::timespec wall) {
         applyFirst();
     if (now_ - lastAged_ >= kAgePass)
         age();
+    serveIgmp();
 }
 
 // --- features of the whole switch
@@ -141,12 +142,14 @@ void Model::refreshLink(IfNum ifNum) {
     event("link", text);
     if (interface.isLag()) {
         relearnInterface(ifNum);
+        igmpLinkChanged(ifNum);
         return;
     }
     // Before the port learns: a LAG that was down forwards only from here on.
     if (interface.lag != 0)
         refreshLink(interface.lag);
     relearnPort(ifNum);
+    igmpLinkChanged(ifNum);
     if (!up)
         lldp_.erase(ifNum);
 }
@@ -274,10 +277,12 @@ Model Model::settled() const {
     Model out = *this;
     // What refers to the devices of this object, and what the configuration does not consist of.
     out.macOwner_.clear();
+    out.ipOwners_.clear();
     out.devicesAt_.clear();
     out.devices_.clear();
     out.fdb_.clear();
     out.lldp_.clear();
+    out.igmpGroups_.clear();
     while (!out.pending_.empty())
         out.applyFirst();
     return out;
@@ -312,8 +317,10 @@ void Model::apply(const Change &change) {
     static constexpr const char *kModes[] = {"include", "exclude", "auto"};
     event("vlan", interface.name() + " VLAN " + vlanText + " " + kModes[wanted.participation] + ", " +
                       (wanted.tagged ? "tagged" : "untagged"));
-    if (change.kind == ChangeKind::Participation)
+    if (change.kind == ChangeKind::Participation) {
         relearnTagged(change.ifNum, change.vlan);
+        igmpStale_ = true;
+    }
 }
 
 void Model::removeVlan(VlanId id) {
@@ -338,6 +345,7 @@ void Model::removeVlan(VlanId id) {
     });
     for (const auto &mac : homeless)
         relearnMac(mac);
+    refreshIgmp();
 }
 
 open_error_t Model::associateMac(const Mac &mac, VlanId id) {
@@ -345,9 +353,12 @@ open_error_t Model::associateMac(const Mac &mac, VlanId id) {
         return OPEN_E_FULL;
     if (const auto result = createVlan(id); result != OPEN_E_NONE)
         return result;
-    associations_[mac] = id;
+    const auto [association, isNew] = associations_.try_emplace(mac, id);
+    const bool moved = !isNew && association->second != id;
+    association->second = id;
     event("vlan", "MAC " + mac.text() + " associated with VLAN " + std::to_string(id));
     relearnMac(mac);
+    igmpStale_ |= moved;
     return OPEN_E_NONE;
 }
 
@@ -356,6 +367,7 @@ open_error_t Model::dissociateMac(const Mac &mac) {
         return OPEN_E_NOT_FOUND;
     event("vlan", "MAC " + mac.text() + " association removed");
     relearnMac(mac);
+    igmpStale_ = true;
     return OPEN_E_NONE;
 }
 
@@ -405,6 +417,7 @@ open_error_t Model::lagAdd(IfNum lag, IfNum port) {
     event("lag", member->name() + " joined " + group->name());
     relearnPort(port);
     refreshLink(lag);
+    igmpLinkChanged(port);
     return OPEN_E_NONE;
 }
 
@@ -419,6 +432,7 @@ open_error_t Model::lagRemove(IfNum lag, IfNum port) {
     event("lag", member->name() + " left " + group->name());
     relearnPort(port);
     refreshLink(lag);
+    igmpLinkChanged(port);
     return OPEN_E_NONE;
 }
 
@@ -524,6 +538,17 @@ open_error_t Model::deleteIpAccessList(const std::string &name) {
     for (auto &[num, interface] : interfaces_)
         std::erase_if(interface.accessGroups, [&](const AccessGroup &group) { return group.list == name; });
     return OPEN_E_NONE;
+}
+
+std::uint32_t Model::accessListId(const std::string &name) {
+    auto it = std::find(accessListNames_.begin(), accessListNames_.end(), name);
+    if (it == accessListNames_.end())
+        it = accessListNames_.insert(it, name);
+    return static_cast<std::uint32_t>(it - accessListNames_.begin()) + 1;
+}
+
+const std::string *Model::accessListName(std::uint32_t id) const {
+    return id >= 1 && id <= accessListNames_.size() ? &accessListNames_[id - 1] : nullptr;
 }
 
 open_error_t Model::bindAccessList(IfNum ifNum, const std::string &name, std::uint32_t direction,

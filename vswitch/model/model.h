@@ -12,6 +12,8 @@
 //  - Tables hold of live ports exactly what the data plane last saw there and the rules above allow.
 //  - Access groups name existing access lists only.
 //  - VLANs have spanning-tree timers of their own only while the switch runs a mode with one tree per VLAN.
+//  - Multicast groups and routers are known only where IGMP is snooped, on interfaces with link that
+//    participate in the VLAN.
 //
 // A change of membership (PVID, participation, tagging, deletion of a VLAN) takes effect `latency` after it
 // was accepted, in the order of acceptance. Creating a VLAN takes effect at once, and so does everything
@@ -22,9 +24,12 @@
 
 #include <deque>
 #include <map>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "vswitch/model/igmp.h"
 #include "vswitch/model/qos.h"
 #include "vswitch/model/types.h"
 
@@ -36,6 +41,7 @@ class Model {
 
     // Advances the switch's time: due membership changes take effect, tables age. Time never goes back.
     void advanceTo(Duration now, std::timespec wall);
+    Duration now() const { return now_; }
     Duration upTime() const { return now_ - bootTime_; }
 
     const ModelConfig &config() const { return config_; }
@@ -54,6 +60,9 @@ class Model {
     const AccessLists &macAccessLists() const { return macAccessLists_; }
     AccessLists &macAccessLists() { return macAccessLists_; }
     open_error_t deleteIpAccessList(const std::string &name);  // and its bindings
+    // A number for a name, from 1 on; it is that of the name for as long as the switch runs.
+    std::uint32_t accessListId(const std::string &name);
+    const std::string *accessListName(std::uint32_t id) const;  // null for an id that was never given
     // Binds a list; with `sequence` 0 after those already bound. FAIL: another list has that sequence number;
     // FULL: more than kAccessGroupsMax.
     open_error_t bindAccessList(IfNum ifNum, const std::string &name, std::uint32_t direction,
@@ -113,6 +122,30 @@ class Model {
     // --- LLDP
     const std::map<IfNum, std::map<std::uint32_t, LldpNeighbour>> &lldp() const { return lldp_; }
 
+    // --- IGMP snooping
+    // In a VLAN with snooping or IGMP Plus; the latter, or an interval between queries, makes the switch a
+    // querier there. It asks with its address in the VLAN, 0.0.0.0 when it has none, and gives way to another
+    // querier with an address; where it takes part in the election, to a lower one only.
+    const IgmpGroups &igmpGroups() const { return igmpGroups_; }
+    std::vector<IfNum> igmpRouters(VlanId id) const;            // static and dynamic, ascending
+    std::uint64_t igmpRefused() const { return igmpRefused_; }  // reports for which there was no room
+    // A message that a port or LAG has received. What the configuration does not let in is ignored: VLANs
+    // without snooping, interfaces that do not participate, groups that an access list denies. 224.0.0.x is
+    // no group to subscribe to.
+    void hearIgmp(const IgmpMessage &message);
+    // Queries to be sent, oldest first; each is handed out once.
+    std::vector<IgmpQuery> takeIgmpQueries();
+    WireMulticast wireMulticast(VlanId id) const;
+    // To be called after a change by editVlan() or features(): what is no longer let in is forgotten as soon as
+    // time passes.
+    void igmpConfigured() { igmpStale_ = true; }
+    // Whether the access lists of an interface let a packet pass; without lines they do.
+    bool admitsIp(IfNum ifNum, std::uint32_t direction, Ipv4 source, Ipv4 destination) const;
+    // A device joins and leaves, and answers queries in between. NOT_FOUND: no such device, or it has not
+    // joined; PARAM: no multicast group, or no IGMP version.
+    open_error_t joinGroup(const std::string &name, Ipv4 group, std::uint32_t version);
+    open_error_t leaveGroup(const std::string &name, Ipv4 group);
+
     // --- devices of the outside world
     const std::map<std::string, Device> &devices() const { return devices_; }
     // FAIL: the name or an address is in use; PARAM: no such port, or no device `behind` which it could be.
@@ -132,6 +165,8 @@ class Model {
 
     // IPv4 addresses in the switch's VLANs: those seen, and those of talking devices that have one.
     std::map<ArpKey, Mac> arp() const;
+    // The one that follows; at the end, nothing.
+    std::optional<std::pair<ArpKey, Mac>> nextArp(const ArpKey &after) const;
 
     // --- behaviour
     bool changesPending() const { return !pending_.empty(); }  // accepted, not yet in effect
@@ -170,6 +205,7 @@ class Model {
     std::vector<const Device *> withFollowers(const Device &device) const;
     bool forwarding(IfNum port) const;
     bool audible(const Device &device) const;
+    VlanId arpVlan(const Device &device) const;
     void learnDevice(const Device &device);
     void learnMac(const Device &device, const Mac &mac);
     void relearnPort(IfNum port);
@@ -185,11 +221,48 @@ class Model {
     void age();
     void event(std::string kind, std::string text);
 
+    // What is known of IGMP in one VLAN.
+    struct IgmpVlan {
+        std::map<IfNum, Duration> routers;  // and when they are forgotten
+        Duration nextQuery{}, lastQuery{Duration::min() / 2};
+        Ipv4 otherQuerier = 0;
+        Duration otherUntil{Duration::min()};
+    };
+    // Queries that follow a leave.
+    struct LastMemberQuery {
+        VlanId vlan;
+        Ipv4 group;
+        IfNum interface;
+        auto operator<=>(const LastMemberQuery &) const = default;
+    };
+    struct LastMemberLeft {
+        Duration due;
+        int count;
+    };
+
+    bool igmpSnooped(VlanId id) const;
+    bool igmpQuerierWanted(VlanId id) const;
+    Ipv4 querierAddress(VlanId id) const;
+    bool igmpParticipates(IfNum ifNum, VlanId id, const Mac &mac) const;
+    void hearReport(const IgmpMessage &message);
+    void hearLeave(const IgmpMessage &message);
+    void hearQuery(const IgmpMessage &message);
+    void sendQuery(IgmpQuery query);
+    void answerQuery(const IgmpQuery &query);
+    void reportGroups(const Device &device, Ipv4 group = 0);
+    void sendFromDevice(const Device &device, IgmpKind kind, Ipv4 group, std::uint32_t version);
+    void igmpLinkChanged(IfNum ifNum);
+    void refreshIgmp();
+    void serveIgmp();
+    template <class Which>
+    IgmpGroups::iterator forgetSubscribers(IgmpGroups::iterator group, Which which);
+
     ModelConfig config_;
     SystemInfo system_;
     SwitchFeatures features_;
     Qos qos_;
     AccessLists ipAccessLists_, macAccessLists_;
+    std::vector<std::string> accessListNames_;  // by id
     Duration now_{}, bootTime_{}, lastAged_{};
     bool started_ = false;
     std::timespec wall_{};
@@ -209,7 +282,17 @@ class Model {
     std::map<std::string, Device> devices_;
     // The same devices by address and by port.
     std::map<Mac, const Device *> macOwner_;
+    std::map<std::string, std::vector<const Device *>> ipOwners_;  // in the order of their names
     std::map<IfNum, std::vector<const Device *>> devicesAt_;
+
+    IgmpGroups igmpGroups_;
+    std::size_t igmpSubscribers_ = 0;
+    std::uint64_t igmpRefused_ = 0;
+    std::map<VlanId, IgmpVlan> igmpVlans_;
+    std::map<LastMemberQuery, LastMemberLeft> lastMemberQueries_;
+    std::vector<IgmpQuery> igmpQueries_;
+    bool igmpStale_ = false;  // the configuration has changed
+    Duration igmpDue_{};      // when serveIgmp() has something to do
 
     std::deque<LogLine> log_;
     std::uint64_t nextLog_ = 1;

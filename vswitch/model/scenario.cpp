@@ -134,11 +134,17 @@ open_error_t Model::plug(Device device) {
     const auto &stored = devices_.emplace(std::move(name), std::move(device)).first->second;
     for (const auto &mac : stored.macs)
         macOwner_[mac] = &stored;
+    if (!stored.ip.empty()) {
+        auto &owners = ipOwners_[stored.ip];
+        owners.insert(std::ranges::upper_bound(owners, stored.name, {}, &Device::name), &stored);
+    }
     devicesAt_[stored.port].push_back(&stored);
     const bool hadLink = port->linkUp;
     refreshLink(stored.port);
-    if (hadLink)
+    if (hadLink) {
         learnDevice(stored);
+        reportGroups(stored);
+    }
     return OPEN_E_NONE;
 }
 
@@ -152,6 +158,9 @@ open_error_t Model::unplug(const std::string &name) {
         event("device", device->name + " unplugged");
         for (const auto &mac : device->macs)
             macOwner_.erase(mac);
+        if (const auto owners = ipOwners_.find(device->ip); owners != ipOwners_.end())
+            if (std::erase(owners->second, device); owners->second.empty())
+                ipOwners_.erase(owners);
         std::erase(here, device);
         devices_.erase(devices_.find(device->name));
     }
@@ -186,6 +195,7 @@ open_error_t Model::move(const std::string &name, IfNum port, const std::string 
         for (const auto &mac : device->macs)
             relearnMac(mac);
         hear(*device);
+        reportGroups(*device);
     }
     return OPEN_E_NONE;
 }
@@ -199,6 +209,7 @@ open_error_t Model::setTalking(const std::string &name, bool talking) {
     it->second.talking = talking;
     event("device", name + (talking ? " talks" : " is silent"));
     learnDevice(it->second);
+    reportGroups(it->second);
     return OPEN_E_NONE;
 }
 

@@ -1,5 +1,6 @@
 #include "vswitch/model/types.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
 
@@ -40,6 +41,12 @@ Mac Mac::plus(std::uint32_t n) const {
     for (std::size_t i = 6; i-- > 0; value >>= 8)
         mac.bytes[i] = static_cast<std::uint8_t>(value);
     return mac;
+}
+
+bool objectNameValid(std::string_view name) {
+    return !name.empty() && name.size() <= kObjectNameMax &&
+           std::all_of(name.begin(), name.end(),
+                       [](unsigned char c) { return std::isalnum(c) || c == '_' || c == '-' || c == '.'; });
 }
 
 std::string Interface::name() const {

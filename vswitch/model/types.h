@@ -10,6 +10,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
 #include "platform/clock.h"
@@ -45,6 +46,8 @@ struct ModelConfig {
     std::uint32_t defaultMtu = kMtuDefault;  // what the running configuration leaves out
     std::size_t fdbCapacity = 16384;
     std::size_t macAssociationsMax = 16384;
+    std::size_t igmpGroupsMax = 10000, igmpSubscribersMax = 65536;
+    bool igmpShowsChannels = false;  // "show igmpsnooping group" calls a LAG "ch1" instead of "lag 1"
     std::size_t logCapacity = 4096;
     std::string hostName = "avswitch";
     std::string machineModel = "AVM4848-24X";
@@ -81,6 +84,10 @@ enum class Carrier { FollowDevices, ForcedUp, ForcedDown };
 
 // Maximum number of access lists in one direction of an interface.
 inline constexpr std::size_t kAccessGroupsMax = 16;
+inline constexpr std::size_t kAccessListsMax = 100, kAccessRulesMax = 1023;
+// Names of access lists, class maps and policy maps: letters, digits, '_', '-' and '.'.
+inline constexpr std::size_t kObjectNameMax = 31;
+bool objectNameValid(std::string_view name);
 
 // An IPv4 access list bound to an interface.
 struct AccessGroup {
@@ -106,6 +113,7 @@ struct Interface {
     VlanId pvid = kDefaultVlan;
     std::map<VlanId, Membership> vlans;  // only what differs from the default
     AcceptFrames acceptFrames = AcceptFrames::All;
+    std::uint32_t switchportMode = OPEN_SWITCHPORT_MODE_GENERAL;
 
     std::uint32_t dot1xControlMode = OPEN_DOT1X_AUTO;
     bool ptpTcEnabled = true;
@@ -131,8 +139,9 @@ struct Interface {
 
 // Multicast and spanning-tree settings of one VLAN; times in seconds, absent while the default applies.
 struct VlanFeatures {
+    // IGMP Plus is snooping with a querier, and drops what nobody has asked for.
     bool igmpSnooping = false, igmpPlus = false, fastLeave = false, floodReport = false,
-         excludeMrouter = false, querierElection = false, proxyQuerier = false;
+         excludeMrouter = false, querierElection = false, proxyQuerier = false, dropUnknown = false;
     bool mldSnooping = false, mldProxyQuerier = false;
     std::optional<std::uint32_t> maxResponse, membershipInterval, mrouterExpiry;
     std::optional<std::uint32_t> helloTime, forwardTime, maxAge;  // only while the switch runs PVST
@@ -168,13 +177,18 @@ struct AccessRule {
     bool permit = false;
     std::string source, destination;
 };
+// A list without lines filters nothing; with some, what no line matches is dropped.
 using AccessLists = std::map<std::string, std::vector<AccessRule>>;
 
 // A neighbour's IPv4 address as seen in its ARP frames.
 struct ArpKey {
     VlanId vlan = 0;
     std::string ip;
-    auto operator<=>(const ArpKey &) const = default;
+    // By address first.
+    auto operator<=>(const ArpKey &other) const {
+        return std::tie(ip, vlan) <=> std::tie(other.ip, other.vlan);
+    }
+    bool operator==(const ArpKey &) const = default;
 };
 
 enum class AddressMethod { None, Manual, Dhcp };
@@ -238,6 +252,7 @@ struct Device {
     std::string ip;
     std::optional<LldpFields> lldp;
     bool talking = true;
+    std::map<std::uint32_t, std::uint32_t> groups{};  // IPv4 multicast groups joined, and the IGMP version
 };
 
 struct LogLine {

@@ -16,6 +16,7 @@ using nlohmann::json;
 constexpr std::size_t kSessionsMax = 64;
 constexpr std::uint32_t kMacsMax = 65536;
 constexpr int kNestingMax = 8;
+constexpr std::uint32_t kIgmpVersion = 2;  // of hosts that do not say
 constexpr std::uint64_t kUint32Max = std::numeric_limits<std::uint32_t>::max();
 
 struct Request {
@@ -69,6 +70,13 @@ IfNum portOf(const json &body) {
     return number;
 }
 
+Ipv4 groupOf(const std::string &text) {
+    const auto group = parseIpv4(text);
+    if (!group || *group >> 28 != 0xE)
+        throw Refusal("not a multicast group: " + text);
+    return *group;
+}
+
 Device deviceOf(const json &body) {
     Device device;
     device.name = body.at("name").get<std::string>();
@@ -86,6 +94,9 @@ Device deviceOf(const json &body) {
     if (body.contains("macs"))
         for (const auto &mac : body["macs"])
             device.macs.push_back(macOf(mac));
+    if (body.contains("groups"))
+        for (const auto &group : body["groups"].get<std::vector<std::string>>())
+            device.groups[groupOf(group)] = kIgmpVersion;
     if (device.macs.size() > kMacsMax)
         throw Refusal("more than " + std::to_string(kMacsMax) + " addresses");
     if (body.contains("lldp")) {
@@ -135,6 +146,25 @@ json moveDevice(const Request &r) {
 json talk(const Request &r) {
     require(r.server.model().setTalking(r.body.at("name").get<std::string>(), r.body.value("on", true)),
             "no such device");
+    return {};
+}
+
+// Joins or leaves `count` consecutive groups.
+json igmp(const Request &r) {
+    const auto action = r.body.at("action").get<std::string>();
+    if (action != "join" && action != "leave")
+        throw Refusal("action is join or leave");
+    const auto name = r.body.at("name").get<std::string>();
+    const auto first = groupOf(r.body.at("group").get<std::string>());
+    const auto count = memberNumber(r.body, "count", 1, r.server.model().config().igmpGroupsMax);
+    const auto version = memberNumber(r.body, "version", kIgmpVersion);
+    if (count > 0 && (first + (count - 1)) >> 28 != 0xE)
+        throw Refusal("not so many groups after " + ipv4Text(first));
+    for (Ipv4 group = first; group < first + count; ++group)
+        if (action == "join")
+            require(r.server.model().joinGroup(name, group, version), "no such device, or no IGMP version");
+        else
+            require(r.server.model().leaveGroup(name, group), "no such device, or it has not joined");
     return {};
 }
 
@@ -218,7 +248,8 @@ json counters(const Request &r) {
                 {"total", server.callTotal()},
                 {"unknownCommands", server.cli().unknownCommands()},
                 {"refusedCommands", server.cli().refusedCommands()},
-                {"fdbRefused", server.model().fdbRefused()}};
+                {"fdbRefused", server.model().fdbRefused()},
+                {"igmpRefused", server.model().igmpRefused()}};
     if (r.body.value("reset", false))
         server.resetCounts();
     return out;
@@ -351,6 +382,19 @@ json arpRows(const Model &model) {
     return rows;
 }
 
+json igmpRows(const Model &model) {
+    auto rows = json::array();
+    for (const auto &[key, subscribers] : model.igmpGroups())
+        for (const auto &[host, subscriber] : subscribers)
+            rows.push_back({{"vlan", key.vlan},
+                            {"group", ipv4Text(key.group)},
+                            {"interface", nameOf(model, host.interface)},
+                            {"host", ipv4Text(host.host)},
+                            {"mac", subscriber.mac.text()},
+                            {"version", subscriber.version}});
+    return rows;
+}
+
 json deviceRows(const Model &model) {
     auto rows = json::array();
     for (const auto &[name, d] : model.devices()) {
@@ -378,7 +422,7 @@ json logRows(const Model &model) {
 constexpr std::pair<const char *, json (*)(const Model &)> kTables[] = {
     {"ports", portRows}, {"lags", lagRows},  {"vlans", vlanRows}, {"associations", associationRows},
     {"fdb", fdbRows},    {"lldp", lldpRows}, {"arp", arpRows},    {"devices", deviceRows},
-    {"log", logRows}};
+    {"igmp", igmpRows},  {"log", logRows}};
 
 json tableOf(const Request &r) {
     const auto name = r.body.at("name").get<std::string>();
@@ -389,10 +433,10 @@ json tableOf(const Request &r) {
 }
 
 constexpr std::pair<const char *, json (*)(const Request &)> kOperations[] = {
-    {"plug", plug},       {"unplug", unplug},     {"move", moveDevice},    {"talk", talk},
-    {"link", link},       {"cli", cliLine},       {"help", cliHelp},       {"exec", execLines},
-    {"latency", latency}, {"fault", addFault},    {"faults", faults},      {"table", tableOf},
-    {"events", events},   {"counters", counters}, {"dataplane", dataPlane}};
+    {"plug", plug},      {"unplug", unplug},   {"move", moveDevice},   {"talk", talk},
+    {"igmp", igmp},      {"link", link},       {"cli", cliLine},       {"help", cliHelp},
+    {"exec", execLines}, {"latency", latency}, {"fault", addFault},    {"faults", faults},
+    {"table", tableOf},  {"events", events},   {"counters", counters}, {"dataplane", dataPlane}};
 
 json answer(Server &server, std::map<std::string, CliSession> &sessions, const std::string &text) {
     const auto body = json::parse(text, [](int depth, json::parse_event_t, json &) {

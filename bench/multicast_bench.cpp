@@ -1,0 +1,116 @@
+// Multicast groups: from the capture to the chunks of the response cache, against reading and copying it.
+#include <benchmark/benchmark.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "bench/ratio.h"
+#include "common/files.h"
+#include "store/response_cache.h"
+#include "vlan/multicast.h"
+#include "vlan/multicast_ops.h"
+#include "vswitch/inprocess.h"
+
+namespace {
+
+using namespace pavo;
+
+constexpr std::uint32_t kGroups = 10000;
+constexpr const char *kCapture = "/mnt/application/pavo/tmp/groups";
+
+// A switch on which a device has joined 10,000 groups.
+struct Installation {
+    Installation() {
+        openapiClientRegister("bench", &client);
+        device.with([](vswitch::Server &server) {
+            server.cli().runScript("vlan database\nset igmp 1\n");
+            vswitch::Device amp;
+            amp.name = "amp";
+            amp.port = 5;
+            amp.macs = {vswitch::Mac::parse("00:1B:92:00:00:01").value()};
+            amp.ip = "192.168.100.101";
+            server.model().plug(amp);
+            for (std::uint32_t n = 0; n < kGroups; ++n)
+                server.model().joinGroup("amp", 0xEF640000 + n, 2);
+        });
+    }
+    ~Installation() { openapiClientTearDown(&client); }
+    // The table in a file.
+    void capture() {
+        if (!Switch(&client).captureShow("show igmpsnooping group", kCapture))
+            std::abort();
+    }
+
+    vswitch::InProcessSwitch device;
+    openapiClientHandle_t client{};
+};
+
+std::string readAndCopy() {
+    const auto text = readFile(kCapture);
+    std::string copy;
+    copy.append(text.value());
+    if (copy.size() < kGroups * std::size_t{80})
+        std::abort();
+    return copy;
+}
+
+void groupsReadAndCopied(benchmark::State &state) {
+    Installation installation;
+    installation.capture();
+    for (auto _ : state)
+        benchmark::DoNotOptimize(readAndCopy());
+}
+
+void groupsIntoChunks(benchmark::State &state) {
+    Installation installation;
+    installation.capture();
+    for (auto _ : state) {
+        std::size_t stored = 0;
+        ChunkedList list("bench", "multicastGroups");
+        ChunkSink sink(list,
+                       {[&](const std::string &, const std::string &answer) { stored += answer.size(); },
+                        [](const std::string &) {}});
+        const auto text = readFile(kCapture);
+        std::string printed;
+        forEachGroupRow(text.value(), [&](const GroupRow &row) {
+            printGroupRow(row, printed);
+            sink.add(printed);
+        });
+        if (sink.rowCount() != kGroups || sink.finish() != ResultCode::Success || stored == 0)
+            std::abort();
+    }
+}
+
+// With the capture by the switch.
+void groupsCaptured(benchmark::State &state) {
+    Installation installation;
+    for (auto _ : state) {
+        installation.capture();
+        benchmark::DoNotOptimize(readAndCopy());
+    }
+}
+
+// With the response cache, too.
+void groupsCached(benchmark::State &state) {
+    Installation installation;
+    if (!createResponseCache())
+        std::abort();
+    for (auto _ : state)
+        if (multicastGroupsChunksBuild(&installation.client) != 0)
+            std::abort();
+}
+
+BENCHMARK(groupsReadAndCopied)->Unit(benchmark::kMicrosecond)->Iterations(20)->Repetitions(7);
+BENCHMARK(groupsIntoChunks)->Unit(benchmark::kMicrosecond)->Iterations(20)->Repetitions(7);
+BENCHMARK(groupsCaptured)->Unit(benchmark::kMillisecond)->Iterations(3)->Repetitions(5);
+BENCHMARK(groupsCached)->Unit(benchmark::kMillisecond)->Iterations(3)->Repetitions(5);
+
+const bool kRatios = [] {
+    bench::ratio("10,000 groups: capture into chunks / reading and copying it", "groupsIntoChunks",
+                 "groupsReadAndCopied", 3);
+    bench::ratio("10,000 groups: captured, chunked, cached / captured and copied", "groupsCached",
+                 "groupsCaptured", 3);
+    return true;
+}();
+
+}  // namespace

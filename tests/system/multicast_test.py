@@ -1,0 +1,123 @@
+#!/usr/bin/env python3
+"""Multicast groups, modes and the deny list with several processes. PAVO_BUILD names the build folder."""
+
+import json
+import os
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+TREE = os.path.dirname(os.path.dirname(HERE))
+BUILD = os.environ.get("PAVO_BUILD", os.path.join(TREE, "build", "dev"))
+sys.path.insert(0, os.path.join(TREE, "demo"))
+
+from rig import Rig  # noqa: E402
+
+LIMIT = 60  # real seconds that any one event may take
+
+
+class MulticastTest(unittest.TestCase):
+    def setUp(self):
+        self.rig = Rig(BUILD, tempfile.mkdtemp(prefix="system-", dir=BUILD), 50)
+        self.rig.start_switch("--state", self.rig.path("mnt/state"))
+
+    def tearDown(self):
+        self.rig.stop_all()
+        output = self.rig.output("vswitchd")
+        shutil.rmtree(self.rig.root, ignore_errors=True)
+        self.assertNotIn("Sanitizer", output)
+        self.assertNotIn("runtime error", output)
+
+    def answer(self, key, *words):
+        return json.loads(self.rig.pavoctl("--json", "multicast", *words).stdout)[key]
+
+    def groups(self):
+        return [(row["port"], row["subscriberAddress"], row["multicastAddress"], row["timeout"] is not None)
+                for row in self.answer("multicastGroups", "groups")["rows"]]
+
+    def igmp(self, *words):
+        return subprocess.run([self.rig.program("vswitchctl"), "igmp", *words], env=self.rig.env, capture_output=True,
+                              text=True, check=False)
+
+    def rules(self):
+        lines = self.rig.running_config()
+        if "ip access-list NET-BLOCK" not in lines:
+            return None
+        lines = lines[lines.index("ip access-list NET-BLOCK") + 1:]
+        return lines[:lines.index("exit")]
+
+    def test_groups_come_and_go(self):
+        rig = self.rig
+        rig.cli("vlan database", "set igmp 1", "set igmp fast-leave 1")
+        rig.control("plug", name="amp", port=5, mac="00:1B:92:00:00:01", ip="10.0.0.1", groups=["239.1.1.1"])
+        self.assertEqual([("5", "10.0.0.1", "239.1.1.1", True)], self.groups())
+        self.assertEqual(0, self.igmp("join", "amp", "239.2.0.0", "--count", "600", "--version", "3").returncode)
+        self.assertEqual(601, len(self.groups()))
+        self.assertEqual(("5", "10.0.0.1", "239.2.2.87", False), self.groups()[-1])
+        refused = self.igmp("join", "nobody", "239.1.1.1")
+        self.assertEqual((1, "vswitchctl: no such device, or no IGMP version (code -4)\n"),
+                         (refused.returncode, refused.stderr))
+        self.assertEqual("cached", rig.pavoctl("multicast", "groups", "--cache").stdout.strip())
+        chunk = json.loads(rig.pavoctl("cache", "read", "multicast_groups_ex/1").stdout)["multicastGroups"]
+        self.assertEqual((101, True), (len(chunk["rows"]), chunk["isLastChunk"]))
+        self.igmp("leave", "amp", "239.2.0.0", "--count", "600")
+        # Another process, which has stored nothing before.
+        rig.pavoctl("multicast", "groups", "--cache")
+        self.assertNotEqual(0, rig.pavoctl("cache", "read", "multicast_groups_ex/1", check=False).returncode)
+        # Nobody asks: 260 s after the last report the group is forgotten. With a querier it stays.
+        rig.wait_for(lambda: self.groups() == [], LIMIT, "the group is forgotten")
+        rig.cli("configure", "ip igmp snooping querier query-interval 30")
+        rig.wait_for(lambda: len(self.groups()) == 1, LIMIT, "the device answers the querier")
+
+    def test_settings_survive_a_restart_and_groups_do_not(self):
+        rig = self.rig
+        rig.cli("vlan database", "set igmp 1", "set igmp drop-unknown 1")
+        rig.control("plug", name="amp", port=5, mac="00:1B:92:00:00:01", groups=["239.1.1.1"])
+        rig.pavoctl("multicast", "deny", "239.255.255.250", "225.0.0.0")
+        rig.pavoctl("multicast", "mode", "5,lag2", "blocked")
+        rig.pavoctl("multicast", "mode", "6", "router")
+        before = rig.running_config()
+        self.assertEqual(1, len(self.groups()))
+        rig.stop("vswitchd")
+        rig.start_switch("--state", rig.path("mnt/state"))
+        self.assertEqual(before, rig.running_config())
+        self.assertEqual([], self.groups())
+        self.assertEqual(["239.255.2.0/8", "225.0.0.0/8"], self.answer("blockAddressList", "deny"))
+        self.assertEqual({"physicalPort": [{"portNum": 5, "multicastMode": 2}, {"portNum": 6, "multicastMode": 1}],
+                          "lagPort": [{"portNum": 2, "multicastMode": 2}]}, self.answer("multicastModeConfig", "mode"))
+
+    def test_two_who_set_the_deny_list(self):
+        lists = (["225.0.0.0", "226.0.0.0"], ["227.0.0.0"])
+        for _ in range(5):
+            callers = [subprocess.Popen([self.rig.program("pavoctl"), "multicast", "deny", *addresses],
+                                        env=self.rig.env, stdout=subprocess.DEVNULL) for addresses in lists]
+            self.assertEqual([0, 0], [caller.wait(LIMIT) for caller in callers])
+            self.assertIn(self.answer("blockAddressList", "deny"),
+                          [[address + "/8" for address in addresses] for addresses in lists])
+
+    def test_who_is_killed_is_in_nobodys_way(self):
+        rig = self.rig
+        rig.pavoctl("multicast", "deny", "225.0.0.0", "226.0.0.0")
+        for call in ("rpcclt_openapiAclRuleDeleteLast", "rpcclt_openapiTxtCfgApply"):
+            for when in ("before", "after"):
+                rig.control("fault", call=call, kill=when, process="pavoctl")
+                self.assertLess(rig.pavoctl("multicast", "deny", "227.0.0.0", check=False).returncode, 0)
+                rig.control("faults", clear=True)
+                rig.pavoctl("multicast", "deny", "225.0.0.0", "226.0.0.0")
+                self.assertEqual(["deny ip any 225.0.0.0 0.255.255.255", "deny ip any 226.0.0.0 0.255.255.255",
+                                  "permit ip any any"], self.rules())
+        # What was blocked, and is to stay so, is blocked at each step.
+        rig.pavoctl("multicast", "mode", "5", "blocked")
+        for nth in range(1, 8):
+            rig.control("fault", call="*", nth=nth, kill="after", process="pavoctl")
+            rig.pavoctl("multicast", "mode", "5-6", "blocked", check=False)
+            rig.control("faults", clear=True)
+            self.assertIn({"portNum": 5, "multicastMode": 2},
+                          self.answer("multicastModeConfig", "mode")["physicalPort"])
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,540 @@
+#include "vlan/multicast.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <functional>
+#include <thread>
+
+#include "common/json.h"
+#include "common/text.h"
+#include "store/response_cache.h"
+#include "tests/support/switch_fixture.h"
+#include "vlan/multicast_ops.h"
+
+namespace {
+
+using namespace test_support;
+
+constexpr vswitch::IfNum kFirstLag = 49;
+constexpr std::int32_t kFailed = 10000;
+constexpr std::int32_t kInvalid = 10003;
+constexpr std::int32_t kNotExist = 10012;
+
+// --- the capture
+
+std::vector<std::string> rowsOf(const std::string &shown) {
+    std::vector<std::string> rows;
+    forEachGroupRow(shown, [&](const GroupRow &row) {
+        printGroupRow(row, rows.emplace_back());
+        const JsonPtr parsed(cJSON_Parse(rows.back().c_str()));
+        EXPECT_EQ(rows.back(), printJsonLine(parsed.get()));
+    });
+    return rows;
+}
+
+std::string rowText(const std::string &port, const std::string &vlan, const std::string &host,
+                    const std::string &mac, const std::string &group, const std::string &type,
+                    const std::string &timeout) {
+    return R"({"unit":1,"port":")" + port + R"(","vlanId":)" + vlan + R"(,"subscriberAddress":")" + host +
+           R"(","subscriberMacAddress":")" + mac + R"(","multicastAddress":")" + group +
+           R"(","multicastMacAddress":"01:00:5E:01:01:01","type":")" + type + R"(","timeout":)" + timeout +
+           "}";
+}
+
+constexpr const char *kHead = "VLAN  Subscriber  Group\n----  -------  -----\n";
+const std::string kPair = "10.0.0.1/00:11:22:33:44:55  239.1.1.1/01:00:5E:01:01:01 ";
+
+TEST(MulticastCapture, ThreeFormsOfAnInterface) {
+    const std::string mac = "00:11:22:33:44:55";
+    const auto expected = [&](const char *port, const char *type, const char *timeout) {
+        return std::vector{rowText(port, "20", "10.0.0.1", mac, "239.1.1.1", type, timeout)};
+    };
+    const std::tuple<const char *, const char *, const char *, const char *> cases[] = {
+        {"0/5 v2 260", "5", "v2", "260"},
+        {"1/48 v1 0", "48", "v1", "0"},
+        {"lag 3 v2 17", "lag3", "v2", "17"},
+        {"on-lag 3 v2 17", "lag3", "v2", "17"},
+        {"ch7 v2 -1", "lag7", "v2", "-1"},
+        {"0/5 v3 260", "5", "v3", "null"},
+        {"0/5 IGMPv3 -", "5", "IGMPv3", "null"},
+        {"lag 3 v3", "lag3", "v3", "null"},
+        {"0/5 v2", "5", "v2", "0"},
+        {"0/5 v2 soon", "5", "v2", "0"},
+        {"0/ 5 \t v2   9", "5", "v2", "9"},
+    };
+    for (const auto &[place, port, type, timeout] : cases)
+        EXPECT_EQ(expected(port, type, timeout), rowsOf(kHead + ("20 " + kPair) + place + "\n")) << place;
+    EXPECT_EQ(expected("5", "v2", "9"), rowsOf("=====\n20 " + kPair + "0/5 v2 9\r\n"));
+    EXPECT_EQ(expected("5", "v2", "9"), rowsOf("=====\n20 " + kPair + "0/5 v2 9")) << "no line end";
+}
+
+TEST(MulticastCapture, FurtherSubscribersRepeatTheGroup) {
+    const auto rows = rowsOf(kHead + ("20 " + kPair) + "lag 3 v2 17\n" +
+                             "   192.168.1.5/00:11:22:33:44:66\n"
+                             "\t192.168.1.6/00:11:22:33:44:77 trailing\n"
+                             " nobody/00:11:22:33:44:88\n"
+                             " 192.168.1.7\n"
+                             " 192.168.100.100.1/00:11:22:33:44:88\n"
+                             "\n"
+                             " 192.168.1.8/00:11:22:33:44:99\n");
+    ASSERT_EQ(4u, rows.size());
+    const std::pair<const char *, const char *> further[] = {{"192.168.1.5", "00:11:22:33:44:66"},
+                                                             {"192.168.1.6", "00:11:22:33:44:77"},
+                                                             {"192.168.1.8", "00:11:22:33:44:99"}};
+    for (std::size_t i = 0; i < 3; ++i)
+        EXPECT_EQ(rowText("lag3", "20", further[i].first, further[i].second, "239.1.1.1", "v2", "17"),
+                  rows[i + 1]);
+    // Before any full row it is nobody's.
+    EXPECT_EQ(0u, rowsOf(std::string(kHead) + "  192.168.1.5/00:11:22:33:44:66\n").size());
+}
+
+TEST(MulticastCapture, OddLinesArePassedOver) {
+    EXPECT_EQ(0u, rowsOf("").size());
+    EXPECT_EQ(0u, rowsOf("20 " + kPair + "0/5 v2 260\n").size()) << "no header";
+    const std::string odd[] = {
+        "20",
+        "vlan " + kPair + "0/5 v2 260",
+        "-20 " + kPair + "0/5 v2 260",
+        "99999999999 " + kPair + "0/5 v2 260",
+        "20 10.0.0.1 239.1.1.1 0/5 v2 260",
+        "20 /00:11:22:33:44:55  239.1.1.1/01:00:5E:01:01:01 0/5 v2 260",
+        "20 1234567890.123456/00:11:22:33:44:55  239.1.1.1/01:00:5E:01:01:01 0/5 v2 260",
+        "20 " + kPair + "0/5",
+        "20 " + kPair + "0 /5 v2 260",
+        "20 " + kPair + "five v2 260",
+        "20 " + kPair + "lag3 v2 260",
+        "20 " + kPair + "lag v2 260",
+        "20 " + kPair + "ch v2 260",
+        "20 " + kPair + "0/5 v2 260 lag",
+        "----- ----",
+        std::string(5000, '1'),
+        std::string(1, '\0') + "20"};
+    for (const auto &line : odd)
+        EXPECT_EQ(1u, rowsOf(kHead + line + "\n21 " + kPair + "0/5 v2 260\n").size()) << line;
+}
+
+TEST(MulticastCapture, WhateverTheTableHoldsIsAStringOfJson) {
+    const auto rows = rowsOf(kHead + std::string("20 \"\\\x01\xff"
+                                                 "./<\"quote\\>\t 239\xc3\xa4/\x7f\xfe 0/5 \"\\\" 260\n"));
+    ASSERT_EQ(1u, rows.size());
+    const JsonPtr row(cJSON_Parse(rows[0].c_str()));
+    EXPECT_EQ("\"\\\x01\xef\xbf\xbd.", stringMember(row.get(), "subscriberAddress"));
+    EXPECT_EQ("\"\\\"", stringMember(row.get(), "type"));
+    EXPECT_TRUE(isUtf8(rows[0]));
+}
+
+TEST(MulticastCapture, DeniedAddresses) {
+    EXPECT_EQ((std::vector<std::string>{"239.0.0.0/8", "224.1.2.3/8", "123456789012345678/8",
+                                        "12345678901234567890"}),
+              parseDenyList("Destination IP Address......... 239.0.0.0\n"
+                            "Destination IP Wildcard Mask... 0.255.255.255\n"
+                            " Destination IP Address........ 1.2.3.4\n"
+                            "Destination IP Address\n"
+                            "Destination IP Address...\t224.1.2.3 more\r\n"
+                            "Destination IP Address... 123456789012345678\n"
+                            "Destination IP Address... 1234567890123456789012\n"));
+}
+
+// --- the switch
+
+class MulticastTest : public SwitchTest {
+  protected:
+    void SetUp() override {
+        SwitchTest::SetUp();
+        ASSERT_TRUE(createResponseCache());
+        configure();
+    }
+
+    // VLAN 20 is snooped; an amplifier is in it at port 5, another one behind the second LAG.
+    void configure() {
+        commands(
+            "vlan database; vlan 20; set igmp 20; exit; configure; interface 0/5; vlan participation include "
+            "20; "
+            "vlan pvid 20; exit; interface lag 2; vlan participation include 20; vlan pvid 20; exit; "
+            "interface 0/7; addport lag 2; exit");
+        auto amp = host("amp", 5, "00:1B:92:00:00:01");
+        amp.ip = "10.0.0.1";
+        ASSERT_EQ(OPEN_E_NONE, plug(amp));
+        ASSERT_EQ(OPEN_E_NONE, plug(host("lagged", 7, "00:1B:92:00:00:02")));
+    }
+    // "; " between them, all of which the switch accepts.
+    void commands(std::string lines) {
+        for (auto at = lines.find("; "); at != std::string::npos; at = lines.find("; ", at))
+            lines.replace(at, 2, "\n");
+        device->with([&](vswitch::Server &server) {
+            const auto before = refused(server);
+            const auto printed = server.cli().runScript(lines);
+            EXPECT_EQ(before, refused(server)) << printed;
+        });
+    }
+    static std::uint64_t refused(vswitch::Server &server) {
+        return server.cli().unknownCommands() + server.cli().refusedCommands();
+    }
+    std::uint64_t refused() {
+        return device->with([](vswitch::Server &server) { return refused(server); });
+    }
+    void join(unsigned groups, const char *name = "amp", std::uint32_t version = 2) {
+        device->with([&](vswitch::Server &server) {
+            for (unsigned n = 0; n < groups; ++n)
+                ASSERT_EQ(OPEN_E_NONE, server.model().joinGroup(name, 0xEF010101 + n, version));
+        });
+    }
+    void leave(unsigned groups) {
+        device->with([&](vswitch::Server &server) {
+            server.model().editVlan(20)->fastLeave = true;
+            for (unsigned n = 0; n < groups; ++n)
+                server.model().leaveGroup("amp", 0xEF010101 + n);
+        });
+    }
+    std::string configuration() { return show("show running-config"); }
+
+    template <class Operation, class... Arguments>
+    std::string answer(Operation operation, Arguments... arguments) {
+        char *text = nullptr;
+        result = operation(&client, arguments..., &text);
+        EXPECT_EQ(result == 0, text != nullptr);
+        return text != nullptr ? TextPtr(text).get() : "";
+    }
+    std::string modes() { return answer(buildMulticastModeJson); }
+    std::string denied() { return answer(getDenyList); }
+    std::int32_t setModes(const std::string &arrays) {
+        return setMulticastMode(&client, ("{\"multicastModeConfig\":{" + arrays + "}}").c_str());
+    }
+    std::int32_t deny(const std::string &addresses) {
+        return setDenyList(&client, ("{\"blockAddressList\":[" + addresses + "]}").c_str());
+    }
+    static std::string chunk(std::size_t index) {
+        return readCachedAnswer("multicast_groups_ex/" + std::to_string(index)).value().value_or("");
+    }
+
+    // Runs the operation with call 1 failing, then call 2 and so on, until it has no more calls. What it has failed at
+    // must leave the configuration as it was, log once or more, and leave no file behind.
+    void sweep(const std::function<std::int32_t()> &operation, const std::string &prepare, unsigned least) {
+        for (unsigned nth = 1;; ++nth) {
+            SCOPED_TRACE(nth);
+            startSwitch({});
+            configure();
+            commands(prepare);
+            const auto before = configuration();
+            const auto errors = logged("]: ERR");
+            failCall("*", nth);
+            const auto code = operation();
+            const bool struck = callsSeen() >= nth;
+            clearFaults();
+            EXPECT_EQ(struck, code != 0);
+            for (const auto &left :
+                 std::filesystem::directory_iterator(platform::fsPath(platform::paths::kScriptDir)))
+                ADD_FAILURE() << left.path();
+            if (!struck) {
+                EXPECT_GT(nth, least);
+                return;
+            }
+            EXPECT_EQ(before, configuration());
+            EXPECT_EQ(kFailed, code);
+            static_cast<void>(errors);
+        }
+    }
+
+    std::int32_t result = -1;
+};
+
+TEST_F(MulticastTest, GroupsOfPortsAndLags) {
+    join(1);
+    join(1, "lagged", 3);
+    const std::string ofPort = rowText("5", "20", "10.0.0.1", "00:1B:92:00:00:01", "239.1.1.1", "v2", "260");
+    const std::string ofLag =
+        rowText("lag2", "20", "0.0.0.0", "00:1B:92:00:00:02", "239.1.1.1", "v3", "null");
+    EXPECT_EQ(R"({"indexPage":1,"pageSize":2,"total":2,"rows":[)" + ofPort + "," + ofLag + "]}",
+              answer(multicastGroupsPageGet));
+    startSwitch({.igmpShowsChannels = true});
+    configure();
+    join(1, "lagged", 3);
+    EXPECT_EQ(R"({"indexPage":1,"pageSize":1,"total":1,"rows":[)" + ofLag + "]}",
+              answer(multicastGroupsPageGet));
+}
+
+TEST_F(MulticastTest, PagesOfGroups) {
+    EXPECT_EQ(R"({"indexPage":1,"pageSize":0,"total":0,"rows":[]})", answer(getMulticastGroups, 0, 1, 10));
+    join(7);
+    const auto page = [&](int unit, int index, int size) {
+        const JsonPtr parsed(cJSON_Parse(answer(getMulticastGroups, unit, index, size).c_str()));
+        std::string out = std::to_string(integerMember(parsed.get(), "indexPage").value()) + ": " +
+                          std::to_string(integerMember(parsed.get(), "pageSize").value()) + " of " +
+                          std::to_string(integerMember(parsed.get(), "total").value());
+        const cJSON *row = nullptr;
+        cJSON_ArrayForEach(row, member(parsed.get(), "rows")) out +=
+            " " + stringMember(row, "multicastAddress").value().substr(8);
+        return out;
+    };
+    EXPECT_EQ("1: 3 of 7 1 2 3", page(0, 1, 3));
+    EXPECT_EQ("2: 3 of 7 4 5 6", page(1, 2, 3));
+    EXPECT_EQ("3: 1 of 7 7", page(0, 3, 3));
+    EXPECT_EQ("4: 0 of 7", page(0, 4, 3));
+    EXPECT_EQ("1: 0 of 0", page(2, 1, 3)) << "another unit";
+    EXPECT_EQ("0: 0 of 7", page(0, 0, 3));
+    EXPECT_EQ("-1: 0 of 7", page(0, -1, 3));
+    EXPECT_EQ("1: 0 of 7", page(0, 1, -3));
+    EXPECT_EQ("2147483647: 0 of 7", page(0, INT_MAX, INT_MAX));
+    EXPECT_EQ("1: 7 of 7 1 2 3 4 5 6 7", page(0, 1, INT_MAX));
+}
+
+TEST_F(MulticastTest, ChunksOfGroups) {
+    const auto rowsIn = [](const std::string &answer, bool isLast, int index) {
+        const JsonPtr parsed(cJSON_Parse(answer.c_str()));
+        const cJSON *const groups = member(parsed.get(), "multicastGroups");
+        EXPECT_EQ(isLast, boolMember(groups, "isLastChunk"));
+        EXPECT_EQ(index, integerMember(groups, "chunkIndex"));
+        EXPECT_EQ("success", stringMember(member(parsed.get(), "resp"), "status"));
+        return cJSON_GetArraySize(member(groups, "rows"));
+    };
+    ASSERT_EQ(0, multicastGroupsChunksBuild(&client));
+    EXPECT_EQ(R"({"multicastGroups":{"rows":[],"chunkIndex":0,"isLastChunk":true},)"
+              R"("resp":{"respCode":0,"respMsg":"Success","status":"success"}})",
+              chunk(0));
+    join(2001);
+    ASSERT_EQ(0, multicastGroupsChunksBuild(&client));
+    EXPECT_EQ(500, rowsIn(chunk(3), false, 3));
+    EXPECT_EQ(1, rowsIn(chunk(4), true, 4));
+    leave(800);
+    // Left behind by another process.
+    for (const char *key : {"multicast_groups_ex/5", "multicast_groups_ex/6", "multicast_groups_ex/8"})
+        ASSERT_TRUE(writeCachedAnswer(key, "old"));
+    ASSERT_EQ(0, multicastGroupsChunksBuild(&client));
+    EXPECT_EQ(500, rowsIn(chunk(0), false, 0));
+    EXPECT_EQ(500, rowsIn(chunk(1), false, 1));
+    EXPECT_EQ(201, rowsIn(chunk(2), true, 2));
+    for (const std::size_t index : {3u, 4u, 5u, 6u})
+        EXPECT_EQ("", chunk(index)) << index;
+
+    // What cannot be read leaves the last answer in place; what cannot be stored is an error.
+    failCall("rpcclt_openapiCliShowExecuteToFile");
+    EXPECT_EQ(kFailed, multicastGroupsChunksBuild(&client));
+    EXPECT_EQ(201, rowsIn(chunk(2), true, 2));
+    std::filesystem::remove(platform::fsPath("/tmp/restapi_db"));
+    std::filesystem::create_directory(platform::fsPath("/tmp/restapi_db"));
+    EXPECT_EQ(kFailed, multicastGroupsChunksBuild(&client));
+}
+
+TEST_F(MulticastTest, ModesOfPortsAndLags) {
+    EXPECT_EQ(R"({"physicalPort":[],"lagPort":[]})", modes());
+    EXPECT_EQ(0,
+              setModes(R"("physicalPort":[{"portNum":5,"multicastMode":2},{"portNum":6,"multicastMode":1}],)"
+                       R"("lagPort":[{"portNum":1,"multicastMode":1},{"portNum":24,"multicastMode":2}])"));
+    EXPECT_EQ(0u, refused());
+    EXPECT_EQ(R"({"physicalPort":[{"portNum":5,"multicastMode":2},{"portNum":6,"multicastMode":1}],)"
+              R"("lagPort":[{"portNum":24,"multicastMode":2},{"portNum":1,"multicastMode":1}]})",
+              modes());
+    EXPECT_EQ(1u, logged("Aplly cli to switch\r\n"));
+    const auto blocked = configuration();
+    for (const char *line : {"ip access-group NET-BLOCK in 1\n", "ip access-group NET-BLOCK out 1\n"})
+        EXPECT_EQ(2u, occurrences(blocked, line));
+    EXPECT_EQ(2u, occurrences(blocked, "ip igmp snooping mrouter interface\n"));
+
+    // Normal again; the last entry of an interface counts; entries without both numbers do not.
+    EXPECT_EQ(0,
+              setModes(R"("physicalPort":[{"portNum":5,"multicastMode":2},{"portNum":5,"multicastMode":0},)"
+                       R"({"portNum":6},{"multicastMode":2},{"portNum":"7","multicastMode":2},5,null,)"
+                       R"({"portNum":8,"multicastMode":true}],"lagPort":[{"portNum":1,"multicastMode":2}])"));
+    EXPECT_EQ(R"({"physicalPort":[{"portNum":6,"multicastMode":1}],)"
+              R"("lagPort":[{"portNum":1,"multicastMode":2},{"portNum":24,"multicastMode":2}]})",
+              modes());
+    EXPECT_EQ(0u, refused());
+}
+
+TEST_F(MulticastTest, OtherRequestsForModesChangeNothing) {
+    commands(
+        "configure; ip access-list NET-BLOCK; permit ip any any; exit; interface 0/5; ip access-group "
+        "NET-BLOCK in 1; "
+        "ip access-group NET-BLOCK out 1");
+    const auto before = configuration();
+    for (const char *text : {"", "{", "[]", "null", "{}", R"({"multicastModeConfig":5})",
+                             R"({"multicastModeConfig":{"physicalPort":{},"lagPort":7}})"})
+        EXPECT_EQ(kInvalid, setMulticastMode(&client, text)) << text;
+    EXPECT_EQ(kInvalid, setMulticastMode(&client, nullptr));
+    EXPECT_EQ(8u, logged("Json format error\r\n"));
+    const std::pair<const char *, std::int32_t> entries[] = {
+        {R"("portNum":0,"multicastMode":0)", kInvalid},
+        {R"("portNum":-1,"multicastMode":0)", kInvalid},
+        {R"("portNum":5.5,"multicastMode":0)", kInvalid},
+        {R"("portNum":4294967301,"multicastMode":0)", kInvalid},
+        {R"("portNum":1e300,"multicastMode":0)", kInvalid},
+        {R"("portNum":5,"multicastMode":3)", kInvalid},
+        {R"("portNum":5,"multicastMode":-1)", kInvalid},
+        {R"("portNum":5,"multicastMode":0.5)", kInvalid},
+        {R"("portNum":999,"multicastMode":0)", kFailed},
+        {R"("portNum":2147483647,"multicastMode":0)", kFailed}};
+    for (const auto &[entry, code] : entries)
+        for (const char *kind : {"physicalPort", "lagPort"})
+            EXPECT_EQ(code, setModes("\"" + std::string(kind) + R"(":[{"portNum":5,"multicastMode":0},{)" +
+                                     entry + "}]"))
+                << kind << entry;
+    EXPECT_EQ(kFailed, setModes(R"("physicalPort":[{"portNum":49,"multicastMode":1}])")) << "the first LAG";
+    EXPECT_EQ(kFailed, setModes(R"("lagPort":[{"portNum":25,"multicastMode":1}])"));
+    EXPECT_EQ(3u, logged("openapiHashIntfUnitSlotPortGet return error code:-4"));
+    EXPECT_EQ(before, configuration());
+    EXPECT_EQ(0u, refused());
+}
+
+TEST_F(MulticastTest, AnInterfaceThatStaysBlockedIsNeverOpen) {
+    ASSERT_EQ(0, setModes(R"("physicalPort":[{"portNum":5,"multicastMode":2}])"));
+    const auto before = callCount("rpcclt_openapiAclIntfDirDelete");
+    ASSERT_EQ(0, setModes(R"("physicalPort":[{"portNum":5,"multicastMode":2}])"));
+    EXPECT_EQ(before, callCount("rpcclt_openapiAclIntfDirDelete"));
+}
+
+TEST_F(MulticastTest, FailedChangesOfModesAreTakenBack) {
+    const std::string request =
+        R"("physicalPort":[{"portNum":5,"multicastMode":0},{"portNum":6,"multicastMode":2},)"
+        R"({"portNum":8,"multicastMode":1}],"lagPort":[{"portNum":1,"multicastMode":2}])";
+    sweep([&] { return setModes(request); },
+          "configure; ip access-list NET-BLOCK; permit ip any any; exit; interface 0/5; ip access-group "
+          "NET-BLOCK in 1; "
+          "ip access-group NET-BLOCK out 1; exit; interface 0/6; ip igmp snooping mrouter interface",
+          12);
+    EXPECT_EQ(R"({"physicalPort":[{"portNum":6,"multicastMode":2},{"portNum":8,"multicastMode":1}],)"
+              R"("lagPort":[{"portNum":1,"multicastMode":2}]})",
+              modes());
+    // Unknown is not absent.
+    sweep([&] { return modes().empty() ? result : 0; },
+          "configure; ip access-list NET-BLOCK; permit ip any any; exit; interface 0/6; ip igmp snooping "
+          "mrouter interface",
+          4);
+    EXPECT_NE(0u, logged("Bad return code trying to get first LAG interface. (result = -2)\r\n"));
+}
+
+TEST_F(MulticastTest, AMulticastRouterIsRemoved) {
+    commands(
+        "configure; interface 0/5; ip igmp snooping mrouter interface; exit; interface lag 2; "
+        "ip igmp snooping mrouter interface");
+    EXPECT_EQ(0, removeIgmpMrouterInf(&client, kFirstLag + 1));
+    EXPECT_EQ(R"({"physicalPort":[{"portNum":5,"multicastMode":1}],"lagPort":[]})", modes());
+    EXPECT_EQ(0, removeIgmpMrouterInf(&client, 5));
+    EXPECT_EQ(R"({"physicalPort":[],"lagPort":[]})", modes());
+    EXPECT_EQ(kNotExist, removeIgmpMrouterInf(&client, 0));
+    EXPECT_EQ(kNotExist, removeIgmpMrouterInf(&client, 999));
+    sweep([&] { return removeIgmpMrouterInf(&client, 5); },
+          "configure; interface 0/5; ip igmp snooping mrouter interface", 2);
+}
+
+TEST_F(MulticastTest, DenyList) {
+    EXPECT_EQ("[]", denied());
+    EXPECT_EQ(1u, logged("No ACL rule NET-BLOCK present\r\n"));
+    EXPECT_EQ(0, deny(R"("224.0.0.0","239.255.255.250","238.12.1.5","237.0.0.0/8")"));
+    EXPECT_EQ(0u, refused());
+    EXPECT_NE(std::string::npos, configuration().find("ip access-list NET-BLOCK\n"
+                                                      "deny ip any 224.0.0.0 0.255.255.255\n"
+                                                      "deny ip any 239.255.2.0 0.255.255.255\n"
+                                                      "deny ip any 238.12.1.0 0.255.255.255\n"
+                                                      "deny ip any 237.0.0.0 0.255.255.255\n"
+                                                      "permit ip any any\nexit\n"));
+    const std::string list = R"(["224.0.0.0/8","239.255.2.0/8","238.12.1.0/8","237.0.0.0/8"])";
+    EXPECT_EQ(list, denied());
+    // What was read may be written as it is.
+    EXPECT_EQ(0, deny(list.substr(1, list.size() - 2)));
+    EXPECT_EQ(R"(["224.0.0.0/8","239.255.2.0/8","238.12.1.0/8","237.0.0.0/8"])", denied());
+    EXPECT_EQ(denyListScript(std::vector<std::string>{"239.255.255.250"}).value(),
+              "config\nip access-list NET-BLOCK\ndeny ip any 239.255.2 0.255.255.255\npermit ip any "
+              "any\nexit\nexit\n");
+
+    ASSERT_EQ(0, setModes(R"("physicalPort":[{"portNum":5,"multicastMode":2}])"));
+    EXPECT_EQ(0, deny(R"("225.0.0.0")"));
+    EXPECT_EQ(R"(["225.0.0.0/8"])", denied());
+    EXPECT_EQ(R"({"physicalPort":[{"portNum":5,"multicastMode":2}],"lagPort":[]})", modes());
+    EXPECT_EQ(0, deny(""));
+    EXPECT_EQ(0u, refused());
+    EXPECT_EQ(std::string::npos, configuration().find("NET-BLOCK"));
+    EXPECT_EQ("[]", denied());
+    EXPECT_EQ(R"({"physicalPort":[],"lagPort":[]})", modes());
+    EXPECT_EQ(0, deny(""));
+}
+
+TEST_F(MulticastTest, WhatCannotBeDeniedChangesNothing) {
+    ASSERT_EQ(0, deny(R"("224.0.0.0")"));
+    const auto before = configuration();
+    for (const char *address : {"224", "224.", "224.0.0.", "1.2.3.4", "239.12.1.5", "239.255.255.250/8"})
+        EXPECT_TRUE(denyListScript(std::vector<std::string>{address})) << address;
+    for (const char *bad : {R"("")",
+                            R"(".")",
+                            R"("..")",
+                            R"("any")",
+                            R"("224..1.1")",
+                            R"("256.0.0.0")",
+                            R"("224.00.0.0")",
+                            R"("1.2.3.4.5")",
+                            R"("10.0.0.0/8")",
+                            R"("-1.0.0.0")",
+                            R"("0x1.0.0.0")",
+                            R"(" 224.0.0.0")",
+                            R"("224.0 0.0")",
+                            R"("224.1\nexit")",
+                            R"("224\rno vlan 20")",
+                            R"("any any\n\n\n")",
+                            R"("\u00b2\u00b2\u00b2.1.1.1")",
+                            "\"\xff\"",
+                            "5",
+                            "null",
+                            "true",
+                            R"(["224.0.0.0"])",
+                            "{}"})
+        EXPECT_EQ(kInvalid, deny(R"("225.0.0.0",)" + std::string(bad))) << bad;
+    for (const char *text :
+         {"", "{", "[]", "{}", R"({"blockAddressList":"224.0.0.0"})", R"({"blockAddressList":{}})"})
+        EXPECT_EQ(kInvalid, setDenyList(&client, text)) << text;
+    EXPECT_EQ(kInvalid, setDenyList(&client, nullptr));
+    EXPECT_EQ(kInvalid, setDenyListByArray(&client, nullptr));
+    std::string many = R"("225.0.0.0")";
+    for (int n = 0; n < 55; ++n)
+        many += R"(,"225.0.0.0")";
+    EXPECT_EQ(kInvalid, deny(many));
+    EXPECT_EQ(before, configuration());
+    EXPECT_EQ(0u, refused());
+    EXPECT_EQ(std::string::npos, log().find("\nexit"));
+    EXPECT_EQ(0, deny(many.substr(12))) << "one less";
+    EXPECT_EQ(55u, occurrences(configuration(), "deny ip any 225.0.0.0"));
+    // Of what is longer than nine characters, the rest does not count.
+    EXPECT_EQ(0, deny(R"("224.0.0.0\nexit\nvlan database\nno vlan 20")"));
+    EXPECT_EQ(0u, refused());
+    EXPECT_TRUE(device->with([](vswitch::Server &server) { return server.model().hasVlan(20); }));
+}
+
+TEST_F(MulticastTest, AFailedChangeBringsTheRulesBack) {
+    // Also rules that an operator wrote.
+    const char *const kRules =
+        "configure; ip access-list NET-BLOCK; permit ip 10.0.0.1 0.0.0.0 any; "
+        "deny ip any 239.0.0.0 0.255.255.255; permit ip any any; exit; interface 0/5; "
+        "ip access-group NET-BLOCK in 7; ip access-group NET-BLOCK out 1";
+    sweep([&] { return deny(R"("225.0.0.0","226.0.0.0")"); }, kRules, 9);
+    EXPECT_EQ(R"(["225.0.0.0/8","226.0.0.0/8"])", denied());
+    sweep([&] { return deny(""); }, kRules, 9);
+    sweep([&] { return denied().empty() ? result : 0; }, kRules, 1);
+}
+
+TEST_F(MulticastTest, RulesAreClearedFromTheLastOn) {
+    commands(
+        "configure; ip access-list OTHER; deny ip any 224.0.0.0 0.255.255.255; deny ip any 225.0.0.0 "
+        "0.255.255.255; "
+        "permit ip any any; exit");
+    aclRuleClear(&client, "OTHER");
+    EXPECT_NE(std::string::npos, configuration().find("ip access-list OTHER\nexit\n"));
+    EXPECT_EQ(3u, callCount("rpcclt_openapiAclRuleDeleteLast"));
+    aclRuleClear(&client, "OTHER");
+    aclRuleClear(&client, "NONE");
+    aclRuleClear(&client, "a name that is longer than any that an access list has");
+    aclRuleClear(&client, nullptr);
+    EXPECT_EQ(3u, callCount("rpcclt_openapiAclRuleDeleteLast"));
+}
+
+TEST_F(MulticastTest, ChangesWaitForEachOther) {
+    const auto repeat = [&](const char *addresses) {
+        for (int n = 0; n < 20; ++n)
+            EXPECT_EQ(0, deny(addresses));
+    };
+    std::thread other(repeat, R"("225.0.0.0","226.0.0.0")");
+    repeat(R"("227.0.0.0")");
+    other.join();
+    const auto list = denied();
+    EXPECT_TRUE(list == R"(["225.0.0.0/8","226.0.0.0/8"])" || list == R"(["227.0.0.0/8"])") << list;
+}
+
+}  // namespace

@@ -1,0 +1,708 @@
+#include "vlan/multicast.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <random>
+#include <set>
+#include <utility>
+
+#include "common/files.h"
+#include "common/json.h"
+#include "common/log.h"
+#include "common/text.h"
+#include "platform/clock.h"
+#include "platform/paths.h"
+#include "swapi/script_file.h"
+#include "vlan/show_vlan.h"
+
+namespace pavo {
+namespace {
+
+// --- captures
+
+// Lines are read in pieces of this length.
+constexpr std::size_t kLineMax = 1023;
+
+// For the names of temporary files: others who run at the same time have another one.
+int randomNumber() {
+    std::minstd_rand random(static_cast<std::uint32_t>(platform::wallNow().tv_nsec));
+    return static_cast<int>(random());
+}
+
+std::string pathOf(TextFormat<int> format) {
+    return formatText<int>(format, randomNumber());
+}
+
+ScriptFiles filesOf(const char *tag) {
+    return ScriptFiles::forTag(tag + std::to_string(randomNumber()));
+}
+
+// A line from left to right. Blanks in front of numbers and words are passed over.
+class Scanner {
+  public:
+    explicit Scanner(std::string_view rest) : rest_(rest) {}
+
+    template <class Number>
+    bool number(Number &value) {
+        skipBlanks();
+        const auto [end, error] = std::from_chars(rest_.data(), rest_.data() + rest_.size(), value);
+        if (error != std::errc{})
+            return false;
+        rest_.remove_prefix(static_cast<std::size_t>(end - rest_.data()));
+        return true;
+    }
+    // What is in front of `stop`, at least one character and at most `most`; the stop is taken, too.
+    bool until(char stop, std::size_t most, std::string_view &found) {
+        const std::size_t length = rest_.substr(0, most + 1).find(stop);
+        if (length == 0 || length == std::string_view::npos)
+            return false;
+        found = rest_.substr(0, length);
+        rest_.remove_prefix(length + 1);
+        return true;
+    }
+    // At most `most` characters: a longer word is taken in parts.
+    bool word(std::size_t most, std::string_view &found) {
+        skipBlanks();
+        std::size_t length = 0;
+        while (length < std::min(most, rest_.size()) && !isBlank(rest_[length]))
+            ++length;
+        found = rest_.substr(0, length);
+        rest_.remove_prefix(length);
+        return length > 0;
+    }
+    // Where it stands, without blanks in front.
+    bool take(std::string_view text) {
+        if (!rest_.starts_with(text))
+            return false;
+        rest_.remove_prefix(text.size());
+        return true;
+    }
+    void skipBlanks() {
+        while (!rest_.empty() && isBlank(rest_.front()))
+            rest_.remove_prefix(1);
+    }
+
+  private:
+    static bool isBlank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+
+    std::string_view rest_;
+};
+
+constexpr std::size_t kAddressMax = 15;
+constexpr std::size_t kMacMax = 17;
+constexpr std::size_t kTypeMax = 7;
+
+// "10.0.0.1/00:11:22:33:44:55"
+bool scanPair(Scanner &in, std::string_view &address, std::string_view &mac) {
+    in.skipBlanks();
+    return in.until('/', kAddressMax, address) && in.word(kMacMax, mac);
+}
+
+// The interface as "lag 3", "ch3" or "1/5".
+bool scanInterface(Scanner &in, std::string_view line, GroupRow &row) {
+    std::string_view skipped;
+    row.onLag = true;
+    if (line.find("lag") != std::string_view::npos)
+        return in.word(line.size(), skipped) && in.number(row.port);
+    if (line.find("ch") != std::string_view::npos) {
+        in.skipBlanks();
+        return in.take("ch") && in.number(row.port);
+    }
+    row.onLag = false;
+    std::uint32_t unit = 0;
+    return in.number(unit) && in.take("/") && in.number(row.port);
+}
+
+std::optional<GroupRow> parseFullRow(std::string_view line) {
+    GroupRow row;
+    Scanner in(line);
+    if (!in.number(row.vlan) || !scanPair(in, row.subscriber, row.subscriberMac) ||
+        !scanPair(in, row.group, row.groupMac) || !scanInterface(in, line, row) ||
+        !in.word(kTypeMax, row.type))
+        return std::nullopt;
+    in.number(row.timeout);
+    return row;
+}
+
+bool isHeaderRule(std::string_view line) {
+    return line.find("-------") != std::string_view::npos || line.find("=====") != std::string_view::npos;
+}
+
+void appendNumber(std::string &out, std::int64_t number) {
+    std::array<char, 24> digits{};
+    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
+    out.append(digits.data(), end);
+}
+
+void appendString(std::string &out, std::string_view key, std::string_view value) {
+    out += key;
+    appendEscaped(out, value);
+    out += '"';
+}
+
+}  // namespace
+
+// --- groups
+
+void forEachGroupRow(std::string_view shown, const std::function<void(const GroupRow &)> &visit) {
+    bool inTable = false;
+    std::optional<GroupRow> previous;
+    forEachLine(shown, kLineMax, [&](std::string_view line) {
+        if (!inTable) {
+            inTable = isHeaderRule(line);
+        } else if (previous && (line.starts_with(' ') || line.starts_with('\t'))) {
+            GroupRow row = *previous;
+            Scanner in(line);
+            if (scanPair(in, row.subscriber, row.subscriberMac) &&
+                row.subscriber.find('.') != std::string_view::npos)
+                visit(row);
+        } else if (auto row = parseFullRow(line)) {
+            visit(*row);
+            previous = *row;
+        }
+        return true;
+    });
+}
+
+void printGroupRow(const GroupRow &row, std::string &out) {
+    out = R"({"unit":1,"port":")";
+    out += row.onLag ? "lag" : "";
+    appendNumber(out, row.port);
+    out += R"(","vlanId":)";
+    appendNumber(out, row.vlan);
+    appendString(out, R"(,"subscriberAddress":")", row.subscriber);
+    appendString(out, R"(,"subscriberMacAddress":")", row.subscriberMac);
+    appendString(out, R"(,"multicastAddress":")", row.group);
+    appendString(out, R"(,"multicastMacAddress":")", row.groupMac);
+    appendString(out, R"(,"type":")", row.type);
+    out += R"(,"timeout":)";
+    if (row.hasTimeout())
+        appendNumber(out, row.timeout);
+    else
+        out += "null";
+    out += '}';
+}
+
+Result<std::string> captureGroups(Switch sw, Where where) {
+    return sw.show("show igmpsnooping group", pathOf(platform::paths::kMulticastGroupsShow), where,
+                   kCannotOpenCapture);
+}
+
+Result<> readGroups(Switch sw, RowSink &sink, Where where) {
+    const auto shown = captureGroups(sw, where);
+    if (!shown)
+        return std::unexpected(shown.error());
+    std::string text;
+    forEachGroupRow(*shown, [&](const GroupRow &row) {
+        printGroupRow(row, text);
+        sink.add(text);
+    });
+    return {};
+}
+
+// --- modes
+
+namespace {
+
+std::unexpected<Failure> switchFailed(const char *what) {
+    return failed(ResultCode::Failed, what);
+}
+
+Result<LagNumbering> readFirstLag(Switch sw, const Where &where) {
+    const auto numbering = sw.lagNumbering();
+    if (numbering)
+        return *numbering;
+    logError(where, "[%s:%d] Bad return code trying to get first LAG interface. (result = %d)\r\n",
+             numbering.error());
+    return switchFailed("the switch does not tell its LAGs");
+}
+
+// Nothing when there is no such list.
+Result<std::optional<AccessListId>> findAccessList(Switch sw, const std::string &name, const Where &where) {
+    const auto found = sw.accessList(name);
+    if (found)
+        return std::optional(*found);
+    if (found.error() == OpenError::NoAccessList)
+        return std::optional<AccessListId>();
+    logError(where, "[%s:%d] Bad return code trying to get access list %s. (result = %d)\r\n", name,
+             found.error());
+    return switchFailed("the switch does not tell its access lists");
+}
+
+Result<std::vector<IfNum>> readBound(Switch sw, AccessListId list, Direction direction, const Where &where) {
+    auto bound = sw.boundInterfaces(list, direction);
+    if (bound)
+        return std::move(*bound);
+    logError(where,
+             "[%s:%d] Bad return code trying to get the interfaces of access list %s. (result = %d)\r\n",
+             kNetBlock, bound.error());
+    return switchFailed("the switch does not tell which interfaces are blocked");
+}
+
+// One change of multicast settings at a time, by all who make any.
+Result<> lockedOr(const FileLock &lock, const Where &where) {
+    if (lock.held())
+        return {};
+    logError(where, "[%s:%d] File lock failed\n");
+    return failed(ResultCode::Failed, lock.timedOut() ? "another change of multicast settings does not end"
+                                                      : "cannot lock the multicast settings");
+}
+
+// The bindings of NET-BLOCK; what was changed is taken back at the end unless it was kept.
+class Bindings {
+  public:
+    Bindings(Switch sw, AccessListId list, const Where &where) : sw_(sw), list_(list), where_(where) {}
+    ~Bindings() {
+        for (auto step = done_.rbegin(); step != done_.rend(); ++step)
+            static_cast<void>(change(step->ifNum, step->direction, !step->bound));
+    }
+    Bindings(const Bindings &) = delete;
+    Bindings &operator=(const Bindings &) = delete;
+
+    Result<> read() {
+        for (const Direction direction : kDirections) {
+            auto bound = readBound(sw_, list_, direction, where_);
+            if (!bound)
+                return std::unexpected(std::move(bound).error());
+            boundIn(direction) = std::set<IfNum>(bound->begin(), bound->end());
+        }
+        return {};
+    }
+    // In both directions; one that is as wanted is left alone, so that nothing passes meanwhile.
+    Result<> set(IfNum ifNum, bool bound) {
+        for (const Direction direction : kDirections) {
+            if (boundIn(direction).contains(ifNum) == bound)
+                continue;
+            if (auto changed = change(ifNum, direction, bound); !changed)
+                return changed;
+            done_.push_back({ifNum, direction, bound});
+            if (bound)
+                boundIn(direction).insert(ifNum);
+            else
+                boundIn(direction).erase(ifNum);
+        }
+        return {};
+    }
+    void keep() { done_.clear(); }
+
+  private:
+    struct Step {
+        IfNum ifNum;
+        Direction direction;
+        bool bound;
+    };
+    static constexpr Direction kDirections[] = {Direction::Inbound, Direction::Outbound};
+
+    std::set<IfNum> &boundIn(Direction direction) { return bound_[direction == Direction::Outbound ? 1 : 0]; }
+
+    Result<> change(IfNum ifNum, Direction direction, bool bound) const {
+        const auto result = bound ? sw_.bindAccessList(list_, ifNum, direction)
+                                  : sw_.unbindAccessList(list_, ifNum, direction);
+        // Somebody else was faster.
+        if (result || (!bound && result.error() == OpenError::NotFound))
+            return {};
+        logError(where_,
+                 "[%s:%d] Bad return code trying to %s access list %s, interface %u. (result = %d)\r\n",
+                 bound ? "bind" : "unbind", kNetBlock, ifNum, result.error());
+        return switchFailed("the switch refused to block or unblock an interface");
+    }
+
+    Switch sw_;
+    AccessListId list_;
+    Where where_;
+    std::set<IfNum> bound_[2];
+    std::vector<Step> done_;
+};
+
+// An interface and how scripts enter its mode: "interface 0/5", "interface port-channel 2".
+struct ModeTarget {
+    IfNum ifNum;
+    std::string enter;
+    MulticastMode mode;
+};
+
+Result<ModeTarget> portTarget(Switch sw, const ModeEntry &entry, LagNumbering lags, const Where &where) {
+    const IfNum ifNum(entry.number);
+    auto place = sw.unitSlotPort(ifNum);
+    // LAGs have interface numbers, too, and a port in their slot.
+    if (place && ifNum >= lags.first)
+        place = std::unexpected(OpenError::NotFound);
+    if (!place) {
+        logError(where, "[%s:%d] openapiHashIntfUnitSlotPortGet return error code:%d\r\n", place.error());
+        return failed(ResultCode::Failed, "port " + std::to_string(entry.number));
+    }
+    return ModeTarget{ifNum, formatText("interface 0/%u\n", place->port), entry.mode};
+}
+
+Result<ModeTarget> lagTarget(Switch sw, const ModeEntry &entry, LagNumbering lags, const Where &where) {
+    const IfNum ifNum = lags.interfaceOf(entry.number);
+    // A number that is too large comes out as another interface.
+    const auto type = sw.interfaceType(ifNum);
+    if (type == static_cast<std::uint32_t>(IfType::Lag) && ifNum >= lags.first)
+        return ModeTarget{ifNum, formatText("interface port-channel %u\n", entry.number), entry.mode};
+    logError(where, "[%s:%d] There is no LAG %u\r\n", entry.number);
+    return failed(ResultCode::Failed, "LAG " + std::to_string(entry.number));
+}
+
+Result<std::vector<ModeTarget>> targetsOf(Switch sw, const MulticastModes &wanted, const Where &where) {
+    const auto lags = readFirstLag(sw, where);
+    if (!lags)
+        return std::unexpected(lags.error());
+    std::vector<ModeTarget> targets;
+    const auto add = [&](const std::vector<ModeEntry> &entries, auto targetOf) -> Result<> {
+        for (const ModeEntry &entry : entries) {
+            auto target = targetOf(sw, entry, *lags, where);
+            if (!target)
+                return std::unexpected(std::move(target).error());
+            targets.push_back(std::move(*target));
+        }
+        return {};
+    };
+    if (auto added = add(wanted.ports, portTarget); !added)
+        return std::unexpected(std::move(added).error());
+    if (auto added = add(wanted.lags, lagTarget); !added)
+        return std::unexpected(std::move(added).error());
+    return targets;
+}
+
+std::string modeScript(const std::vector<ModeTarget> &targets) {
+    std::string script = "config\n";
+    for (const ModeTarget &target : targets) {
+        script += target.enter + "no ip igmp snooping mrouter interface\nexit\n";
+        if (target.mode == MulticastMode::Router)
+            script += target.enter + "ip igmp snooping mrouter interface\nexit\n";
+    }
+    return script + "exit\n";
+}
+
+Result<> toResult(const ScriptResult &result, const char *reason) {
+    if (result)
+        return {};
+    return failed(result.error().code, reason);
+}
+
+}  // namespace
+
+Result<MulticastModes> readMulticastModes(Switch sw, Where where) {
+    const auto lags = readFirstLag(sw, where);
+    if (!lags)
+        return std::unexpected(lags.error());
+    MulticastModes modes;
+    const auto add = [&](IfNum ifNum, MulticastMode mode) {
+        if (ifNum >= lags->first)
+            modes.lags.push_back({lags->numberOf(ifNum), mode});
+        else
+            modes.ports.push_back({ifNum.number(), mode});
+    };
+    const auto list = findAccessList(sw, kNetBlock, where);
+    if (!list)
+        return std::unexpected(list.error());
+    if (*list) {
+        const auto bound = readBound(sw, **list, Direction::Outbound, where);
+        if (!bound)
+            return std::unexpected(bound.error());
+        for (const IfNum ifNum : *bound)
+            add(ifNum, MulticastMode::Blocked);
+    }
+    auto routers = sw.routerInterfaces();
+    for (const IfNum ifNum : routers)
+        add(ifNum, MulticastMode::Router);
+    if (const auto broken = routers.brokenBy()) {
+        logError(where,
+                 "[%s:%d] Bad return code trying to get multicast router interfaces. (result = %d)\r\n",
+                 *broken);
+        return switchFailed("the switch does not tell its multicast router interfaces");
+    }
+    return modes;
+}
+
+Result<> changeMulticastModes(Switch sw, const MulticastModes &wanted, Where where) {
+    const FileLock lock(platform::paths::kMulticastLock);
+    if (auto locked = lockedOr(lock, where); !locked)
+        return locked;
+    const auto targets = targetsOf(sw, wanted, where);
+    if (!targets)
+        return std::unexpected(targets.error());
+    auto list = findAccessList(sw, kNetBlock, where);
+    if (!list)
+        return std::unexpected(list.error());
+    if (!*list) {
+        const auto created = sw.createAccessList(kNetBlock);
+        if (!created) {
+            logError(where, "[%s:%d] Bad return code trying to create access list %s. (result = %d)\r\n",
+                     kNetBlock, created.error());
+            return switchFailed("the switch refused the access list");
+        }
+        *list = *created;
+    }
+    Bindings bindings(sw, **list, where);
+    if (auto read = bindings.read(); !read)
+        return read;
+    for (const ModeTarget &target : *targets)
+        if (auto set = bindings.set(target.ifNum, target.mode == MulticastMode::Blocked); !set)
+            return set;
+    logInfo(where, "[%s:%d] Aplly cli to switch\r\n");
+    const auto applied =
+        sw.apply(modeScript(*targets),
+                 {platform::paths::kSetMulticastModeIn, platform::paths::kSetMulticastModeOut}, where);
+    if (applied)
+        bindings.keep();
+    return toResult(applied, "the switch refused the multicast modes");
+}
+
+Result<> removeRouterInterface(Switch sw, IfNum ifNum, Where where) {
+    const FileLock lock(platform::paths::kMulticastLock);
+    if (auto locked = lockedOr(lock, where); !locked)
+        return locked;
+    const auto lags = readFirstLag(sw, where);
+    if (!lags)
+        return std::unexpected(lags.error());
+    if (const auto type = sw.interfaceType(ifNum); !type) {
+        logError(where, "[%s:%d] Bad return code trying to get interface %u. (result = %d)\r\n", ifNum,
+                 type.error());
+        return failed(type.error() == OpenError::NotFound ? ResultCode::NotExist : ResultCode::Failed,
+                      "interface " + std::to_string(ifNum.number()));
+    }
+    const std::string script =
+        ifNum >= lags->first
+            ? formatText(
+                  "config\ninterface port-channel %u\nno ip igmp snooping mrouter interface\nexit\nexit\n",
+                  lags->numberOf(ifNum))
+            : formatText("config\ninterface 0/%u\nno set igmp mrouter interface\nexit\nexit\n", ifNum);
+    return toResult(sw.apply(script, filesOf("no_set_igmp_mrouter_interface_"), where),
+                    "the switch refused to remove the multicast router");
+}
+
+// --- deny list
+
+namespace {
+
+// As many characters of an address as a rule takes.
+constexpr std::size_t kRuleAddressMax = 9;
+constexpr std::size_t kDeniedMax = 20;
+constexpr std::size_t kScriptMax = 2047;
+// A list that has more rules than this, or does not get shorter, is given up.
+constexpr std::size_t kRulesMax = 65536;
+
+// One to four numbers from 0 to 255 with dots between; the end may be missing, also behind a dot.
+bool isShortenedAddress(std::string_view text) {
+    int numbers = 0;
+    for (;;) {
+        std::uint32_t number = 0;
+        const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+        const auto digits = static_cast<std::size_t>(end - text.data());
+        if (error != std::errc{} || number > 255 || (digits > 1 && text.front() == '0') || ++numbers > 4)
+            return false;
+        text.remove_prefix(digits);
+        if (text.empty())
+            return true;
+        if (text.front() != '.' || numbers == 4)
+            return false;
+        text.remove_prefix(1);
+        if (text.empty())
+            return true;
+    }
+}
+
+// How many rules the list has; what a broken walk has seen does not count.
+Result<std::size_t> countRules(Switch sw, AccessListId list, const Where &where) {
+    std::size_t count = 0;
+    auto rules = sw.accessRules(list);
+    for ([[maybe_unused]] const std::uint32_t rule : rules)
+        if (++count == kRulesMax)
+            break;
+    if (const auto broken = rules.brokenBy()) {
+        logError(where,
+                 "[%s:%d] Bad return code trying to get the rules of an access list. (result = %d)\r\n",
+                 *broken);
+        return switchFailed("the switch does not tell the rules of the access list");
+    }
+    return count;
+}
+
+Result<> clearRules(Switch sw, AccessListId list, const Where &where) {
+    auto left = countRules(sw, list, where);
+    if (!left)
+        return std::unexpected(std::move(left).error());
+    for (; *left > 0; --*left)
+        if (const auto deleted = sw.deleteLastRule(list); !deleted) {
+            logError(where,
+                     "[%s:%d] Bad return code trying to delete the last rule of an access list. "
+                     "(result = %d)\r\n",
+                     deleted.error());
+            return switchFailed("the switch refused to delete a rule");
+        }
+    return {};
+}
+
+// The lines of NET-BLOCK in a running configuration.
+std::vector<std::string> linesOfList(std::string_view configuration) {
+    std::vector<std::string> lines;
+    bool inside = false;
+    forEachLine(configuration, kLineMax, [&](std::string_view line) {
+        while (line.ends_with('\r'))
+            line.remove_suffix(1);
+        if (!inside)
+            inside = line == std::string("ip access-list ") + kNetBlock;
+        else if (line == "exit")
+            return false;
+        else
+            lines.emplace_back(line);
+        return true;
+    });
+    return lines;
+}
+
+std::string listScript(std::span<const std::string> lines) {
+    std::string script = std::string("config\nip access-list ") + kNetBlock + "\n";
+    for (const std::string &line : lines)
+        script += line + "\n";
+    return script + "exit\nexit\n";
+}
+
+constexpr const char *kListTag = "ip_access-list_NET-BLOCK_";
+
+// A script in its file, to be applied later: a disk without room is found out before anything is changed.
+class WrittenScript {
+  public:
+    explicit WrittenScript(ScriptFiles files) : files_(std::move(files)) {}
+    ~WrittenScript() {
+        removeFile(files_.in);
+        removeFile(files_.out);
+    }
+    WrittenScript(const WrittenScript &) = delete;
+    WrittenScript &operator=(const WrittenScript &) = delete;
+
+    Result<> write(std::string_view script, const Where &where) {
+        return writeScriptFile(files_.in, "w", script, where);
+    }
+    Result<> apply(Switch sw, const Where &where) { return sw.applyFile(files_.in, files_.out, where); }
+
+  private:
+    ScriptFiles files_;
+};
+
+// The rules that a list had, for the case that it cannot be given new ones.
+class FormerRules {
+  public:
+    static Result<FormerRules> read(Switch sw, AccessListId list, const Where &where) {
+        const auto shown = sw.show(
+            "show running-config",
+            formatText("%spavo_out_show_running-config_%d", platform::paths::kScriptDir, randomNumber()),
+            where, kCannotOpenCapture);
+        if (!shown)
+            return std::unexpected(shown.error());
+        return FormerRules(sw, list, linesOfList(*shown));
+    }
+    // The rules are deleted from the last on: those that are missing go behind those that are left.
+    void bringBack(const Where &where) const {
+        const auto left = countRules(sw_, list_, where);
+        if (!left || *left >= lines_.size())
+            return;
+        const auto missing = std::span(lines_).subspan(*left);
+        if (sw_.apply(listScript(missing), filesOf(kListTag), where))
+            logInfo(where, "[%s:%d] %zu rules of access list %s are as they were\r\n", missing.size(),
+                    kNetBlock);
+    }
+
+  private:
+    FormerRules(Switch sw, AccessListId list, std::vector<std::string> lines)
+        : sw_(sw), list_(list), lines_(std::move(lines)) {}
+
+    Switch sw_;
+    AccessListId list_;
+    std::vector<std::string> lines_;
+};
+
+}  // namespace
+
+std::vector<std::string> parseDenyList(std::string_view shown) {
+    std::vector<std::string> denied;
+    forEachLine(shown, kLineMax, [&](std::string_view line) {
+        std::string_view address;
+        Scanner in(line);
+        if (!line.starts_with("Destination IP Address"))
+            return true;
+        for (int word = 0; word < 4; ++word)
+            if (!in.word(line.size(), address))
+                return true;
+        denied.push_back((std::string(address) + "/8").substr(0, kDeniedMax));
+        return true;
+    });
+    return denied;
+}
+
+Result<std::vector<std::string>> readDenyList(Switch sw, Where where) {
+    const auto list = findAccessList(sw, kNetBlock, where);
+    if (!list)
+        return std::unexpected(list.error());
+    if (!*list) {
+        logInfo(where, "[%s:%d] No ACL rule NET-BLOCK present\r\n");
+        return std::vector<std::string>();
+    }
+    const auto shown = sw.show(std::string("show ip access-list ") + kNetBlock,
+                               pathOf(platform::paths::kDenyListShow), where, kCannotOpenCapture);
+    if (!shown)
+        return std::unexpected(shown.error());
+    return parseDenyList(*shown);
+}
+
+Result<std::string> denyListScript(std::span<const std::string> addresses, Where where) {
+    if (addresses.empty())
+        return std::string("config\nno ip access-list ") + kNetBlock + "\nexit\n";
+    std::vector<std::string> lines;
+    for (const std::string &address : addresses) {
+        const std::string taken = address.substr(0, kRuleAddressMax);
+        if (!isShortenedAddress(taken)) {
+            logError(where, "[%s:%d] %s is no address to be denied\r\n", quoteText(address));
+            return failed(ResultCode::InvalidArgument, quoteText(address) + " is no IPv4 address");
+        }
+        lines.push_back("deny ip any " + taken + " 0.255.255.255");
+    }
+    lines.emplace_back("permit ip any any");
+    std::string script = listScript(lines);
+    if (script.size() <= kScriptMax)
+        return script;
+    logError(where, "[%s:%d] %zu addresses to be denied are too many\r\n", addresses.size());
+    return failed(ResultCode::InvalidArgument, std::to_string(addresses.size()) + " addresses are too many");
+}
+
+Result<> changeDenyList(Switch sw, std::span<const std::string> addresses, Where where) {
+    const auto script = denyListScript(addresses, where);
+    if (!script)
+        return std::unexpected(script.error());
+    const FileLock lock(platform::paths::kMulticastLock);
+    if (auto locked = lockedOr(lock, where); !locked)
+        return locked;
+    const auto list = findAccessList(sw, kNetBlock, where);
+    if (!list)
+        return std::unexpected(list.error());
+    WrittenScript written(filesOf(kListTag));
+    if (auto writing = written.write(*script, where); !writing)
+        return writing;
+    std::optional<FormerRules> former;
+    if (*list) {
+        auto read = FormerRules::read(sw, **list, where);
+        if (!read)
+            return std::unexpected(std::move(read).error());
+        former = std::move(*read);
+        if (auto cleared = clearRules(sw, **list, where); !cleared) {
+            former->bringBack(where);
+            return cleared;
+        }
+    }
+    auto applied = written.apply(sw, where);
+    if (!applied && former)
+        former->bringBack(where);
+    return applied;
+}
+
+Result<> clearAccessList(Switch sw, const std::string &name, Where where) {
+    const auto list = findAccessList(sw, name, where);
+    if (!list)
+        return std::unexpected(list.error());
+    return *list ? clearRules(sw, **list, where) : Result<>();
+}
+
+}  // namespace pavo
