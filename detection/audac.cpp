@@ -94,7 +94,7 @@ void findAudioDevices(Switch sw, const ControlUnits &controls, DeviceScan *scan,
     logDebug(where, "[%s:%d] AudacLookup: Step 2 - scanning FDB for audio device MACs.\r\n");
     PhysicalPorts physical(sw);
     auto table = sw.forwardingTable(where);
-    for (const auto &[mac, vlan, port] : table) {
+    for (const auto &[mac, vlan, port, learned] : table) {
         // The control units first: that costs no call, and most entries are on other ports.
         const auto control = controls.find(port);
         if (control == controls.end())

@@ -4,6 +4,7 @@
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>
 #include <net/if.h>
+#include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -83,6 +84,11 @@ Mac macOf(const std::string &text) {
     return mac;
 }
 
+Mac groupMacOf(std::uint32_t group) {
+    const auto byte = [group](int shift, unsigned mask) { return static_cast<unsigned char>(group >> shift & mask); };
+    return {0x01, 0x00, 0x5e, byte(16, 0x7f), byte(8, 0xff), byte(0, 0xff)};
+}
+
 std::uint64_t numberOf(const Mac &mac) {
     std::uint64_t number = 0;
     for (const auto byte : mac)
@@ -104,9 +110,38 @@ std::uint64_t get(const unsigned char *at, int bytes) {
     return value;
 }
 
-// After the Ethernet header, big-endian: flow (4 bytes), number (4), the sender's time of day in ns (8).
-constexpr std::size_t kFlowAt = ETH_HLEN, kNumberAt = kFlowAt + 4, kTimeAt = kNumberAt + 4;
-constexpr std::size_t kHeadSize = kTimeAt + 8;
+// After the Ethernet header, or the UDP header of a multicast group's frame, big-endian: flow (4 bytes), number
+// (4), the sender's time of day in ns (8).
+constexpr std::size_t kIpSize = 20, kUdpSize = 8;
+constexpr std::size_t kDataSize = 16;
+constexpr std::size_t kHeadSize = ETH_HLEN + kDataSize, kGroupHeadSize = kHeadSize + kIpSize + kUdpSize;
+constexpr std::uint16_t kUdpPort = 5004;
+constexpr std::uint32_t kGroupAt = ETH_HLEN + 16;  // the destination address
+
+std::size_t flowAt(bool group) {
+    return ETH_HLEN + (group ? kIpSize + kUdpSize : 0);
+}
+
+std::uint32_t addressOf(const std::string &text) {
+    in_addr address{};
+    if (::inet_pton(AF_INET, text.c_str(), &address) != 1)
+        throw std::invalid_argument("not an IPv4 address: " + text);
+    return ntohl(address.s_addr);
+}
+
+// IPv4 and UDP headers for a packet of `size` bytes; without a UDP checksum.
+void putPacketHead(unsigned char *at, std::size_t size, std::uint32_t source, std::uint32_t group) {
+    const auto *start = at;
+    at = put(put(put(at, 0x4500, 2), size, 2), 0, 4);
+    auto *checksum = put(put(at, 8, 1), IPPROTO_UDP, 1);
+    at = put(put(put(checksum, 0, 2), source, 4), group, 4);
+    std::uint32_t sum = 0;
+    for (std::size_t i = 0; i < kIpSize; i += 2)
+        sum += static_cast<std::uint32_t>(get(start + i, 2));
+    sum = (sum & 0xffff) + (sum >> 16);
+    put(checksum, ~(sum + (sum >> 16)) & 0xffff, 2);
+    put(put(put(put(at, kUdpPort, 2), kUdpPort, 2), size - kIpSize, 2), 0, 2);
+}
 
 // --- the socket
 
@@ -147,7 +182,7 @@ class PacketSocket {
 // --- send
 
 struct SendOptions {
-    std::string interface, to, from;
+    std::string interface, to, from, group, address = "0.0.0.0";
     std::uint32_t sources = 1, flow = 0, count = 0;
     std::uint16_t vlan = 0;
     double rate = 0, seconds = 0;
@@ -157,15 +192,22 @@ struct SendOptions {
 class Sender {
   public:
     explicit Sender(const SendOptions &options)
-        : options_(options), base_(numberOf(macOf(options.from))), tagSize_(options.vlan != 0 ? 4 : 0) {
-        const auto to = macOf(options.to);
+        : options_(options),
+          base_(numberOf(macOf(options.from))),
+          tagSize_(options.vlan != 0 ? 4 : 0),
+          dataAt_(tagSize_ + flowAt(!options.group.empty())) {
+        const auto group = options.group.empty() ? 0 : addressOf(options.group);
+        const auto to = group != 0 ? groupMacOf(group) : macOf(options.to);
         for (std::size_t i = 0; i < kBatch; ++i) {
             auto &frame = frames_[i];
             frame.assign(options.size + tagSize_, 0);
             auto *at = std::copy(to.begin(), to.end(), frame.data()) + ETH_ALEN;
             if (tagSize_ != 0)
                 at = put(put(at, ETH_P_8021Q, 2), options.vlan, 2);
-            put(put(at, kEtherType, 2), options.flow, 4);
+            at = put(at, group != 0 ? std::uint16_t{ETH_P_IP} : kEtherType, 2);
+            if (group != 0)
+                putPacketHead(at, options.size - ETH_HLEN, addressOf(options.address), group);
+            put(frame.data() + dataAt_, options.flow, 4);
             vectors_[i] = {frame.data(), frame.size()};
             messages_[i].msg_hdr.msg_iov = &vectors_[i];
             messages_[i].msg_hdr.msg_iovlen = 1;
@@ -214,7 +256,7 @@ class Sender {
         for (std::size_t i = 0; i < size; ++i) {
             auto *frame = frames_[i].data();
             put(frame + ETH_ALEN, base_ + (number_ + i) % options_.sources, ETH_ALEN);
-            put(put(frame + tagSize_ + kNumberAt, number_ + i, 4), time, 8);
+            put(put(frame + dataAt_ + 4, number_ + i, 4), time, 8);
         }
         const int done = ::sendmmsg(socket_.fd(), messages_.data(), static_cast<unsigned>(size), 0);
         if (done > 0) {
@@ -235,7 +277,7 @@ class Sender {
 
     const SendOptions &options_;
     const std::uint64_t base_;
-    const std::size_t tagSize_;
+    const std::size_t tagSize_, dataAt_;
     PacketSocket socket_;
     std::array<std::vector<unsigned char>, kBatch> frames_;
     std::array<iovec, kBatch> vectors_{};
@@ -247,7 +289,7 @@ class Sender {
 // --- receive
 
 struct ReceiveOptions {
-    std::string interface;
+    std::string interface, group;
     std::uint32_t flow = 0, idle = 0;
     double seconds = 0;
 };
@@ -312,17 +354,22 @@ class Tally {
 
 class Receiver {
   public:
-    explicit Receiver(const ReceiveOptions &options) : options_(options) {
+    explicit Receiver(const ReceiveOptions &options)
+        : options_(options), dataAt_(flowAt(!options.group.empty())) {
         for (std::size_t i = 0; i < kBatch; ++i) {
             vectors_[i] = {frames_[i].data(), frames_[i].size()};
             messages_[i].msg_hdr.msg_iov = &vectors_[i];
             messages_[i].msg_hdr.msg_iovlen = 1;
         }
         // The kernel strips tags before sockets see a frame, so the EtherType is always in the same place.
+        const bool group = !options.group.empty();
         sock_filter code[] = {
             BPF_STMT(BPF_LD | BPF_H | BPF_ABS, 2 * ETH_ALEN),
-            BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, kEtherType, 0, 3),
-            BPF_STMT(BPF_LD | BPF_W | BPF_ABS, kFlowAt),
+            BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, group ? unsigned{ETH_P_IP} : unsigned{kEtherType}, 0, 5),
+            BPF_STMT(BPF_LD | BPF_W | BPF_ABS, group ? kGroupAt : 0),
+            BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, group ? addressOf(options.group) : 0, 0,
+                     static_cast<std::uint8_t>(group ? 3 : 0)),
+            BPF_STMT(BPF_LD | BPF_W | BPF_ABS, static_cast<std::uint32_t>(dataAt_)),
             BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, options.flow, 0, 1),
             BPF_STMT(BPF_RET | BPF_K, 0x40000),
             BPF_STMT(BPF_RET | BPF_K, 0),
@@ -377,7 +424,7 @@ class Receiver {
     }
 
     void take(std::size_t i) {
-        if (messages_[i].msg_len < kHeadSize)
+        if (messages_[i].msg_len < dataAt_ + kDataSize)
             return;
         std::timespec arrival{};
         std::uint16_t vlan = 0;
@@ -392,14 +439,15 @@ class Receiver {
             }
         }
         const auto *frame = frames_[i].data();
-        tally_.add(static_cast<std::uint32_t>(get(frame + kNumberAt, 4)),
-                   static_cast<std::int64_t>(get(frame + kTimeAt, 8)), nanoseconds(arrival));
+        tally_.add(static_cast<std::uint32_t>(get(frame + dataAt_ + 4, 4)),
+                   static_cast<std::int64_t>(get(frame + dataAt_ + 8, 8)), nanoseconds(arrival));
         tally_.addTag(vlan);
     }
 
     const ReceiveOptions &options_;
     PacketSocket socket_;
-    std::array<std::array<unsigned char, kHeadSize>, kBatch> frames_{};
+    const std::size_t dataAt_;
+    std::array<std::array<unsigned char, kGroupHeadSize>, kBatch> frames_{};
     struct Control {
         alignas(cmsghdr) std::array<char, 128> bytes;
         char *data() { return bytes.data(); }
@@ -462,7 +510,9 @@ int run(int argc, char **argv) {
     auto *send =
         app.add_subcommand("send", "Send numbered frames, then print a line of JSON with what was sent");
     send->add_option("--interface", out.interface, "Interface to send on")->required();
-    send->add_option("--to", out.to, "Destination MAC address")->required();
+    auto *to = send->add_option("--to", out.to, "Destination MAC address");
+    auto *group = send->add_option("--group", out.group, "Send to this multicast group, as UDP over IPv4")->excludes(to);
+    send->add_option("--address", out.address, "The sender's IPv4 address")->needs(group);
     send->add_option("--from", out.from, "Source MAC address")->required();
     send->add_option("--sources", out.sources, "Cycle through this many consecutive source addresses")
         ->check(CLI::Range(1u, 1u << 24));
@@ -482,6 +532,7 @@ int run(int argc, char **argv) {
         "Count frames of a flow, then print a line of JSON; prints \"listening\" to stderr when ready");
     receive->add_option("--interface", in.interface, "Interface to listen on")->required();
     receive->add_option("--flow", in.flow, "Flow to count");
+    receive->add_option("--group", in.group, "Count what was sent to this multicast group");
     auto *idle = receive->add_option("--idle", in.idle, "End after this many ms without a frame")
                      ->check(CLI::Range(1u, 3'600'000u));
     auto *seconds = receive->add_option("--seconds", in.seconds, "End after this many seconds")
@@ -496,6 +547,10 @@ int run(int argc, char **argv) {
     CLI11_PARSE(app, argc, argv);
     endOnSignals();
     if (*send) {
+        if (out.to.empty() && out.group.empty())
+            throw std::invalid_argument("--to or --group is required");
+        if (!out.group.empty() && out.size < kGroupHeadSize)
+            throw std::invalid_argument("frames of a group have at least " + std::to_string(kGroupHeadSize) + " bytes");
         Sender(out).run();
     } else if (*receive) {
         if (idle->empty() && seconds->empty())

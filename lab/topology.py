@@ -313,12 +313,29 @@ class Network:
                 return True
         return False
 
-    def listen(self, device, ifname, flow, idle_ms=None, seconds=None):
+    def listen(self, device, ifname, flow, idle_ms=None, seconds=None, group=None):
         """Counts the frames of a flow in the background: result() waits for its end.
 
         It listens when this returns.
         """
-        return Listener(self, device, ifname, flow, idle_ms, seconds)
+        return Listener(self, device, ifname, flow, idle_ms, seconds, group)
+
+    def join(self, device, *groups, ifname="eth0", version=None):
+        """The device's kernel joins multicast groups, until the process that is returned ends."""
+        if version:
+            self.set_kernel(device.name, str(version), f"ipv4/conf/{ifname}/force_igmp_version")
+        member = self.spawn(device.name, f"member-{device.name}", sys.executable, "-B",
+                            os.path.join(HERE, "member.py"), ifname, *groups)
+        member.await_text("joined")
+        return member
+
+    def send_group(self, device, group, flow, **options):
+        """Sends to a multicast group in the background."""
+        words = [self.frames, "send", "--interface", "eth0", "--group", group, "--address", device.address, "--from",
+                 device.mac, "--flow", str(flow)]
+        for name, value in options.items():
+            words += ["--" + name, str(value)]
+        return self.spawn(device.name, f"group-{device.name}-{flow}", *words)
 
     def send(self, device, *, to, flow, ifname="eth0", source=None, **options):
         """Sends with `frames send` and returns its result; options are those of that program (rate, count, ...)."""
@@ -367,8 +384,9 @@ class Network:
 class Listener:
     """A running `frames receive`."""
 
-    def __init__(self, network, device, ifname, flow, idle_ms, seconds):
+    def __init__(self, network, device, ifname, flow, idle_ms, seconds, group=None):
         words = ["--idle", str(idle_ms)] if idle_ms else []
+        words += ["--group", group] if group else []
         words += ["--seconds", str(seconds)] if seconds else []
         self.network = network
         self.process = network.spawn(device.name, f"receive-{device.name}-{ifname}-{flow}", network.frames, "receive",

@@ -4,9 +4,13 @@
 PAVO_BUILD names the build folder. Reachability through a whole story is tested by lab/lab.py itself.
 """
 
+import ctypes
 import json
 import os
+import re
 import signal
+import socket
+import struct
 import sys
 import time
 import unittest
@@ -15,7 +19,7 @@ TREE = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__)
 sys.path.insert(0, os.path.join(TREE, "lab"))
 
 import lldp_frames  # noqa: E402
-from topology import BROADCAST, SWITCH, Failure, Keeper, LabRig, Network, ip, run, standard_devices  # noqa: E402
+from topology import BROADCAST, SWITCH, Failure, Host, Keeper, LabRig, Network, ip, run, standard_devices  # noqa: E402
 
 LIMIT = 90  # real seconds that any one event may take
 SCALE = 10
@@ -404,6 +408,404 @@ class HostileTest(LiveTest):
         self.assertEqual(before, self.rig.running_config())
         self.assertFalse(self.rig.control("counters")["unknownCommands"])
         self.net.move(wall, 4)
+
+
+class PlainTest(LiveTest):
+    """The switch alone, without daemon and profiles; hosts that send whatever frames they like."""
+
+    HOSTS = (("desk", 1), ("media", 3), ("wall", 4))
+
+    @classmethod
+    def setUpClass(cls):
+        cls.rig = LabRig(os.environ["PAVO_BUILD"], os.environ["PAVO_LAB"], PORTS, scale=SCALE)
+        cls.net = Network(PORTS, cls.rig.program("frames"), cls.rig.path("tmp"))
+        cls.devices = standard_devices(cls.net)
+        cls.addClassCleanup(cls.close_plain)
+        for name, port in cls.HOSTS:
+            cls.net.plug(cls.devices[name], port)
+        cls.rig.start_switch(*cls.switch_options)
+        cls.rig.wait_for(lambda: cls.rig.rows("ports", name="0/4", link=True), LIMIT, "the ports have links")
+
+    @classmethod
+    def close_plain(cls):
+        status = cls.rig.stop("vswitchd")
+        output = cls.rig.output("vswitchd")
+        cls.rig.stop_all()
+        cls.net.close()
+        for word in ("Sanitizer", "runtime error"):
+            if word in output:
+                raise AssertionError(f"vswitchd (status {status}):\n{output}")
+
+    def setUp(self):
+        self.saved = self.rig.running_config()
+        self.configured()
+
+    def configured(self):
+        self.see("the configuration is on the wire", lambda: (self.plane() or {}).get("settled"))
+
+    def on(self, port, *lines):
+        self.rig.cli("configure", f"interface 0/{port}", *lines)
+
+    def received(self, sender, frames, *receivers):
+        """What each of the receivers gets of frames (bytes) that `sender` sends, as bytes with their tags."""
+        sockets = {name: RawReceiver(name) for name in receivers}
+        try:
+            self.net.send_raw(self.devices[sender], frames)
+            time.sleep(0.3)
+            return {name: [frame for frame in raw.frames() if frame[12:].find(MARK) >= 0 or frame[:6] == BPDU]
+                    for name, raw in sockets.items()}
+        finally:
+            for raw in sockets.values():
+                raw.close()
+
+
+MARK = b"pavo bridge test"
+BPDU = bytes.fromhex("0180c2000000")
+
+
+def ethernet(to, source, *headers, payload=MARK):
+    """A frame: addresses, then tags and EtherType as hexadecimal digits, padded to the shortest length."""
+    frame = bytes.fromhex((to + source).replace(":", "") + "".join(headers)) + payload
+    return frame.ljust(60, b"\0")
+
+
+class RawReceiver:
+    """All frames that arrive at a device from now on, tags included."""
+
+    AUXDATA, VALID, TPID_VALID = 8, 1 << 4, 1 << 6
+
+    def __init__(self, name, ifname="eth0"):
+        here = os.open("/proc/self/ns/net", os.O_RDONLY)
+        there = os.open(f"/run/netns/{name}", os.O_RDONLY)
+        libc = ctypes.CDLL(None, use_errno=True)
+        try:
+            if libc.setns(there, 0x40000000) != 0:
+                raise OSError(ctypes.get_errno(), "setns")
+            try:
+                self.socket = socket.socket(socket.AF_PACKET, socket.SOCK_RAW, 0)
+                self.socket.setsockopt(263, self.AUXDATA, 1)  # SOL_PACKET, PACKET_AUXDATA
+                self.socket.setsockopt(263, 23, 1)  # PACKET_IGNORE_OUTGOING
+                self.socket.bind((ifname, 3))  # ETH_P_ALL
+            finally:
+                libc.setns(here, 0x40000000)
+        finally:
+            os.close(here)
+            os.close(there)
+        self.socket.setblocking(False)
+
+    def frames(self):
+        found = []
+        while True:
+            try:
+                frame, extra, _, _ = self.socket.recvmsg(16384, 256)
+            except BlockingIOError:
+                return found
+            for level, kind, data in extra:
+                if (level, kind) == (263, self.AUXDATA):
+                    status, _, _, _, _, tci, tpid = struct.unpack("IIIHHHH", data[:20])
+                    if status & self.VALID:  # the kernel has taken the tag out
+                        tpid = tpid if status & self.TPID_VALID else 0x8100
+                        frame = frame[:12] + struct.pack("!HH", tpid, tci) + frame[12:]
+            found.append(frame)
+
+    def close(self):
+        self.socket.close()
+
+
+class BridgeTest(PlainTest):
+    """The switch forwards what a bridge forwards, and nothing else."""
+
+    def test_a_port_taken_out_of_its_pvid_brings_nothing_into_it(self):
+        wall, desk = self.devices["wall"], self.devices["desk"]
+        stray = "02:00:00:00:aa:01"
+        plain, prioritised = ethernet(BROADCAST, stray, "88b5"), ethernet(BROADCAST, stray, "8100a000", "88b5")
+        self.assertEqual([2, 2], [len(got) for got in self.received("media", [plain, prioritised], "wall", "desk").values()])
+        self.see("the sender is learned", lambda: self.rig.rows("fdb", mac=stray.upper()))
+        self.on(3, "vlan participation exclude 1")
+        self.configured()
+        self.see("the sender is forgotten", lambda: not self.rig.rows("fdb", mac=stray.upper()))
+        self.assertEqual({"wall": [], "desk": []}, self.received("media", [plain, prioritised], "wall", "desk"))
+        time.sleep(1)
+        self.assertFalse(self.rig.rows("fdb", mac=stray.upper()))
+        self.on(3, "vlan participation include 1")
+        self.configured()
+        self.assertTrue(self.net.ping(wall, desk))
+
+    def test_an_address_moves_with_its_first_frame(self):
+        """Also right behind the last one by the old port, and back; what is sent to it goes there only."""
+        roamer = "02:00:00:00:aa:02"
+        media, wall = self.devices["media"], self.devices["wall"]
+        to_roamer = [ethernet(roamer, self.devices["desk"].mac, "88b5")]
+        for here, there in ((media, wall), (wall, media)) * 3:
+            self.net.send(here, to=BROADCAST, flow=self.net.new_flow(), source=roamer, rate=2000, count=1000)
+            self.net.send_raw(there, [ethernet(BROADCAST, roamer, "88b5")])
+            time.sleep(0.1)
+            got = self.received("desk", to_roamer, here.name, there.name)
+            self.assertEqual({here.name: 0, there.name: 1}, {name: len(frames) for name, frames in got.items()})
+        # It stays there.
+        time.sleep(1.5)
+        got = self.received("desk", to_roamer, "media", "wall")
+        self.assertEqual({"media": 1, "wall": 0}, {name: len(frames) for name, frames in got.items()})
+        self.see("the switch knows, too", lambda: self.rig.rows("fdb", mac=roamer.upper(), interface="0/3"))
+
+    def test_tags_keep_what_they_carry(self):
+        self.addCleanup(self.undo_vlan_20)
+        self.rig.cli("vlan database", "vlan 20")
+        for port in (3, 4):
+            self.on(port, "vlan participation include 20", "vlan pvid 20", "vlan participation exclude 1")
+        self.on(1, "vlan participation include 20", "vlan tagging 20")
+        self.configured()
+        media, desk = self.devices["media"].mac, self.devices["desk"].mac
+        # Tags of a frame from media, those at desk, which is tagged, and those at wall, which is not.
+        cases = [("", "81000014", ""), ("8100a000", "8100a014", ""), ("8100e000", "8100e014", ""),
+                 ("88a8c01e", "8100001488a8c01e", "88a8c01e"), ("8100e00088a8001e", "8100e01488a8001e", "88a8001e")]
+        for sent, at_desk, at_wall in cases:
+            got = self.received("media", [ethernet(BROADCAST, media, sent, "88b5")], "desk", "wall")
+            for name, tags in (("desk", at_desk), ("wall", at_wall)):
+                expected = ethernet(BROADCAST, media, tags, "88b5").rstrip(b"\0")
+                self.assertEqual([expected.hex()], [frame.rstrip(b"\0").hex() for frame in got[name]], (sent, name))
+        # From one tagged port to another all of the tag comes through, the drop-eligible bit included.
+        self.on(4, "vlan tagging 20")
+        self.configured()
+        for tci in ("0014", "a014", "1014", "f014"):
+            got = self.received("desk", [ethernet(BROADCAST, desk, "8100" + tci, "88b5")], "wall", "media")
+            self.assertEqual(["8100" + tci], [frame[12:16].hex() for frame in got["wall"]])
+            self.assertEqual(["88b5"], [frame[12:14].hex() for frame in got["media"]], tci)
+        # A VLAN ID that no frame may carry.
+        got = self.received("desk", [ethernet(BROADCAST, desk, "81000fff", "81000014", "88b5")], "wall", "media")
+        self.assertEqual({"wall": [], "media": []}, got)
+
+    def undo_vlan_20(self):
+        self.on(1, "no vlan tagging 20", "vlan participation auto 20")
+        for port in (3, 4):
+            self.on(port, "no vlan tagging 20", "vlan participation auto 20", "no vlan pvid", "vlan participation include 1")
+        self.rig.cli("vlan database", "no vlan 20")
+        self.configured()
+        self.assertEqual(self.saved, self.rig.running_config())
+
+    def test_what_no_bridge_forwards(self):
+        desk = self.devices["desk"].mac
+        cases = [("00:00:00:00:00:00", BROADCAST, 0), ("01:00:5e:00:00:07", BROADCAST, 0), (desk, BROADCAST, 1),
+                 (desk, "01:80:c2:00:00:00", 1), (desk, "01:00:0c:cc:cc:cd", 1)]
+        cases += [(desk, f"01:80:c2:00:00:{n:02x}", 0) for n in range(1, 16)]
+        for source, to, copies in cases:
+            got = self.received("desk", [ethernet(to, source, "88b5")], "media", "wall")
+            self.assertEqual([copies, copies], [len(frames) for frames in got.values()], (source, to))
+        time.sleep(1)
+        for mac in ("00:00:00:00:00:00", "01:00:5E:00:00:07"):
+            self.assertFalse(self.rig.rows("fdb", mac=mac))
+
+    def test_spanning_tree_of_others_crosses(self):
+        bpdu = ethernet("01:80:c2:00:00:00", "02:00:00:00:aa:05", "0026", payload=bytes.fromhex(
+            "424203000000000080000200000000aa0000000080000200000000aa80010000140002000f00"))
+        got = self.received("media", [bpdu], "wall", "desk")
+        self.assertEqual([[bpdu]] * 2, list(got.values()))
+
+
+class MulticastTest(PlainTest):
+    """IGMP of the hosts' own kernels, in VLAN 1: who gets a group's frames, and for how long."""
+
+    GROUP, OTHER = "239.5.5.5", "239.5.5.6"
+
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        for n, port in ((41, 6), (42, 7)):
+            cls.net.plug(Host(cls.net, f"guest{port}", n, f"02:00:00:00:01:{n}"), port)
+        cls.rig.cli("vlan database", "set igmp 1", "set igmp fast-leave 1", "set igmp drop-unknown 1")
+
+    def setUp(self):
+        self.members = []
+        super().setUp()
+
+    def tearDown(self):
+        for member in self.members:
+            self.net.end(member)
+        self.see("nobody is subscribed", lambda: not self.groups())
+
+    def join(self, name, *groups, version=2, ifname="eth0"):
+        member = self.net.join(self.devices[name], *groups, version=version, ifname=ifname)
+        self.members.append(member)
+        return member
+
+    def leave(self, member):
+        self.members.remove(member)
+        self.net.end(member)
+
+    def groups(self):
+        return [line for line in self.rig.cli("show igmpsnooping group") if re.match(r"\s*\d|.*239\.", line)]
+
+    def hearers(self, sender, group, *, count=20):
+        """Who receives a group's frames, and how many copies of each."""
+        flow = self.net.new_flow()
+        listeners = [(name, self.net.listen(device, ifname, flow, idle_ms=500, group=group))
+                     for name, device in self.devices.items() if device is not self.devices[sender]
+                     for ifname in device.interfaces()]
+        done = self.net.send_group(self.devices[sender], group, flow, count=count, rate=500)
+        done.popen.wait(LIMIT)
+        self.net.end(done)
+        heard = {}
+        for name, listener in listeners:
+            if received := listener.result()["received"]:
+                heard[name] = heard.get(name, 0) + received
+        return {name: received / count for name, received in heard.items()}
+
+    def heard_by(self, sender, group, *names):
+        heard = {}
+
+        def holds():
+            heard.clear()
+            heard.update(self.hearers(sender, group))
+            return heard == {name: 1 for name in names}
+        try:
+            self.rig.wait_for(holds, 15, "the right ones hear the group")
+        except Failure as failure:
+            raise AssertionError(f"{group} of {sender}: heard by {heard}, not by {names}; {self.groups()}") from failure
+
+    def test_join_and_leave(self):
+        for version in (2, 3):
+            self.heard_by("desk", self.GROUP)
+            first = self.join("media", self.GROUP, version=version)
+            self.heard_by("desk", self.GROUP, "media")
+            second = self.join("wall", self.GROUP, self.OTHER, version=version)
+            self.heard_by("desk", self.GROUP, "media", "wall")
+            self.heard_by("media", self.OTHER, "wall")
+            self.heard_by("media", self.GROUP, "wall")  # the sender gets nothing back
+            self.leave(first)
+            self.heard_by("desk", self.GROUP, "wall")
+            self.leave(second)
+            self.heard_by("desk", self.GROUP)
+        # What is for everybody on the link is not for IGMP.
+        self.heard_by("desk", "224.0.0.251", "media", "wall", "guest6", "guest7")
+
+    def test_unknown_groups_as_configured(self):
+        self.heard_by("desk", self.GROUP)
+        self.rig.cli("vlan database", "no set igmp drop-unknown 1")
+        self.heard_by("desk", self.GROUP, "media", "wall", "guest6", "guest7")
+        member = self.join("wall", self.GROUP)
+        self.heard_by("desk", self.GROUP, "wall")
+        self.leave(member)
+        self.rig.cli("vlan database", "no set igmp 1")
+        self.heard_by("desk", self.GROUP, "media", "wall", "guest6", "guest7")
+        self.rig.cli("vlan database", "set igmp 1", "set igmp drop-unknown 1")
+        self.heard_by("desk", self.GROUP)
+
+    def test_reports_go_to_routers_only(self):
+        def reports(*names):
+            captures = {name: self.net.capture(name, "eth0", "-Q", "in", "igmp and host " + self.devices["media"].address)
+                        for name in ("desk", "wall")}
+            with captures["desk"], captures["wall"]:
+                self.leave(self.join("media", self.GROUP))
+                time.sleep(0.5)
+            self.assertEqual(set(names), {name for name, seen in captures.items() if seen.packets()})
+
+        reports()
+        self.on(1, "ip igmp snooping mrouter interface")
+        self.configured()
+        reports("desk")
+        # A router gets every group.
+        self.heard_by("wall", self.GROUP, "desk")
+        self.rig.cli("vlan database", "set igmp flood-report 1")
+        self.configured()
+        reports("desk", "wall")
+        self.rig.cli("vlan database", "no set igmp flood-report 1")
+        self.on(1, "no ip igmp snooping mrouter interface")
+        self.heard_by("wall", self.GROUP)
+
+    def test_querier_and_ageing(self):
+        """Subscribers that answer stay, one that is silent goes."""
+        self.rig.cli("configure", "ip igmp snooping querier query-interval 10", "exit", "vlan database",
+                     "set igmp groupmembership-interval 1 40", "set igmp maxresponse 1 5")
+        with self.net.capture("wall", "eth0", "-v", "igmp") as seen:
+            self.join("wall", self.GROUP)
+            silent = ethernet("01:00:5e:05:05:06", self.devices["media"].mac, "0800", payload=igmp2(
+                0x16, self.devices["media"].address, self.OTHER))
+            self.net.send_raw(self.devices["media"], [silent])
+            self.heard_by("desk", self.OTHER, "media")
+            time.sleep(60 / SCALE)
+            self.heard_by("desk", self.OTHER)
+            self.heard_by("desk", self.GROUP, "wall")
+        queries = [line for line in seen.text() if "igmp query" in line]
+        self.assertGreater(len(queries), 3)
+        self.assertIn("0.0.0.0 > 224.0.0.1", queries[0])
+        self.rig.cli("configure", "no ip igmp snooping querier query-interval", "exit", "vlan database",
+                     "no set igmp groupmembership-interval 1", "no set igmp maxresponse 1")
+
+    def test_a_subscriber_moves(self):
+        guest = self.devices["guest6"]
+        member = self.join("guest6", self.GROUP)
+        self.heard_by("desk", self.GROUP, "guest6")
+        self.net.move(guest, 8)
+        self.heard_by("desk", self.GROUP)  # until it reports again, as the kernel does when a link comes up
+        self.leave(member)
+        self.join("guest6", self.GROUP)
+        self.heard_by("desk", self.GROUP, "guest6")
+        # With the old port as it is: a host behind another switch.
+        self.net.send_raw(self.devices["wall"], [ethernet("01:00:5e:05:05:05", guest.mac, "0800", payload=igmp2(
+            0x16, guest.address, self.GROUP))])
+        self.heard_by("desk", self.GROUP, "wall")
+        self.leave(self.members[-1])
+        self.net.send_raw(self.devices["wall"], [ethernet("01:00:5e:00:00:02", guest.mac, "0800", payload=igmp2(
+            0x17, guest.address, self.GROUP, to="224.0.0.2"))])
+        self.net.move(guest, 6)
+
+    def test_deny_list_in_both_directions(self):
+        self.join("media", self.GROUP, self.OTHER)
+        self.heard_by("desk", self.GROUP, "media")
+        self.rig.cli("configure", "ip access-list NET-BLOCK", f"deny ip any {self.GROUP} 0.0.0.0", "permit ip any any")
+        for direction in ("in", "out"):
+            self.on(3, f"ip access-group NET-BLOCK {direction} 1")
+        self.heard_by("desk", self.GROUP)
+        self.heard_by("desk", self.OTHER, "media")
+        self.join("wall", self.GROUP, self.OTHER)
+        self.heard_by("media", self.GROUP)
+        self.heard_by("media", self.OTHER, "wall")
+        self.heard_by("desk", self.GROUP, "wall")
+        for direction in ("in", "out"):
+            self.on(3, f"no ip access-group NET-BLOCK {direction}")
+        self.rig.cli("configure", "no ip access-list NET-BLOCK")
+        self.heard_by("media", self.GROUP, "wall")
+
+    def test_a_lag_gets_one_copy(self):
+        ubex = self.devices["ubex"]
+        for port, name in ((11, "eth0"), (12, "eth1")):
+            self.on(port, "addport lag 1")
+            self.net.plug(ubex, port, name)
+        self.join("ubex", self.GROUP)
+        self.join("wall", self.GROUP)
+        self.heard_by("desk", self.GROUP, "ubex", "wall")
+        # What comes in on one member does not go out on the other.
+        self.heard_by("ubex", self.GROUP, "wall")
+        for member in list(self.members):
+            self.leave(member)
+        for port, name in ((11, "eth0"), (12, "eth1")):
+            self.net.unplug(ubex, name)
+            self.on(port, "deleteport lag 1")
+
+    def test_restart_of_open_vswitch(self):
+        self.join("media", self.GROUP)
+        self.heard_by("desk", self.GROUP, "media")
+        flow, old = self.net.new_flow(), self.pid("ovs-vswitchd")
+        bystander = self.net.listen(self.devices["wall"], "eth0", flow, seconds=LIMIT, group=self.GROUP)
+        sender = self.net.send_group(self.devices["desk"], self.GROUP, flow, rate=1000)
+        os.kill(old, signal.SIGKILL)
+        self.see("it is back", lambda: (self.plane() or {}).get("settled") and self.pid("ovs-vswitchd") not in (0, old))
+        self.heard_by("desk", self.GROUP, "media")
+        self.net.end(sender)
+        self.assertEqual(0, bystander.stop()["received"])
+
+
+def igmp2(kind, source, group, to=None):
+    """An IGMP version 2 message in its IPv4 packet."""
+    def checksum(data):
+        total = sum(struct.unpack(f"!{len(data) // 2}H", data))
+        total = (total & 0xffff) + (total >> 16)
+        return ~(total + (total >> 16)) & 0xffff
+    igmp = struct.pack("!BBH4s", kind, 0, 0, socket.inet_aton(group))
+    igmp = igmp[:2] + struct.pack("!H", checksum(igmp)) + igmp[4:]
+    head = struct.pack("!BBHIBBH4s4s4s", 0x46, 0, 32, 0, 1, 2, 0, socket.inet_aton(source),
+                       socket.inet_aton(to or group), b"\x94\x04\0\0")
+    return head[:10] + struct.pack("!H", checksum(head)) + head[12:] + igmp
 
 
 if __name__ == "__main__":

@@ -13,6 +13,8 @@
 #include "platform/manual_clock.h"
 #include "tests/support/root.h"
 #include "vswitch/dataplane/flows.h"
+#include "vswitch/dataplane/igmp_frame.h"
+#include "vswitch/dataplane/openflow.h"
 #include "vswitch/dataplane/process.h"
 #include "vswitch/dataplane/reading.h"
 #include "vswitch/server/server.h"
@@ -46,6 +48,18 @@ std::string fdb(const Model &model) {
     return out;
 }
 
+// What "ovs-ofctl" has printed, without transaction ids.
+std::string withoutNumbers(const std::string &printed) {
+    return std::regex_replace(printed, std::regex("OFPT_FLOW_MOD \\(OF1.4\\) \\(xid=0x[0-9a-f]+\\): |(usable|chosen) protocols?: .*\n"), "");
+}
+
+std::string decoded(const std::string &messages) {
+    test_support::writeText("/tmp/messages", messages);
+    const auto shown = runTool({"ovs-ofctl", "ofp-parse", platform::fsPath("/tmp/messages")}, "/", 60s);
+    EXPECT_TRUE(shown.good()) << shown.error;
+    return withoutNumbers(shown.output);
+}
+
 class LiveTest : public testing::Test {
   protected:
     LiveTest() {
@@ -68,7 +82,7 @@ class LiveTest : public testing::Test {
         config("configure; interface " + name + "; " + lines);
     }
     WireConfig wire() const { return wireConfigOf(model, kPorts); }
-    Flows flows() const { return flowsOf(wire(), 300); }
+    Flows flows() const { return flowsOf(wire()); }
 
     Duration now{};
     Model model{smallSwitch()};
@@ -82,7 +96,7 @@ TEST_F(LiveTest, AChangeIsFewRowsAndLeavesOtherPortsAlone) {
          {"vlan association mac 02:00:00:00:00:01 20", "vlan association mac 02:00:00:00:00:01 10",
           "no vlan association mac 02:00:00:00:00:01"}) {
         config(std::string("vlan database; ") + line);
-        const auto rows = flowChanges(flowsOf(was, 300), flows());
+        const auto rows = flowChanges(flowsOf(was), flows());
         EXPECT_TRUE(rows.size() == 1 && rows[0].find("dl_src=" + mac(1).text()) != std::string::npos) << line;
         EXPECT_EQ(std::vector{forgetMac(mac(1))}, staleAddresses(was, wire()));
         was = wire();
@@ -98,7 +112,7 @@ TEST_F(LiveTest, AChangeIsFewRowsAndLeavesOtherPortsAlone) {
           "ip access-group B out", "addport lag 1", "deleteport lag 1", "shutdown"}) {
         port("0/2", line);
         EXPECT_NE(was, wire()) << line;
-        for (const auto &row : flowChanges(flowsOf(was, 300), flows()))
+        for (const auto &row : flowChanges(flowsOf(was), flows()))
             EXPECT_FALSE(std::regex_search(row.substr(0, row.find(",actions")), others))
                 << line << ": " << row;
         for (const auto &stale : staleAddresses(was, wire()))
@@ -115,6 +129,8 @@ configure; ip access-list A; deny ip any 10.0.0.0 0.0.0.@|configure; no ip acces
 #vlan pvid %|#vlan participation include %|#vlan participation exclude %|#vlan participation auto %
 #vlan tagging %|#no vlan tagging %|#vlan acceptframe vlanonly|#vlan acceptframe admituntaggedonly
 #no vlan acceptframe|#addport lag 1|#addport lag 2|#deleteport lag 1|#shutdown|#no shutdown|#no shutdown
+vlan database; set igmp %|vlan database; set igmp %|vlan database; no set igmp %|vlan database; set igmp drop-unknown %
+vlan database; set igmp exclude-mrouter-intf %|#ip igmp snooping mrouter interface
 #mtu 900@|#ip access-group A in|#ip access-group A out|#ip access-group B in|#no ip access-group A in)";
 
 TEST_F(LiveTest, RowsAndAddressesFollowWhateverChanges) {
@@ -143,14 +159,20 @@ TEST_F(LiveTest, RowsAndAddressesFollowWhateverChanges) {
         model.setCarrier(upTo(5) + 1, upTo(7) == 0 ? Carrier::ForcedDown : Carrier::FollowDevices);
         if (upTo(3) == 0)
             model.seeAddresses({{mac(upTo(3)), vlan(), upTo(9) + 1}, {mac(upTo(9)), vlan(), upTo(9) + 1}});
+        for (int times = 0; times < 3; ++times)
+            model.hearIgmp({upTo(3) == 0 ? IgmpKind::Leave : IgmpKind::Report, vlan(), upTo(5) + 1, 2, mac(upTo(9)),
+                            0x0a000000 + upTo(9), 0xe8010100 + upTo(3), {}});
         ASSERT_LE(model.fdb().size(), 4u);
         for (const auto &[key, entry] : model.fdb())
             ASSERT_TRUE(model.hasVlan(key.vlan) && model.interface(entry.port)->linkUp &&
                         model.interface(entry.ifNum)->linkUp);
 
         const auto next = wire();
-        const auto wanted = flowsOf(next, 300);
-        for (const auto &line : flowChanges(rows, wanted))
+        const auto wanted = flowsOf(next);
+        const auto update = flowUpdate(was, {}, next, {});
+        ASSERT_EQ(flowChanges(rows, wanted), update.lines) << text;
+        ASSERT_EQ(static_cast<std::ptrdiff_t>(wanted.size()), static_cast<std::ptrdiff_t>(rows.size()) + update.growth);
+        for (const auto &line : update.lines)
             if (const auto actions = line.find(",actions="); line.starts_with("add ")) {
                 added.insert(line.substr(4));
                 rows[line.substr(4, actions - 4)] = line.substr(actions + 9);
@@ -171,7 +193,7 @@ TEST_F(LiveTest, RowsAndAddressesFollowWhateverChanges) {
             const auto at = next.interfaces.find(num);
             const auto to = next.associations.find(key.mac);
             return at != next.interfaces.end() &&
-                   (at->second.pvid == key.vlan || at->second.vlans.contains(key.vlan) ||
+                   (at->second.vlans.contains(key.vlan) ||
                     (to != next.associations.end() && to->second == key.vlan));
         };
         for (const auto &[key, num] : learned)
@@ -192,7 +214,37 @@ TEST_F(LiveTest, RowsAndAddressesFollowWhateverChanges) {
     EXPECT_EQ(added.size(), test_support::occurrences(parsed.output, " ADD ")) << parsed.error;
     // A frame gets a tag only where it has none, not even one of a priority.
     EXPECT_EQ(test_support::occurrences(parsed.output, "push_vlan"),
-              test_support::occurrences(parsed.output, "vlan_tci=0x0000/0x1fff"));
+              test_support::occurrences(parsed.output, "vlan_tci=0x0000/0x1000"));
+    // And the switch's own messages say the same.
+    std::string messages;
+    for (const auto &row : added)
+        messages += flowModOf("add " + row).value();
+    EXPECT_EQ(withoutNumbers(parsed.output), decoded(messages));
+}
+
+TEST_F(LiveTest, MessagesThatForget) {
+    std::string messages;
+    for (const auto &line : {forgetInterface(2), forgetMac(mac(1)), forgetArp({20, "10.0.0.1"}), flowClear()[0],
+                             std::string("delete_strict table=20,priority=100,reg0=0,dl_vlan=20"),
+                             learnedArpFlow({20, "10.0.0.1"}, mac(1), 2, 60),
+                             learnedFlow({mac(1), 20, 2, {}}, 60)})
+        messages += flowModOf(line).value();
+    EXPECT_EQ(
+        "DEL table:255 cookie:0x10000000002/0x100ffffffff actions=drop\n"
+        "DEL table:10 dl_dst=02:00:00:00:00:01 cookie:0x10000000000/0x10000000000 actions=drop\n"
+        "DEL table:11 arp,vlan_tci=0x0014/0x0fff,arp_spa=10.0.0.1 "
+        "cookie:0x10100000000/0x10100000000 actions=drop\n"
+        "DEL cookie:0x0/0x10000000000 actions=drop\n"
+        "DEL_STRICT table:20 priority=100,reg0=0,dl_vlan=20 actions=drop\n"
+        "ADD table:11 arp,vlan_tci=0x0014/0x0fff,arp_spa=10.0.0.1 cookie:0x10100000002 hard:60 "
+        "actions=load:0x1->NXM_NX_REG5[],load:0x200->NXM_NX_REG6[0..15]\n"
+        "ADD table:10 vlan_tci=0x0014/0x0fff,dl_dst=02:00:00:00:00:01 cookie:0x10000000002 hard:60 "
+        "actions=load:0x2->NXM_NX_REG0[0..15]\n",
+        decoded(messages));
+    for (const char *line : {"", "delete cookie=x", "add table=1,ip_dst=1,actions=drop", "add actions=output:",
+                             "add actions=learn(table=1", "add actions=load:1->NXM_NX_REG99[]", "modify actions=drop",
+                             "add actions=move:NXM_OF_ETH_SRC[]->NXM_NX_REG1[]"})
+        EXPECT_FALSE(flowModOf(line)) << line;
 }
 
 TEST_F(LiveTest, MembershipLeftToTheSwitchLastsAsLongAsAnAssociatedAddress) {
@@ -473,6 +525,9 @@ struct RecordingDataPlane : DataPlane {
         pushed.push_back(config);
         generation = number;
     }
+    void sendQueries(const std::vector<IgmpQuery> &all) override {
+        queries.insert(queries.end(), all.begin(), all.end());
+    }
     std::optional<WireView> collect() override { return std::exchange(view, std::nullopt); }
     DataPlaneStatus status() const override {
         DataPlaneStatus out;
@@ -484,6 +539,7 @@ struct RecordingDataPlane : DataPlane {
     std::vector<WireConfig> pushed;
     std::uint64_t generation = 0, inForce = 0;
     std::optional<WireView> view;
+    std::vector<IgmpQuery> queries;
 };
 
 TEST(ServerTest, PushesChangesAndTakesWhatIsOfNow) {

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "vswitch/model/igmp.h"
 #include "vswitch/model/types.h"
 
 namespace vswitch {
@@ -49,6 +50,7 @@ struct WireConfig {
     std::map<IfNum, WirePort> ports;
     std::map<IfNum, WireInterface> interfaces;
     std::map<Mac, VlanId> associations;
+    std::map<VlanId, WireMulticast> multicast;  // of VLANs with IGMP snooping
     Duration ageTime{};  // of learned addresses, on the switch's clock
     std::size_t fdbCapacity = 0;
     std::uint64_t fdbClears = 0;                // how often everything learned was to be forgotten
@@ -65,6 +67,7 @@ struct WireView {
     std::optional<std::vector<SeenAddress>> addresses;
     std::optional<std::vector<SeenNeighbour>> neighbours;
     std::optional<std::map<ArpKey, Mac>> arp;
+    std::vector<IgmpMessage> igmp;  // since the last view, in their order
     std::vector<std::string> messages;  // for the operator, to go to the system log
 };
 
@@ -94,6 +97,9 @@ class DataPlane {
     // Applies a configuration as the difference to the one before; returns at once. `generation` grows with
     // every call. What cannot be applied now is retried until it can.
     virtual void push(const WireConfig &config, std::uint64_t generation) = 0;
+
+    // Sends IGMP queries into VLANs with snooping; what cannot be sent now is lost, as on a wire.
+    virtual void sendQueries(const std::vector<IgmpQuery> &queries) = 0;
 
     // What has been seen since the last call; nothing when there is nothing new.
     virtual std::optional<WireView> collect() = 0;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <iterator>
+#include <set>
 #include <utility>
 
 namespace vswitch {
@@ -10,7 +12,7 @@ namespace {
 
 constexpr std::size_t kArpCapacity = 4096;
 // The tables that flowsOf fills; learned flow entries are in others.
-constexpr int kConfiguredTables[] = {0, 1, 2, 3, 4, kFdbTable, 20, 30};
+constexpr int kConfiguredTables[] = {0, 1, 2, 3, 4, 5, kFdbTable, 20, 30};
 
 __attribute__((format(printf, 1, 2))) std::string text(const char *format, ...) {
     char buffer[512];
@@ -58,71 +60,102 @@ void addAccessList(Flows &flows, int table, const char *reg, IfNum num, const st
     flows[text("table=%d,priority=100,%s=%u,ip", table, reg, num)] = "drop";
 }
 
-void addPorts(Flows &flows, const WireConfig &config) {
-    flows["table=0,priority=1000,dl_dst=01:80:c2:00:00:00/ff:ff:ff:ff:ff:f0"] = "drop";
+// What every configuration has.
+void addCommon(Flows &flows) {
+    // Reserved for protocols between neighbours, which end here. The first of them, 01:80:C2:00:00:00, is the
+    // one of spanning tree, in which this switch takes no part: the bridges around it must hear each other,
+    // or nobody would see a loop.
+    for (const unsigned first : {1u, 2u, 4u, 8u})
+        flows[text("table=0,priority=1000,dl_dst=01:80:c2:00:00:%02x/ff:ff:ff:ff:ff:%02x", first,
+                   0x100 - first)] = "drop";
     flows["table=0,priority=900,dl_src=01:00:00:00:00:00/01:00:00:00:00:00"] = "drop";
-    for (const auto &[num, interface] : config.interfaces)
-        for (const auto port : interface.members) {
-            const auto enter = text("load:%u->NXM_NX_REG1[],resubmit(,1)", num);
-            flows[text("table=0,priority=100,in_port=%u", port)] = enter;
-            // A tag with VLAN 0 carries a priority only: the frame counts as untagged. Left on, it would
-            // leave the switch beneath the tag of its VLAN.
-            flows[text("table=0,priority=210,in_port=%u,vlan_tci=0x1000/0x1fff", port)] =
-                "strip_vlan," + enter;
-            if (interface.acceptFrames == AcceptFrames::VlanOnly)
-                flows[text("table=0,priority=220,in_port=%u,vlan_tci=0x0000/0x0fff", port)] = "drop";
-            else if (interface.acceptFrames == AcceptFrames::AdminUntaggedOnly)
-                flows[text("table=0,priority=200,in_port=%u,vlan_tci=0x1000/0x1000", port)] = "drop";
-        }
-}
-
-void addVlans(Flows &flows, const WireConfig &config) {
+    flows["table=0,priority=900,dl_src=00:00:00:00:00:00"] = "drop";
+    flows[text("table=0,priority=950,dl_vlan=%u", kMarkVlan)] = "strip_vlan,resubmit(,0)";
     flows["table=1,priority=0"] = "resubmit(,2)";
-    for (const auto &[mac, vlan] : config.associations)
-        flows[text("table=2,priority=200,dl_src=%s,vlan_tci=0x0000/0x1fff", mac.text().c_str())] =
-            text("mod_vlan_vid:%u,resubmit(,3)", vlan);
-    for (const auto &[num, interface] : config.interfaces) {
-        if (interface.in)
-            addAccessList(flows, 1, "reg1", num, *interface.in, "resubmit(,2)");
-        flows[text("table=2,priority=100,reg1=%u,vlan_tci=0x0000/0x1fff", num)] =
-            text("mod_vlan_vid:%u,resubmit(,3)", interface.pvid);
-        for (const auto &[vlan, tagged] : interface.vlans)
-            flows[text("table=2,priority=100,reg1=%u,dl_vlan=%u", num, vlan)] = "resubmit(,3)";
-    }
-}
-
-void addLearning(Flows &flows, const WireConfig &config, std::uint32_t ageSeconds, std::uint32_t arpSeconds) {
     flows["table=3,priority=0"] = "resubmit(,4)";
     // Probes, which have no sender address yet.
     flows["table=3,priority=200,arp,arp_spa=0.0.0.0"] = "resubmit(,4)";
+    // Known behind another interface.
+    flows["table=5,priority=0"] = text("controller:64,resubmit(,%d),resubmit(,20)", kFdbTable);
     flows[text("table=%d,priority=0", kFdbTable)] = "load:0->NXM_NX_REG0[]";
-    // One interface may fill half of a table, so that a flood behind it leaves room for the others.
-    const auto share = std::max<std::size_t>(1, config.fdbCapacity / 2), arpShare = kArpCapacity / 2;
-    for (const auto &[num, interface] : config.interfaces) {
-        flows[text("table=3,priority=100,arp,reg1=%u", num)] = text(
-            "learn(table=%d,hard_timeout=%u,limit=%zu,cookie=%s,dl_type=0x806,NXM_OF_VLAN_TCI[0..11],"
-            "NXM_OF_ARP_SPA[],load:NXM_OF_ETH_SRC[0..31]->NXM_NX_REG5[],"
-            "load:NXM_OF_ETH_SRC[32..47]->NXM_NX_REG6[0..15]),resubmit(,4)",
-            kArpTable, arpSeconds, arpShare, hexCookie(kArpCookie | num).c_str());
-        flows[text("table=4,priority=100,reg1=%u", num)] = text(
-            "learn(table=%d,hard_timeout=%u,limit=%zu,cookie=%s,NXM_OF_VLAN_TCI[0..11],"
-            "NXM_OF_ETH_DST[]=NXM_OF_ETH_SRC[],load:NXM_NX_REG1[0..15]->NXM_NX_REG0[0..15]),"
-            "resubmit(,%d),resubmit(,20)",
-            kFdbTable, ageSeconds, share, hexCookie(kLearnedCookie | num).c_str(), kFdbTable);
+}
+
+// A tag that gives no VLAN: pushed on the way in, or one that the frame came with for its priority.
+constexpr const char *kNoVlan = "vlan_tci=0x1000/0x1fff";
+
+// The actions for a frame with such a tag.
+std::string classify(VlanId vlan) {
+    return text("mod_vlan_vid:%u,resubmit(,3)", vlan);
+}
+
+void addAssociation(Flows &flows, const Mac &mac, VlanId vlan) {
+    flows[text("table=2,priority=200,dl_src=%s,%s", mac.text().c_str(), kNoVlan)] = classify(vlan);
+}
+
+void addPorts(Flows &flows, IfNum num, const WireInterface &interface) {
+    for (const auto port : interface.members) {
+        const auto enter = text("load:%u->NXM_NX_REG1[],resubmit(,1)", num);
+        flows[text("table=0,priority=100,in_port=%u", port)] = enter;
+        // A tag with VLAN 0 carries a priority only: the frame counts as untagged and keeps the priority. From
+        // here on every frame has a tag of its own, whatever is behind it.
+        flows[text("table=0,priority=210,in_port=%u,%s", port, kNoVlan)] = enter;
+        flows[text("table=0,priority=205,in_port=%u,vlan_tci=0x0000/0x1000", port)] = "push_vlan:0x8100," + enter;
+        if (interface.acceptFrames == AcceptFrames::VlanOnly)
+            flows[text("table=0,priority=220,in_port=%u,vlan_tci=0x0000/0x0fff", port)] = "drop";
+        else if (interface.acceptFrames == AcceptFrames::AdminUntaggedOnly)
+            flows[text("table=0,priority=200,in_port=%u,vlan_tci=0x1000/0x1000", port)] = "drop";
     }
 }
 
-// What goes to all of a VLAN except the interface it came from: a LAG must not get back on one member what
+void addVlans(Flows &flows, IfNum num, const WireInterface &interface) {
+    if (interface.in)
+        addAccessList(flows, 1, "reg1", num, *interface.in, "resubmit(,2)");
+    // An interface that was taken out of a VLAN brings nothing into it, not even by its PVID.
+    if (interface.vlans.contains(interface.pvid))
+        flows[text("table=2,priority=100,reg1=%u,%s", num, kNoVlan)] = classify(interface.pvid);
+    for (const auto &[vlan, tagged] : interface.vlans)
+        flows[text("table=2,priority=100,reg1=%u,dl_vlan=%u", num, vlan)] = "resubmit(,3)";
+}
+
+void addLearning(Flows &flows, IfNum num, std::size_t fdbCapacity, const FlowAges &ages) {
+    // One interface may fill half of a table, so that a flood behind it leaves room for the others.
+    const auto share = std::max<std::size_t>(1, fdbCapacity / 2), arpShare = kArpCapacity / 2;
+    flows[text("table=3,priority=100,arp,reg1=%u", num)] =
+        text("learn(table=%d,hard_timeout=%u,limit=%zu,cookie=%s,dl_type=0x806,NXM_OF_VLAN_TCI[0..11],"
+             "NXM_OF_ARP_SPA[],load:NXM_OF_ETH_SRC[0..31]->NXM_NX_REG5[],"
+             "load:NXM_OF_ETH_SRC[32..47]->NXM_NX_REG6[0..15]),resubmit(,4)",
+             kArpTable, ages.arp, arpShare, hexCookie(kArpCookie | num).c_str());
+    // The source is looked up in the place of the destination.
+    flows[text("table=4,priority=100,reg1=%u", num)] =
+        text("push:NXM_OF_ETH_DST[],move:NXM_OF_ETH_SRC[]->NXM_OF_ETH_DST[],resubmit(,%d),"
+             "pop:NXM_OF_ETH_DST[],resubmit(,5)",
+             kFdbTable);
+    const auto learn =
+        text("learn(table=%d,hard_timeout=%u,limit=%zu,cookie=%s,NXM_OF_VLAN_TCI[0..11],"
+             "NXM_OF_ETH_DST[]=NXM_OF_ETH_SRC[],load:NXM_NX_REG1[0..15]->NXM_NX_REG0[0..15]),"
+             "resubmit(,%d),resubmit(,20)",
+             kFdbTable, ages.address, share, hexCookie(kLearnedCookie | num).c_str(), kFdbTable);
+    flows[text("table=5,priority=100,reg0=%u,reg1=%u", num, num)] = learn;
+    flows[text("table=5,priority=100,reg0=0,reg1=%u", num)] = learn;
+}
+
+// Interfaces of a VLAN, by how its frames leave them.
+struct Leaving {
+    std::vector<IfNum> tagged, untagged;
+
+    void add(IfNum num, bool withTag) { (withTag ? tagged : untagged).push_back(num); }
+};
+
+// What goes to several interfaces except the one it came from: a LAG must not get back on one member what
 // came in on another, whereas a port never gets its own frames anyway.
-std::string floodActions(const WireConfig &config, const std::vector<IfNum> &tagged,
-                         const std::vector<IfNum> &untagged, IfNum except) {
+std::string floodActions(const WireConfig &config, const Leaving &to, IfNum except) {
     std::string actions;
     const auto add = [&](const std::string &action) { actions += (actions.empty() ? "" : ",") + action; };
-    for (const auto num : tagged)
+    for (const auto num : to.tagged)
         if (num != except)
             add(send(num, config.interfaces.at(num)));
     bool stripped = false;
-    for (const auto num : untagged)
+    for (const auto num : to.untagged)
         if (num != except) {
             if (!std::exchange(stripped, true))
                 add("strip_vlan");
@@ -131,57 +164,230 @@ std::string floodActions(const WireConfig &config, const std::vector<IfNum> &tag
     return actions.empty() ? "drop" : actions;
 }
 
-void addDelivery(Flows &flows, const WireConfig &config) {
-    std::map<VlanId, std::pair<std::vector<IfNum>, std::vector<IfNum>>> vlans;  // tagged, untagged
-    for (const auto &[num, interface] : config.interfaces) {
-        if (interface.members.size() > 1)
-            flows[text("table=20,priority=300,reg0=%u,reg1=%u", num, num)] = "drop";
-        for (const auto &[vlan, tagged] : interface.vlans) {
-            flows[text("table=20,priority=200,reg0=%u,dl_vlan=%u", num, vlan)] =
-                (tagged ? "" : "strip_vlan,") + send(num, interface);
-            (tagged ? vlans[vlan].first : vlans[vlan].second).push_back(num);
-        }
-        if (interface.out) {
-            auto unfiltered = interface;
-            unfiltered.out.reset();
-            addAccessList(flows, 30, "reg4", num, *interface.out, send(num, unfiltered));
-            flows[text("table=30,priority=0,reg4=%u", num)] = send(num, unfiltered);
-        }
-    }
-    for (const auto &[vlan, interfaces] : vlans) {
-        const auto &[tagged, untagged] = interfaces;
-        flows[text("table=20,priority=100,reg0=0,dl_vlan=%u", vlan)] =
-            floodActions(config, tagged, untagged, 0);
-        for (const auto *list : {&tagged, &untagged})
-            for (const auto num : *list)
-                if (config.interfaces.at(num).members.size() > 1)
-                    flows[text("table=20,priority=150,reg0=0,reg1=%u,dl_vlan=%u", num, vlan)] =
-                        floodActions(config, tagged, untagged, num);
+void addDelivery(Flows &flows, IfNum num, const WireInterface &interface) {
+    if (interface.members.size() > 1)
+        flows[text("table=20,priority=300,reg0=%u,reg1=%u", num, num)] = "drop";
+    for (const auto &[vlan, tagged] : interface.vlans)
+        flows[text("table=20,priority=200,reg0=%u,dl_vlan=%u", num, vlan)] =
+            (tagged ? "" : "strip_vlan,") + send(num, interface);
+    if (interface.out) {
+        auto unfiltered = interface;
+        unfiltered.out.reset();
+        addAccessList(flows, 30, "reg4", num, *interface.out, send(num, unfiltered));
+        flows[text("table=30,priority=0,reg4=%u", num)] = send(num, unfiltered);
     }
 }
 
+// Delivery to `to`, and the variants of frames that come from a LAG among them.
+void addFlood(Flows &flows, const WireConfig &config, const std::string &match, unsigned priority,
+              unsigned lagPriority, const Leaving &to) {
+    flows[text("table=20,priority=%u,reg0=0,", priority) + match] = floodActions(config, to, 0);
+    for (const auto *list : {&to.tagged, &to.untagged})
+        for (const auto num : *list)
+            if (config.interfaces.at(num).members.size() > 1)
+                flows[text("table=20,priority=%u,reg0=0,reg1=%u,", lagPriority, num) + match] =
+                    floodActions(config, to, num);
+}
+
+Leaving everyoneIn(const WireConfig &config, VlanId vlan) {
+    Leaving all;
+    for (const auto &[num, interface] : config.interfaces)
+        if (const auto it = interface.vlans.find(vlan); it != interface.vlans.end())
+            all.add(num, it->second);
+    return all;
+}
+
+// Those of two sorted lists that participate in the VLAN.
+Leaving selectedIn(const WireConfig &config, VlanId vlan, const std::vector<IfNum> &some,
+                   const std::vector<IfNum> &others) {
+    std::vector<IfNum> both;
+    std::ranges::set_union(some, others, std::back_inserter(both));
+    Leaving selected;
+    for (const auto num : both)
+        if (const auto interface = config.interfaces.find(num); interface != config.interfaces.end())
+            if (const auto it = interface->second.vlans.find(vlan); it != interface->second.vlans.end())
+                selected.add(num, it->second);
+    return selected;
+}
+
+const WireMulticast *multicastIn(const WireConfig &config, VlanId vlan) {
+    const auto it = config.multicast.find(vlan);
+    return it == config.multicast.end() ? nullptr : &it->second;
+}
+
+// Interfaces that get every group.
+std::vector<IfNum> wanting(const WireMulticast &multicast) {
+    return multicast.routersGetGroups ? multicast.routers : std::vector<IfNum>{};
+}
+
+void addGroup(Flows &flows, const WireConfig &config, VlanId vlan, Ipv4 group) {
+    const auto *multicast = multicastIn(config, vlan);
+    if (multicast == nullptr || isLocalGroup(group))
+        return;
+    const auto it = multicast->groups.find(group);
+    if (it != multicast->groups.end())
+        addFlood(flows, config, text("dl_vlan=%u,ip,nw_dst=", vlan) + ipv4Text(group), 180, 182,
+                 selectedIn(config, vlan, it->second, wanting(*multicast)));
+}
+
+void addVlan(Flows &flows, const WireConfig &config, VlanId vlan) {
+    const auto all = everyoneIn(config, vlan);
+    if (all.tagged.empty() && all.untagged.empty())
+        return;
+    addFlood(flows, config, text("dl_vlan=%u", vlan), 100, 150, all);
+    const auto *multicast = multicastIn(config, vlan);
+    if (multicast == nullptr)
+        return;
+    // The switch forwards IGMP itself once it knows what it is; register 3 says that it does.
+    flows[text("table=20,priority=400,reg0=0,reg3=0,dl_vlan=%u,ip,nw_proto=2", vlan)] = "controller:65535";
+    addFlood(flows, config, text("dl_vlan=%u,ip,nw_dst=224.0.0.0/24", vlan), 170, 172, all);
+    if (!multicast->floodUnknown)
+        addFlood(flows, config, text("dl_vlan=%u,ip,nw_dst=224.0.0.0/4", vlan), 160, 162,
+                 selectedIn(config, vlan, {}, wanting(*multicast)));
+}
+
+void addInterface(Flows &flows, const WireConfig &config, IfNum num, const FlowAges &ages) {
+    const auto it = config.interfaces.find(num);
+    if (it == config.interfaces.end())
+        return;
+    addPorts(flows, num, it->second);
+    addVlans(flows, num, it->second);
+    addLearning(flows, num, config.fdbCapacity, ages);
+    addDelivery(flows, num, it->second);
+}
+
+std::set<VlanId> vlansOf(const WireConfig &config) {
+    std::set<VlanId> vlans;
+    for (const auto &[num, interface] : config.interfaces)
+        for (const auto &[vlan, tagged] : interface.vlans)
+            vlans.insert(vlans.end(), vlan);
+    return vlans;
+}
+
+// Calls `differs(key, before, now)` for every key whose value is not the same in both maps, null for none.
+template <class Map, class Differs>
+void compare(const Map &before, const Map &now, Differs differs) {
+    auto old = before.begin();
+    auto fresh = now.begin();
+    const typename Map::mapped_type *const none = nullptr;
+    while (old != before.end() || fresh != now.end()) {
+        if (fresh == now.end() || (old != before.end() && old->first < fresh->first)) {
+            differs(old->first, &old->second, none);
+            ++old;
+        } else if (old == before.end() || fresh->first < old->first) {
+            differs(fresh->first, none, &fresh->second);
+            ++fresh;
+        } else {
+            if (!(old->second == fresh->second))
+                differs(old->first, &old->second, &fresh->second);
+            ++old, ++fresh;
+        }
+    }
+}
+
+template <class Map>
+const typename Map::mapped_type &orEmpty(const typename Map::mapped_type *value, const Map &) {
+    static const typename Map::mapped_type empty;
+    return value != nullptr ? *value : empty;
+}
+
+// What of two configurations can lead to different flow entries.
+struct Affected {
+    std::set<IfNum> interfaces;
+    std::set<VlanId> vlans;                         // and all groups in them
+    std::set<std::pair<VlanId, Ipv4>> groups;       // beside those
+    std::map<Mac, std::pair<VlanId, VlanId>> macs;  // associations: before and now, 0 for none
+
+    Affected(const WireConfig &before, const WireConfig &now, bool everyInterface) {
+        compare(before.associations, now.associations, [&](const Mac &mac, const VlanId *old, const VlanId *next) {
+            macs[mac] = {old != nullptr ? *old : 0, next != nullptr ? *next : 0};
+        });
+        if (everyInterface)
+            for (const auto *config : {&before, &now})
+                for (const auto &[num, interface] : config->interfaces)
+                    interfaces.insert(num);
+        compare(before.interfaces, now.interfaces,
+                [&](IfNum num, const WireInterface *old, const WireInterface *next) {
+                    interfaces.insert(num);
+                    // How frames leave it is a part of all that floods.
+                    const bool sameWay = old != nullptr && next != nullptr && old->members == next->members &&
+                                         old->out.has_value() == next->out.has_value();
+                    const auto &was = orEmpty(old, before.interfaces).vlans,
+                               &is = orEmpty(next, now.interfaces).vlans;
+                    if (sameWay)
+                        compare(was, is, [&](VlanId vlan, const bool *, const bool *) { vlans.insert(vlan); });
+                    else
+                        for (const auto *all : {&was, &is})
+                            for (const auto &[vlan, tagged] : *all)
+                                vlans.insert(vlan);
+                });
+        compare(before.multicast, now.multicast,
+                [&](VlanId vlan, const WireMulticast *old, const WireMulticast *next) {
+                    if (old == nullptr || next == nullptr || wanting(*old) != wanting(*next) ||
+                        old->floodUnknown != next->floodUnknown)
+                        vlans.insert(vlan);
+                    else
+                        compare(old->groups, next->groups,
+                                [&](Ipv4 group, const auto *, const auto *) { groups.emplace(vlan, group); });
+                });
+    }
+
+    // Their flow entries in one of the two configurations.
+    Flows flowsIn(const WireConfig &config, const FlowAges &ages) const {
+        Flows flows;
+        for (const auto &[mac, change] : macs)
+            if (const auto it = config.associations.find(mac); it != config.associations.end())
+                addAssociation(flows, mac, it->second);
+        for (const auto num : interfaces)
+            addInterface(flows, config, num, ages);
+        for (const auto vlan : vlans) {
+            addVlan(flows, config, vlan);
+            if (const auto *multicast = multicastIn(config, vlan))
+                for (const auto &[group, members] : multicast->groups)
+                    addGroup(flows, config, vlan, group);
+        }
+        for (const auto &[vlan, group] : groups)
+            addGroup(flows, config, vlan, group);
+        return flows;
+    }
+};
+
 }  // namespace
 
-Flows flowsOf(const WireConfig &config, std::uint32_t ageSeconds, std::uint32_t arpSeconds) {
+Flows flowsOf(const WireConfig &config, const FlowAges &ages) {
     Flows flows;
-    addPorts(flows, config);
-    addVlans(flows, config);
-    addLearning(flows, config, ageSeconds, arpSeconds);
-    addDelivery(flows, config);
+    addCommon(flows);
+    for (const auto &[mac, vlan] : config.associations)
+        addAssociation(flows, mac, vlan);
+    for (const auto &[num, interface] : config.interfaces)
+        addInterface(flows, config, num, ages);
+    for (const auto vlan : vlansOf(config))
+        addVlan(flows, config, vlan);
+    for (const auto &[vlan, multicast] : config.multicast)
+        for (const auto &[group, members] : multicast.groups)
+            addGroup(flows, config, vlan, group);
     return flows;
 }
 
 std::vector<std::string> flowChanges(const Flows &present, const Flows &wanted) {
     std::vector<std::string> lines;
-    for (const auto &[key, actions] : present)
-        if (!wanted.contains(key))
+    compare(present, wanted, [&](const std::string &key, const std::string *, const std::string *actions) {
+        if (actions == nullptr)
             lines.push_back("delete_strict " + key);
-    for (const auto &[key, actions] : wanted) {
-        const auto it = present.find(key);
-        if (it == present.end() || it->second != actions)
-            lines.push_back(std::string("add ").append(key).append(",actions=").append(actions));
-    }
+    });
+    compare(present, wanted, [&](const std::string &key, const std::string *, const std::string *actions) {
+        if (actions != nullptr)
+            lines.push_back(std::string("add ").append(key).append(",actions=").append(*actions));
+    });
     return lines;
+}
+
+FlowUpdate flowUpdate(const WireConfig &before, const FlowAges &agesBefore, const WireConfig &now,
+                      const FlowAges &ages) {
+    const Affected affected(before, now, agesBefore != ages || before.fdbCapacity != now.fdbCapacity);
+    const auto present = affected.flowsIn(before, agesBefore), wanted = affected.flowsIn(now, ages);
+    return {flowChanges(present, wanted),
+            static_cast<std::ptrdiff_t>(wanted.size()) - static_cast<std::ptrdiff_t>(present.size())};
 }
 
 std::vector<std::string> flowClear() {
@@ -213,26 +419,21 @@ std::vector<std::string> staleAddresses(const WireConfig &before, const WireConf
                              hexCookie(kLearnedCookie).c_str(), kFdbTable));
         return lines;
     }
-    for (const auto &[mac, vlan] : before.associations) {
-        const auto it = now.associations.find(mac);
-        if (it == now.associations.end() || it->second != vlan)
-            lines.push_back(forgetMac(mac));
-    }
-    for (const auto &[mac, vlan] : now.associations)
-        if (!before.associations.contains(mac))
-            lines.push_back(forgetMac(mac));
-    for (const auto &[num, interface] : before.interfaces) {
-        const auto it = now.interfaces.find(num);
-        if (it == now.interfaces.end() || it->second.pvid != interface.pvid ||
-            it->second.members != interface.members) {
-            lines.push_back(forgetInterface(num));
-            continue;
-        }
-        // Addresses in VLANs that the interface has left.
-        for (const auto &[vlan, tagged] : interface.vlans)
-            if (!it->second.vlans.contains(vlan) && vlan != interface.pvid)
-                lines.push_back(text("delete %s,vlan_tci=0x%04x/0x0fff", cookieOf(num).c_str(), vlan));
-    }
+    compare(before.associations, now.associations,
+            [&](const Mac &mac, const VlanId *, const VlanId *) { lines.push_back(forgetMac(mac)); });
+    compare(before.interfaces, now.interfaces,
+            [&](IfNum num, const WireInterface *old, const WireInterface *next) {
+                if (old == nullptr)
+                    return;
+                if (next == nullptr || next->pvid != old->pvid || next->members != old->members) {
+                    lines.push_back(forgetInterface(num));
+                    return;
+                }
+                // Addresses in VLANs that the interface has left.
+                for (const auto &[vlan, tagged] : old->vlans)
+                    if (!next->vlans.contains(vlan))
+                        lines.push_back(text("delete %s,vlan_tci=0x%04x/0x0fff", cookieOf(num).c_str(), vlan));
+            });
     return lines;
 }
 

@@ -2,19 +2,23 @@
 // another. Pure functions; flow entries are strings as ovs-ofctl reads them.
 //
 //   table 0   ports: which interface (port or LAG) received the frame; reserved addresses, accepted frame
-//             types; a tag that only carries a priority is removed
+//             types; untagged frames get a tag without a VLAN, as those with a priority only have it
 //   table 1   ingress access lists
 //   table 2   the frame's VLAN: the association of its source address, the PVID, or its tag; from here on
 //             every frame carries its VLAN as a tag
 //   table 3   ARP is recorded in table 11
-//   table 4   the source address is learned into table 10, the destination looked up there
-//   table 10  learned addresses: the interface behind which the destination is
+//   table 4   the source address is looked up in table 10
+//   table 5   an address that is new, or where it was, is learned into table 10; one that was elsewhere is
+//             reported. Learning would not do there: Open vSwitch learns once more, and too late, from the
+//             last frames that came by the old interface. Then the destination is looked up in table 10
+//   table 10  learned addresses: the interface behind which the address is
 //   table 11  learned ARP pairs
-//   table 20  delivery: to that interface, or to all that participate in the VLAN
+//   table 20  delivery: to that interface, to those that want the multicast group, or to all that participate
+//             in the VLAN; IGMP in VLANs with snooping is reported and goes nowhere else
 //   table 30  egress access lists of interfaces that have some
 //
-// Register 0 holds the interface of the destination, register 1 that of the source, register 4 the one in
-// table 30.
+// Register 0 holds the interface of the destination (of the source up to table 5), register 1 that of the
+// source, register 3 is not 0 for what the switch itself sends, register 4 holds the interface in table 30.
 #ifndef PAVO_VSWITCH_DATAPLANE_FLOWS_H
 #define PAVO_VSWITCH_DATAPLANE_FLOWS_H
 
@@ -37,12 +41,39 @@ inline constexpr std::uint64_t kInterfaceCookie = 0xffffffff;
 // On the switch's clock.
 inline constexpr Duration kArpAge = std::chrono::seconds(1200);
 
-// All flow entries of a configuration. The ages are the real times after which a silent address and an ARP
-// pair are forgotten.
-Flows flowsOf(const WireConfig &config, std::uint32_t ageSeconds, std::uint32_t arpSeconds = 1200);
+// The table from which a packet-in reports an address that has moved, and the one from which it brings IGMP.
+inline constexpr int kMoveTable = 5, kDeliveryTable = 20;
+// An outer tag with this VLAN ID, which no frame may carry, has been put in front of the frame's own tag on its
+// way in (see tag_marks.h).
+inline constexpr VlanId kMarkVlan = 4095;
+
+// The real seconds after which a silent address and an ARP pair are forgotten.
+struct FlowAges {
+    std::uint32_t address = 300, arp = 1200;
+
+    bool operator==(const FlowAges &) const = default;
+};
+
+// All flow entries of a configuration.
+Flows flowsOf(const WireConfig &config, const FlowAges &ages = {});
 
 // Lines for "ovs-ofctl add-flows" that turn `present` into `wanted`, deletions first.
 std::vector<std::string> flowChanges(const Flows &present, const Flows &wanted);
+
+struct FlowUpdate {
+    std::vector<std::string> lines;
+    std::ptrdiff_t growth = 0;  // of the number of flow entries
+};
+
+// The same lines for the flow entries of two configurations, worked out from what differs between these: takes
+// the time of the comparison and of what has changed, however many flow entries there are.
+FlowUpdate flowUpdate(const WireConfig &before, const FlowAges &agesBefore, const WireConfig &now,
+                      const FlowAges &ages);
+
+// 224.0.0.0/24, which is not for IGMP: all get it.
+constexpr bool isLocalGroup(Ipv4 group) {
+    return group >> 8 == 0xe00000;
+}
 
 // Lines that delete every flow entry of the tables that flowsOf fills.
 std::vector<std::string> flowClear();

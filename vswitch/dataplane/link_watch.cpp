@@ -7,7 +7,9 @@
 
 #include <array>
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
+#include <optional>
 #include <system_error>
 
 namespace vswitch {
@@ -16,13 +18,42 @@ namespace {
 struct LinkRequest {
     nlmsghdr header;
     ifinfomsg link;
+    std::array<char, 64> attributes;
+    std::size_t used;
+
+    void add(std::uint16_t type, const void *value, std::size_t size) {
+        const rtattr head{static_cast<std::uint16_t>(RTA_LENGTH(size)), type};
+        std::memcpy(attributes.data() + used, &head, sizeof head);
+        if (size != 0)
+            std::memcpy(attributes.data() + used + sizeof head, value, size);
+        used += RTA_ALIGN(head.rta_len);
+    }
 };
 
 void send(int socket, LinkRequest request) {
-    request.header.nlmsg_len = sizeof request;
+    const auto length = offsetof(LinkRequest, attributes) + request.used;
+    request.header.nlmsg_len = static_cast<std::uint32_t>(length);
     request.link.ifi_family = AF_UNSPEC;
     // A lost request shows as a state other than the wanted one; the caller retries.
-    ::send(socket, &request, sizeof request, 0);
+    ::send(socket, &request, length, 0);
+}
+
+// The number in an attribute; 0 when it is too short.
+template <class Number>
+Number numberIn(const rtattr *attribute) {
+    Number number{};
+    if (RTA_PAYLOAD(attribute) >= sizeof number)
+        std::memcpy(&number, RTA_DATA(attribute), sizeof number);
+    return number;
+}
+
+bool hasProgram(const rtattr *xdp) {
+    auto left = static_cast<int>(RTA_PAYLOAD(xdp));
+    for (const auto *part = static_cast<const rtattr *>(RTA_DATA(xdp)); RTA_OK(part, left);
+         part = RTA_NEXT(part, left))
+        if (part->rta_type == IFLA_XDP_ATTACHED)
+            return numberIn<std::uint8_t>(part) != XDP_ATTACHED_NONE;
+    return false;
 }
 
 }  // namespace
@@ -59,6 +90,36 @@ void LinkWatch::setUp(const std::string &name, bool up) {
     send(socket_.get(), request);
 }
 
+void LinkWatch::setMtu(const std::string &name, std::uint32_t mtu) {
+    const auto link = links_.find(name);
+    if (link == links_.end())
+        return;
+    LinkRequest request{};
+    request.header.nlmsg_type = RTM_NEWLINK;
+    request.header.nlmsg_flags = NLM_F_REQUEST;
+    request.link.ifi_index = link->second.index;
+    request.add(IFLA_MTU, &mtu, sizeof mtu);
+    send(socket_.get(), request);
+}
+
+void LinkWatch::setFilter(const std::string &name, int program) {
+    const auto link = links_.find(name);
+    if (link == links_.end())
+        return;
+    LinkRequest request{};
+    request.header.nlmsg_type = RTM_NEWLINK;
+    request.header.nlmsg_flags = NLM_F_REQUEST;
+    request.link.ifi_index = link->second.index;
+    struct {
+        rtattr programHead;
+        std::int32_t program;
+        rtattr flagsHead;
+        std::uint32_t flags;
+    } const nested{{RTA_LENGTH(4), IFLA_XDP_FD}, program, {RTA_LENGTH(4), IFLA_XDP_FLAGS}, XDP_FLAGS_SKB_MODE};
+    request.add(IFLA_XDP | NLA_F_NESTED, &nested, sizeof nested);
+    send(socket_.get(), request);
+}
+
 void LinkWatch::update() {
     alignas(nlmsghdr) std::array<char, 32768> buffer;
     for (;;) {
@@ -88,10 +149,16 @@ void LinkWatch::take(const char *message, std::size_t length) {
             continue;
         auto left = IFLA_PAYLOAD(header);
         std::string name;
+        std::optional<std::uint32_t> mtu;
+        std::optional<bool> filtered;
         for (auto *attribute = IFLA_RTA(link); RTA_OK(attribute, left); attribute = RTA_NEXT(attribute, left))
             if (attribute->rta_type == IFLA_IFNAME) {
                 const auto *text = static_cast<const char *>(RTA_DATA(attribute));
                 name.assign(text, ::strnlen(text, RTA_PAYLOAD(attribute)));
+            } else if (attribute->rta_type == IFLA_MTU) {
+                mtu = numberIn<std::uint32_t>(attribute);
+            } else if ((attribute->rta_type & NLA_TYPE_MASK) == IFLA_XDP) {
+                filtered = hasProgram(attribute);
             }
         // A watched interface that was renamed is gone as well.
         std::erase_if(links_, [&](const auto &item) {
@@ -108,6 +175,8 @@ void LinkWatch::take(const char *message, std::size_t length) {
         state.index = link->ifi_index;
         state.up = (link->ifi_flags & IFF_UP) != 0;
         state.carrier = carrier;
+        state.mtu = mtu.value_or(state.mtu);
+        state.filtered = filtered.value_or(state.filtered);
     }
 }
 

@@ -15,8 +15,13 @@ struct LinkState {
     int index = 0;  // of the Linux interface; changes when it is deleted and created again
     bool up = false, carrier = false;
     std::uint64_t losses = 0;  // of carrier, so far
+    std::uint32_t mtu = 0;
+    bool filtered = false;  // a program handles its frames as they come in (XDP)
 
-    bool operator==(const LinkState &) const = default;
+    // Whether it is the same link all the time; its settings do not count.
+    bool operator==(const LinkState &other) const {
+        return index == other.index && up == other.up && carrier == other.carrier && losses == other.losses;
+    }
 };
 
 class LinkWatch {
@@ -31,8 +36,10 @@ class LinkWatch {
     void update();
     // Interfaces that exist.
     const std::map<std::string, LinkState> &links() const { return links_; }
-    // Asks the kernel to set an interface up or down.
+    // These ask the kernel; that it was done shows in links().
     void setUp(const std::string &name, bool up);
+    void setMtu(const std::string &name, std::uint32_t mtu);
+    void setFilter(const std::string &name, int program);  // -1: none
 
   private:
     void requestAll();

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -18,9 +19,12 @@
 
 #include "platform/clock.h"
 #include "vswitch/dataplane/flows.h"
+#include "vswitch/dataplane/igmp_frame.h"
 #include "vswitch/dataplane/link_watch.h"
+#include "vswitch/dataplane/openflow.h"
 #include "vswitch/dataplane/process.h"
 #include "vswitch/dataplane/reading.h"
+#include "vswitch/dataplane/tag_marks.h"
 
 namespace vswitch {
 namespace {
@@ -38,6 +42,18 @@ constexpr auto kNeighbourLimit = milliseconds(1000);
 constexpr auto kHung = milliseconds(4000);
 // A server that ends within this time of its start waits longer before the next start, up to the maximum.
 constexpr auto kSoon = milliseconds(2000), kRestartMax = milliseconds(5000);
+
+// An address that moves is confirmed after this time, and moves no more often: in between, Open vSwitch may have
+// learned once more from frames that had come by the old interface.
+constexpr auto kMovePause = milliseconds(50);
+constexpr std::size_t kMovesMax = 4096, kIgmpMax = 16384;
+// Of a kernel that does not attach the program to an interface.
+constexpr int kFilterTries = 5;
+// Forwarding goes before everything else on the machine, as if it had hardware of its own.
+constexpr int kForwardingPriority = -10;
+
+// The sender of queries.
+constexpr Mac kQuerierMac{{0x02, 0x50, 0x56, 0x00, 0x10, 0x00}};
 
 constexpr const char *kBridge = "vswitch0";
 // Open vSwitch creates these interfaces itself.
@@ -81,8 +97,12 @@ Duration onSwitchClock(std::chrono::seconds real) {
         static_cast<std::int64_t>(static_cast<double>(Duration(real).count()) * platform::clockRate()));
 }
 
+Duration inRealTime(Duration onClock) {
+    return Duration(static_cast<std::int64_t>(static_cast<double>(onClock.count()) / platform::clockRate()));
+}
+
 std::uint32_t inRealSeconds(Duration onClock) {
-    const auto seconds = static_cast<double>(onClock.count()) / 1e6 / platform::clockRate();
+    const auto seconds = static_cast<double>(inRealTime(onClock).count()) / 1e6;
     return static_cast<std::uint32_t>(std::clamp(seconds, 1.0, 65535.0));
 }
 
@@ -91,6 +111,13 @@ struct Watched {
     ServerProcess process;
     Clock::time_point started{}, notBefore{};
     milliseconds pause{};
+};
+
+// Of an address to another interface.
+struct Move {
+    IfNum interface = 0;
+    Clock::time_point done{};
+    bool again = false;  // once the pause is over
 };
 
 class OvsDataPlane : public DataPlane {
@@ -131,8 +158,16 @@ class OvsDataPlane : public DataPlane {
     void push(const WireConfig &config, std::uint64_t generation) override {
         {
             const std::lock_guard lock(mutex_);
-            wanted_ = config;
+            wanted_ = std::make_shared<const WireConfig>(config);
             wantedGeneration_ = generation;
+        }
+        notify(wake_);
+    }
+
+    void sendQueries(const std::vector<IgmpQuery> &queries) override {
+        {
+            const std::lock_guard lock(mutex_);
+            queries_.insert(queries_.end(), queries.begin(), queries.end());
         }
         notify(wake_);
     }
@@ -168,10 +203,15 @@ class OvsDataPlane : public DataPlane {
             links_.update();
             followLinks();
             applyWanted();
+            handleFrames();
+            sendWaiting();
             read();
             publishStatus();
             wait();
         }
+        for (const auto &[port, netdev] : ports_)
+            if (linkOf(port).filtered)
+                links_.setFilter(netdev, -1);
         // Forwarding ends before the database does.
         for (auto server = servers_.rbegin(); server != servers_.rend(); ++server)
             server->process.stop();
@@ -184,7 +224,9 @@ class OvsDataPlane : public DataPlane {
     }
 
     void wait() {
-        std::vector<pollfd> ends{{wake_.get(), POLLIN, 0}, {links_.descriptor(), POLLIN, 0}};
+        std::vector<pollfd> ends{{wake_.get(), POLLIN, 0},
+                                 {links_.descriptor(), POLLIN, 0},
+                                 {connection_.descriptor(), POLLIN, 0}};
         auto until = std::min(nextRead_, nextNeighbours_);
         for (const auto &server : servers_)
             if (server.process.running())
@@ -193,6 +235,8 @@ class OvsDataPlane : public DataPlane {
                 until = std::min(until, server.notBefore);
         if (retryAt_ != Clock::time_point{})
             until = std::min(until, retryAt_);
+        for (const auto &[address, move] : moves_)
+            until = std::min(until, move.done + kMovePause);
         const auto left = std::chrono::ceil<milliseconds>(until - Clock::now()).count();
         if (::poll(ends.data(), ends.size(), static_cast<int>(std::clamp<long>(left, 0, 60'000))) > 0 &&
             ends[0].revents != 0) {
@@ -261,8 +305,8 @@ class OvsDataPlane : public DataPlane {
     void hasEnded(Watched &server) {
         if (&server == &forwarder()) {
             // Its flow entries are gone with it; what it had learned is handed to the next one.
-            flows_.clear();
-            known_ = false;
+            connection_.close();
+            installed_.reset();
             applied_.reset();
             restore_ = true;
         } else if (&server == &database()) {
@@ -291,8 +335,12 @@ class OvsDataPlane : public DataPlane {
             lldpSince_ = Clock::now();
         }
         server.started = Clock::now();
-        if (server.process.start())
+        if (server.process.start()) {
+            // Without the privilege it is one among others.
+            if (&server == &forwarder())
+                ::setpriority(PRIO_PROCESS, static_cast<id_t>(server.process.pid()), kForwardingPriority);
             return;
+        }
         good({-1, "", "cannot be started"}, server.process.name(), server);
         server.notBefore = Clock::now() + kRestartMax;
     }
@@ -330,13 +378,27 @@ class OvsDataPlane : public DataPlane {
                         (interface.members.size() == 1 || !anyCarrier(interface)))
                         forget_.push_back(forgetInterface(num));
         }
-        if (applied_)
-            for (const auto &[port, settings] : applied_->ports)
-                if (const auto link = linkOf(port); link.index != 0 && link.up != settings.adminUp)
-                    if (auto &asked = askedUp_[port]; Clock::now() - asked > kAskAgain) {
-                        asked = Clock::now();
-                        links_.setUp(settings.netdev, settings.adminUp);
-                    }
+        if (!applied_)
+            return;
+        for (const auto &[port, settings] : applied_->ports) {
+            const auto link = linkOf(port);
+            const bool filter = marks_ && !link.filtered && filterTries_[port] < kFilterTries;
+            if (link.index == 0 || (link.up == settings.adminUp && link.mtu == settings.mtu && !filter))
+                continue;
+            auto &asked = asked_[port];
+            if (Clock::now() - asked <= kAskAgain)
+                continue;
+            asked = Clock::now();
+            if (link.up != settings.adminUp)
+                links_.setUp(settings.netdev, settings.adminUp);
+            if (link.mtu != settings.mtu)
+                links_.setMtu(settings.netdev, settings.mtu);
+            if (filter) {
+                links_.setFilter(settings.netdev, marks_.get());
+                if (++filterTries_[port] == kFilterTries)
+                    say("interface " + settings.netdev + " does not tell 802.1ad tags and drop-eligible bits");
+            }
+        }
     }
 
     bool anyCarrier(const WireInterface &interface) const {
@@ -360,7 +422,7 @@ class OvsDataPlane : public DataPlane {
         }
         if (Clock::now() < retryAt_)
             return;
-        std::optional<WireConfig> wanted;
+        std::shared_ptr<const WireConfig> wanted;
         std::uint64_t generation = 0;
         {
             const std::lock_guard lock(mutex_);
@@ -370,7 +432,7 @@ class OvsDataPlane : public DataPlane {
                 return;
             wanted = wanted_;
         }
-        const bool done = pushPorts(*wanted) && pushFlows(*wanted);
+        const bool done = pushPorts(*wanted) && connect() && pushFlows(wanted);
         retryAt_ = done ? Clock::time_point{} : Clock::now() + kRetry;
         if (!done)
             return;
@@ -401,8 +463,7 @@ class OvsDataPlane : public DataPlane {
                        (waitForEffect ? forwarder() : database()).process.endDescriptor(), halt_.get());
     }
 
-    // Bridge, ports and their frame size, in one transaction; interfaces that were created again are removed
-    // first.
+    // Bridge and ports, in one transaction; interfaces that were created again are removed first.
     bool pushPorts(const WireConfig &wanted) {
         std::vector<Arguments> removals, commands;
         const auto stale = renewed();
@@ -416,6 +477,8 @@ class OvsDataPlane : public DataPlane {
             commands.push_back({"--may-exist", "add-br", kBridge});
             commands.push_back({"set", "Bridge", kBridge, "datapath_type=netdev", "fail_mode=secure",
                                 "other-config:disable-in-band=true", "protocols=OpenFlow10,OpenFlow14"});
+            // A tag behind the one that tag_marks puts in front is a tag, too.
+            commands.push_back({"set", "Open_vSwitch", ".", "other_config:vlan-limit=2"});
             // Room for the flow entry of unknown destinations, too.
             commands.push_back({"--id=@table", "create", "Flow_Table", "name=fdb",
                                 "flow_limit=" + std::to_string(wanted.fdbCapacity + 1)});
@@ -423,18 +486,14 @@ class OvsDataPlane : public DataPlane {
                 {"set", "Bridge", kBridge, "flow_tables:" + std::to_string(kFdbTable) + "=@table"});
         }
         std::map<IfNum, Registered> registered;
-        for (const auto &[port, settings] : wanted.ports) {
-            const auto it = database_.find(port);
-            const bool fresh = it == database_.end();
-            if (fresh)
+        for (const auto &[port, settings] : wanted.ports)
+            if (!database_.contains(port)) {
                 commands.push_back({"--may-exist", "add-port", kBridge, settings.netdev});
-            if (fresh || it->second.mtu != settings.mtu) {
-                commands.push_back({"set", "Interface", settings.netdev,
-                                    "ofport_request=" + std::to_string(port),
-                                    "mtu_request=" + std::to_string(settings.mtu)});
-                registered[port] = {settings.mtu, fresh ? linkOf(port).index : it->second.index};
+                commands.push_back(
+                    {"set", "Interface", settings.netdev, "ofport_request=" + std::to_string(port)});
+                registered[port] = {linkOf(port).index};
+                filterTries_[port] = 0;
             }
-        }
         if (commands.empty())
             return true;
         if (!database().process.running() || !good(configure(commands, false), "ports", database()))
@@ -453,50 +512,64 @@ class OvsDataPlane : public DataPlane {
         return arguments;
     }
 
+    bool connect() {
+        const auto name = std::string(kBridge) + ".mgmt";
+        if (connection_.isOpen() || connection_.open(folder_, name))
+            return true;
+        // Where there is a socket, somebody should be listening.
+        const int status = std::filesystem::exists(inFolder(folder_, name.c_str())) ? -1 : 1;
+        return good({status, "", "cannot connect to " + name}, "flows", forwarder());
+    }
+
+    static FlowAges agesOf(const WireConfig &config) {
+        return {inRealSeconds(config.ageTime), inRealSeconds(kArpAge)};
+    }
+
     // All changes take effect together or not at all.
-    bool pushFlows(const WireConfig &wanted) {
+    bool pushFlows(const std::shared_ptr<const WireConfig> &config) {
         const auto begin = Clock::now();
-        auto flows = flowsOf(wanted, inRealSeconds(wanted.ageTime), inRealSeconds(kArpAge));
-        std::vector<std::string> lines;
-        if (!known_)
+        const auto &wanted = *config;
+        std::vector<std::string> changes, lines;
+        auto count = static_cast<std::ptrdiff_t>(installedCount_);
+        if (installed_) {
+            auto update = flowUpdate(*installed_, agesOf(*installed_), wanted, agesOf(wanted));
+            changes = std::move(update.lines);
+            count += update.growth;
+        } else {
+            const auto flows = flowsOf(wanted, agesOf(wanted));
+            changes = flowChanges({}, flows);
+            count = static_cast<std::ptrdiff_t>(flows.size());
             lines = flowClear();
-        auto changes = flowChanges(known_ ? flows_ : Flows{}, flows);
+        }
         lines.insert(lines.end(), changes.begin(), changes.end());
         lines.insert(lines.end(), forget_.begin(), forget_.end());
         if (restore_)
             addRestored(wanted, lines);
-        if (const auto *before = restore_ ? &readUnder_ : applied_ ? &*applied_ : nullptr) {
+        if (const auto *before = restore_ ? readUnder_.get() : applied_.get()) {
             if (!restore_ && before->ageTime != wanted.ageTime)
                 for (const auto &address : addresses_)
                     lines.push_back(learnedFlow(address, remaining(wanted.ageTime, address.age)));
             const auto stale = staleAddresses(*before, wanted);
             lines.insert(lines.end(), stale.begin(), stale.end());
-            for (const auto &[key, mac] : arp_)
-                if (associationOf(*before, mac) != associationOf(wanted, mac))
-                    lines.push_back(forgetArp(key));
+            if (before->associations != wanted.associations)
+                for (const auto &[key, mac] : arp_)
+                    if (associationOf(*before, mac) != associationOf(wanted, mac))
+                        lines.push_back(forgetArp(key));
         }
         if (!lines.empty()) {
-            const auto file = inFolder(folder_, "changes.flows");
-            std::ofstream out(file, std::ios::trunc);
-            for (const auto &line : lines)
-                out << line << '\n';
-            out.close();
-            if (!out)
-                return good({1, "", "cannot write " + file}, "flows", forwarder());
-            const auto done = runTool(openFlow({"--bundle", "add-flows"}, {file}), folder_, kPushLimit,
-                                      forwarder().process.endDescriptor(), halt_.get());
+            const auto done = connection_.change(lines, kPushLimit, forwarder().process.endDescriptor(), halt_.get());
             // When it did not finish, it is unknown whether the changes were made.
             if (done.status < 0)
-                known_ = false;
+                installed_.reset();
             if (!good(done, "flows", forwarder()))
                 return false;
         }
-        known_ = true;
         restore_ = false;
         forget_.clear();
-        flows_ = std::move(flows);
+        installed_ = config;
+        installedCount_ = static_cast<std::size_t>(count);
         const std::lock_guard lock(mutex_);
-        status_.flows = flows_.size();
+        status_.flows = installedCount_;
         if (!changes.empty()) {
             status_.flowChanges += changes.size();
             status_.lastFlowChanges = changes.size();
@@ -530,6 +603,84 @@ class OvsDataPlane : public DataPlane {
         for (const auto &[key, mac] : arp_)
             if (const auto num = arpInterfaces_.at(key); unchanged(num))
                 lines.push_back(learnedArpFlow(key, mac, num, remaining(kArpAge, outage)));
+    }
+
+    // --- frames that come up, frames that go down
+
+    void handleFrames() {
+        for (const auto &up : connection_.receive())
+            if (up.table == kMoveTable)
+                moved(up);
+            else if (up.table == kDeliveryTable)
+                heardIgmp(up);
+        for (auto it = moves_.begin(); it != moves_.end();)
+            if (auto &[address, move] = *it; Clock::now() - move.done < kMovePause) {
+                ++it;
+            } else if (std::exchange(move.again, false)) {
+                moveNow(address, move);
+                ++it;
+            } else {
+                it = moves_.erase(it);
+            }
+    }
+
+    // An address is seen behind another interface than the one where it is known.
+    void moved(const PacketIn &up) {
+        const auto header = taggedHeaderOf(up.frame);
+        if (!header || !applied_ || (!moves_.contains({header->source, header->vlan}) && moves_.size() >= kMovesMax))
+            return;
+        const auto [it, fresh] = moves_.try_emplace({header->source, header->vlan});
+        it->second.interface = up.interface;
+        it->second.again = true;
+        if (fresh)
+            moveNow(it->first, it->second);
+    }
+
+    void moveNow(const FdbKey &address, Move &move) {
+        move.done = Clock::now();
+        if (!applied_)
+            return;
+        const SeenAddress seen{address.mac, address.vlan, move.interface, {}};
+        if (auto message = flowModOf(learnedFlow(seen, agesOf(*applied_).address)))
+            connection_.send(std::move(*message));
+    }
+
+    void heardIgmp(const PacketIn &up) {
+        const auto frame = parseIgmpFrame(up.frame, up.interface);
+        if (!frame || !applied_)
+            return;
+        const auto multicast = applied_->multicast.find(frame->vlan);
+        if (multicast == applied_->multicast.end())
+            return;
+        if (frame->kind == IgmpFrame::Kind::Membership) {
+            for (const auto &[num, interface] : applied_->interfaces)
+                if (num != up.interface && interface.vlans.contains(frame->vlan) &&
+                    (multicast->second.floodReports || std::ranges::binary_search(multicast->second.routers, num)))
+                    connection_.send(packetOutOf(up.port, {{3, 1}, {0, num}}, kDeliveryTable, up.frame));
+        } else {
+            connection_.send(packetOutOf(up.port, {{3, 1}, {1, up.interface}}, kDeliveryTable, up.frame));
+        }
+        const std::lock_guard lock(mutex_);
+        auto &igmp = newView().igmp;
+        if (igmp.size() < kIgmpMax)
+            igmp.insert(igmp.end(), frame->messages.begin(), frame->messages.end());
+    }
+
+    void sendWaiting() {
+        std::vector<IgmpQuery> queries;
+        {
+            const std::lock_guard lock(mutex_);
+            queries.swap(queries_);
+        }
+        for (auto &query : queries) {
+            // Hosts answer in real time.
+            query.maxResponse = inRealTime(query.maxResponse);
+            const auto frame = igmpQueryFrame(query, kQuerierMac);
+            if (query.interfaces.empty())
+                connection_.send(packetOutOf(kFromController, {{3, 1}}, kDeliveryTable, frame));
+            for (const auto num : query.interfaces)
+                connection_.send(packetOutOf(kFromController, {{3, 1}, {0, num}}, kDeliveryTable, frame));
+        }
     }
 
     // --- reading
@@ -568,7 +719,7 @@ class OvsDataPlane : public DataPlane {
         arpInterfaces_ = std::move(rows.arpInterfaces);
         readAt_ = Clock::now();
         if (readGeneration_ != appliedGeneration_) {
-            readUnder_ = *applied_;
+            readUnder_ = applied_;
             readGeneration_ = appliedGeneration_;
         }
         const std::lock_guard lock(mutex_);
@@ -652,7 +803,6 @@ class OvsDataPlane : public DataPlane {
     }
 
     struct Registered {
-        std::uint32_t mtu = 0;
         int index = 0;  // of the interface known by that name
     };
 
@@ -674,29 +824,34 @@ class OvsDataPlane : public DataPlane {
     std::atomic<bool> stop_ = false;
 
     mutable std::mutex mutex_;  // guards what the switch's thread and this one share
-    std::optional<WireConfig> wanted_;
+    std::shared_ptr<const WireConfig> wanted_;
     std::uint64_t wantedGeneration_ = 0;
     std::optional<WireView> view_;
+    std::vector<IgmpQuery> queries_;  // to be sent
     DataPlaneStatus status_;
 
     // From here on: used by the thread only.
     std::vector<Watched> servers_;
     std::map<std::string, Failure> failures_;
     std::map<IfNum, LinkState> seenLinks_;
-    std::map<IfNum, Clock::time_point> linkUpSince_, askedUp_;
+    std::map<IfNum, Clock::time_point> linkUpSince_, asked_;
+    const Descriptor marks_ = loadTagMarks();
+    std::map<IfNum, int> filterTries_;
+    OpenFlowConnection connection_;
+    std::map<FdbKey, Move> moves_;
     std::map<IfNum, Registered> database_;  // ports in the database
     bool bridgeMade_ = false;
-    std::optional<WireConfig> applied_;
+    std::shared_ptr<const WireConfig> applied_;
     std::uint64_t appliedGeneration_ = 0;
-    Flows flows_;
-    bool known_ = false;               // flows_ is what Open vSwitch has
+    std::shared_ptr<const WireConfig> installed_;  // Open vSwitch has its flow entries; null: unknown
+    std::size_t installedCount_ = 0;               // how many
     std::vector<std::string> forget_;  // lines that delete learned flow entries with the next push
     bool restore_ = false;             // learned addresses are to be handed to a new Open vSwitch
     std::vector<SeenAddress> addresses_;
     std::map<ArpKey, Mac> arp_;
     std::map<ArpKey, IfNum> arpInterfaces_;
     Clock::time_point readAt_{};
-    WireConfig readUnder_;  // the configuration in effect when they were read, and its generation
+    std::shared_ptr<const WireConfig> readUnder_;  // the configuration in effect when they were read, and its generation
     std::uint64_t readGeneration_ = 0;
     Clock::time_point retryAt_{}, nextRead_{}, nextNeighbours_{}, lldpSince_{};
     std::string description_, named_;

@@ -102,6 +102,9 @@ WireConfig wireConfigOf(const Model &model, const PortMap &ports) {
             model.membership(wire->first, vlan).participation == OPEN_VLAN_PARTICIPATION_MODE_AUTO)
             wire->second.vlans.try_emplace(vlan, false);
     }
+    for (const auto &[id, vlan] : model.vlans())
+        if (auto multicast = model.wireMulticast(id); multicast.snooping)
+            config.multicast.emplace(id, std::move(multicast));
     return config;
 }
 
@@ -110,6 +113,8 @@ void putIntoModel(Model &model, const WireView &view, std::uint64_t generation) 
         model.log(4, "DATAPLANE", "dataPlaneTask", text);
     for (const auto &[port, up] : view.carrier)
         model.seeCarrier(port, up);
+    for (const auto &message : view.igmp)
+        model.hearIgmp(message);
     if (view.addresses && view.generation == generation)
         model.seeAddresses(*view.addresses);
     if (view.neighbours)

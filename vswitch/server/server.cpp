@@ -108,6 +108,8 @@ void Server::exchangeWithDataPlane() {
         putIntoModel(model_, *view, generation_);
         touched_ = true;
     }
+    if (const auto queries = model_.takeIgmpQueries(); !queries.empty())
+        dataPlane_->sendQueries(queries);
 }
 
 bool Server::settled() const {
