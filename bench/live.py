@@ -26,6 +26,7 @@ PORTS, PLAIN_PORTS = 12, range(49, 61)  # of the switch for joins and forwarding
 PUSH_PORTS, VLANS, ASSOCIATIONS = 48, range(100, 200), 700
 SCALE, SCAN = 10, 15  # the switch's clock, and its seconds between two scans of the daemon
 JOINS, JOINS_REAL, ROUNDS, CHANGES = 8, 5, 3, 5  # repetitions
+GROUP = "239.77.1.1"
 RATES = (1000, 10000)  # frames per second of which none is to be lost
 LIMIT = 60  # real seconds that any one event may take
 VARIANTS = NORMAL, _, SCANNING, APPLYING = "Open vSwitch, NORMAL", "pavo idle", "pavo scanning", "pavo applying"
@@ -196,6 +197,57 @@ def forwarding(rig, net):
     return results, times
 
 
+# --- multicast
+
+
+def stream(net, source, subscriber, bystander, **options):
+    """Sends to the group; what the subscriber and the bystander have received of it."""
+    flow = net.new_flow()
+    listeners = [net.listen(device, "eth0", flow, seconds=LIMIT, group=GROUP) for device in (subscriber, bystander)]
+    sender = net.send_group(source, GROUP, flow, **options)
+    sender.popen.wait(LIMIT)
+    time.sleep(0.3)  # for what is under way
+    results = [listener.stop() for listener in listeners]
+    net.end(sender)
+    if not results[0]["received"]:
+        raise Failure(f"nothing of the group has reached {subscriber.name}")
+    return results
+
+
+def captured(seen, pattern, which):
+    """The time of the first (0) or the last (-1) captured frame whose line has that."""
+    lines = [line for line in run(None, "tcpdump", "-tt", "-n", "-r", seen.file).stdout.splitlines()
+             if re.search(pattern, line)]
+    if not lines:
+        raise Failure(f"no {pattern} has been captured")
+    return float(lines[which].split()[0])
+
+
+def multicast(rig, net):
+    """Frames per second to one subscriber, frames at a bystander, and the seconds of joins and of leaves."""
+    media, wall, other = (net.devices[name] for name in ("media", "wall", "stage-left"))
+    rig.cli("vlan database", "set igmp 1", "set igmp fast-leave 1", "set igmp drop-unknown 1")
+    joined, left = [], []
+    for _ in range(CHANGES):
+        flow = net.new_flow()
+        sender = net.send_group(media, GROUP, flow, rate=1000)
+        with net.capture(wall.name, "eth0", "igmp or udp") as seen:
+            member = net.join(wall, GROUP, version=2)
+            time.sleep(1)
+            net.end(member)
+            time.sleep(1)
+        net.end(sender)
+        joined.append(captured(seen, "UDP", 0) - captured(seen, "v2 report", 0))
+        left.append(max(0.0, captured(seen, "UDP", -1) - captured(seen, "leave", 0)))
+    member = net.join(wall, GROUP, version=2)
+    time.sleep(1)
+    speeds = [stream(net, media, wall, other, seconds=1) for _ in range(ROUNDS)]
+    net.end(member)
+    rig.cli("vlan database", "no set igmp drop-unknown 1", "no set igmp fast-leave 1", "no set igmp 1")
+    return max(subscriber["framesPerSecond"] for subscriber, _ in speeds), \
+        sum(bystander["received"] for _, bystander in speeds), joined, left
+
+
 def cpu_share(rig, seconds=4):
     """CPU seconds per second of the switch and all that it has started."""
     def ticks():
@@ -311,9 +363,14 @@ def main():
         print(f"\nSwitch idle, {PORTS} ports: {cpu_share(rig):.3f} CPU seconds per second, its children included")
         start_plain(net)
         results, times = forwarding(rig, net)
+        speed, strays, joined, left = multicast(rig, net)
     table("64-byte frames of media to", ["best full/s", "of NORMAL", "lost", *(f"lost {rate:,}/s" for rate in RATES),
                                          "twice", "gap ms"], forwarded(results))
     print(f"  {len(times)} times a profile was applied or deleted and in force after {median(times):.2f} s (median)")
+    normal = max(result["framesPerSecond"] for result in results[NORMAL, 0, 0])
+    table("64-byte frames to a group", ["best full/s", "of NORMAL", "at others", "join ms", "leave ms"],
+          [("one subscriber", f"{speed:,.0f}", f"{speed / normal:.2f}", strays, f"{median(joined) * 1000:.0f}",
+            f"{median(left) * 1000:.0f}")])
     table(f"Pushes: {PUSH_PORTS} ports, {len(VLANS)} VLANs, {ASSOCIATIONS} MACs",
           ["flows", "changed", "push ms", "of start", "in force s"], pushed(pushes(net)))
     net.close()

@@ -71,11 +71,8 @@ void groupsIntoChunks(benchmark::State &state) {
                        {[&](const std::string &, const std::string &answer) { stored += answer.size(); },
                         [](const std::string &) {}});
         const auto text = readFile(kCapture);
-        std::string printed;
-        forEachGroupRow(text.value(), [&](const GroupRow &row) {
-            printGroupRow(row, printed);
-            sink.add(printed);
-        });
+        GroupRowRoom room;
+        forEachGroupRow(text.value(), [&](const GroupRow &row) { sink.add(printGroupRow(row, room)); });
         if (sink.rowCount() != kGroups || sink.finish() != ResultCode::Success || stored == 0)
             std::abort();
     }

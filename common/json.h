@@ -53,8 +53,9 @@ bool addItem(cJSON *object, const char *key, JsonPtr item);
 // An array of interface numbers under `key`.
 bool addNumbers(cJSON *object, const char *key, std::span<const IfNum> numbers);
 
-// Appends a string as it stands between the quotes of a JSON string, by cJSON's rules. Any bytes may come: what is
-// no UTF-8 is replaced (validUtf8), a zero becomes \u0000. Throws std::bad_alloc when memory runs out.
+// Appends a string as it stands between the quotes of a JSON string, by cJSON's rules. Any bytes may come:
+// what is no UTF-8 is replaced (validUtf8), a zero becomes \u0000. Throws std::bad_alloc when memory runs
+// out.
 void appendEscaped(std::string &out, std::string_view text);
 
 // A copy of a text for a caller who frees it with free(); null when memory runs out.

@@ -64,8 +64,15 @@ std::string replaceStrayBytes(std::string_view text, std::string_view replacemen
 }  // namespace
 
 std::string printable(std::string_view text) {
-    std::string out(text);
-    std::replace_if(out.begin(), out.end(), [](char c) { return (c >= 0 && c < 0x20) || c == 0x7f; }, '.');
+    std::string out;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const auto c = static_cast<unsigned char>(text[i]);
+        const auto next = static_cast<unsigned char>(i + 1 < text.size() ? text[i + 1] : 0);
+        // Some terminals take U+0080 to U+009F for control characters, too.
+        const bool isC1 = c == 0xc2 && next >= 0x80 && next <= 0x9f;
+        out += c < 0x20 || c == 0x7f || isC1 ? '.' : text[i];
+        i += isC1 ? 1 : 0;
+    }
     return out;
 }
 

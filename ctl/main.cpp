@@ -13,6 +13,7 @@
 #include "common/text.h"
 #include "ctl/cache_commands.h"
 #include "ctl/multicast_commands.h"
+#include "ctl/neighbour_commands.h"
 #include "ctl/profile_commands.h"
 #include "ctl/vendor_commands.h"
 #include "ctl/vlan_commands.h"
@@ -46,9 +47,10 @@ class CommandLine {
         addVlan(*app_.add_subcommand("vlan", "VLANs"));
         addMulticast(*app_.add_subcommand("multicast", "Multicast groups, and who gets multicast"));
         addCache(*app_.add_subcommand("cache", "The answers kept for the web interface"));
-        addLocalCommand(app_, "vendor", "The maker of a device", [this] { showVendor(output_, name_); })
+        addLocalCommand(app_, "vendor", "The vendor of a device", [this] { showVendor(output_, name_); })
             .add_option("mac", name_, "MAC address, or its first three octets")
             ->required();
+        addNeighbours();
     }
 
     // Throws CLI::ParseError, which exit() turns into what is printed and the status.
@@ -89,8 +91,9 @@ class CommandLine {
     void addVlan(CLI::App &vlan);
     void addMulticast(CLI::App &multicast);
     void addCache(CLI::App &cache);
+    void addNeighbours();
 
-    CLI::App app_{"pavoctl - AV profiles and VLANs of the switch"};
+    CLI::App app_{"pavoctl - manages the switch"};
     Output output_;
     std::string name_;
     std::string mode_;
@@ -98,6 +101,7 @@ class CommandLine {
     std::uint32_t id_ = 0;
     ApplyOptions options_;
     std::vector<std::string> names_;
+    FollowOptions follow_;
     std::function<int(Switch)> command_;
     std::function<void()> localCommand_;
 };
@@ -192,6 +196,19 @@ void CommandLine::addCache(CLI::App &cache) {
     addLocalCommand(cache, "delete", "Delete one answer", [this] { deleteFromCache(output_, name_); })
         .add_option("name", name_)
         ->required();
+}
+
+void CommandLine::addNeighbours() {
+    auto &neighbours =
+        addCommand(app_, "neighbours", "Who is behind which port: by LLDP, and by forwarding table",
+                   [this](Switch sw) { showNeighbours(sw, output_, follow_); });
+    neighbours.fallthrough();
+    auto &follow = *neighbours.add_flag("--follow", follow_.follow,
+                                        "Go on and print who joins, leaves and moves, until interrupted");
+    neighbours.add_option("--interval", follow_.seconds, "Seconds between two looks")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 3600))
+        ->needs(&follow);
 }
 
 int runConnected(const CommandLine &line) {

@@ -8,7 +8,7 @@
 
 namespace pavo::ctl {
 
-// The maker of the device with this address: three or six two-digit groups, joined by colons or hyphens.
+// The vendor of the device with this address: three or six two-digit groups, joined by colons or hyphens.
 void showVendor(const Output &output, const std::string &address);
 
 }  // namespace pavo::ctl

@@ -10,6 +10,7 @@ with "title" and "steps". A step may have
   "expect"   what has to be seen then, each within "within" seconds of the switch's time (default 60):
              {"table": name, "row": {...}}, {"table": name, "noRow": {...}}, {"log": line}, {"system": line},
              {"config": "as before"}: the running configuration is that of the beginning of the act;
+             {"pavoctl": words, "shows": text} or {"pavoctl": words, "hides": text}: what pavoctl prints;
              "say" is its description for the reader. Log lines count from the end of the previous step.
 """
 
@@ -57,6 +58,11 @@ class Player:
                 return bool(evidence)
             if "config" in wanted:
                 return rig.running_config() == self.config
+            if "pavoctl" in wanted:
+                lines = rig.pavoctl(*wanted["pavoctl"]).stdout.splitlines()
+                text = wanted.get("shows", wanted.get("hides"))
+                evidence[:] = [line for line in lines if text in line]
+                return bool(evidence) == ("shows" in wanted)
             if "noRow" in wanted:
                 return not rig.rows(wanted["table"], **wanted["noRow"])
             text = rig.log() if "log" in wanted else rig.system_log()
@@ -64,17 +70,17 @@ class Player:
             evidence[:] = [line for line in text[marks[kind]:].splitlines() if wanted[kind] in line]
             return bool(evidence)
 
-        kind = next(k for k in ("row", "noRow", "log", "system", "config") if k in wanted)
+        kind = next(k for k in ("row", "noRow", "log", "system", "config", "pavoctl") if k in wanted)
         what = wanted.get("say") or f"{kind} {wanted[kind]}"
         self.shown = 0.0
         waited = rig.wait_for(seen, within / rig.scale + 5, what, lambda w: self.progress(w, what, within))
         if TTY:
             print("\r\033[K", end="")
         source = {"row": "switch", "noRow": "switch", "log": "daemon log", "system": "system log",
-                  "config": "switch"}[kind]
+                  "config": "switch", "pavoctl": "pavoctl"}[kind]
         print(f"  {paint('32', 'ok')} {what}  ({source}, {waited * rig.scale:.0f} s)", flush=True)
-        if kind in ("log", "system"):
-            print(paint("2", f"       {evidence[-1].strip()}"))
+        if evidence and kind in ("log", "system", "pavoctl"):
+            print(paint("2", f"       {evidence[-1].strip()[:150 if kind == 'pavoctl' else None]}"))
         elif kind == "row":
             shown = ", ".join(f"{k} {v}" for k, v in evidence[-1].items() if v not in ("", [], None))
             print(paint("2", f"       {wanted['table']}: {shown[:150]}"))

@@ -19,6 +19,8 @@ LogFormat<OpenError> readFailed(NeighbourField field) {
             return "[%s:%d] Call openapiLldpIntfRemoteDeviceSystemDescGet error. (result = %d)\r\n";
         case NeighbourField::PortDesc:
             return "[%s:%d] Call openapiLldpIntfRemoteDevicePortDescGet error. (result = %d)\r\n";
+        case NeighbourField::SystemName:
+            return "[%s:%d] Call openapiLldpIntfRemoteDeviceSystemNameGet error. (result = %d)\r\n";
     }
     return {};
 }

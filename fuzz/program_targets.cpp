@@ -65,8 +65,11 @@ void readIpInterfaceBrief(std::string_view shown) {
     const auto interfaces = parseIpInterfaces(shown);
     std::string printed;
     for (const auto &row : interfaces)
-        printed += "vlan " + std::to_string(row.vlan.number()) + " x " + row.address + " " + row.mask +
-                   " x " +
+        printed += "vlan " + std::to_string(row.vlan.number()) +
+                   (!row.isUp   ? " x "
+                    : *row.isUp ? " Up "
+                                : " Down ") +
+                   row.address + " " + row.mask + " x " +
                    (row.method == IpMethod::Dhcp     ? "DHCP"
                     : row.method == IpMethod::Manual ? "Manual"
                                                      : "x") +

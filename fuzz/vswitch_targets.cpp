@@ -224,7 +224,7 @@ void takeReadings(std::string_view input) {
         require(isStrictJson(server.control(json{{"op", "table"}, {"name", table}}.dump())),
                 "tables parse in a strict parser", table);
     // The configuration that follows from it is one for Open vSwitch.
-    for (const auto &[entry, actions] : flowsOf(wireConfigOf(model, kLivePorts), 300))
+    for (const auto &[entry, actions] : flowsOf(wireConfigOf(model, kLivePorts)))
         require(!entry.contains('\n') && !actions.contains('\n'), "a flow entry is one line", entry);
     platform::sleepFor(400s);
     server.tick();

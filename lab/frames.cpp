@@ -85,7 +85,9 @@ Mac macOf(const std::string &text) {
 }
 
 Mac groupMacOf(std::uint32_t group) {
-    const auto byte = [group](int shift, unsigned mask) { return static_cast<unsigned char>(group >> shift & mask); };
+    const auto byte = [group](int shift, unsigned mask) {
+        return static_cast<unsigned char>(group >> shift & mask);
+    };
     return {0x01, 0x00, 0x5e, byte(16, 0x7f), byte(8, 0xff), byte(0, 0xff)};
 }
 
@@ -511,7 +513,8 @@ int run(int argc, char **argv) {
         app.add_subcommand("send", "Send numbered frames, then print a line of JSON with what was sent");
     send->add_option("--interface", out.interface, "Interface to send on")->required();
     auto *to = send->add_option("--to", out.to, "Destination MAC address");
-    auto *group = send->add_option("--group", out.group, "Send to this multicast group, as UDP over IPv4")->excludes(to);
+    auto *group = send->add_option("--group", out.group, "Send to this multicast group, as UDP over IPv4")
+                      ->excludes(to);
     send->add_option("--address", out.address, "The sender's IPv4 address")->needs(group);
     send->add_option("--from", out.from, "Source MAC address")->required();
     send->add_option("--sources", out.sources, "Cycle through this many consecutive source addresses")
@@ -550,7 +553,8 @@ int run(int argc, char **argv) {
         if (out.to.empty() && out.group.empty())
             throw std::invalid_argument("--to or --group is required");
         if (!out.group.empty() && out.size < kGroupHeadSize)
-            throw std::invalid_argument("frames of a group have at least " + std::to_string(kGroupHeadSize) + " bytes");
+            throw std::invalid_argument("frames of a group have at least " + std::to_string(kGroupHeadSize) +
+                                        " bytes");
         Sender(out).run();
     } else if (*receive) {
         if (idle->empty() && seconds->empty())

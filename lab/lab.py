@@ -5,6 +5,7 @@ Runs inside lab/enclose.sh; ./lab.sh takes care of that.
 """
 
 import argparse
+import json
 import os
 import shlex
 import signal
@@ -12,7 +13,7 @@ import subprocess
 import sys
 import time
 
-from topology import SWITCH, Failure, LabRig, Network, ip, run, standard_devices
+from topology import SWITCH, Failure, Host, LabRig, Network, ip, run, standard_devices
 
 TTY = sys.stdout.isatty()
 PORTS = 16
@@ -47,6 +48,8 @@ This is a shell inside the laboratory; leaving it ('exit') ends everything.
 
   on media ping -c 2 10.50.0.12              media pings stage-left across the audio VLAN
   on desk ping -c 2 -W 1 10.50.0.12          desk does not reach it
+  on wall python3 -B {lab}/member.py eth0 239.1.2.3 &
+                                             wall joins a multicast group (vlan database, set igmp VLAN: snooping)
   on stage-left tcpdump -e -n -i eth0        what an audio device hears
   ip -n ubex link set eth0 down              pull one of its cables (up: plug it back in)
   ip -n control link set eth0 down           the control unit and everything behind it fall silent
@@ -267,6 +270,70 @@ def pull_each(show):
         show.row("and plugged back in", "ports", name=f"0/{port}", link=True)
 
 
+GROUP = "239.77.1.1"
+STREAM = 1000  # frames per second
+
+
+def multicast(show):
+    network, devices = show.network, show.devices
+    show.act("A stream to a multicast group: 1,000 frames/s of media, first for everybody, then for those that join",
+             "The audio profile has switched snooping on (igmp-plus 20); it is off at first.",
+             "guest-8 and guest-9 are plugged in beside stage-left and stage-right. All join with their kernel's own",
+             "IGMP: guest-8 with version 3, guest-9 with version 2.")
+    guests = [devices[name] for name in ("guest-8", "guest-9", "guest-10")]
+    ports = (8, 9, 10)
+    for guest, port in zip(guests, ports):
+        network.plug(guest, port)
+        show.rig.cli("configure", f"interface 0/{port}", "vlan pvid 20", "vlan participation include 20",
+                     "vlan participation exclude 1")
+    listeners = [*guests, devices["desk"]]
+    show.settled(lambda: show.rig.control("dataplane")["settled"])
+    print("  " + " " * 44 + "".join(f"{device.name:>12}" for device in listeners), flush=True)
+
+    def row(what, *expected):
+        """Who receives how much of the stream; the devices named, all of it, and the others nothing."""
+        counts = {}
+
+        def as_expected():
+            flow = network.new_flow()
+            ears = {device.name: network.listen(device, "eth0", flow, seconds=SETTLE, group=GROUP)
+                    for device in listeners}
+            stream = network.send_group(devices["media"], GROUP, flow, rate=STREAM, seconds=0.5)
+            stream.popen.wait(SETTLE)
+            time.sleep(0.2)
+            sent = json.loads(stream.text())["sent"]
+            network.end(stream)
+            for name, ear in ears.items():
+                counts[name] = ear.stop()["received"]
+            return all(count == (sent if name in expected else 0) for name, count in counts.items())
+        good = show.settled(as_expected)
+        show.line(good, f"{what:<36}" + "".join(f"{counts[device.name] * 2:>12,}" for device in listeners))
+
+    everybody = [guest.name for guest in guests]
+    before = show.rig.running_config()
+    show.rig.cli("configure", "no igmp-plus 20")
+    row("no snooping", *everybody)
+    show.rig.cli("configure", "igmp-plus 20", "exit", "vlan database", "set igmp fast-leave 20")
+    row("snooping, nobody has joined")
+    members = [network.join(guest, GROUP, version=version) for guest, version in zip(guests, (3, 2))]
+    row("guest-8 and guest-9 have joined", "guest-8", "guest-9")
+    network.end(members.pop())
+    row("guest-9 has left", "guest-8")
+    show.rig.cli("configure", "ip access-list NET-BLOCK", f"deny ip any {GROUP} 0.0.0.0", "permit ip any any", "exit",
+                 "interface 0/8", "ip access-group NET-BLOCK in 1", "ip access-group NET-BLOCK out 1")
+    row("the group is blocked on port 8")
+    show.rig.cli("configure", "interface 0/8", "no ip access-group NET-BLOCK in", "no ip access-group NET-BLOCK out",
+                 "exit", "no ip access-list NET-BLOCK")
+    row("and unblocked", "guest-8")
+    network.end(members.pop())
+    show.rig.cli("vlan database", "no set igmp fast-leave 20")
+    show.line(before == show.rig.running_config(), "the switch is configured as before")
+    for guest, port in zip(guests, ports):
+        network.unplug(guest)
+        show.rig.cli("configure", f"interface 0/{port}", "no vlan pvid", "vlan participation auto 20",
+                     "vlan participation include 1")
+
+
 def leave(show):
     show.act("The control unit is unplugged; twenty scans later its audio devices are removed")
     show.network.unplug(show.devices["control"])
@@ -319,7 +386,7 @@ def shell(show):
 
 
 def play(show):
-    for act in (flat, profile, join, move, endpoint, leave, deleted):
+    for act in (flat, profile, join, move, endpoint, multicast, leave, deleted):
         act(show)
         show.rig.check_alive()
     counters = show.rig.control("counters")
@@ -347,6 +414,8 @@ def main():
     rig = LabRig(arguments.build, os.environ["PAVO_LAB"], PORTS, scale=arguments.scale)
     network = Network(PORTS, rig.program("frames"), rig.path("tmp"))
     standard_devices(network)
+    for port in (8, 9, 10):
+        Host(network, f"guest-{port}", 50 + port, f"02:00:00:00:02:{port:02}")
     show = Show(rig, network)
     status = 1
     try:

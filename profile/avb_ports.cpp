@@ -5,6 +5,7 @@
 
 #include "common/files.h"
 #include "common/json.h"
+#include "common/log.h"
 #include "platform/paths.h"
 #include "swapi/script_file.h"
 
@@ -20,17 +21,22 @@ constexpr BlockScript portBlock(std::string_view operation, const char *suffix) 
     return {operation, suffix, kFailed, SIZE_MAX};  // as long as there are ports
 }
 
-void addInterfaces(const cJSON *config, const char *key, const std::string &prefix,
-                   std::vector<std::string> &out) {
+std::vector<std::uint32_t> numbersOf(const cJSON *config, const char *key) {
+    std::vector<std::uint32_t> numbers;
     const cJSON *item = nullptr;
     cJSON_ArrayForEach(item, member(config, key)) {
         const auto number = integerOf(item);
         if (!number || *number < 1 || *number > kPortMax)
             continue;
-        auto name = prefix + std::to_string(*number);
-        if (std::find(out.begin(), out.end(), name) == out.end())
-            out.push_back(std::move(name));
+        const auto port = static_cast<std::uint32_t>(*number);
+        if (std::ranges::find(numbers, port) == numbers.end())
+            numbers.push_back(port);
     }
+    return numbers;
+}
+
+ManualTrunks trunksOf(const cJSON *config) {
+    return {numbersOf(config, kPhysicalKey), numbersOf(config, kLagKey)};
 }
 
 // What a port gets.
@@ -64,15 +70,29 @@ std::string portScript(std::string begin, const char *port, std::int32_t mtu) {
 }  // namespace
 
 std::vector<std::string> parseManualTrunks(const std::string &text) {
+    const auto trunks = trunksOf(JsonPtr(cJSON_Parse(text.c_str())).get());
     std::vector<std::string> names;
-    const JsonPtr config(cJSON_Parse(text.c_str()));
-    addInterfaces(config.get(), kPhysicalKey, "0/", names);
-    addInterfaces(config.get(), kLagKey, "lag ", names);
+    names.reserve(trunks.ports.size() + trunks.lags.size());
+    for (const auto port : trunks.ports)
+        names.push_back(portCliName(IfNum(port)));
+    for (const auto lag : trunks.lags)
+        names.push_back(lagCliName(lag));
     return names;
 }
 
 std::vector<std::string> readManualTrunks() {
     return parseManualTrunks(readFile(platform::paths::kManualTrunkConfig, JSON_FILE_MAX).value_or(""));
+}
+
+Result<ManualTrunks> loadManualTrunks(Where where) {
+    const auto text = readFile(platform::paths::kManualTrunkConfig, JSON_FILE_MAX, where);
+    if (!text && !fileExists(platform::paths::kManualTrunkConfig))
+        return ManualTrunks{};
+    const JsonPtr config(text ? cJSON_Parse(text->c_str()) : nullptr);
+    if (cJSON_IsObject(config.get()))
+        return trunksOf(config.get());
+    logError(where, "[%s:%d] no list of trunks: %s\n", std::string(platform::paths::kManualTrunkConfig));
+    return failed(ResultCode::Failed, "the list of manual trunks cannot be read");
 }
 
 Result<> writeManualTrunks(std::span<const IfNum> physicalPorts, std::span<const IfNum> lagPorts,

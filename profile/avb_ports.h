@@ -15,6 +15,14 @@
 
 namespace pavo {
 
+// Numbers of ports (interfaces "0/N") and of LAGs ("lag N"), each once, in the order of the file.
+struct ManualTrunks {
+    std::vector<std::uint32_t> ports, lags;
+};
+// What the file has; nothing in it when there is no file. Failed (logged) when it cannot be read or is no
+// JSON object.
+Result<ManualTrunks> loadManualTrunks(Where where = std::source_location::current());
+
 // The ports are those of "/tmp/manual_trunk_config": {"physicalPort": [1, 2], "lagPort": [1]}, numbers of
 // ports (interfaces "0/N") and of LAGs ("lag N"). What is no number from 1 to 912 is passed over.
 std::vector<std::string> parseManualTrunks(const std::string &text);

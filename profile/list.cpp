@@ -31,71 +31,6 @@ std::unexpected<Failure> reportUnread(const std::string &what, OpenError code, c
     return failed(ResultCode::Failed, reason);
 }
 
-// Reads the membership of all interfaces of a kind into the lists of `vlans`; of LAGs, `isUsed` tells whether
-// one has members.
-class MembershipReader {
-  public:
-    MembershipReader(Switch sw, Vlans &vlans, const Where &where) : sw_(sw), vlans_(vlans), where_(where) {}
-
-    Result<> readPorts() {
-        auto ports = sw_.ports();
-        for (const IfNum port : ports)
-            if (auto read = place(port, port, &VlanMembers::untaggedPorts, &VlanMembers::taggedPorts, true);
-                !read)
-                return read;
-        if (const auto broken = ports.brokenBy())
-            return reportUnread("the list of ports", *broken, where_);
-        return {};
-    }
-
-    Result<> readLags() {
-        auto lags = sw_.lags();
-        std::optional<LagNumbering> numbering;
-        OpenResult<std::uint32_t> max = 0;
-        for (const IfNum lag : lags) {
-            if (!numbering) {
-                numbering = LagNumbering{lag};
-                max = sw_.lagMaxMembers();
-            }
-            const auto members = max ? sw_.lagMembers(lag, *max) : std::unexpected(max.error());
-            if (!members)
-                return reportUnread("the list of LAG members", members.error(), where_);
-            if (auto read = place(lag, numbering->numberOf(lag), &VlanMembers::untaggedLags,
-                                  &VlanMembers::taggedLags, !members->empty());
-                !read)
-                return read;
-        }
-        if (const auto broken = lags.brokenBy())
-            return reportUnread("the list of LAGs", *broken, where_);
-        return {};
-    }
-
-  private:
-    // An interface that nobody uses is in VLAN 1 because it has to be somewhere.
-    template <class Number>
-    Result<> place(IfNum ifNum, Number number, std::vector<Number> VlanMembers::*untagged,
-                   std::vector<Number> VlanMembers::*tagged, bool isUsed) {
-        const auto what = "the VLANs of interface " + std::to_string(ifNum.number());
-        const auto pvid = sw_.pvidNumber(ifNum);
-        if (!pvid)
-            return reportUnread(what, pvid.error(), where_);
-        const auto ids = sw_.taggedVlans(ifNum);
-        if (!ids)
-            return reportUnread(what, ids.error(), where_);
-        if (const auto id = VlanId::from(*pvid); id && (isUsed || id != kDefaultVlan))
-            if (const auto vlan = vlans_.find(*id); vlan != vlans_.end())
-                (vlan->second.*untagged).push_back(number);
-        for (const VlanId id : *ids)
-            if (const auto vlan = vlans_.find(id); vlan != vlans_.end())
-                (vlan->second.*tagged).push_back(number);
-        return {};
-    }
-
-    Switch sw_;
-    Vlans &vlans_;
-    Where where_;
-};
-
 Result<Vlans> readVlans(Switch sw, ListDetails details, const Where &where) {
     Vlans vlans;
     auto walk = sw.vlans();
@@ -105,10 +40,7 @@ Result<Vlans> readVlans(Switch sw, ListDetails details, const Where &where) {
         return reportUnread("the list of VLANs", *broken, where);
     if (details == ListDetails::Brief)
         return vlans;
-    MembershipReader reader(sw, vlans, where);
-    if (auto read = reader.readPorts(); !read)
-        return std::unexpected(read.error());
-    if (auto read = reader.readLags(); !read)
+    if (const auto read = readAllMembers(sw, EmptyLags::InTheirVlans, vlans, where); !read)
         return std::unexpected(read.error());
     return vlans;
 }

@@ -4,6 +4,7 @@
 
 #include "common/log.h"
 #include "profile/list.h"
+#include "store/producers.h"
 
 namespace pavo {
 namespace {
@@ -31,6 +32,15 @@ std::int32_t profileListGet(Switch sw, char **out) {
 
 std::int32_t profileListExGet(Switch sw, char **out) {
     return listProfiles(sw, ListDetails::Full, out, std::source_location::current());
+}
+
+std::int32_t profileListExGet(openapiClientHandle_t *client, char **json) {
+    if (client != nullptr && json != nullptr)
+        return listProfiles(client, ListDetails::Full, json, std::source_location::current());
+    if (json != nullptr)
+        *json = nullptr;
+    logError("[%s:%d] param is null \r\n");
+    return codeOf(ResultCode::InvalidArgument);
 }
 
 }  // namespace pavo

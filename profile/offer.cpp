@@ -32,11 +32,20 @@ bool smpteModelSupported(Switch sw, Where where) {
 }
 
 Offer Offer::of(Switch sw, Where where) {
+    return ofModel(sw, readMachineModel(sw, where).value_or(""));
+}
+
+Result<Offer> Offer::read(Switch sw, Where where) {
+    if (const auto model = readMachineModel(sw, where))
+        return ofModel(sw, *model);
+    return failed(ResultCode::Failed, "the machine model cannot be read");
+}
+
+Offer Offer::ofModel(Switch sw, std::string_view model) {
     Offer offer;
     std::int32_t supported = 0;
     offer.avb_ = featureSupportedGet(sw, FEATURE_DOT1AS, &supported) == 0 && supported != 0;
-    const std::string model = readMachineModel(sw, where).value_or("");
-    offer.smpte_ = smpteModelSupported(std::string_view(model));
+    offer.smpte_ = smpteModelSupported(model);
     offer.poly_ = polyModelSupported(model);
     return offer;
 }

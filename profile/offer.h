@@ -5,6 +5,7 @@
 #include <source_location>
 #include <string_view>
 
+#include "common/result.h"
 #include "swapi/switch.h"
 
 namespace pavo {
@@ -18,11 +19,15 @@ bool smpteModelSupported(Switch sw, Where where = std::source_location::current(
 class Offer {
   public:
     static Offer of(Switch sw, Where where = std::source_location::current());
+    // The same; Failed when the machine model cannot be read (logged) instead of the offer of an unknown one.
+    static Result<Offer> read(Switch sw, Where where = std::source_location::current());
 
     // Whether the template of that file name is one to show.
     bool hasTemplate(std::string_view file) const;
 
   private:
+    static Offer ofModel(Switch sw, std::string_view model);
+
     bool avb_ = false;
     bool smpte_ = false;
     bool poly_ = false;

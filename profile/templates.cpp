@@ -104,14 +104,26 @@ void removeOrphan(const ProfileRow &row, const Where &where) {
     logInfo(where, "[%s:%d] Removed orphaned config file: %s\r\n", vlanSettingsPath(*id));
 }
 
-}  // namespace
+// One of these makes of the content of a template what is listed; nothing for one that is not (logged).
+std::optional<std::string> asItStands(std::string content, const std::string &, const Where &) {
+    return content;
+}
 
-std::string listTemplates(Switch sw, Where where) {
-    const auto offer = Offer::of(sw, where);
+std::optional<std::string> ifSound(std::string content, const std::string &path, const Where &where) {
+    if (const JsonPtr parsed(cJSON_ParseWithOpts(content.c_str(), nullptr, true)); parsed != nullptr)
+        return wellFormed(content);
+    logError(where, "[%s:%d] %s is no JSON\n", path);
+    return std::nullopt;
+}
+
+using Accept = std::optional<std::string> (*)(std::string content, const std::string &path, const Where &);
+
+// The templates, each with a separator in front; nothing (logged) when the folder cannot be read.
+std::optional<std::string> joinTemplates(const Offer &offer, Accept accept, const Where &where) {
     const auto files = readFolder(platform::paths::kProfileTemplateDir);
     if (!files) {
         logError(where, "[%s:%d] Open dir error...\r\n");
-        return "[]";
+        return std::nullopt;
     }
     std::string out;
     for (const auto &file : *files) {
@@ -129,12 +141,32 @@ std::string listTemplates(Switch sw, Where where) {
                      "[%s:%d] ProfileTemplateGet: Response buffer full, skipping remaining profiles\n");
             break;
         }
-        out += ',' + content;
+        if (const auto listed = accept(content, path, where))
+            out += ',' + *listed;
     }
-    // The first separator makes room for the bracket, and an empty listing is that bracket alone.
-    out += ']';
-    out[0] = '[';
     return out;
+}
+
+}  // namespace
+
+std::string listTemplates(Switch sw, Where where) {
+    auto out = joinTemplates(Offer::of(sw, where), asItStands, where);
+    if (!out)
+        return "[]";
+    // The first separator makes room for the bracket, and an empty listing is that bracket alone.
+    *out += ']';
+    (*out)[0] = '[';
+    return *out;
+}
+
+Result<std::string> listSoundTemplates(Switch sw, Where where) {
+    const auto offer = Offer::read(sw, where);
+    if (!offer)
+        return std::unexpected(offer.error());
+    const auto list = joinTemplates(*offer, ifSound, where);
+    if (!list)
+        return failed(ResultCode::Failed, "the templates cannot be read");
+    return "[" + list->substr(list->empty() ? 0 : 1) + "]";
 }
 
 Result<> storeTemplate(TemplateStore how, const std::string &requestText, Where where) {

@@ -22,6 +22,10 @@ inline constexpr std::size_t PROFILE_TEMPLATE_LIST_SIZE = 30720;
 // out. Well-formed UTF-8: a byte that is part of no character becomes '?'.
 std::string listTemplates(Switch sw, Where where = std::source_location::current());
 
+// The same as JSON that any reader accepts: "[]" when there is none; templates that are not JSON are left out
+// (logged). Failed when the machine model or the folder cannot be read.
+Result<std::string> listSoundTemplates(Switch sw, Where where = std::source_location::current());
+
 // {"profile": {"name": type, ...}}: stores the "profile" object as the template of the type. Create:
 // TypeDuplicated when it has one; Edit: Failed when it has none. InvalidPointer when the request does not
 // parse; InvalidArgument without a "profile" or a usable name; Failed when it cannot be written.

@@ -13,6 +13,9 @@ namespace pavo {
 // `out` has PROFILE_TEMPLATE_LIST_SIZE bytes. Always 0.
 std::int32_t ProfileTemplateGet(Switch sw, const char *request, char *out);
 
+// An overload, ProfileTemplateGet(client, json, size), produces the cached answer: see listSoundTemplates and
+// store/producers.h.
+
 // {"profile": {"name": type, ...}}: stores the "profile" object as a new template. 0; 10002 when the request
 // does not parse; 10003 without a client, a request, its "profile" or a usable name; 14102 when the type has
 // a template; 10000 when it cannot be written.

@@ -1,11 +1,18 @@
 #include "store/chunk_sink.h"
 
+#include <algorithm>
 #include <new>
 #include <stdexcept>
 
 #include "common/log.h"
 
 namespace pavo {
+namespace {
+
+// What stands around the rows of a chunk, about.
+constexpr std::size_t kEnvelopeSize = 256;
+
+}  // namespace
 
 void RowSink::add(std::string_view row) {
     if (error_ != ResultCode::Success)
@@ -33,11 +40,15 @@ bool ChunkSink::take(std::string_view row) {
         return false;
     }
     if (rowsInLast_ == ChunkedList::kRowsMax ||
-        chunks_.back().size() + row.size() + 1 >= ChunkedList::kChunkSize) {
-        chunks_.emplace_back();
+        chunks_.back().size() - head_.size() + row.size() + 1 >= ChunkedList::kChunkSize) {
+        chunks_.push_back(head_);
         rowsInLast_ = 0;
     }
     std::string &chunk = chunks_.back();
+    // Rows of one list are about as long as one another.
+    if (rowsInLast_ == 0)
+        chunk.reserve(kEnvelopeSize + std::min(ChunkedList::kChunkSize,
+                                               ChunkedList::kRowsMax * (row.size() + row.size() / 8)));
     if (rowsInLast_ > 0)
         chunk += ',';
     chunk += row;
@@ -49,16 +60,10 @@ std::string ChunkSink::entryKey(std::size_t index) const {
     return std::string(list_.key_) + '/' + std::to_string(index);
 }
 
-std::string ChunkSink::answer(std::size_t index) const {
-    const std::string_view parts[] = {"{\"", list_.envelopeKey_, "\":{\"rows\":[", chunks_[index],
-                                      "],\"chunkIndex\":"};
-    std::string text;
-    for (const std::string_view part : parts)
-        text += part;
-    text += std::to_string(index);
-    text += ",\"isLastChunk\":";
-    text += index + 1 == chunks_.size() ? "true" : "false";
-    return text + "},\"resp\":{\"respCode\":0,\"respMsg\":\"Success\",\"status\":\"success\"}}";
+std::string ChunkSink::tail(std::size_t index) const {
+    return "],\"chunkIndex\":" + std::to_string(index) +
+           ",\"isLastChunk\":" + (index + 1 == chunks_.size() ? "true" : "false") +
+           "},\"resp\":{\"respCode\":0,\"respMsg\":\"Success\",\"status\":\"success\"}}";
 }
 
 ResultCode ChunkSink::finish() {
@@ -66,15 +71,14 @@ ResultCode ChunkSink::finish() {
         return error();
     try {
         // All of them first: nothing is stored when memory does not last.
-        std::vector<std::string> answers;
         for (std::size_t index = 0; index < chunks_.size(); ++index)
-            answers.push_back(answer(index));
+            chunks_[index] += tail(index);
         const std::lock_guard lock(list_.mutex_);
-        for (std::size_t index = 0; index < answers.size(); ++index)
-            store_.write(entryKey(index), answers[index]);
-        for (std::size_t index = answers.size(); index < list_.stored_; ++index)
+        for (std::size_t index = 0; index < chunks_.size(); ++index)
+            store_.write(entryKey(index), chunks_[index]);
+        for (std::size_t index = chunks_.size(); index < list_.stored_; ++index)
             store_.erase(entryKey(index));
-        list_.stored_ = answers.size();
+        list_.stored_ = chunks_.size();
     } catch (const std::bad_alloc &) {
         runOutOfMemory();
     }

@@ -47,8 +47,8 @@ int createTable(const Where &where) {
     return code;
 }
 
-// One statement on a connection of its own, for the host with that address; visit(query) for each row. `shown` is the
-// statement with its values, for the log.
+// One statement on a connection of its own, for the host with that address; visit(query) for each row.
+// `shown` is the statement with its values, for the log.
 template <class Visit>
 DbResult<> runStatement(const char *sql, std::initializer_list<std::string_view> values,
                         const std::string &shown, const Where &where, Visit visit) {

@@ -1,13 +1,15 @@
-// Complete answers of the web interface by name, envelope included: SQLite file platform::paths::kResponseCache, one
-// table `restapi_db`. The web server answers from it; whoever changes something has the answers concerned written
-// back (store/writeback.h). It can be made anew at any time, so it trades durability for speed.
+// Complete answers of the web interface by name, envelope included: SQLite file
+// platform::paths::kResponseCache, one table `restapi_db`. The web server answers from it; whoever changes
+// something has the answers concerned written back (store/writeback.h). It can be made anew at any time, so
+// it trades durability for speed.
 //
-// Every function opens the database, with a busy timeout of 3000 ms, and closes it, so any thread of any process may
-// call any of them. A failure is logged once, on behalf of the operation that `where` names. No link is followed to
-// the files.
+// Every function opens the database, with a busy timeout of 3000 ms, and closes it, so any thread of any
+// process may call any of them. A failure is logged once, on behalf of the operation that `where` names. No
+// link is followed to the files.
 //
-// A name is any text without control characters and not empty; it is bound, never part of a statement. Whatever
-// changes the table first appends the name and a line feed, in one piece, to platform::paths::kResponseCacheDelta.
+// A name is any string without control characters and not empty; it is bound, never part of a statement.
+// Whatever changes the table first appends the name and a line feed, in one piece, to
+// platform::paths::kResponseCacheDelta.
 #ifndef PAVO_STORE_RESPONSE_CACHE_H
 #define PAVO_STORE_RESPONSE_CACHE_H
 
@@ -30,8 +32,8 @@ DbResult<> createResponseCache(Where where = std::source_location::current());
 
 enum class CacheWrite { Written, Unchanged };
 
-// Stores an answer unless that very text is stored already: then nothing is written, and nobody told. When the name
-// cannot be appended to the delta file, nothing is stored.
+// Stores an answer unless that very text is stored already: then nothing is written, and nobody told. When
+// the name cannot be appended to the delta file, nothing is stored.
 DbResult<CacheWrite> writeCachedAnswer(std::string_view name, std::string_view answer,
                                        Where where = std::source_location::current());
 
@@ -54,12 +56,12 @@ bool takeCacheChanged();
 
 // --- locks
 
-// A lock on refreshing one answer, among threads and processes, that ends with the process: a lock file for each name
-// in platform::paths::kApiLockDir, whose path has at most this many characters.
+// A lock on refreshing one answer, among threads and processes, that ends with the process: a lock file for
+// each name in platform::paths::kApiLockDir, whose path has at most this many characters.
 inline constexpr std::size_t API_LOCK_PATH_MAX = 127;
 
-// Waits for whoever has the lock, without limit. A descriptor of at least 1, closed when a program is executed; -1 when
-// the name makes no file name in the folder or the file cannot be opened (logged).
+// Waits for whoever has the lock, without limit. A descriptor of at least 1, closed when a program is
+// executed; -1 when the name makes no file name in the folder or the file cannot be opened (logged).
 int acquireApiLock(std::string_view name, Where where = std::source_location::current());
 // Only for a descriptor of at least 1.
 void releaseApiLock(int fd, Where where = std::source_location::current());
@@ -84,8 +86,8 @@ bool ensureApiLockDir(Where where = std::source_location::current());
 
 // --- web server
 
-// Sends SIGINT to the thread that the web server has named in platform::paths::kWebServerPid. Without that file
-// nothing happens; failures are logged.
+// Sends SIGINT to the thread that the web server has named in platform::paths::kWebServerPid. Without that
+// file nothing happens; failures are logged.
 void signalWebServer(Where where = std::source_location::current());
 
 }  // namespace pavo

@@ -3,6 +3,9 @@
 #include <sqlite3.h>
 
 #include <cstring>
+#include <optional>
+#include <string>
+#include <string_view>
 
 #include "common/log.h"
 #include "common/result.h"
@@ -46,9 +49,10 @@ std::int32_t restapi_db_read(const char *api_name, char **out) {
     const auto answer = readCachedAnswer(api_name);
     if (!answer)
         return codeOf(ResultCode::Failed);
-    if (!*answer)
+    const std::optional<std::string> &text = *answer;
+    if (!text)
         return codeOf(ResultCode::ApiNotFound);
-    *out = strdup((*answer)->c_str());
+    *out = strdup(text->c_str());
     return codeOf(*out != nullptr ? ResultCode::Success : ResultCode::Failed);
 }
 

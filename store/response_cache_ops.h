@@ -1,5 +1,5 @@
-// The response cache (store/response_cache.h) as procedures. Any thread of any process may call any of them. Each
-// failure is logged once.
+// The response cache (store/response_cache.h) as procedures. Any thread of any process may call any of them.
+// Each failure is logged once.
 #ifndef PAVO_STORE_RESPONSE_CACHE_OPS_H
 #define PAVO_STORE_RESPONSE_CACHE_OPS_H
 
@@ -14,17 +14,19 @@ inline constexpr int REST_DB_WRITE = 3;
 inline constexpr int REST_DB_UPDATE = 5;  // the same as REST_DB_WRITE
 inline constexpr int REST_DB_DELETE = 6;
 
-// Results of writing an entry. 1 is also SQLite's general error, for example without the table; that is logged.
+// Results of writing an entry. 1 is also SQLite's general error, for example without the table; that is
+// logged.
 inline constexpr int REST_DB_UNCHANGED = 1;
 inline constexpr int REST_DB_WRITTEN = 101;
 
-// Create (the name is ignored), read (what was read is discarded) and delete: 0 or SQLite's code. Write: one of the
-// results above, or another SQLite code. -1 for any other number. `data` is for writing only. A name to write or
-// delete that is null, empty or has control characters, and null data, are refused with SQLite's code 21 (misuse).
+// Create (the name is ignored), read (what was read is discarded) and delete: 0 or SQLite's code. Write: one
+// of the results above, or another SQLite code. -1 for any other number. `data` is for writing only. A name
+// to write or delete that is null, empty or has control characters, and null data, are refused with SQLite's
+// code 21 (misuse).
 int restapi_db_operation(int operation, const char *api_name, const char *data);
 
-// 0 with a new text in *out, the caller's to free with free(); otherwise *out is null: 10023 when there is no such
-// entry or its data is null, 10003 on a missing argument, 10000 on a database error.
+// 0 with newly allocated text in *out, the caller's to free with free(); otherwise *out is null: 10023 when
+// there is no such entry or its data is null, 10003 on a missing argument, 10000 on a database error.
 std::int32_t restapi_db_read(const char *api_name, char **out);
 
 // Waits for the lock of that name. 0 with the descriptor of the held lock, or -1 with -1.

@@ -24,8 +24,8 @@ int flagsFor(Connection::Access access) {
     return SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
 }
 
-// The path with the links of its folders resolved. SQLite refuses a link anywhere in a path; only the last part of
-// ours is somebody else's to make.
+// The path with the links of its folders resolved. SQLite refuses a link anywhere in a path; only the last
+// part of ours is somebody else's to make.
 std::string resolveFolder(const std::string &path) {
     const std::size_t slash = path.rfind('/');
     const TextPtr folder(realpath(path.substr(0, slash).c_str(), nullptr));

@@ -1,5 +1,5 @@
-// SQLite as the stores use it: a connection for one operation, and statements whose values are bound. Nothing here
-// logs, because operations differ in what they say; codes are SQLite's. An object belongs to one thread.
+// SQLite as the stores use it: a connection for one operation, and statements whose values are bound. Nothing
+// here logs, because operations differ in what they say; codes are SQLite's. An object belongs to one thread.
 #ifndef PAVO_STORE_SQLITE_H
 #define PAVO_STORE_SQLITE_H
 
@@ -57,8 +57,8 @@ class Connection {
     SqlitePtr<sqlite3> db_;
 };
 
-// One statement with its values bound in place of '?'. It must not outlive its connection, nor the strings that are
-// bound to it.
+// One statement with its values bound in place of '?'. It must not outlive its connection, nor the strings
+// that are bound to it.
 class Query {
   public:
     int prepare(const Connection &connection, const char *sql);

@@ -16,8 +16,10 @@
 namespace pavo {
 
 // Here the producers are weak: without any of them the program still links, and its address is null.
+// NOLINTBEGIN(bugprone-macro-parentheses): g++ refuses a declared name in parentheses.
 #define PAVO_ANSWER(api, lock, refresher, producer, failedProducer, key, buffer) \
     [[gnu::weak]] decltype(producer) producer;
+// NOLINTEND(bugprone-macro-parentheses)
 #include "store/writeback.def"
 #undef PAVO_ANSWER
 
@@ -27,7 +29,7 @@ using Row = WriteBackRow;
 
 const Row kRows[] = {
 #define PAVO_ANSWER(api, lock, refresher, producer, failedProducer, key, buffer) \
-    {api, lock, #refresher, #producer, failedProducer, key, buffer, &producer},
+    {api, lock, #refresher, #producer, failedProducer, key, buffer, &(producer)},
 #include "store/writeback.def"
 #undef PAVO_ANSWER
 };
@@ -42,8 +44,8 @@ enum RowIndex : std::size_t {
 constexpr std::int32_t kRefused = -1;
 constexpr std::int32_t kMirroringDetail = 1;
 constexpr std::string_view kTimeApi = "device_time";
-// responseJsonStr knows no bound. The text with the most to print for its length is objects in objects: the 1023
-// bytes of the time hold 204 of them, which are less than 45,000 characters when each line is indented.
+// responseJsonStr knows no bound. The text with the most to print for its length is objects in objects: the
+// 1023 bytes of the time hold 204 of them, which are less than 45,000 characters when each line is indented.
 constexpr std::size_t kTimeEnvelopeSize = 65536;
 
 struct Produced {

@@ -1,11 +1,13 @@
-// Writing answers back into the response cache (store/response_cache.h) after something that they show may have changed:
-// a table of the answers and who produces them (store/writeback.def, store/producers.h), and one way to refresh any.
+// Writing answers back into the response cache (store/response_cache.h) after something that they show may
+// have changed: a table of the answers and who produces them (store/writeback.def, store/producers.h), and
+// one way to refresh any.
 //
-// The producers are in folders above this one and are referred to weakly. One that is in no object of the program
-// is "not linked", which is no fault of the build; a program that is to have all of them says so by
+// The producers are in folders above this one and are referred to weakly. One that is in no object of the
+// program is "not linked", which is no fault of the build; a program that is to have all of them says so by
 // pavo_link_producers() in CMake, since a weak reference takes no object out of an archive.
 //
-// Any thread of any process may call any function. Refreshing the same answer is done by one caller after the other.
+// Any thread of any process may call any function. Refreshing the same answer is done by one caller after the
+// other.
 #ifndef PAVO_STORE_WRITEBACK_H
 #define PAVO_STORE_WRITEBACK_H
 
@@ -18,8 +20,8 @@
 
 namespace pavo {
 
-// Produces the answer `api_name` anew, stores it, and tells the web server. 0; the refresher's result; -1 for a null
-// argument or a name that is not in the table (logged). `handle` is a registered client.
+// Produces the answer `api_name` anew, stores it, and tells the web server. 0; the refresher's result; -1 for
+// a null argument or a name that is not in the table (logged). `handle` is a registered client.
 std::int32_t rest_db_writeback(openapiClientHandle_t *handle, const char *api_name);
 
 // One answer of the table.
@@ -45,8 +47,12 @@ struct WriteBackRow {
 // All answers, in the order in which they are searched.
 std::span<const WriteBackRow> writeBackRows();
 
-// --- the refreshers: the producer's result, or -1 when it is not linked, memory runs out, what it produced is no JSON,
-// or the lock cannot be had (logged). After a failure the cache has what it had. Storing has no part in the result.
+// --- refreshers
+//
+// Each returns the producer's result, or -1 when that is not linked, memory runs out, what was produced is no
+// JSON text, or the lock cannot be had (logged). After a failure the cache has what it had. Whether the
+// answer could be stored has no part in the result.
+
 #define PAVO_ANSWER(api, lock, refresher, producer, failedProducer, key, buffer) \
     std::int32_t refresher(openapiClientHandle_t *client);
 #include "store/writeback.def"

@@ -11,6 +11,8 @@
 #include "common/log.h"
 #include "common/text.h"
 #include "platform/paths.h"
+#include "swapi/lag_members.h"
+#include "swapi/read_call.h"
 #include "swapi/script_file.h"
 
 namespace pavo {
@@ -24,32 +26,11 @@ constexpr std::size_t kShowFileSize = 96;
 // Larger answers are none: they would only cost memory.
 constexpr std::uint32_t kLldpTextMax = 64u << 10;
 constexpr std::uint32_t kVlanNameMax = 64u << 10;
-constexpr std::uint32_t kLagMembersMax = 4096;
-constexpr std::size_t kMemberRoom = 16;  // bytes for each member that a LAG can have
 constexpr std::size_t kVlanListMax = 4096;
 
 // The calls take strings that they only read as writable.
 open_buffdesc descriptorOf(const std::string &text) {
     return {static_cast<std::uint32_t>(text.size() + 1), const_cast<char *>(text.c_str())};
-}
-
-// The answer of a call that fills a buffer of `size` bytes: read(descriptor).
-template <class Read>
-OpenResult<std::string> readText(std::size_t size, Read read) {
-    std::string text(size, '\0');
-    open_buffdesc descriptor{static_cast<std::uint32_t>(size), text.data()};
-    if (const open_error_t code = read(&descriptor); code != OPEN_E_NONE)
-        return std::unexpected(static_cast<OpenError>(code));
-    text.resize(strnlen(text.data(), size));
-    return text;
-}
-
-// The answer of a call that fills a number.
-template <class T = std::uint32_t, class Read>
-OpenResult<T> readNumber(Read read) {
-    std::uint32_t value = 0;
-    const open_error_t code = read(&value);
-    return openResult(code, static_cast<T>(value));
 }
 
 // One capture at a time into a file: an entry of the set for each that is under way.
@@ -225,16 +206,9 @@ OpenResult<std::uint32_t> Switch::lagMaxMembers() const {
 }
 
 OpenResult<std::vector<IfNum>> Switch::lagMembers(IfNum lag, std::uint32_t max) const {
-    std::vector<std::uint32_t> room(
-        (std::min(max, kLagMembersMax) * kMemberRoom + 1) / sizeof(std::uint32_t) + 1);
-    open_buffdesc list{static_cast<std::uint32_t>(std::min(max, kLagMembersMax) * kMemberRoom + 1),
-                       reinterpret_cast<char *>(room.data())};
-    std::uint32_t count = max;
-    if (const open_error_t code = rpcclt_openapiLagMembersGet(client_, lag.number(), &count, &list);
-        code != OPEN_E_NONE)
-        return std::unexpected(static_cast<OpenError>(code));
-    room.resize(std::min<std::size_t>(std::min(count, max), room.size()));
-    return std::vector<IfNum>(room.begin(), room.end());
+    return readMembers(max, [&](std::uint32_t *count, open_buffdesc *members) {
+        return rpcclt_openapiLagMembersGet(client_, lag.number(), count, members);
+    });
 }
 
 OpenResult<> Switch::addLagPort(IfNum lag, IfNum port) const {

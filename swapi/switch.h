@@ -31,6 +31,8 @@
 #include "common/where.h"
 #include "platform/open_client.h"
 #include "swapi/open_result.h"
+#include "swapi/port_types.h"
+#include "swapi/system_types.h"
 #include "swapi/walk.h"
 
 namespace pavo {
@@ -256,7 +258,88 @@ class Switch {
 
     // --- ports and LAGs: settings, counters, optics, trunks, mirroring
 
+    OpenResult<std::string> description(IfNum ifNum) const;
+    OpenResult<std::uint32_t> mtu(IfNum ifNum) const;  // largest frame in bytes
+    OpenResult<LinkSpeed> speedSetting(IfNum port) const;
+    // NotFound without link, Unavailable when the link does not tell.
+    OpenResult<LinkSpeed> linkSpeed(IfNum ifNum) const;
+    OpenResult<ErrorDisable> errorDisable(IfNum port) const;
+    OpenResult<PortHardware> portHardware(IfNum port) const;
+
+    OpenResult<TrafficCounters> trafficCounters(IfNum ifNum) const;
+    // Unavailable where packets are counted together.
+    OpenResult<CastCounters> castCounters(IfNum ifNum, TrafficDirection direction) const;
+    OpenResult<ErrorCounters> errorCounters(IfNum ifNum) const;
+
+    // Each NotFound without a transceiver, Unavailable for a port that takes none; the last two also when it
+    // does not measure.
+    OpenResult<SfpInventory> sfpInventory(IfNum port) const;
+    OpenResult<SfpDiagnostics> sfpDiagnostics(IfNum port) const;
+    OpenResult<SfpPower> sfpPower(IfNum port) const;
+
+    OpenResult<std::string> lagName(IfNum lag) const;
+    OpenResult<bool> isLagStatic(IfNum lag) const;
+    OpenResult<LagHash> lagHash(IfNum lag) const;
+    // The members that carry traffic, as lagMembers.
+    OpenResult<std::vector<IfNum>> activeLagMembers(IfNum lag, std::uint32_t max) const;
+    OpenResult<AutoLag> autoLag() const;
+    OpenResult<bool> autoTrunk() const;
+
+    // Mirror sessions are numbered from 1 to this.
+    OpenResult<std::uint32_t> mirrorSessionMax() const;
+    OpenResult<bool> isMirrorEnabled(std::uint32_t session) const;
+    OpenResult<IfNum> mirrorDestination(std::uint32_t session) const;  // NotFound: none
+    auto mirrorSources(std::uint32_t session) const { return Walk(MirrorStep{client_, session, IfNum{}}); }
+
     // --- system: identity, health, time, log, images, RADIUS, PTP
+
+    OpenResult<std::string> hostName() const;
+    OpenResult<std::string> location() const;
+    OpenResult<std::string> contact() const;
+    OpenResult<std::string> serialNumber() const;
+    OpenResult<Mac> burnedInMac() const;
+    // Seconds.
+    OpenResult<std::uint32_t> upTime() const;
+
+    // Tables of numbered entries, ascending.
+    auto sensors() const { return Walk(NumberStep{client_, rpcclt_openapiTempSensorNextGet, 0}); }
+    auto fans() const { return Walk(NumberStep{client_, rpcclt_openapiFanNextGet, 0}); }
+    auto powerSupplies() const { return Walk(NumberStep{client_, rpcclt_openapiPowerSupplyNextGet, 0}); }
+    auto sntpServers() const { return Walk(NumberStep{client_, rpcclt_openapiSntpServerNextGet, 0}); }
+    auto logHosts() const { return Walk(NumberStep{client_, rpcclt_openapiLogHostNextGet, 0}); }
+    auto radiusServers() const { return Walk(NumberStep{client_, rpcclt_openapiRadiusServerNextGet, 0}); }
+
+    OpenResult<std::string> sensorName(std::uint32_t sensor) const;
+    OpenResult<SensorStatus> sensorStatus(std::uint32_t sensor) const;
+    OpenResult<std::string> fanName(std::uint32_t fan) const;
+    OpenResult<FanStatus> fanStatus(std::uint32_t fan) const;
+    OpenResult<std::string> powerSupplyName(std::uint32_t supply) const;
+    OpenResult<UnitState> powerSupplyState(std::uint32_t supply) const;
+    OpenResult<std::uint32_t> cpuPercent() const;
+    OpenResult<MemoryStatus> memory() const;
+
+    // Seconds since 1970-01-01 UTC by the switch's clock.
+    OpenResult<std::uint32_t> clock() const;
+    OpenResult<TimeZone> timeZone() const;
+    OpenResult<SntpMode> sntpMode() const;
+    OpenResult<SntpStatus> sntpStatus() const;
+    OpenResult<SntpServer> sntpServer(std::uint32_t number) const;
+
+    OpenResult<LogSinkStatus> logSink(LogSink sink) const;
+    OpenResult<bool> syslog() const;  // the log hosts get lines
+    OpenResult<LogHost> logHost(std::uint32_t number) const;
+
+    OpenResult<RadiusTimers> radiusTimers() const;
+    OpenResult<RadiusServer> radiusServer(std::uint32_t number) const;
+    OpenResult<RadiusServerName> radiusServerName(std::uint32_t number) const;
+
+    OpenResult<bool> dot1x() const;
+    OpenResult<bool> isPortAuthorized(IfNum port) const;
+    OpenResult<PortReauthentication> portReauthentication(IfNum port) const;
+    OpenResult<bool> portPtpTc(IfNum port) const;
+    OpenResult<bool> portDot1as(IfNum port) const;
+    // As isStaticVlan, for those who have to tell "no" from "no answer".
+    OpenResult<bool> staticVlan(VlanId id) const;
 
     // --- neighbours: ARP, LLDP management addresses, switch-port mode
 
@@ -307,10 +390,22 @@ class Switch {
         bool askFirst;  // begin with the call for the first interface
         OpenResult<IfNum> operator()();
     };
+    struct NumberStep {
+        openapiClientHandle_t *client;
+        open_error_t (*next)(openapiClientHandle_t *, std::uint32_t, std::uint32_t *);
+        std::uint32_t last;
+        OpenResult<std::uint32_t> operator()();
+    };
     struct LldpIfStep {
         openapiClientHandle_t *client;
         IfNum last;
         OpenResult<IfNum> operator()();
+    };
+    struct MirrorStep {
+        openapiClientHandle_t *client;
+        std::uint32_t session;
+        IfNum last;
+        OpenResult<MirrorSource> operator()();
     };
     struct NeighbourStep {
         openapiClientHandle_t *client;

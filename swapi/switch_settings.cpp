@@ -29,7 +29,8 @@ struct AddressLine {
 constexpr AddressLine kAddressLines[] = {{"IP Address", &ManagementAddress::ip},
                                          {"Subnet Mask", &ManagementAddress::mask},
                                          {"Method", &ManagementAddress::method},
-                                         {"Default Gateway", &ManagementAddress::gateway}};
+                                         {"Default Gateway", &ManagementAddress::gateway},
+                                         {"Interface Status", &ManagementAddress::status}};
 
 std::optional<std::string> firstWord(std::string_view text) {
     std::istringstream words{std::string(text)};

@@ -35,6 +35,7 @@ struct ManagementAddress {
     std::optional<std::string> ip;
     std::optional<std::string> mask;
     std::optional<std::string> gateway;
+    std::optional<std::string> status;  // "Up" or "Down"
 };
 
 // --- parsers of what the commands print

@@ -25,12 +25,17 @@ IpMethod methodOf(std::string_view method) {
 // Columns: "vlan", number, state, address, mask, ..., method.
 std::optional<IpInterface> parseRow(std::string_view line) {
     std::istringstream in{std::string(line)};
-    std::string skipped, address, mask, method;
+    std::string skipped, state, address, mask, method;
     std::int32_t number = 0;
-    if (!(in >> skipped >> number >> skipped >> address >> mask >> skipped >> method))
+    if (!(in >> skipped >> number >> state >> address >> mask >> skipped >> method))
         return std::nullopt;
     const auto id = VlanId::from(number);
-    return id ? std::optional(IpInterface{*id, methodOf(method), address, mask}) : std::nullopt;
+    if (!id)
+        return std::nullopt;
+    IpInterface interface{*id, methodOf(method), address, mask, std::nullopt};
+    if (state == "Up" || state == "Down")
+        interface.isUp = state == "Up";
+    return interface;
 }
 
 // Another file for each of several callers at the same time.

@@ -3,6 +3,7 @@
 #define PAVO_VLAN_IP_INTERFACES_H
 
 #include <cstdint>
+#include <optional>
 #include <source_location>
 #include <string>
 #include <string_view>
@@ -19,6 +20,7 @@ struct IpInterface {
     IpMethod method = IpMethod::Other;
     std::string address;  // as printed
     std::string mask;
+    std::optional<bool> isUp;  // nothing for a state other than "Up" and "Down"
 
     bool operator==(const IpInterface &) const = default;
 };

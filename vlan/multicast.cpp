@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cstring>
 #include <random>
 #include <set>
 #include <utility>
@@ -64,12 +65,10 @@ class Scanner {
     // At most `most` characters: a longer word is taken in parts.
     bool word(std::size_t most, std::string_view &found) {
         skipBlanks();
-        std::size_t length = 0;
-        while (length < std::min(most, rest_.size()) && !isBlank(rest_[length]))
-            ++length;
-        found = rest_.substr(0, length);
-        rest_.remove_prefix(length);
-        return length > 0;
+        const std::string_view longest = rest_.substr(0, most);
+        found = {longest.begin(), std::ranges::find_if(longest, isBlank)};
+        rest_.remove_prefix(found.size());
+        return !found.empty();
     }
     // Where it stands, without blanks in front.
     bool take(std::string_view text) {
@@ -79,8 +78,8 @@ class Scanner {
         return true;
     }
     void skipBlanks() {
-        while (!rest_.empty() && isBlank(rest_.front()))
-            rest_.remove_prefix(1);
+        const auto *const first = std::ranges::find_if_not(rest_, isBlank);
+        rest_.remove_prefix(static_cast<std::size_t>(first - rest_.begin()));
     }
 
   private:
@@ -114,32 +113,58 @@ bool scanInterface(Scanner &in, std::string_view line, GroupRow &row) {
     return in.number(unit) && in.take("/") && in.number(row.port);
 }
 
-std::optional<GroupRow> parseFullRow(std::string_view line) {
-    GroupRow row;
+// False leaves something in `row`.
+bool parseFullRow(std::string_view line, GroupRow &row) {
     Scanner in(line);
     if (!in.number(row.vlan) || !scanPair(in, row.subscriber, row.subscriberMac) ||
         !scanPair(in, row.group, row.groupMac) || !scanInterface(in, line, row) ||
         !in.word(kTypeMax, row.type))
-        return std::nullopt;
+        return false;
+    row.timeout = 0;
     in.number(row.timeout);
-    return row;
+    return true;
 }
 
 bool isHeaderRule(std::string_view line) {
     return line.find("-------") != std::string_view::npos || line.find("=====") != std::string_view::npos;
 }
 
-void appendNumber(std::string &out, std::int64_t number) {
-    std::array<char, 24> digits{};
-    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
-    out.append(digits.data(), end);
-}
+// The text of a row is put together in a buffer that is large enough, with a check for room only where the length is
+// not known beforehand: tables have ten thousand rows.
+class RowPrinter {
+  public:
+    explicit RowPrinter(GroupRowRoom &room) : room_(room) {}
 
-void appendString(std::string &out, std::string_view key, std::string_view value) {
-    out += key;
-    appendEscaped(out, value);
-    out += '"';
-}
+    template <std::size_t N>
+    void add(const char (&text)[N]) {
+        std::memcpy(end_, text, N - 1);
+        end_ += N - 1;
+    }
+    void add(std::int64_t number) { end_ = std::to_chars(end_, room_.data() + room_.size(), number).ptr; }
+    // A string of at most kMacMax bytes.
+    void addEscaped(std::string_view text) {
+        unsigned special = 0;
+        char *to = end_;
+        for (const char c : text) {
+            special |= static_cast<unsigned>(c < ' ') | static_cast<unsigned>(c >= 0x7f) |
+                       static_cast<unsigned>(c == '"') | static_cast<unsigned>(c == '\\');
+            *to++ = c;
+        }
+        if (special != 0) {
+            std::string escaped;
+            appendEscaped(escaped, text);
+            to = std::copy(escaped.begin(), escaped.end(), end_);
+        }
+        end_ = to;
+    }
+    std::string_view row() const { return {room_.data(), static_cast<std::size_t>(end_ - room_.data())}; }
+
+  private:
+    // Keys and numbers, and five strings, of which a byte becomes six at most.
+    static_assert(std::tuple_size_v<GroupRowRoom> >= 256 + kMacMax * 5 * 6);
+    GroupRowRoom &room_;
+    char *end_ = room_.data();
+};
 
 }  // namespace
 
@@ -147,41 +172,53 @@ void appendString(std::string &out, std::string_view key, std::string_view value
 
 void forEachGroupRow(std::string_view shown, const std::function<void(const GroupRow &)> &visit) {
     bool inTable = false;
-    std::optional<GroupRow> previous;
+    bool seen = false;
+    GroupRow rows[2];
+    GroupRow *last = &rows[0];
+    GroupRow *next = &rows[1];
     forEachLine(shown, kLineMax, [&](std::string_view line) {
         if (!inTable) {
             inTable = isHeaderRule(line);
-        } else if (previous && (line.starts_with(' ') || line.starts_with('\t'))) {
-            GroupRow row = *previous;
+        } else if (seen && (line.starts_with(' ') || line.starts_with('\t'))) {
+            *next = *last;
             Scanner in(line);
-            if (scanPair(in, row.subscriber, row.subscriberMac) &&
-                row.subscriber.find('.') != std::string_view::npos)
-                visit(row);
-        } else if (auto row = parseFullRow(line)) {
-            visit(*row);
-            previous = *row;
+            if (scanPair(in, next->subscriber, next->subscriberMac) &&
+                next->subscriber.find('.') != std::string_view::npos)
+                visit(*next);
+        } else if (parseFullRow(line, *next)) {
+            std::swap(last, next);
+            seen = true;
+            visit(*last);
         }
         return true;
     });
 }
 
-void printGroupRow(const GroupRow &row, std::string &out) {
-    out = R"({"unit":1,"port":")";
-    out += row.onLag ? "lag" : "";
-    appendNumber(out, row.port);
-    out += R"(","vlanId":)";
-    appendNumber(out, row.vlan);
-    appendString(out, R"(,"subscriberAddress":")", row.subscriber);
-    appendString(out, R"(,"subscriberMacAddress":")", row.subscriberMac);
-    appendString(out, R"(,"multicastAddress":")", row.group);
-    appendString(out, R"(,"multicastMacAddress":")", row.groupMac);
-    appendString(out, R"(,"type":")", row.type);
-    out += R"(,"timeout":)";
+std::string_view printGroupRow(const GroupRow &row, GroupRowRoom &room) {
+    RowPrinter print(room);
+    print.add(R"({"unit":1,"port":")");
+    if (row.onLag)
+        print.add("lag");
+    print.add(std::int64_t{row.port});
+    print.add(R"(","vlanId":)");
+    print.add(std::int64_t{row.vlan});
+    print.add(R"(,"subscriberAddress":")");
+    print.addEscaped(row.subscriber);
+    print.add(R"(","subscriberMacAddress":")");
+    print.addEscaped(row.subscriberMac);
+    print.add(R"(","multicastAddress":")");
+    print.addEscaped(row.group);
+    print.add(R"(","multicastMacAddress":")");
+    print.addEscaped(row.groupMac);
+    print.add(R"(","type":")");
+    print.addEscaped(row.type);
+    print.add(R"(","timeout":)");
     if (row.hasTimeout())
-        appendNumber(out, row.timeout);
+        print.add(std::int64_t{row.timeout});
     else
-        out += "null";
-    out += '}';
+        print.add("null");
+    print.add("}");
+    return print.row();
 }
 
 Result<std::string> captureGroups(Switch sw, Where where) {
@@ -193,11 +230,8 @@ Result<> readGroups(Switch sw, RowSink &sink, Where where) {
     const auto shown = captureGroups(sw, where);
     if (!shown)
         return std::unexpected(shown.error());
-    std::string text;
-    forEachGroupRow(*shown, [&](const GroupRow &row) {
-        printGroupRow(row, text);
-        sink.add(text);
-    });
+    GroupRowRoom room;
+    forEachGroupRow(*shown, [&](const GroupRow &row) { sink.add(printGroupRow(row, room)); });
     return {};
 }
 
@@ -228,6 +262,21 @@ Result<std::optional<AccessListId>> findAccessList(Switch sw, const std::string 
     logError(where, "[%s:%d] Bad return code trying to get access list %s. (result = %d)\r\n", name,
              found.error());
     return switchFailed("the switch does not tell its access lists");
+}
+
+// The list, which is made unless it is there.
+Result<AccessListId> provideNetBlock(Switch sw, const Where &where) {
+    const auto found = findAccessList(sw, kNetBlock, where);
+    if (!found)
+        return std::unexpected(found.error());
+    if (const auto &id = *found)
+        return *id;
+    const auto created = sw.createAccessList(kNetBlock);
+    if (created)
+        return *created;
+    logError(where, "[%s:%d] Bad return code trying to create access list %s. (result = %d)\r\n", kNetBlock,
+             created.error());
+    return switchFailed("the switch refused the access list");
 }
 
 Result<std::vector<IfNum>> readBound(Switch sw, AccessListId list, Direction direction, const Where &where) {
@@ -398,8 +447,8 @@ Result<MulticastModes> readMulticastModes(Switch sw, Where where) {
     const auto list = findAccessList(sw, kNetBlock, where);
     if (!list)
         return std::unexpected(list.error());
-    if (*list) {
-        const auto bound = readBound(sw, **list, Direction::Outbound, where);
+    if (const auto &id = *list) {
+        const auto bound = readBound(sw, *id, Direction::Outbound, where);
         if (!bound)
             return std::unexpected(bound.error());
         for (const IfNum ifNum : *bound)
@@ -424,19 +473,10 @@ Result<> changeMulticastModes(Switch sw, const MulticastModes &wanted, Where whe
     const auto targets = targetsOf(sw, wanted, where);
     if (!targets)
         return std::unexpected(targets.error());
-    auto list = findAccessList(sw, kNetBlock, where);
+    const auto list = provideNetBlock(sw, where);
     if (!list)
         return std::unexpected(list.error());
-    if (!*list) {
-        const auto created = sw.createAccessList(kNetBlock);
-        if (!created) {
-            logError(where, "[%s:%d] Bad return code trying to create access list %s. (result = %d)\r\n",
-                     kNetBlock, created.error());
-            return switchFailed("the switch refused the access list");
-        }
-        *list = *created;
-    }
-    Bindings bindings(sw, **list, where);
+    Bindings bindings(sw, *list, where);
     if (auto read = bindings.read(); !read)
         return read;
     for (const ModeTarget &target : *targets)
@@ -682,13 +722,13 @@ Result<> changeDenyList(Switch sw, std::span<const std::string> addresses, Where
     if (auto writing = written.write(*script, where); !writing)
         return writing;
     std::optional<FormerRules> former;
-    if (*list) {
-        auto read = FormerRules::read(sw, **list, where);
+    if (const auto &id = *list) {
+        auto read = FormerRules::read(sw, *id, where);
         if (!read)
             return std::unexpected(std::move(read).error());
-        former = std::move(*read);
-        if (auto cleared = clearRules(sw, **list, where); !cleared) {
-            former->bringBack(where);
+        const FormerRules &rules = former.emplace(std::move(*read));
+        if (auto cleared = clearRules(sw, *id, where); !cleared) {
+            rules.bringBack(where);
             return cleared;
         }
     }
@@ -702,7 +742,8 @@ Result<> clearAccessList(Switch sw, const std::string &name, Where where) {
     const auto list = findAccessList(sw, name, where);
     if (!list)
         return std::unexpected(list.error());
-    return *list ? clearRules(sw, **list, where) : Result<>();
+    const auto &id = *list;
+    return id ? clearRules(sw, *id, where) : Result<>();
 }
 
 }  // namespace pavo

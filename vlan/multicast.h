@@ -1,13 +1,14 @@
 // Multicast groups, what interfaces do with multicast, and which addresses are denied.
 //
-// An interface is normal, has a multicast router behind it, or is blocked: the access list "NET-BLOCK" is bound to
-// it in both directions. The lines of that list deny what is to be blocked and permit the rest.
+// An interface is normal, has a multicast router behind it, or is blocked: the access list "NET-BLOCK" is
+// bound to it in both directions. The lines of that list deny what is to be blocked and permit the rest.
 //
-// Failures have been logged, on behalf of the operation that `where` names. Any thread may call; changes wait for
-// each other, in this process and in others.
+// Failures have been logged, on behalf of the operation that `where` names. Any thread may call; changes wait
+// for each other, in this process and in others.
 #ifndef PAVO_VLAN_MULTICAST_H
 #define PAVO_VLAN_MULTICAST_H
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -51,11 +52,13 @@ void forEachGroupRow(std::string_view shown, const std::function<void(const Grou
 // The row as one JSON object in one line:
 // {"unit":1,"port":"5","vlanId":20,"subscriberAddress":"10.0.0.1","subscriberMacAddress":"00:11:22:33:44:55",
 //  "multicastAddress":"239.1.1.1","multicastMacAddress":"01:00:5E:01:01:01","type":"v2","timeout":260}
-// The port of a LAG is "lag3"; the timeout is null without one. Replaces what is in `out`.
-void printGroupRow(const GroupRow &row, std::string &out);
+// The port of a LAG is "lag3"; the timeout is null without one. The result is in `room`, which is large enough for
+// any row.
+using GroupRowRoom = std::array<char, 1024>;
+std::string_view printGroupRow(const GroupRow &row, GroupRowRoom &room);
 
-// The table as the switch prints it, and its rows in a sink, in printGroupRow()'s form. Failed or OpenFailed when
-// it cannot be captured.
+// The table as the switch prints it, and its rows in a sink, in printGroupRow()'s form. Failed or OpenFailed
+// when it cannot be captured.
 Result<std::string> captureGroups(Switch sw, Where where = std::source_location::current());
 Result<> readGroups(Switch sw, RowSink &sink, Where where = std::source_location::current());
 
@@ -79,9 +82,9 @@ struct MulticastModes {
 // Every interface that is not normal: the blocked ones, then those with a router. One may be both.
 Result<MulticastModes> readMulticastModes(Switch sw, Where where = std::source_location::current());
 
-// Sets the modes of the interfaces named; where one is named twice, the last entry counts. Nothing is changed when
-// one of them does not exist or the present state cannot be read, and what was changed is taken back when a later
-// step fails.
+// Sets the modes of the interfaces named; where one is named twice, the last entry counts. Nothing is changed
+// when one of them does not exist or the present state cannot be read, and what was changed is taken back
+// when a later step fails.
 Result<> changeMulticastModes(Switch sw, const MulticastModes &wanted,
                               Where where = std::source_location::current());
 
@@ -95,12 +98,13 @@ std::vector<std::string> parseDenyList(std::string_view shown);
 // Empty when there is no access list.
 Result<std::vector<std::string>> readDenyList(Switch sw, Where where = std::source_location::current());
 
-// The script that denies these addresses, or deletes the list when there are none. Of an address the first nine
-// characters count, as the first of its four numbers decides. InvalidArgument, with a human-readable reason, when
-// one is no address even so, or when the script would be longer than 2047 characters.
+// The script that denies these addresses, or deletes the list when there are none. Of an address the first
+// nine characters count, as the first of its four numbers decides. InvalidArgument, with a human-readable
+// reason, when one is no address even so, or when the script would be longer than 2047 characters.
 Result<std::string> denyListScript(std::span<const std::string> addresses,
                                    Where where = std::source_location::current());
-// Puts the lines of the access list in the place of those that are there; these are brought back when it fails.
+// Puts the lines of the access list in the place of those that are there; these are brought back when it
+// fails.
 Result<> changeDenyList(Switch sw, std::span<const std::string> addresses,
                         Where where = std::source_location::current());
 

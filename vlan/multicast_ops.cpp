@@ -205,7 +205,9 @@ std::int32_t buildMulticastModeJson(openapiClientHandle_t *client, char **json) 
 
 std::int32_t setMulticastMode(openapiClientHandle_t *client, const char *json) {
     const Where where = std::source_location::current();
-    const JsonPtr request(json != nullptr ? cJSON_Parse(json) : nullptr);
+    if (json == nullptr)
+        return refuseFormat(where);
+    const JsonPtr request(cJSON_Parse(json));
     const cJSON *const config = member(request.get(), "multicastModeConfig");
     const cJSON *const ports = member(config, "physicalPort");
     const cJSON *const lags = member(config, "lagPort");

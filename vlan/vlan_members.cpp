@@ -32,6 +32,79 @@ Result<std::vector<IfNum>> readMembers(Switch sw, IfNum lag, std::uint32_t max, 
     }
 }
 
+std::unexpected<Failure> reportUnread(const std::string &what, OpenError code, const Where &where) {
+    const auto reason = what + " cannot be read";
+    logError(where, "[%s:%d] VLAN members: %s (result = %d)\n", reason, code);
+    return failed(ResultCode::Failed, reason);
+}
+
+// Reads the membership of all interfaces of a kind into `vlans`, or fails.
+class WholeReader {
+  public:
+    WholeReader(Switch sw, EmptyLags emptyLags, std::map<VlanId, VlanMembers> &vlans, const Where &where)
+        : sw_(sw), emptyLags_(emptyLags), vlans_(vlans), where_(where) {}
+
+    Result<> readPorts() {
+        auto ports = sw_.ports();
+        for (const IfNum port : ports)
+            if (auto read = place(port, port, &VlanMembers::untaggedPorts, &VlanMembers::taggedPorts, true);
+                !read)
+                return read;
+        if (const auto broken = ports.brokenBy())
+            return reportUnread("the list of ports", *broken, where_);
+        return {};
+    }
+
+    Result<> readLags() {
+        auto lags = sw_.lags();
+        std::optional<LagNumbering> numbering;
+        OpenResult<std::uint32_t> max = 0;
+        for (const IfNum lag : lags) {
+            if (!numbering) {
+                numbering = LagNumbering{lag};
+                max = sw_.lagMaxMembers();
+            }
+            const auto members = max ? sw_.lagMembers(lag, *max) : std::unexpected(max.error());
+            if (!members)
+                return reportUnread("the list of LAG members", members.error(), where_);
+            if (members->empty() && emptyLags_ == EmptyLags::Nowhere)
+                continue;
+            if (auto read = place(lag, numbering->numberOf(lag), &VlanMembers::untaggedLags,
+                                  &VlanMembers::taggedLags, !members->empty());
+                !read)
+                return read;
+        }
+        if (const auto broken = lags.brokenBy())
+            return reportUnread("the list of LAGs", *broken, where_);
+        return {};
+    }
+
+  private:
+    template <class Number>
+    Result<> place(IfNum ifNum, Number number, std::vector<Number> VlanMembers::*untagged,
+                   std::vector<Number> VlanMembers::*tagged, bool isUsed) {
+        const auto what = "the VLANs of interface " + std::to_string(ifNum.number());
+        const auto pvid = sw_.pvidNumber(ifNum);
+        if (!pvid)
+            return reportUnread(what, pvid.error(), where_);
+        const auto ids = sw_.taggedVlans(ifNum);
+        if (!ids)
+            return reportUnread(what, ids.error(), where_);
+        if (const auto id = VlanId::from(*pvid); id && (isUsed || id != kDefaultVlan))
+            if (const auto vlan = vlans_.find(*id); vlan != vlans_.end())
+                (vlan->second.*untagged).push_back(number);
+        for (const VlanId id : *ids)
+            if (const auto vlan = vlans_.find(id); vlan != vlans_.end())
+                (vlan->second.*tagged).push_back(number);
+        return {};
+    }
+
+    Switch sw_;
+    EmptyLags emptyLags_;
+    std::map<VlanId, VlanMembers> &vlans_;
+    Where where_;
+};
+
 }  // namespace
 
 void MemberCollector::addSlot(std::optional<VlanId> id) {
@@ -72,6 +145,13 @@ void MemberCollector::collectLags(Switch sw, LagNumbering numbering, Where where
         if (const auto members = readMembers(sw, lag, *max, where); members && !members->empty())
             place(sw, lag, numbering.numberOf(lag), &VlanMembers::taggedLags, &VlanMembers::untaggedLags,
                   where);
+}
+
+Result<> readAllMembers(Switch sw, EmptyLags emptyLags, std::map<VlanId, VlanMembers> &vlans, Where where) {
+    WholeReader reader(sw, emptyLags, vlans, where);
+    if (auto read = reader.readPorts(); !read)
+        return read;
+    return reader.readLags();
 }
 
 Result<LagNumbering> readLagNumbering(Switch sw, Where where) {

@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <source_location>
 #include <vector>
@@ -54,6 +55,15 @@ class MemberCollector {
     std::vector<std::optional<std::size_t>> slotByVlan_ =
         std::vector<std::optional<std::size_t>>(VlanId::kMax + 1);
 };
+
+// What becomes of LAGs without members: they are nowhere, or where they are configured to be. The latter does
+// not count VLAN 1 as PVID: an interface that nobody uses is there because it has to be somewhere.
+enum class EmptyLags { Nowhere, InTheirVlans };
+
+// Adds the members of the VLANs that are the keys of `vlans`. Failed (logged once) as soon as the switch does
+// not answer: there are no gaps.
+Result<> readAllMembers(Switch sw, EmptyLags emptyLags, std::map<VlanId, VlanMembers> &vlans,
+                        Where where = std::source_location::current());
 
 // The numbers of LAGs; Failed (logged) when there is no LAG interface.
 Result<LagNumbering> readLagNumbering(Switch sw, Where where = std::source_location::current());

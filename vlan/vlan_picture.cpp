@@ -1,9 +1,11 @@
 #include "vlan/vlan_picture.h"
 
 #include <cstddef>
+#include <map>
 #include <new>
 #include <utility>
 
+#include "common/files.h"
 #include "common/log.h"
 #include "platform/paths.h"
 #include "store/profile_db.h"
@@ -111,10 +113,66 @@ std::optional<bool> findPtpTc(const VlanPicture &picture, ProfileTemplateCache &
     return profile->isTrue(TemplateKey::Ptp);
 }
 
+std::unexpected<Failure> reportUnread(const char *what, OpenError code, const Where &where) {
+    logError(where, "[%s:%d] VLAN list: %s cannot be read (result = %d)\n", what, code);
+    return failed(ResultCode::Failed, std::string(what) + " cannot be read");
+}
+
+// The rows of a database that is there; none without one.
+Result<std::vector<ProfileRow>> readRowsIfAny(const Where &where) {
+    if (!fileExists(platform::paths::kProfileDb))
+        return std::vector<ProfileRow>{};
+    auto rows = readProfileRows(where);
+    if (!rows)
+        return failed(ResultCode::Failed, "the profile database cannot be read");
+    return std::move(*rows);
+}
+
+// The VLANs of the switch with what the rows say of them.
+Result<std::vector<VlanPicture>> readPictures(Switch sw, const std::vector<ProfileRow> &rows,
+                                              const Where &where) {
+    std::optional<std::uint32_t> nameSize;
+    std::vector<VlanPicture> pictures;
+    auto walk = sw.vlans();
+    for (const VlanId id : walk) {
+        VlanPicture &picture = pictures.emplace_back();
+        picture.id = id;
+        const auto isStatic = sw.staticVlan(id);
+        if (!isStatic)
+            return reportUnread("the type of a VLAN", isStatic.error(), where);
+        picture.isStatic = *isStatic;
+        if (const auto *const row = findProfileRow(rows, static_cast<std::int32_t>(id.number()))) {
+            applyRow(picture, *row);
+            continue;
+        }
+        if (id == kDefaultVlan) {
+            applyRow(picture, defaultProfileRow());
+            continue;
+        }
+        if (!nameSize) {
+            const auto size = readNameSize(sw, where);
+            if (!size)
+                return std::unexpected(size.error());
+            nameSize = *size;
+        }
+        const auto name = sw.vlanName(id, *nameSize);
+        if (!name)
+            return reportUnread("the name of a VLAN", name.error(), where);
+        picture.name = name->empty() ? formatText("VLAN%u", id) : *name;
+    }
+    if (const auto broken = walk.brokenBy())
+        return reportUnread("the list of VLANs", *broken, where);
+    return pictures;
+}
+
+Result<ManagementAddress> readManagement(Switch sw, const Where &where) {
+    return underLock(
+        platform::paths::kIpManagementGetLock, [&] { return readManagementAddress(sw, where); }, where);
+}
+
 // VLAN 1 unless the switch names another.
 std::int32_t readManagementVlan(Switch sw, const Where &where) {
-    const auto address = underLock(
-        platform::paths::kIpManagementGetLock, [&] { return readManagementAddress(sw, where); }, where);
+    const auto address = readManagement(sw, where);
     return address ? address->vlan.value_or(1) : 1;
 }
 
@@ -136,6 +194,30 @@ Result<std::vector<VlanPicture>> readVlanPictures(Switch sw, Where where) {
     std::vector<VlanMembers> members = collector.takeSlots();
     for (std::size_t i = 0; i < pictures.size(); ++i)
         pictures[i].members = std::move(members[i]);
+    return pictures;
+}
+
+Result<std::vector<VlanPicture>> readWholeVlanPictures(Switch sw, Where where) {
+    const auto rows = readRowsIfAny(where);
+    if (!rows)
+        return std::unexpected(rows.error());
+    auto pictures = readPictures(sw, *rows, where);
+    if (!pictures)
+        return pictures;
+    const auto management = readManagement(sw, where);
+    if (!management)
+        return std::unexpected(management.error());
+    std::map<VlanId, VlanMembers> members;
+    for (const VlanPicture &picture : *pictures)
+        members.emplace(picture.id, VlanMembers{});
+    if (const auto read = readAllMembers(sw, EmptyLags::Nowhere, members, where); !read)
+        return std::unexpected(read.error());
+    ProfileTemplateCache templates;
+    for (VlanPicture &picture : *pictures) {
+        picture.isManagement = management->vlan == static_cast<std::int32_t>(picture.id.number());
+        picture.ptpTc = findPtpTc(picture, templates);
+        picture.members = std::move(members.at(picture.id));
+    }
     return pictures;
 }
 

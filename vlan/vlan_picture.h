@@ -35,7 +35,14 @@ struct VlanPicture {
 // or, without one, "VLAN10". A port or LAG in a VLAN that is not on the switch counts for the first one.
 Result<std::vector<VlanPicture>> readVlanPictures(Switch sw, Where where = std::source_location::current());
 
-// The same without the members.
+// The same without gaps: Failed (logged once) as soon as the switch or the profile database does not
+// answer, so that nothing unknown is taken for the state of the switch. A port or LAG in a VLAN that is not
+// on the switch is left out. No VLAN is the management VLAN when the switch does not show one. Without a
+// profile database, all VLANs are in the default profile.
+Result<std::vector<VlanPicture>> readWholeVlanPictures(Switch sw,
+                                                       Where where = std::source_location::current());
+
+// The same as readVlanPictures without the members.
 std::vector<VlanPicture> readVlanBases(Switch sw, Where where = std::source_location::current());
 
 // One VLAN, without its members, isManagement and ptpTc; nothing when it is not on the switch. A VLAN that no

@@ -1,5 +1,5 @@
-// The cached answers about multicast. The response cache refers to its producers weakly, which takes nothing out of a
-// library: what is named here comes along with this folder, and getDenyList() with it.
+// The cached answers about multicast. The response cache refers to its producers weakly, which takes nothing
+// out of a library: what is named here comes along with this folder, and getDenyList() with it.
 #include "store/producers.h"
 #include "vlan/multicast_ops.h"
 

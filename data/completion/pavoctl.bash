@@ -19,14 +19,15 @@ _pavoctl() {
     for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
         case $word in
             -*) ;;
-            profile | vlan | multicast | cache | vendor) [ -z "$command" ] && command=$word ;;
+            profile | vlan | neighbours | multicast | cache | vendor) [ -z "$command" ] && command=$word ;;
             *) [ -n "$command" ] && [ -z "$sub" ] && sub=$word ;;
         esac
     done
     local IFS=$'\n'
     case "$command/$sub" in
-        /) words=$'profile\nvlan\nmulticast\ncache\nvendor\n--json\n--help' ;;
+        /) words=$'profile\nvlan\nneighbours\nmulticast\ncache\nvendor\n--json\n--help' ;;
         profile/) words=$'types\ntemplates\nlist\nshow\nstatus\napply\ndelete\n--help' ;;
+        neighbours/) words=$'--follow\n--interval\n--json\n--help' ;;
         vlan/) words=$'list\nshow\n--help' ;;
         multicast/) words=$'groups\nmode\ndeny\n--help' ;;
         multicast/groups) words=$'--cache\n--help' ;;

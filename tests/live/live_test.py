@@ -7,7 +7,6 @@ PAVO_BUILD names the build folder. Reachability through a whole story is tested 
 import ctypes
 import json
 import os
-import re
 import signal
 import socket
 import struct
@@ -521,6 +520,7 @@ class BridgeTest(PlainTest):
         plain, prioritised = ethernet(BROADCAST, stray, "88b5"), ethernet(BROADCAST, stray, "8100a000", "88b5")
         self.assertEqual([2, 2], [len(got) for got in self.received("media", [plain, prioritised], "wall", "desk").values()])
         self.see("the sender is learned", lambda: self.rig.rows("fdb", mac=stray.upper()))
+        self.addCleanup(self.on, 3, "vlan participation include 1")
         self.on(3, "vlan participation exclude 1")
         self.configured()
         self.see("the sender is forgotten", lambda: not self.rig.rows("fdb", mac=stray.upper()))
@@ -556,10 +556,14 @@ class BridgeTest(PlainTest):
         self.on(1, "vlan participation include 20", "vlan tagging 20")
         self.configured()
         media, desk = self.devices["media"].mac, self.devices["desk"].mac
+        # A kernel that takes no program for the ports: the switch says so, and does without.
+        marked = "802.1ad tags and drop-eligible bits" not in self.rig.system_log()
         # Tags of a frame from media, those at desk, which is tagged, and those at wall, which is not.
         cases = [("", "81000014", ""), ("8100a000", "8100a014", ""), ("8100e000", "8100e014", ""),
                  ("88a8c01e", "8100001488a8c01e", "88a8c01e"), ("8100e00088a8001e", "8100e01488a8001e", "88a8001e")]
         for sent, at_desk, at_wall in cases:
+            if "88a8" in sent and not marked:
+                continue
             got = self.received("media", [ethernet(BROADCAST, media, sent, "88b5")], "desk", "wall")
             for name, tags in (("desk", at_desk), ("wall", at_wall)):
                 expected = ethernet(BROADCAST, media, tags, "88b5").rstrip(b"\0")
@@ -567,7 +571,7 @@ class BridgeTest(PlainTest):
         # From one tagged port to another all of the tag comes through, the drop-eligible bit included.
         self.on(4, "vlan tagging 20")
         self.configured()
-        for tci in ("0014", "a014", "1014", "f014"):
+        for tci in ("0014", "a014", "1014", "f014") if marked else ("0014", "a014"):
             got = self.received("desk", [ethernet(BROADCAST, desk, "8100" + tci, "88b5")], "wall", "media")
             self.assertEqual(["8100" + tci], [frame[12:16].hex() for frame in got["wall"]])
             self.assertEqual(["88b5"], [frame[12:14].hex() for frame in got["media"]], tci)
@@ -633,7 +637,7 @@ class MulticastTest(PlainTest):
         self.net.end(member)
 
     def groups(self):
-        return [line for line in self.rig.cli("show igmpsnooping group") if re.match(r"\s*\d|.*239\.", line)]
+        return [line for line in self.rig.cli("show igmpsnooping group").splitlines() if "239." in line]
 
     def hearers(self, sender, group, *, count=20):
         """Who receives a group's frames, and how many copies of each."""
@@ -694,8 +698,13 @@ class MulticastTest(PlainTest):
         def reports(*names):
             captures = {name: self.net.capture(name, "eth0", "-Q", "in", "igmp and host " + self.devices["media"].address)
                         for name in ("desk", "wall")}
-            with captures["desk"], captures["wall"]:
+
+            def reported():
                 self.leave(self.join("media", self.GROUP))
+                return all(int((captures[name].statistics() or "0")[0]) for name in names)
+
+            with captures["desk"], captures["wall"]:
+                self.rig.wait_for(reported, 15, f"{names} hear the reports")
                 time.sleep(0.5)
             self.assertEqual(set(names), {name for name, seen in captures.items() if seen.packets()})
 

@@ -4,6 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <string>
+#include <thread>
+#include <vector>
 
 #include "common/log.h"
 #include "tests/support/root.h"
@@ -109,6 +112,25 @@ TEST_F(ChunkSinkTest, NothingIsStoredBeforeTheEnd) {
             unfinished.add("{}");
     }
     EXPECT_EQ(before, cache);
+}
+
+TEST_F(ChunkSinkTest, ListsOfSeveralThreadsDoNotMix) {
+    std::vector<std::thread> threads;
+    for (const std::size_t count : {100, 700, 1300, 1900})
+        threads.emplace_back([this, count] {
+            for (int i = 0; i < 50; ++i)
+                storeRows(count);
+        });
+    for (auto &thread : threads)
+        thread.join();
+    // What is left is one of the lists, and nothing of another.
+    std::size_t rows = 0;
+    for (const auto &[key, answer] : cache) {
+        rows += rowsIn(key);
+        const bool isLast = key == "groups_ex/" + std::to_string(cache.size() - 1);
+        EXPECT_EQ(isLast ? 1u : 0u, test_support::occurrences(answer, "\"isLastChunk\":true")) << key;
+    }
+    EXPECT_EQ((cache.size() - 1) * 600 + 100, rows);
 }
 
 TEST_F(ChunkSinkTest, PageJoinsRows) {

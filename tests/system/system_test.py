@@ -24,7 +24,7 @@ TREE = os.path.dirname(os.path.dirname(HERE))
 BUILD = os.environ.get("PAVO_BUILD", os.path.join(TREE, "build", "dev"))
 sys.path.insert(0, os.path.join(TREE, "demo"))
 
-from rig import FOLDERS, TEMPLATES, Rig  # noqa: E402
+from rig import FOLDERS, TEMPLATES, VENDORS, Rig  # noqa: E402
 
 LIMIT = 60  # real seconds that any one event may take
 AUDAC = "AUDAC Audio and Control Network"
@@ -372,6 +372,45 @@ class SystemTest(unittest.TestCase):
         self.assertEqual(1, len(json.loads(ctl("faults").stdout)["faults"]))
         self.assertEqual(0, len(json.loads(ctl("faults", "--clear").stdout)["faults"]))
         self.assertNotEqual(0, ctl("table", "nothing").returncode)
+        # The outside world of a port: what is plugged in, what is in its cage, what goes wrong there.
+        self.assertEqual(0, ctl("plug", "tap", "0/30", "00:1b:92:00:30:01", "--speed", "100",
+                                "--half-duplex").returncode)
+        self.assertEqual(0, ctl("sfp", "0/30", "--vendor", "ACME", "--wavelength", "1310", "--temperature",
+                                "-5000").returncode)
+        self.assertEqual(0, ctl("errors", "0/30", "--inErrors", "18446744073709551615").returncode)
+        status = ctl("exec", "show port status all", "show fiber-ports optics all").stdout
+        self.assertRegex(status, r"0/30 +SFP +auto +100 Half +Up")
+        self.assertRegex(status, r"0/30 +ACME +-5\.0 ")
+        self.assertEqual(18446744073709551615, json.loads(ctl("--json", "table", "counters").stdout)[29]["inErrors"])
+        self.assertEqual(0, ctl("errdisable", "0/30", "bpdu-guard").returncode)
+        self.assertEqual(0, ctl("sfp", "0/30", "--remove").returncode)
+        self.assertIn("DAC-10G-1M", ctl("table", "sfp").stdout)
+        self.assertRegex(ctl("exec", "show port status all").stdout, r"0/30 +SFP +auto +Down  bpdu-guard")
+        for refused in (("sfp", "0/1", "--vendor", "ACME"), ("errdisable", "0/1", "boredom"),
+                        ("errors", "0/99", "--inErrors", "1"), ("plug", "x", "0/1", "00:1b:92:00:30:02", "--speed", "-1")):
+            self.assertNotEqual(0, ctl(*refused).returncode, refused)
+
+    def test_health_from_the_command_line(self):
+        self.rig.start_switch()
+
+        def ctl(*words):
+            return run([self.rig.program("vswitchctl"), *words], env=self.rig.env)
+
+        for words in ("temperature 2 -15", "temperature 1 --failed", "fan 2 failed", "fan 1 operational --rpm 900",
+                      "power 1 absent", "cpu 44", "memory 100 50"):
+            self.assertEqual(0, ctl("health", *words.split()).returncode, words)
+        health = json.loads(ctl("health").stdout)
+        self.assertEqual([("failed", 52), ("normal", -15)],
+                         [(sensor["state"], sensor["celsius"]) for sensor in health["sensors"][:2]])
+        self.assertEqual([("operational", 900), ("failed", 0)], [(fan["state"], fan["rpm"]) for fan in health["fans"]])
+        self.assertEqual("absent", health["supplies"][0]["state"])
+        self.assertEqual((44, {"totalKb": 100, "freeKb": 50}), (health["cpu"], health["memory"]))
+        for words in ("fan 9 failed", "fan 1 broken", "cpu 101", "temperature 1 301", "memory 50 100"):
+            self.assertNotEqual(0, ctl("health", *words.split()).returncode, words)
+        self.assertEqual(health, json.loads(ctl("health").stdout))
+        self.assertNotEqual(0, ctl("supplicant", "0/1").returncode)  # nobody is there
+        ctl("link", "0/1", "up")
+        self.assertEqual(0, ctl("supplicant", "0/1").returncode)
 
     # --- faults of the switch
 
@@ -654,6 +693,7 @@ class SystemTest(unittest.TestCase):
         script = f"""source {completion}; PATH={os.path.dirname(self.rig.program('pavoctl'))}:$PATH
             complete_line() {{ COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _pavoctl; printf '%s\n' "${{COMPREPLY[@]}}"; }}
             complete_line pavoctl pro; complete_line pavoctl profile de; complete_line pavoctl profile show B
+            complete_line pavoctl cache ref; complete_line pavoctl cache read profile/
             complete_line pavoctl profile sta; complete_line pavoctl profile status B
             complete_line pavoctl profile apply --type 'Video N'; complete_line pavoctl profile apply --pl
             complete_line pavoctl profile apply --vlan '"20 untagged=1,'; complete_line pavoctl profile show '"$'"""
@@ -661,7 +701,8 @@ class SystemTest(unittest.TestCase):
         ctl("profile", "apply", "--name", f"$(touch {evidence})", "--type", "Data", "--vlan", "21")
         done = run(["bash", "-c", script], env=self.rig.env)
         self.assertEqual("", done.stderr)
-        for word in ("profile", "delete", "status", "B", "NDI4", "--plan", "20 untagged=1,lag", "\\$(touch"):
+        for word in ("profile", "delete", "status", "refresh", "profile/list_ex", "B", "NDI4", "--plan",
+                     "20 untagged=1,lag", "\\$(touch"):
             self.assertIn(word, done.stdout)
         self.assertFalse(os.path.exists(evidence), "names are not expanded")
         ctl("profile", "delete", f"$(touch {evidence})")
@@ -693,13 +734,14 @@ class ProgramTest(unittest.TestCase):
                          for name in os.listdir(os.path.join(TREE, "data", "profileTemplate"))}
             self.assertEqual({"usr/sbin/pavo_detection", "usr/bin/pavoctl", "usr/sbin/vswitchd", "usr/bin/vswitchctl",
                               "usr/share/bash-completion/completions/pavoctl", "usr/share/doc/pavo/README.md",
-                              "usr/share/doc/pavo/CHANGELOG.md"} | templates, installed)
+                              "usr/share/doc/pavo/CHANGELOG.md", VENDORS[1:]} | templates, installed)
 
             def pavoctl(*words):
                 return run([os.path.join(stage, "usr/bin/pavoctl"), *words], env=dict(os.environ, PAVO_ROOT=stage),
                            check=True).stdout
 
             self.assertIn("A first profile", pavoctl("--help"))
+            self.assertEqual("l-acoustics\n", pavoctl("vendor", "00:1b:92:01:02:03"))
             switch = subprocess.Popen([os.path.join(stage, "usr/sbin/vswitchd")], stdout=subprocess.PIPE,
                                       env=dict(os.environ, PAVO_ROOT=stage))
             try:

@@ -44,11 +44,13 @@ TEST(IpInterfacesTest, LinesOfVlansWithAllColumns) {
          "vlan 10    Up      192.168.1.1     255.255.255.0   Primary         Manual\n"
          "vlan 20    Down    0.0.0.0         0.0.0.0         None            DHCP\n"
          "vlan 30    Up      10.0.0.1        255.0.0.0       Primary         None\r\n",
-         {{VlanId(10), IpMethod::Manual, "192.168.1.1", "255.255.255.0"},
-          {VlanId(20), IpMethod::Dhcp, "0.0.0.0", "0.0.0.0"},
-          {VlanId(30), IpMethod::Other, "10.0.0.1", "255.0.0.0"}}},
+         {{VlanId(10), IpMethod::Manual, "192.168.1.1", "255.255.255.0", true},
+          {VlanId(20), IpMethod::Dhcp, "0.0.0.0", "0.0.0.0", false},
+          {VlanId(30), IpMethod::Other, "10.0.0.1", "255.0.0.0", true}}},
         {"vlan 0 Up 1.1.1.1 2.2.2.2 P Manual\nvlan 4095 Up 1.1.1.1 2.2.2.2 P Manual\n", {}},
         {"vlan x Up 1.1.1.1 2.2.2.2 P Manual\nvlan 99999999999 Up 1.1.1.1 2.2.2.2 P Manual", {}},
+        {"vlan 10 Booting 1.1.1.1 2.2.2.2 P None\n",
+         {{VlanId(10), IpMethod::Other, "1.1.1.1", "2.2.2.2", std::nullopt}}},
         {"vlan 10 Up 1.1.1.1 2.2.2.2 P\n vlan 10 Up 1.1.1.1 2.2.2.2 P Manual\nVlan 9 U 1 2 P Manual", {}},
     };
     for (const auto &row : cases)

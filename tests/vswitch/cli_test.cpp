@@ -63,15 +63,10 @@ constexpr const char *kAmbiguous = "% Ambiguous command.\n";
 
 // Words that fit a syntax; of alternatives the first or the last one.
 std::vector<std::string> exampleOf(const Command &command, bool last) {
-    static const std::map<std::string, std::string> kArguments = {{"vlan", "10"},
-                                                                  {"vlans", "10,20-22"},
-                                                                  {"mac", "00:1b:92:02:00:01"},
-                                                                  {"ip", "10.0.0.1"},
-                                                                  {"net", "239.255.2"},
-                                                                  {"port", "0/2"},
-                                                                  {"ports", "0/1,0/3-0/4"},
-                                                                  {"lag", "2"},
-                                                                  {"text", "\"a \\\"b\\\"\""}};
+    static const std::map<std::string, std::string> kArguments = {
+        {"vlan", "10"},           {"vlans", "10,20-22"}, {"mac", "00:1b:92:02:00:01"},
+        {"ip", "10.0.0.1"},       {"net", "239.255.2"},  {"port", "0/2"},
+        {"ports", "0/1,0/3-0/4"}, {"lag", "2"},          {"text", "\"a \\\"b\\\"\""}};
     std::vector<std::string> words;
     std::istringstream syntax(command.syntax);
     for (std::string word; syntax >> word;) {

@@ -50,7 +50,9 @@ std::string fdb(const Model &model) {
 
 // What "ovs-ofctl" has printed, without transaction ids.
 std::string withoutNumbers(const std::string &printed) {
-    return std::regex_replace(printed, std::regex("OFPT_FLOW_MOD \\(OF1.4\\) \\(xid=0x[0-9a-f]+\\): |(usable|chosen) protocols?: .*\n"), "");
+    return std::regex_replace(
+        printed,
+        std::regex("OFPT_FLOW_MOD \\(OF1.4\\) \\(xid=0x[0-9a-f]+\\): |(usable|chosen) protocols?: .*\n"), "");
 }
 
 std::string decoded(const std::string &messages) {
@@ -160,8 +162,14 @@ TEST_F(LiveTest, RowsAndAddressesFollowWhateverChanges) {
         if (upTo(3) == 0)
             model.seeAddresses({{mac(upTo(3)), vlan(), upTo(9) + 1}, {mac(upTo(9)), vlan(), upTo(9) + 1}});
         for (int times = 0; times < 3; ++times)
-            model.hearIgmp({upTo(3) == 0 ? IgmpKind::Leave : IgmpKind::Report, vlan(), upTo(5) + 1, 2, mac(upTo(9)),
-                            0x0a000000 + upTo(9), 0xe8010100 + upTo(3), {}});
+            model.hearIgmp({upTo(3) == 0 ? IgmpKind::Leave : IgmpKind::Report,
+                            vlan(),
+                            upTo(5) + 1,
+                            2,
+                            mac(upTo(9)),
+                            0x0a000000 + upTo(9),
+                            0xe8010100 + upTo(3),
+                            {}});
         ASSERT_LE(model.fdb().size(), 4u);
         for (const auto &[key, entry] : model.fdb())
             ASSERT_TRUE(model.hasVlan(key.vlan) && model.interface(entry.port)->linkUp &&
@@ -171,7 +179,8 @@ TEST_F(LiveTest, RowsAndAddressesFollowWhateverChanges) {
         const auto wanted = flowsOf(next);
         const auto update = flowUpdate(was, {}, next, {});
         ASSERT_EQ(flowChanges(rows, wanted), update.lines) << text;
-        ASSERT_EQ(static_cast<std::ptrdiff_t>(wanted.size()), static_cast<std::ptrdiff_t>(rows.size()) + update.growth);
+        ASSERT_EQ(static_cast<std::ptrdiff_t>(wanted.size()),
+                  static_cast<std::ptrdiff_t>(rows.size()) + update.growth);
         for (const auto &line : update.lines)
             if (const auto actions = line.find(",actions="); line.starts_with("add ")) {
                 added.insert(line.substr(4));
@@ -192,9 +201,8 @@ TEST_F(LiveTest, RowsAndAddressesFollowWhateverChanges) {
         const auto mayArrive = [&](const FdbKey &key, IfNum num) {
             const auto at = next.interfaces.find(num);
             const auto to = next.associations.find(key.mac);
-            return at != next.interfaces.end() &&
-                   (at->second.vlans.contains(key.vlan) ||
-                    (to != next.associations.end() && to->second == key.vlan));
+            return at != next.interfaces.end() && (at->second.vlans.contains(key.vlan) ||
+                                                   (to != next.associations.end() && to->second == key.vlan));
         };
         for (const auto &[key, num] : learned)
             ASSERT_TRUE(mayArrive(key, num)) << key.mac.text() << " in " << key.vlan << " after " << text;
@@ -224,10 +232,10 @@ TEST_F(LiveTest, RowsAndAddressesFollowWhateverChanges) {
 
 TEST_F(LiveTest, MessagesThatForget) {
     std::string messages;
-    for (const auto &line : {forgetInterface(2), forgetMac(mac(1)), forgetArp({20, "10.0.0.1"}), flowClear()[0],
-                             std::string("delete_strict table=20,priority=100,reg0=0,dl_vlan=20"),
-                             learnedArpFlow({20, "10.0.0.1"}, mac(1), 2, 60),
-                             learnedFlow({mac(1), 20, 2, {}}, 60)})
+    for (const auto &line :
+         {forgetInterface(2), forgetMac(mac(1)), forgetArp({20, "10.0.0.1"}), flowClear()[0],
+          std::string("delete_strict table=20,priority=100,reg0=0,dl_vlan=20"),
+          learnedArpFlow({20, "10.0.0.1"}, mac(1), 2, 60), learnedFlow({mac(1), 20, 2, {}}, 60)})
         messages += flowModOf(line).value();
     EXPECT_EQ(
         "DEL table:255 cookie:0x10000000002/0x100ffffffff actions=drop\n"
@@ -241,9 +249,10 @@ TEST_F(LiveTest, MessagesThatForget) {
         "ADD table:10 vlan_tci=0x0014/0x0fff,dl_dst=02:00:00:00:00:01 cookie:0x10000000002 hard:60 "
         "actions=load:0x2->NXM_NX_REG0[0..15]\n",
         decoded(messages));
-    for (const char *line : {"", "delete cookie=x", "add table=1,ip_dst=1,actions=drop", "add actions=output:",
-                             "add actions=learn(table=1", "add actions=load:1->NXM_NX_REG99[]", "modify actions=drop",
-                             "add actions=move:NXM_OF_ETH_SRC[]->NXM_NX_REG1[]"})
+    for (const char *line :
+         {"", "delete cookie=x", "add table=1,ip_dst=1,actions=drop",
+          "add actions=output:", "add actions=learn(table=1", "add actions=load:1->NXM_NX_REG99[]",
+          "modify actions=drop", "add actions=move:NXM_OF_ETH_SRC[]->NXM_NX_REG1[]"})
         EXPECT_FALSE(flowModOf(line)) << line;
 }
 
@@ -300,6 +309,94 @@ TEST_F(LiveTest, LagsPortsThatAreDownAndFrameSizes) {
     port("lag 1", "shutdown");
     for (const auto &[key, actions] : flows())
         EXPECT_FALSE(std::regex_search(actions, std::regex("output:[23](?![0-9])|members:"))) << key;
+}
+
+// What a bridge forwards and what not; the frames themselves are in tests/live.
+TEST_F(LiveTest, WhatEntersAVlan) {
+    config("vlan database; vlan association mac 02:00:00:00:00:01 20");
+    const std::string untagged = "table=2,priority=100,reg1=2,vlan_tci=0x1000/0x1fff";
+    const auto before = wire();
+    EXPECT_EQ("mod_vlan_vid:1,resubmit(,3)", flows().at(untagged));
+    port("0/2", "vlan participation exclude 1");
+    EXPECT_FALSE(flows().contains(untagged));
+    EXPECT_EQ(std::vector{forgetInterface(2) + ",vlan_tci=0x0001/0x0fff"}, staleAddresses(before, wire()));
+    port("0/2", "vlan pvid 10");
+    EXPECT_FALSE(flows().contains(untagged)) << "the PVID alone is no participation";
+    port("0/2", "vlan participation include 10");
+    EXPECT_EQ("mod_vlan_vid:10,resubmit(,3)", flows().at(untagged));
+    const auto rows = flows();
+    EXPECT_EQ("mod_vlan_vid:20,resubmit(,3)",
+              rows.at("table=2,priority=200,dl_src=02:00:00:00:00:01,vlan_tci=0x1000/0x1fff"));
+    // A tag that is there keeps its priority: nothing removes it on the way in.
+    for (const auto &[key, actions] : rows)
+        EXPECT_TRUE(key.starts_with("table=20,") || key.find("dl_vlan=4095") != std::string::npos ||
+                    actions.find("strip_vlan") == std::string::npos)
+            << key;
+    EXPECT_EQ("drop", rows.at("table=0,priority=900,dl_src=00:00:00:00:00:00"));
+    // All reserved addresses but that of spanning tree.
+    for (unsigned last = 0; last < 16; ++last) {
+        unsigned dropped = 0;
+        for (const unsigned first : {1u, 2u, 4u, 8u}) {
+            char key[96];
+            std::snprintf(key, sizeof key,
+                          "table=0,priority=1000,dl_dst=01:80:c2:00:00:%02x/ff:ff:ff:ff:ff:%02x", first,
+                          256 - first);
+            dropped += rows.at(key) == "drop" && (last & (256 - first)) == first ? 1 : 0;
+        }
+        EXPECT_EQ(last == 0 ? 0u : 1u, dropped) << last;
+    }
+    // One that is elsewhere is reported, not learned.
+    EXPECT_EQ(2, std::ranges::count_if(rows, [](const auto &row) {
+                  return row.first.starts_with("table=5,") && row.first.ends_with("reg1=3") &&
+                         row.second.starts_with("learn(");
+              }));
+    EXPECT_EQ("controller:64,resubmit(,10),resubmit(,20)", rows.at("table=5,priority=0"));
+}
+
+TEST_F(LiveTest, GroupsGoToThoseThatWantThem) {
+    const auto join = [&](IfNum num, Ipv4 group = 0xef010203) {
+        model.hearIgmp({IgmpKind::Report, 10, num, 2, mac(num), 0x0a000000 + num, group, {}});
+    };
+    port("0/1-0/6", "vlan participation include 10");
+    port("0/3", "vlan tagging 10");
+    port("0/5-0/6", "addport lag 1");
+    port("lag 1", "vlan participation include 10");
+    join(1);
+    EXPECT_TRUE(wire().multicast.empty()) << "without snooping";
+    config("vlan database; set igmp 10");
+    join(1);
+    join(3);
+    join(5);
+    join(1, 0xe0000005);
+    const std::string in = ",dl_vlan=10,ip,nw_dst=", group = in + "239.1.2.3";
+    auto rows = flows();
+    EXPECT_EQ("output:3,strip_vlan,output:1,bundle(symmetric_l4,0,hrw,ofport,members:5,6)",
+              rows.at("table=20,priority=180,reg0=0" + group));
+    EXPECT_EQ("output:3,strip_vlan,output:1", rows.at("table=20,priority=182,reg0=0,reg1=9" + group));
+    EXPECT_EQ("controller:65535", rows.at("table=20,priority=400,reg0=0,reg3=0,dl_vlan=10,ip,nw_proto=2"));
+    EXPECT_EQ(rows.at("table=20,priority=100,reg0=0,dl_vlan=10"),
+              rows.at("table=20,priority=170,reg0=0" + in + "224.0.0.0/24"));
+    const auto unknown = "table=20,priority=160,reg0=0" + in + "224.0.0.0/4";
+    EXPECT_FALSE(rows.contains(unknown)) << "flooded";
+    for (const auto &[key, actions] : rows)
+        EXPECT_EQ(std::string::npos, key.find("nw_dst=224.0.0.5"));
+    config("vlan database; set igmp drop-unknown 10");
+    EXPECT_EQ("drop", flows().at(unknown));
+    port("0/2", "ip igmp snooping mrouter interface");
+    EXPECT_EQ("strip_vlan,output:2", flows().at(unknown));
+    EXPECT_EQ("output:3,strip_vlan,output:1,output:2,bundle(symmetric_l4,0,hrw,ofport,members:5,6)",
+              flows().at("table=20,priority=180,reg0=0" + group));
+    config("vlan database; set igmp exclude-mrouter-intf 10");
+    EXPECT_EQ("drop", flows().at(unknown));
+    // One more subscriber is one flow entry, however many groups there are.
+    for (unsigned n = 0; n < 40; ++n)
+        join(1, 0xef020000 + n);
+    const auto was = wire();
+    join(4, 0xef020007);
+    const auto update = flowUpdate(was, {}, wire(), {});
+    EXPECT_TRUE(update.growth == 0 && update.lines.size() == 1) << update.lines.size();
+    model.seeCarrier(4, false);
+    EXPECT_EQ(1u, flowUpdate(was, {}, wire(), {}).lines.size() + (was.multicast == wire().multicast ? 1 : 0));
 }
 
 TEST_F(LiveTest, AccessGroupsAndTheirOrder) {
@@ -600,6 +697,17 @@ TEST(ServerTest, PushesChangesAndTakesWhatIsOfNow) {
         EXPECT_EQ(expected, pushes());
         EXPECT_TRUE(wire.pushed.back().interfaces.at(2).vlans.contains(20));
     }
+    // What the wire says of groups, and what the model wants to be asked there.
+    server.model().editVlan(20)->igmpSnooping = true;
+    server.model().features().queryInterval = 60;
+    server.model().setParticipation(1, 20, OPEN_VLAN_PARTICIPATION_MODE_INCLUDE);
+    server.model().igmpConfigured();
+    wire.view.emplace().igmp = {{IgmpKind::Report, 20, 1, 2, mac(1), 0x0a000001, 0xef010203, {}}};
+    pushes();
+    EXPECT_EQ(std::vector<IfNum>{1}, wire.pushed.back().multicast.at(20).groups.at(0xef010203));
+    ASSERT_EQ(1u, wire.queries.size());
+    EXPECT_TRUE(wire.queries[0].vlan == 20 && wire.queries[0].group == 0 && wire.queries[0].source == 0);
+
     see(wire.generation, {{mac(2), 20, 2}});
     server.model().clearFdb();
     EXPECT_EQ(1u, pushes());

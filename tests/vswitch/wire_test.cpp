@@ -45,7 +45,8 @@ class WireTest : public SwitchTest {
 // An argument of a call with what it points to.
 template <class C>
 struct Argument {
-    std::uint32_t value = 1;
+    // A number, of 64 bits for the calls that fill a counter.
+    std::conditional_t<std::is_same_v<C, std::uint64_t *>, std::uint64_t, std::uint32_t> value = 1;
     char room[64] = "";
     open_buffdesc descriptor{sizeof room, room};
 

@@ -268,9 +268,10 @@ Match match(const Model &model, CliMode mode, const std::vector<Token> &tokens) 
 const std::vector<const Command *> &allCommands() {
     static const auto rows = [] {
         std::vector<const Command *> all;
-        for (const auto table : {sessionCommands(), vlanCommands(), systemCommands(), multicastCommands(),
-                                 avCommands(), qosCommands(), accessListCommands(), interfaceCommands(),
-                                 switchportCommands(), lagCommands(), routingCommands(), showCommands()})
+        for (const auto table :
+             {sessionCommands(), vlanCommands(), systemCommands(), managementCommands(), multicastCommands(),
+              avCommands(), qosCommands(), accessListCommands(), interfaceCommands(), switchportCommands(),
+              lagCommands(), portCommands(), routingCommands(), showCommands()})
             for (const auto &command : table)
                 all.push_back(&command);
         return all;

@@ -4,8 +4,9 @@
 //
 // Syntax: words are literal; a|b|c is one of several words; an argument is in angle brackets:
 //   <vlan> is a VLAN id, <vlans> a list such as 10,20-30, <mac> and <ip> are addresses, <net> is an IPv4
-//   address of which the end may be missing (the value has zeros there), <port> is an interface 0/N and <ports> a list of them, <lag> is a LAG number, <int:LO-HI> a number, <text> one word or
-//   a quoted string. A last argument followed by ... may be given several times.
+//   address of which the end may be missing (the value has zeros there), <port> is an interface 0/N and
+//   <ports> a list of them, <lag> is a LAG number, <int:LO-HI> a number, <text> one word or a quoted string.
+//   A last argument followed by ... may be given several times.
 // Words may be abbreviated as long as the command stays unambiguous.
 #ifndef PAVO_VSWITCH_CLI_COMMAND_H
 #define PAVO_VSWITCH_CLI_COMMAND_H
@@ -79,6 +80,7 @@ struct Command {
 std::span<const Command> sessionCommands();
 std::span<const Command> vlanCommands();
 std::span<const Command> systemCommands();
+std::span<const Command> managementCommands();
 std::span<const Command> multicastCommands();
 std::span<const Command> avCommands();
 std::span<const Command> qosCommands();
@@ -86,6 +88,7 @@ std::span<const Command> accessListCommands();
 std::span<const Command> interfaceCommands();
 std::span<const Command> switchportCommands();
 std::span<const Command> lagCommands();
+std::span<const Command> portCommands();
 std::span<const Command> routingCommands();
 std::span<const Command> showCommands();
 

@@ -21,6 +21,10 @@ bool eachPort(Context &context, Change change) {
     });
 }
 
+bool setSpeed(Context &context, const std::string &speed) {
+    return eachPort(context, [&](Interface &interface) { context.model.setSpeed(interface.num, speed); });
+}
+
 template <class Change>
 bool eachLag(Context &context, Change change) {
     return eachInterface(context, [&](Interface &interface) {
@@ -321,12 +325,10 @@ const Command kInterfaceRows[] = {
          });
      }},
     {kInterface, "speed auto", "Negotiate the speed",
-     [](Context &c, const Values &) { return eachPort(c, [](Interface &i) { i.speed = "auto"; }); }},
+     [](Context &c, const Values &) { return setSpeed(c, "auto"); }},
     {kInterface, "speed 10|100|1000|2.5G|5G|10G|25G|40G|100G full-duplex|half-duplex",
      "Fix the speed in Mbit/s or Gbit/s",
-     [](Context &c, const Values &v) {
-         return eachPort(c, [&](Interface &i) { i.speed = v[0].text + " " + v[1].text; });
-     },
+     [](Context &c, const Values &v) { return setSpeed(c, v[0].text + " " + v[1].text); },
      [](const Model &, const Interface *i, std::string &out) {
          out += i->speed == "auto" ? "" : "speed " + i->speed + "\n";
      }},

@@ -126,8 +126,8 @@ bool showGroups(Context &c, const Values &) {
             std::string first = format("%-4u ", key.vlan);
             for (const auto *host : hosts) {
                 const auto subscriber = ipv4Text(host->first.host) + "/" + host->second.mac.text();
-                c.out += format(rest.empty() ? "%-5s%s%s\n" : "%-5s%-34s%s\n", first.c_str(), subscriber.c_str(),
-                                rest.c_str());
+                c.out += format(rest.empty() ? "%-5s%s%s\n" : "%-5s%-34s%s\n", first.c_str(),
+                                subscriber.c_str(), rest.c_str());
                 first.clear();
                 rest.clear();
             }

@@ -179,7 +179,8 @@ bool showLldpDetail(Context &c, const Values &v) {
 }
 
 bool showLogging(Context &c, const Values &) {
-    c.out += "Buffered (In-Memory) Logging         : enabled\n";
+    c.out += format("Buffered (In-Memory) Logging         : %s\n",
+                    c.model.settings().log.buffered.enabled ? "enabled" : "disabled");
     c.out += format("Buffered Logging Total Lines         : %zu\n\n", c.model.logLines().size());
     for (const auto &line : c.model.logLines()) {
         std::tm parts{};
@@ -219,6 +220,7 @@ bool showIpManagement(Context &c, const Values &) {
     c.out += leader("Subnet Mask", s.mgmtMask);
     c.out += leader("Method", s.mgmtDhcp ? "DHCP" : "Manual");
     c.out += leader("Default Gateway", s.mgmtGateway);
+    c.out += leader("Interface Status", c.model.vlanUp(s.mgmtVlan) ? "Up" : "Down");
     c.out += leader("Burned In MAC Address", s.burnedInMac.text());
     return true;
 }

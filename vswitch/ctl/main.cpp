@@ -146,7 +146,7 @@ int run(int argc, char **argv) {
     std::string text, port, mac, behind, name, desc, chassis, portId, portDesc, sysName, ip, group, when,
         process;
     std::vector<std::string> words;
-    std::uint32_t count = 1, vlan = 0, igmpVersion = 2;
+    std::uint32_t count = 1, vlan = 0, speed = 0, igmpVersion = 2;
     std::uint64_t number = 0;
     int code = -2;
     bool flag = false;
@@ -164,9 +164,12 @@ int run(int argc, char **argv) {
     plug->add_option("--chassis-id", chassis, "LLDP chassis ID, by default the MAC address");
     plug->add_option("--port-id", portId, "LLDP port ID, by default the MAC address");
     plug->add_option("--port-desc", portDesc, "LLDP port description");
+    plug->add_option("--speed", speed, "Fastest speed that it can do, in Mbit/s");
+    plug->add_flag("--half-duplex", flag, "It cannot receive while it sends");
     plug->callback([&] {
-        request = {{"op", "plug"},   {"name", name},     {"port", port}, {"mac", mac},
-                   {"count", count}, {"behind", behind}, {"vlan", vlan}, {"ip", ip}};
+        request = {{"op", "plug"},   {"name", name},      {"port", port}, {"mac", mac},
+                   {"count", count}, {"behind", behind},  {"vlan", vlan}, {"ip", ip},
+                   {"speed", speed}, {"halfDuplex", flag}};
         if (!desc.empty()) {
             request["lldp"] = {{"systemDesc", desc}, {"portDesc", portDesc}};
             if (!chassis.empty())
@@ -207,8 +210,96 @@ int run(int argc, char **argv) {
         ->check(CLI::IsMember({"up", "down", "auto"}));
     link->callback([&] { request = {{"op", "link"}, {"port", port}, {"state", text}}; });
 
-    auto *table = app.add_subcommand(
-        "table", "Print a table: ports, lags, vlans, associations, fdb, lldp, arp, devices, igmp, log");
+    auto *health =
+        app.add_subcommand("health", "Show temperatures, fans, power supplies and load, or set them");
+    health->require_subcommand(0, 1);
+    std::uint32_t unit = 0, rpm = 0, totalKb = 0, freeKb = 0;
+    std::int32_t celsius = 0;
+    const auto states = CLI::IsMember({"operational", "failed", "absent"});
+    auto *temperature = health->add_subcommand("temperature", "What a sensor measures");
+    temperature->add_option("sensor", unit, "Number of the sensor")->required();
+    auto *celsiusValue = temperature->add_option("celsius", celsius, "Degrees Celsius");
+    auto *noSensor = temperature->add_flag("--failed", flag, "It measures nothing any more");
+    auto *fan = health->add_subcommand("fan", "How a fan is");
+    fan->add_option("fan", unit, "Number of the fan")->required();
+    fan->add_option("state", text, "operational, failed or absent")->required()->check(states);
+    auto *rpmValue = fan->add_option("--rpm", rpm, "Revolutions per minute");
+    auto *power = health->add_subcommand("power", "How a power supply is");
+    power->add_option("supply", unit, "Number of the power supply")->required();
+    power->add_option("state", text, "operational, failed or absent")->required()->check(states);
+    auto *cpu = health->add_subcommand("cpu", "Load of the processor");
+    cpu->add_option("percent", unit, "0 to 100")->required();
+    auto *memory = health->add_subcommand("memory", "Memory");
+    memory->add_option("totalKb", totalKb, "Kilobytes")->required();
+    memory->add_option("freeKb", freeKb, "Kilobytes of it that are free")->required();
+    health->callback([&] {
+        request = {{"op", "health"}};
+        if (*temperature) {
+            request["temperature"] = {{"sensor", unit}, {"failed", !noSensor->empty()}};
+            if (*celsiusValue)
+                request["temperature"]["celsius"] = celsius;
+        } else if (*fan) {
+            request["fan"] = {{"fan", unit}, {"state", text}};
+            if (*rpmValue)
+                request["fan"]["rpm"] = rpm;
+        } else if (*power) {
+            request["power"] = {{"supply", unit}, {"state", text}};
+        } else if (*cpu) {
+            request["cpu"] = unit;
+        } else if (*memory) {
+            request["memory"] = {{"totalKb", totalKb}, {"freeKb", freeKb}};
+        }
+    });
+    auto *supplicant = app.add_subcommand(
+        "supplicant", "Have somebody on a port authenticate by 802.1X, or log off with --off");
+    supplicant->add_option("port", port, "0/1 to 0/N")->required();
+    supplicant->add_flag("--off", flag, "Nobody is authenticated any more");
+    supplicant->callback([&] { request = {{"op", "supplicant"}, {"port", port}, {"accepted", !flag}}; });
+
+    auto *sfp = app.add_subcommand("sfp", "Put a transceiver into a port, or take it out with --remove");
+    sfp->add_option("port", port, "0/1 to 0/N, one with a cage")->required();
+    sfp->add_flag("--remove", flag, "Take it out");
+    std::map<std::string, std::string> sfpTexts;
+    std::map<std::string, std::int64_t> sfpNumbers;
+    for (const auto *option : {"vendor", "part", "serial"})
+        sfp->add_option("--" + std::string(option), sfpTexts[option],
+                        "As the transceiver says, 16 characters");
+    const std::pair<const char *, const char *> measured[] = {
+        {"wavelength", "nm"},  {"temperature", "0.001 degrees Celsius"},
+        {"voltage", "mV"},     {"bias", "uA"},
+        {"txPower", "0.1 uW"}, {"rxPower", "0.1 uW"}};
+    for (const auto &[option, measure] : measured)
+        sfp->add_option("--" + std::string(option), sfpNumbers[option], measure);
+    sfp->callback([&] {
+        request = {{"op", "sfp"}, {"port", port}, {"remove", flag}};
+        for (const auto &[option, value] : sfpTexts)
+            request[option] = value;
+        for (const auto &[option, value] : sfpNumbers)
+            if (sfp->count("--" + option) > 0)
+                request[option] = value;
+    });
+    auto *errDisable = app.add_subcommand("errdisable", "Have the switch disable a port because of an error");
+    errDisable->add_option("port", port, "0/1 to 0/N")->required();
+    errDisable
+        ->add_option("reason", text,
+                     "none, link-flap, bpdu-guard, port-security, storm-control, udld or transceiver")
+        ->required();
+    errDisable->callback([&] { request = {{"op", "errdisable"}, {"port", port}, {"reason", text}}; });
+    auto *errors = app.add_subcommand("errors", "Count damaged and discarded frames on a port");
+    errors->add_option("port", port, "0/1 to 0/N")->required();
+    std::map<std::string, std::uint64_t> errorCounts;
+    for (const auto *option : {"inErrors", "outErrors", "inDiscards", "outDiscards"})
+        errors->add_option("--" + std::string(option), errorCounts[option], "Frames to add");
+    errors->callback([&] {
+        request = {{"op", "errors"}, {"port", port}};
+        for (const auto &[option, value] : errorCounts)
+            request[option] = value;
+    });
+
+    auto *table =
+        app.add_subcommand("table",
+                           "Print a table: ports, lags, vlans, associations, fdb, lldp, arp, devices, igmp, "
+                           "log, counters, sfp");
     table->add_option("name", name, "Name of the table")->required();
     auto *exec = app.add_subcommand("exec", "Run CLI lines, one per argument");
     exec->add_option("lines", words, "Commands from privileged mode on")->required();

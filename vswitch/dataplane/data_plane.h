@@ -51,7 +51,7 @@ struct WireConfig {
     std::map<IfNum, WireInterface> interfaces;
     std::map<Mac, VlanId> associations;
     std::map<VlanId, WireMulticast> multicast;  // of VLANs with IGMP snooping
-    Duration ageTime{};  // of learned addresses, on the switch's clock
+    Duration ageTime{};                         // of learned addresses, on the switch's clock
     std::size_t fdbCapacity = 0;
     std::uint64_t fdbClears = 0;                // how often everything learned was to be forgotten
     std::string systemName, systemDescription;  // of the LLDP frames that the switch sends
@@ -67,7 +67,7 @@ struct WireView {
     std::optional<std::vector<SeenAddress>> addresses;
     std::optional<std::vector<SeenNeighbour>> neighbours;
     std::optional<std::map<ArpKey, Mac>> arp;
-    std::vector<IgmpMessage> igmp;  // since the last view, in their order
+    std::vector<IgmpMessage> igmp;      // since the last view, in their order
     std::vector<std::string> messages;  // for the operator, to go to the system log
 };
 

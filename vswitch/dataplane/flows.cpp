@@ -96,10 +96,11 @@ void addPorts(Flows &flows, IfNum num, const WireInterface &interface) {
     for (const auto port : interface.members) {
         const auto enter = text("load:%u->NXM_NX_REG1[],resubmit(,1)", num);
         flows[text("table=0,priority=100,in_port=%u", port)] = enter;
-        // A tag with VLAN 0 carries a priority only: the frame counts as untagged and keeps the priority. From
-        // here on every frame has a tag of its own, whatever is behind it.
+        // A tag with VLAN 0 carries a priority only: the frame counts as untagged and keeps the priority.
+        // From here on every frame has a tag of its own, whatever is behind it.
         flows[text("table=0,priority=210,in_port=%u,%s", port, kNoVlan)] = enter;
-        flows[text("table=0,priority=205,in_port=%u,vlan_tci=0x0000/0x1000", port)] = "push_vlan:0x8100," + enter;
+        flows[text("table=0,priority=205,in_port=%u,vlan_tci=0x0000/0x1000", port)] =
+            "push_vlan:0x8100," + enter;
         if (interface.acceptFrames == AcceptFrames::VlanOnly)
             flows[text("table=0,priority=220,in_port=%u,vlan_tci=0x0000/0x0fff", port)] = "drop";
         else if (interface.acceptFrames == AcceptFrames::AdminUntaggedOnly)
@@ -120,21 +121,21 @@ void addVlans(Flows &flows, IfNum num, const WireInterface &interface) {
 void addLearning(Flows &flows, IfNum num, std::size_t fdbCapacity, const FlowAges &ages) {
     // One interface may fill half of a table, so that a flood behind it leaves room for the others.
     const auto share = std::max<std::size_t>(1, fdbCapacity / 2), arpShare = kArpCapacity / 2;
-    flows[text("table=3,priority=100,arp,reg1=%u", num)] =
-        text("learn(table=%d,hard_timeout=%u,limit=%zu,cookie=%s,dl_type=0x806,NXM_OF_VLAN_TCI[0..11],"
-             "NXM_OF_ARP_SPA[],load:NXM_OF_ETH_SRC[0..31]->NXM_NX_REG5[],"
-             "load:NXM_OF_ETH_SRC[32..47]->NXM_NX_REG6[0..15]),resubmit(,4)",
-             kArpTable, ages.arp, arpShare, hexCookie(kArpCookie | num).c_str());
+    flows[text("table=3,priority=100,arp,reg1=%u", num)] = text(
+        "learn(table=%d,hard_timeout=%u,limit=%zu,cookie=%s,dl_type=0x806,NXM_OF_VLAN_TCI[0..11],"
+        "NXM_OF_ARP_SPA[],load:NXM_OF_ETH_SRC[0..31]->NXM_NX_REG5[],"
+        "load:NXM_OF_ETH_SRC[32..47]->NXM_NX_REG6[0..15]),resubmit(,4)",
+        kArpTable, ages.arp, arpShare, hexCookie(kArpCookie | num).c_str());
     // The source is looked up in the place of the destination.
-    flows[text("table=4,priority=100,reg1=%u", num)] =
-        text("push:NXM_OF_ETH_DST[],move:NXM_OF_ETH_SRC[]->NXM_OF_ETH_DST[],resubmit(,%d),"
-             "pop:NXM_OF_ETH_DST[],resubmit(,5)",
-             kFdbTable);
-    const auto learn =
-        text("learn(table=%d,hard_timeout=%u,limit=%zu,cookie=%s,NXM_OF_VLAN_TCI[0..11],"
-             "NXM_OF_ETH_DST[]=NXM_OF_ETH_SRC[],load:NXM_NX_REG1[0..15]->NXM_NX_REG0[0..15]),"
-             "resubmit(,%d),resubmit(,20)",
-             kFdbTable, ages.address, share, hexCookie(kLearnedCookie | num).c_str(), kFdbTable);
+    flows[text("table=4,priority=100,reg1=%u", num)] = text(
+        "push:NXM_OF_ETH_DST[],move:NXM_OF_ETH_SRC[]->NXM_OF_ETH_DST[],resubmit(,%d),"
+        "pop:NXM_OF_ETH_DST[],resubmit(,5)",
+        kFdbTable);
+    const auto learn = text(
+        "learn(table=%d,hard_timeout=%u,limit=%zu,cookie=%s,NXM_OF_VLAN_TCI[0..11],"
+        "NXM_OF_ETH_DST[]=NXM_OF_ETH_SRC[],load:NXM_NX_REG1[0..15]->NXM_NX_REG0[0..15]),"
+        "resubmit(,%d),resubmit(,20)",
+        kFdbTable, ages.address, share, hexCookie(kLearnedCookie | num).c_str(), kFdbTable);
     flows[text("table=5,priority=100,reg0=%u,reg1=%u", num, num)] = learn;
     flows[text("table=5,priority=100,reg0=0,reg1=%u", num)] = learn;
 }
@@ -299,9 +300,10 @@ struct Affected {
     std::map<Mac, std::pair<VlanId, VlanId>> macs;  // associations: before and now, 0 for none
 
     Affected(const WireConfig &before, const WireConfig &now, bool everyInterface) {
-        compare(before.associations, now.associations, [&](const Mac &mac, const VlanId *old, const VlanId *next) {
-            macs[mac] = {old != nullptr ? *old : 0, next != nullptr ? *next : 0};
-        });
+        compare(before.associations, now.associations,
+                [&](const Mac &mac, const VlanId *old, const VlanId *next) {
+                    macs[mac] = {old != nullptr ? *old : 0, next != nullptr ? *next : 0};
+                });
         if (everyInterface)
             for (const auto *config : {&before, &now})
                 for (const auto &[num, interface] : config->interfaces)
@@ -315,7 +317,8 @@ struct Affected {
                     const auto &was = orEmpty(old, before.interfaces).vlans,
                                &is = orEmpty(next, now.interfaces).vlans;
                     if (sameWay)
-                        compare(was, is, [&](VlanId vlan, const bool *, const bool *) { vlans.insert(vlan); });
+                        compare(was, is,
+                                [&](VlanId vlan, const bool *, const bool *) { vlans.insert(vlan); });
                     else
                         for (const auto *all : {&was, &is})
                             for (const auto &[vlan, tagged] : *all)
@@ -421,19 +424,20 @@ std::vector<std::string> staleAddresses(const WireConfig &before, const WireConf
     }
     compare(before.associations, now.associations,
             [&](const Mac &mac, const VlanId *, const VlanId *) { lines.push_back(forgetMac(mac)); });
-    compare(before.interfaces, now.interfaces,
-            [&](IfNum num, const WireInterface *old, const WireInterface *next) {
-                if (old == nullptr)
-                    return;
-                if (next == nullptr || next->pvid != old->pvid || next->members != old->members) {
-                    lines.push_back(forgetInterface(num));
-                    return;
-                }
-                // Addresses in VLANs that the interface has left.
-                for (const auto &[vlan, tagged] : old->vlans)
-                    if (!next->vlans.contains(vlan))
-                        lines.push_back(text("delete %s,vlan_tci=0x%04x/0x0fff", cookieOf(num).c_str(), vlan));
-            });
+    compare(
+        before.interfaces, now.interfaces,
+        [&](IfNum num, const WireInterface *old, const WireInterface *next) {
+            if (old == nullptr)
+                return;
+            if (next == nullptr || next->pvid != old->pvid || next->members != old->members) {
+                lines.push_back(forgetInterface(num));
+                return;
+            }
+            // Addresses in VLANs that the interface has left.
+            for (const auto &[vlan, tagged] : old->vlans)
+                if (!next->vlans.contains(vlan))
+                    lines.push_back(text("delete %s,vlan_tci=0x%04x/0x0fff", cookieOf(num).c_str(), vlan));
+        });
     return lines;
 }
 

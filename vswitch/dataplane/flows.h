@@ -43,8 +43,8 @@ inline constexpr Duration kArpAge = std::chrono::seconds(1200);
 
 // The table from which a packet-in reports an address that has moved, and the one from which it brings IGMP.
 inline constexpr int kMoveTable = 5, kDeliveryTable = 20;
-// An outer tag with this VLAN ID, which no frame may carry, has been put in front of the frame's own tag on its
-// way in (see tag_marks.h).
+// An outer tag with this VLAN ID, which no frame may carry, has been put in front of the frame's own tag on
+// its way in (see tag_marks.h).
 inline constexpr VlanId kMarkVlan = 4095;
 
 // The real seconds after which a silent address and an ARP pair are forgotten.
@@ -65,8 +65,8 @@ struct FlowUpdate {
     std::ptrdiff_t growth = 0;  // of the number of flow entries
 };
 
-// The same lines for the flow entries of two configurations, worked out from what differs between these: takes
-// the time of the comparison and of what has changed, however many flow entries there are.
+// The same lines for the flow entries of two configurations, worked out from what differs between these:
+// takes the time of the comparison and of what has changed, however many flow entries there are.
 FlowUpdate flowUpdate(const WireConfig &before, const FlowAges &agesBefore, const WireConfig &now,
                       const FlowAges &ages);
 

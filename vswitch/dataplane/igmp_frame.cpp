@@ -69,7 +69,8 @@ std::uint32_t codeOf(Duration response, std::uint32_t version) {
     std::uint32_t exponent = 0;
     while (exponent < 7 && tenths >> (exponent + 3) > 0x1f)
         ++exponent;
-    return 0x80 | exponent << 4 | (static_cast<std::uint32_t>(std::min<std::int64_t>(tenths >> (exponent + 3), 0x1f)) & 0xf);
+    return 0x80 | exponent << 4 |
+           (static_cast<std::uint32_t>(std::min<std::int64_t>(tenths >> (exponent + 3), 0x1f)) & 0xf);
 }
 
 // The records of a version 3 report; false when they are not complete.
@@ -109,7 +110,7 @@ std::optional<IgmpFrame> parseIgmpFrame(std::string_view frame, IfNum interface)
     auto packet = frame.substr(kEthernetSize);
     if (packet.size() < kIpSize || get(packet, 0, 1) >> 4 != 4)
         return std::nullopt;
-    const std::size_t headSize = 4 * (get(packet, 0, 1) & 0xf), size = get(packet, 2, 2);
+    const std::size_t headSize = std::size_t{4} * (get(packet, 0, 1) & 0xf), size = get(packet, 2, 2);
     // No host needs to cut IGMP into fragments.
     const bool fragment = (get(packet, 6, 2) & 0x3fff) != 0;
     if (headSize < kIpSize || size < headSize + kIgmpSize || size > packet.size() || fragment ||
@@ -135,7 +136,8 @@ std::optional<IgmpFrame> parseIgmpFrame(std::string_view frame, IfNum interface)
                 return std::nullopt;
             message.kind = IgmpKind::Query;
             message.version = igmp.size() >= kIgmp3QuerySize ? 3 : code == 0 ? 1 : 2;
-            message.maxResponse = message.version == 1 ? milliseconds(10'000) : responseOf(code, message.version);
+            message.maxResponse =
+                message.version == 1 ? milliseconds(10'000) : responseOf(code, message.version);
             out.messages.push_back(message);
             return out;
         case kReport1:

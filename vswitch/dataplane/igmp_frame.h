@@ -27,14 +27,14 @@ struct IgmpFrame {
 
     Kind kind = Kind::Other;
     VlanId vlan = 0;
-    // One for each group of a version 3 report, at most as many as fit into a frame; records that say nothing of
-    // a membership have none. A version 3 source list is taken for the whole group.
+    // One for each group of a version 3 report, at most as many as fit into a frame; records that say nothing
+    // of a membership have none. A version 3 source list is taken for the whole group.
     std::vector<IgmpMessage> messages;
 };
 
-// What a frame with one tag, received by `interface`, says. Nothing when it is not IGMP in an IPv4 packet or has
-// a wrong checksum, length or group: such a frame is not to be forwarded either. Padding behind the packet does not
-// matter, nor do IP options.
+// What a frame with one tag, received by `interface`, says. Nothing when it is not IGMP in an IPv4 packet or
+// has a wrong checksum, length or group: such a frame is not to be forwarded either. Padding behind the
+// packet does not matter, nor do IP options.
 std::optional<IgmpFrame> parseIgmpFrame(std::string_view frame, IfNum interface);
 
 // A query as a tagged frame of that source address. The maximum response time is taken as it is.

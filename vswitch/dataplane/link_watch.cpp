@@ -115,7 +115,8 @@ void LinkWatch::setFilter(const std::string &name, int program) {
         std::int32_t program;
         rtattr flagsHead;
         std::uint32_t flags;
-    } const nested{{RTA_LENGTH(4), IFLA_XDP_FD}, program, {RTA_LENGTH(4), IFLA_XDP_FLAGS}, XDP_FLAGS_SKB_MODE};
+    } const nested{
+        {RTA_LENGTH(4), IFLA_XDP_FD}, program, {RTA_LENGTH(4), IFLA_XDP_FLAGS}, XDP_FLAGS_SKB_MODE};
     request.add(IFLA_XDP | NLA_F_NESTED, &nested, sizeof nested);
     send(socket_.get(), request);
 }

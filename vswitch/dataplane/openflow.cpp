@@ -110,7 +110,7 @@ std::optional<std::uint64_t> numberOf(std::string_view text) {
     std::uint64_t value = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, base);
     return error == std::errc{} && !text.empty() && end == text.data() + text.size() ? std::optional(value)
-                                                                                      : std::nullopt;
+                                                                                     : std::nullopt;
 }
 
 std::optional<std::uint64_t> macOf(std::string_view text) {
@@ -153,9 +153,9 @@ constexpr Field kFields[] = {{"NXM_OF_ETH_DST", 0x00000206, 48},
                              {"NXM_OF_ARP_SPA", 0x00002004, 32}};
 constexpr std::uint32_t kEthType = 0x00000602, kRegister0 = 0x00010004;
 // Match fields of OpenFlow's own.
-constexpr std::uint32_t kInPort = 0x80000004, kEthDst = 0x80000606, kEthSrc = 0x80000806, kVlanVid = 0x80000c02,
-                        kOxmEthType = 0x80000a02, kIpProto = 0x80001401, kIpSrc = 0x80001604,
-                        kIpDst = 0x80001804, kArpSpa = 0x80002c04, kVlanTci = 0x00000802;
+constexpr std::uint32_t kInPort = 0x80000004, kEthDst = 0x80000606, kEthSrc = 0x80000806,
+                        kVlanVid = 0x80000c02, kOxmEthType = 0x80000a02, kIpProto = 0x80001401,
+                        kIpSrc = 0x80001604, kIpDst = 0x80001804, kArpSpa = 0x80002c04, kVlanTci = 0x00000802;
 
 std::uint32_t registerHeader(std::uint64_t number) {
     return kRegister0 | static_cast<std::uint32_t>(number) << 9;
@@ -209,12 +209,11 @@ bool putMatch(std::string &match, std::string_view name, std::string_view text) 
     const auto value = before(text, "/");
     const auto masked = [&](std::uint32_t field, auto parse, auto parseMask) {
         const auto number = parse(value);
-        std::optional<std::uint64_t> mask;
-        if (!text.empty() && !(mask = parseMask(text)))
+        const auto mask = text.empty() ? std::nullopt : parseMask(text);
+        if (!number || (!text.empty() && !mask))
             return false;
-        if (number)
-            putField(match, field, *number, mask);
-        return number.has_value();
+        putField(match, field, *number, mask);
+        return true;
     };
     const auto number = [&](std::uint32_t field, std::uint64_t bits = 0) {
         const auto given = numberOf(value);
@@ -416,39 +415,67 @@ void putVlan(std::string &actions, std::uint64_t vlan) {
     putAction(actions, std::move(action));
 }
 
+// One whose argument is a number; false when it is none of these.
+bool putNumbered(std::string &actions, std::string_view part) {
+    constexpr std::string_view kNames[] = {"output:", "controller:", "resubmit(,",
+                                           "push_vlan:", "mod_vlan_vid:"};
+    const auto *const name =
+        std::ranges::find_if(kNames, [&](std::string_view known) { return part.starts_with(known); });
+    if (name == std::end(kNames))
+        return false;
+    part.remove_prefix(name->size());
+    if (name->ends_with(',') && part.ends_with(')'))
+        part.remove_suffix(1);
+    const auto value = numberOf(part);
+    if (!value)
+        return false;
+    switch (name - kNames) {
+        case 0:
+            putOutput(actions, static_cast<std::uint32_t>(*value), 0);
+            break;
+        case 1:
+            putOutput(actions, kControllerPort, static_cast<std::uint16_t>(*value));
+            break;
+        case 2:
+            putResubmit(actions, static_cast<unsigned>(*value));
+            break;
+        case 3:
+            putPush(actions, *value);
+            break;
+        default:
+            putVlan(actions, *value);
+    }
+    return true;
+}
+
+bool putLoadOf(std::string &actions, std::string_view text) {
+    const auto value = numberOf(before(text, "->"));
+    const auto to = bitsOf(text);
+    if (value && to)
+        putLoad(actions, *value, *to);
+    return value && to;
+}
+
+void putStrip(std::string &actions) {
+    std::string action;
+    put(action, 18, 2);
+    put(action, 0, 2);
+    putAction(actions, std::move(action));
+}
+
 bool putActions(std::string &actions, std::string_view text) {
     while (!text.empty()) {
         auto part = nextPart(text);
         const bool enclosed = part.ends_with(')');
-        const auto number = [&] { return numberOf(enclosed ? part.substr(0, part.size() - 1) : part); };
-        std::optional<std::uint64_t> value;
-        if (part == "strip_vlan") {
-            std::string action;
-            put(action, 18, 2);
-            put(action, 0, 2);
-            putAction(actions, std::move(action));
-        } else if (cut(part, "output:") && (value = number())) {
-            putOutput(actions, static_cast<std::uint32_t>(*value), 0);
-        } else if (cut(part, "controller:") && (value = number())) {
-            putOutput(actions, kControllerPort, static_cast<std::uint16_t>(*value));
-        } else if (cut(part, "resubmit(,") && (value = number())) {
-            putResubmit(actions, static_cast<unsigned>(*value));
-        } else if (cut(part, "push_vlan:") && (value = number())) {
-            putPush(actions, *value);
-        } else if (cut(part, "mod_vlan_vid:") && (value = number())) {
-            putVlan(actions, *value);
-        } else if (cut(part, "load:") && (value = numberOf(before(part, "->")))) {
-            const auto to = bitsOf(part);
-            if (!to)
-                return false;
-            putLoad(actions, *value, *to);
-        } else if (!(cut(part, "move:") && putMove(actions, part)) &&
-                   !(cut(part, "push:") && putStack(actions, 27, part)) &&
-                   !(cut(part, "pop:") && putStack(actions, 28, part)) &&
-                   !(enclosed && cut(part, "bundle(") && putBundle(actions, part.substr(0, part.size() - 1))) &&
-                   !(enclosed && cut(part, "learn(") && putLearn(actions, part.substr(0, part.size() - 1)))) {
+        if (part == "strip_vlan")
+            putStrip(actions);
+        else if (!putNumbered(actions, part) && !(cut(part, "load:") && putLoadOf(actions, part)) &&
+                 !(cut(part, "move:") && putMove(actions, part)) &&
+                 !(cut(part, "push:") && putStack(actions, 27, part)) &&
+                 !(cut(part, "pop:") && putStack(actions, 28, part)) &&
+                 !(enclosed && cut(part, "bundle(") && putBundle(actions, part.substr(0, part.size() - 1))) &&
+                 !(enclosed && cut(part, "learn(") && putLearn(actions, part.substr(0, part.size() - 1))))
             return false;
-        }
     }
     return true;
 }
@@ -466,9 +493,11 @@ std::string errorText(std::string_view message) {
 // --- messages
 
 std::optional<std::string> flowModOf(std::string_view line) {
-    constexpr std::pair<std::string_view, unsigned> kCommands[] = {{"add", 0}, {"delete", 3}, {"delete_strict", 4}};
+    constexpr std::pair<std::string_view, unsigned> kCommands[] = {
+        {"add", 0}, {"delete", 3}, {"delete_strict", 4}};
     const auto word = before(line, " ");
-    const auto *const command = std::ranges::find(kCommands, word, &std::pair<std::string_view, unsigned>::first);
+    const auto *const command =
+        std::ranges::find(kCommands, word, &std::pair<std::string_view, unsigned>::first);
     if (command == std::end(kCommands))
         return std::nullopt;
     std::uint64_t table = command->second == 0 ? 0 : 0xff, priority = 0x8000, hard = 0, cookie = 0, mask = 0;
@@ -548,8 +577,9 @@ std::optional<PacketIn> packetInOf(std::string_view message) {
     return in;
 }
 
-std::string packetOutOf(std::uint32_t inPort, const std::vector<std::pair<unsigned, std::uint32_t>> &registers,
-                        int table, std::string_view frame) {
+std::string packetOutOf(std::uint32_t inPort,
+                        const std::vector<std::pair<unsigned, std::uint32_t>> &registers, int table,
+                        std::string_view frame) {
     std::string actions;
     for (const auto &[number, value] : registers)
         putLoad(actions, value, {registerHeader(number), 0, 32});

@@ -1,6 +1,6 @@
-// OpenFlow 1.4 as far as the switch speaks it with its Open vSwitch: changes of flow entries, frames that flow
-// entries bring up, frames that the switch sends. A connection that stays spares each change the start of a
-// program.
+// OpenFlow 1.4 as far as the switch speaks it with its Open vSwitch: changes of flow entries, frames that
+// flow entries bring up, frames that the switch sends. A connection that stays spares each change the start
+// of a program.
 #ifndef PAVO_VSWITCH_DATAPLANE_OPENFLOW_H
 #define PAVO_VSWITCH_DATAPLANE_OPENFLOW_H
 
@@ -17,8 +17,8 @@
 
 namespace vswitch {
 
-// The message for a line of flows.h: "add", "delete" or "delete_strict" and a flow entry. Nothing when the line
-// has something that flows.h does not use.
+// The message for a line of flows.h: "add", "delete" or "delete_strict" and a flow entry. Nothing when the
+// line has something that flows.h does not use.
 std::optional<std::string> flowModOf(std::string_view line);
 
 // A frame that a flow entry has sent up.
@@ -33,10 +33,11 @@ std::optional<PacketIn> packetInOf(std::string_view message);
 
 // Not a port: the switch itself.
 inline constexpr std::uint32_t kFromController = 0xfffffffd;
-// The message that puts a frame into a table with these registers (number, value), as if `inPort` had received
-// it.
-std::string packetOutOf(std::uint32_t inPort, const std::vector<std::pair<unsigned, std::uint32_t>> &registers,
-                        int table, std::string_view frame);
+// The message that puts a frame into a table with these registers (number, value), as if `inPort` had
+// received it.
+std::string packetOutOf(std::uint32_t inPort,
+                        const std::vector<std::pair<unsigned, std::uint32_t>> &registers, int table,
+                        std::string_view frame);
 
 // A connection to a bridge. One thread.
 class OpenFlowConnection {
@@ -48,13 +49,14 @@ class OpenFlowConnection {
     // Readable when something has arrived; -1 while it is not open.
     int descriptor() const { return socket_.get(); }
 
-    // Makes all changes at once or none. Status as of a tool: 0 done; 1 refused, nothing has changed; -1 no answer
-    // within `limit` or before one of the descriptors became readable: unknown, and the connection is closed.
+    // Makes all changes at once or none. Status as of a tool: 0 done; 1 refused, nothing has changed; -1 no
+    // answer within `limit` or before one of the descriptors became readable: unknown, and the connection is
+    // closed.
     ToolResult change(const std::vector<std::string> &lines, std::chrono::milliseconds limit, int abort,
                       int otherAbort);
 
-    // Sends without waiting for an answer; what the other side does not take now follows with the next call of
-    // anything. A message is dropped when too much waits.
+    // Sends without waiting for an answer; what the other side does not take now follows with the next call
+    // of anything. A message is dropped when too much waits.
     void send(std::string message);
 
     // Frames that have come up since the last call. Closes the connection when the other side has.

@@ -43,8 +43,8 @@ constexpr auto kHung = milliseconds(4000);
 // A server that ends within this time of its start waits longer before the next start, up to the maximum.
 constexpr auto kSoon = milliseconds(2000), kRestartMax = milliseconds(5000);
 
-// An address that moves is confirmed after this time, and moves no more often: in between, Open vSwitch may have
-// learned once more from frames that had come by the old interface.
+// An address that moves is confirmed after this time, and moves no more often: in between, Open vSwitch may
+// have learned once more from frames that had come by the old interface.
 constexpr auto kMovePause = milliseconds(50);
 constexpr std::size_t kMovesMax = 4096, kIgmpMax = 16384;
 // Of a kernel that does not attach the program to an interface.
@@ -198,6 +198,8 @@ class OvsDataPlane : public DataPlane {
                               console, file, syslog},
                              folder_}});
         servers_.push_back({{"lldpd", {}, folder_}});
+        if (!marks_)
+            say("the kernel takes no program that tells 802.1ad tags and drop-eligible bits");
         while (!stop_) {
             superviseServers();
             links_.update();
@@ -396,7 +398,8 @@ class OvsDataPlane : public DataPlane {
             if (filter) {
                 links_.setFilter(settings.netdev, marks_.get());
                 if (++filterTries_[port] == kFilterTries)
-                    say("interface " + settings.netdev + " does not tell 802.1ad tags and drop-eligible bits");
+                    say("interface " + settings.netdev +
+                        " does not tell 802.1ad tags and drop-eligible bits");
             }
         }
     }
@@ -557,7 +560,8 @@ class OvsDataPlane : public DataPlane {
                         lines.push_back(forgetArp(key));
         }
         if (!lines.empty()) {
-            const auto done = connection_.change(lines, kPushLimit, forwarder().process.endDescriptor(), halt_.get());
+            const auto done =
+                connection_.change(lines, kPushLimit, forwarder().process.endDescriptor(), halt_.get());
             // When it did not finish, it is unknown whether the changes were made.
             if (done.status < 0)
                 installed_.reset();
@@ -627,7 +631,8 @@ class OvsDataPlane : public DataPlane {
     // An address is seen behind another interface than the one where it is known.
     void moved(const PacketIn &up) {
         const auto header = taggedHeaderOf(up.frame);
-        if (!header || !applied_ || (!moves_.contains({header->source, header->vlan}) && moves_.size() >= kMovesMax))
+        if (!header || !applied_ ||
+            (!moves_.contains({header->source, header->vlan}) && moves_.size() >= kMovesMax))
             return;
         const auto [it, fresh] = moves_.try_emplace({header->source, header->vlan});
         it->second.interface = up.interface;
@@ -655,7 +660,8 @@ class OvsDataPlane : public DataPlane {
         if (frame->kind == IgmpFrame::Kind::Membership) {
             for (const auto &[num, interface] : applied_->interfaces)
                 if (num != up.interface && interface.vlans.contains(frame->vlan) &&
-                    (multicast->second.floodReports || std::ranges::binary_search(multicast->second.routers, num)))
+                    (multicast->second.floodReports ||
+                     std::ranges::binary_search(multicast->second.routers, num)))
                     connection_.send(packetOutOf(up.port, {{3, 1}, {0, num}}, kDeliveryTable, up.frame));
         } else {
             connection_.send(packetOutOf(up.port, {{3, 1}, {1, up.interface}}, kDeliveryTable, up.frame));
@@ -851,7 +857,8 @@ class OvsDataPlane : public DataPlane {
     std::map<ArpKey, Mac> arp_;
     std::map<ArpKey, IfNum> arpInterfaces_;
     Clock::time_point readAt_{};
-    std::shared_ptr<const WireConfig> readUnder_;  // the configuration in effect when they were read, and its generation
+    std::shared_ptr<const WireConfig>
+        readUnder_;  // the configuration in effect when they were read, and its generation
     std::uint64_t readGeneration_ = 0;
     Clock::time_point retryAt_{}, nextRead_{}, nextNeighbours_{}, lldpSince_{};
     std::string description_, named_;

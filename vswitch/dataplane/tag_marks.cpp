@@ -15,8 +15,8 @@ namespace {
 
 // As in the kernel's own notation; offsets of jumps are counted from the next instruction.
 constexpr bpf_insn instruction(int code, int to, int from, int offset, int value) {
-    return {static_cast<std::uint8_t>(code), static_cast<std::uint8_t>(to & 15), static_cast<std::uint8_t>(from & 15),
-            static_cast<std::int16_t>(offset), value};
+    return {static_cast<std::uint8_t>(code), static_cast<std::uint8_t>(to & 15),
+            static_cast<std::uint8_t>(from & 15), static_cast<std::int16_t>(offset), value};
 }
 constexpr bpf_insn load(int size, int to, int from, std::size_t offset) {
     return instruction(BPF_LDX | BPF_MEM | size, to, from, static_cast<int>(offset), 0);
@@ -52,7 +52,8 @@ constexpr int onWire(int value) {
 }
 // The four bytes of an 802.1Q tag.
 constexpr int tag(int vlan) {
-    return std::endian::native == std::endian::little ? onWire(0x8100) | onWire(vlan) << 16 : 0x81000000 | vlan;
+    return std::endian::native == std::endian::little ? onWire(0x8100) | onWire(vlan) << 16
+                                                      : 0x81000000 | vlan;
 }
 
 constexpr int r0 = BPF_REG_0, r1 = BPF_REG_1, r2 = BPF_REG_2, r3 = BPF_REG_3, r4 = BPF_REG_4, r6 = BPF_REG_6,
@@ -68,13 +69,13 @@ constexpr std::array kProgram = {
     jumpIfAbove(r3, r2, 27),  // to "pass"
     load(BPF_H, r3, r1, 12),
     set(r7, tag(0)),
-    jumpIf(BPF_JEQ, r3, onWire(0x88a8), 8),  // to "mark"
+    jumpIf(BPF_JEQ, r3, onWire(0x88a8), 8),   // to "mark"
     jumpIf(BPF_JNE, r3, onWire(0x8100), 23),  // to "pass"
     load(BPF_H, r3, r1, 14),
     move(r4, r3),
     apply(BPF_AND, r4, onWire(0x0fff)),
-    jumpIf(BPF_JEQ, r4, onWire(0x0fff), 21),  // to "drop"
-    jumpIf(BPF_JSET, r3, onWire(0x1000), 1),  // drop-eligible
+    jumpIf(BPF_JEQ, r4, onWire(0x0fff), 21),     // to "drop"
+    jumpIf(BPF_JSET, r3, onWire(0x1000), 1),     // drop-eligible
     instruction(BPF_JMP | BPF_JA, 0, 0, 17, 0),  // to "pass"
     set(r7, tag(0x0fff)),
     // "mark": four bytes more in front, the addresses moved there, the tag behind them.

@@ -56,7 +56,8 @@ std::optional<std::vector<WireRule>> rulesOf(const Model &model, const Interface
 }
 
 bool administrativelyUp(const Interface &interface) {
-    return interface.adminUp && interface.carrier != Carrier::ForcedDown;
+    return interface.adminUp && interface.errorDisabled == OPEN_ERROR_DISABLE_NONE &&
+           interface.carrier != Carrier::ForcedDown;
 }
 
 }  // namespace

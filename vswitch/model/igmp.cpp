@@ -45,8 +45,11 @@ std::optional<Ipv4> ipv4At(std::string_view text) {
             return std::nullopt;
         address = address << 8 | value;
         at = parsed.ptr;
-        if (part < 3 && (at == end || *at++ != '.'))
+        if (part == 3)
+            break;
+        if (at == end || *at != '.')
             return std::nullopt;
+        ++at;
     }
     return at == end ? std::optional(address) : std::nullopt;
 }
@@ -107,7 +110,8 @@ Ipv4 Model::querierAddress(VlanId id) const {
     return own.value_or(0);
 }
 
-// A port whose participation is left to the switch belongs to a VLAN by an address that is associated with it.
+// A port whose participation is left to the switch belongs to a VLAN by an address that is associated with
+// it.
 bool Model::igmpParticipates(IfNum ifNum, VlanId id, const Mac &mac) const {
     const auto *found = interface(ifNum);
     if (found == nullptr || found->lag != 0 || !found->linkUp)
@@ -351,8 +355,9 @@ void Model::serveIgmp() {
 // Removes the subscribers that fit, and the group when none is left; what comes after it.
 template <class Which>
 IgmpGroups::iterator Model::forgetSubscribers(IgmpGroups::iterator group, Which which) {
-    const auto &[key, subscribers] = *group;
-    igmpSubscribers_ -= std::erase_if(group->second, [&](const auto &item) {
+    const IgmpGroupKey key = group->first;
+    auto &subscribers = group->second;
+    igmpSubscribers_ -= std::erase_if(subscribers, [this, key, &which](const auto &item) {
         if (!which(item))
             return false;
         event("igmp", ipv4Text(item.first.host) + " on " + interfaces_.at(item.first.interface).name() +

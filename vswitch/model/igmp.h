@@ -1,5 +1,6 @@
-// IGMP snooping: which interfaces want which IPv4 multicast groups, and where multicast routers are. Plain state and
-// its rules; the messages come from simulated devices, from operators, or from the wire of live ports.
+// IGMP snooping: which interfaces want which IPv4 multicast groups, and where multicast routers are. Plain
+// state and its rules; the messages come from simulated devices, from operators, or from the wire of live
+// ports.
 #ifndef PAVO_VSWITCH_MODEL_IGMP_H
 #define PAVO_VSWITCH_MODEL_IGMP_H
 
@@ -58,8 +59,8 @@ struct IgmpMessage {
     Duration maxResponse{};     // of a query
 };
 
-// A query that the switch wants sent: general (group 0) to all that participate in the VLAN, or for one group to
-// `interfaces`.
+// A query that the switch wants sent: general (group 0) to all that participate in the VLAN, or for one group
+// to `interfaces`.
 struct IgmpQuery {
     VlanId vlan = 0;
     Ipv4 group = 0;

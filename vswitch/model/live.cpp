@@ -12,6 +12,8 @@ open_error_t Model::setLive(IfNum port) {
     if (!devicesAt(port).empty())
         return OPEN_E_FAIL;
     interface->live = true;
+    interface->counting = {};
+    interface->counting.wire.in = interface->counting.wire.out = std::nullopt;
     refreshLink(port);
     return OPEN_E_NONE;
 }
@@ -22,6 +24,18 @@ void Model::seeCarrier(IfNum port, bool up) {
         return;
     interface->wireUp = up;
     refreshLink(port);
+}
+
+void Model::seeWire(IfNum port, const PortCounters &counters, std::uint32_t mbps) {
+    auto *interface = edit(port);
+    if (interface == nullptr || !interface->live)
+        return;
+    // Counters that went back are those of another network interface of that name.
+    auto &counting = interface->counting;
+    if (counters.inPackets < counting.wire.inPackets || counters.outPackets < counting.wire.outPackets)
+        counting.cleared = {};
+    counting.wire = counters;
+    interface->wireSpeed = mbps;
 }
 
 void Model::seeAddresses(const std::vector<SeenAddress> &seen) {

@@ -35,11 +35,13 @@ Model::Model(ModelConfig config) : config_(std::move(config)) {
     config_.physicalPorts = std::clamp(config_.physicalPorts, 1u, kInterfacesMax);
     config_.defaultMtu = std::clamp(config_.defaultMtu, kMtuMin, kMtuMax);
     config_.lags = std::min(config_.lags, kInterfacesMax - config_.physicalPorts);
+    config_.sfpPorts = std::min(config_.sfpPorts, config_.physicalPorts / 2);
     for (std::uint32_t n = 1; n <= config_.physicalPorts + config_.lags; ++n) {
         Interface interface;
         interface.num = n;
         interface.index = n;
         interface.mtu = config_.defaultMtu;
+        interface.hasCage = n <= config_.physicalPorts && n > config_.physicalPorts - config_.sfpPorts;
         if (n > config_.physicalPorts) {
             interface.type = OPEN_INTF_TYPE_LAG;
             interface.index = n - config_.physicalPorts;
@@ -53,7 +55,7 @@ Model::Model(ModelConfig config) : config_(std::move(config)) {
 void Model::advanceTo(Duration now, std::timespec wall) {
     if (!started_) {
         started_ = true;
-        now_ = bootTime_ = lastAged_ = now;
+        now_ = bootTime_ = lastAged_ = lastSntpPoll_ = now;
     }
     wall_ = wall;
     now_ = std::max(now_, now);
@@ -62,6 +64,8 @@ void Model::advanceTo(Duration now, std::timespec wall) {
     if (now_ - lastAged_ >= kAgePass)
         age();
     serveIgmp();
+    if (now_ - lastSntpPoll_ >= kSntpPollInterval)
+        pollSntp();
 }
 
 // --- features of the whole switch
@@ -103,6 +107,8 @@ open_error_t Model::setAdmin(IfNum ifNum, bool up) {
     if (interface == nullptr)
         return OPEN_E_NOT_FOUND;
     interface->adminUp = up;
+    if (up)
+        interface->errorDisabled = OPEN_ERROR_DISABLE_NONE;
     refreshLink(ifNum);
     return OPEN_E_NONE;
 }
@@ -121,7 +127,7 @@ open_error_t Model::setCarrier(IfNum port, Carrier carrier) {
 
 void Model::refreshLink(IfNum ifNum) {
     auto &interface = interfaces_.at(ifNum);
-    bool up = interface.adminUp;
+    bool up = interface.adminUp && interface.errorDisabled == OPEN_ERROR_DISABLE_NONE;
     if (interface.isLag()) {
         up = up && std::any_of(interface.members.begin(), interface.members.end(),
                                [&](IfNum member) { return interfaces_.at(member).linkUp; });
@@ -131,12 +137,17 @@ void Model::refreshLink(IfNum ifNum) {
         up = up && interface.wireUp;
     } else {
         const auto &here = devicesAt(ifNum);
-        up = up && std::any_of(here.begin(), here.end(),
-                               [](const Device *device) { return device->behind.empty(); });
+        // There is no link at a fixed speed that the device cannot do.
+        const auto fixed = parseSpeed(interface.speed).mbps;
+        up = up && std::any_of(here.begin(), here.end(), [&](const Device *device) {
+                 return device->behind.empty() && (device->speed == 0 || fixed <= device->speed);
+             });
     }
     if (up == interface.linkUp)
         return;
+    countUpToNow(ifNum);
     interface.linkUp = up;
+    interface.supplicant = interface.supplicant && up;
     const auto text = "Link " + std::string(up ? "Up" : "Down") + ": " + interface.name();
     log(5, "TRAPMGR", "trapTask", text);
     event("link", text);
@@ -408,7 +419,7 @@ open_error_t Model::lagAdd(IfNum lag, IfNum port) {
     auto *member = edit(port);
     if (group == nullptr || !group->isLag() || member == nullptr || member->isLag())
         return OPEN_E_PARAM;
-    if (member->lag != 0)
+    if (member->lag != 0 || isMirrorDestination(port))
         return OPEN_E_FAIL;
     if (group->members.size() >= config_.lagMembersMax)
         return OPEN_E_FULL;
@@ -609,6 +620,8 @@ void Model::log(int severity, std::string component, std::string place, std::str
     cut(place, kLogNameMax);
     cut(text, kLogTextMax);
     event("log", text);
+    if (!settings_.log.buffered.takes(severity))
+        return;
     log_.push_back({nextLog_++, wall_, severity, std::move(component), std::move(place), std::move(text)});
     if (log_.size() > config_.logCapacity)
         log_.pop_front();

@@ -11,6 +11,8 @@
 //  - A device behind another one is at the same port as that one.
 //  - Tables hold of live ports exactly what the data plane last saw there and the rules above allow.
 //  - Access groups name existing access lists only.
+//  - The destination of a mirror session is a port in no LAG, no source of its session, and no other
+//    session's destination.
 //  - VLANs have spanning-tree timers of their own only while the switch runs a mode with one tree per VLAN.
 //  - Multicast groups and routers are known only where IGMP is snooped, on interfaces with link that
 //    participate in the VLAN.
@@ -18,7 +20,8 @@
 // A change of membership (PVID, participation, tagging, deletion of a VLAN) takes effect `latency` after it
 // was accepted, in the order of acceptance. Creating a VLAN takes effect at once, and so does everything
 // still pending up to the deletion of a VLAN with that id. Devices that talk keep their entries fresh; a
-// device at a switch port gives the port link, one behind another device does not.
+// device at a switch port gives the port link, unless the port's speed is fixed to one that it cannot do; one
+// behind another device does not.
 #ifndef PAVO_VSWITCH_MODEL_MODEL_H
 #define PAVO_VSWITCH_MODEL_MODEL_H
 
@@ -31,6 +34,7 @@
 
 #include "vswitch/model/igmp.h"
 #include "vswitch/model/qos.h"
+#include "vswitch/model/system.h"
 #include "vswitch/model/types.h"
 
 namespace vswitch {
@@ -47,6 +51,23 @@ class Model {
     const ModelConfig &config() const { return config_; }
     const SystemInfo &system() const { return system_; }
     SystemInfo &system() { return system_; }
+
+    // --- system services
+    const SystemSettings &settings() const { return settings_; }
+    SystemSettings &settings() { return settings_; }
+    std::timespec wallTime() const { return wall_; }
+    const SntpState &sntp() const { return sntp_; }
+    void pollSntp();  // asks the SNTP servers now; otherwise every kSntpPollInterval
+    // 802.1X lets frames of the port through: always while it is off.
+    bool authorized(IfNum port) const;
+
+    // --- hardware; what happens to it is written to the log
+    const Health &health() const { return health_; }
+    // NOT_FOUND: no such sensor, fan or power supply.
+    open_error_t setTemperature(std::uint32_t sensor, std::int32_t celsius, bool working = true);
+    open_error_t setFan(std::uint32_t fan, UnitState state, std::uint32_t rpm);
+    open_error_t setPowerSupply(std::uint32_t supply, UnitState state);
+    open_error_t setLoad(std::uint32_t cpuPercent, std::uint32_t memoryTotalKb, std::uint32_t memoryFreeKb);
 
     // --- features of the whole switch
     const SwitchFeatures &features() const { return features_; }
@@ -72,12 +93,39 @@ class Model {
     // --- interfaces
     const std::map<IfNum, Interface> &interfaces() const { return interfaces_; }
     const Interface *interface(IfNum ifNum) const;
-    // For settings without rules: description, speed, mtu, 802.1X, PTP, 802.1AS, MRP, accepted frames, LAG
+    // For settings without rules: description, mtu, 802.1X, PTP, 802.1AS, MRP, accepted frames, LAG
     // name.
     Interface *edit(IfNum ifNum);
     IfNum lagIfNum(std::uint32_t lagNumber) const;  // 0 when there is none
     open_error_t setAdmin(IfNum ifNum, bool up);
     open_error_t setCarrier(IfNum port, Carrier carrier);
+
+    // --- ports: speed, error state, transceivers, counters
+    open_error_t setSpeed(IfNum port, std::string speed);  // "auto" or as in "10G full-duplex"
+    // Of a port or LAG with link; mbps 0 when the wire does not tell.
+    std::optional<PortSpeed> linkSpeed(IfNum ifNum) const;
+    // The port has no link until the reason is none again; enabling it administratively sees to that, too.
+    open_error_t setErrorDisabled(IfNum port, std::uint32_t reason);
+    // PARAM: no cage. A cage that nobody has filled holds the end of a cable as long as devices are plugged
+    // in.
+    open_error_t setSfp(IfNum port, std::optional<SfpModule> module);
+    std::optional<SfpModule> sfp(IfNum port) const;
+    // At this moment; of a LAG, those of its members.
+    PortCounters counters(IfNum ifNum) const;
+    open_error_t clearCounters(IfNum port);
+    // Frames that were damaged or had to be dropped: errors and discards of `more` count.
+    open_error_t addErrors(IfNum port, const PortCounters &more);
+
+    // --- mirroring: sessions 1 to kMirrorSessionsMax; PARAM beyond
+    const std::map<std::uint32_t, MirrorSession> &mirrorSessions() const { return mirrorSessions_; }
+    bool isMirrorDestination(IfNum port) const;
+    // FAIL: it is the destination.
+    open_error_t addMirrorSource(std::uint32_t session, IfNum ifNum, std::uint32_t direction);
+    open_error_t removeMirrorSource(std::uint32_t session, IfNum ifNum);
+    // FAIL: the port is in a LAG, a source, or another session's destination. 0 removes it.
+    open_error_t setMirrorDestination(std::uint32_t session, IfNum port);
+    open_error_t setMirrorMode(std::uint32_t session, bool enabled);
+    open_error_t deleteMirrorSession(std::uint32_t session);
 
     // --- VLANs
     const std::map<VlanId, Vlan> &vlans() const { return vlans_; }
@@ -136,8 +184,8 @@ class Model {
     // Queries to be sent, oldest first; each is handed out once.
     std::vector<IgmpQuery> takeIgmpQueries();
     WireMulticast wireMulticast(VlanId id) const;
-    // To be called after a change by editVlan() or features(): what is no longer let in is forgotten as soon as
-    // time passes.
+    // To be called after a change by editVlan() or features(): what is no longer let in is forgotten as soon
+    // as time passes.
     void igmpConfigured() { igmpStale_ = true; }
     // Whether the access lists of an interface let a packet pass; without lines they do.
     bool admitsIp(IfNum ifNum, std::uint32_t direction, Ipv4 source, Ipv4 destination) const;
@@ -154,11 +202,14 @@ class Model {
     open_error_t unplug(const std::string &name);
     open_error_t move(const std::string &name, IfNum port, const std::string &behind);
     open_error_t setTalking(const std::string &name, bool talking);
+    // Somebody on the port has authenticated by 802.1X, until the link goes down. FAIL: no link.
+    open_error_t setSupplicant(IfNum port, bool accepted);
 
     // --- live ports
     // What was seen on the wire. Each takes the whole picture; what is missing from it is gone.
     open_error_t setLive(IfNum port);  // from now on; FAIL: devices are plugged in
     void seeCarrier(IfNum port, bool up);
+    void seeWire(IfNum port, const PortCounters &counters, std::uint32_t mbps);  // 0: not known
     void seeAddresses(const std::vector<SeenAddress> &seen);
     void seeNeighbours(const std::vector<SeenNeighbour> &seen);
     void seeArp(std::map<ArpKey, Mac> seen);
@@ -218,6 +269,12 @@ class Model {
     void hear(const Device &device);
     LldpNeighbour &newNeighbour(IfNum port, const LldpFields &fields, const std::string &device);
     void refreshLink(IfNum port);
+    bool answersSntp(const SntpServer &server) const;
+    void reportUnit(const std::string &name, UnitState state);
+    void countUpToNow(IfNum port);
+    PortActivity activityOf(const Interface &port) const;
+    PortCounters rawCounters(const Interface &port) const;
+    MirrorSession *editMirror(std::uint32_t session);
     void age();
     void event(std::string kind, std::string text);
 
@@ -259,10 +316,15 @@ class Model {
 
     ModelConfig config_;
     SystemInfo system_;
+    SystemSettings settings_;
+    Health health_;
+    SntpState sntp_;
+    Duration lastSntpPoll_{};
     SwitchFeatures features_;
     Qos qos_;
     AccessLists ipAccessLists_, macAccessLists_;
-    std::vector<std::string> accessListNames_;  // by id
+    std::vector<std::string> accessListNames_;               // by id
+    std::map<std::uint32_t, MirrorSession> mirrorSessions_;  // those that were ever used
     Duration now_{}, bootTime_{}, lastAged_{};
     bool started_ = false;
     std::timespec wall_{};

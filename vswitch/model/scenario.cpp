@@ -129,6 +129,7 @@ open_error_t Model::plug(Device device) {
         return OPEN_E_FAIL;
     if (device.lldp)
         device.lldp->cutTexts();
+    countUpToNow(device.port);
     event("device", device.name + " plugged into " + port->name());
     auto name = device.name;
     const auto &stored = devices_.emplace(std::move(name), std::move(device)).first->second;
@@ -153,6 +154,7 @@ open_error_t Model::unplug(const std::string &name) {
     if (it == devices_.end())
         return OPEN_E_NOT_FOUND;
     const auto port = it->second.port;
+    countUpToNow(port);
     auto &here = devicesAt_[port];
     for (const auto *device : withFollowers(it->second)) {
         event("device", device->name + " unplugged");
@@ -178,6 +180,8 @@ open_error_t Model::move(const std::string &name, IfNum port, const std::string 
         (!behind.empty() && !mayStandBehind(behind, port, moved)))
         return OPEN_E_PARAM;
     const auto from = it->second.port;
+    countUpToNow(from);
+    countUpToNow(port);
     it->second.behind = behind;
     for (const auto *device : moved) {
         std::erase(devicesAt_[from], device);
@@ -206,6 +210,7 @@ open_error_t Model::setTalking(const std::string &name, bool talking) {
         return OPEN_E_NOT_FOUND;
     // Bring the entries up to date first: silence counts from this moment.
     age();
+    countUpToNow(it->second.port);
     it->second.talking = talking;
     event("device", name + (talking ? " talks" : " is silent"));
     learnDevice(it->second);

@@ -15,6 +15,7 @@
 
 #include "platform/clock.h"
 #include "platform/open_client.h"
+#include "vswitch/model/ports.h"
 
 namespace vswitch {
 
@@ -27,6 +28,7 @@ inline constexpr VlanId kVlanMax = 4094;
 inline constexpr std::size_t kVlanNameMax = 32;
 inline constexpr std::uint32_t kInterfacesMax = 896;
 inline constexpr std::uint32_t kMtuMin = 1500, kMtuMax = 12288, kMtuDefault = 1518;
+inline constexpr std::uint32_t kReauthPeriodDefault = 3600;
 // LLDP strings hold up to 255 bytes on the wire.
 inline constexpr std::size_t kLldpTextMax = 255;
 
@@ -43,6 +45,8 @@ struct ModelConfig {
     std::uint32_t physicalPorts = 48;
     std::uint32_t lags = 24;
     std::uint32_t lagMembersMax = 8;
+    // The last so many ports have a cage for a transceiver; at most every other one.
+    std::uint32_t sfpPorts = 24;
     std::uint32_t defaultMtu = kMtuDefault;  // what the running configuration leaves out
     std::size_t fdbCapacity = 16384;
     std::size_t macAssociationsMax = 16384;
@@ -97,6 +101,8 @@ struct AccessGroup {
     bool operator==(const AccessGroup &) const = default;
 };
 
+inline constexpr std::uint32_t kLagHashModeDefault = OPEN_LAG_HASH_MAC;
+
 struct Interface {
     IfNum num = 0;
     std::uint32_t type = OPEN_INTF_TYPE_PHY;
@@ -108,6 +114,11 @@ struct Interface {
     bool live = false, wireUp = false;
     std::string description;
     std::string speed = "auto";
+    std::uint32_t errorDisabled = OPEN_ERROR_DISABLE_NONE;  // why the switch keeps the port down
+    bool hasCage = false;                                   // for a transceiver
+    std::optional<SfpModule> sfp;                           // that somebody has put in
+    std::uint32_t wireSpeed = 0;                            // live: Mbit/s of the wire, 0 when not known
+    PortCounting counting;
     std::uint32_t mtu = kMtuDefault;  // largest frame in bytes
 
     VlanId pvid = kDefaultVlan;
@@ -116,6 +127,9 @@ struct Interface {
     std::uint32_t switchportMode = OPEN_SWITCHPORT_MODE_GENERAL;
 
     std::uint32_t dot1xControlMode = OPEN_DOT1X_AUTO;
+    bool dot1xReauthentication = false;
+    std::uint32_t dot1xReauthPeriod = kReauthPeriodDefault;  // seconds
+    bool supplicant = false;  // somebody on the port has been authenticated since it got link
     bool ptpTcEnabled = true;
 
     // 802.1AS and the MRP applications; timers in centiseconds.
@@ -132,6 +146,7 @@ struct Interface {
     std::string lagName;
     std::set<IfNum> members;
     bool lagStatic = true;
+    std::uint32_t lagHashMode = kLagHashModeDefault;  // OPEN_LAG_HASH_
 
     bool isLag() const { return type == OPEN_INTF_TYPE_LAG; }
     std::string name() const;  // "0/1", "lag 1"
@@ -170,6 +185,17 @@ struct SwitchFeatures {
     bool mldSnooping = false;
     std::optional<std::uint32_t> querierVersion, querierExpiry, queryInterval;
     bool switchportModeAuto = false;
+
+    bool autoLag = false;
+    std::uint32_t autoLagHashMode = kLagHashModeDefault;  // of the LAGs that it makes
+};
+
+// Copies what passes some interfaces to a port at which somebody listens.
+inline constexpr std::uint32_t kMirrorSessionsMax = 4;
+struct MirrorSession {
+    std::map<IfNum, std::uint32_t> sources;  // ports and LAGs, with OPEN_MIRROR_
+    IfNum destination = 0;                   // a port; 0: none yet
+    bool enabled = false;
 };
 
 // One line of an access list; an address is "any", or an address and the bits of it that may differ.
@@ -253,6 +279,8 @@ struct Device {
     std::optional<LldpFields> lldp;
     bool talking = true;
     std::map<std::uint32_t, std::uint32_t> groups{};  // IPv4 multicast groups joined, and the IGMP version
+    std::uint32_t speed = 0;  // the fastest it can do, in Mbit/s; 0: whatever the port can
+    bool halfDuplex = false;  // cannot do better
 };
 
 struct LogLine {

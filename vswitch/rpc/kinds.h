@@ -1,5 +1,5 @@
 // The kinds of argument of an OpEN call: what the C function takes, what the server's handler takes, and how
-// each travels (see wire.h). Numbers are always 32-bit unsigned.
+// each travels (see wire.h). Numbers are unsigned, of 32 bits where the kind does not say 64.
 #ifndef PAVO_VSWITCH_RPC_KINDS_H
 #define PAVO_VSWITCH_RPC_KINDS_H
 
@@ -55,6 +55,22 @@ struct Out {
     using Server = std::uint32_t &;
     struct State {
         std::uint32_t value = 0;
+        Server argument() { return value; }
+        void unpack(const msgpack::object &) {}
+    };
+    static constexpr bool kGoesIn = false, kComesOut = true;
+    static bool valid(C pointer) { return pointer != nullptr; }
+    static void pack(Packer &, C) {}
+    static void store(C pointer, const msgpack::object &object) { object.convert(*pointer); }
+    static void packResult(Packer &packer, const State &state) { packer.pack(state.value); }
+};
+
+// A number of 64 bits, output: a counter.
+struct Out64 {
+    using C = std::uint64_t *;
+    using Server = std::uint64_t &;
+    struct State {
+        std::uint64_t value = 0;
         Server argument() { return value; }
         void unpack(const msgpack::object &) {}
     };

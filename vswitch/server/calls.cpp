@@ -372,20 +372,27 @@ open_error_t Calls::rpcclt_openapiLagMaxMemberCountGet(std::uint32_t &max) {
     return OPEN_E_NONE;
 }
 
-open_error_t Calls::rpcclt_openapiLagMembersGet(std::uint32_t lagIfNum, std::uint32_t &count,
-                                                rpc::Filled &members) {
+open_error_t Calls::lagPorts(IfNum lagIfNum, bool onlyActive, std::uint32_t &count,
+                             rpc::Filled &members) const {
     const auto *lag = model_.interface(lagIfNum);
     if (lag == nullptr || !lag->isLag())
         return OPEN_E_NOT_FOUND;
     const auto room = count;
     count = 0;
     for (const std::uint32_t member : lag->members) {
+        if (onlyActive && !(lag->adminUp && model_.interface(member)->linkUp))
+            continue;
         if (count == room || members.value.size() + sizeof member > members.room)
             break;
         members.value.append(reinterpret_cast<const char *>(&member), sizeof member);
         ++count;
     }
     return OPEN_E_NONE;
+}
+
+open_error_t Calls::rpcclt_openapiLagMembersGet(std::uint32_t lagIfNum, std::uint32_t &count,
+                                                rpc::Filled &members) {
+    return lagPorts(lagIfNum, false, count, members);
 }
 
 open_error_t Calls::rpcclt_openapiLagPortAdd(std::uint32_t lagIfNum, std::uint32_t ifNum) {

@@ -19,6 +19,7 @@ class Calls {
   private:
     open_error_t applyScript(const std::string &input, const std::string &output);
     open_error_t nextInterface(std::uint32_t type, IfNum after, IfNum &next) const;
+    open_error_t lagPorts(IfNum lag, bool onlyActive, std::uint32_t &count, rpc::Filled &members) const;
     const LldpNeighbour *neighbour(IfNum ifNum, std::uint32_t remIndex, std::uint32_t timeStamp) const;
     open_error_t lldpText(IfNum ifNum, std::uint32_t remIndex, std::uint32_t timeStamp,
                           std::string LldpFields::*field, rpc::Filled &out) const;

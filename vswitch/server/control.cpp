@@ -85,6 +85,8 @@ Device deviceOf(const json &body) {
     device.tag = memberNumber(body, "vlan", 0, kVlanMax);
     device.ip = body.value("ip", "");
     device.talking = body.value("talking", true);
+    device.speed = memberNumber(body, "speed", 0);
+    device.halfDuplex = body.value("halfDuplex", false);
     const auto count = memberNumber(body, "count", 1, kMacsMax);
     if (body.contains("mac")) {
         const auto first = macOf(body["mac"]);
@@ -176,6 +178,153 @@ json link(const Request &r) {
                          : state == "down" ? Carrier::ForcedDown
                                            : Carrier::FollowDevices;
     require(r.server.model().setCarrier(portOf(r.body), carrier), "no such port");
+    return {};
+}
+
+// --- hardware
+
+constexpr const char *kUnitStates[] = {"operational", "failed", "absent"};
+constexpr std::int32_t kCelsiusMin = -100, kCelsiusMax = 300;
+
+UnitState unitStateOf(const json &body) {
+    const auto state = body.at("state").get<std::string>();
+    const auto *const found = std::ranges::find(kUnitStates, state);
+    if (found == std::end(kUnitStates))
+        throw Refusal("state is operational, failed or absent");
+    return static_cast<UnitState>(found - std::begin(kUnitStates) + OPEN_UNIT_OPERATIONAL);
+}
+
+const char *unitStateText(UnitState state) {
+    return kUnitStates[static_cast<std::uint32_t>(state) - OPEN_UNIT_OPERATIONAL];
+}
+
+std::uint32_t unitNumber(const json &body, const char *name) {
+    return static_cast<std::uint32_t>(numberOf(body.at(name), kUint32Max));
+}
+
+void changeTemperature(Model &model, const json &body) {
+    const auto sensor = unitNumber(body, "sensor");
+    const bool known = sensor >= 1 && sensor <= model.health().sensors.size();
+    std::int64_t celsius = known ? model.health().sensors[sensor - 1].celsius : 0;
+    if (const auto given = body.find("celsius"); given != body.end()) {
+        if (!given->is_number_integer() || given->get<std::int64_t>() < kCelsiusMin ||
+            given->get<std::int64_t>() > kCelsiusMax)
+            throw Refusal("not a temperature: " + given->dump());
+        celsius = given->get<std::int64_t>();
+    }
+    require(model.setTemperature(sensor, static_cast<std::int32_t>(celsius), !body.value("failed", false)),
+            "no such sensor");
+}
+
+void changeFan(Model &model, const json &body) {
+    const auto fan = unitNumber(body, "fan");
+    const auto state = unitStateOf(body);
+    const bool known = fan >= 1 && fan <= model.health().fans.size();
+    const auto rpm = known && model.health().fans[fan - 1].rpm > 0 ? model.health().fans[fan - 1].rpm
+                                                                   : Health{}.fans.front().rpm;
+    require(model.setFan(fan, state, memberNumber(body, "rpm", rpm, kFanRpmMax)), "no such fan");
+}
+
+json healthOf(const Model &model) {
+    static constexpr const char *kSensorStates[] = {"normal", "warning", "critical", "failed"};
+    const auto &health = model.health();
+    auto sensors = json::array(), fans = json::array(), supplies = json::array();
+    for (const auto &s : health.sensors)
+        sensors.push_back({{"name", s.name},
+                           {"celsius", s.celsius},
+                           {"warningAbove", s.warningAbove},
+                           {"criticalAbove", s.criticalAbove},
+                           {"state", kSensorStates[s.state() - OPEN_TEMP_NORMAL]}});
+    for (const auto &fan : health.fans)
+        fans.push_back({{"name", fan.name}, {"rpm", fan.rpm}, {"state", unitStateText(fan.state)}});
+    for (const auto &supply : health.supplies)
+        supplies.push_back({{"name", supply.name}, {"state", unitStateText(supply.state)}});
+    return {{"sensors", sensors},
+            {"fans", fans},
+            {"supplies", supplies},
+            {"cpu", health.cpuPercent},
+            {"memory", {{"totalKb", health.memoryTotalKb}, {"freeKb", health.memoryFreeKb}}}};
+}
+
+json health(const Request &r) {
+    Model &model = r.server.model();
+    Model changed = model.settled();  // all of a request or nothing
+    const auto change = [&](Model &target) {
+        if (const auto part = r.body.find("temperature"); part != r.body.end())
+            changeTemperature(target, *part);
+        if (const auto part = r.body.find("fan"); part != r.body.end())
+            changeFan(target, *part);
+        if (const auto part = r.body.find("power"); part != r.body.end())
+            require(target.setPowerSupply(unitNumber(*part, "supply"), unitStateOf(*part)),
+                    "no such power supply");
+        const auto cpu = memberNumber(r.body, "cpu", target.health().cpuPercent, 100);
+        const auto memory = r.body.value("memory", json::object());
+        require(target.setLoad(cpu, memberNumber(memory, "totalKb", target.health().memoryTotalKb),
+                               memberNumber(memory, "freeKb", target.health().memoryFreeKb)),
+                "more memory free than there is");
+    };
+    change(changed);
+    change(model);
+    return healthOf(model);
+}
+
+json supplicant(const Request &r) {
+    require(r.server.model().setSupplicant(portOf(r.body), r.body.value("accepted", true)),
+            "no such port, or no link on it");
+    return {};
+}
+
+// An integer of 32 bits with a sign.
+std::int32_t signedNumberOf(const json &value) {
+    if (!value.is_number_integer() || value.get<std::int64_t>() != value.get<std::int32_t>())
+        throw Refusal("not a number of 32 bits: " + value.dump());
+    return value.get<std::int32_t>();
+}
+
+json sfp(const Request &r) {
+    std::optional<SfpModule> module;
+    if (!r.body.value("remove", false)) {
+        module.emplace();
+        module->vendor = r.body.value("vendor", "");
+        module->partNumber = r.body.value("part", "");
+        module->serial = r.body.value("serial", "");
+        module->wavelength = memberNumber(r.body, "wavelength", 0);
+        const auto &body = r.body;
+        if (body.contains("temperature") || body.contains("txPower") || body.contains("rxPower")) {
+            SfpDiagnostics measured;
+            if (body.contains("temperature"))
+                measured.temperature = signedNumberOf(body["temperature"]);
+            measured.voltage = memberNumber(body, "voltage", 3300);
+            measured.bias = memberNumber(body, "bias", 6000);
+            measured.txPower = memberNumber(body, "txPower", 5000);
+            measured.rxPower = memberNumber(body, "rxPower", 5000);
+            module->diagnostics = measured;
+        }
+    }
+    require(r.server.model().setSfp(portOf(r.body), std::move(module)), "no port with a cage");
+    return {};
+}
+
+json errorDisable(const Request &r) {
+    const auto reason = errorReasonOf(r.body.at("reason").get<std::string>());
+    if (!reason)
+        throw Refusal("no such reason: " + r.body["reason"].get<std::string>());
+    require(r.server.model().setErrorDisabled(portOf(r.body), *reason), "no such port");
+    return {};
+}
+
+json addErrors(const Request &r) {
+    constexpr auto kMost = std::numeric_limits<std::uint64_t>::max();
+    PortCounters more;
+    const std::pair<const char *, std::uint64_t PortCounters::*> kinds[] = {
+        {"inErrors", &PortCounters::inErrors},
+        {"outErrors", &PortCounters::outErrors},
+        {"inDiscards", &PortCounters::inDiscards},
+        {"outDiscards", &PortCounters::outDiscards}};
+    for (const auto &[name, field] : kinds)
+        if (const auto it = r.body.find(name); it != r.body.end())
+            more.*field = numberOf(*it, kMost);
+    require(r.server.model().addErrors(portOf(r.body), more), "no simulated port");
     return {};
 }
 
@@ -314,6 +463,35 @@ json interfaceRow(const Model &model, const Interface &i) {
         {"ptpTc", i.ptpTcEnabled}};
 }
 
+json counterRows(const Model &model) {
+    auto rows = json::array();
+    for (const auto &[num, i] : model.interfaces()) {
+        const auto n = model.counters(num);
+        rows.push_back({{"name", i.name()},
+                        {"inOctets", n.inOctets},
+                        {"outOctets", n.outOctets},
+                        {"inPackets", n.inPackets},
+                        {"outPackets", n.outPackets},
+                        {"inErrors", n.inErrors},
+                        {"outErrors", n.outErrors},
+                        {"inDiscards", n.inDiscards},
+                        {"outDiscards", n.outDiscards}});
+    }
+    return rows;
+}
+
+json sfpRows(const Model &model) {
+    auto rows = json::array();
+    for (const auto &[num, i] : model.interfaces())
+        if (const auto module = model.sfp(num))
+            rows.push_back({{"port", i.name()},
+                            {"vendor", module->vendor},
+                            {"part", module->partNumber},
+                            {"serial", module->serial},
+                            {"wavelength", module->wavelength}});
+    return rows;
+}
+
 json portRows(const Model &model) {
     auto rows = json::array();
     for (const auto &[num, i] : model.interfaces())
@@ -420,9 +598,9 @@ json logRows(const Model &model) {
 }
 
 constexpr std::pair<const char *, json (*)(const Model &)> kTables[] = {
-    {"ports", portRows}, {"lags", lagRows},  {"vlans", vlanRows}, {"associations", associationRows},
-    {"fdb", fdbRows},    {"lldp", lldpRows}, {"arp", arpRows},    {"devices", deviceRows},
-    {"igmp", igmpRows},  {"log", logRows}};
+    {"ports", portRows}, {"lags", lagRows},         {"vlans", vlanRows}, {"associations", associationRows},
+    {"fdb", fdbRows},    {"lldp", lldpRows},        {"arp", arpRows},    {"devices", deviceRows},
+    {"igmp", igmpRows},  {"counters", counterRows}, {"sfp", sfpRows},    {"log", logRows}};
 
 json tableOf(const Request &r) {
     const auto name = r.body.at("name").get<std::string>();
@@ -432,11 +610,27 @@ json tableOf(const Request &r) {
     throw Refusal("no such table: " + name);
 }
 
-constexpr std::pair<const char *, json (*)(const Request &)> kOperations[] = {
-    {"plug", plug},      {"unplug", unplug},   {"move", moveDevice},   {"talk", talk},
-    {"igmp", igmp},      {"link", link},       {"cli", cliLine},       {"help", cliHelp},
-    {"exec", execLines}, {"latency", latency}, {"fault", addFault},    {"faults", faults},
-    {"table", tableOf},  {"events", events},   {"counters", counters}, {"dataplane", dataPlane}};
+constexpr std::pair<const char *, json (*)(const Request &)> kOperations[] = {{"plug", plug},
+                                                                              {"unplug", unplug},
+                                                                              {"move", moveDevice},
+                                                                              {"talk", talk},
+                                                                              {"igmp", igmp},
+                                                                              {"health", health},
+                                                                              {"supplicant", supplicant},
+                                                                              {"link", link},
+                                                                              {"cli", cliLine},
+                                                                              {"help", cliHelp},
+                                                                              {"exec", execLines},
+                                                                              {"latency", latency},
+                                                                              {"fault", addFault},
+                                                                              {"faults", faults},
+                                                                              {"table", tableOf},
+                                                                              {"events", events},
+                                                                              {"counters", counters},
+                                                                              {"dataplane", dataPlane},
+                                                                              {"sfp", sfp},
+                                                                              {"errdisable", errorDisable},
+                                                                              {"errors", addErrors}};
 
 json answer(Server &server, std::map<std::string, CliSession> &sessions, const std::string &text) {
     const auto body = json::parse(text, [](int depth, json::parse_event_t, json &) {

@@ -1,11 +1,20 @@
 // What an operator or a test does to the virtual switch from outside: a JSON object with "op" and the
 // operation's members goes in, a JSON object with "ok" (and "error" when that is false) comes out.
 //
-//   plug      {name, port, mac | macs | (mac, count), behind, vlan, ip, lldp: {...}}
+//   plug      {name, port, mac | macs | (mac, count), behind, vlan, ip, lldp: {...}, speed, halfDuplex};
+//             speed: the fastest that the device can do, in Mbit/s
 //   unplug    {name}
 //   move      {name, port, behind}
 //   talk      {name, on}
 //   link      {port, state: up | down | auto}
+//   health    {temperature: {sensor, celsius, failed}, fan: {fan, state, rpm}, power: {supply, state}, cpu,
+//             memory: {totalKb, freeKb}}, each if it is to change -> {sensors, fans, supplies, cpu, memory};
+//             state: operational | failed | absent
+//   supplicant {port, accepted}: somebody there has authenticated by 802.1X, until the link goes down
+//   sfp       {port, vendor, part, serial, wavelength, temperature, voltage, bias, txPower, rxPower} | {port,
+//             remove}; it measures when temperature or a power is given (units as in model/ports.h)
+//   errdisable {port, reason}: none, link-flap, bpdu-guard, port-security, storm-control, udld, transceiver
+//   errors    {port, inErrors, outErrors, inDiscards, outDiscards}: adds to the counters
 //   cli       {session, line} -> {output, prompt}
 //   help      {session, line} -> {output}
 //   exec      {lines} -> {output}
@@ -14,7 +23,8 @@
 //             before or after the call is carried out, and no reply; process: only the calls of that process
 //             (id or name) count
 //   faults    {clear} -> {faults: [{call, nth, seen, ...}]}; seen < nth: has not struck yet
-//   table     {name} -> {rows}: ports, lags, vlans, associations, fdb, lldp, arp, devices, log
+//   table     {name} -> {rows}: ports, lags, vlans, associations, fdb, lldp, arp, devices, log,
+//             counters, sfp
 //   events    {since} -> {events, last}
 //   counters  {reset} -> {calls, total, unknownCommands, ...}
 //   dataplane -> {driver: scenario | ovs, settled, processes, flows, ...}; settled: all configuration has

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "platform/clock.h"
+#include "vswitch/dataplane/port_counters.h"
 #include "vswitch/rpc/kinds.h"
 #include "vswitch/rpc/wire.h"
 #include "vswitch/server/control.h"
@@ -90,6 +91,7 @@ void Server::attach(std::unique_ptr<DataPlane> dataPlane) {
         if (model_.setLive(port) != OPEN_E_NONE)
             throw std::invalid_argument("no port 0/" + std::to_string(port) + " for " + netdev);
     dataPlane_ = std::move(dataPlane);
+    seeWires(model_, livePorts_);
     pushed_ = wireConfigOf(model_, livePorts_);
     dataPlane_->push(pushed_, ++generation_);
 }
@@ -107,6 +109,10 @@ void Server::exchangeWithDataPlane() {
     if (const auto view = dataPlane_->collect()) {
         putIntoModel(model_, *view, generation_);
         touched_ = true;
+    }
+    if (model_.upTime() - countersRead_ >= std::chrono::seconds(1)) {
+        countersRead_ = model_.upTime();
+        seeWires(model_, livePorts_);
     }
     if (const auto queries = model_.takeIgmpQueries(); !queries.empty())
         dataPlane_->sendQueries(queries);

@@ -106,8 +106,9 @@ class Server {
     std::unique_ptr<DataPlane> dataPlane_;
     PortMap livePorts_;
     WireConfig pushed_;
-    bool touched_ = true;  // the configuration may differ from pushed_
-    bool changed_ = true;  // see takeChange()
+    Duration countersRead_{};  // up time at which the wires' counters were last read
+    bool touched_ = true;      // the configuration may differ from pushed_
+    bool changed_ = true;      // see takeChange()
     std::uint64_t generation_ = 0;
     std::map<std::string, CliSession> sessions_;  // of the control request "cli"
 };

@@ -1,0 +1,115 @@
+#!/usr/bin/env python3
+"""The neighbour list of whole processes: pavoctl, cache and switch. PAVO_BUILD names the build folder."""
+
+import json
+import os
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+import unittest
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+TREE = os.path.dirname(os.path.dirname(HERE))
+BUILD = os.environ.get("PAVO_BUILD", os.path.join(TREE, "build", "dev"))
+sys.path.insert(0, os.path.join(TREE, "demo"))
+
+from rig import Rig  # noqa: E402
+
+LIMIT = 60  # real seconds that any one event may take
+
+HOSTILE = "\"},{\\\"\x1b[31m\x07\t\n\x7f\u009b2J\u2028\u0000\udbff".encode("utf-8", "replace").decode()
+
+
+class NeighbourTest(unittest.TestCase):
+    """Python's parser reads every answer: it refuses control characters in strings and bytes that are no UTF-8."""
+
+    def setUp(self):
+        self.rig = Rig(BUILD, tempfile.mkdtemp(prefix="neighbour-", dir=BUILD), 50)
+        self.rig.start_switch()
+
+    def tearDown(self):
+        self.rig.stop_all()
+        output = self.rig.output("vswitchd")
+        shutil.rmtree(self.rig.root, ignore_errors=True)
+        self.assertNotIn("Sanitizer", output)
+
+    def see(self, what, condition):
+        self.rig.wait_for(condition, LIMIT, what)
+
+    def answer(self, *words):
+        done = subprocess.run([self.rig.program("pavoctl"), *words], env=self.rig.env, capture_output=True, check=True)
+        return json.loads(done.stdout.decode("utf-8", "strict"))
+
+    def plug_hostile(self):
+        fields = ("systemName", "mgmtAddress", "portId", "chassisId")
+        for port, field in enumerate(fields, start=1):
+            self.rig.control("plug", name=f"box {port}", port=f"0/{port}", mac=f"02:00:00:00:00:0{port}",
+                             lldp={field: HOSTILE, "systemDesc": "Box"})
+
+    def test_hostile_names(self):
+        self.plug_hostile()
+        name = HOSTILE.split("\0", maxsplit=1)[0]
+        page = self.answer("neighbours", "--json")["lldpRemoteDevice"]
+        rows = page["rows"]
+        self.assertEqual([name] * 4, [rows[0]["hostName"], rows[1]["hostIpAddress"], rows[2]["remotePortId"],
+                                      rows[3]["hostMacAddress"]])
+        self.assertEqual((len(rows), len(rows)), (page["pageSize"], page["total"]))
+
+        self.rig.pavoctl("cache", "refresh", "neighbor_ex", "port_vendor_detect")
+        self.assertEqual(rows, self.answer("cache", "read", "neighbor_ex/0")["lldpRemoteDevice"]["rows"])
+        ports = self.answer("cache", "read", "port_vendor_detect")["portVendorDetect"]["ports"]
+        self.assertEqual([1, 2, 3, 4], [port["portNum"] for port in ports])
+
+        table = self.rig.pavoctl("neighbours").stdout
+        self.assertEqual(1 + len(rows), table.count("\n"))
+        self.assertNotRegex(table, "[\x00-\x09\x0b-\x1f\x7f-\x9f]")
+
+    def test_switch_that_goes_away_leaves_the_cached_answer(self):
+        self.rig.control("plug", name="host", port="0/5", mac="02:00:00:00:00:01", count=1201)
+        self.rig.pavoctl("cache", "refresh", "neighbor_ex")
+        sizes = [len(self.answer("cache", "read", f"neighbor_ex/{i}")["lldpRemoteDevice"]["rows"]) for i in range(3)]
+        self.assertEqual([500, 500, 201], sizes)
+        before = self.answer("cache", "read", "neighbor_ex/2")
+        for nth in (1, 700):
+            self.rig.control("fault", call="rpcclt_openapiFdbEntryNextGet", nth=nth, once=True)
+            self.assertNotEqual(0, self.rig.pavoctl("cache", "refresh", "neighbor_ex", check=False).returncode)
+            self.assertEqual(before, self.answer("cache", "read", "neighbor_ex/2"))
+            self.rig.control("faults", clear=True)
+        self.rig.stop("vswitchd", signal.SIGKILL)
+        self.assertEqual(3, self.rig.pavoctl("neighbours", check=False).returncode)
+        self.assertEqual(before, self.answer("cache", "read", "neighbor_ex/2"))
+
+    def test_follow(self):
+        self.rig.control("plug", name="first", port="0/1", mac="02:00:00:00:00:01")
+        with open(self.rig.path("tmp/follow"), "w+b") as output:
+            follower = subprocess.Popen([self.rig.program("pavoctl"), "neighbours", "--follow", "--interval", "1"],
+                                        env=self.rig.env, stdout=output, stderr=subprocess.STDOUT)
+            try:
+                def seen(text):
+                    self.see(text, lambda: text in self.rig.read("tmp/follow"))
+                seen("02:00:00:00:00:01")
+                self.rig.control("plug", name="second", port="0/2", mac="02:00:00:00:00:02",
+                                 lldp={"systemName": "desk\x1b[2J", "systemDesc": "Desk"})
+                seen("joined  0/2  02:00:00:00:00:02")
+                seen("  0/2  02:00:00:00:00:02  desk.[2J")  # at once, or when it has announced its name
+                self.rig.control("move", name="second", port="0/3")
+                seen("moved   0/3 from 0/2  02:00:00:00:00:02")
+                self.rig.control("unplug", name="first")
+                seen("left    0/1  02:00:00:00:00:01")
+                # A switch that is away takes nobody with it.
+                self.rig.stop("vswitchd", signal.SIGKILL)
+                seen("pavoctl: ")
+                self.assertEqual(1, self.rig.read("tmp/follow").count("left "))
+                self.rig.start_switch()
+                self.rig.control("plug", name="third", port="0/4", mac="02:00:00:00:00:03")
+                seen("joined  0/4  02:00:00:00:00:03")
+                self.assertIsNone(follower.poll())
+            finally:
+                follower.send_signal(signal.SIGINT)
+                self.assertEqual(-signal.SIGINT, follower.wait(LIMIT))
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,196 @@
+// What the answers of the web interface are made with: a JSON value under construction, and the rules for
+// what the switch does not tell, which is either left out or fails the whole answer.
+#ifndef PAVO_WEB_ANSWER_BUILDER_H
+#define PAVO_WEB_ANSWER_BUILDER_H
+
+#include <concepts>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <optional>
+#include <source_location>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "common/json.h"
+#include "common/log.h"
+#include "common/result.h"
+#include "common/text.h"
+#include "swapi/open_result.h"
+#include "swapi/switch.h"
+
+namespace pavo {
+
+// An object or array under construction. Strings are made well-formed UTF-8. An optional without a value adds
+// nothing.
+class AnswerNode {
+  public:
+    static AnswerNode object() { return AnswerNode(cJSON_CreateObject()); }
+    static AnswerNode array() { return AnswerNode(cJSON_CreateArray()); }
+
+    // --- members of an object
+
+    AnswerNode &add(const char *key, bool value) {
+        return note(cJSON_AddBoolToObject(json_.get(), key, value) != nullptr);
+    }
+    template <std::integral Number>
+        requires(!std::same_as<Number, bool>)
+    AnswerNode &add(const char *key, Number value) {
+        return note(cJSON_AddNumberToObject(json_.get(), key, static_cast<double>(value)) != nullptr);
+    }
+    AnswerNode &add(const char *key, std::string_view text) {
+        return note(cJSON_AddStringToObject(json_.get(), key, wellFormed(text).c_str()) != nullptr);
+    }
+    AnswerNode &add(const char *key, const char *text) { return add(key, std::string_view(text)); }
+    AnswerNode &add(const char *key, const std::string &text) { return add(key, std::string_view(text)); }
+    AnswerNode &add(const char *key, AnswerNode value) {
+        return note(value.whole_ && addItem(json_.get(), key, std::move(value.json_)));
+    }
+    template <class T>
+    AnswerNode &add(const char *key, const std::optional<T> &value) {
+        return value ? add(key, *value) : *this;
+    }
+
+    // --- items of an array
+
+    AnswerNode &append(AnswerNode value) {
+        if (!value.whole_ || !cJSON_AddItemToArray(json_.get(), value.json_.get()))
+            return note(false);
+        static_cast<void>(value.json_.release());
+        return *this;
+    }
+    AnswerNode &append(std::uint32_t value) { return note(appendNumber(json_.get(), value)); }
+
+    // In one line; empty when memory ran out, now or before.
+    std::string print() const { return whole_ ? printJsonLine(json_.get()) : ""; }
+
+  private:
+    explicit AnswerNode(cJSON *json) : json_(json), whole_(json != nullptr) {}
+    AnswerNode &note(bool done) {
+        whole_ = whole_ && done;
+        return *this;
+    }
+
+    JsonPtr json_;
+    bool whole_;
+};
+
+// Reads for one answer. A value that the switch does not tell is left out; a switch that cannot be reached,
+// or a table that is not complete, fails the answer. Each failure is logged once, on behalf of the producer
+// that `where` names. A value that the switch does not offer, or no longer has, is not a failure.
+class AnswerReader {
+  public:
+    explicit AnswerReader(const Where &where) : where_(where) {}
+
+    const Where &where() const { return where_; }
+    bool failed() const { return code_ != ResultCode::Success; }
+    ResultCode code() const { return code_; }
+
+    template <class T>
+    std::optional<T> value(OpenResult<T> read, const char *what) {
+        if (read)
+            return std::optional<T>(std::move(*read));
+        report(read.error(), what, read.error() == OpenError::Unreachable);
+        return std::nullopt;
+    }
+
+    // An entry of a table, which is not complete without it. Nothing when it has gone since the walk came by.
+    template <class T>
+    std::optional<T> entry(OpenResult<T> read, const char *what) {
+        if (read)
+            return std::optional<T>(std::move(*read));
+        report(read.error(), what, read.error() != OpenError::NotFound);
+        return std::nullopt;
+    }
+
+    // Fails the answer for a reason of its own.
+    void refuse(const char *why) {
+        if (!failed())
+            logError(where_, "[%s:%d] %s\n", why);
+        code_ = failed() ? code_ : ResultCode::Failed;
+    }
+
+    // For a walk that the loop has left.
+    template <class Table>
+    void end(const Table &walk, const char *what) {
+        if (const auto broken = walk.brokenBy())
+            report(*broken, what, true);
+    }
+
+    // The value of a Result, whose failure has been logged and fails the answer.
+    template <class T>
+    std::optional<T> require(Result<T> read) {
+        if (read)
+            return std::optional<T>(std::move(*read));
+        if (!failed())
+            code_ = read.error().code;
+        return std::nullopt;
+    }
+
+  private:
+    void report(OpenError error, const char *what, bool fails) {
+        const bool isOffered = error != OpenError::Unavailable && error != OpenError::NotFound;
+        if (!failed() && (fails || isOffered))
+            logError(where_, "[%s:%d] %s cannot be read (result = %d)\n", what, error);
+        if (fails && !failed())
+            code_ = ResultCode::Failed;
+    }
+
+    Where where_;
+    ResultCode code_ = ResultCode::Success;
+};
+
+// The text of a whole answer; otherwise its code, logged.
+inline Result<std::string> textOf(const AnswerReader &reader, const AnswerNode &answer) {
+    if (reader.failed())
+        return failed(reader.code());
+    if (auto text = answer.print(); !text.empty())
+        return text;
+    logError(reader.where(), "[%s:%d] Response error\r\n");
+    return failed(ResultCode::Failed);
+}
+
+// Copies text into the caller's buffer, terminated. 10000 (logged) when it does not fit, with the buffer left
+// as it was.
+std::int32_t fillBuffer(std::string_view text, char *buffer, std::size_t size, const Where &where);
+
+// A producer that hands out new text: build(Switch, AnswerReader &) makes the answer.
+template <class Build>
+std::int32_t handOut(openapiClientHandle_t *client, char **json, Build build,
+                     Where where = std::source_location::current()) {
+    if (json != nullptr)
+        *json = nullptr;
+    if (client == nullptr || json == nullptr) {
+        logError(where, "[%s:%d] param is null \r\n");
+        return codeOf(ResultCode::InvalidArgument);
+    }
+    AnswerReader reader(where);
+    const AnswerNode answer = build(Switch(client), reader);
+    const auto text = textOf(reader, answer);
+    if (!text)
+        return codeOf(text);
+    *json = strdup(text->c_str());
+    if (*json != nullptr)
+        return 0;
+    logError(where, "[%s:%d] Response error\r\n");
+    return codeOf(ResultCode::Failed);
+}
+
+// The same for a producer that fills a buffer.
+template <class Build>
+std::int32_t fillIn(openapiClientHandle_t *client, char *json, std::size_t size, Build build,
+                    Where where = std::source_location::current()) {
+    if (client == nullptr || json == nullptr) {
+        logError(where, "[%s:%d] param is null \r\n");
+        return codeOf(ResultCode::InvalidArgument);
+    }
+    AnswerReader reader(where);
+    const AnswerNode answer = build(Switch(client), reader);
+    const auto text = textOf(reader, answer);
+    return text ? fillBuffer(*text, json, size, where) : codeOf(text);
+}
+
+}  // namespace pavo
+
+#endif

@@ -1,0 +1,118 @@
+// The producers of store/producers.h about ports and LAGs; web/port_answers.h says what they answer.
+#include <source_location>
+
+#include "common/log.h"
+#include "common/result.h"
+#include "store/producers.h"
+#include "web/port_answers.h"
+
+namespace pavo {
+namespace {
+
+bool canAnswer(const openapiClientHandle_t *client, char **json, const Where &where) {
+    if (json != nullptr)
+        *json = nullptr;
+    if (client != nullptr && json != nullptr)
+        return true;
+    logError(where, "[%s:%d] no client or no place for the answer\n");
+    return false;
+}
+
+// What a print function has made.
+std::int32_t handOut(char *text, char **json, const Where &where) {
+    *json = text;
+    if (text != nullptr)
+        return 0;
+    logError(where, "[%s:%d] out of memory\n");
+    return codeOf(ResultCode::InvalidPointer);
+}
+
+// Reads by read(switch) and prints.
+template <class Read, class Print>
+std::int32_t answer(openapiClientHandle_t *client, char **json, const Where &where, Read read, Print print) {
+    if (!canAnswer(client, json, where))
+        return codeOf(ResultCode::InvalidArgument);
+    const auto facts = read(Switch(client));
+    return facts ? handOut(print(*facts), json, where) : codeOf(facts);
+}
+
+std::int32_t answerPorts(openapiClientHandle_t *client, char **json, const FactsWanted &wanted,
+                         const Where &where) {
+    return answer(
+        client, json, where, [&](Switch sw) { return readPortFacts(sw, wanted, where); }, printPorts);
+}
+
+std::int32_t answerLags(openapiClientHandle_t *client, char **json, const FactsWanted &wanted,
+                        const Where &where) {
+    return answer(client, json, where, [&](Switch sw) { return readLagFacts(sw, wanted, where); }, printLags);
+}
+
+}  // namespace
+
+std::int32_t getPhyInfAllStatusFast(openapiClientHandle_t *client, char **json) {
+    return answerPorts(client, json,
+                       {.settings = true, .status = true, .counts = true, .hardware = true, .lag = true},
+                       std::source_location::current());
+}
+
+std::int32_t getPortStatusListFast(openapiClientHandle_t *client, char **json) {
+    return answerPorts(client, json, {.status = true, .lag = true}, std::source_location::current());
+}
+
+std::int32_t getPortsSettings(openapiClientHandle_t *client, char **json) {
+    return answerPorts(client, json, {.settings = true, .hardware = true, .lag = true},
+                       std::source_location::current());
+}
+
+std::int32_t interfacesStatusBuild(openapiClientHandle_t *client, char **json) {
+    const Where where = std::source_location::current();
+    if (!canAnswer(client, json, where))
+        return codeOf(ResultCode::InvalidArgument);
+    const auto ports = readPortFacts(client, {.status = true, .counts = true, .lag = true}, where);
+    if (!ports)
+        return codeOf(ports);
+    const auto lags = readLagFacts(client, {.status = true, .counts = true}, where);
+    return lags ? handOut(printInterfaces(*ports, *lags), json, where) : codeOf(lags);
+}
+
+std::int32_t getLagInfoList(openapiClientHandle_t *client, char **json) {
+    return answerLags(client, json, {.status = true}, std::source_location::current());
+}
+
+std::int32_t getLagInfoListEx(openapiClientHandle_t *client, char **json) {
+    return answerLags(client, json, {.settings = true, .status = true, .counts = true},
+                      std::source_location::current());
+}
+
+std::int32_t getAutoLagCfg(openapiClientHandle_t *client, char **json) {
+    const Where where = std::source_location::current();
+    return answer(client, json, where, [&](Switch sw) { return readAutoLag(sw, where); }, printAutoLag);
+}
+
+std::int32_t manualTrunkGet(openapiClientHandle_t *client, char **json) {
+    const Where where = std::source_location::current();
+    return answer(client, json, where, [&](Switch) { return loadManualTrunks(where); }, printManualTrunks);
+}
+
+std::int32_t switchTrunkModeGet(openapiClientHandle_t *client, char **json) {
+    const Where where = std::source_location::current();
+    return answer(client, json, where, [&](Switch sw) { return readTrunkFacts(sw, where); }, printTrunks);
+}
+
+std::int32_t getPortMirroring(openapiClientHandle_t *client, std::int32_t detail, char **json) {
+    const Where where = std::source_location::current();
+    return answer(
+        client, json, where, [&](Switch sw) { return readMirrorTable(sw, detail == 1, where); },
+        printMirrors);
+}
+
+std::int32_t portHardwareInfoBuild(openapiClientHandle_t *client, char **json) {
+    return answerPorts(client, json, {.hardware = true}, std::source_location::current());
+}
+
+std::int32_t fiberOpticsGet(openapiClientHandle_t *client, char **json) {
+    const Where where = std::source_location::current();
+    return answer(client, json, where, [&](Switch sw) { return readSfpFacts(sw, where); }, printOptics);
+}
+
+}  // namespace pavo
