@@ -137,6 +137,7 @@ void hearIgmpFrames(std::string_view input) {
     checkProgramsView(rig);
     for (int times = 0; times < 3; ++times) {
         rig.device.with([](Server &server) {
+            server.tick();
             const auto broken = test_support::brokenRule(server.model());
             require(broken.empty(), "the rules of the model hold", broken);
             for (const auto &query : server.model().takeIgmpQueries()) {
@@ -151,6 +152,7 @@ void hearIgmpFrames(std::string_view input) {
         platform::sleepFor(200s);
     }
     rig.device.with([](Server &server) {
+        server.tick();
         require(std::as_const(server).model().igmpGroups().empty(), "who does not report again is forgotten");
     });
 }
