@@ -30,6 +30,7 @@
 #include "store/vlan_settings.h"
 #include "swapi/switch_settings.h"
 #include "vlan/ip_interfaces.h"
+#include "vlan/multicast.h"
 #include "vlan/show_vlan.h"
 
 namespace fuzz {
@@ -138,6 +139,20 @@ void readPolicyMap(std::string_view shown) {
     const auto classes = parsePolicyClasses(shown);
     require((!classes.telos && !classes.gd) || classes.count > 0 || shown.contains("CLASS_"),
             "a class that is found is counted");
+}
+
+void readGroups(std::string_view shown) {
+    GroupRowRoom room{};
+    forEachGroupRow(shown, [&](const GroupRow &row) {
+        require(row.subscriber.size() <= 15 && row.subscriberMac.size() <= 17 && row.group.size() <= 15 &&
+                    row.groupMac.size() <= 17 && row.type.size() <= 7,
+                "strings of a row keep within their widths");
+        const std::string printed(printGroupRow(row, room));
+        require(isStrictJson(printed), "a row parses in a strict parser", printed);
+    });
+    for (const auto &address : parseDenyList(shown))
+        require(address.size() == 20 || (address.size() < 20 && address.ends_with("/8")),
+                "an address is cut to its room", address);
 }
 
 // --- configuration
@@ -281,6 +296,7 @@ void readShowCaptures(std::string_view input) {
     readIpManagement(input);
     readAssociations(input);
     readPolicyMap(input);
+    readGroups(input);
 }
 
 void readRunningConfig(std::string_view input) {

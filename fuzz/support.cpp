@@ -87,9 +87,12 @@ void removeFiles(const char *fixedFolder) {
     fs::remove_all(platform::fsPath(fixedFolder));
 }
 
-SwitchRig::SwitchRig() : device(config()) {
+SwitchRig::Clock::Clock() {
     platform::manual_clock::reset();
     platform::manual_clock::setAutoAdvance(true);
+}
+
+SwitchRig::SwitchRig() : device(config()) {
     require(openapiClientRegister("fuzz", &client) == OPEN_E_NONE, "a client can register");
 }
 

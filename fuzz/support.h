@@ -59,6 +59,10 @@ class SwitchRig {
     // Commands that the switch does not know.
     std::uint64_t unknownCommands();
 
+    // Before the device, which takes the time of its start from it.
+    struct Clock {
+        Clock();
+    } clock;
     vswitch::InProcessSwitch device;
     openapiClientHandle_t client{};
 };

@@ -32,6 +32,8 @@ void serveFrames(std::string_view input);
 void serveControl(std::string_view input);
 void restoreSavedState(std::string_view input);
 void takeReadings(std::string_view input);
+void hearIgmpFrames(std::string_view input);
+void readOpenFlow(std::string_view input);
 
 struct Target {
     std::string_view name;
@@ -52,6 +54,8 @@ inline constexpr Target kTargets[] = {
     {"switch_control", serveControl},
     {"switch_state", restoreSavedState},
     {"switch_readings", takeReadings},
+    {"switch_igmp", hearIgmpFrames},
+    {"switch_openflow", readOpenFlow},
 };
 
 }  // namespace fuzz
