@@ -43,7 +43,7 @@ std::string withChecksums(std::string_view input) {
     std::string frame(input);
     if (frame.size() < kEthernetSize + 20)
         return frame;
-    const std::size_t head = 4 * (byteAt(frame, kEthernetSize) & 0xf);
+    const std::size_t head = std::size_t{4} * (byteAt(frame, kEthernetSize) & 0xf);
     const std::size_t size = byteAt(frame, kEthernetSize + 2) << 8 | byteAt(frame, kEthernetSize + 3);
     if (head < 20 || size < head + 8 || kEthernetSize + size > frame.size())
         return frame;
@@ -73,10 +73,10 @@ void checkFrame(const IgmpFrame &frame, std::size_t size, IfNum interface) {
                                       .maxResponse = heard.maxResponse,
                                       .interfaces = {}},
                                      heard.mac);
-    const auto again = parseIgmpFrame(sent, interface);
-    require(again && again->kind == IgmpFrame::Kind::Query && again->messages.size() == 1,
+    const auto again = parseIgmpFrame(sent, interface).value_or(IgmpFrame{});
+    require(again.kind == IgmpFrame::Kind::Query && again.messages.size() == 1,
             "a query that is sent is one");
-    const auto &message = again->messages.at(0);
+    const auto &message = again.messages.at(0);
     require(message.vlan == heard.vlan && message.group == heard.group && message.version == heard.version &&
                 message.host == heard.host && message.mac == heard.mac &&
                 (message.maxResponse == heard.maxResponse || heard.maxResponse < 100ms),
