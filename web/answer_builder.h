@@ -1,12 +1,10 @@
-// What the answers of the web interface are made with: a JSON value under construction, and the rules for
-// what the switch does not tell, which is either left out or fails the whole answer.
+// The rules that answers of the web interface have for what the switch does not tell, which is either left
+// out or fails the whole answer.
 #ifndef PAVO_WEB_ANSWER_BUILDER_H
 #define PAVO_WEB_ANSWER_BUILDER_H
 
-#include <concepts>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <optional>
 #include <source_location>
 #include <string>
@@ -16,65 +14,11 @@
 #include "common/json.h"
 #include "common/log.h"
 #include "common/result.h"
-#include "common/text.h"
 #include "swapi/open_result.h"
 #include "swapi/switch.h"
+#include "web/answer_node.h"
 
 namespace pavo {
-
-// An object or array under construction. Strings are made well-formed UTF-8. An optional without a value adds
-// nothing.
-class AnswerNode {
-  public:
-    static AnswerNode object() { return AnswerNode(cJSON_CreateObject()); }
-    static AnswerNode array() { return AnswerNode(cJSON_CreateArray()); }
-
-    // --- members of an object
-
-    AnswerNode &add(const char *key, bool value) {
-        return note(cJSON_AddBoolToObject(json_.get(), key, value) != nullptr);
-    }
-    template <std::integral Number>
-        requires(!std::same_as<Number, bool>)
-    AnswerNode &add(const char *key, Number value) {
-        return note(cJSON_AddNumberToObject(json_.get(), key, static_cast<double>(value)) != nullptr);
-    }
-    AnswerNode &add(const char *key, std::string_view text) {
-        return note(cJSON_AddStringToObject(json_.get(), key, wellFormed(text).c_str()) != nullptr);
-    }
-    AnswerNode &add(const char *key, const char *text) { return add(key, std::string_view(text)); }
-    AnswerNode &add(const char *key, const std::string &text) { return add(key, std::string_view(text)); }
-    AnswerNode &add(const char *key, AnswerNode value) {
-        return note(value.whole_ && addItem(json_.get(), key, std::move(value.json_)));
-    }
-    template <class T>
-    AnswerNode &add(const char *key, const std::optional<T> &value) {
-        return value ? add(key, *value) : *this;
-    }
-
-    // --- items of an array
-
-    AnswerNode &append(AnswerNode value) {
-        if (!value.whole_ || !cJSON_AddItemToArray(json_.get(), value.json_.get()))
-            return note(false);
-        static_cast<void>(value.json_.release());
-        return *this;
-    }
-    AnswerNode &append(std::uint32_t value) { return note(appendNumber(json_.get(), value)); }
-
-    // In one line; empty when memory ran out, now or before.
-    std::string print() const { return whole_ ? printJsonLine(json_.get()) : ""; }
-
-  private:
-    explicit AnswerNode(cJSON *json) : json_(json), whole_(json != nullptr) {}
-    AnswerNode &note(bool done) {
-        whole_ = whole_ && done;
-        return *this;
-    }
-
-    JsonPtr json_;
-    bool whole_;
-};
 
 // Reads for one answer. A value that the switch does not tell is left out; a switch that cannot be reached,
 // or a table that is not complete, fails the answer. Each failure is logged once, on behalf of the producer
@@ -170,7 +114,7 @@ std::int32_t handOut(openapiClientHandle_t *client, char **json, Build build,
     const auto text = textOf(reader, answer);
     if (!text)
         return codeOf(text);
-    *json = strdup(text->c_str());
+    *json = newText(*text);
     if (*json != nullptr)
         return 0;
     logError(where, "[%s:%d] Response error\r\n");

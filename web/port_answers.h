@@ -77,19 +77,20 @@
 #include <vector>
 
 #include "profile/avb_ports.h"
+#include "web/answer_node.h"
 #include "web/port_facts.h"
 
 namespace pavo {
 
-// Each prints into new text, the caller's to free; null when memory ran out. They print what was read.
-char *printPorts(const std::vector<InterfaceFacts> &ports);
-char *printLags(const std::vector<LagFacts> &lags);
-char *printInterfaces(const std::vector<InterfaceFacts> &ports, const std::vector<LagFacts> &lags);
-char *printAutoLag(const AutoLag &setting);
-char *printManualTrunks(const ManualTrunks &trunks);
-char *printTrunks(const TrunkFacts &trunks);
-char *printMirrors(const MirrorTable &table);
-char *printOptics(const std::vector<SfpFacts> &places);
+// They hold what was read.
+AnswerNode portsAnswer(const std::vector<InterfaceFacts> &ports);
+AnswerNode lagsAnswer(const std::vector<LagFacts> &lags);
+AnswerNode interfacesAnswer(const std::vector<InterfaceFacts> &ports, const std::vector<LagFacts> &lags);
+AnswerNode autoLagAnswer(const AutoLag &setting);
+AnswerNode manualTrunksAnswer(const ManualTrunks &trunks);
+AnswerNode trunksAnswer(const TrunkFacts &trunks);
+AnswerNode mirrorsAnswer(const MirrorTable &table);
+AnswerNode opticsAnswer(const std::vector<SfpFacts> &places);
 
 }  // namespace pavo
 

@@ -1,6 +1,7 @@
 // The producers of store/producers.h about ports and LAGs; web/port_answers.h says what they answer.
 #include <source_location>
 
+#include "common/json.h"
 #include "common/log.h"
 #include "common/result.h"
 #include "store/producers.h"
@@ -18,33 +19,34 @@ bool canAnswer(const openapiClientHandle_t *client, char **json, const Where &wh
     return false;
 }
 
-// What a print function has made.
-std::int32_t handOut(char *text, char **json, const Where &where) {
-    *json = text;
-    if (text != nullptr)
+std::int32_t handOut(const AnswerNode &made, char **json, const Where &where) {
+    const auto text = made.print();
+    *json = text.empty() ? nullptr : newText(text);
+    if (*json != nullptr)
         return 0;
     logError(where, "[%s:%d] out of memory\n");
     return codeOf(ResultCode::InvalidPointer);
 }
 
-// Reads by read(switch) and prints.
-template <class Read, class Print>
-std::int32_t answer(openapiClientHandle_t *client, char **json, const Where &where, Read read, Print print) {
+// Reads by read(switch) and makes the answer of it.
+template <class Read, class Make>
+std::int32_t answer(openapiClientHandle_t *client, char **json, const Where &where, Read read, Make make) {
     if (!canAnswer(client, json, where))
         return codeOf(ResultCode::InvalidArgument);
     const auto facts = read(Switch(client));
-    return facts ? handOut(print(*facts), json, where) : codeOf(facts);
+    return facts ? handOut(make(*facts), json, where) : codeOf(facts);
 }
 
 std::int32_t answerPorts(openapiClientHandle_t *client, char **json, const FactsWanted &wanted,
                          const Where &where) {
     return answer(
-        client, json, where, [&](Switch sw) { return readPortFacts(sw, wanted, where); }, printPorts);
+        client, json, where, [&](Switch sw) { return readPortFacts(sw, wanted, where); }, portsAnswer);
 }
 
 std::int32_t answerLags(openapiClientHandle_t *client, char **json, const FactsWanted &wanted,
                         const Where &where) {
-    return answer(client, json, where, [&](Switch sw) { return readLagFacts(sw, wanted, where); }, printLags);
+    return answer(
+        client, json, where, [&](Switch sw) { return readLagFacts(sw, wanted, where); }, lagsAnswer);
 }
 
 }  // namespace
@@ -72,7 +74,7 @@ std::int32_t interfacesStatusBuild(openapiClientHandle_t *client, char **json) {
     if (!ports)
         return codeOf(ports);
     const auto lags = readLagFacts(client, {.status = true, .counts = true}, where);
-    return lags ? handOut(printInterfaces(*ports, *lags), json, where) : codeOf(lags);
+    return lags ? handOut(interfacesAnswer(*ports, *lags), json, where) : codeOf(lags);
 }
 
 std::int32_t getLagInfoList(openapiClientHandle_t *client, char **json) {
@@ -86,24 +88,24 @@ std::int32_t getLagInfoListEx(openapiClientHandle_t *client, char **json) {
 
 std::int32_t getAutoLagCfg(openapiClientHandle_t *client, char **json) {
     const Where where = std::source_location::current();
-    return answer(client, json, where, [&](Switch sw) { return readAutoLag(sw, where); }, printAutoLag);
+    return answer(client, json, where, [&](Switch sw) { return readAutoLag(sw, where); }, autoLagAnswer);
 }
 
 std::int32_t manualTrunkGet(openapiClientHandle_t *client, char **json) {
     const Where where = std::source_location::current();
-    return answer(client, json, where, [&](Switch) { return loadManualTrunks(where); }, printManualTrunks);
+    return answer(client, json, where, [&](Switch) { return loadManualTrunks(where); }, manualTrunksAnswer);
 }
 
 std::int32_t switchTrunkModeGet(openapiClientHandle_t *client, char **json) {
     const Where where = std::source_location::current();
-    return answer(client, json, where, [&](Switch sw) { return readTrunkFacts(sw, where); }, printTrunks);
+    return answer(client, json, where, [&](Switch sw) { return readTrunkFacts(sw, where); }, trunksAnswer);
 }
 
 std::int32_t getPortMirroring(openapiClientHandle_t *client, std::int32_t detail, char **json) {
     const Where where = std::source_location::current();
     return answer(
         client, json, where, [&](Switch sw) { return readMirrorTable(sw, detail == 1, where); },
-        printMirrors);
+        mirrorsAnswer);
 }
 
 std::int32_t portHardwareInfoBuild(openapiClientHandle_t *client, char **json) {
@@ -112,7 +114,7 @@ std::int32_t portHardwareInfoBuild(openapiClientHandle_t *client, char **json) {
 
 std::int32_t fiberOpticsGet(openapiClientHandle_t *client, char **json) {
     const Where where = std::source_location::current();
-    return answer(client, json, where, [&](Switch sw) { return readSfpFacts(sw, where); }, printOptics);
+    return answer(client, json, where, [&](Switch sw) { return readSfpFacts(sw, where); }, opticsAnswer);
 }
 
 }  // namespace pavo

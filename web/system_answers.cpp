@@ -18,20 +18,6 @@ using Text = std::optional<std::string>;
 
 // --- words for the switch's numbers; nothing for a number that nobody knows
 
-template <class Number>
-struct Word {
-    Number number;
-    const char *word;
-};
-
-template <class Number, std::size_t N>
-std::optional<const char *> wordOf(const Word<Number> (&words)[N], const std::optional<Number> &number) {
-    for (const auto &known : words)
-        if (number && known.number == *number)
-            return known.word;
-    return std::nullopt;
-}
-
 constexpr Word<SensorState> kSensorStates[] = {{SensorState::Normal, "normal"},
                                                {SensorState::Warning, "warning"},
                                                {SensorState::Critical, "critical"},
@@ -114,12 +100,24 @@ AnswerNode systemInfoJson(Switch sw, AnswerReader &reader) {
     return out;
 }
 
+// A table of the switch: rowOf(entry) makes a row, or nothing for an entry that is left out. `what` is the table.
+template <class Table, class RowOf>
+AnswerNode tableJson(Table table, AnswerReader &reader, const char *what, RowOf rowOf) {
+    auto out = AnswerNode::array();
+    for (const auto entry : table) {
+        if (std::optional<AnswerNode> row = rowOf(entry))
+            out.append(std::move(*row));
+        if (reader.failed())
+            break;
+    }
+    reader.end(table, what);
+    return out;
+}
+
 // --- hardware
 
 AnswerNode sensorsJson(Switch sw, AnswerReader &reader) {
-    auto out = AnswerNode::array();
-    auto sensors = sw.sensors();
-    for (const std::uint32_t sensor : sensors) {
+    return tableJson(sw.sensors(), reader, "the list of temperature sensors", [&](std::uint32_t sensor) {
         const auto name = reader.value(sw.sensorName(sensor), "the name of a temperature sensor");
         const auto status = reader.value(sw.sensorStatus(sensor), "a temperature");
         const bool measures = status && status->state != SensorState::Failed;
@@ -129,40 +127,30 @@ AnswerNode sensorsJson(Switch sw, AnswerReader &reader) {
         row.add("celsius", measures ? std::optional(status->celsius) : std::nullopt);
         row.add("warningAbove", fieldOf(status, &SensorStatus::warningAbove));
         row.add("criticalAbove", fieldOf(status, &SensorStatus::criticalAbove));
-        out.append(std::move(row));
-    }
-    reader.end(sensors, "the list of temperature sensors");
-    return out;
+        return row;
+    });
 }
 
 AnswerNode fansJson(Switch sw, AnswerReader &reader) {
-    auto out = AnswerNode::array();
-    auto fans = sw.fans();
-    for (const std::uint32_t fan : fans) {
+    return tableJson(sw.fans(), reader, "the list of fans", [&](std::uint32_t fan) {
         const auto name = reader.value(sw.fanName(fan), "the name of a fan");
         const auto status = reader.value(sw.fanStatus(fan), "the state of a fan");
         auto row = AnswerNode::object();
         row.add("fan", fan).add("name", name);
         row.add("state", wordOf(kUnitStates, fieldOf(status, &FanStatus::state)));
         row.add("rpm", fieldOf(status, &FanStatus::rpm));
-        out.append(std::move(row));
-    }
-    reader.end(fans, "the list of fans");
-    return out;
+        return row;
+    });
 }
 
 AnswerNode powerSuppliesJson(Switch sw, AnswerReader &reader) {
-    auto out = AnswerNode::array();
-    auto supplies = sw.powerSupplies();
-    for (const std::uint32_t supply : supplies) {
+    return tableJson(sw.powerSupplies(), reader, "the list of power supplies", [&](std::uint32_t supply) {
         const auto name = reader.value(sw.powerSupplyName(supply), "the name of a power supply");
         const auto state = reader.value(sw.powerSupplyState(supply), "the state of a power supply");
         auto row = AnswerNode::object();
         row.add("supply", supply).add("name", name).add("state", wordOf(kUnitStates, state));
-        out.append(std::move(row));
-    }
-    reader.end(supplies, "the list of power supplies");
-    return out;
+        return row;
+    });
 }
 
 AnswerNode deviceHealthJson(Switch sw, AnswerReader &reader) {
@@ -233,16 +221,15 @@ AnswerNode sntpJson(Switch sw, AnswerReader &reader) {
         if (status->lastUpdate != 0)
             out.add("lastUpdate", status->lastUpdate);
     }
-    auto rows = AnswerNode::array();
-    auto servers = sw.sntpServers();
-    for (const std::uint32_t number : servers)
-        if (const auto server = reader.entry(sw.sntpServer(number), "an SNTP server")) {
-            auto row = AnswerNode::object();
-            row.add("host", server->host).add("port", server->port).add("priority", server->priority);
-            rows.append(std::move(row));
-        }
-    reader.end(servers, "the list of SNTP servers");
-    out.add("servers", std::move(rows));
+    const auto rowOf = [&](std::uint32_t number) -> std::optional<AnswerNode> {
+        const auto server = reader.entry(sw.sntpServer(number), "an SNTP server");
+        if (!server)
+            return std::nullopt;
+        auto row = AnswerNode::object();
+        row.add("host", server->host).add("port", server->port).add("priority", server->priority);
+        return row;
+    };
+    out.add("servers", tableJson(sw.sntpServers(), reader, "the list of SNTP servers", rowOf));
     return out;
 }
 
@@ -280,17 +267,16 @@ AnswerNode logJson(Switch sw, AnswerReader &reader) {
         syslog.add("enabled", *enabled);
         out.add("syslog", std::move(syslog));
     }
-    auto rows = AnswerNode::array();
-    auto hosts = sw.logHosts();
-    for (const std::uint32_t number : hosts)
-        if (const auto host = reader.entry(sw.logHost(number), "a log host")) {
-            auto row = AnswerNode::object();
-            row.add("host", host->host).add("port", host->port);
-            row.add("level", wordOf(kSeverities, std::optional(host->level)));
-            rows.append(std::move(row));
-        }
-    reader.end(hosts, "the list of log hosts");
-    out.add("hosts", std::move(rows));
+    const auto rowOf = [&](std::uint32_t number) -> std::optional<AnswerNode> {
+        const auto host = reader.entry(sw.logHost(number), "a log host");
+        if (!host)
+            return std::nullopt;
+        auto row = AnswerNode::object();
+        row.add("host", host->host).add("port", host->port);
+        row.add("level", wordOf(kSeverities, std::optional(host->level)));
+        return row;
+    };
+    out.add("hosts", tableJson(sw.logHosts(), reader, "the list of log hosts", rowOf));
     return out;
 }
 
@@ -329,22 +315,19 @@ AnswerNode radiusJson(Switch sw, AnswerReader &reader) {
     const auto timers = reader.value(sw.radiusTimers(), "the RADIUS timers");
     out.add("timeout", fieldOf(timers, &RadiusTimers::timeout));
     out.add("retransmit", fieldOf(timers, &RadiusTimers::retransmit));
-    auto rows = AnswerNode::array();
-    auto servers = sw.radiusServers();
-    for (const std::uint32_t number : servers) {
+    const auto rowOf = [&](std::uint32_t number) -> std::optional<AnswerNode> {
         const auto server = reader.entry(sw.radiusServer(number), "a RADIUS server");
         const auto name = reader.value(sw.radiusServerName(number), "the name of a RADIUS server");
         if (!server)
-            continue;
+            return std::nullopt;
         auto row = AnswerNode::object();
         row.add("host", server->host).add("name", fieldOf(name, &RadiusServerName::name));
         row.add("type", wordOf(kRadiusTypes, std::optional(server->type)));
         row.add("port", server->port).add("priority", server->priority);
         row.add("secretSet", fieldOf(name, &RadiusServerName::isSecretSet));
-        rows.append(std::move(row));
-    }
-    reader.end(servers, "the list of RADIUS servers");
-    out.add("servers", std::move(rows));
+        return row;
+    };
+    out.add("servers", tableJson(sw.radiusServers(), reader, "the list of RADIUS servers", rowOf));
     return out;
 }
 
@@ -355,9 +338,7 @@ std::optional<const char *> stateWord(const std::optional<bool> &authorized) {
 AnswerNode portAuthJson(Switch sw, AnswerReader &reader) {
     auto out = AnswerNode::object();
     out.add("enabled", reader.value(sw.dot1x(), "the 802.1X mode"));
-    auto rows = AnswerNode::array();
-    auto ports = sw.ports();
-    for (const IfNum port : ports) {
+    const auto rowOf = [&](IfNum port) {
         auto row = AnswerNode::object();
         row.add("port", port.number()).add("name", portCliName(port));
         row.add("controlMode",
@@ -366,12 +347,9 @@ AnswerNode portAuthJson(Switch sw, AnswerReader &reader) {
         const auto again = reader.value(sw.portReauthentication(port), "the reauthentication of a port");
         row.add("reauthentication", fieldOf(again, &PortReauthentication::enabled));
         row.add("reauthPeriod", fieldOf(again, &PortReauthentication::period));
-        rows.append(std::move(row));
-        if (reader.failed())
-            break;
-    }
-    reader.end(ports, "the list of ports");
-    out.add("ports", std::move(rows));
+        return row;
+    };
+    out.add("ports", tableJson(sw.ports(), reader, "the list of ports", rowOf));
     return out;
 }
 
@@ -381,19 +359,14 @@ AnswerNode ptpJson(Switch sw, AnswerReader &reader) {
     auto out = AnswerNode::object();
     out.add("transparentClock", reader.value(sw.ptpTc(), "the PTP mode"));
     out.add("dot1as", reader.value(sw.dot1as(), "the 802.1AS mode"));
-    auto rows = AnswerNode::array();
-    auto ports = sw.ports();
-    for (const IfNum port : ports) {
+    const auto rowOf = [&](IfNum port) {
         auto row = AnswerNode::object();
         row.add("port", port.number()).add("name", portCliName(port));
         row.add("transparentClock", reader.value(sw.portPtpTc(port), "the PTP mode of a port"));
         row.add("dot1as", reader.value(sw.portDot1as(port), "the 802.1AS mode of a port"));
-        rows.append(std::move(row));
-        if (reader.failed())
-            break;
-    }
-    reader.end(ports, "the list of ports");
-    out.add("ports", std::move(rows));
+        return row;
+    };
+    out.add("ports", tableJson(sw.ports(), reader, "the list of ports", rowOf));
     return out;
 }
 
