@@ -30,6 +30,19 @@ struct LinkRequest {
     }
 };
 
+// A change of one link; nothing when it is not there.
+template <class Links>
+std::optional<LinkRequest> changeOf(const Links &links, const std::string &name) {
+    const auto link = links.find(name);
+    if (link == links.end())
+        return std::nullopt;
+    LinkRequest request{};
+    request.header.nlmsg_type = RTM_NEWLINK;
+    request.header.nlmsg_flags = NLM_F_REQUEST;
+    request.link.ifi_index = link->second.index;
+    return request;
+}
+
 void send(int socket, LinkRequest request) {
     const auto length = offsetof(LinkRequest, attributes) + request.used;
     request.header.nlmsg_len = static_cast<std::uint32_t>(length);
@@ -78,38 +91,26 @@ void LinkWatch::requestAll() {
 }
 
 void LinkWatch::setUp(const std::string &name, bool up) {
-    const auto link = links_.find(name);
-    if (link == links_.end())
+    auto request = changeOf(links_, name);
+    if (!request)
         return;
-    LinkRequest request{};
-    request.header.nlmsg_type = RTM_NEWLINK;
-    request.header.nlmsg_flags = NLM_F_REQUEST;
-    request.link.ifi_index = link->second.index;
-    request.link.ifi_flags = up ? unsigned{IFF_UP} : 0;
-    request.link.ifi_change = IFF_UP;
-    send(socket_.get(), request);
+    request->link.ifi_flags = up ? unsigned{IFF_UP} : 0;
+    request->link.ifi_change = IFF_UP;
+    send(socket_.get(), *request);
 }
 
 void LinkWatch::setMtu(const std::string &name, std::uint32_t mtu) {
-    const auto link = links_.find(name);
-    if (link == links_.end())
+    auto request = changeOf(links_, name);
+    if (!request)
         return;
-    LinkRequest request{};
-    request.header.nlmsg_type = RTM_NEWLINK;
-    request.header.nlmsg_flags = NLM_F_REQUEST;
-    request.link.ifi_index = link->second.index;
-    request.add(IFLA_MTU, &mtu, sizeof mtu);
-    send(socket_.get(), request);
+    request->add(IFLA_MTU, &mtu, sizeof mtu);
+    send(socket_.get(), *request);
 }
 
 void LinkWatch::setFilter(const std::string &name, int program) {
-    const auto link = links_.find(name);
-    if (link == links_.end())
+    auto request = changeOf(links_, name);
+    if (!request)
         return;
-    LinkRequest request{};
-    request.header.nlmsg_type = RTM_NEWLINK;
-    request.header.nlmsg_flags = NLM_F_REQUEST;
-    request.link.ifi_index = link->second.index;
     struct {
         rtattr programHead;
         std::int32_t program;
@@ -117,8 +118,8 @@ void LinkWatch::setFilter(const std::string &name, int program) {
         std::uint32_t flags;
     } const nested{
         {RTA_LENGTH(4), IFLA_XDP_FD}, program, {RTA_LENGTH(4), IFLA_XDP_FLAGS}, XDP_FLAGS_SKB_MODE};
-    request.add(IFLA_XDP | NLA_F_NESTED, &nested, sizeof nested);
-    send(socket_.get(), request);
+    request->add(IFLA_XDP | NLA_F_NESTED, &nested, sizeof nested);
+    send(socket_.get(), *request);
 }
 
 void LinkWatch::update() {
