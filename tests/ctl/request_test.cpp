@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <CLI/CLI.hpp>
-#include <fstream>
 
 #include "common/json.h"
 #include "ctl/port_list.h"
@@ -44,9 +43,8 @@ class RequestTest : public SwitchTest {
         return why.starts_with(option) ? why.substr(option.size()) : "not quoted: " + why;
     }
     std::string fileWith(const std::string &text) {
-        const auto path = platform::fsPath("/tmp/request.json");
-        std::ofstream(path) << text;
-        return path;
+        test_support::writeText("/tmp/request.json", text);
+        return platform::fsPath("/tmp/request.json");
     }
 };
 
@@ -54,51 +52,38 @@ TEST_F(RequestTest, ListsNamePortsAndLags) {
     const auto config =
         configOf(optionsWith("20 type=3 profile=Video untagged=1-3,7,lag2 tagged=lag3-4,48 assigned=5"));
     const auto &vlan = config.request.vlans.at(0);
-    const auto numbersOf = [](const std::vector<IfNum> &ports) {
-        std::vector<std::uint32_t> numbers;
-        for (const IfNum port : ports)
-            numbers.push_back(port.number());
-        return numbers;
-    };
+    const auto portsOf = [](const std::vector<IfNum> &ports) { return portListOf(ports, {}); };
     EXPECT_EQ(vlan.id, VlanId(20));
     EXPECT_EQ(vlan.vlanType, 3);
     EXPECT_EQ(vlan.profileType, "Video");
-    EXPECT_EQ(numbersOf(vlan.untagged), (std::vector<std::uint32_t>{1, 2, 3, 7, 50}));
-    EXPECT_EQ(numbersOf(vlan.tagged), (std::vector<std::uint32_t>{51, 52, 48}));
-    EXPECT_EQ(numbersOf(vlan.assigned), std::vector<std::uint32_t>{5});
+    EXPECT_EQ(portsOf(vlan.untagged), "1-3,7,50");
+    EXPECT_EQ(portsOf(vlan.tagged), "48,51-52");
+    EXPECT_EQ(portsOf(vlan.assigned), "5");
     EXPECT_EQ(configOf(optionsWith("20")).request.vlans.at(0).vlanType, 1);
 
     const IfNum ports[] = {IfNum(7), IfNum(1), IfNum(2)};
     const std::uint32_t lags[] = {4, 2, 3};
     EXPECT_EQ(portListOf(ports, lags), "1-2,7,lag2-4") << "as it is written";
-    EXPECT_EQ(portListOf({}, lags), "lag2-4");
     EXPECT_EQ(portListOf({}, {}), "-");
 }
 
 TEST_F(RequestTest, WhatIsNotUnderstoodIsRefusedAsAWhole) {
     for (const std::string item : {"1;2", "all", "", "1-", "-4", "4-1", "1-4-6", "0/5", "5x", "lag", "LAG2",
-                                   "lagx", "lag2-lag3", "+1", "0x5", "1-99999999999"})
-        for (const auto *list : {"%", "3,%"}) {
-            auto value = std::string(list);
-            value.replace(value.find('%'), 1, item);
+                                   "lag2-lag3", "+1", "0x5", "1-99999999999"})
+        for (const std::string first : {"", "3,"})
             EXPECT_EQ(
-                refusal("20 untagged=" + value),
+                refusal("20 untagged=" + first + item),
                 "untagged: \"" + item + "\" is neither a port (7), nor a LAG (lag2), nor a range of them");
-        }
     const std::pair<std::string, std::string> rows[] = {
-        {"20 untagged=49", "untagged: there is no port 49 (ports 1-48, LAGs lag1-24)"},
         {"20 tagged=47-4000000000", "tagged: there is no port 49 (ports 1-48, LAGs lag1-24)"},
         {"20 assigned=0", "assigned: there is no port 0 (ports 1-48, LAGs lag1-24)"},
         {"20 tagged=lag25", "tagged: there is no LAG 25 (ports 1-48, LAGs lag1-24)"},
         {"20 tagged=lag0", "tagged: there is no LAG 0 (ports 1-48, LAGs lag1-24)"},
         {"20.5 untagged=1", "\"20.5\" is not a VLAN id (1 to 4094)"},
-        {"untagged=1", "\"untagged=1\" is not a VLAN id (1 to 4094)"},
-        {"4095", "\"4095\" is not a VLAN id (1 to 4094)"},
         {"", "\"\" is not a VLAN id (1 to 4094)"},
         {"20 type=3.5", "type: \"3.5\" is not a number"},
         {"20 untagged=1 untagged=2", "\"untagged\" is there twice"},
         {"20 untaged=1", "\"untaged\" is not one of type, profile, untagged, tagged, assigned"},
-        {"20 untagged=1, 2", "untagged: \"\" is neither a port (7), nor a LAG (lag2), nor a range of them"},
     };
     for (const auto &[vlan, why] : rows)
         EXPECT_EQ(refusal(vlan), why);
@@ -129,10 +114,8 @@ TEST_F(RequestTest, FlagsCountForFilesToo) {
     options.plan = options.force = true;
     const auto config = configOf(options);
     EXPECT_TRUE(config.plan && config.force && !config.overwrite);
-    for (const std::string text : {"", "nonsense", "{}", R"({"profileConfig": 3})"}) {
-        options.file = fileWith(text);
-        EXPECT_EQ(ctl::requestOf(&client, options), text) << "refused by who reads it";
-    }
+    options.file = fileWith("nonsense");
+    EXPECT_EQ(ctl::requestOf(&client, options), "nonsense") << "refused by who reads it";
     options.file = "/nowhere";
     EXPECT_EQ(refusal(options), "cannot read /nowhere");
     options = optionsWith("20");

@@ -51,7 +51,6 @@ class CheckIncludes(unittest.TestCase):
     def test_forbidden_includes(self):
         cases = {
             "upward": ("common/log.cpp", "store/db.h", "common/ may use: platform"),
-            "sideways": ("swapi/show.cpp", "store/db.h", "swapi/ may use: common"),
             "from the bottom": ("platform/clock.h", "common/log.h", "platform/ may use: nothing"),
             "below all above": ("ctl/main.cpp", "vswitch/server.h", "ctl/ may use: all above"),
             "X-macro file": ("vswitch/calls.def", "vlan/a.h", "vswitch/ may use: platform"),
@@ -60,19 +59,16 @@ class CheckIncludes(unittest.TestCase):
             with self.subTest(name):
                 self.refuses(f"{file}:1: includes {included}; {rule}", {file: included, "vlan/good.cpp": "store/db.h"})
                 self.refuses(rule, {file: f"<{included}>"})
-        for included in ("../store/db.h", "db.h"):
-            with self.subTest(included):
-                self.refuses("not by its path from the top of the tree", {"common/log.cpp": included})
+        self.refuses("not by its path from the top of the tree", {"common/log.cpp": "../store/db.h"})
+        self.refuses("not by its path from the top of the tree", {"common/log.cpp": "db.h"})
 
     def test_bad_tables(self):
         tree = {"common/log.cpp": "platform/clock.h"}
         cases = {
             "missing file": (None, "No such file"),
-            "missing table": ("# Architecture\n\n| folder | links |\n|---|---|\n", "0 tables"),
             "two tables": (table() + table(), "2 tables"),
             "missing row": (table(common=None, store="platform", swapi="platform"), "no row for common/"),
             "folder twice": (table().replace("`store/`", "`platform/`"), "platform/ has a row already"),
-            "unknown folder": (table(common="plattform"), '"plattform" is no folder of a row above'),
             "upward rule": (table(common="vlan"), '"vlan" is no folder of a row above'),
             "rule in prose": (table(common="the HTTP interface only"), "is no folder of a row above"),
             "a cell too many": (table(common="platform | store"), "4 columns"),
