@@ -36,7 +36,45 @@ inline std::string requestJson(const std::string &name, const std::string &type,
            R"(", "vlanNum": )" + std::to_string(vlans.size()) + R"(, "vlans": [)" + list + "]" + more + "}}";
 }
 
-class ApplyTest : public SwitchTest {
+class ProfileTest : public SwitchTest {
+  protected:
+    // The configuration without its heading, which tells the time.
+    std::string config() {
+        const auto text = show("show running-config");
+        return text.substr(text.find(" secs\"\n"));
+    }
+    bool has(const std::string &part) { return config().find(part) != std::string::npos; }
+    // Lines of the configuration, one below the other.
+    void expectConfigured(const std::string &lines) {
+        std::istringstream in(lines);
+        for (std::string line; std::getline(in, line);)
+            EXPECT_TRUE(has("\n" + line + "\n")) << line;
+    }
+    // What an operator types: "configure; mtu 2000; end".
+    std::string enter(const std::string &commands) {
+        std::vector<std::string> lines;
+        std::istringstream in(commands);
+        for (std::string line; std::getline(in >> std::ws, line, ';');)
+            lines.push_back(line);
+        return cli(lines);
+    }
+    // Acts with its first such call failing, with its second, and so on; at last, as number 0, with none.
+    template <class Act, class Check>
+    void failEach(const std::string &call, Act act, Check check, bool once = true,
+                  open_error_t code = OPEN_E_FAIL) {
+        bool struck = true;
+        for (std::uint64_t n = 1; struck && !HasFatalFailure(); ++n) {
+            failCall(call, n, once, code);
+            const auto result = act();
+            struck = callsSeen() >= n;
+            EXPECT_TRUE(struck || n > 1) << "there was nothing to fail";
+            clearFaults();
+            check(result, struck ? n : 0);
+        }
+    }
+};
+
+class ApplyTest : public ProfileTest {
   protected:
     void SetUp() override {
         SwitchTest::SetUp();
@@ -58,13 +96,6 @@ class ApplyTest : public SwitchTest {
         device->with([](vswitch::Server &server) { EXPECT_EQ(0u, server.cli().unknownCommands()); });
         SwitchTest::TearDown();
     }
-
-    // The configuration without its heading, which tells the time.
-    std::string config() {
-        const auto text = show("show running-config");
-        return text.substr(text.find(" secs\"\n"));
-    }
-    bool has(const std::string &part) { return config().find(part) != std::string::npos; }
 
     // Everything a request may change: switch, database, files.
     std::string everything() {
