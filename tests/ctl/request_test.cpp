@@ -114,8 +114,10 @@ TEST_F(RequestTest, FlagsCountForFilesToo) {
     options.plan = options.force = true;
     const auto config = configOf(options);
     EXPECT_TRUE(config.plan && config.force && !config.overwrite);
-    options.file = fileWith("nonsense");
-    EXPECT_EQ(ctl::requestOf(&client, options), "nonsense") << "refused by who reads it";
+    for (const std::string text : {"nonsense", "{}", R"({"profileConfig": 3})"}) {
+        options.file = fileWith(text);
+        EXPECT_EQ(ctl::requestOf(&client, options), text) << "refused by who reads it";
+    }
     options.file = "/nowhere";
     EXPECT_EQ(refusal(options), "cannot read /nowhere");
     options = optionsWith("20");

@@ -50,11 +50,10 @@ TEST_F(ProfileListTest, LagsAreListedWhereTheyAreUsed) {
     ASSERT_TRUE(replaceProfileRow({20, 1, "Hall", "Data", "#081855"}));
     const auto profiles = list();
     ASSERT_TRUE(profiles && profiles->size() == 2);
-    const auto &rest = *profiles->front().vlans.front().members,
-               &hall = *profiles->back().vlans.front().members;
-    EXPECT_EQ(hall.taggedLags, std::vector{1u});
-    EXPECT_EQ(hall.untaggedLags, std::vector{2u});
-    EXPECT_EQ(rest.untaggedLags, std::vector{3u}) << "LAGs without members are nowhere in particular";
+    const auto &hall = *profiles->back().vlans.front().members;
+    EXPECT_TRUE(hall.taggedLags == std::vector{1u} && hall.untaggedLags == std::vector{2u});
+    EXPECT_EQ(profiles->front().vlans.front().members->untaggedLags, std::vector{3u})
+        << "LAGs without members are nowhere in particular";
     EXPECT_NE(printProfiles(*profiles).find("\"tagged\":\t[1]"), std::string::npos);
 }
 
@@ -98,7 +97,6 @@ class ListOfAppliedTest : public ApplyTest {
         }
         return text;
     }
-    static void lose(const char *path) { fs::remove(platform::fsPath(path)); }
 };
 
 TEST_F(ListOfAppliedTest, WhoLostSomethingToAnotherProfileIsIncomplete) {
@@ -131,12 +129,12 @@ TEST_F(ListOfAppliedTest, TheRecordStandsInForALostDatabase) {
     applied("B", "Data", {vlanJson(30, 1, "4")});
     const std::string all = "A: 1 20; B: 30";
     const auto record = readFile(platform::paths::kProfileRecord);
-    lose(kDatabase);
+    fs::remove(platform::fsPath(kDatabase));
     EXPECT_EQ(listed(), all);
     EXPECT_FALSE(exists(kDatabase)) << "whoever looks makes none";
     ensureProfileDb();
     EXPECT_EQ(listed(), all) << "made again, and empty";
-    cli({"vlan database", "no vlan 30", "end"});
+    enter("vlan database; no vlan 30; end");
     EXPECT_EQ(listed(), "A: 1 20") << "row and VLAN were deleted by somebody";
     EXPECT_EQ(logged("(ERROR)"), 0u);
     const std::string damaged = "SQLite format 3\nand nothing of it";
@@ -144,11 +142,11 @@ TEST_F(ListOfAppliedTest, TheRecordStandsInForALostDatabase) {
     EXPECT_EQ(listed(), all);
     EXPECT_EQ(readFile(kDatabase), damaged);
     EXPECT_EQ(readFile(platform::paths::kProfileRecord), record);
-    lose(platform::paths::kProfileRecord);
+    fs::remove(platform::fsPath(platform::paths::kProfileRecord));
     EXPECT_EQ(listed(), "the profile database cannot be read");
     // Unknown is not absent.
     fs::create_directory(platform::fsPath(platform::paths::kProfileRecord));
-    lose(kDatabase);
+    fs::remove(platform::fsPath(kDatabase));
     EXPECT_NE(listed().find("cannot be read"), std::string::npos) << listed();
 }
 
