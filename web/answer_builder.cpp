@@ -14,6 +14,11 @@ bool isComplete(const openapiClientHandle_t *client, const void *place, const Wh
     return false;
 }
 
+std::int32_t reportNoMemory(const Where &where) {
+    logError(where, "[%s:%d] out of memory\n");
+    return codeOf(ResultCode::InvalidPointer);
+}
+
 }  // namespace
 
 bool canAnswer(const openapiClientHandle_t *client, char **json, const Where &where) {
@@ -29,18 +34,13 @@ bool canAnswer(const openapiClientHandle_t *client, const char *buffer, const Wh
 std::int32_t handOutText(const AnswerNode &answer, char **json, const Where &where) {
     const auto text = answer.print();
     *json = text.empty() ? nullptr : newText(text);
-    if (*json != nullptr)
-        return 0;
-    logError(where, "[%s:%d] Response error\r\n");
-    return codeOf(ResultCode::Failed);
+    return *json != nullptr ? 0 : reportNoMemory(where);
 }
 
 std::int32_t fillBuffer(const AnswerNode &answer, char *buffer, std::size_t size, const Where &where) {
     const auto text = answer.print();
-    if (text.empty()) {
-        logError(where, "[%s:%d] Response error\r\n");
-        return codeOf(ResultCode::Failed);
-    }
+    if (text.empty())
+        return reportNoMemory(where);
     if (text.size() >= size) {
         logError(where, "[%s:%d] the answer has %zu bytes, and there is room for %zu\n", text.size(), size);
         return codeOf(ResultCode::Failed);

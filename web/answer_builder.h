@@ -88,11 +88,11 @@ class AnswerReader {
 bool canAnswer(const openapiClientHandle_t *client, char **json, const Where &where);
 bool canAnswer(const openapiClientHandle_t *client, const char *buffer, const Where &where);
 
-// Hands an answer out as new text. 10000 (logged) when memory has run out.
+// Hands an answer out as new text. 10002 (logged) when memory has run out.
 std::int32_t handOutText(const AnswerNode &answer, char **json, const Where &where);
 
-// Copies an answer into the caller's buffer, terminated. 10000 (logged) when memory has run out or the answer
-// does not fit, with the buffer left as it was.
+// Copies an answer into the caller's buffer, terminated. 10002 (logged) when memory has run out, 10000 when it
+// does not fit; the buffer is left as it was then.
 std::int32_t fillBuffer(const AnswerNode &answer, char *buffer, std::size_t size, const Where &where);
 
 // A producer that hands out new text: build(Switch, AnswerReader &) makes the answer.
