@@ -1,26 +1,16 @@
 #include "web/system_answers.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdlib>
 #include <filesystem>
-#include <functional>
-#include <nlohmann/json.hpp>
-#include <set>
 
-#include "common/json.h"
 #include "platform/manual_clock.h"
 #include "store/profile_db.h"
 #include "store/profile_db_ops.h"
-#include "tests/support/switch_fixture.h"
+#include "tests/web/web_fixture.h"
 
 namespace {
 
-using namespace pavo;
-using nlohmann::json;
+using namespace test_support;
 using platform::paths::kProfileDb;
-using test_support::occurrences;
-using test_support::writeText;
 
 using TextProducer = std::int32_t (*)(openapiClientHandle_t *, char **);
 using BufferProducer = std::int32_t (*)(openapiClientHandle_t *, char *, std::size_t);
@@ -44,20 +34,13 @@ constexpr Buffer kBuffers[] = {{"getDeviceTime", getDeviceTime, 1024},
 
 constexpr const char *kSecret = "open sesame";
 
-class SystemAnswersTest : public test_support::SwitchTest {
+class SystemAnswersTest : public WebTest {
   protected:
     void SetUp() override {
-        SwitchTest::SetUp();
+        WebTest::SetUp();
         startSwitch({.physicalPorts = 3, .lags = 2});
     }
 
-    json of(TextProducer produce) {
-        char *text = nullptr;
-        result = produce(&client, &text);
-        const TextPtr owner(text);
-        EXPECT_EQ(result == 0, text != nullptr);
-        return text != nullptr ? json::parse(text) : json();
-    }
     json of(BufferProducer produce, std::size_t size) {
         std::string buffer(size, '\0');
         result = produce(&client, buffer.data(), size);
@@ -67,73 +50,39 @@ class SystemAnswersTest : public test_support::SwitchTest {
     std::vector<std::pair<std::string, std::function<json()>>> answers() {
         std::vector<std::pair<std::string, std::function<json()>>> all;
         for (const auto &[name, produce] : kTexts)
-            all.emplace_back(name, [this, run = produce] { return of(run); });
+            all.emplace_back(name, [this, run = produce] { return answer(run); });
         for (const auto &buffer : kBuffers)
             all.emplace_back(buffer.name, [this, &buffer] { return of(buffer.produce, buffer.size); });
         return all;
     }
     void configure() {
-        cli({"vlan database",
-             "vlan 10,20",
-             "vlan name 20 \"Stage left\"",
-             "exit",
-             "configure",
-             "hostname \"Hall\"",
-             "snmp-server location \"Rack 3\"",
-             "snmp-server contact \"House\"",
-             "ip management vlan 10 192.168.1.2 255.255.255.0",
-             "ip default-gateway 192.168.1.1",
-             "clock timezone -3:30 zone NST",
-             "sntp client mode unicast",
-             "sntp server 10.0.0.9 2",
-             "sntp server time.example 1 1123",
-             "logging buffered warning",
-             "logging console",
-             "logging syslog",
-             "logging host 10.0.0.7 1514 notice",
-             "radius server timeout 7",
-             "radius server host auth 10.0.0.5 name \"main\" port 1645 priority 1",
-             "radius server host acct 10.0.0.6",
-             "radius server key auth 10.0.0.5 \"open sesame\"",
-             "dot1x system-auth-control",
-             "dot1as",
-             "ptp clock e2e-transparent",
-             "interface 0/2",
-             "vlan pvid 10",
-             "vlan participation include 20",
-             "vlan tagging 20",
-             "dot1as",
-             "no ptp clock e2e-transparent",
-             "dot1x port-control force-authorized",
-             "dot1x reauthentication",
-             "dot1x timeout reauth-period 600",
-             "exit",
-             "interface 0/3",
-             "addport lag 2",
-             "exit",
-             "interface lag 2",
-             "vlan pvid 20",
-             "exit",
-             "interface vlan 10",
-             "routing",
-             "ip address 10.0.0.1 255.0.0.0",
-             "interface vlan 20",
-             "routing",
-             "end"});
+        commands(
+            "vlan database; vlan 10,20; vlan name 20 \"Stage left\"; exit; configure; hostname \"Hall\"; "
+            "snmp-server location \"Rack 3\"; snmp-server contact \"House\"; ip management vlan 10 "
+            "192.168.1.2 "
+            "255.255.255.0; ip default-gateway 192.168.1.1; clock timezone -3:30 zone NST; sntp client mode "
+            "unicast; sntp server 10.0.0.9 2; sntp server time.example 1 1123; logging buffered warning; "
+            "logging console; logging syslog; logging host 10.0.0.7 1514 notice; radius server timeout 7; "
+            "radius server host auth 10.0.0.5 name \"main\" port 1645 priority 1; radius server host acct "
+            "10.0.0.6; radius server key auth 10.0.0.5 \"open sesame\"; dot1x system-auth-control; dot1as; "
+            "ptp clock e2e-transparent; interface 0/2; vlan pvid 10; vlan participation include 20; vlan "
+            "tagging "
+            "20; dot1as; no ptp clock e2e-transparent; dot1x port-control force-authorized; dot1x "
+            "reauthentication; dot1x timeout reauth-period 600; exit; interface 0/3; addport lag 2; exit; "
+            "interface lag 2; vlan pvid 20; exit; interface vlan 10; routing; ip address 10.0.0.1 255.0.0.0; "
+            "interface vlan 20; routing; end");
         plug(host("pc", 2, "00:1B:92:00:00:01"));
     }
     void fillDatabase() {
         vlanInfoTableCreate();
         ASSERT_TRUE(replaceProfileRow({10, 2, "Show", "Dante", "#102030"}));
     }
-
-    std::int32_t result = 0;
 };
 
 TEST_F(SystemAnswersTest, TheSwitchItself) {
     configure();
     platform::manual_clock::advance(std::chrono::seconds(90));
-    const auto info = of(systemInfoGet);
+    const auto info = answer(systemInfoGet);
     EXPECT_EQ(info["upTime"], 90);
     const auto expected = json::parse(R"({"hostName": "Hall", "location": "Rack 3", "contact": "House",
         "model": "AVM4848-24X", "serialNumber": "VS0000001", "macAddress": "02:50:56:00:10:00",
@@ -141,13 +90,14 @@ TEST_F(SystemAnswersTest, TheSwitchItself) {
         "mode": "static", "address": "192.168.1.2", "mask": "255.255.255.0", "gateway": "192.168.1.1",
         "up": true}})");
     EXPECT_EQ(info, expected);
-    cli({"configure", "ip management vlan 1 dhcp", "no ip default-gateway", "end"});
-    EXPECT_EQ(of(systemInfoGet)["management"], json::parse(R"({"vlanId": 1, "mode": "dhcp", "up": true})"))
+    commands("configure; ip management vlan 1 dhcp; no ip default-gateway");
+    EXPECT_EQ(answer(systemInfoGet)["management"],
+              json::parse(R"({"vlanId": 1, "mode": "dhcp", "up": true})"))
         << "no address is no 0.0.0.0";
 }
 
 TEST_F(SystemAnswersTest, HealthFollowsTheHardware) {
-    const auto fresh = of(deviceHealthGet);
+    const auto fresh = answer(deviceHealthGet);
     EXPECT_EQ(fresh["temperature"][0],
               json::parse(R"({"sensor": 1, "name": "MAC", "state": "normal", "celsius": 52,
                               "warningAbove": 85, "criticalAbove": 95})"));
@@ -155,8 +105,7 @@ TEST_F(SystemAnswersTest, HealthFollowsTheHardware) {
     EXPECT_EQ(fresh["powerSupplies"][0],
               json::parse(R"({"supply": 1, "name": "Power supply 1", "state": "ok"})"));
     EXPECT_EQ(fresh["memory"], json::parse(R"({"totalKb": 1048576, "freeKb": 655360})"));
-    device->with([](vswitch::Server &server) {
-        auto &model = server.model();
+    model([](vswitch::Model &model) {
         EXPECT_EQ(OPEN_E_NONE, model.setTemperature(1, 96));
         EXPECT_EQ(OPEN_E_NONE, model.setTemperature(2, -40));
         EXPECT_EQ(OPEN_E_NONE, model.setTemperature(3, 20, false));
@@ -164,7 +113,7 @@ TEST_F(SystemAnswersTest, HealthFollowsTheHardware) {
         EXPECT_EQ(OPEN_E_NONE, model.setPowerSupply(2, vswitch::UnitState::Absent));
         EXPECT_EQ(OPEN_E_NONE, model.setLoad(93, 2000, 100));
     });
-    const auto now = of(deviceHealthGet);
+    const auto now = answer(deviceHealthGet);
     const auto &sensors = now["temperature"];
     EXPECT_TRUE(sensors[0]["state"] == "critical" && sensors[1]["celsius"] == -40);
     EXPECT_TRUE(sensors[2]["state"] == "failed" && !sensors[2].contains("celsius"));
@@ -175,14 +124,14 @@ TEST_F(SystemAnswersTest, HealthFollowsTheHardware) {
 
 TEST_F(SystemAnswersTest, InterfacesWithAddresses) {
     configure();
-    EXPECT_EQ(of(getSpecialInfInfo), json::parse(R"([
+    EXPECT_EQ(answer(getSpecialInfInfo), json::parse(R"([
         {"type": "management", "vlanId": 10, "method": "static", "address": "192.168.1.2",
          "mask": "255.255.255.0", "gateway": "192.168.1.1", "up": true},
         {"type": "vlan", "vlanId": 10, "method": "static", "address": "10.0.0.1", "mask": "255.0.0.0",
          "up": true},
         {"type": "vlan", "vlanId": 20, "method": "none", "up": true}])"));
     unplug("pc");
-    EXPECT_EQ(of(getSpecialInfInfo)[1]["up"], false);
+    EXPECT_EQ(answer(getSpecialInfInfo)[1]["up"], false);
 }
 
 TEST_F(SystemAnswersTest, TimeAndWhereItComesFrom) {
@@ -205,7 +154,7 @@ TEST_F(SystemAnswersTest, TimeAndWhereItComesFrom) {
     const auto later = of(getDeviceTime, 1024);
     EXPECT_FALSE(later["sntp"]["synchronised"].get<bool>() || later["sntp"].contains("synchronisedTo"));
     EXPECT_EQ(later["sntp"]["lastUpdate"], time["sntp"]["lastUpdate"]) << "the last answer was then";
-    cli({"configure", "no clock timezone", "end"});
+    commands("configure; no clock timezone");
     EXPECT_TRUE(of(getDeviceTime, 1024)["time"].get<std::string>().ends_with("+00:00"));
 }
 
@@ -214,13 +163,13 @@ TEST_F(SystemAnswersTest, LogImagesRadius) {
     EXPECT_EQ(of(getLogConfigJson, 4096), json::parse(R"({"buffered": {"enabled": true, "level": "warning"},
         "console": {"enabled": true, "level": "alert"}, "syslog": {"enabled": true},
         "hosts": [{"host": "10.0.0.7", "port": 1514, "level": "notice"}]})"));
-    device->with([](vswitch::Server &server) {
-        server.model().system().backupImage = "8.5.0.2";
-        server.model().system().nextActive = "backup";
+    model([](vswitch::Model &m) {
+        m.system().backupImage = "8.5.0.2";
+        m.system().nextActive = "backup";
     });
     EXPECT_EQ(of(getImageInfo, 4096), json::parse(R"({"osVersion": "8.6.3.1", "units": [{"unit": 1,
         "active": "8.6.3.1", "backup": "8.5.0.2", "currentActive": "8.6.3.1", "nextActive": "8.5.0.2"}]})"));
-    device->with([](vswitch::Server &server) { server.model().system().activeImage.clear(); });
+    model([](vswitch::Model &m) { m.system().activeImage.clear(); });
     EXPECT_EQ(of(getImageInfo, 4096), json()) << "a row that cannot be read is not the end of the list";
     EXPECT_EQ(logged("the switch shows no boot images"), 1u);
     EXPECT_EQ(of(getRadiusServerJson, 8192), json::parse(R"({"timeout": 7, "retransmit": 4, "servers": [
@@ -230,13 +179,13 @@ TEST_F(SystemAnswersTest, LogImagesRadius) {
 
 TEST_F(SystemAnswersTest, PortsOf8021XAndPtp) {
     configure();
-    auto ports = of(getPortAuthConfigJson);
+    auto ports = answer(getPortAuthConfigJson);
     EXPECT_TRUE(ports["enabled"].get<bool>() && ports["ports"].size() == 3);
     EXPECT_EQ(ports["ports"][0], json::parse(R"({"port": 1, "name": "0/1", "controlMode": "auto",
         "state": "unauthorized", "reauthentication": false, "reauthPeriod": 3600})"));
     EXPECT_EQ(ports["ports"][1], json::parse(R"({"port": 2, "name": "0/2", "controlMode": "forceAuthorized",
         "state": "authorized", "reauthentication": true, "reauthPeriod": 600})"));
-    EXPECT_EQ(of(switchPtpModeGet), json::parse(R"({"transparentClock": true, "dot1as": true, "ports": [
+    EXPECT_EQ(answer(switchPtpModeGet), json::parse(R"({"transparentClock": true, "dot1as": true, "ports": [
         {"port": 1, "name": "0/1", "transparentClock": true, "dot1as": false},
         {"port": 2, "name": "0/2", "transparentClock": false, "dot1as": true},
         {"port": 3, "name": "0/3", "transparentClock": true, "dot1as": false}]})"));
@@ -246,13 +195,13 @@ TEST_F(SystemAnswersTest, VlansWithProfilesAndMembers) {
     configure();
     const auto names = [&] {
         std::string out;
-        for (const auto &vlan : of(switchConfigVlanList))
+        for (const auto &vlan : answer(switchConfigVlanList))
             out += vlan["name"].get<std::string>() + " ";
         return out;
     };
     EXPECT_EQ(names(), "Default VLAN0010 Stage left ") << "without a profile database";
     fillDatabase();
-    EXPECT_EQ(of(switchConfigVlanList), json::parse(R"([
+    EXPECT_EQ(answer(switchConfigVlanList), json::parse(R"([
         {"vlanId": 1, "name": "Default", "color": "#000000", "isStatic": true, "isManagement": false,
          "vlanType": 1, "profileType": "Default", "ports": {"untagged": [1, 3], "tagged": []},
          "lags": {"untagged": [], "tagged": []}},
@@ -287,9 +236,9 @@ TEST_F(SystemAnswersTest, ProfileTemplatesThatAreOffered) {
 
 TEST_F(SystemAnswersTest, WhateverStringsHoldTheAnswerParses) {
     const std::string evil = "x\xff\xc3 \"quoted\" \\ \xed\xa0\x80 </script>";
-    device->with([&](vswitch::Server &server) {
-        auto &system = server.model().system();
-        auto &settings = server.model().settings();
+    model([&](vswitch::Model &m) {
+        auto &system = m.system();
+        auto &settings = m.settings();
         system.hostName = system.serialNumber = system.osVersion = system.machineModel = evil;
         settings.location = settings.contact = settings.clock.zone = evil + "\n\x01";
         settings.clock.servers = {{evil}};
@@ -305,7 +254,7 @@ TEST_F(SystemAnswersTest, WhateverStringsHoldTheAnswerParses) {
         EXPECT_EQ(result, 0) << log();
         EXPECT_EQ(parsed.dump().find(kSecret), std::string::npos);
     }
-    EXPECT_EQ(of(systemInfoGet)["location"], "x?? \"quoted\" \\ ??? </script>\n\x01");
+    EXPECT_EQ(answer(systemInfoGet)["location"], "x?? \"quoted\" \\ ??? </script>\n\x01");
 }
 
 TEST_F(SystemAnswersTest, NoSecretLeavesTheSwitch) {
@@ -345,91 +294,36 @@ TEST_F(SystemAnswersTest, BuffersAreNeverExceeded) {
     }
 }
 
-// The members of an answer, by path.
-std::set<std::string> pathsOf(const json &answer) {
-    std::set<std::string> out;
-    const auto flat = answer.flatten();
-    for (const auto &[path, value] : flat.items())
-        out.insert(path);
-    return out;
-}
-
-TEST_F(SystemAnswersTest, AnyCallMayFail) {
+TEST_F(SystemAnswersTest, AnyCallAndAnyAllocationMayFail) {
     configure();
     fillDatabase();
     std::filesystem::create_directories(platform::fsPath(platform::paths::kProfileTemplateDir));
-    for (const auto &[name, answer] : answers()) {
-        const auto whole = pathsOf(answer());
-        ASSERT_EQ(result, 0) << name;
-        std::uint64_t n = 0;
-        for (bool struck = true; struck;) {
-            SCOPED_TRACE(name + " call " + std::to_string(++n));
-            const auto lines = logged("ERROR");
-            failCall("*", n);
-            const auto read = answer();
-            struck = callsSeen() >= n;
-            clearFaults();
-            if (!struck)
-                break;
-            // A capture that is refused says so, and that there is nothing to open.
-            const auto said = logged("ERROR") - lines;
-            EXPECT_TRUE(said == 1 || (said == 2 && logged("Execute show cmd"))) << said;
-            const auto paths = pathsOf(read);
-            EXPECT_TRUE(result != 0 ? read.is_null()
-                                    : paths.size() < whole.size() && std::ranges::includes(whole, paths));
-        }
-        EXPECT_GT(n, 1u) << name;
+    for (const auto &[name, produced] : answers()) {
+        SCOPED_TRACE(name);
+        const auto [failures, partial] = failEachCall(name, produced);
+        EXPECT_LT(0, failures + partial);
         // A switch that is gone fails them all.
         const auto lines = logged("ERROR");
         device->setDown(true);
-        EXPECT_TRUE(answer().is_null()) << name;
-        EXPECT_NE(result, 0) << name;
-        EXPECT_LE(logged("ERROR") - lines, 2u) << name;
+        EXPECT_TRUE(produced().is_null());
+        EXPECT_NE(result, 0);
+        EXPECT_LE(logged("ERROR") - lines, 2u);
         device->setDown(false);
         ASSERT_EQ(OPEN_E_NONE, rpcclt_openapiConnectivityCheck(&client));
-    }
-}
-
-// Allocations of cJSON, of which all from one on can be made to fail.
-long allocationsLeft = -1;
-void *allocate(std::size_t size) {
-    if (allocationsLeft == 0)
-        return nullptr;
-    allocationsLeft -= allocationsLeft > 0 ? 1 : 0;
-    return std::malloc(size);
-}
-
-TEST_F(SystemAnswersTest, HalfAnAnswerIsNone) {
-    configure();
-    for (const auto &[name, answer] : answers()) {
-        if (name == "profileListExGet" || name == "ProfileTemplateGet")
-            continue;
-        const auto whole = answer();
-        ASSERT_EQ(result, 0) << name;
-        cJSON_Hooks hooks{allocate, std::free};
-        cJSON_InitHooks(&hooks);
-        long n = 0;
-        for (bool made = false; !made; ++n) {
-            allocationsLeft = n;
-            const auto read = answer();
-            made = allocationsLeft != 0;
-            EXPECT_TRUE(result == 10000 || read.size() == whole.size()) << name << " " << n;
-        }
-        cJSON_InitHooks(nullptr);
-        allocationsLeft = -1;
-        EXPECT_GT(n, 10) << name;
+        if (name != "profileListExGet" && name != "ProfileTemplateGet")
+            EXPECT_GT(failEachAllocation(produced), 10);
     }
 }
 
 // What a switch does not offer is no failure, and none of its answers make up a value.
 TEST_F(SystemAnswersTest, WhatIsNotOfferedIsLeftOut) {
     failCall("rpcclt_openapiSystemUpTimeGet", 1, false, OPEN_E_UNAVAIL);
-    EXPECT_FALSE(of(systemInfoGet).contains("upTime"));
+    EXPECT_FALSE(answer(systemInfoGet).contains("upTime"));
     EXPECT_EQ(result, 0);
     EXPECT_EQ(logged("ERROR"), 0u);
     clearFaults();
     failCall("rpcclt_openapiFanNextGet", 2);
-    EXPECT_TRUE(of(deviceHealthGet).is_null()) << "a table that breaks off";
+    EXPECT_TRUE(answer(deviceHealthGet).is_null()) << "a table that breaks off";
     EXPECT_EQ(result, 10000);
     EXPECT_EQ(logged("[deviceHealthGet:"), 1u);
     EXPECT_EQ(logged("the list of fans cannot be read (result = -2)"), 1u);
