@@ -119,6 +119,14 @@ class SwitchTest : public testing::Test {
             return it == server.callCounts().end() ? std::uint64_t{0} : it->second;
         });
     }
+    // All calls since the last time.
+    std::uint64_t calls() {
+        return device->with([](vswitch::Server &server) {
+            const auto total = server.callTotal();
+            server.resetCounts();
+            return total;
+        });
+    }
 
     // --- the program's log
     static std::string log() { return readFile(platform::paths::kLogFile); }

@@ -37,13 +37,11 @@ class PortAnswersTest : public WebTest {
     }
     void setUpEverything() {
         startSwitch({.physicalPorts = 8, .lags = 2});
-        commands(
-            "vlan database; vlan 10,20; exit; configure; port-channel auto; switchport mode auto; "
-            "monitor session 1 source interface 0/1 rx; monitor session 1 destination interface 0/3; "
-            "monitor session 1 mode; interface 0/1; description \"stage left\"; vlan tagging 10; "
-            "vlan participation include 10,20; vlan pvid 20; interface 0/2; speed 100 half-duplex; "
-            "interface 0/5-0/6; addport lag 1; interface lag 1; vlan participation include 10; vlan tagging "
-            "10");
+        commands(R"(vlan database; vlan 10,20; exit; configure; port-channel auto; switchport mode auto
+monitor session 1 source interface 0/1 rx; monitor session 1 destination interface 0/3; monitor session 1 mode
+interface 0/1; vlan tagging 10; vlan participation include 10,20; vlan pvid 20
+interface 0/2; speed 100 half-duplex; interface 0/5-0/6; addport lag 1
+interface lag 1; vlan participation include 10; vlan tagging 10)");
         auto slow = host("slow", 1, "00:1B:92:00:00:01", "desc");
         slow.speed = 100;
         ASSERT_EQ(OPEN_E_NONE, plug(slow));
@@ -51,8 +49,11 @@ class PortAnswersTest : public WebTest {
         model([](vswitch::Model &m) {
             m.setErrorDisabled(4, OPEN_ERROR_DISABLE_BPDU_GUARD);
             m.addErrors(1, {.inErrors = (1ull << 53) + 1, .outDiscards = ~0ull});
-            m.setSfp(7, vswitch::SfpModule{"ACME", "SFP-10G-LR", "S1", 1310,
-                                           vswitch::SfpDiagnostics{-5250, 3301, 6100, 5013, 0}});
+            const std::string evil = "\"},{\\\x01\xe2\x82\xac\xff\xc3\n\xed\xa0\x80";
+            m.edit(1)->description = m.edit(9)->lagName = evil;
+            m.setSfp(7,
+                     vswitch::SfpModule{evil + std::string(40, 'x'), std::string("\xf0\x9f\x98 ", 4), "    ",
+                                        1310, vswitch::SfpDiagnostics{-5250, 3301, 6100, 5013, 0}});
         });
         writeText(kManualTrunkConfig, R"({"physicalPort": [1, 7], "lagPort": [1]})");
         platform::manual_clock::advance(60s);
@@ -61,31 +62,28 @@ class PortAnswersTest : public WebTest {
 
 TEST_F(PortAnswersTest, APortTellsSettingsStatusAndCounters) {
     setUpEverything();
-    auto row = port(getPhyInfAllStatusFast, 1);
     EXPECT_EQ(
-        json::parse(R"({"ifNum": 1, "unit": 1, "slot": 0, "port": 1, "name": "0/1", "adminEnabled": true,
-        "description": "stage left", "autoNegotiation": true, "speedSet": null, "duplexSet": null, "mtu": 1518,
+        R"({"ifNum": 1, "unit": 1, "slot": 0, "port": 1, "name": "0/1", "adminEnabled": true,
+        "description": "\"},{\\\u0001€??\n???", "autoNegotiation": true, "speedSet": null, "duplexSet": null, "mtu": 1518,
         "pvid": 20, "taggedVlans": [10], "linkUp": true, "speed": 100, "duplex": "full", "errorDisabled": false,
         "errorReason": null, "lag": null, "poe": false, "counters": {
             "inOctets": "154384", "outOctets": "154000", "inPackets": "608", "outPackets": "602",
             "inUnicast": "600", "inMulticast": "2", "inBroadcast": "6",
             "outUnicast": "600", "outMulticast": "2", "outBroadcast": "0",
             "inErrors": "9007199254740993", "outErrors": "0", "inDiscards": "0",
-            "outDiscards": "18446744073709551615"}})"),
-        row);
-    row = port(getPortsSettings, 2);
+            "outDiscards": "18446744073709551615"}})"_json,
+        port(getPhyInfAllStatusFast, 1));
     EXPECT_EQ(
-        json::parse(R"({"ifNum": 2, "unit": 1, "slot": 0, "port": 2, "name": "0/2", "adminEnabled": true,
+        R"({"ifNum": 2, "unit": 1, "slot": 0, "port": 2, "name": "0/2", "adminEnabled": true,
         "description": "", "autoNegotiation": false, "speedSet": 100, "duplexSet": "half", "mtu": 1518,
-        "pvid": 1, "taggedVlans": [], "lag": null, "poe": false})"),
-        row);
-    row = port(getPortStatusListFast, 4);
+        "pvid": 1, "taggedVlans": [], "lag": null, "poe": false})"_json,
+        port(getPortsSettings, 2));
     EXPECT_EQ(
-        json::parse(R"({"ifNum": 4, "unit": 1, "slot": 0, "port": 4, "name": "0/4", "adminEnabled": true,
+        R"({"ifNum": 4, "unit": 1, "slot": 0, "port": 4, "name": "0/4", "adminEnabled": true,
         "linkUp": false, "speed": null, "duplex": null, "errorDisabled": true, "errorReason": "bpdu-guard",
-        "lag": null})"),
-        row);
-    row = port(getPortStatusListFast, 5);
+        "lag": null})"_json,
+        port(getPortStatusListFast, 4));
+    const auto row = port(getPortStatusListFast, 5);
     EXPECT_EQ(1, row["lag"]);
     EXPECT_EQ(10000, row["speed"]) << "a port with a cage";
     EXPECT_EQ(8u, answer(getPortStatusListFast).size());
@@ -97,7 +95,7 @@ TEST_F(PortAnswersTest, InterfacesHaveTheirCountersUntilTheseAreCleared) {
     EXPECT_EQ("600", all["ports"][4]["counters"]["inUnicast"]);
     EXPECT_EQ("600", all["lags"][0]["counters"]["inUnicast"]);
     EXPECT_EQ(10000, all["lags"][0]["speed"]);
-    EXPECT_EQ(json::parse("[5, 6]"), all["lags"][0]["members"]);
+    EXPECT_EQ("[5, 6]"_json, all["lags"][0]["members"]);
     EXPECT_TRUE(all["lags"][1]["linkUp"] == false && all["lags"][1]["speed"].is_null());
     commands("clear counters");
     const auto cleared = answer(interfacesStatusBuild);
@@ -134,39 +132,36 @@ TEST_F(PortAnswersTest, WhatAPortDoesNotTellIsLeftOut) {
 TEST_F(PortAnswersTest, LagsTellMembersAndWhoIsActive) {
     setUpEverything();
     commands(
-        "configure; interface lag 1; no port-channel static; port-channel name \"up \xe2\x82\xac\"; "
-        "port-channel load-balance 6; description x");
-    const auto first = answer(getLagInfoList)[0];
+        "configure; interface lag 1; no port-channel static; port-channel load-balance 6; description x");
     EXPECT_EQ(
-        json::parse(R"({"ifNum": 9, "lag": 1, "interface": "lag 1", "name": "up €", "adminEnabled": true,
-        "static": false, "hash": "ip", "linkUp": true, "speed": 10000, "duplex": "full", "members": [5, 6],
-        "activeMembers": [5]})"),
-        first);
+        R"({"ifNum": 9, "lag": 1, "interface": "lag 1", "name": "\"},{\\\u0001€??\n???",
+        "adminEnabled": true, "static": false, "hash": "ip", "linkUp": true, "speed": 10000, "duplex": "full", "members": [5, 6],
+        "activeMembers": [5]})"_json,
+        answer(getLagInfoList)[0]);
     const auto extended = answer(getLagInfoListEx);
     EXPECT_EQ(2u, extended.size());
     EXPECT_EQ("x", extended[0]["description"]);
-    EXPECT_EQ(json::parse("[10]"), extended[0]["taggedVlans"]);
+    EXPECT_EQ("[10]"_json, extended[0]["taggedVlans"]);
     EXPECT_EQ(json::array(), extended[1]["members"]);
     EXPECT_FALSE(extended[0].contains("speedSet")) << "a LAG has no speed of its own";
-    EXPECT_EQ(json::parse(R"({"enabled": true, "hash": "mac"})"), answer(getAutoLagCfg));
+    EXPECT_EQ(R"({"enabled": true, "hash": "mac"})"_json, answer(getAutoLagCfg));
     commands("configure; no port-channel auto; port-channel auto load-balance 1");
-    EXPECT_EQ(json::parse(R"({"enabled": false, "hash": "source-mac"})"), answer(getAutoLagCfg));
+    EXPECT_EQ(R"({"enabled": false, "hash": "source-mac"})"_json, answer(getAutoLagCfg));
 }
 
 TEST_F(PortAnswersTest, TrunksAreThoseOfTheFileAndThoseThatCarryTags) {
     setUpEverything();
-    EXPECT_EQ(json::parse(R"({"physicalPort": [1, 7], "lagPort": [1]})"), answer(manualTrunkGet));
-    auto trunks = answer(switchTrunkModeGet);
-    EXPECT_EQ(true, trunks["enabled"]);
-    ASSERT_EQ(2u, trunks["trunks"].size());
+    EXPECT_EQ(R"({"physicalPort": [1, 7], "lagPort": [1]})"_json, answer(manualTrunkGet));
+    const auto trunks = answer(switchTrunkModeGet);
+    EXPECT_TRUE(trunks["enabled"] == true && trunks["trunks"].size() == 2);
     EXPECT_EQ("0/1", trunks["trunks"][0]["name"]);
-    EXPECT_EQ(json::parse("[10]"), trunks["trunks"][1]["taggedVlans"]);
+    EXPECT_EQ("[10]"_json, trunks["trunks"][1]["taggedVlans"]);
     commands("configure; interface 0/5; vlan participation include 10; vlan tagging 10");
     EXPECT_EQ(2u, answer(switchTrunkModeGet)["trunks"].size()) << "its LAG is one, it is not";
     std::filesystem::remove(platform::fsPath(kManualTrunkConfig));
-    EXPECT_EQ(json::parse(R"({"physicalPort": [], "lagPort": []})"), answer(manualTrunkGet));
+    EXPECT_EQ(R"({"physicalPort": [], "lagPort": []})"_json, answer(manualTrunkGet));
     writeText(kManualTrunkConfig, R"({"physicalPort": [3, "4", 3, 0, 2.5, 913, -1, 912]})");
-    EXPECT_EQ(json::parse("[3, 912]"), answer(manualTrunkGet)["physicalPort"]);
+    EXPECT_EQ("[3, 912]"_json, answer(manualTrunkGet)["physicalPort"]);
     std::size_t lines = 0;
     for (const auto *damaged : {"", "{\"physicalPort\": [1", "[1]", "null"}) {
         writeText(kManualTrunkConfig, damaged);
@@ -180,12 +175,12 @@ TEST_F(PortAnswersTest, MirrorSessionsHaveSourcesAndADestination) {
     setUpEverything();
     commands(
         "configure; monitor session 1 source interface lag 1; monitor session 3 source interface 0/2 tx");
-    const auto sessions = json::parse(R"({"maxSessions": 4, "sessions": [
+    EXPECT_EQ(R"({"maxSessions": 4, "sessions": [
         {"session": 1, "enabled": true, "destination": {"ifNum": 3, "name": "0/3"}, "sources": [
             {"ifNum": 1, "name": "0/1", "direction": "rx"}, {"ifNum": 9, "name": "lag 1", "direction": "both"}]},
         {"session": 3, "enabled": false, "destination": null, "sources": [
-            {"ifNum": 2, "name": "0/2", "direction": "tx"}]}]})");
-    EXPECT_EQ(sessions, answer(kProducers[9].second));
+            {"ifNum": 2, "name": "0/2", "direction": "tx"}]}]})"_json,
+              answer(kProducers[9].second));
     const auto brief = answer([](auto *handle, char **out) { return getPortMirroring(handle, 0, out); });
     EXPECT_FALSE(brief["sessions"][0]["destination"].contains("name"));
     commands("configure; no monitor session 1; no monitor session 3");
@@ -195,66 +190,41 @@ TEST_F(PortAnswersTest, MirrorSessionsHaveSourcesAndADestination) {
 TEST_F(PortAnswersTest, HardwareAndTransceivers) {
     setUpEverything();
     EXPECT_EQ(
-        json::parse(R"({"ifNum": 1, "unit": 1, "slot": 0, "port": 1, "name": "0/1", "adminEnabled": true,
+        R"({"ifNum": 1, "unit": 1, "slot": 0, "port": 1, "name": "0/1", "adminEnabled": true,
         "media": "copper", "capabilities": {"speeds": [10, 100, 1000, 2500, 5000, 10000], "halfDuplex": true,
-        "autoNegotiation": true, "poe": false}})"),
+        "autoNegotiation": true, "poe": false}})"_json,
         port(portHardwareInfoBuild, 1));
     EXPECT_EQ("sfp", port(portHardwareInfoBuild, 8)["media"]);
     const auto optics = answer(fiberOpticsGet);
     ASSERT_EQ(4u, optics.size()) << "ports with a cage alone";
     EXPECT_EQ(
-        json::parse(R"({"ifNum": 5, "unit": 1, "slot": 0, "port": 5, "name": "0/5", "adminEnabled": true,
+        R"({"ifNum": 5, "unit": 1, "slot": 0, "port": 5, "name": "0/5", "adminEnabled": true,
         "present": true, "vendor": "VSWITCH", "partNumber": "DAC-10G-1M", "serial": "DAC1005", "wavelength": null,
         "temperature": null, "voltage": null, "bias": null, "txPower": null, "txPowerDbm": null, "rxPower": null,
-        "rxPowerDbm": null})"),
+        "rxPowerDbm": null})"_json,
         optics[0]);
     EXPECT_TRUE(optics[1]["present"] == false && !optics[1].contains("vendor"));
     EXPECT_EQ(
-        json::parse(R"({"ifNum": 7, "unit": 1, "slot": 0, "port": 7, "name": "0/7", "adminEnabled": true,
-        "present": true, "vendor": "ACME", "partNumber": "SFP-10G-LR", "serial": "S1", "wavelength": 1310,
+        R"({"ifNum": 7, "unit": 1, "slot": 0, "port": 7, "name": "0/7", "adminEnabled": true,
+        "present": true, "vendor": "\"},{\\\u0001€??\n???x", "partNumber": "???", "serial": "", "wavelength": 1310,
         "temperature": -5.25, "voltage": 3.301, "bias": 6.1, "txPower": 0.5013, "txPowerDbm": -3.0, "rxPower": 0,
-        "rxPowerDbm": null})"),
+        "rxPowerDbm": null})"_json,
         optics[2]);
 }
 
-TEST_F(PortAnswersTest, HostileStringsAreStringsOfTheAnswer) {
-    startSwitch({.physicalPorts = 4, .lags = 1});
-    const std::string evil = "\"},{\\\x01\xff\xc3\n\xed\xa0\x80";
-    model([&](vswitch::Model &m) {
-        m.setSfp(4, vswitch::SfpModule{evil + std::string(40, 'x'), std::string("\xf0\x9f\x98 ", 4), "    "});
-        m.edit(1)->description = evil;
-        m.edit(5)->lagName = evil;
-    });
-    const auto module = answer(fiberOpticsGet)[1];
-    EXPECT_EQ("\"},{\\\x01??\n???xxxx", module["vendor"]);
-    EXPECT_EQ("???", module["partNumber"]);
-    EXPECT_EQ("", module["serial"]);
-    EXPECT_EQ("\"},{\\\x01??\n???", port(getPortsSettings, 1)["description"]);
-    EXPECT_EQ("\"},{\\\x01??\n???", answer(getLagInfoList)[0]["name"]);
-}
-
-TEST_F(PortAnswersTest, AnyCallMayFailAndNothingWrongIsSaid) {
+TEST_F(PortAnswersTest, AnyCallAndAnyAllocationMayFail) {
     setUpEverything();
     for (const auto &[name, producer] : kProducers) {
         const bool noCalls = name == std::string("manualTrunkGet");
-        const auto [failures, partial] = failEachCall(name, [&] { return answer(producer); });
+        const auto [failures, partial] = failEachCall(name, producer);
         EXPECT_EQ(!noCalls, failures > 0) << name;
         EXPECT_EQ(!noCalls && std::string(name) != "getAutoLagCfg", partial > 0) << name;
-        // A switch that is gone.
-        failCall("*", 1, false, OPEN_E_RPC);
-        answer(producer);
-        EXPECT_EQ(noCalls ? 0 : 10000, result) << name;
-        clearFaults();
     }
-}
-
-TEST_F(PortAnswersTest, OutOfMemoryAndMissingArgumentsAreRefused) {
-    setUpEverything();
     startSwitch({.physicalPorts = 2, .lags = 1});
     commands("configure; monitor session 1 source interface 0/1; interface 0/1; vlan tagging 1");
     for (const auto &[name, producer] : kProducers) {
         SCOPED_TRACE(name);
-        failEachAllocation([&] { return answer(producer); }, 10002);
+        failEachAllocation(producer, 10002);
         char *out = nullptr;
         EXPECT_EQ(10003, producer(nullptr, &out));
         EXPECT_EQ(10003, producer(&client, nullptr));
@@ -267,11 +237,10 @@ TEST_F(PortAnswersTest, CallsGrowWithInterfacesAlone) {
     startSwitch({.physicalPorts = 512, .lags = 128});
     commands("vlan database; vlan 10-3000");
     for (const auto &[name, producer] : kProducers) {
-        device->with([](vswitch::Server &server) { server.resetCounts(); });
+        calls();
         answer(producer);
         EXPECT_EQ(0, result) << name;
-        const auto calls = device->with([](vswitch::Server &server) { return server.callTotal(); });
-        EXPECT_LE(calls, 17u * (512 + 128)) << name;
+        EXPECT_LE(calls(), 17u * (512 + 128)) << name;
     }
 }
 

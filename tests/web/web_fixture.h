@@ -48,12 +48,13 @@ class WebTest : public SwitchTest {
 
     // Runs the operation with each of its calls failing in turn. There is no answer then, or one that says
     // less and nothing wrong, and the log says it once; a refused capture also that there is nothing to open.
+    // There is none from a switch that is gone.
     struct Sweep {
         int failures = 0, partial = 0;
     };
-    Sweep failEachCall(const std::string &name, const std::function<json()> &operation) {
+    Sweep failEachCall(const std::string &name, const Producer &producer) {
         const auto place = "[" + name + ":";
-        const auto whole = operation();
+        const auto whole = answer(producer);
         EXPECT_EQ(0, result) << name << log();
         Sweep seen;
         std::uint64_t nth = 0;
@@ -61,7 +62,7 @@ class WebTest : public SwitchTest {
             SCOPED_TRACE(name + " call " + std::to_string(++nth));
             failCall("*", nth, true, nth % 2 == 0 ? OPEN_E_FAIL : OPEN_E_RPC);
             const auto lines = logged(place);
-            const auto got = operation();
+            const auto got = answer(producer);
             struck = callsSeen() >= nth;
             clearFaults();
             const auto said = logged(place) - lines;
@@ -75,14 +76,17 @@ class WebTest : public SwitchTest {
             seen.failures += result != 0 ? 1 : 0;
             seen.partial += result == 0 && got != whole ? 1 : 0;
         }
+        failCall("*", 1, false, OPEN_E_RPC);
+        EXPECT_EQ(answer(producer).is_null(), nth > 1) << name;
+        clearFaults();
         return seen;
     }
     // The same with ever more memory; how often it was not enough, which `code` tells or a plain failure.
-    long failEachAllocation(const std::function<json()> &operation, std::int32_t code = 10000) {
+    long failEachAllocation(const Producer &producer, std::int32_t code = 10000) {
         long n = 0;
         for (bool enough = false; !enough; ++n) {
             const LimitedMemory memory(n);
-            operation();
+            answer(producer);
             enough = !memory.isUsedUp();
             EXPECT_TRUE(enough ? result == 0 : result == code || result == 10000) << n << " " << result;
         }
