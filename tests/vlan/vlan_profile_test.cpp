@@ -46,12 +46,8 @@ TEST_F(VlanProfileTest, ParametersSettingsAndKind) {
     writeSettings(11, R"({"config":{"ptpTc":null}})");
     writeSettings(14, R"({"config":{"ptpTc":1}})");
     writeTemplate("HARMAN Professional AV Network", R"({"PTP":true})");
-    const struct {
-        std::uint32_t id;
-        const char *type;
-        int kind, ptpTc, mtu;
-        std::uint32_t specified;
-    } rows[] = {
+    // Kind, PTP, MTU, what is specified.
+    const std::tuple<int, const char *, int, int, int, std::uint32_t> rows[] = {
         {1, "Default", 0, 0, 9198, bits(4, 6, 15)},
         {10, "Audio Video AVB MILAN", 0x20, 1, 1500, bits(0, 6)},
         {11, "Audio Video AVB MILAN with Dante PTPv1 PTPv2 or AES67", 0x40, 2, 1500, bits(0, 4, 6, 15, 18)},
@@ -59,14 +55,14 @@ TEST_F(VlanProfileTest, ParametersSettingsAndKind) {
         {13, "Avid S6L", 0, 0, 1500, bits(6, 25, 26)},
         {14, "", 0, 2, 0, bits(0)}};
     for (const auto &row : rows)
-        vlanInfoReplace(static_cast<int>(row.id), 1, "name", row.type, "#000000");
+        vlanInfoReplace(std::get<0>(row), 1, "name", std::get<1>(row), "#000000");
     const auto all = full();
     ASSERT_EQ(std::size(rows), all->count);
-    for (const auto &row : rows) {
-        const auto &p = at(all, row.id);
-        EXPECT_EQ(std::tuple(row.kind, row.ptpTc, row.mtu, row.specified),
-                  std::tuple(p.avbKind, p.ptpTc, p.parameters.mtu, p.specified))
-            << row.type;
+    for (const auto &[id, type, kind, ptpTc, mtu, specified] : rows) {
+        const auto &p = at(all, static_cast<std::uint32_t>(id));
+        EXPECT_TRUE(p.avbKind == kind && p.ptpTc == ptpTc && p.parameters.mtu == mtu &&
+                    p.specified == specified)
+            << type << p.avbKind << p.ptpTc << p.parameters.mtu << p.specified;
     }
 }
 
