@@ -105,7 +105,8 @@ TEST_F(VlanInfoTest, PortsAndLagsAreWhereTheSwitchHasThem) {
     const auto pictures = readVlanPictures(&client);
     ASSERT_TRUE(pictures && pictures->size() == 4);
     const VlanMembers &ten = (*pictures)[1].members;
-    EXPECT_TRUE(ten.taggedPorts.size() == 3 && ten.untaggedPorts.front() == IfNum(4));
+    EXPECT_EQ((std::vector{IfNum(1), IfNum(2), IfNum(3)}), ten.taggedPorts);
+    EXPECT_EQ((std::vector{IfNum(4), IfNum(5)}), ten.untaggedPorts);
     EXPECT_TRUE(ten.taggedLags == std::vector{2u} && (*pictures)[2].members.untaggedLags == std::vector{2u});
 
     const JsonPtr members(cJSON_CreateArray());

@@ -141,9 +141,9 @@ TEST_F(SystemAnswersTest, HealthFollowsTheHardware) {
         "powerSupplies": [{"supply": 1, "name": "Power supply 1", "state": "ok"},
                           {"supply": 2, "name": "Power supply 2", "state": "absent"}],
         "temperature": [
-            {"sensor": 1, "name": "MAC", "state": "normal", "celsius": 52, "warningAbove": 85, "criticalAbove": 95},
-            {"sensor": 2, "name": "PHY", "state": "critical", "celsius": 96, "warningAbove": 80, "criticalAbove": 90},
-            {"sensor": 3, "name": "CPU", "state": "failed", "warningAbove": 75, "criticalAbove": 85}]})"_json);
+        {"sensor": 1, "name": "MAC", "state": "normal", "celsius": 52, "warningAbove": 85, "criticalAbove": 95},
+        {"sensor": 2, "name": "PHY", "state": "critical", "celsius": 96, "warningAbove": 80, "criticalAbove": 90},
+        {"sensor": 3, "name": "CPU", "state": "failed", "warningAbove": 75, "criticalAbove": 85}]})"_json);
     model([](vswitch::Model &m) { EXPECT_EQ(OPEN_E_NONE, m.setTemperature(1, -40)); });
     EXPECT_EQ(answer(deviceHealthGet)["temperature"][0]["celsius"], -40);
 }
