@@ -76,8 +76,10 @@ class WebTest : public SwitchTest {
             seen.failures += result != 0 ? 1 : 0;
             seen.partial += result == 0 && got != whole ? 1 : 0;
         }
+        const auto lines = logged(place);
         failCall("*", 1, false, OPEN_E_RPC);
         EXPECT_EQ(answer(producer).is_null(), nth > 1) << name;
+        EXPECT_LE(logged(place) - lines, 2u) << name;
         clearFaults();
         return seen;
     }
