@@ -96,12 +96,18 @@ class CrashTest(KilledTest):
         self.must(*delete)  # the database is there from now on
         before = self.everything()
 
-        def then_again(words, end):
+        self.must(*apply_first)
+        first = self.everything()
+        self.must(*apply_second)
+        second = self.everything()
+        self.must(*delete)
+
+        def then_again(words, end, back, start):
             def check(calls):
                 self.must(*words)
                 self.assertEqual(end, self.everything(), (words, calls))
-                self.must(*delete)
-                self.assertEqual(before, self.everything(), (words, calls))
+                self.must(*back)
+                self.assertEqual(start, self.everything(), (words, calls))
             return check
 
         def then_delete(calls):
@@ -111,14 +117,12 @@ class CrashTest(KilledTest):
         def applied():
             self.must(*apply_first)
 
-        for prepare, words in ((nothing, apply_first), (applied, apply_second)):
-            prepare()
-            self.must(*words)
-            end = self.everything()
-            self.must(*delete)
-            self.sweep(prepare, words, then_again(words, end))
-            self.sweep(prepare, words, then_delete)
-        self.sweep(applied, delete, then_delete)
+        self.sweep(nothing, apply_first, then_again(apply_first, first, delete, before))
+        self.sweep(nothing, apply_first, then_delete)
+        applied()
+        self.sweep(nothing, apply_second, then_again(apply_second, second, apply_first, first))
+        for words in (apply_second, delete):
+            self.sweep(applied, words, then_delete)
 
     def test_interrupted_and_rebooted(self):
         """Another profile is what comes next."""

@@ -1,7 +1,6 @@
 #!/usr/bin/env python3
 """The daemon and the virtual switch as real processes. PAVO_BUILD names the build folder."""
 
-import calendar
 import fcntl
 import json
 import os
@@ -53,6 +52,10 @@ class SystemTest(RigTest):
         for device in (CONTROL, AUDIO):
             (rig or self.rig).control("plug", **device)
         self.see("device joined", lambda: self.joined(rig), rig)
+
+    def unplug_audio(self):
+        self.rig.control("unplug", name="audio")
+        self.rig.cli("clear mac-addr-table all")  # or the switch would know the address for 300 s
 
     def joined(self, rig=None):
         return (rig or self.rig).rows("associations", mac=AUDIO["mac"], vlan=20)
@@ -164,7 +167,7 @@ class SystemTest(RigTest):
         self.sees("a call has timed out", "waiting for the switch;")
         switch.send_signal(signal.SIGCONT)
         nobody_leaves("a switch that hangs")
-        self.rig.control("unplug", name="audio")
+        self.unplug_audio()
         self.see("left", self.left)
 
     def test_hung_switch_at_the_start_and_at_the_end(self):
@@ -234,7 +237,7 @@ class SystemTest(RigTest):
         # What left in between is released.
         rig.stop("pavo_detection", signal.SIGKILL)
         rig.control("unplug", name="uplink13")
-        rig.control("unplug", name="audio")
+        self.unplug_audio()
         rig.start_daemon()
         self.see("released", lambda: sum("addport" in line for line in lag_lines()) == 2)
         self.see("left", lambda: not rig.rows("associations"))
@@ -257,21 +260,6 @@ class SystemTest(RigTest):
         os.unlink(filler)
         self.see("joined once there is room", self.joined)
 
-    def test_configuration_file_of_100_megabytes(self):
-        self.running()
-        with open(self.rig.path("/tmp/audac_config"), "wb") as file:
-            file.write(b'{"audacDevicePort": [')
-            for _ in range(100):
-                file.write(b"5," * (1 << 19))
-        self.sees("refused", "file too large", 2)
-        self.assertTrue(self.joined())
-        with open(f"/proc/{self.rig.children['pavo_detection'].pid}/status", encoding="ascii") as file:
-            resident = next(int(line.split()[1]) for line in file if line.startswith("VmRSS"))
-        self.assertLess(resident, 1 << 20, "kilobytes resident")
-        self.apply_audac()
-        self.rig.cli("vlan database", "no vlan association mac " + AUDIO["mac"])
-        self.see("at work again", self.joined)
-
     # --- the wire, spoken by hand
 
     def connect(self, rig=None):
@@ -292,12 +280,11 @@ class SystemTest(RigTest):
 
     def test_wire_and_garbage(self):
         self.rig.start_switch()
-        name = b"openapiVlanCreatedCheck"
-        check = b"\x92" + bytes([0xA0 | len(name)]) + name  # [name, vlan]
+        good = self.encode("openapiVlanCreatedCheck", 1)
         client = self.connect()
-        self.assertEqual(b"\x91\x00", self.call(client, check + b"\x01"))  # VLAN 1 exists
-        self.assertEqual(b"\x91\xfc", self.call(client, check + b"\x02"))  # code -4: not found
-        for garbage in (b"", b"\xc1", check, b"\x91" * 100000):
+        self.assertEqual(b"\x91\x00", self.call(client, good))
+        self.assertEqual(b"\x91\xfc", self.call(client, good[:-1] + b"\x02"))  # code -4: not found
+        for garbage in (b"", b"\xc1", good[:-1], b"\x91" * 100000):
             with self.connect() as liar:
                 self.assertIsNone(self.call(liar, garbage), garbage[:20])
         with self.connect() as liar:
@@ -307,13 +294,12 @@ class SystemTest(RigTest):
             except ConnectionResetError:
                 pass  # hung up just as well
         idle = [self.connect() for _ in range(100)]
-        self.assertEqual(b"\x91\x00", self.call(client, check + b"\x01"))
-        self.assertEqual(b"\x91\x00", self.call(idle[-1], check + b"\x01"))
-        for each in [client, *idle]:
+        for each in [client, *reversed(idle)]:
+            self.assertEqual(b"\x91\x00", self.call(each, good))
             each.close()
 
     def test_control_program(self):
-        self.rig.start_switch()
+        self.rig.start_switch("--default-mtu", "1500")
 
         def ctl(words, success=True, **options):
             done = self.run_program("vswitchctl", *shlex.split(words), **options)
@@ -328,12 +314,15 @@ class SystemTest(RigTest):
         session = ctl("cli", input="configure\nhostname \"stage one\"\nvl?\nexit\nshow version\nnonsense\n")
         for text in ("VLAN configuration mode", "Machine Model", "^"):
             self.assertIn(text, session)
-        for words in ("fault * --nth 1 --once", "plug tap 0/30 00:1b:92:00:30:01 --speed 100 --half-duplex",
+        for words in ("fault * --nth 1 --once", "exec configure 'interface 0/1' 'mtu 1500'",
+                      "exec configure 'interface 0/2' 'mtu 1518'",
+                      "plug tap 0/30 00:1b:92:00:30:01 --speed 100 --half-duplex",
                       "sfp 0/30 --vendor ACME --wavelength 1310 --temperature -5000",
                       "errors 0/30 --inErrors 18446744073709551615", "health temperature 2 -15",
                       "health temperature 1 --failed", "health fan 2 failed", "health fan 1 operational --rpm 900",
                       "health power 1 absent", "health cpu 44", "health memory 100 50"):
             ctl(words)
+        self.assertEqual(["mtu 1518"], [line for line in self.rig.running_config() if "mtu" in line])
         health = ctl("health")
         for words in ("table nothing", "sfp 0/1 --vendor ACME", "errdisable 0/1 boredom", "errors 0/99 --inErrors 1",
                       "plug x 0/1 00:1b:92:00:30:02 --speed -1", "health fan 9 failed", "health fan 1 broken",
@@ -359,25 +348,6 @@ class SystemTest(RigTest):
         self.assertIn("DAC-10G-1M", ctl("table sfp"))
         self.assertRegex(ctl("exec 'show port status all'"), r"0/30 +SFP +auto +Down  bpdu-guard")
 
-    # --- faults of the switch
-
-    def test_fault_kills_the_caller(self):
-        self.rig.start_switch("--default-mtu", "1500")
-        daemon = self.rig.start_daemon()
-        self.sees("daemon started", "AudacLookup Init success")
-        for when, left in (("before", False), ("after", True)):
-            # Of the calls of pavoctl alone: the daemon's do not count, nor is it hit.
-            self.run_program("vswitchctl", "fault", "rpcclt_openapiTxtCfgApply", "--kill", when, "--process", "pavoctl",
-                             check=True)
-            self.assertEqual(-signal.SIGKILL, self.rig.pavoctl(*APPLY_DATA, check=False).returncode)
-            fault, = self.rig.control("faults")["faults"]
-            self.rig.control("faults", clear=True)
-            self.assertEqual((1, 1, when), (fault["nth"], fault["seen"], fault["kill"]))
-            self.assertEqual(left, bool(self.rig.rows("vlans", id=30)))
-        self.assertIsNone(daemon.poll())
-        self.rig.cli("configure", "interface 0/1", "mtu 1500", "interface 0/2", "mtu 1518")
-        self.assertEqual(["mtu 1518"], [line for line in self.rig.running_config() if "mtu" in line])
-
     # --- state of the switch
 
     @staticmethod
@@ -389,56 +359,52 @@ class SystemTest(RigTest):
                     else b"\xda" + struct.pack(">H", len(value)) + value.encode())
         return out
 
-    def changes(self):
+    def changes(self, *rigs):
         """Requests, each of which changes the configuration: setters, and scripts of many lines."""
         out = []
         for vlan in range(10, 22):
-            script = (f"vlan database\nvlan name {vlan} \"hall {vlan}\"\nvlan {vlan + 100}\nexit\nconfigure\n"
-                      f"interface 0/{vlan}\ndescription \"to {vlan}\"\nmtu 9198\nvlan pvid {vlan + 100}\n"
-                      f"exit\nhostname h{vlan}\nexit\n")
             path = f"/mnt/application/pavo/tmp/change_{vlan}"
-            out += [self.encode(f"rpcclt_openapiVlan{call}", *arguments) for call, *arguments in (
-                ("Create", vlan), ("NameSet", vlan, f"V{vlan}"), ("IfPvidSet", 1, vlan),
-                ("IfParticipationSet", vlan, 2, 0), ("IfTaggingSet", 2, vlan, 1))]
-            out += [(path, script), self.encode("rpcclt_openapiVlanDelete", vlan)]
+            for rig in rigs:
+                with open(rig.path(path), "w", encoding="ascii") as file:
+                    file.write(f"vlan database\nvlan name {vlan} \"hall {vlan}\"\nvlan {vlan + 100}\nexit\nconfigure\n"
+                               f"interface 0/{vlan}\ndescription \"to {vlan}\"\nmtu 9198\nvlan pvid {vlan + 100}\n"
+                               f"exit\nhostname h{vlan}\nexit\n")
+            out += [self.encode("rpcclt_openapi" + call, *arguments) for call, *arguments in (
+                ("VlanCreate", vlan), ("VlanNameSet", vlan, f"V{vlan}"), ("VlanIfPvidSet", 1, vlan),
+                ("VlanIfParticipationSet", vlan, 2, 0), ("VlanIfTaggingSet", 2, vlan, 1),
+                ("TxtCfgApply", path, path + "_out"), ("VlanDelete", vlan))]
         return out
 
-    def make_change(self, rig, client, change):
-        if isinstance(change, tuple):
-            path, script = change
-            with open(rig.path(path), "w", encoding="ascii") as file:
-                file.write(script)
-            change = self.encode("rpcclt_openapiTxtCfgApply", path, path + "_out")
+    def change(self, client, request):
+        """Whether the switch acknowledges it."""
         try:
-            reply = self.call(client, change)
+            reply = self.call(client, request)
         except ConnectionError:
             reply = None
         self.assertIn(reply, (None, b"\x91\x00"))
         return reply is not None
 
     def test_acknowledged_changes_survive_a_kill(self):
-        changes = self.changes()
         reference = self.new_rig()
+        changes = self.changes(reference, self.rig)
         reference.start_switch()
+        expected = [reference.running_config()]
         with self.connect(reference) as client:
-            expected = [reference.running_config()]
-            for change in changes:
-                self.assertTrue(self.make_change(reference, client, change))
+            for request in changes:
+                self.assertTrue(self.change(client, request))
                 expected.append(reference.running_config())
 
         state = self.rig.path("tmp/switch-state")
         dice = random.Random(5)
         done = kills = 0
+        self.rig.start_switch("--state", state)
         while done < len(changes):
-            self.rig.start_switch("--state", state)
-            self.assertEqual(expected[done], self.rig.running_config())
             # Half of the time the changes are accepted, and take effect long after the kill.
             self.rig.control("latency", ms=60000 if kills % 2 else 0)
-            switch = self.rig.children["vswitchd"]
-            killer = threading.Timer(dice.uniform(0, 0.04), switch.kill)
+            killer = threading.Timer(dice.uniform(0, 0.04), self.rig.children["vswitchd"].kill)
             with self.connect() as client:
                 killer.start()
-                while done < len(changes) and self.make_change(self.rig, client, changes[done]):
+                while done < len(changes) and self.change(client, changes[done]):
                     done += 1
             killer.join()
             self.rig.stop("vswitchd", signal.SIGKILL)
@@ -446,7 +412,6 @@ class SystemTest(RigTest):
             # What was under way at the kill is there as a whole or not at all.
             self.rig.start_switch("--state", state)
             now = self.rig.running_config()
-            self.rig.stop("vswitchd", signal.SIGKILL)
             if done < len(changes) and now == expected[done + 1]:
                 done += 1
             self.assertEqual(expected[done], now, f"after {done} changes, kill {kills}")
@@ -460,15 +425,13 @@ class SystemTest(RigTest):
         with open(state, "r+", encoding="ascii") as file:
             text = file.read()
             file.truncate(len(text) // 2)
-        done = self.run_program("vswitchd", "--state", state)
-        self.assertEqual((1, ""), (done.returncode, done.stdout))
-        self.assertIn("damaged", done.stderr)
+        for path, why in ((state, "damaged"), (self.rig.path("tmp/nowhere/state"), "cannot write")):
+            done = self.run_program("vswitchd", "--state", path)
+            self.assertEqual((1, ""), (done.returncode, done.stdout))
+            self.assertIn(why, done.stderr)
         self.assertEqual(len(text) // 2, os.path.getsize(state))
-        done = self.run_program("vswitchd", "--state", self.rig.path("tmp/nowhere/state"))
-        self.assertEqual(1, done.returncode)
-        self.assertIn("cannot write", done.stderr)
 
-    # --- log and locks
+    # --- locks
 
     def test_wait_for_a_lock_ends_and_says_what_for(self):
         rig = self.new_rig(scale=500)
@@ -482,42 +445,6 @@ class SystemTest(RigTest):
             self.assertEqual(before, rig.running_config())
         rig.pavoctl(*APPLY_DATA)
 
-    def test_time_zone_changes_while_the_daemon_runs(self):
-        def zone(name, hours):
-            """A time zone file without transitions."""
-            counts = struct.pack(">6I", 0, 0, 0, 0, 1, len(name) + 1)
-            body = struct.pack(">iBB", hours * 3600, 0, 0) + name + b"\0"
-            head = b"TZif2" + bytes(15)
-            return head + counts + body + head + counts + body + b"\n" + name + str(-hours).encode() + b"\n"
-
-        # The daemon sees another file as /etc/localtime.
-        mine = self.rig.path("tmp/localtime")
-        with open(mine, "wb") as file:
-            file.write(zone(b"AAA", 2))
-        inside = ["unshare", "-m", "sh", "-c", f"mount --bind {mine} /etc/localtime && exec \"$0\""]
-        if run([*inside, "true"]).returncode != 0:
-            self.skipTest("needs the right to mount")
-        del self.rig.env["TZ"]
-        self.rig.start_switch()
-        daemon = subprocess.Popen([*inside, self.rig.program("pavo_detection")], env=self.rig.env,
-                                  stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        self.addCleanup(daemon.wait)
-        self.addCleanup(daemon.kill)
-
-        def hours():
-            """How far the clock of the last line is ahead of UTC, in hours."""
-            line = re.findall(r"^(\d{4}-\d\d-\d\d \d\d:\d\d):\d\d.*pavo_detection: ", self.rig.log(), re.MULTILINE)[-1]
-            now = float(self.rig.env["PAVO_CLOCK_ORIGIN"])
-            return round((calendar.timegm(time.strptime(line, "%Y-%m-%d %H:%M")) - now) / 3600)
-
-        self.sees("a line in the first zone", "AudacLookup Init success")
-        self.assertEqual(2, hours())
-        with open(mine, "r+b") as file:
-            file.write(zone(b"BBB", 9))
-        os.utime(mine, (1, 1))  # a change within the same second is not seen by the C library
-        self.apply_audac()  # the daemon has something to say
-        self.see("a line in the second zone", lambda: hours() == 9)
-
     # --- pavoctl
 
     def plan_and_status(self, ctl):
@@ -526,13 +453,9 @@ class SystemTest(RigTest):
         hall = ("profile", "apply", "--name", "Hall", "--type", "ETC Lighting", "--vlan", "20 untagged=1-2,9",
                 "--vlan", "30 untagged=10-12,lag3")
         self.assertIn(f'VLAN 20 belongs to profile "{name}"', ctl(*hall, "--plan", status=1))
-        plan = ctl(*hall, "--plan", "--overwrite")
-        for line in (rf'  VLAN 20 +name "{name}" -> "Hall"', r"  0/10-12,lag3 +VLAN 1 -> 30 untagged, MTU .*",
-                     rf'  VLAN 20 from "{name}"'):
-            self.assertRegex(plan, f"(?m)^{line}$")
+        self.assertRegex(ctl(*hall, "--plan", "--overwrite"), "(?m)^  0/10-12,lag3 +VLAN 1 -> 30 untagged, MTU .*$")
         data = json.loads(ctl("--json", *hall, "--plan", "--overwrite"))["plan"]
         self.assertEqual([{"what": "VLAN 20", "from": name, "to": "Hall"}], data["taken"])
-        self.assertTrue(data["changes"])
         self.assertEqual(before, self.rig.running_config())
         self.assertEqual(f"{name}  as applied\n", ctl("profile", "status"))
 
@@ -545,9 +468,7 @@ class SystemTest(RigTest):
         self.assertIn('no profile "nobody" has been applied', ctl("profile", "status", "nobody", status=1))
 
         self.rig.cli("configure", "no spanning-tree mode", "interface 0/11", "no mtu", "end")
-        self.assertEqual("Hall  drifted\n  Switch-wide\n    spanning-tree mode  default -> rstp\n"
-                         "  Ports\n    0/11  MTU default -> 1500\n",
-                         ctl("profile", "status", "Hall", status=1, output=True))
+        self.assertIn("Hall  drifted\n", ctl("profile", "status", "Hall", status=1, output=True))
         entry, = json.loads(ctl("--json", "profile", "status", "Hall", status=1, output=True))["profileStatus"]
         self.assertEqual((False, "rstp"), (entry["asApplied"], entry["repair"]["switch"][0]["then"]))
 
@@ -594,9 +515,8 @@ class SystemTest(RigTest):
         self.assertEqual((10012, "Object not exist: there is no such profile"), (failure["respCode"], failure["respMsg"]))
         self.assertIn("10003: Invalid argument: \"name\": \"Default\" is for the default profile",
                       apply("21", "--overwrite", name="Default", status=1))
-        vlans = json.loads(ctl("--json", "vlan", "list"))["vlans"]
-        self.assertEqual([(1, None), (20, [1, 2, 3, 4, 7])],
-                         [(vlan["vlanId"], vlan["untagPorts"] if vlan["vlanId"] != 1 else None) for vlan in vlans])
+        vlan = json.loads(ctl("--json", "vlan", "list"))["vlans"][1]
+        self.assertEqual((20, [1, 2, 3, 4, 7]), (vlan["vlanId"], vlan["untagPorts"]))
         self.assertIn("Audio Dante", ctl("vlan", "show", "20"))
         ctl("vlan", "show", "4000", status=1)
 
@@ -665,10 +585,15 @@ class ProgramTest(unittest.TestCase):
                 switch.communicate()
 
 
-class StoryTest(unittest.TestCase):
+class StoryTest(RigTest):
     def test_story(self):
-        done = run([sys.executable, os.path.join(TREE, "demo", "story.py"), "--build", BUILD, "--scenario",
-                    os.path.join(TREE, "data", "scenarios", "story.json")])
+        with open(os.path.join(TREE, "data", "scenarios", "story.json"), encoding="utf-8") as file:
+            scenario = json.load(file)
+        scenario["scale"] = 50  # nobody watches
+        faster = self.rig.path("tmp/story.json")
+        with open(faster, "w", encoding="utf-8") as file:
+            json.dump(scenario, file)
+        done = run([sys.executable, os.path.join(TREE, "demo", "story.py"), "--build", BUILD, "--scenario", faster])
         self.assertEqual(0, done.returncode, done.stdout + done.stderr)
         self.assertIn("refused no command", done.stdout)
 
