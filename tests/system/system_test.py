@@ -214,23 +214,19 @@ class SystemTest(RigTest):
             rig.control("plug", name=f"uplink{port}", port=f"0/{port}", mac=f"A8:D2:36:00:00:{port}",
                         lldp={"systemDesc": "UBEX-PRO20", "chassisId": chassis, "portDesc": name})
 
-        def lag_lines():
-            lines, inside = [], False
-            for line in rig.running_config():
-                inside = line.startswith("interface lag") or (inside and line != "exit")
-                if inside or "addport" in line:
-                    lines.append(line)
-            return lines
+        def bound():
+            return [{key: row[key] for key in ("name", "members", "pvid", "tagged")} for row in rig.table("lags")], \
+                rig.table("associations")
 
         rig.log_level(7)
         self.sees("two LAGs", " added to LAG interface ", 3)
-        before = (lag_lines(), rig.table("associations"))
+        before = bound()
         calls = rig.control("counters")["calls"]
         rig.stop("pavo_detection", signal.SIGKILL)
         rig.start_daemon()
         self.sees("taken over", "taken over", 4)
         self.passed(100)
-        self.assertEqual(before, (lag_lines(), rig.table("associations")))
+        self.assertEqual(before, bound())
         again = rig.control("counters")["calls"]
         for call in ("rpcclt_openapiLagPortAdd", "rpcclt_openapiVlanIfParticipationSet", "rpcclt_openapiTxtCfgApply"):
             self.assertEqual(calls.get(call), again.get(call), call)
@@ -239,7 +235,7 @@ class SystemTest(RigTest):
         rig.control("unplug", name="uplink13")
         self.unplug_audio()
         rig.start_daemon()
-        self.see("released", lambda: sum("addport" in line for line in lag_lines()) == 2)
+        self.see("released", lambda: sum(len(row["members"]) for row in rig.table("lags")) == 2)
         self.see("left", lambda: not rig.rows("associations"))
 
     def test_full_disk_under_the_scripts(self):
@@ -330,11 +326,10 @@ class SystemTest(RigTest):
             ctl(words, success=False)
         self.assertEqual(health, ctl("health"))
         values = json.loads(health)
-        self.assertEqual(
-            ["failed", ("normal", -15), ("operational", 900), "failed", "absent", 44, {"totalKb": 100, "freeKb": 50}],
-            [values["sensors"][0]["state"], *((row["state"], row[unit]) for row, unit in (
-                (values["sensors"][1], "celsius"), (values["fans"][0], "rpm"))), values["fans"][1]["state"],
-             values["supplies"][0]["state"], values["cpu"], values["memory"]])
+        sensors, fans = values["sensors"], values["fans"]
+        self.assertEqual(["failed", ("normal", -15), ("operational", 900), "failed", "absent", 44, 50], [
+            sensors[0]["state"], (sensors[1]["state"], sensors[1]["celsius"]), (fans[0]["state"], fans[0]["rpm"]),
+            fans[1]["state"], values["supplies"][0]["state"], values["cpu"], values["memory"]["freeKb"]])
         for words, pattern in (("table fdb", AUDIO["mac"]), ("events", "plugged into 0/5"),
                                ("counters", r'"unknownCommands": ?1\b'), ("faults", '"nth": ?1'),
                                ("exec 'show port status all'", r"0/30 +SFP +auto +100 Half +Up"),
