@@ -34,7 +34,7 @@ LIGHTWARE_MISSES = 2  # scans after which an uplink that is not seen leaves its 
 
 
 class LiveTest(unittest.TestCase):
-    """One network for all tests of a class; each leaves it as it found it."""
+    """One network for all tests of a class; each leaves it as it found it, but for devices that have joined."""
 
     switch_options = ()
     profile = PROFILE  # None for the switch alone, without daemon and profiles
@@ -342,7 +342,8 @@ class HostileTest(LiveTest):
         self.reach("media", "stage-left")
 
     def test_malformed_lldp(self):
-        """With the control unit in port 7, as the flood has left it."""
+        if not self.devices["control"].cables:  # the flood leaves it in port 7
+            self.join(7)
         wall = self.devices["wall"]
         self.net.move(wall, 5)  # where the daemon looks at neighbours
         processes = {row["name"]: row["starts"] for row in self.plane()["processes"]}
@@ -567,15 +568,16 @@ class MulticastTest(PlainTest):
     def hearers(self, sender, group, *, count=20):
         """Who receives a group's frames, and how many copies of each."""
         flow = self.net.new_flow()
-        listeners = [(name, self.net.listen(device, ifname, flow, idle_ms=500, group=group))
+        listeners = [(name, self.net.listen(device, ifname, flow, seconds=LIMIT, group=group))
                      for name, device in self.devices.items() if device is not self.devices[sender]
                      for ifname in device.interfaces()]
         done = self.net.send_group(self.devices[sender], group, flow, count=count, rate=500)
         done.popen.wait(LIMIT)
         self.net.end(done)
+        time.sleep(0.2)  # for what is still under way
         heard = collections.Counter()
         for name, listener in listeners:
-            heard[name] += listener.result()["received"]
+            heard[name] += listener.stop()["received"]
         return {name: received / count for name, received in heard.items() if received}
 
     def heard_by(self, sender, group, *names):
