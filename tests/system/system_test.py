@@ -1,7 +1,6 @@
 #!/usr/bin/env python3
 """The daemon and the virtual switch as real processes. PAVO_BUILD names the build folder."""
 
-import fcntl
 import json
 import os
 import random
@@ -27,7 +26,6 @@ NO_SWITCH = 10000 & 0xFF  # how the daemon ends without one
 AUDAC = "AUDAC Audio and Control Network"
 CONTROL = {"name": "control", "port": "0/5", "mac": "00:1B:92:01:00:01", "lldp": {"systemDesc": "Audac MTX"}}
 AUDIO = {"name": "audio", "port": "0/5", "mac": "00:1B:92:02:00:01", "behind": "control"}
-APPLY_DATA = ("profile", "apply", "--name", "A", "--type", "Data", "--vlan", "30 untagged=1")
 
 
 class SystemTest(RigTest):
@@ -78,16 +76,6 @@ class SystemTest(RigTest):
         self.sees("second check", check, 2, late)
         late.start_switch()
         self.sees("registration", "AudacLookup Init success", rig=late)
-
-    def test_ended_thread_is_running_again_when_the_profile_is_back(self):
-        self.running()
-        self.rig.pavoctl("profile", "delete", "House")
-        self.see("device taken off", self.left)
-        self.assertFalse(self.rig.rows("associations"))
-        starts = self.logged("AudacLookup Init success")
-        self.apply_audac()
-        self.see("device joined again", self.joined)
-        self.assertEqual(starts + 1, self.logged("AudacLookup Init success"))
 
     def test_two_copies_side_by_side(self):
         other = self.new_rig()
@@ -422,20 +410,6 @@ class SystemTest(RigTest):
             self.assertEqual((1, ""), (done.returncode, done.stdout))
             self.assertIn(why, done.stderr)
         self.assertEqual(len(text) // 2, os.path.getsize(state))
-
-    # --- locks
-
-    def test_wait_for_a_lock_ends_and_says_what_for(self):
-        rig = self.new_rig(scale=500)
-        rig.start_switch()
-        before = rig.running_config()
-        path = "/tmp/profileConfig.lock"
-        with open(rig.path(path), "w", encoding="ascii") as holder:
-            fcntl.flock(holder, fcntl.LOCK_EX)
-            self.assertEqual(1, rig.pavoctl(*APPLY_DATA, check=False).returncode)
-            self.assertEqual(1, self.logged(f"waiting for the lock {path}, for at most 300 s", rig))
-            self.assertEqual(before, rig.running_config())
-        rig.pavoctl(*APPLY_DATA)
 
     # --- pavoctl
 
