@@ -16,7 +16,7 @@ sys.path.insert(0, os.path.join(TREE, "demo"))
 
 from rig import FOLDERS, Rig  # noqa: E402
 
-# Most of what a program does here waits for the disk, and a killed program loses nothing that is in memory.
+# Nothing to wait for, unlike a disk; and what a killed program has written is kept by either.
 SCRATCH = "/dev/shm" if os.access("/dev/shm", os.W_OK | os.X_OK) else BUILD
 LIMIT = 60  # real seconds that any one event may take
 FOLDERS["cache_client"] = FOLDERS["web_test"] = "tests"
