@@ -216,9 +216,11 @@ class CacheTest(RigTest):
     def test_linked_producers(self):
         rows = [row for row in self.cache() if "producer" in row]
         every = {row["producer"] for row in rows}
-        self.assertEqual([True], sorted({row["isLinked"] for row in rows}))
+        self.assertEqual((28, {True}), (len(every), {row["isLinked"] for row in rows}))
         for program, expected in (("pavoctl", every), ("web_test", every), ("pavo_detection", set()),
                                   ("cache_client", {"systemInfoGet"})):
+            if program == "web_test" and not os.path.exists(self.rig.program(program)):
+                continue  # a build that tests whole programs only
             symbols = run(["nm", "-C", "--defined-only", self.rig.program(program)], check=True).stdout
             functions = [line.split(" ", 2)[2] for line in symbols.splitlines() if line.split(" ", 2)[1] in "TW"]
             linked = {name for name in every if any(text.startswith(f"pavo::{name}(") for text in functions)}
