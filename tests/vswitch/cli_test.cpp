@@ -167,7 +167,7 @@ interface 0/2; addport lag 2; interface 0/4; vlan participation auto 1; vlan acc
 interface vlan 10; routing; ip address 10.0.0.1 255.0.0.0
 interface vlan 20; routing; ip address dhcp; interface lag 2; ip igmp snooping mrouter interface
 mrp leavetime 60; description "uplink"; vlan participation include 4094; vlan pvid 4094
-no port-channel static; port-channel name "up \"1\""; port-channel load-balance 6)";
+no port-channel static; port-channel name "up \"1\""; port-channel load-balance 6; switchport mode access)";
 // And what it shows otherwise, or not at all.
 constexpr const char *kNotShown = R"(ptp clock e2e-transparent; queue cos-queue strict all 6 4
 radius server key auth 10.0.0.5 "open sesame"; interface 0/1-0/3; no ptp clock e2e-transparent
@@ -192,7 +192,7 @@ no mrp leavealltime; no mtu; no shutdown; no description; speed auto; no vlan ac
 no dot1x reauthentication; no dot1x timeout reauth-period; vlan participation include 1; no vlan tagging 1
 no switchport mode; ptp clock e2e-transparent; interface 0/2; deleteport lag 2; interface lag 2
 no set igmp mrouter interface; no mrp leavetime; no description; port-channel static; no port-channel name
-no port-channel load-balance; interface vlan 21; no routing; exit
+no port-channel load-balance; switchport mode general; interface vlan 21; no routing; exit
 vlan database; no set igmp 10; no set igmp fast-leave 10; no set igmp flood-report 10
 no set igmp exclude-mrouter-intf 10; no set igmp proxy-querier 20; no set igmp maxresponse 10
 no set igmp querier election participate 20; no set igmp groupmembership-interval 10

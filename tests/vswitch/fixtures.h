@@ -27,6 +27,19 @@ inline bool contains(const std::string &text, const std::string &part) {
     return text.find(part) != std::string::npos;
 }
 
+inline Mac mac(unsigned last) {
+    return Mac{{2, 0, 0, 0, 0, 0}}.plus(last);
+}
+
+// "1.10@0/5": address ending in 1, VLAN 10, on port 5.
+inline std::string fdbOf(const Model &model) {
+    std::string out;
+    for (const auto &[key, entry] : model.fdb())
+        out += (out.empty() ? "" : " ") + std::to_string(key.mac.bytes[5]) + "." + std::to_string(key.vlan) +
+               "@" + model.interface(entry.ifNum)->name();
+    return out;
+}
+
 class ModelFixture : public testing::Test {
   protected:
     explicit ModelFixture(ModelConfig config = {}) : model(std::move(config)) { pass(0s); }
@@ -47,15 +60,7 @@ class ModelFixture : public testing::Test {
     std::uint64_t errors() const { return cli.unknownCommands() + cli.refusedCommands(); }
     std::string runningConfig() const { return cli::runningConfig(model); }
     std::string show(const std::string &what) { return cli.show("show " + what).value_or("(refused)"); }
-
-    // "1.10@0/5": address ending in 1, VLAN 10, on port 5.
-    std::string fdb() const {
-        std::string out;
-        for (const auto &[key, entry] : model.fdb())
-            out += (out.empty() ? "" : " ") + std::to_string(key.mac.bytes[5]) + "." +
-                   std::to_string(key.vlan) + "@" + model.interface(entry.ifNum)->name();
-        return out;
-    }
+    std::string fdb() const { return fdbOf(model); }
 
     Duration now{};
     Model model;
