@@ -276,18 +276,6 @@ TEST_F(IgmpTest, TablesHaveAnEnd) {
     EXPECT_EQ(3u, model.igmpGroups().size()) << "room is given back";
 }
 
-TEST_F(IgmpTest, WhatTheDataPlaneIsTold) {
-    for (const VlanId none : {20u, 99u})
-        EXPECT_EQ(WireMulticast{}, model.wireMulticast(none));
-    auto wire = model.wireMulticast(10);
-    EXPECT_TRUE(wire.snooping && wire.floodUnknown && wire.routersGetGroups && !wire.floodReports);
-    commands(R"(configure; igmp-plus 20; exit; vlan database; set igmp drop-unknown 10
-set igmp flood-report 10; set igmp exclude-mrouter-intf 10)");
-    wire = model.wireMulticast(10);
-    EXPECT_TRUE(wire.snooping && !wire.floodUnknown && !wire.routersGetGroups && wire.floodReports);
-    EXPECT_TRUE(model.wireMulticast(20).snooping && !model.wireMulticast(20).floodUnknown);
-}
-
 TEST_F(IgmpTest, SimulatedDevicesAnswerQueries) {
     Device device{"amp", 6, "", {mac(1)}, 10, "10.0.0.1", {}};
     commands("configure; interface 0/6; vlan participation include 10");
