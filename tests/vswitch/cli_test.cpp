@@ -105,18 +105,12 @@ TEST_F(CliTest, AbbreviationsWhileItIsClearWhatIsMeant) {
 
 TEST_F(CliTest, ModesAndPrompts) {
     CliSession session;
-    const std::pair<const char *, const char *> steps[] = {{"vlan database", "(Vlan)#"},
-                                                           {"exit", "#"},
-                                                           {"configure", "(Config)#"},
-                                                           {"interface 0/4-0/6", "(Interface 0/4,...)#"},
-                                                           {"interface lag 2", "(Interface lag 2)#"},
-                                                           {"exit", "(Config)#"},
-                                                           {"interface port-channel 1", "(Interface lag 1)#"},
-                                                           {"end", "#"},
-                                                           {"exit", "#"}};
-    for (const auto &[line, prompt] : steps) {
-        EXPECT_EQ("", cli.run(session, line));
-        EXPECT_EQ(std::string("(avswitch) ") + prompt, cli.prompt(session)) << line;
+    for (const auto &step : linesOf(R"(vlan database=(Vlan)#; exit=#; configure=(Config)#
+interface 0/4-0/6=(Interface 0/4,...)#; interface lag 2=(Interface lag 2)#; exit=(Config)#
+interface port-channel 1=(Interface lag 1)#; end=#; exit=#)")) {
+        const auto at = step.find('=');
+        EXPECT_EQ("", cli.run(session, step.substr(0, at)));
+        EXPECT_EQ("(avswitch) " + step.substr(at + 1), cli.prompt(session)) << step;
     }
     EXPECT_NE("", cli.run(session, "hostname x")) << "not in this mode";
     const auto printed =
@@ -342,10 +336,7 @@ TEST_F(CliTest, HostileLinesAreRefusedAndKeepTheirHandsOff) {
 }
 
 TEST_F(CliTest, TextsOfDevicesStayInTheirColumnAndOnTheirLine) {
-    Device device;
-    device.name = "x";
-    device.port = 2;
-    device.lldp.emplace();
+    Device device{"x", 2, "", {}, 0, "", LldpFields{}};
     device.lldp->systemName = "evil\n(avswitch) #\x1b[2J";
     device.lldp->chassisId = std::string(300, 'c');
     model.plug(device);

@@ -1,5 +1,7 @@
 #include "vswitch/model/igmp.h"
 
+#include <sstream>
+
 #include "tests/vswitch/fixtures.h"
 
 namespace vswitch {
@@ -31,12 +33,20 @@ vlan participation include 10)");
     static IgmpMessage message(IgmpKind kind, IfNum interface, unsigned host, Ipv4 group = kGroup) {
         return {kind, 10, interface, 2, mac(host), host == 0 ? 0 : 0x0A000000 + host, group, {}};
     }
-    void join(IfNum interface, unsigned host, Ipv4 group = kGroup) {
+    void join(IfNum interface, unsigned host, Ipv4 group) {
         model.hearIgmp(message(IgmpKind::Report, interface, host, group));
     }
-    void leave(IfNum interface, unsigned host) { model.hearIgmp(message(IgmpKind::Leave, interface, host)); }
-    void query(IfNum interface, unsigned host) {
-        model.hearIgmp(message(IgmpKind::Query, interface, host, 0));
+    // "+1.7 -1.7 ?2.9": a report and a leave of host 7 on interface 1, a general query of host 9 on interface 2.
+    void hear(const std::string &messages) {
+        std::istringstream in(messages);
+        char kind = 0, dot = 0;
+        IfNum interface = 0;
+        unsigned host = 0;
+        while (in >> kind >> interface >> dot >> host)
+            model.hearIgmp(message(kind == '+'   ? IgmpKind::Report
+                                   : kind == '-' ? IgmpKind::Leave
+                                                 : IgmpKind::Query,
+                                   interface, host, kind == '?' ? 0 : kGroup));
     }
 
     // "239.1.1.1: 0/1 10.0.0.1, lag 1 10.0.0.2"
@@ -74,22 +84,18 @@ vlan participation include 10)");
 };
 
 TEST_F(IgmpTest, SubscribersAreRefreshedMovedAndForgotten) {
-    join(1, 1);
-    join(kLag, 2);
-    join(7, 3);  // a member of the LAG
+    hear("+1.1 +9.2 +7.3");
     EXPECT_EQ("239.1.1.1: 0/1 10.0.0.1, lag 1 10.0.0.2, lag 1 10.0.0.3", groups());
     EXPECT_EQ((std::map<Ipv4, std::vector<IfNum>>{{kGroup, {1, kLag}}}), model.wireMulticast(10).groups);
     pass(259s);
-    join(1, 1);
+    hear("+1.1");
     EXPECT_EQ("239.1.1.1: 0/1 10.0.0.1", groupsAfter(1s)) << "the others have not reported for 260 s";
     EXPECT_EQ("", groupsAfter(259s));
     commands("vlan database; set igmp groupmembership-interval 10 7");
-    join(1, 1);
+    hear("+1.1");
     EXPECT_NE("", groupsAfter(6s));
     EXPECT_EQ("", groupsAfter(1s));
-    join(1, 1);
-    join(1, 2);
-    join(kLag, 1);
+    hear("+1.1 +1.2 +9.1");
     EXPECT_EQ("239.1.1.1: 0/1 10.0.0.2, lag 1 10.0.0.1", groups()) << "known in its new place at once";
 }
 
@@ -115,15 +121,14 @@ TEST_F(IgmpTest, WhatTheConfigurationDoesNotLetInIsIgnored) {
             model.hearIgmp(ignored);
             EXPECT_EQ("", groups()) << what;
         }
-    join(1, 0);
+    hear("+1.0");
     EXPECT_EQ("239.1.1.1: 0/1 0.0.0.0", groups()) << "a host without an address is one";
-    leave(1, 0);
+    hear("-1.0");
     pass(2s);
     // An associated address takes its port into the VLAN.
     model.setCarrier(6, Carrier::ForcedUp);
     model.associateMac(mac(1), 10);
-    join(6, 1);
-    join(6, 2);
+    hear("+6.1 +6.2");
     EXPECT_EQ("239.1.1.1: 0/6 10.0.0.1", groups());
     model.setParticipation(6, 10, OPEN_VLAN_PARTICIPATION_MODE_EXCLUDE);
     EXPECT_EQ("", groupsAfter(0s));
@@ -135,8 +140,7 @@ TEST_F(IgmpTest, WhatEndsMembershipForgetsIt) {
           "configure; interface 0/1; addport lag 2", "vlan database; no set igmp 10",
           "vlan database; no vlan 10"}) {
         restart({});
-        join(1, 1);
-        query(1, 9);
+        hear("+1.1 ?1.9");
         ASSERT_EQ("239.1.1.1: 0/1 10.0.0.1", groups());
         ASSERT_EQ(std::vector<IfNum>{1}, model.igmpRouters(10));
         commands(lines);
@@ -147,10 +151,7 @@ TEST_F(IgmpTest, WhatEndsMembershipForgetsIt) {
 }
 
 TEST_F(IgmpTest, ALeaveIsFollowedByTwoQueriesOrNone) {
-    join(1, 1);
-    join(1, 2);
-    join(2, 3);
-    leave(1, 1);
+    hear("+1.1 +1.2 +2.3 -1.1");
     EXPECT_EQ("10 239.1.1.1 v2 from 0.0.0.0 to 0/1", queries());
     EXPECT_EQ("", queriesAfter(999ms));
     EXPECT_EQ("10 239.1.1.1 v2 from 0.0.0.0 to 0/1", queriesAfter(1ms));
@@ -158,8 +159,7 @@ TEST_F(IgmpTest, ALeaveIsFollowedByTwoQueriesOrNone) {
     EXPECT_EQ("", queriesAfter(1s));
     EXPECT_EQ("239.1.1.1: 0/1 10.0.0.2, 0/2 10.0.0.3", groups());
     // Whoever answers stays, also one that was never heard before.
-    leave(2, 3);
-    join(2, 4);
+    hear("-2.3 +2.4");
     EXPECT_EQ("239.1.1.1: 0/1 10.0.0.2, 0/2 10.0.0.4", groupsAfter(2s));
     // A host that has got another address since.
     auto renamed = message(IgmpKind::Leave, 1, 2);
@@ -168,14 +168,13 @@ TEST_F(IgmpTest, ALeaveIsFollowedByTwoQueriesOrNone) {
     queries();
     EXPECT_EQ("239.1.1.1: 0/2 10.0.0.4", groupsAfter(2s));
     EXPECT_NE("", queries());
-    leave(3, 9);
+    hear("-3.9");
     EXPECT_EQ("", queries()) << "nobody is asked about a group that nobody has there";
 
     commands("vlan database; set igmp fast-leave 10");
-    join(2, 1);
-    leave(2, 1);
+    hear("+2.1 -2.1");
     EXPECT_EQ("239.1.1.1: 0/2 10.0.0.4", groups()) << "the other one was heard";
-    leave(2, 4);
+    hear("-2.4");
     EXPECT_EQ("", groups());
     EXPECT_EQ("", queries());
 }
@@ -183,15 +182,14 @@ TEST_F(IgmpTest, ALeaveIsFollowedByTwoQueriesOrNone) {
 TEST_F(IgmpTest, RoutersAreThoseConfiguredAndThoseThatAsk) {
     commands("configure; interface 0/4-0/6; ip igmp snooping mrouter interface");
     EXPECT_EQ((std::vector<IfNum>{4, 5}), model.igmpRouters(10)) << "0/6 is no member";
-    query(2, 9);
-    query(7, 0);  // a querier without an address, behind a LAG
+    hear("?2.9 ?7.0");
     EXPECT_EQ((std::vector<IfNum>{2, 4, 5, kLag}), model.wireMulticast(10).routers);
     pass(299s);
-    query(2, 9);
+    hear("?2.9");
     pass(1s);
     EXPECT_EQ((std::vector<IfNum>{2, 4, 5}), model.igmpRouters(10));
     commands("vlan database; set igmp mcrtrexpiretime 10 0");
-    query(kLag, 8);
+    hear("?9.8");
     pass(100h);
     EXPECT_EQ((std::vector<IfNum>{4, 5, kLag}), model.igmpRouters(10));
     commands("configure; interface 0/4; no set igmp mrouter interface");
@@ -222,24 +220,22 @@ TEST_F(IgmpTest, TheQuerierGivesWay) {
     commands(R"(configure; ip management vlan 10 10.0.0.5 255.255.255.0
 ip igmp snooping querier query-interval 100)");
     EXPECT_EQ(ours, queries());
-    query(1, 9);
+    hear("?1.9");
     EXPECT_EQ("", queriesAfter(254s));
     EXPECT_EQ(ours, queriesAfter(1s)) << "the other one has been silent for 255 s";
-    query(1, 0);
+    hear("?1.0");
     EXPECT_EQ(ours, queriesAfter(100s)) << "one without an address is none to give way to";
 
     commands(R"(vlan database; set igmp querier election participate 10; exit; configure
 set igmp querier timer expiry 60)");
-    query(1, 9);
+    hear("?1.9");
     EXPECT_EQ(ours, queriesAfter(100s)) << "10.0.0.9 loses the election";
-    query(1, 4);
+    hear("?1.4");
     EXPECT_EQ("", queriesAfter(59s));
     EXPECT_EQ(ours, queriesAfter(41s));
     // In the name of the querier.
     commands("vlan database; set igmp proxy-querier 10");
-    query(1, 4);
-    join(2, 1);
-    leave(2, 1);
+    hear("?1.4 +2.1 -2.1");
     EXPECT_EQ("10 239.1.1.1 v2 from 10.0.0.4 to 0/2", queries());
 }
 
@@ -251,9 +247,9 @@ ip access-group EMPTY in 1; interface 0/3; ip access-group ONLY in)");
     for (const auto group : {kGroup, kGroup + 1, Ipv4{0xE0010101}})
         for (const IfNum port : {1u, 3u})
             join(port, port, group);
-    join(2, 2);
+    hear("+2.2");
     EXPECT_EQ("224.1.1.1: 0/1 10.0.0.1; 239.1.1.1: 0/2 10.0.0.2, 0/3 10.0.0.3", groups());
-    query(1, 9);
+    hear("?1.9");
     EXPECT_EQ(std::vector<IfNum>{1}, model.igmpRouters(10));
     EXPECT_FALSE(model.admitsIp(1, OPEN_ACL_INBOUND, 1, kGroup));
     EXPECT_TRUE(model.admitsIp(1, OPEN_ACL_OUTBOUND, 1, kGroup));
@@ -264,12 +260,11 @@ TEST_F(IgmpTest, TablesHaveAnEnd) {
     for (unsigned n = 0; n < 5; ++n)
         join(1, 1, kGroup + n);
     EXPECT_EQ(3u, model.igmpGroups().size());
-    join(1, 2);
-    join(1, 3);
+    hear("+1.2 +1.3");
     EXPECT_EQ(2u, model.igmpGroups().at({10, kGroup}).size());
     EXPECT_EQ(3u, model.igmpRefused());
     pass(250s);
-    join(1, 2);
+    hear("+1.2");
     EXPECT_EQ("239.1.1.1: 0/1 10.0.0.2", groupsAfter(10s));
     for (unsigned n = 0; n < 5; ++n)
         join(1, 9, kGroup + n);
@@ -287,12 +282,10 @@ TEST_F(IgmpTest, SimulatedDevicesAnswerQueries) {
     ASSERT_EQ(OPEN_E_NONE, model.joinGroup("amp", kGroup, 2));
     const std::string subscribed = "239.1.1.1: 0/6 10.0.0.1", moved = "239.1.1.1: 0/5 10.0.0.1";
     EXPECT_EQ(subscribed, groups());
-    EXPECT_EQ("", groupsAfter(260s)) << "nobody has asked it again";
+    // Asked, silent, moved, without link, back again.
     commands("configure; ip igmp snooping querier query-interval 100");
     for (int n = 0; n < 10; ++n)
         EXPECT_EQ(subscribed, groupsAfter(100s));
-
-    // Silent, unplugged, moved, back again.
     model.setTalking("amp", false);
     EXPECT_EQ("", groupsAfter(260s));
     model.setTalking("amp", true);
@@ -313,29 +306,19 @@ TEST_F(IgmpTest, SimulatedDevicesAnswerQueries) {
 }
 
 TEST_F(IgmpTest, TheTableHasAFullRowForEachGroupAndInterface) {
-    const auto rows = [&] {
-        const auto text = show("igmpsnooping group");
-        return text.substr(text.rfind("-\n") + 2);
-    };
-    EXPECT_EQ("", rows());
-    join(1, 1);
-    join(1, 2);
+    hear("+1.1 +1.2");
     auto third = message(IgmpKind::Report, 1, 3);
     third.version = 3;
     model.hearIgmp(third);
-    join(kLag, 4);
+    hear("+9.4");
     pass(500ms);
+    const auto text = show("igmpsnooping group");
     EXPECT_EQ(
         "10   10.0.0.1/02:00:00:00:00:01         239.1.1.1/01:00:5E:01:01:01        0/1       v2     260\n"
         "     10.0.0.2/02:00:00:00:00:02\n"
         "10   10.0.0.3/02:00:00:00:00:03         239.1.1.1/01:00:5E:01:01:01        0/1       v3     260\n"
         "10   10.0.0.4/02:00:00:00:00:04         239.1.1.1/01:00:5E:01:01:01        lag 1     v2     260\n",
-        rows());
-    restart({.igmpShowsChannels = true});
-    join(kLag, 4, 0xEFFFFFFF);
-    EXPECT_EQ(
-        "10   10.0.0.4/02:00:00:00:00:04         239.255.255.255/01:00:5E:7F:FF:FF  ch1       v2     260\n",
-        rows());
+        text.substr(text.rfind("-\n") + 2));
 }
 
 }  // namespace

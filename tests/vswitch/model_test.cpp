@@ -77,32 +77,11 @@ TEST_F(ModelTest, NothingStandsBehindItselfNorBehindWhatIsElsewhere) {
     EXPECT_EQ("1.1@0/1 2.1@0/1 3.1@0/1 | a@1", seen());
 }
 
-TEST_F(ModelTest, WithoutLinkNothingIsKnown) {
-    model.plug(device("a", 1, 1));
-    model.plug(device("b", 1, 2));
-    const std::string all = "1.1@0/1 2.1@0/1 | a@1 b@1";
-    const std::tuple<bool, Carrier, std::string> steps[] = {{true, Carrier::ForcedDown, " |"},
-                                                            {true, Carrier::FollowDevices, all},
-                                                            {false, Carrier::ForcedUp, " |"},
-                                                            {true, Carrier::ForcedUp, all}};
-    for (const auto &[up, carrier, expected] : steps) {
-        model.setAdmin(1, up);
-        model.setCarrier(1, carrier);
-        EXPECT_EQ(expected, seen());
-    }
-
-    // With the link kept up, entries and neighbours of what is gone stay until they age.
-    for (const auto *name : {"a", "b"})
-        model.unplug(name);
-    EXPECT_EQ(all, seenAfter(119s));
-    EXPECT_EQ(" |", seenAfter(181s));
-}
-
-TEST_F(ModelTest, SilentDevicesAgeAndTalkingOnesDoNot) {
+TEST_F(ModelTest, WhatIsSilentOrGoneAges) {
     auto silent = device("silent", 2, 2);
     silent.lldp->ttl = 400;
-    model.plug(device("talker", 1, 1));
-    model.plug(silent);
+    for (const auto &d : {device("talker", 1, 1), silent})
+        model.plug(d);
     const std::string all = "1.1@0/1 2.1@0/2 | talker@1 silent@2";
     EXPECT_EQ(all, seenAfter(1000s));
     model.setTalking("silent", false);
@@ -112,6 +91,14 @@ TEST_F(ModelTest, SilentDevicesAgeAndTalkingOnesDoNot) {
     EXPECT_TRUE(model.interface(2)->linkUp) << "silence is no pulled cable";
     model.setTalking("silent", true);
     EXPECT_EQ(all, seen());
+    for (const auto carrier : {Carrier::ForcedDown, Carrier::ForcedUp}) {
+        model.setCarrier(1, carrier);
+        EXPECT_EQ(carrier == Carrier::ForcedUp ? all : "2.1@0/2 | silent@2", seen());
+    }
+    // With the link kept up, entries and neighbours of what is gone stay until they age.
+    model.unplug("talker");
+    EXPECT_EQ(all, seenAfter(119s));
+    EXPECT_EQ("2.1@0/2 | silent@2", seenAfter(181s));
 }
 
 TEST_F(ModelTest, VlanOfAnEntryFollowsAssociationTagAndPvid) {

@@ -63,22 +63,24 @@ TEST_F(NeighbourCallsTest, ArpWalkTellsTheTable) {
 }
 
 TEST_F(NeighbourCallsTest, ManagementAddress) {
-    Device box = host("box", 1, "02:00:00:00:00:01", "Box");
+    auto box = host("box", 1, "02:00:00:00:00:01", "Box"),
+         mute = host("mute", 2, "02:00:00:00:00:02", "Mute");
     box.lldp->mgmtAddress = "fe80::1";
-    ASSERT_EQ(OPEN_E_NONE, plug(box));
-    ASSERT_EQ(OPEN_E_NONE, plug(host("mute", 2, "02:00:00:00:00:02", "Mute")));
-    const auto read = [&](std::uint32_t port, std::uint32_t family) {
+    for (const auto &each : {box, mute})
+        ASSERT_EQ(OPEN_E_NONE, plug(each));
+    const auto read = [&](std::uint32_t port, std::uint32_t family, std::uint32_t since = 0) {
         std::uint32_t index = 0, stamp = 0;
         EXPECT_EQ(OPEN_E_NONE, rpcclt_openapiLldpIntfRemoteDeviceNextGet(&client, port, &index, &stamp));
         char text[256] = "";
         open_buffdesc address{sizeof text, text};
         const open_error_t code = rpcclt_openapiLldpIntfRemoteDeviceMgmtAddressNextGet(
-            &client, port, index, stamp, &family, &address);
+            &client, port, index, stamp + since, &family, &address);
         return code == OPEN_E_NONE ? std::to_string(family) + " " + text : std::to_string(code);
     };
     EXPECT_EQ("2 fe80::1", read(1, 0));
-    EXPECT_EQ(std::to_string(OPEN_E_NOT_FOUND), read(1, 2));
-    EXPECT_EQ(std::to_string(OPEN_E_NOT_FOUND), read(2, 0));
+    for (const auto &none : {read(1, 2), read(2, 0), read(1, 0, 1)})
+        EXPECT_EQ(std::to_string(OPEN_E_NOT_FOUND), none)
+            << "no such family, none at all, a stale time stamp";
 }
 
 TEST_F(NeighbourCallsTest, SwitchportModeAndPlace) {

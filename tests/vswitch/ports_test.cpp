@@ -10,10 +10,7 @@ namespace {
 class PortsTest : public ModelFixture {
   protected:
     Device device(const std::string &name, IfNum port, std::uint32_t speed = 0) {
-        Device out;
-        out.name = name;
-        out.port = port;
-        out.macs = {Mac::parse("00:1B:92:00:00:00")->plus(++macs)};
+        Device out{name, port, "", {mac(++macs)}, 0, "", {}};
         out.speed = speed;
         return out;
     }

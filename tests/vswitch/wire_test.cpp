@@ -130,21 +130,6 @@ TEST_F(WireTest, WalksSeeEverythingInOrder) {
     auto key = buffer(bad, sizeof bad);
     std::uint32_t out = 0;
     EXPECT_EQ(OPEN_E_PARAM, rpcclt_openapiFdbEntryNextGet(&client, &key, &out, &out, &out));
-
-    // Neighbours of a port, one after the other; a stale time stamp finds nothing.
-    for (const char *mac : {"00:1B:92:00:01:01", "00:1B:92:00:01:02"})
-        plug(host(mac, 5, mac, std::string(300, 'd')));
-    std::uint32_t index = 0, stamp = 0, count = 0;
-    char text[256];
-    for (; rpcclt_openapiLldpIntfRemoteDeviceNextGet(&client, 5, &index, &stamp) == OPEN_E_NONE; ++count) {
-        auto desc = buffer(text, sizeof text), name = desc;
-        ASSERT_EQ(OPEN_E_NONE,
-                  rpcclt_openapiLldpIntfRemoteDeviceSystemDescGet(&client, 5, index, stamp, &desc));
-        EXPECT_EQ(std::string(255, 'd'), text);
-        EXPECT_EQ(OPEN_E_NOT_FOUND,
-                  rpcclt_openapiLldpIntfRemoteDeviceSystemNameGet(&client, 5, index, stamp + 1, &name));
-    }
-    EXPECT_EQ(2u, count);
 }
 
 TEST_F(WireTest, ListsFillTheRoomAndNoMore) {
@@ -250,12 +235,6 @@ TEST_F(WireTest, ScriptsAndCapturesTouchOnlyTheirFiles) {
 TEST_F(WireTest, FaultsStrikeWhenTheyShould) {
     const auto check = [&] { return rpcclt_openapiConnectivityCheck(&client); };
     const auto create = [&] { return rpcclt_openapiVlanCreate(&client, 10); };
-    failCall("rpcclt_openapiVlanCreate", 2, true, OPEN_E_FULL);
-    EXPECT_EQ(OPEN_E_NONE, check());
-    for (const auto expected : {OPEN_E_NONE, OPEN_E_FULL, OPEN_E_NONE})
-        EXPECT_EQ(expected, create());
-    EXPECT_EQ(3u, callsSeen());
-    clearFaults();
     failCall("*", 2, false, OPEN_E_UNAVAIL);
     EXPECT_EQ(OPEN_E_NONE, check());
     EXPECT_EQ(OPEN_E_UNAVAIL, create());
@@ -263,7 +242,6 @@ TEST_F(WireTest, FaultsStrikeWhenTheyShould) {
     EXPECT_TRUE(handle(packed("l7proc.log", 6, "c", "p", "t"))) << "no OpEN call";
     clearFaults();
     EXPECT_EQ(OPEN_E_NONE, create());
-    EXPECT_EQ(8u, device->with([](Server &server) { return server.callTotal(); }));
 }
 
 TEST_F(WireTest, MalformedRequestsAreRefused) {
