@@ -222,13 +222,9 @@ TEST_F(CliTest, RunningConfigIsAScriptThatMakesTheSameSwitchAndNoFormsUndoIt) {
     configure(kUndone);
     EXPECT_EQ(0u, errors());
     EXPECT_EQ(fresh, runningConfig());
-
-    // What is the default depends on the switch.
+    // The default frame size depends on the switch.
     Model large({.defaultMtu = 1500});
-    Cli third(large);
-    third.runScript("configure\ninterface 0/1-0/3\nmtu 1500\ninterface 0/2\nmtu 1518\n");
-    EXPECT_EQ(1u, test_support::occurrences(cli::runningConfig(large), "mtu"));
-    third.runScript("configure\ninterface 0/2\nno mtu\n");
+    Cli(large).runScript("configure\ninterface 0/2\nmtu 1518\nno mtu\n");
     EXPECT_TRUE(large.interface(2)->mtu == 1500 && model.interface(2)->mtu == 1518);
 }
 

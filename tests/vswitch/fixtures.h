@@ -78,6 +78,7 @@ class ControlFixture : public test_support::SwitchTest {
     auto model(Read read) {
         return device->with([&](Server &server) { return read(server.model()); });
     }
+    std::string runningConfig() { return show("show running-config"); }
     // What is printed for commands from configuration mode on.
     std::string configure(const std::string &commands) {
         auto lines = linesOf(commands);

@@ -24,7 +24,6 @@ class SavedStateTest : public ControlFixture {
     bool keep() {
         return device->with([&](Server &) { return state->keep(); });
     }
-    std::string config() { return show("show running-config"); }
     // What a switch that starts with the file has: killed and back.
     std::string restored(ModelConfig config = {}) {
         Server other(std::move(config));
@@ -56,7 +55,7 @@ TEST_F(SavedStateTest, AcknowledgedChangesAreInTheFileAndReadsWriteNothing) {
     for (const auto &change : changes) {
         ASSERT_EQ(OPEN_E_NONE, change());
         EXPECT_TRUE(keep() && written()) << &change - changes;
-        EXPECT_EQ(config(), restored());
+        EXPECT_EQ(runningConfig(), restored());
     }
     // What changes nothing writes nothing.
     std::uint32_t number = 0;
@@ -93,8 +92,8 @@ TEST_F(SavedStateTest, ADamagedFileIsReportedAndLeftAlone) {
     EXPECT_TRUE(refused(whole + "exit\n"));
     EXPECT_TRUE(refused(std::string(whole.size(), '\0')));
     // What an operator has copied from the terminal is welcome.
-    writeText(kState, config());
-    EXPECT_EQ(config(), restored());
+    writeText(kState, runningConfig());
+    EXPECT_EQ(runningConfig(), restored());
     std::filesystem::remove(path);
     std::filesystem::create_directory(path);
     EXPECT_THROW(restored(), std::runtime_error);
@@ -117,7 +116,7 @@ TEST_F(SavedStateTest, AFailedWriteIsReportedAndMadeUpFor) {
     ASSERT_EQ(OPEN_E_NONE, rpcclt_openapiVlanCreate(&client, 20));
     EXPECT_TRUE(keep());
     EXPECT_EQ("kept", readFile("/tmp/precious"));
-    EXPECT_EQ(config(), restored());
+    EXPECT_EQ(runningConfig(), restored());
 }
 
 TEST_F(SavedStateTest, WhatASmallerSwitchRefusesIsNotLost) {

@@ -16,8 +16,6 @@ class WireTest : public ControlFixture {
         return {static_cast<std::uint32_t>(size), start};
     }
 
-    std::string runningConfig() { return show("show running-config"); }
-
     // --- raw requests
     bool handle(const std::string &request) {
         return device->with([&](Server &server) {
@@ -162,11 +160,11 @@ TEST_F(WireTest, ListsFillTheRoomAndNoMore) {
     }
 }
 
-TEST_F(WireTest, ArgumentsOutOfRange) {
+TEST_F(WireTest, ArgumentsOutOfRangeAndNames) {
     cli({"vlan database", "vlan 10"});
     const auto before = runningConfig();
     auto *c = &client;
-    std::uint32_t out = 0;
+    std::uint32_t length = 0;
     for (const auto result :
          {rpcclt_openapiVlanCreate(c, 4095), rpcclt_openapiVlanDelete(c, 1),
           rpcclt_openapiVlanIfPvidSet(c, 73, 10), rpcclt_openapiVlanIfTaggingSet(c, 1, 10, 2),
@@ -175,15 +173,12 @@ TEST_F(WireTest, ArgumentsOutOfRange) {
           rpcclt_openapiLagPortAdd(c, 49, 50), rpcclt_openapiDot1xPortControlModeSet(c, 49, OPEN_DOT1X_AUTO)})
         EXPECT_EQ(OPEN_E_PARAM, result);
     for (const auto result : {openapiVlanCreatedCheck(c, 65546), rpcclt_openapiVlanIfPvidSet(c, 1, 11),
-                              openapiVlanIfPvidGet(c, 0, &out), rpcclt_openapiLagPortDelete(c, 49, 1),
-                              openapiIfLinkStateGet(c, 897, &out)})
+                              openapiVlanIfPvidGet(c, 0, &length), rpcclt_openapiLagPortDelete(c, 49, 1),
+                              openapiIfLinkStateGet(c, 897, &length)})
         EXPECT_EQ(OPEN_E_NOT_FOUND, result);
     EXPECT_EQ(before, runningConfig());
-}
 
-TEST_F(WireTest, NamesOfVlans) {
-    cli({"vlan database", "vlan 10"});
-    std::uint32_t length = 0;
+    // Names of VLANs.
     ASSERT_EQ(OPEN_E_NONE, rpcclt_openapiVlanNameLenGet(&client, &length));
     const auto rename = [&](std::string text, std::uint32_t vlan = 10) {
         auto in = buffer(text.data(), text.size());
