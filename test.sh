@@ -1,15 +1,15 @@
 #!/usr/bin/env bash
-# Checks the sources (scripts/lint.sh), then builds and runs every test: plain, under the address and undefined-behaviour
-# sanitizers, and under the thread sanitizer.
-#   ./test.sh            all of it
-#   ./test.sh dev asan   only these presets, after the check of the sources
+# Checks the sources (scripts/lint.sh), then builds and tests: the optimised programs as a whole, and everything under the
+# address and undefined-behaviour sanitizers and under the thread sanitizer.
+#   ./test.sh        all of it
+#   ./test.sh dev    only this preset (or these), after the check of the sources
 set -uo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"
 scripts/install-packages.sh || exit 1
 export PYTHONDONTWRITEBYTECODE=1
 export ASAN_OPTIONS=detect_leaks=1:strict_string_checks=1 UBSAN_OPTIONS=print_stacktrace=1 TSAN_OPTIONS=halt_on_error=1
 presets=("$@")
-[ ${#presets[@]} -eq 0 ] && presets=(dev asan tsan)
+[ ${#presets[@]} -eq 0 ] && presets=(release asan tsan)
 
 failed=0
 echo "== lint"

@@ -388,7 +388,7 @@ Result<ModeTarget> lagTarget(Switch sw, const ModeEntry &entry, LagNumbering lag
     const IfNum ifNum = lags.interfaceOf(entry.number);
     // A number that is too large comes out as another interface.
     const auto type = sw.interfaceType(ifNum);
-    if (type == static_cast<std::uint32_t>(IfType::Lag) && ifNum >= lags.first)
+    if (type && *type == static_cast<std::uint32_t>(IfType::Lag) && ifNum >= lags.first)
         return ModeTarget{ifNum, formatText("interface port-channel %u\n", entry.number), entry.mode};
     logError(where, "[%s:%d] There is no LAG %u\r\n", entry.number);
     return failed(ResultCode::Failed, "LAG " + std::to_string(entry.number));

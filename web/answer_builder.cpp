@@ -2,15 +2,50 @@
 
 #include <cstring>
 
-namespace pavo {
+#include "common/json.h"
 
-std::int32_t fillBuffer(std::string_view text, char *buffer, std::size_t size, const Where &where) {
+namespace pavo {
+namespace {
+
+bool isComplete(const openapiClientHandle_t *client, const void *place, const Where &where) {
+    if (client != nullptr && place != nullptr)
+        return true;
+    logError(where, "[%s:%d] param is null \r\n");
+    return false;
+}
+
+std::int32_t reportNoMemory(const Where &where) {
+    logError(where, "[%s:%d] out of memory\n");
+    return codeOf(ResultCode::InvalidPointer);
+}
+
+}  // namespace
+
+bool canAnswer(const openapiClientHandle_t *client, char **json, const Where &where) {
+    if (json != nullptr)
+        *json = nullptr;
+    return isComplete(client, json, where);
+}
+
+bool canAnswer(const openapiClientHandle_t *client, const char *buffer, const Where &where) {
+    return isComplete(client, buffer, where);
+}
+
+std::int32_t handOutText(const AnswerNode &answer, char **json, const Where &where) {
+    const auto text = answer.print();
+    *json = text.empty() ? nullptr : newText(text);
+    return *json != nullptr ? 0 : reportNoMemory(where);
+}
+
+std::int32_t fillBuffer(const AnswerNode &answer, char *buffer, std::size_t size, const Where &where) {
+    const auto text = answer.print();
+    if (text.empty())
+        return reportNoMemory(where);
     if (text.size() >= size) {
         logError(where, "[%s:%d] the answer has %zu bytes, and there is room for %zu\n", text.size(), size);
         return codeOf(ResultCode::Failed);
     }
-    std::memcpy(buffer, text.data(), text.size());
-    buffer[text.size()] = '\0';
+    std::memcpy(buffer, text.c_str(), text.size() + 1);
     return 0;
 }
 

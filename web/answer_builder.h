@@ -11,7 +11,6 @@
 #include <string_view>
 #include <utility>
 
-#include "common/json.h"
 #include "common/log.h"
 #include "common/result.h"
 #include "swapi/open_result.h"
@@ -85,54 +84,37 @@ class AnswerReader {
     ResultCode code_ = ResultCode::Success;
 };
 
-// The text of a whole answer; otherwise its code, logged.
-inline Result<std::string> textOf(const AnswerReader &reader, const AnswerNode &answer) {
-    if (reader.failed())
-        return failed(reader.code());
-    if (auto text = answer.print(); !text.empty())
-        return text;
-    logError(reader.where(), "[%s:%d] Response error\r\n");
-    return failed(ResultCode::Failed);
-}
+// Whether a producer has a client and a place for its answer; logged otherwise. The place is emptied.
+bool canAnswer(const openapiClientHandle_t *client, char **json, const Where &where);
+bool canAnswer(const openapiClientHandle_t *client, const char *buffer, const Where &where);
 
-// Copies text into the caller's buffer, terminated. 10000 (logged) when it does not fit, with the buffer left
-// as it was.
-std::int32_t fillBuffer(std::string_view text, char *buffer, std::size_t size, const Where &where);
+// Hands an answer out as new text. 10002 (logged) when memory has run out.
+std::int32_t handOutText(const AnswerNode &answer, char **json, const Where &where);
+
+// Copies an answer into the caller's buffer, terminated. 10002 (logged) when memory has run out, 10000 when it
+// does not fit; the buffer is left as it was then.
+std::int32_t fillBuffer(const AnswerNode &answer, char *buffer, std::size_t size, const Where &where);
 
 // A producer that hands out new text: build(Switch, AnswerReader &) makes the answer.
 template <class Build>
 std::int32_t handOut(openapiClientHandle_t *client, char **json, Build build,
                      Where where = std::source_location::current()) {
-    if (json != nullptr)
-        *json = nullptr;
-    if (client == nullptr || json == nullptr) {
-        logError(where, "[%s:%d] param is null \r\n");
+    if (!canAnswer(client, json, where))
         return codeOf(ResultCode::InvalidArgument);
-    }
     AnswerReader reader(where);
     const AnswerNode answer = build(Switch(client), reader);
-    const auto text = textOf(reader, answer);
-    if (!text)
-        return codeOf(text);
-    *json = newText(*text);
-    if (*json != nullptr)
-        return 0;
-    logError(where, "[%s:%d] Response error\r\n");
-    return codeOf(ResultCode::Failed);
+    return reader.failed() ? codeOf(reader.code()) : handOutText(answer, json, where);
 }
 
 // The same for a producer that fills a buffer.
 template <class Build>
 std::int32_t fillIn(openapiClientHandle_t *client, char *json, std::size_t size, Build build,
                     Where where = std::source_location::current()) {
-    if (client == nullptr || json == nullptr) {
-        logError(where, "[%s:%d] param is null \r\n");
+    if (!canAnswer(client, json, where))
         return codeOf(ResultCode::InvalidArgument);
-    }
     AnswerReader reader(where);
     const AnswerNode answer = build(Switch(client), reader);
-    const auto text = textOf(reader, answer);
-    return text ? fillBuffer(*text, json, size, where) : codeOf(text);
+    return reader.failed() ? codeOf(reader.code()) : fillBuffer(answer, json, size, where);
 }
 
 }  // namespace pavo

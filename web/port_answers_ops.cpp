@@ -1,32 +1,13 @@
 // The producers of store/producers.h about ports and LAGs; web/port_answers.h says what they answer.
 #include <source_location>
 
-#include "common/json.h"
-#include "common/log.h"
 #include "common/result.h"
 #include "store/producers.h"
+#include "web/answer_builder.h"
 #include "web/port_answers.h"
 
 namespace pavo {
 namespace {
-
-bool canAnswer(const openapiClientHandle_t *client, char **json, const Where &where) {
-    if (json != nullptr)
-        *json = nullptr;
-    if (client != nullptr && json != nullptr)
-        return true;
-    logError(where, "[%s:%d] no client or no place for the answer\n");
-    return false;
-}
-
-std::int32_t handOut(const AnswerNode &made, char **json, const Where &where) {
-    const auto text = made.print();
-    *json = text.empty() ? nullptr : newText(text);
-    if (*json != nullptr)
-        return 0;
-    logError(where, "[%s:%d] out of memory\n");
-    return codeOf(ResultCode::InvalidPointer);
-}
 
 // Reads by read(switch) and makes the answer of it.
 template <class Read, class Make>
@@ -34,7 +15,7 @@ std::int32_t answer(openapiClientHandle_t *client, char **json, const Where &whe
     if (!canAnswer(client, json, where))
         return codeOf(ResultCode::InvalidArgument);
     const auto facts = read(Switch(client));
-    return facts ? handOut(make(*facts), json, where) : codeOf(facts);
+    return facts ? handOutText(make(*facts), json, where) : codeOf(facts);
 }
 
 std::int32_t answerPorts(openapiClientHandle_t *client, char **json, const FactsWanted &wanted,
@@ -74,7 +55,7 @@ std::int32_t interfacesStatusBuild(openapiClientHandle_t *client, char **json) {
     if (!ports)
         return codeOf(ports);
     const auto lags = readLagFacts(client, {.status = true, .counts = true}, where);
-    return lags ? handOut(interfacesAnswer(*ports, *lags), json, where) : codeOf(lags);
+    return lags ? handOutText(interfacesAnswer(*ports, *lags), json, where) : codeOf(lags);
 }
 
 std::int32_t getLagInfoList(openapiClientHandle_t *client, char **json) {

@@ -52,6 +52,19 @@ class SwitchTest : public testing::Test {
             return out;
         });
     }
+    // A script with "; " between its lines, all of which the switch accepts.
+    void commands(std::string lines) {
+        for (auto at = lines.find("; "); at != std::string::npos; at = lines.find("; ", at))
+            lines.replace(at, 2, "\n");
+        device->with([&](vswitch::Server &server) {
+            const auto refused = [&] {
+                return server.cli().unknownCommands() + server.cli().refusedCommands();
+            };
+            const auto before = refused();
+            const auto printed = server.cli().runScript(lines);
+            EXPECT_EQ(before, refused()) << printed;
+        });
+    }
     std::string show(const std::string &command) {
         return device->with(
             [&](vswitch::Server &server) { return server.cli().show(command).value_or("(refused)"); });
@@ -104,6 +117,14 @@ class SwitchTest : public testing::Test {
         return device->with([&](vswitch::Server &server) {
             const auto it = server.callCounts().find(call);
             return it == server.callCounts().end() ? std::uint64_t{0} : it->second;
+        });
+    }
+    // All calls since the last time.
+    std::uint64_t calls() {
+        return device->with([](vswitch::Server &server) {
+            const auto total = server.callTotal();
+            server.resetCounts();
+            return total;
         });
     }
 

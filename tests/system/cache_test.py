@@ -3,90 +3,37 @@
 
 import json
 import os
-import shutil
 import signal
 import sqlite3
 import subprocess
 import sys
-import tempfile
 import time
 import unittest
 
-HERE = os.path.dirname(os.path.abspath(__file__))
-TREE = os.path.dirname(os.path.dirname(HERE))
-BUILD = os.environ.get("PAVO_BUILD", os.path.join(TREE, "build", "dev"))
-sys.path.insert(0, os.path.join(TREE, "demo"))
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))), "support"))
 
-from rig import FOLDERS, Rig  # noqa: E402
-
-LIMIT = 60  # real seconds that any one event may take
-FOLDERS["cache_client"] = FOLDERS["web_test"] = FOLDERS["store_test"] = "tests"
-
-# All producers of answers, by answer, in the order of the table.
-PRODUCERS = {
-    "vlan_list": "switchConfigVlanList",
-    "swcfg_port": "getPhyInfAllStatusFast",
-    "swcfg_ports_status": "getPortStatusListFast",
-    "swcfg_ports_settings": "getPortsSettings",
-    "interfaces_status": "interfacesStatusBuild",
-    "sw_lag_cfg": "getLagInfoList",
-    "sw_lag_cfg_ex": "getLagInfoListEx",
-    "sw_auto_lag_cfg": "getAutoLagCfg",
-    "sw_manual_trunk_cfg": "manualTrunkGet",
-    "sw_auto_trunk_cfg": "switchTrunkModeGet",
-    "radius_config": "getRadiusServerJson",
-    "radius_port_config": "getPortAuthConfigJson",
-    "multicast_mode_ex": "getMulticastModeEx",
-    "multicast_block_address": "getDenyList",
-    "sw_ptp_cfg": "switchPtpModeGet",
-    "sw_portmirroring": "getPortMirroring",
-    "system_info": "systemInfoGet",
-    "device_health": "deviceHealthGet",
-    "special_interface_route": "getSpecialInfInfo",
-    "device_time": "getDeviceTime",
-    "logging": "getLogConfigJson",
-    "profile": "ProfileTemplateGet",
-    "profile/list_ex": "profileListExGet",
-    "neighbor_ex": "neighborListExChunkedPush",
-    "port_vendor_detect": "portVendorDetectBuild",
-    "port_hardware_info": "portHardwareInfoBuild",
-    "fiberOptics": "fiberOpticsGet",
-    "imageInfo": "getImageInfo",
-}
-# Which of them each program links: those that are written, where it can refresh answers.
-WRITTEN = set(PRODUCERS.values())
-LINKED = {
-    "pavoctl": WRITTEN,
-    "web_test": WRITTEN,
-    "pavo_detection": set(),  # refreshes nothing
-    "cache_client": {"systemInfoGet"},
-}
+from rig_case import LIMIT, RigTest, run  # noqa: E402
 
 
-class CacheTest(unittest.TestCase):
-    def setUp(self):
-        self.rig = Rig(BUILD, tempfile.mkdtemp(prefix="cache-", dir=BUILD), 50)
-        self.clients = []
-
-    def tearDown(self):
-        self.rig.stop_all()
-        for child in self.clients:
-            if child.poll() is None:
-                child.kill()
-            child.communicate()
-        subprocess.run(["umount", "-q", self.rig.path("/tmp")], capture_output=True, check=False)
-        shutil.rmtree(self.rig.root, ignore_errors=True)
+class CacheTest(RigTest):
+    def touch(self, fixed):
+        with open(self.rig.path(fixed), "w", encoding="ascii"):
+            pass
 
     def start(self, *words):
         child = subprocess.Popen([self.rig.program("cache_client"), *words], env=self.rig.env, stdin=subprocess.PIPE,
                                  stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
-        self.clients.append(child)
+        self.addCleanup(self.kill, child)
         return child
+
+    @staticmethod
+    def kill(child):
+        child.kill()
+        child.communicate()
 
     def end(self, child):
         """What it printed; its standard input ends."""
         out, err = child.communicate(timeout=LIMIT)
-        self.assertNotIn("Sanitizer", err)
         self.assertEqual("", err)
         return out.strip()
 
@@ -96,49 +43,45 @@ class CacheTest(unittest.TestCase):
     def producers(self):
         return [line.split() for line in self.rig.read("/tmp/producers").splitlines()]
 
-    def touch(self, fixed):
-        with open(self.rig.path(fixed), "w", encoding="ascii"):
-            pass
-
     def waits_for_lock(self, child):
         """Whether the process is blocked on a lock of a file."""
         with open("/proc/locks", encoding="ascii") as file:
             return any(line.split()[1:3] == ["->", "FLOCK"] and line.split()[5] == str(child.pid) for line in file)
 
-    def see(self, what, condition):
-        self.rig.wait_for(condition, LIMIT, what)
+    def cache(self):
+        return json.loads(self.rig.pavoctl("--json", "cache", "list").stdout)["cache"]
 
-    # --- several processes
+    def refused(self, *words):
+        done = self.rig.pavoctl(*words, check=False)
+        self.assertEqual("", done.stdout)
+        return done.returncode, done.stderr
 
-    def test_two_refreshers_of_one_answer(self):
+    def first_and_next(self):
+        """Two that refresh one answer: the first produces, and the second waits for it."""
         self.client("create")
         self.touch("/tmp/wait")
         first = self.start("refresh", "system_info")
         self.see("the first one produces", lambda: len(self.producers()) == 1)
         second = self.start("refresh", "system_info")
         self.see("the second one waits", lambda: self.waits_for_lock(second))
+        return first, second
+
+    # --- several processes
+
+    def test_two_refreshers_of_one_answer(self):
+        first, second = self.first_and_next()
         other = self.start("lock", "vlan_list")
         self.assertEqual("locked\n", other.stdout.readline(), "other answers are not held up")
-        self.end(other)
-        self.assertEqual([["begin", str(first.pid)]], self.producers())
         os.remove(self.rig.path("/tmp/wait"))
         self.assertEqual(["0", "0"], [self.end(first), self.end(second)])
-        self.assertEqual([["begin", str(first.pid)], ["end", str(first.pid)],
-                          ["begin", str(second.pid)], ["end", str(second.pid)]], self.producers())
+        self.assertEqual([[what, str(who.pid)] for who in (first, second) for what in ("begin", "end")],
+                         self.producers())
         answer = json.loads(self.rig.pavoctl("cache", "read", "system_info").stdout)
-        self.assertEqual({"systemInfo": {"by": second.pid},
-                          "resp": {"respCode": 0, "respMsg": "Success", "status": "success"}}, answer)
+        self.assertEqual({"by": second.pid}, answer["systemInfo"])
         self.assertEqual("system_info\nsystem_info\n", self.rig.read("/tmp/rest_db_api_delta.txt"))
 
     def test_killed_holding_the_lock(self):
-        self.client("create")
-        self.touch("/tmp/wait")
-        killed = self.start("refresh", "system_info")
-        self.see("it produces", lambda: len(self.producers()) == 1)
-        next_one = self.start("refresh", "system_info")
-        self.see("the next one waits", lambda: self.waits_for_lock(next_one))
-        os.remove(self.rig.path("/tmp/wait"))
-        self.touch("/tmp/wait")
+        killed, next_one = self.first_and_next()
         killed.kill()
         self.see("the next one produces", lambda: len(self.producers()) >= 2)
         os.remove(self.rig.path("/tmp/wait"))
@@ -155,13 +98,11 @@ class CacheTest(unittest.TestCase):
         writers = [self.start("alternate", name, str(size), "60") for name in ("big", "other")]
         self.assertEqual(["", ""], [self.end(writer) for writer in writers], "results other than a write")
         for reader in readers:
-            seen = dict(part.split("=") for part in self.end(reader).split())
-            self.assertLessEqual(set(seen), {"a", "b"}, "whole answers, old or new, and no failures")
-            self.assertGreater(sum(int(count) for count in seen.values()), 0)
+            self.assertIn(self.end(reader).split(), (["a"], ["b"], ["a", "b"]), "whole answers, and no failures")
         lines = self.rig.read("/tmp/rest_db_api_delta.txt").splitlines()
         self.assertEqual({"big", "other"}, set(lines), "no line is torn")
         self.assertEqual((62, 60), (lines.count("big"), lines.count("other")))
-        self.assertEqual("", "".join(line for line in self.rig.log().splitlines() if "ERROR" in line))
+        self.assertNotIn("ERROR", self.rig.log())
 
     def test_killed_while_writing(self):
         """Nothing waits for the disk, so the file may be damaged; the cache works again when it is made again."""
@@ -181,71 +122,31 @@ class CacheTest(unittest.TestCase):
 
     def test_full_disk(self):
         tmp = self.rig.path("/tmp")
-        mounted = subprocess.run(["mount", "-t", "tmpfs", "-o", "size=256k", "none", tmp], capture_output=True,
-                                 check=False)
-        if mounted.returncode != 0:
+        if run(["mount", "-t", "tmpfs", "-o", "size=256k", "none", tmp]).returncode != 0:
             self.skipTest("needs root and a tmpfs of its own")
+        self.addCleanup(run, ["umount", "-q", tmp])
+
+        def fill():
+            with self.assertRaises(OSError), open(self.rig.path("/tmp/filler"), "ab", buffering=0) as filler:
+                while filler.write(b"x" * 4096) == 4096:
+                    pass
+                raise OSError("full in the middle of a page")
+
         self.client("create")
         self.assertEqual("101", self.client("write", "big", "old"))
-        self.assertEqual("13", self.client("fill", "big", "600000"))  # SQLITE_FULL
-        self.assertIn("[restapi_db_operation:", self.rig.log())
+        self.assertEqual("13", self.client("alternate", "big", "600000", "1"))  # SQLITE_FULL
         self.assertIn("] Execution failed: database or disk is full\n", self.rig.log())
         self.assertEqual("0 old", self.client("read", "big"))
-        self.assertEqual("101", self.client("fill", "small", "50000"))
+        self.assertEqual("", self.client("alternate", "small", "50000", "1"))
         # Not even a line for the delta file.
-        with open(os.path.join(tmp, "filler"), "wb", buffering=0) as filler:
-            try:
-                while filler.write(b"x" * 4096) == 4096:
-                    pass
-            except OSError:
-                pass
-        delta = os.path.join(tmp, "rest_db_api_delta.txt")
-        os.remove(delta)
-        with open(os.path.join(tmp, "filler"), "ab", buffering=0) as filler:
-            try:
-                while filler.write(b"x" * 4096) == 4096:
-                    pass
-            except OSError:
-                pass
+        fill()
+        os.remove(self.rig.path("/tmp/rest_db_api_delta.txt"))
+        fill()
         self.assertEqual("14", self.client("write", "big", "new"))
         self.assertEqual("0 old", self.client("read", "big"))
-        os.remove(os.path.join(tmp, "filler"))
+        os.remove(self.rig.path("/tmp/filler"))
         self.assertEqual("101", self.client("write", "big", "new"))
         self.assertEqual("0 new", self.client("read", "big"))
-
-    def test_planted_links(self):
-        self.client("create")
-        target = self.rig.path("/tmp/target")
-        os.makedirs(self.rig.path("/tmp/api_lock"))
-        os.symlink(target, self.rig.path("/tmp/api_lock/system_info.lock"))
-        self.assertEqual("-1", self.client("refresh", "system_info"))
-        self.assertIn("[wb_system_info:", self.rig.log())
-        self.assertIn("] rest_db_lock_acquire: open(/tmp/api_lock/system_info.lock) failed: ", self.rig.log())
-        self.assertEqual([], self.producers())
-        os.symlink(target, self.rig.path("/tmp/rest_db_api_delta.txt"))
-        self.assertEqual("14", self.client("write", "vlan_list", "x"))
-        os.remove(self.rig.path("/tmp/restapi_db"))
-        os.symlink(target, self.rig.path("/tmp/restapi_db"))
-        self.assertEqual("14", self.client("create"))
-        self.assertEqual("14", self.client("write", "vlan_list", "x"))
-        self.assertFalse(os.path.exists(target))
-
-    def test_names_with_quotes_and_semicolons(self):
-        self.client("create")
-        self.client("write", "bystander", "1")
-        for name in ("x'; DROP TABLE restapi_db; --", "x' OR '1'='1", 'a"b;c', "$(touch /tmp/evidence)", "../../evil"):
-            self.assertEqual("101", self.client("write", name, "'"))
-            self.assertEqual("'\n", self.rig.pavoctl("cache", "read", name).stdout)
-            self.assertIn(name, [row["name"] for row in self.cache()])
-            self.rig.pavoctl("cache", "delete", name)
-            self.assertEqual("10023", self.client("read", name).strip())
-        self.assertEqual("0 1", self.client("read", "bystander"))
-        for name in ("a/../../evil", "../evil", "/tmp/evil"):
-            locked = self.start("lock", name)
-            self.assertEqual("", self.end(locked))
-            self.assertEqual(1, locked.returncode)
-        self.assertFalse(os.path.exists(self.rig.path("/tmp/evil.lock")))
-        self.assertFalse(os.path.exists("/tmp/evidence"))
 
     # --- web server
 
@@ -254,7 +155,7 @@ class CacheTest(unittest.TestCase):
         server = subprocess.Popen([sys.executable, "-c", "import signal\nsignal.signal(signal.SIGINT, lambda *_: "
                                    "print('told', flush=True))\nprint('ready', flush=True)\n"
                                    "while True: signal.pause()"], stdout=subprocess.PIPE, text=True)
-        self.clients.append(server)
+        self.addCleanup(self.kill, server)
         self.assertEqual("ready\n", server.stdout.readline())
         pid_file = self.rig.path("/tmp/resourse_pid.txt")
         for count in (1, 2):
@@ -266,34 +167,22 @@ class CacheTest(unittest.TestCase):
         server.send_signal(signal.SIGTERM)
         self.assertEqual("", server.communicate(timeout=LIMIT)[0])
         self.assertEqual("0", self.client("refresh", "system_info"), "a server that has ended is logged only")
-        self.assertIn("] rest_db_writeback(): cannot signal thread ", self.rig.log())
 
     # --- pavoctl
 
-    def cache(self):
-        return json.loads(self.rig.pavoctl("--json", "cache", "list").stdout)["cache"]
-
-    def refused(self, *words):
-        done = self.rig.pavoctl(*words, check=False)
-        self.assertEqual("", done.stdout)
-        return done.returncode, done.stderr
-
     def test_commands_without_a_switch(self):
-        self.assertEqual([], [row["name"] for row in self.cache() if "size" in row])
-        self.assertFalse(os.path.exists(self.rig.path("/tmp/restapi_db")), "looking makes nothing")
         missing = (1, 'pavoctl: 10023: Request api not found: "vlan_list"\n')
         self.assertEqual(missing, self.refused("cache", "read", "vlan_list"))
+        self.assertEqual([], [row["name"] for row in self.cache() if "size" in row])
+        self.assertFalse(os.path.exists(self.rig.path("/tmp/restapi_db")), "looking makes nothing")
         self.client("create")
         self.assertEqual(missing, self.refused("cache", "read", "vlan_list"))
         self.client("write", "vlan_list", "{}")
         self.client("write", "neighbor_ex/0", "{\"a\":1}")
-        self.assertEqual({"vlan_list": 2, "neighbor_ex/0": 7},
-                         {row["name"]: row["size"] for row in self.cache() if "size" in row})
         table = self.rig.pavoctl("cache", "list").stdout
         self.assertRegex(table, r"(?m)^vlan_list +switchConfigVlanList +(not )?linked +2$")
         self.assertRegex(table, r"(?m)^neighbor_ex/0 +- +7$")
-        self.assertEqual("{}\n", self.rig.pavoctl("cache", "read", "vlan_list").stdout)
-        self.assertEqual("deleted\n", self.rig.pavoctl("cache", "delete", "vlan_list").stdout)
+        self.rig.pavoctl("cache", "delete", "vlan_list")
         self.assertEqual(missing, self.refused("cache", "delete", "vlan_list"))
         self.assertEqual((3, "pavoctl: the switch cannot be reached\n"), self.refused("cache", "refresh", "vlan_list"))
         self.rig.start_switch()
@@ -301,27 +190,19 @@ class CacheTest(unittest.TestCase):
                          self.refused("cache", "refresh", "nobody"))
 
     def test_refresh(self):
-        """Each answer that this build can produce is JSON in an envelope, under its key."""
+        """Each answer is JSON in an envelope, under its key."""
         self.rig.start_switch()
         self.rig.pavoctl("cache", "refresh")
-        for api in (api for api, producer in PRODUCERS.items() if producer in WRITTEN):
+        for api in (row["name"] for row in self.cache() if "producer" in row):
             self.rig.pavoctl("cache", "refresh", api)
             name = "neighbor_ex/0" if api == "neighbor_ex" else api
             answer = json.loads(self.rig.pavoctl("cache", "read", name).stdout)
-            self.assertEqual("success", answer["resp"]["status"], api)
-            self.assertEqual(2, len(answer), api)
-        for api in (api for api, producer in PRODUCERS.items() if producer not in WRITTEN):
-            self.assertIn(f"10004: Not implemented: {api}: {PRODUCERS[api]} is not linked",
-                          self.refused("cache", "refresh", api)[1])
+            self.assertEqual(("success", 2), (answer["resp"]["status"], len(answer)), api)
 
     def test_vendor(self):
-        def vendor(*words):
-            return self.rig.pavoctl("vendor", *words).stdout
-
         for mac in ("00:1B:92", "00-1b-92-01-02-03"):
-            self.assertEqual("l-acoustics\n", vendor(mac))
-        answer = json.loads(self.rig.pavoctl("--json", "vendor", "00:1b:92:01:02:03").stdout)
-        self.assertEqual({"prefix": "00:1B:92", "vendor": "l-acoustics"}, answer["vendor"])
+            answer = json.loads(self.rig.pavoctl("--json", "vendor", mac).stdout)
+            self.assertEqual({"prefix": "00:1B:92", "vendor": "l-acoustics"}, answer["vendor"])
         self.assertEqual((1, "pavoctl: 10012: Object not exist: no vendor has registered 02:00:00\n"),
                          self.refused("vendor", "02:00:00"))
         for wrong in ("001b92", "00:1b", "00:1b:92:", "00:1b:92' or '1'='1", "zz:1b:92", ""):
@@ -334,18 +215,15 @@ class CacheTest(unittest.TestCase):
 
     def test_linked_producers(self):
         rows = [row for row in self.cache() if "producer" in row]
-        self.assertEqual(list(PRODUCERS.items()), [(row["name"], row["producer"]) for row in rows])
-        self.assertEqual(LINKED["pavoctl"], {row["producer"] for row in rows if row["isLinked"]})
-        for program, expected in LINKED.items():
-            path = self.rig.program(program)
-            if not os.path.exists(path):
-                self.assertEqual("web_test", program)
-                continue
-            symbols = subprocess.run(["nm", "-C", "--defined-only", path], capture_output=True, text=True,
-                                     check=True).stdout
+        every = {row["producer"] for row in rows}
+        self.assertEqual((28, {True}), (len(every), {row["isLinked"] for row in rows}))
+        for program, expected in (("pavoctl", every), ("web_test", every), ("pavo_detection", set()),
+                                  ("cache_client", {"systemInfoGet"})):
+            if program == "web_test" and not os.path.exists(self.rig.program(program)):
+                continue  # a build that tests whole programs only
+            symbols = run(["nm", "-C", "--defined-only", self.rig.program(program)], check=True).stdout
             functions = [line.split(" ", 2)[2] for line in symbols.splitlines() if line.split(" ", 2)[1] in "TW"]
-            linked = {producer for producer in PRODUCERS.values()
-                      if any(text.startswith(f"pavo::{producer}(") for text in functions)}
+            linked = {name for name in every if any(text.startswith(f"pavo::{name}(") for text in functions)}
             self.assertEqual(expected, linked, program)
 
 

@@ -1,66 +1,40 @@
 #!/usr/bin/env python3
 """Profile operations that are killed after each of their OpEN calls. PAVO_BUILD names the build folder."""
 
+import itertools
 import os
 import shutil
 import signal
 import sqlite3
 import sys
-import tempfile
 import unittest
 
-HERE = os.path.dirname(os.path.abspath(__file__))
-TREE = os.path.dirname(os.path.dirname(HERE))
-BUILD = os.environ.get("PAVO_BUILD", os.path.join(TREE, "build", "dev"))
-sys.path.insert(0, os.path.join(TREE, "demo"))
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))), "support"))
 
-from rig import Rig  # noqa: E402
+from rig_case import RigTest  # noqa: E402
 
 # What an operator has set up, of what profiles touch.
-BY_HAND = """
-vlan database
-vlan 77
-vlan name 77 "the \\"old\\" one"
-set igmp maxresponse 77 7
-exit
-configure
-ip igmp snooping querier query-interval 60
-ipv6 mld snooping
-classofservice trust dot1p
-queue cos-map all 5 6
-class-map match-all CLASS_VIDEO
-match ip dscp 40
-exit
-spanning-tree mode rstp
-ptp clock e2e-transparent
-interface 0/3
-vlan participation include 77
-vlan pvid 77
-mtu 2000
-exit
-interface 0/4
-vlan participation include 77
-vlan tagging 77
-exit
-exit
-""".strip().splitlines()
+BY_HAND = ["vlan database", "vlan 77", 'vlan name 77 "the \\"old\\" one"', "set igmp maxresponse 77 7", "exit",
+           "configure", "ip igmp snooping querier query-interval 60", "ipv6 mld snooping",
+           "classofservice trust dot1p", "queue cos-map all 5 6", "class-map match-all CLASS_VIDEO",
+           "match ip dscp 40", "exit", "spanning-tree mode rstp", "ptp clock e2e-transparent",
+           "interface 0/3", "vlan participation include 77", "vlan pvid 77", "mtu 2000", "exit",
+           "interface 0/4", "vlan participation include 77", "vlan tagging 77", "exit", "exit"]
 
 AUDAC = "AUDAC Audio and Control Network"
 FIRST = ["--type", AUDAC, "--vlan", "77 type=3 untagged=4,5", "--vlan", "20 type=2 untagged=1", "--ptp", "off"]
 SECOND = ["--type", "DICENTIS Conference system", "--vlan", "20 untagged=1,3", "--vlan", "30 tagged=5"]
 
 
-class CrashTest(unittest.TestCase):
+def nothing():
+    pass
+
+
+class KilledTest(RigTest):
     def setUp(self):
-        self.rig = Rig(BUILD, tempfile.mkdtemp(prefix="crash-", dir=BUILD), 50)
+        super().setUp()
         self.rig.start_switch()
         self.rig.cli(*BY_HAND)
-
-    def tearDown(self):
-        self.rig.stop_all()
-        output = self.rig.output("vswitchd")
-        shutil.rmtree(self.rig.root, ignore_errors=True)
-        self.assertNotIn("Sanitizer", output)
 
     def everything(self):
         """Switch, database and files, as a list of lines."""
@@ -93,15 +67,25 @@ class CrashTest(unittest.TestCase):
         self.assertIn(done.returncode, (0, -signal.SIGKILL), done.stderr)
         return done.returncode != 0
 
+    def lose_tmp(self):
+        """A reboot: the folder of temporary files is gone."""
+        for name in os.listdir(self.rig.path("/tmp")):
+            path = self.rig.path("/tmp/" + name)
+            if os.path.isdir(path):
+                shutil.rmtree(path)
+            elif not name.endswith((".out", ".sock", ".lock")):
+                os.remove(path)
+
+
+class CrashTest(KilledTest):
     def sweep(self, prepare, words, then):
         """Kills the operation after each call; `then` is done next and leads to the same end each time."""
-        calls = 0
-        struck = True
-        while struck:
-            calls += 1
+        for calls in itertools.count(1):
             prepare()
             struck = self.killed_after(calls, *words)
             then(calls)
+            if not struck:
+                break
         self.assertGreater(calls, 8)
 
     def test_every_call(self):
@@ -111,19 +95,19 @@ class CrashTest(unittest.TestCase):
         self.must(*apply_first)
         self.must(*delete)  # the database is there from now on
         before = self.everything()
+
         self.must(*apply_first)
         first = self.everything()
         self.must(*apply_second)
         second = self.everything()
         self.must(*delete)
-        self.assertEqual(before, self.everything())
 
-        def then_again(words, end):
+        def then_again(words, end, back, start):
             def check(calls):
                 self.must(*words)
                 self.assertEqual(end, self.everything(), (words, calls))
-                self.must(*delete)
-                self.assertEqual(before, self.everything(), (words, calls))
+                self.must(*back)
+                self.assertEqual(start, self.everything(), (words, calls))
             return check
 
         def then_delete(calls):
@@ -133,44 +117,29 @@ class CrashTest(unittest.TestCase):
         def applied():
             self.must(*apply_first)
 
-        for then in (then_again(apply_first, first), then_delete):
-            self.sweep(lambda: None, apply_first, then)
-        for then in (then_again(apply_second, second), then_delete):
-            self.sweep(applied, apply_second, then)
-        self.sweep(applied, delete, then_delete)
+        self.sweep(nothing, apply_first, then_again(apply_first, first, delete, before))
+        self.sweep(nothing, apply_first, then_delete)
+        applied()
+        self.sweep(nothing, apply_second, then_again(apply_second, second, apply_first, first))
+        for words in (apply_second, delete):
+            self.sweep(applied, words, then_delete)
 
     def test_interrupted_and_rebooted(self):
-        """The folder of temporary files is gone, and another profile is what comes next."""
+        """Another profile is what comes next."""
         before = self.rig.running_config()
-        for calls in range(1, 100):
-            struck = self.killed_after(calls, "apply", "--name", "House", *FIRST)
-            for name in os.listdir(self.rig.path("/tmp")):
-                path = self.rig.path("/tmp/" + name)
-                if os.path.isdir(path):
-                    shutil.rmtree(path)
-                elif not name.endswith((".out", ".sock", ".lock")) and os.path.isfile(path):
-                    os.remove(path)
+
+        def then_another(calls):
+            self.lose_tmp()
             self.must("apply", "--name", "Other", "--type", "Sonos", "--vlan", "40 untagged=7")
             self.operate("delete", "House")
             self.must("delete", "Other")
             self.assertEqual(before, self.rig.running_config(), calls)
-            if not struck:
-                return
-        self.fail("the operation never ended")
+
+        self.sweep(nothing, ["apply", "--name", "House", *FIRST], then_another)
 
 
-class RecoveryTest(CrashTest):
+class RecoveryTest(KilledTest):
     """What the daemon sets right: at start, and while it runs."""
-    test_every_call = test_interrupted_and_rebooted = None
-
-    def see(self, what, condition):
-        self.rig.wait_for(condition, 60, what)
-
-    def lose_tmp(self):
-        for path in ("vlanInfo.db", "audac_config"):
-            os.remove(self.rig.path("/tmp/" + path))
-        for path in ("vlan_profile_config", "pavo"):
-            shutil.rmtree(self.rig.path("/tmp/" + path))
 
     def test_daemon(self):
         before = self.rig.running_config()
@@ -187,7 +156,6 @@ class RecoveryTest(CrashTest):
         self.assertNotEqual(before, self.rig.running_config())
         self.rig.start_daemon()
         self.see("the interrupted deletion is finished", lambda: self.rig.running_config() == before)
-        self.rig.stop("pavo_detection")
 
     def rows(self):
         try:

@@ -1,13 +1,11 @@
 #!/usr/bin/env python3
 """The daemon and the virtual switch as real processes. PAVO_BUILD names the build folder."""
 
-import calendar
-import fcntl
 import json
 import os
 import random
 import re
-import shutil
+import shlex
 import signal
 import socket
 import sqlite3
@@ -19,94 +17,65 @@ import threading
 import time
 import unittest
 
-HERE = os.path.dirname(os.path.abspath(__file__))
-TREE = os.path.dirname(os.path.dirname(HERE))
-BUILD = os.environ.get("PAVO_BUILD", os.path.join(TREE, "build", "dev"))
-sys.path.insert(0, os.path.join(TREE, "demo"))
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))), "support"))
 
-from rig import FOLDERS, TEMPLATES, VENDORS, Rig  # noqa: E402
+from rig_case import BUILD, LIMIT, TREE, RigTest, run  # noqa: E402
+from rig import FOLDERS, TEMPLATES, VENDORS  # noqa: E402
 
-LIMIT = 60  # real seconds that any one event may take
+NO_SWITCH = 10000 & 0xFF  # how the daemon ends without one
 AUDAC = "AUDAC Audio and Control Network"
 CONTROL = {"name": "control", "port": "0/5", "mac": "00:1B:92:01:00:01", "lldp": {"systemDesc": "Audac MTX"}}
 AUDIO = {"name": "audio", "port": "0/5", "mac": "00:1B:92:02:00:01", "behind": "control"}
-ASSOCIATION = {"mac": AUDIO["mac"], "vlan": 20}
 
 
-def run(command, check=False, **options):
-    return subprocess.run(command, capture_output=True, text=True, check=check, **options)
+class SystemTest(RigTest):
+    def started(self, rig=None):
+        """Switch and daemon up, a profile for audio devices applied."""
+        rig = rig or self.rig
+        rig.start_switch()
+        rig.start_daemon()
+        self.sees("daemon started", "AudacLookup Init success", rig=rig)
+        self.apply_audac(rig)
 
-
-class SystemTest(unittest.TestCase):
-    scale = 50
-
-    def setUp(self):
-        self.rigs = []
-        self.rig = self.new_rig()
-
-    def new_rig(self, scale=None):
-        rig = Rig(BUILD, tempfile.mkdtemp(prefix="system-", dir=BUILD), scale or self.scale)
-        self.rigs.append(rig)
-        return rig
-
-    def tearDown(self):
-        for rig in self.rigs:
-            ends = {name: rig.stop(name) for name in list(rig.children)}
-            log = rig.log()
-            outputs = {name: rig.output(name) for name in ends}
-            shutil.rmtree(rig.root, ignore_errors=True)
-            for name, text in outputs.items():
-                self.assertNotIn("Sanitizer", text, name)
-                self.assertNotIn("runtime error", text, name)
-            if sys.exc_info()[0]:
-                print(log[-3000:])
-
-    def see(self, what, condition, rig=None):
-        (rig or self.rig).wait_for(condition, LIMIT, what)
+    def running(self, rig=None):
+        """The same with an audio device that has joined."""
+        self.started(rig)
+        self.plug_audio(rig)
 
     def apply_audac(self, rig=None):
         (rig or self.rig).pavoctl("profile", "apply", "--name", "House", "--type", AUDAC, "--vlan",
                                   "10 type=2 untagged=5,7", "--vlan", "20 type=3 assigned=5,7")
 
-    def running(self, rig=None):
-        """Switch and daemon up, the Audac thread running, an audio device joined."""
-        rig = rig or self.rig
-        rig.start_switch()
-        rig.start_daemon()
-        self.see("daemon started", lambda: "AudacLookup Init success" in rig.log(), rig)
-        self.apply_audac(rig)
-        rig.control("plug", **CONTROL)
-        rig.control("plug", **AUDIO)
-        self.see("device joined", lambda: rig.rows("associations", **ASSOCIATION), rig)
+    def plug_audio(self, rig=None):
+        for device in (CONTROL, AUDIO):
+            (rig or self.rig).control("plug", **device)
+        self.see("device joined", lambda: self.joined(rig), rig)
+
+    def joined(self, rig=None):
+        return (rig or self.rig).rows("associations", mac=AUDIO["mac"], vlan=20)
+
+    def logged(self, text, rig=None):
+        return (rig or self.rig).log().count(text)
+
+    def sees(self, what, text, times=1, rig=None):
+        """Waits until a text has been logged that often."""
+        self.see(what, lambda: self.logged(text, rig) >= times, rig)
+
+    def left(self):
+        return "AUDAC device Leave (Audio MAC: " + AUDIO["mac"] in self.rig.system_log()
 
     # --- start and end
 
-    def test_switch_started_late(self):
-        rig = self.new_rig(scale=3)  # slow enough for the switch to start between two checks
-        rig.start_daemon()
-        self.see("second check", lambda: rig.log().count("RPC call can fail until server starts") >= 2, rig)
-        rig.start_switch()
-        self.see("registration", lambda: "AudacLookup Init success" in rig.log(), rig)
-        self.assertLessEqual(rig.log().count("RPC call can fail until server starts"), 6)
-
-    def test_no_switch_at_all(self):
-        daemon = self.rig.start_daemon()
-        status = daemon.wait(LIMIT)
+    def test_switch_that_never_starts_or_late(self):
+        check = "RPC call can fail until server starts"
+        self.assertEqual(NO_SWITCH, self.rig.start_daemon().wait(LIMIT))
         self.rig.children.clear()
-        self.assertEqual(10000 & 0xFF, status)
-        log = self.rig.log()
-        self.assertEqual(6, log.count("RPC call can fail until server starts"))
-        self.assertIn("initHandler error", log)
-
-    def test_ended_thread_is_running_again_when_the_profile_is_back(self):
-        self.running()
-        self.rig.pavoctl("profile", "delete", "House")
-        self.see("device taken off", lambda: "AUDAC device Leave (Audio MAC: " + AUDIO["mac"] in self.rig.system_log())
-        self.assertFalse(self.rig.rows("associations"))
-        starts = self.rig.log().count("AudacLookup Init success")
-        self.apply_audac()
-        self.see("thread again", lambda: self.rig.log().count("AudacLookup Init success") == starts + 1)
-        self.see("device joined again", lambda: self.rig.rows("associations", **ASSOCIATION))
+        self.assertEqual((6, 1), (self.logged(check), self.logged("initHandler error")))
+        late = self.new_rig(scale=3)  # slow enough for the switch to start between two checks
+        late.start_daemon()
+        self.sees("second check", check, 2, late)
+        late.start_switch()
+        self.sees("registration", "AudacLookup Init success", rig=late)
 
     def test_two_copies_side_by_side(self):
         other = self.new_rig()
@@ -116,7 +85,7 @@ class SystemTest(unittest.TestCase):
         self.rig.stop("vswitchd")
         time_of_other = other.control("counters")["total"]
         self.see("the other copy goes on", lambda: other.control("counters")["total"] > time_of_other, other)
-        self.assertTrue(other.rows("associations", **ASSOCIATION))
+        self.assertTrue(self.joined(other))
         second = run([other.program("vswitchd")], env=other.env)
         self.assertEqual(1, second.returncode)
         self.assertIn("already running", second.stderr)
@@ -130,45 +99,41 @@ class SystemTest(unittest.TestCase):
         self.see("a walk has begun", lambda: self.rig.control("counters")["calls"]
                  ["rpcclt_openapiFdbEntryNextGet"] > walked)
         self.rig.stop("vswitchd", signal.SIGKILL)
-        self.see("the thread waits for the switch", lambda: "waiting for the switch;" in self.rig.log())
-        self.assertLess(self.rig.log().count("(ERROR)"), 30)
-        self.assertNotIn("Leave", self.rig.log())
+        self.sees("the thread waits for the switch", "waiting for the switch;")
+        self.assertLess(self.logged("(ERROR)"), 30)
+        self.assertEqual(0, self.logged("Leave"))
         # A switch that comes back without its configuration has no profile VLAN.
         self.rig.start_switch()
-        self.see("the thread ends", lambda: self.rig.cli("show logging buffered").count("AUDAC device Leave") == 1)
+        self.see("the thread ends", self.left)
         self.apply_audac()
-        self.rig.control("plug", **CONTROL)
-        self.rig.control("plug", **AUDIO)
-        self.see("joined on the new switch", lambda: self.rig.rows("associations", **ASSOCIATION))
+        self.plug_audio()
 
     def passed(self, seconds):
         """Lets program time pass."""
         time.sleep(seconds / self.rig.scale)
 
-    def profile_rows(self, statement):
+    def profile_db(self):
         database = sqlite3.connect(self.rig.path("/tmp/vlanInfo.db"), isolation_level=None)
-        try:
-            database.execute(statement)
-        finally:
-            database.close()
+        self.addCleanup(database.close)
+        return database
 
     def test_what_cannot_be_asked_is_not_gone(self):
         self.running()
-        starts = self.rig.log().count("AudacLookup Init success")
+        starts = self.logged("AudacLookup Init success")
 
         def nobody_leaves(what):
             self.passed(40)
-            self.assertTrue(self.rig.rows("associations", **ASSOCIATION), what)
-            self.assertNotIn("AUDAC device Leave", self.rig.system_log(), what)
-            self.assertEqual(starts, self.rig.log().count("AudacLookup Init success"), what)
+            self.assertTrue(self.joined(), what)
+            self.assertFalse(self.left(), what)
+            self.assertEqual(starts, self.logged("AudacLookup Init success"), what)
 
-        locked = sqlite3.connect(self.rig.path("/tmp/vlanInfo.db"), isolation_level=None)
+        waiting = "waiting for the profile database;"
+        locked = self.profile_db()
         locked.execute("BEGIN EXCLUSIVE")
-        time.sleep(5)
+        self.sees("the database is locked", waiting)
         locked.execute("ROLLBACK")
-        locked.close()
         nobody_leaves("a locked database")
-        self.assertEqual(1, self.rig.log().count("waiting for the profile database;"))
+        self.assertEqual(1, self.logged(waiting))
         with open(self.rig.path("/tmp/vlanInfo.db"), "r+b") as file:
             whole = file.read()
             file.seek(0)
@@ -183,52 +148,46 @@ class SystemTest(unittest.TestCase):
         nobody_leaves("a failed check")
         switch = self.rig.children["vswitchd"]
         switch.send_signal(signal.SIGSTOP)
-        time.sleep(12)  # longer than a call may take, and 600 s of the daemon's time
-        self.assertIn("waiting for the switch;", self.rig.log())
+        self.sees("a call has timed out", "waiting for the switch;")
         switch.send_signal(signal.SIGCONT)
         nobody_leaves("a switch that hangs")
-        self.rig.control("unplug", name="audio")
-        self.see("left", lambda: "AUDAC device Leave" in self.rig.system_log())
+        self.rig.control("plug", name="late", port="0/5", mac="00:1B:92:02:00:02", behind="control")
+        self.see("who comes now joins", lambda: len(self.rig.rows("associations", vlan=20)) == 2)
 
     def test_hung_switch_at_the_start_and_at_the_end(self):
-        rig = self.rig
         self.running()
-        rig.control("plug", name="crowd", port="0/5", mac="00:1B:92:03:00:00", count=100, behind="control")
-        self.see("a hundred joined", lambda: len(rig.rows("associations")) == 101)
-        switch = rig.children["vswitchd"]
-        switch.send_signal(signal.SIGSTOP)
-        self.profile_rows("delete from vlanInfo where id != 1")
+        self.rig.control("plug", name="crowd", port="0/5", mac="00:1B:92:03:00:00", count=100, behind="control")
+        self.see("a hundred joined", lambda: len(self.rig.rows("associations")) == 101)
+        self.rig.children["vswitchd"].send_signal(signal.SIGSTOP)
+        self.profile_db().execute("delete from vlanInfo where id != 1")
         started = time.monotonic()
-        self.see("torn down", lambda: rig.log().count("AudacLookup cli apply failed") == 101)
+        self.sees("torn down", "AudacLookup cli apply failed", 101)
         self.assertLess(time.monotonic() - started, 20)
-        rig.stop("pavo_detection", signal.SIGKILL)
+        self.rig.stop("pavo_detection", signal.SIGKILL)
         started = time.monotonic()
-        daemon = rig.start_daemon()
-        self.assertEqual(10000 & 0xFF, daemon.wait(LIMIT))
+        self.assertEqual(NO_SWITCH, self.rig.start_daemon().wait(LIMIT))
         self.assertLess(time.monotonic() - started, 10)  # 3 for the check that hangs; the pauses are scaled
-        switch.send_signal(signal.SIGCONT)
-        rig.children.pop("pavo_detection")
+        self.rig.children["vswitchd"].send_signal(signal.SIGCONT)
+        self.rig.children.pop("pavo_detection")
 
     def test_one_daemon_at_a_time(self):
         self.running()
-        second = run([self.rig.program("pavo_detection")], env=self.rig.env, timeout=LIMIT)
+        second = self.run_program("pavo_detection")
         self.assertEqual(1, second.returncode)
         for text in (second.stderr, self.rig.log()):
             self.assertIn("already running: /tmp/pavo_detection.lock", text)
         # The lock of a killed one does not count, and no link is followed.
         self.rig.stop("pavo_detection", signal.SIGKILL)
-        lock = self.rig.path("/tmp/pavo_detection.lock")
-        self.assertTrue(os.path.exists(lock))
-        victim = self.rig.path("/tmp/victim")
+        lock, victim = self.rig.path("/tmp/pavo_detection.lock"), self.rig.path("/tmp/victim")
         os.rename(lock, lock + ".away")
         os.symlink(victim, lock)
-        linked = run([self.rig.program("pavo_detection")], env=self.rig.env, timeout=LIMIT)
+        linked = self.run_program("pavo_detection")
         self.assertEqual(1, linked.returncode)
         self.assertIn("cannot open the lock file", linked.stderr)
         self.assertFalse(os.path.exists(victim))
         os.rename(lock + ".away", lock)
         self.rig.start_daemon()
-        self.see("taken over", lambda: "from an earlier run: taken over" in self.rig.log())
+        self.sees("taken over", "from an earlier run: taken over")
 
     def test_daemon_killed_under_joined_devices(self):
         rig = self.rig
@@ -239,23 +198,19 @@ class SystemTest(unittest.TestCase):
             rig.control("plug", name=f"uplink{port}", port=f"0/{port}", mac=f"A8:D2:36:00:00:{port}",
                         lldp={"systemDesc": "UBEX-PRO20", "chassisId": chassis, "portDesc": name})
 
-        def lag_lines():
-            lines, inside = [], False
-            for line in rig.running_config():
-                inside = line.startswith("interface lag") or (inside and line != "exit")
-                if inside or "addport" in line:
-                    lines.append(line)
-            return lines
+        def bound():
+            return [{key: row[key] for key in ("name", "members", "pvid", "tagged")} for row in rig.table("lags")], \
+                rig.table("associations")
 
         rig.log_level(7)
-        self.see("two LAGs", lambda: rig.log().count(" added to LAG interface ") == 3)
-        before = (lag_lines(), rig.table("associations"))
+        self.sees("two LAGs", " added to LAG interface ", 3)
+        before = bound()
         calls = rig.control("counters")["calls"]
         rig.stop("pavo_detection", signal.SIGKILL)
         rig.start_daemon()
-        self.see("taken over", lambda: rig.log().count("taken over") == 4)
+        self.sees("taken over", "taken over", 4)
         self.passed(100)
-        self.assertEqual(before, (lag_lines(), rig.table("associations")))
+        self.assertEqual(before, bound())
         again = rig.control("counters")["calls"]
         for call in ("rpcclt_openapiLagPortAdd", "rpcclt_openapiVlanIfParticipationSet", "rpcclt_openapiTxtCfgApply"):
             self.assertEqual(calls.get(call), again.get(call), call)
@@ -263,47 +218,28 @@ class SystemTest(unittest.TestCase):
         rig.stop("pavo_detection", signal.SIGKILL)
         rig.control("unplug", name="uplink13")
         rig.control("unplug", name="audio")
+        rig.cli("clear mac-addr-table all")  # or the switch would know the address for 300 s
         rig.start_daemon()
-        self.see("released", lambda: sum("addport" in line for line in lag_lines()) == 2)
+        self.see("released", lambda: sum(len(row["members"]) for row in rig.table("lags")) == 2)
         self.see("left", lambda: not rig.rows("associations"))
 
     def test_full_disk_under_the_scripts(self):
         folder = self.rig.path("/mnt/application/pavo/tmp")
         if run(["mount", "-t", "tmpfs", "-o", "size=64k", "tmpfs", folder]).returncode != 0:
             self.skipTest("needs the right to mount")
+        self.addCleanup(run, ["umount", folder])
+        self.addCleanup(self.rig.stop_all)
+        self.started()
         filler = os.path.join(folder, "filler")
-        try:
-            self.rig.start_switch()
-            self.rig.start_daemon()
-            self.see("daemon started", lambda: "AudacLookup Init success" in self.rig.log())
-            self.apply_audac()
-            with self.assertRaises(OSError), open(filler, "wb", buffering=0) as file:
-                while True:
-                    file.write(b"x" * 4096)
-            self.rig.control("plug", **CONTROL)
-            self.rig.control("plug", **AUDIO)
-            self.see("a failure is reported", lambda: "(ERROR)" in self.rig.log())
-            self.assertFalse(self.rig.rows("associations"))
-            os.unlink(filler)
-            self.see("joined once there is room", lambda: self.rig.rows("associations", **ASSOCIATION))
-        finally:
-            self.rig.stop_all()
-            subprocess.run(["umount", folder], check=False)
-
-    def test_configuration_file_of_100_megabytes(self):
-        self.running()
-        with open(self.rig.path("/tmp/audac_config"), "wb") as file:
-            file.write(b'{"audacDevicePort": [')
-            for _ in range(100):
-                file.write(b"5," * (1 << 19))
-        self.see("refused", lambda: self.rig.log().count("file too large") >= 2)
-        self.assertTrue(self.rig.rows("associations", **ASSOCIATION))
-        with open(f"/proc/{self.rig.children['pavo_detection'].pid}/status", encoding="ascii") as file:
-            resident = next(int(line.split()[1]) for line in file if line.startswith("VmRSS"))
-        self.assertLess(resident, 1 << 20, "kilobytes resident")
-        self.apply_audac()
-        self.rig.cli("vlan database", "no vlan association mac " + AUDIO["mac"])
-        self.see("at work again", lambda: self.rig.rows("associations", **ASSOCIATION))
+        with self.assertRaises(OSError), open(filler, "wb", buffering=0) as file:
+            while True:
+                file.write(b"x" * 4096)
+        for device in (CONTROL, AUDIO):
+            self.rig.control("plug", **device)
+        self.sees("a failure is reported", "(ERROR)")
+        self.assertFalse(self.rig.rows("associations"))
+        os.unlink(filler)
+        self.see("joined once there is room", self.joined)
 
     # --- the wire, spoken by hand
 
@@ -325,13 +261,11 @@ class SystemTest(unittest.TestCase):
 
     def test_wire_and_garbage(self):
         self.rig.start_switch()
-        name = b"openapiVlanCreatedCheck"
-        check = b"\x92" + bytes([0xA0 | len(name)]) + name  # [name, vlan]
+        good = self.encode("openapiVlanCreatedCheck", 1)
         client = self.connect()
-        self.assertEqual(b"\x91\x00", self.call(client, check + b"\x01"))  # VLAN 1 exists
-        self.assertEqual(b"\x91\xfc", self.call(client, check + b"\x02"))  # code -4: not found
-        for garbage in (b"\xc1", b"", b"\x92\x01\x02", check, check + b"\xa1x", b"\x91\xa3foo", b"\x91" * 100000,
-                        b"\xdd\xff\xff\xff\xff"):
+        self.assertEqual(b"\x91\x00", self.call(client, good))
+        self.assertEqual(b"\x91\xfc", self.call(client, good[:-1] + b"\x02"))  # code -4: not found
+        for garbage in (b"", b"\xc1", good[:-1], b"\x91" * 100000):
             with self.connect() as liar:
                 self.assertIsNone(self.call(liar, garbage), garbage[:20])
         with self.connect() as liar:
@@ -341,102 +275,58 @@ class SystemTest(unittest.TestCase):
             except ConnectionResetError:
                 pass  # hung up just as well
         idle = [self.connect() for _ in range(100)]
-        self.assertEqual(b"\x91\x00", self.call(client, check + b"\x01"))
-        self.assertEqual(b"\x91\x00", self.call(idle[-1], check + b"\x01"))
-        for each in [client, *idle]:
+        for each in [client, *reversed(idle)]:
+            self.assertEqual(b"\x91\x00", self.call(each, good))
             each.close()
 
     def test_control_program(self):
-        self.rig.start_switch()
+        self.rig.start_switch("--default-mtu", "1500")
 
-        def ctl(*words, **options):
-            return run([self.rig.program("vswitchctl"), *words], env=self.rig.env, **options)
+        def ctl(words, success=True, **options):
+            done = self.run_program("vswitchctl", *shlex.split(words), **options)
+            self.assertEqual(success, done.returncode == 0, (words, done.stderr))
+            return done.stdout if success else done.stderr
 
         scenario = self.rig.path("/tmp/scenario.json")
         with open(scenario, "w", encoding="utf-8") as file:
             json.dump([{"op": "plug", **CONTROL}, {"op": "wait", "ms": 10}, {"op": "plug", **AUDIO}], file)
-        self.assertEqual(0, ctl("load", scenario).returncode)
-        again = ctl("load", scenario)
-        self.assertEqual(1, again.returncode)
-        self.assertIn("step 1", again.stderr)
-        table = ctl("table", "fdb").stdout
-        self.assertIn(AUDIO["mac"], table)
-        self.assertEqual(2, len(json.loads(ctl("--json", "table", "fdb").stdout)))
+        ctl("load " + scenario)
+        self.assertIn("step 1", ctl("load " + scenario, success=False))
         session = ctl("cli", input="configure\nhostname \"stage one\"\nvl?\nexit\nshow version\nnonsense\n")
-        self.assertIn("VLAN configuration mode", session.stdout)
-        self.assertIn("Machine Model", session.stdout)
-        self.assertIn("^", session.stdout)
-        self.assertIn("plugged into 0/5", ctl("events").stdout)
-        self.assertEqual(1, json.loads(ctl("counters").stdout)["unknownCommands"])
-        self.assertEqual(0, ctl("fault", "*", "--nth", "1", "--once").returncode)
-        self.assertEqual(1, len(json.loads(ctl("faults").stdout)["faults"]))
-        self.assertEqual(0, len(json.loads(ctl("faults", "--clear").stdout)["faults"]))
-        self.assertNotEqual(0, ctl("table", "nothing").returncode)
-        # The outside world of a port: what is plugged in, what is in its cage, what goes wrong there.
-        self.assertEqual(0, ctl("plug", "tap", "0/30", "00:1b:92:00:30:01", "--speed", "100",
-                                "--half-duplex").returncode)
-        self.assertEqual(0, ctl("sfp", "0/30", "--vendor", "ACME", "--wavelength", "1310", "--temperature",
-                                "-5000").returncode)
-        self.assertEqual(0, ctl("errors", "0/30", "--inErrors", "18446744073709551615").returncode)
-        status = ctl("exec", "show port status all", "show fiber-ports optics all").stdout
-        self.assertRegex(status, r"0/30 +SFP +auto +100 Half +Up")
-        self.assertRegex(status, r"0/30 +ACME +-5\.0 ")
-        self.assertEqual(18446744073709551615, json.loads(ctl("--json", "table", "counters").stdout)[29]["inErrors"])
-        self.assertEqual(0, ctl("errdisable", "0/30", "bpdu-guard").returncode)
-        self.assertEqual(0, ctl("sfp", "0/30", "--remove").returncode)
-        self.assertIn("DAC-10G-1M", ctl("table", "sfp").stdout)
-        self.assertRegex(ctl("exec", "show port status all").stdout, r"0/30 +SFP +auto +Down  bpdu-guard")
-        for refused in (("sfp", "0/1", "--vendor", "ACME"), ("errdisable", "0/1", "boredom"),
-                        ("errors", "0/99", "--inErrors", "1"), ("plug", "x", "0/1", "00:1b:92:00:30:02", "--speed", "-1")):
-            self.assertNotEqual(0, ctl(*refused).returncode, refused)
-
-    def test_health_from_the_command_line(self):
-        self.rig.start_switch()
-
-        def ctl(*words):
-            return run([self.rig.program("vswitchctl"), *words], env=self.rig.env)
-
-        for words in ("temperature 2 -15", "temperature 1 --failed", "fan 2 failed", "fan 1 operational --rpm 900",
-                      "power 1 absent", "cpu 44", "memory 100 50"):
-            self.assertEqual(0, ctl("health", *words.split()).returncode, words)
-        health = json.loads(ctl("health").stdout)
-        self.assertEqual([("failed", 52), ("normal", -15)],
-                         [(sensor["state"], sensor["celsius"]) for sensor in health["sensors"][:2]])
-        self.assertEqual([("operational", 900), ("failed", 0)], [(fan["state"], fan["rpm"]) for fan in health["fans"]])
-        self.assertEqual("absent", health["supplies"][0]["state"])
-        self.assertEqual((44, {"totalKb": 100, "freeKb": 50}), (health["cpu"], health["memory"]))
-        for words in ("fan 9 failed", "fan 1 broken", "cpu 101", "temperature 1 301", "memory 50 100"):
-            self.assertNotEqual(0, ctl("health", *words.split()).returncode, words)
-        self.assertEqual(health, json.loads(ctl("health").stdout))
-        self.assertNotEqual(0, ctl("supplicant", "0/1").returncode)  # nobody is there
-        ctl("link", "0/1", "up")
-        self.assertEqual(0, ctl("supplicant", "0/1").returncode)
-
-    # --- faults of the switch
-
-    def test_fault_kills_the_caller(self):
-        self.rig.start_switch("--default-mtu", "1500")
-        daemon = self.rig.start_daemon()
-        self.see("daemon started", lambda: "AudacLookup Init success" in self.rig.log())
-        for when, left in (("before", False), ("after", True)):
-            # Of the calls of pavoctl alone: the daemon's do not count, nor is it hit.
-            run([self.rig.program("vswitchctl"), "fault", "rpcclt_openapiTxtCfgApply", "--kill", when,
-                 "--process", "pavoctl"], env=self.rig.env, check=True)
-            done = self.rig.pavoctl("profile", "apply", "--name", "A", "--type", "Data", "--vlan",
-                                    "30 untagged=1", check=False)
-            self.assertEqual(-signal.SIGKILL, done.returncode, (done.stdout, done.stderr))
-            fault, = self.rig.control("faults")["faults"]
-            self.rig.control("faults", clear=True)
-            self.assertEqual((1, 1, when), (fault["nth"], fault["seen"], fault["kill"]))
-            self.assertEqual(left, bool(self.rig.rows("vlans", id=30)))
-        self.rig.control("fault", nth=10 ** 6, kill="after", process="pavoctl")
-        self.rig.pavoctl("vlan", "list")
-        fault, = self.rig.control("faults")["faults"]
-        self.assertLess(fault["seen"], fault["nth"])
-        self.assertLess(0, fault["seen"])
-        self.assertIsNone(daemon.poll())
-        self.rig.cli("configure", "interface 0/1", "mtu 1500", "interface 0/2", "mtu 1518")
+        for text in ("VLAN configuration mode", "Machine Model", "^"):
+            self.assertIn(text, session)
+        for words in ("fault * --nth 1 --once", "exec configure 'interface 0/1' 'mtu 1500'",
+                      "exec configure 'interface 0/2' 'mtu 1518'",
+                      "plug tap 0/30 00:1b:92:00:30:01 --speed 100 --half-duplex",
+                      "sfp 0/30 --vendor ACME --wavelength 1310 --temperature -5000",
+                      "errors 0/30 --inErrors 18446744073709551615", "health temperature 2 -15",
+                      "health temperature 1 --failed", "health fan 2 failed", "health fan 1 operational --rpm 900",
+                      "health power 1 absent", "health cpu 44", "health memory 100 50"):
+            ctl(words)
         self.assertEqual(["mtu 1518"], [line for line in self.rig.running_config() if "mtu" in line])
+        health = ctl("health")
+        for words in ("table nothing", "sfp 0/1 --vendor ACME", "errdisable 0/1 boredom", "errors 0/99 --inErrors 1",
+                      "plug x 0/1 00:1b:92:00:30:02 --speed -1", "health fan 9 failed", "health fan 1 broken",
+                      "health cpu 101", "health temperature 1 301", "health memory 50 100", "supplicant 0/1"):
+            ctl(words, success=False)
+        self.assertEqual(health, ctl("health"))
+        values = json.loads(health)
+        sensors, fans = values["sensors"], values["fans"]
+        self.assertEqual(["failed", ("normal", -15), ("operational", 900), "failed", "absent", 44, 50], [
+            sensors[0]["state"], (sensors[1]["state"], sensors[1]["celsius"]), (fans[0]["state"], fans[0]["rpm"]),
+            fans[1]["state"], values["supplies"][0]["state"], values["cpu"], values["memory"]["freeKb"]])
+        for words, pattern in (("table fdb", AUDIO["mac"]), ("events", "plugged into 0/5"),
+                               ("counters", r'"unknownCommands": ?1\b'), ("faults", '"nth": ?1'),
+                               ("exec 'show port status all'", r"0/30 +SFP +auto +100 Half +Up"),
+                               ("exec 'show fiber-ports optics all'", r"0/30 +ACME +-5\.0 "),
+                               ("--json table counters", '"inErrors": ?18446744073709551615')):
+            self.assertRegex(ctl(words), pattern)
+        for words in ("faults --clear", "errdisable 0/30 bpdu-guard", "sfp 0/30 --remove", "link 0/1 up",
+                      "supplicant 0/1"):
+            ctl(words)
+        self.assertRegex(ctl("faults"), r'"faults": ?\[\]')
+        self.assertIn("DAC-10G-1M", ctl("table sfp"))
+        self.assertRegex(ctl("exec 'show port status all'"), r"0/30 +SFP +auto +Down  bpdu-guard")
 
     # --- state of the switch
 
@@ -449,58 +339,52 @@ class SystemTest(unittest.TestCase):
                     else b"\xda" + struct.pack(">H", len(value)) + value.encode())
         return out
 
-    def changes(self):
+    def changes(self, *rigs):
         """Requests, each of which changes the configuration: setters, and scripts of many lines."""
-        def ask(*values):
-            return self.encode(*values)
         out = []
         for vlan in range(10, 22):
-            script = (f"vlan database\nvlan name {vlan} \"hall {vlan}\"\nvlan {vlan + 100}\nexit\nconfigure\n"
-                      f"interface 0/{vlan}\ndescription \"to {vlan}\"\nmtu 9198\nvlan pvid {vlan + 100}\n"
-                      f"exit\nhostname h{vlan}\nexit\n")
             path = f"/mnt/application/pavo/tmp/change_{vlan}"
-            out += [ask("rpcclt_openapiVlanCreate", vlan), ask("rpcclt_openapiVlanNameSet", vlan, f"V{vlan}"),
-                    ask("rpcclt_openapiVlanIfPvidSet", 1, vlan),
-                    ask("rpcclt_openapiVlanIfParticipationSet", vlan, 2, 0),
-                    ask("rpcclt_openapiVlanIfTaggingSet", 2, vlan, 1), (path, script), ask("rpcclt_openapiVlanDelete", vlan)]
+            for rig in rigs:
+                with open(rig.path(path), "w", encoding="ascii") as file:
+                    file.write(f"vlan database\nvlan name {vlan} \"hall {vlan}\"\nvlan {vlan + 100}\nexit\nconfigure\n"
+                               f"interface 0/{vlan}\ndescription \"to {vlan}\"\nmtu 9198\nvlan pvid {vlan + 100}\n"
+                               f"exit\nhostname h{vlan}\nexit\n")
+            out += [self.encode("rpcclt_openapi" + call, *arguments) for call, *arguments in (
+                ("VlanCreate", vlan), ("VlanNameSet", vlan, f"V{vlan}"), ("VlanIfPvidSet", 1, vlan),
+                ("VlanIfParticipationSet", vlan, 2, 0), ("VlanIfTaggingSet", 2, vlan, 1),
+                ("TxtCfgApply", path, path + "_out"), ("VlanDelete", vlan))]
         return out
 
-    def make_change(self, rig, client, change):
-        if isinstance(change, tuple):
-            path, script = change
-            with open(rig.path(path), "w", encoding="ascii") as file:
-                file.write(script)
-            change = self.encode("rpcclt_openapiTxtCfgApply", path, path + "_out")
+    def change(self, client, request):
+        """Whether the switch acknowledges it."""
         try:
-            reply = self.call(client, change)
+            reply = self.call(client, request)
         except ConnectionError:
             reply = None
         self.assertIn(reply, (None, b"\x91\x00"))
         return reply is not None
 
     def test_acknowledged_changes_survive_a_kill(self):
-        changes = self.changes()
         reference = self.new_rig()
+        changes = self.changes(reference, self.rig)
         reference.start_switch()
+        expected = [reference.running_config()]
         with self.connect(reference) as client:
-            expected = [reference.running_config()]
-            for change in changes:
-                self.assertTrue(self.make_change(reference, client, change))
+            for request in changes:
+                self.assertTrue(self.change(client, request))
                 expected.append(reference.running_config())
 
         state = self.rig.path("tmp/switch-state")
         dice = random.Random(5)
         done = kills = 0
+        self.rig.start_switch("--state", state)
         while done < len(changes):
-            self.rig.start_switch("--state", state)
-            self.assertEqual(expected[done], self.rig.running_config())
             # Half of the time the changes are accepted, and take effect long after the kill.
             self.rig.control("latency", ms=60000 if kills % 2 else 0)
-            switch = self.rig.children["vswitchd"]
-            killer = threading.Timer(dice.uniform(0, 0.04), switch.kill)
+            killer = threading.Timer(dice.uniform(0, 0.04), self.rig.children["vswitchd"].kill)
             with self.connect() as client:
                 killer.start()
-                while done < len(changes) and self.make_change(self.rig, client, changes[done]):
+                while done < len(changes) and self.change(client, changes[done]):
                     done += 1
             killer.join()
             self.rig.stop("vswitchd", signal.SIGKILL)
@@ -508,7 +392,6 @@ class SystemTest(unittest.TestCase):
             # What was under way at the kill is there as a whole or not at all.
             self.rig.start_switch("--state", state)
             now = self.rig.running_config()
-            self.rig.stop("vswitchd", signal.SIGKILL)
             if done < len(changes) and now == expected[done + 1]:
                 done += 1
             self.assertEqual(expected[done], now, f"after {done} changes, kill {kills}")
@@ -522,68 +405,11 @@ class SystemTest(unittest.TestCase):
         with open(state, "r+", encoding="ascii") as file:
             text = file.read()
             file.truncate(len(text) // 2)
-        done = run([self.rig.program("vswitchd"), "--state", state], env=self.rig.env, timeout=LIMIT)
-        self.assertEqual((1, ""), (done.returncode, done.stdout))
-        self.assertIn("damaged", done.stderr)
+        for path, why in ((state, "damaged"), (self.rig.path("tmp/nowhere/state"), "cannot write")):
+            done = self.run_program("vswitchd", "--state", path)
+            self.assertEqual((1, ""), (done.returncode, done.stdout))
+            self.assertIn(why, done.stderr)
         self.assertEqual(len(text) // 2, os.path.getsize(state))
-        done = run([self.rig.program("vswitchd"), "--state", self.rig.path("tmp/nowhere/state")], env=self.rig.env,
-                   timeout=LIMIT)
-        self.assertEqual(1, done.returncode)
-        self.assertIn("cannot write", done.stderr)
-
-    # --- log and locks
-
-    def test_wait_for_a_lock_ends_and_says_what_for(self):
-        rig = self.new_rig(scale=500)
-        rig.start_switch()
-        before = rig.running_config()
-        path = "/tmp/profileConfig.lock"
-        with open(rig.path(path), "w", encoding="ascii") as holder:
-            fcntl.flock(holder, fcntl.LOCK_EX)
-            done = rig.pavoctl("profile", "apply", "--name", "A", "--type", "Data", "--vlan", "30 untagged=1",
-                               check=False)
-            self.assertEqual(1, done.returncode, done.stdout + done.stderr)
-            self.assertEqual(1, rig.log().count(f"waiting for the lock {path}, for at most 300 s"))
-            self.assertEqual(before, rig.running_config())
-        rig.pavoctl("profile", "apply", "--name", "A", "--type", "Data", "--vlan", "30 untagged=1")
-
-    def test_time_zone_changes_while_the_daemon_runs(self):
-        def zone(name, hours):
-            """A time zone file without transitions."""
-            counts = struct.pack(">6I", 0, 0, 0, 0, 1, len(name) + 1)
-            body = struct.pack(">iBB", hours * 3600, 0, 0) + name + b"\0"
-            head = b"TZif2" + bytes(15)
-            return head + counts + body + head + counts + body + b"\n" + name + str(-hours).encode() + b"\n"
-
-        # The daemon sees another file as /etc/localtime.
-        mine = self.rig.path("tmp/localtime")
-        with open(mine, "wb") as file:
-            file.write(zone(b"AAA", 2))
-        inside = ["unshare", "-m", "sh", "-c", f"mount --bind {mine} /etc/localtime && exec \"$0\""]
-        if run([*inside, "true"]).returncode != 0:
-            self.skipTest("needs the right to mount")
-        del self.rig.env["TZ"]
-        self.rig.start_switch()
-        daemon = subprocess.Popen([*inside, self.rig.program("pavo_detection")], env=self.rig.env,
-                                  stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        try:
-            def hours():
-                """How far the clock of the last line is ahead of UTC, in hours."""
-                lines = re.findall(r"^(\d{4}-\d\d-\d\d \d\d:\d\d):\d\d.*pavo_detection: ", self.rig.log(),
-                                   re.MULTILINE)
-                now = float(self.rig.env["PAVO_CLOCK_ORIGIN"])
-                return round((calendar.timegm(time.strptime(lines[-1], "%Y-%m-%d %H:%M")) - now) / 3600)
-
-            self.see("a line in the first zone", lambda: "AudacLookup Init success" in self.rig.log())
-            self.assertEqual(2, hours())
-            with open(mine, "r+b") as file:
-                file.write(zone(b"BBB", 9))
-            os.utime(mine, (1, 1))  # a change within the same second is not seen by the C library
-            self.apply_audac()  # the daemon has something to say
-            self.see("a line in the second zone", lambda: hours() == 9)
-        finally:
-            daemon.kill()
-            daemon.wait()
 
     # --- pavoctl
 
@@ -592,48 +418,32 @@ class SystemTest(unittest.TestCase):
         before, name = self.rig.running_config(), "B\u00fchne"
         hall = ("profile", "apply", "--name", "Hall", "--type", "ETC Lighting", "--vlan", "20 untagged=1-2,9",
                 "--vlan", "30 untagged=10-12,lag3")
-        self.assertIn('VLAN 20 belongs to profile "B\u00fchne"', ctl(*hall, "--plan", status=1))
-        plan = ctl(*hall, "--plan", "--overwrite")
-        for line in (r"Switch-wide", r"  spanning-tree mode +default -> rstp", r"VLANs",
-                     rf'  VLAN 20 +name "{name}" -> "Hall"', r'  VLAN 30 +new, named "Hall"', r"Ports",
-                     r"  0/10-12,lag3 +VLAN 1 -> 30 untagged, MTU default -> 1500", r"Taken",
-                     rf'  VLAN 20 from "{name}"'):
-            self.assertRegex(plan, f"(?m)^{line}$")
+        self.assertIn(f'VLAN 20 belongs to profile "{name}"', ctl(*hall, "--plan", status=1))
+        self.assertRegex(ctl(*hall, "--plan", "--overwrite"), "(?m)^  0/10-12,lag3 +VLAN 1 -> 30 untagged, MTU .*$")
         data = json.loads(ctl("--json", *hall, "--plan", "--overwrite"))["plan"]
         self.assertEqual([{"what": "VLAN 20", "from": name, "to": "Hall"}], data["taken"])
-        self.assertTrue(data["changes"])
         self.assertEqual(before, self.rig.running_config())
         self.assertEqual(f"{name}  as applied\n", ctl("profile", "status"))
 
         ctl(*hall, "--overwrite")
         self.assertEqual("nothing would change\n", ctl(*hall, "--overwrite", "--plan"))
-        status = self.rig.pavoctl("profile", "status", check=False)
-        self.assertEqual((1, ""), (status.returncode, status.stderr))
         self.assertEqual([f'{name}  incomplete: VLAN 20 is with "Hall"', "Hall  as applied"],
-                         sorted(status.stdout.splitlines()))
+                         sorted(ctl("profile", "status", status=1, output=True).splitlines()))
         self.assertRegex(ctl("profile", "list"), rf"(?m)^{name} .* -  .*incomplete$")
-        self.assertIn('VLAN 20 is with "Hall"', ctl("profile", "show", name))
         self.assertEqual("Hall  as applied\n", ctl("profile", "status", "Hall"))
         self.assertIn('no profile "nobody" has been applied', ctl("profile", "status", "nobody", status=1))
 
         self.rig.cli("configure", "no spanning-tree mode", "interface 0/11", "no mtu", "end")
-        status = self.rig.pavoctl("profile", "status", "Hall", check=False)
-        self.assertEqual((1, "Hall  drifted\n  Switch-wide\n    spanning-tree mode  default -> rstp\n"
-                             "  Ports\n    0/11  MTU default -> 1500\n"), (status.returncode, status.stdout))
-        drift = self.rig.pavoctl("--json", "profile", "status", "Hall", check=False)
-        self.assertEqual(1, drift.returncode)
-        entry, = json.loads(drift.stdout)["profileStatus"]
+        self.assertIn("Hall  drifted\n", ctl("profile", "status", "Hall", status=1, output=True))
+        entry, = json.loads(ctl("--json", "profile", "status", "Hall", status=1, output=True))["profileStatus"]
         self.assertEqual((False, "rstp"), (entry["asApplied"], entry["repair"]["switch"][0]["then"]))
 
-        run([self.rig.program("vswitchctl"), "fault", "rpcclt_openapiTxtCfgApply", "--nth", "2"], env=self.rig.env,
-            check=True)
+        self.rig.control("fault", call="rpcclt_openapiTxtCfgApply", nth=2)
         self.assertIn("could not be taken back: the configuration of the switch",
                       ctl("profile", "apply", "--name", "New", "--type", "Audio Dante", "--vlan", "40 untagged=20",
                           status=1))
         self.rig.control("faults", clear=True)
-        status = self.rig.pavoctl("profile", "status", "New", check=False)
-        self.assertEqual((1, "New  interrupted: finished or taken back by the next operation\n"),
-                         (status.returncode, status.stdout))
+        self.assertIn("New  interrupted", ctl("profile", "status", "New", status=1, output=True))
         os.unlink(self.rig.path("/tmp/vlanInfo.db"))
         self.assertRegex(ctl("profile", "list"), rf"(?s)Hall .*{name} ")
         self.assertFalse(os.path.exists(self.rig.path("/tmp/vlanInfo.db")))
@@ -642,48 +452,37 @@ class SystemTest(unittest.TestCase):
         self.assertEqual(before, self.rig.running_config())
 
     def test_pavoctl(self):
-        def ctl(*words, status=0):
+        def ctl(*words, status=0, output=None):
+            """What it prints: its output, or what it complains about."""
             done = self.rig.pavoctl(*words, check=False)
             self.assertEqual(status, done.returncode, (words, done.stdout, done.stderr))
-            return done.stdout if status == 0 else done.stderr
+            return done.stdout if output or status == 0 else done.stderr
+
+        def apply(vlan, *words, name="x", status=0):
+            return ctl("profile", "apply", "--name", name, "--type", "Data", "--vlan", vlan, *words, status=status)
 
         self.assertIn("cannot be reached", ctl("profile", "list", status=3))
         self.rig.start_switch()
-        self.assertIn("A first profile", ctl("--help"))
-        ctl("profile", status=2)
-        ctl("profile", "apply", "--name", "x", status=2)
-        ctl("profile", "apply", "--name", "x", "--type", "Data", "--vlan", "20 untagged=all", status=2)
-        ctl("profile", "apply", "/nowhere", status=2)
-        for vlan, why in (("20.5 untagged=1", '"20.5" is not a VLAN id'), ("20 untagged=1;2", '"1;2" is neither'),
-                          ("20 untagged=49", "there is no port 49 (ports 1-48, LAGs lag1-24)")):
-            self.assertIn(why, ctl("profile", "apply", "--name", "x", "--type", "Data", "--vlan", vlan, status=2))
-        self.assertIn("at most 255", ctl("profile", "apply", "--name", "x" * 256, "--type", "Data", "--vlan", "20",
-                                         status=2))
-        ctl("profile", "apply", "request.json", "--name", "x", status=2)
+        for words in ((), ("apply", "--name", "x"), ("apply", "/nowhere"), ("apply", "request.json", "--name", "x")):
+            ctl("profile", *words, status=2)
+        self.assertIn("there is no port 49 (ports 1-48, LAGs lag1-24)", apply("20 untagged=49", status=2))
         self.assertEqual("Default", ctl("profile", "list").split("\n")[1].split()[0])
         self.assertEqual("", ctl("profile", "status"))
         self.assertIn("Audio Dante", ctl("profile", "types"))
         self.assertIn("Video NDI4", ctl("profile", "templates"))
-        types = json.loads(ctl("--json", "profile", "types"))
-        self.assertEqual(50, len(types["profileTypes"]))
-        self.assertEqual("success", types["resp"]["status"])
+        self.assertEqual(50, len(json.loads(ctl("--json", "profile", "types"))["profileTypes"]))
 
         before = self.rig.running_config()
         ctl("profile", "apply", "--name", "B\u00fchne", "--type", "Audio Dante", "--vlan", "20 untagged=1-4,7 tagged=48,lag2")
         for words in (("show", "B\u00fchne"), ("list",)):
             self.assertRegex(ctl("profile", *words), r" 1-4,7 +48,lag2 ")
-        self.assertIn("14107: The profile name is already in use",
-                      ctl("profile", "apply", "--name", "B\u00fchne", "--type", "Data", "--vlan", "21", status=1))
-        failed = self.rig.pavoctl("--json", "profile", "delete", "nobody", check=False)
-        self.assertEqual(1, failed.returncode)
-        self.assertEqual(10012, json.loads(failed.stdout)["resp"]["respCode"])
-        self.assertEqual("Object not exist: there is no such profile", json.loads(failed.stdout)["resp"]["respMsg"])
+        self.assertIn("14107: The profile name is already in use", apply("21", name="B\u00fchne", status=1))
+        failure = json.loads(ctl("--json", "profile", "delete", "nobody", status=1, output=True))["resp"]
+        self.assertEqual((10012, "Object not exist: there is no such profile"), (failure["respCode"], failure["respMsg"]))
         self.assertIn("10003: Invalid argument: \"name\": \"Default\" is for the default profile",
-                      ctl("profile", "apply", "--name", "Default", "--type", "Data", "--vlan", "21", "--overwrite",
-                          status=1))
-        vlans = json.loads(ctl("--json", "vlan", "list"))["vlans"]
-        self.assertEqual([1, 20], [vlan["vlanId"] for vlan in vlans])
-        self.assertEqual([1, 2, 3, 4, 7], vlans[1]["untagPorts"])
+                      apply("21", "--overwrite", name="Default", status=1))
+        vlan = json.loads(ctl("--json", "vlan", "list"))["vlans"][1]
+        self.assertEqual((20, [1, 2, 3, 4, 7]), (vlan["vlanId"], vlan["untagPorts"]))
         self.assertIn("Audio Dante", ctl("vlan", "show", "20"))
         ctl("vlan", "show", "4000", status=1)
 
@@ -698,7 +497,7 @@ class SystemTest(unittest.TestCase):
             complete_line pavoctl profile apply --type 'Video N'; complete_line pavoctl profile apply --pl
             complete_line pavoctl profile apply --vlan '"20 untagged=1,'; complete_line pavoctl profile show '"$'"""
         evidence = self.rig.path("/tmp/evidence")
-        ctl("profile", "apply", "--name", f"$(touch {evidence})", "--type", "Data", "--vlan", "21")
+        apply("21", name=f"$(touch {evidence})")
         done = run(["bash", "-c", script], env=self.rig.env)
         self.assertEqual("", done.stderr)
         for word in ("profile", "delete", "status", "refresh", "profile/list_ex", "B", "NDI4", "--plan",
@@ -752,10 +551,15 @@ class ProgramTest(unittest.TestCase):
                 switch.communicate()
 
 
-class StoryTest(unittest.TestCase):
+class StoryTest(RigTest):
     def test_story(self):
-        done = run([sys.executable, os.path.join(TREE, "demo", "story.py"), "--build", BUILD, "--scenario",
-                    os.path.join(TREE, "data", "scenarios", "story.json")])
+        with open(os.path.join(TREE, "data", "scenarios", "story.json"), encoding="utf-8") as file:
+            scenario = json.load(file)
+        scenario["scale"] = 50  # nobody watches
+        faster = self.rig.path("tmp/story.json")
+        with open(faster, "w", encoding="utf-8") as file:
+            json.dump(scenario, file)
+        done = run([sys.executable, os.path.join(TREE, "demo", "story.py"), "--build", BUILD, "--scenario", faster])
         self.assertEqual(0, done.returncode, done.stdout + done.stderr)
         self.assertIn("refused no command", done.stdout)
 

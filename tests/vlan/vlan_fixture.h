@@ -49,17 +49,6 @@ class VlanTest : public SwitchTest {
         std::filesystem::create_directories(platform::fsPath(platform::paths::kVlanProfileConfigDir));
     }
 
-    // CLI commands, "; " between them, all of which the switch accepts.
-    void commands(const std::string &lines) {
-        std::string script = lines;
-        for (auto at = script.find("; "); at != std::string::npos; at = script.find("; ", at))
-            script.replace(at, 2, "\n");
-        device->with([&](vswitch::Server &server) {
-            const auto printed = server.cli().runScript(script);
-            EXPECT_EQ(0u, server.cli().unknownCommands() + server.cli().refusedCommands()) << printed;
-        });
-    }
-
     // What a create operation hands out, with its result in `result`.
     template <class Record, class Create, class... Arguments>
     VlanRecordPtr<Record> created(Create create, Arguments... arguments) {
@@ -86,13 +75,6 @@ class VlanTest : public SwitchTest {
     }
     static void writeSettings(int vlanId, const std::string &json) {
         writeText(vlanSettingsPath(VlanId::from(vlanId).value()).c_str(), json);
-    }
-    std::uint64_t calls() {
-        return device->with([](vswitch::Server &server) {
-            const auto total = server.callTotal();
-            server.resetCounts();
-            return total;
-        });
     }
 
     std::int32_t result = -1;

@@ -3,30 +3,20 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <nlohmann/json.hpp>
-#include <regex>
-
-#include "tests/support/switch_fixture.h"
+#include "tests/vswitch/fixtures.h"
 
 namespace vswitch {
 namespace {
 
-using nlohmann::json;
-
-class ControlTest : public test_support::SwitchTest {
+class ControlTest : public ControlFixture {
   protected:
-    json control(const std::string &request) {
-        return json::parse(device->with([&](Server &server) { return server.control(request); }));
-    }
-    json table(const std::string &name) {
-        return control(json{{"op", "table"}, {"name", name}}.dump())["rows"];
-    }
     // All that a control request can change.
     std::string state() {
         std::string out;
-        for (const char *name : {"ports", "lags", "vlans", "associations", "fdb", "lldp", "devices", "igmp"})
+        for (const char *name :
+             {"ports", "lags", "vlans", "associations", "fdb", "lldp", "devices", "igmp", "sfp", "counters"})
             out += table(name).dump();
-        return out + control(R"({"op":"latency"})").dump() + control(R"({"op":"faults"})").dump();
+        return out + control({{"op", "latency"}}).dump() + control({{"op", "faults"}}).dump();
     }
 };
 
@@ -49,7 +39,8 @@ TEST_F(ControlTest, RefusedRequestsSayWhyAndChangeNothing) {
          {R"("mac":5)", R"("mac":"00:1B:92:00:00:0")", R"("mac":"00:1B:92:00:00:01")",
           R"("macs":["00:1B:92:00:00:02",7])", R"("mac":"00:1B:92:00:00:02","count":65537)",
           R"("mac":"00:1B:92:00:00:02","count":-1)", R"("vlan":4095)", R"("behind":"a")", R"("lldp":[])",
-          R"("lldp":{"ttl":"1"})", R"("talking":1)", R"("groups":["10.0.0.1"])", R"("groups":"239.1.1.1")"})
+          R"("lldp":{"ttl":"1"})", R"("talking":1)", R"("groups":["10.0.0.1"])", R"("groups":"239.1.1.1")",
+          R"("speed":-1)"})
         expectRefused(R"({"op":"plug","name":"b","port":2,)" + std::string(rest) + "}");
     // What follows {"op":" in each.
     const std::string requests =
@@ -62,7 +53,10 @@ igmp","action":"enter","name":"a","group":"239.1.1.1" | igmp","action":"join","n
 igmp","action":"join","name":"a","group":"239.1.1.1","version":4 | igmp","action":"join","name":"a","group":7
 exec","lines":["vlan database","vlan 10",5] | exec","lines":"vlan database" | cli","line":5
 latency","ms":-5 | latency","ms":"5" | fault","call":5 | fault","nth":-1 | fault","code":2147483648
-fault","once":1 | fault","kill":"now" | fault","process":5 | faults","clear":"yes" | table","name":"bogus" | events","since":-1 | counters","reset":0)";
+fault","once":1 | fault","kill":"now" | fault","process":5 | faults","clear":"yes" | table","name":"bogus" | events","since":-1 | counters","reset":0
+sfp","port":"0/1","vendor":"ACME" | sfp","port":"0/30","temperature":2147483648 | sfp","port":"0/30","temperature":1.5
+sfp","port":"0/30","wavelength":-1 | errors","port":"0/1","inErrors":-1 | errors","port":"0/99"
+errdisable","port":"0/2","reason":"boredom" | errdisable","port":"0/99","reason":"udld")";
     const std::regex separator(" \\| |\n");
     for (std::sregex_token_iterator it(requests.begin(), requests.end(), separator, -1), end; it != end; ++it)
         expectRefused(R"({"op":")" + it->str() + "}");
@@ -78,69 +72,57 @@ TEST_F(ControlTest, AFaultKillsTheCallerOfTheNthCall) {
             vlanAtDeath.push_back(dying.model().hasVlan(10));
         });
     });
-    const auto fault = [&](json members) {
-        members["op"] = "fault";
-        ASSERT_TRUE(control(members.dump())["ok"]);
-    };
-    const auto pending = [&] {
-        const auto rows = control(R"({"op":"faults"})")["faults"];
-        return rows.back()["seen"] < rows.back()["nth"];
-    };
-    const auto self = std::to_string(::getpid());
-    fault({{"nth", 2}, {"kill", "before"}, {"process", self}});
+    const auto create = [&] { return rpcclt_openapiVlanCreate(&client, 10); };
+    const json self = std::to_string(::getpid());
+    control({{"op", "fault"}, {"nth", 2}, {"kill", "before"}, {"process", self}});
     EXPECT_EQ(OPEN_E_NONE, rpcclt_openapiConnectivityCheck(&client));
-    EXPECT_TRUE(pending());
-    EXPECT_EQ(OPEN_E_RPC, rpcclt_openapiVlanCreate(&client, 10));
-    EXPECT_FALSE(pending());
-    EXPECT_EQ((std::vector{false}), vlanAtDeath) << "the call was not carried out";
-    fault({{"call", "rpcclt_openapiVlanCreate"}, {"kill", "after"}});
-    fault({{"kill", "after"}, {"process", "nobody"}});
+    EXPECT_EQ(OPEN_E_RPC, create());
+    control({{"op", "fault"}, {"call", "rpcclt_openapiVlanCreate"}, {"kill", "after"}});
+    control({{"op", "fault"}, {"kill", "after"}, {"process", "nobody"}});
     EXPECT_EQ(OPEN_E_NONE, rpcclt_openapiConnectivityCheck(&client));
-    EXPECT_EQ(OPEN_E_RPC, rpcclt_openapiVlanCreate(&client, 10));
-    EXPECT_EQ((std::vector{false, true}), vlanAtDeath);
-    EXPECT_EQ(OPEN_E_NONE, rpcclt_openapiVlanCreate(&client, 10)) << "each strikes once";
-    EXPECT_TRUE(pending()) << "the calls of another process";
-    EXPECT_EQ(5u, control(R"({"op":"counters"})")["total"]);
+    EXPECT_EQ(OPEN_E_RPC, create());
+    EXPECT_EQ(OPEN_E_NONE, create()) << "each strikes once";
+    EXPECT_EQ((std::vector{false, true}), vlanAtDeath) << "before the call was carried out, and after it";
+    EXPECT_EQ(5u, control({{"op", "counters"}})["total"]);
+    EXPECT_EQ(0u, control({{"op", "faults"}})["faults"].back()["seen"]) << "the calls of another process";
 }
 
 TEST_F(ControlTest, OperationsDoWhatTheySay) {
-    const char *done[] = {
-        R"({"op":"plug","name":"unit","port":"0/5","mac":"00:1B:92:01:00:01","ip":"10.0.0.2","lldp":{"systemDesc":"d"}})",
-        R"({"op":"plug","name":"amp","port":5,"macs":["00:1B:92:02:00:01"],"behind":"unit"})",
-        R"({"op":"move","name":"unit","port":"0/7"})",
-        R"({"op":"exec","lines":["vlan database","vlan association mac 00:1B:92:02:00:01 20"]})",
-        R"({"op":"latency","ms":250})",
-        R"({"op":"fault","call":"x","nth":3,"code":-3,"once":true})",
-    };
-    for (const char *request : done)
-        EXPECT_TRUE(control(request)["ok"]) << request;
+    // What follows {"op":" in each.
+    for (const char *request :
+         {R"(plug","name":"unit","port":"0/5","mac":"00:1B:92:01:00:01","ip":"10.0.0.2","lldp":{})",
+          R"(plug","name":"amp","port":5,"macs":["00:1B:92:02:00:01"],"behind":"unit")",
+          R"(move","name":"unit","port":"0/7")", R"(latency","ms":250)",
+          R"(exec","lines":["vlan database","vlan association mac 00:1B:92:02:00:01 20"])",
+          R"(fault","call":"x","nth":3,"code":-3,"once":true)"})
+        EXPECT_TRUE(control(R"({"op":")" + std::string(request) + "}")["ok"]) << request;
     EXPECT_EQ(json::parse(R"([{"mac":"00:1B:92:01:00:01","vlan":1,"interface":"0/7","port":7,"learned":true},
                               {"mac":"00:1B:92:02:00:01","vlan":20,"interface":"0/7","port":7,"learned":true}])"),
               table("fdb"));
     EXPECT_EQ("10.0.0.2", table("lldp").at(0)["mgmtAddress"]);
-    EXPECT_EQ(250, control(R"({"op":"latency"})")["ms"]);
+    EXPECT_EQ(250, control({{"op", "latency"}})["ms"]);
     EXPECT_EQ(json::parse(R"([{"call":"x","nth":3,"code":-3,"once":true,"seen":0}])"),
-              control(R"({"op":"faults"})")["faults"]);
+              control({{"op", "faults"}})["faults"]);
 
     // Sessions keep their mode, each its own.
-    control(R"({"op":"cli","session":"s","line":"configure"})");
-    EXPECT_EQ("(avswitch) (Config)#", control(R"({"op":"cli","session":"s"})")["prompt"]);
-    EXPECT_EQ("(avswitch) #", control(R"({"op":"cli","session":"t"})")["prompt"]);
+    control({{"op", "cli"}, {"session", "s"}, {"line", "configure"}});
+    EXPECT_EQ("(avswitch) (Config)#", control({{"op", "cli"}, {"session", "s"}})["prompt"]);
+    EXPECT_EQ("(avswitch) #", control({{"op", "cli"}, {"session", "t"}})["prompt"]);
 
-    const auto events = control(R"({"op":"events"})");
+    const auto events = control({{"op", "events"}});
     const auto last = events["last"].get<std::uint64_t>();
     EXPECT_EQ(last, events["events"].back()["number"]);
-    control(R"({"op":"link","port":"0/7","state":"down"})");
-    const auto newer = control(json{{"op", "events"}, {"since", last}}.dump())["events"];
+    control({{"op", "link"}, {"port", "0/7"}, {"state", "down"}});
+    const auto newer = control({{"op", "events"}, {"since", last}})["events"];
     EXPECT_EQ("Link Down: 0/7", newer.back()["text"]);
     EXPECT_EQ(last + 1, newer.front()["number"]);
 
-    control(R"({"op":"exec","lines":["bogus"]})");
+    control({{"op", "exec"}, {"lines", {"bogus"}}});
     rpcclt_openapiConnectivityCheck(&client);
-    const auto counters = control(R"({"op":"counters","reset":true})");
+    const auto counters = control({{"op", "counters"}, {"reset", true}});
     EXPECT_EQ(1, counters["unknownCommands"]);
     EXPECT_EQ(1, counters["calls"]["rpcclt_openapiConnectivityCheck"]);
-    EXPECT_EQ(0, control(R"({"op":"counters"})")["total"]);
+    EXPECT_EQ(0, control({{"op", "counters"}})["total"]);
 }
 
 }  // namespace

@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <random>
-
 #include "vswitch/dataplane/openflow.h"
 
 using namespace std::chrono_literals;
@@ -19,19 +17,14 @@ std::string bytes(std::string_view hex) {
     return out;
 }
 
-std::uint32_t sumOf(const std::string &data) {
-    std::uint32_t sum = 0;
-    for (std::size_t at = 0; at + 1 < data.size(); at += 2)
-        sum += static_cast<std::uint32_t>(static_cast<std::uint8_t>(data[at]) << 8 |
-                                          static_cast<std::uint8_t>(data[at + 1]));
-    sum = (sum & 0xffff) + (sum >> 16);
-    return ~(sum + (sum >> 16)) & 0xffff;
-}
-
+// Both checksums are at a place that is still 0.
 void setSum(std::string &data, std::size_t at) {
-    data.replace(at, 2, 2, '\0');
-    const auto sum = sumOf(data);
-    data[at] = static_cast<char>(sum >> 8);
+    std::uint32_t sum = 0;
+    for (std::size_t i = 0; i < data.size(); ++i)
+        sum += static_cast<std::uint32_t>(static_cast<std::uint8_t>(data[i])) << (i % 2 == 0 ? 8 : 0);
+    sum = (sum & 0xffff) + (sum >> 16);
+    sum = ~(sum + (sum >> 16));
+    data[at] = static_cast<char>(sum >> 8 & 0xff);
     data[at + 1] = static_cast<char>(sum & 0xff);
 }
 
@@ -41,16 +34,9 @@ std::string frameOf(const std::string &igmpHex, const std::string &options = "94
     setSum(igmp, 2);
     auto head = bytes("4" + std::to_string(5 + options.size() / 8) +
                       "c0000000000000010200000a000007e0000016" + options);
-    const auto size = head.size() + igmp.size();
-    head[2] = static_cast<char>(size >> 8);
-    head[3] = static_cast<char>(size & 0xff);
+    head[3] = static_cast<char>(head.size() + igmp.size());
     setSum(head, 10);
-    auto frame = bytes(
-                     "01005e000016"
-                     "020000000007"
-                     "8100a014"
-                     "0800") +
-                 head + igmp;
+    auto frame = bytes("01005e0000160200000000078100a0140800") + head + igmp;
     frame.resize(std::max<std::size_t>(frame.size(), 64), '\0');
     return frame;
 }
@@ -80,7 +66,7 @@ TEST(IgmpFrameTest, WhatHostsAndRoutersSay) {
         {"1164000000000000", "query: query2 0.0.0.0"},
         {"1100000000000000", "query: query1 0.0.0.0"},
         {"110a0000ef010203", "query: query2 239.1.2.3"},
-        {"116400000000000002 7d0000", "query: query3 0.0.0.0"},
+        {"1164000000000000027d0000", "query: query3 0.0.0.0"},
         {"130000000a000001", "other:"},
         // Version 3: joined and left, as whole groups.
         {"220000000000000204000000ef01020303000000ef010204", "members: report3 239.1.2.3 leave3 239.1.2.4"},
@@ -96,19 +82,16 @@ TEST(IgmpFrameTest, WhatHostsAndRoutersSay) {
         {"220000000000000104000009ef010203", "-"},
         {"220000000000000104ff0000ef010203", "-"},
         {"22000000000000010400000000000000", "-"},
-        {"160000", "-"}};
-    for (const auto &[igmp, expected] : cases) {
-        std::string digits(igmp);
-        std::erase(digits, ' ');
-        EXPECT_EQ(expected, readOf(frameOf(digits))) << igmp;
-        EXPECT_EQ(expected, readOf(frameOf(digits, ""))) << igmp;
-        EXPECT_EQ(expected, readOf(frameOf(digits, "9404000001010101"))) << igmp;
-    }
-    EXPECT_EQ(12800ms,
-              parseIgmpFrame(frameOf("118000000000000002000000"), 5).value().messages[0].maxResponse);
-    EXPECT_EQ(12800ms, parseIgmpFrame(frameOf("1180000000000000"), 5).value().messages[0].maxResponse);
-    EXPECT_EQ(31744ms * 100,
-              parseIgmpFrame(frameOf("11ff00000000000002000000"), 5).value().messages[0].maxResponse);
+        {"16000000", "-"}};
+    for (const auto &[igmp, expected] : cases)
+        for (const auto *options : {"", "94040000", "9404000001010101"})
+            EXPECT_EQ(expected, readOf(frameOf(igmp, options))) << igmp;
+    const std::pair<const char *, std::chrono::milliseconds> times[] = {
+        {"118000000000000002000000", 12800ms},
+        {"1180000000000000", 12800ms},
+        {"11ff00000000000002000000", 3174400ms}};
+    for (const auto &[igmp, expected] : times)
+        EXPECT_EQ(expected, parseIgmpFrame(frameOf(igmp), 5).value().messages[0].maxResponse) << igmp;
 }
 
 TEST(IgmpFrameTest, DamagedFramesSayNothing) {
@@ -125,15 +108,6 @@ TEST(IgmpFrameTest, DamagedFramesSayNothing) {
     auto untagged = good;
     untagged.erase(12, 4);
     EXPECT_EQ("-", readOf(untagged));
-    std::mt19937 random(1);
-    for (int times = 0; times < 20000; ++times) {
-        auto frame = good;
-        for (auto changes = random() % 8 + 1; changes > 0; --changes)
-            frame[random() % frame.size()] = static_cast<char>(random());
-        frame.resize(random() % (frame.size() + 1));
-        if (const auto read = parseIgmpFrame(frame, 5))
-            ASSERT_LE(read->messages.size(), frame.size() / 8);
-    }
 }
 
 TEST(IgmpFrameTest, QueriesAreUnderstood) {
@@ -158,26 +132,19 @@ TEST(IgmpFrameTest, QueriesAreUnderstood) {
 
 TEST(OpenFlowTest, FramesThatComeUp) {
     const auto message = bytes(
-        "050a004c00000000"
-        "ffffffff0010010300000000000000ff"
-        "0001001480000004000000070001020400000009"
-        "00000000"
-        "0000"
-        "ffffffffffff020000000007810000140800"
-        "010203040506");
+        "050a004c00000000ffffffff0010010300000000000000ff000100148000000400000007000102040000000900000000"
+        "0000ffffffffffff020000000007810000140800010203040506");
     const auto in = packetInOf(message).value();
     EXPECT_TRUE(in.table == 3 && in.port == 7 && in.interface == 9);
     EXPECT_EQ(bytes("ffffffffffff020000000007810000140800010203040506"), in.frame);
     EXPECT_EQ(20u, taggedHeaderOf(in.frame).value().vlan);
     for (std::size_t length = 0; length < 50; ++length)
         EXPECT_FALSE(packetInOf(message.substr(0, length))) << length;
-    std::mt19937 random(1);
-    for (int times = 0; times < 20000; ++times) {
-        auto other = message;
-        for (auto changes = random() % 4 + 1; changes > 0; --changes)
-            other[random() % 50] = static_cast<char>(random());
-        if (const auto read = packetInOf(other))
-            ASSERT_LE(read->frame.size(), other.size());
+    for (std::size_t at = 0; at < 8 * 50; ++at) {
+        auto damaged = message;
+        damaged[at / 8] = static_cast<char>(damaged[at / 8] ^ 1 << at % 8);
+        if (const auto read = packetInOf(damaged))
+            EXPECT_LE(read->frame.size(), message.size()) << at;
     }
 }
 

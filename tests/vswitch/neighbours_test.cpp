@@ -1,39 +1,33 @@
 // What the virtual switch tells about neighbours: ARP walk, management addresses, switch-port mode, place of
 // a port.
-#include <gtest/gtest.h>
-
 #include <random>
 
-#include "tests/support/switch_fixture.h"
+#include "tests/vswitch/fixtures.h"
 
+namespace vswitch {
 namespace {
 
-using namespace vswitch;
-
-class NeighbourCallsTest : public test_support::SwitchTest {
+class NeighbourCallsTest : public ControlFixture {
   protected:
     // The ARP table as calls tell it.
     std::map<ArpKey, std::string> walk() {
         std::map<ArpKey, std::string> table;
-        std::uint32_t vlan = 0;
-        std::uint32_t ip = 0;
+        std::uint32_t vlan = 0, ip = 0;
         for (;;) {
             char mac[100];
             open_buffdesc text{sizeof mac, mac};
             if (rpcclt_openapiArpEntryNextGet(&client, &vlan, &ip, &text) != OPEN_E_NONE)
                 return table;
-            const std::string address = std::to_string(ip >> 24) + "." + std::to_string(ip >> 16 & 255) +
-                                        "." + std::to_string(ip >> 8 & 255) + "." + std::to_string(ip & 255);
-            EXPECT_TRUE(table.emplace(ArpKey{vlan, address}, mac).second) << "twice: " << address;
+            EXPECT_TRUE(table.emplace(ArpKey{vlan, ipv4Text(ip)}, mac).second) << "twice: " << ipv4Text(ip);
         }
     }
+    // And as the model has it, of what are addresses.
     std::map<ArpKey, std::string> expected() {
-        return device->with([](Server &server) {
-            std::map<ArpKey, std::string> table;
-            for (const auto &[key, mac] : server.model().arp())
-                table.emplace(key, mac.text());
-            return table;
-        });
+        std::map<ArpKey, std::string> table;
+        for (const auto &[key, address] : model([](Model &m) { return m.arp(); }))
+            if (key.ip != "not an address")
+                table.emplace(key, address.text());
+        return table;
     }
 };
 
@@ -44,7 +38,7 @@ TEST_F(NeighbourCallsTest, ArpWalkTellsTheTable) {
     cli({"configure", "vlan database", "vlan 20", "exit", "interface 0/3", "vlan pvid 20"});
     for (std::uint32_t n = 0; n < 300; ++n) {
         Device box = host("box " + std::to_string(n), below(4) + 1, "02:00:00:00:00:00");
-        box.macs = {Mac::parse("02:00:00:00:00:00")->plus(n)};
+        box.macs = {mac(n)};
         // Few addresses, so that several boxes share one.
         box.ip = below(10) == 0 ? "not an address"
                                 : "10.0." + std::to_string(below(4)) + "." + std::to_string(below(40));
@@ -52,43 +46,41 @@ TEST_F(NeighbourCallsTest, ArpWalkTellsTheTable) {
         ASSERT_EQ(OPEN_E_NONE, plug(std::move(box)));
     }
     const auto check = [&] {
-        auto table = expected();
-        std::erase_if(table, [](const auto &row) { return row.first.ip == "not an address"; });
-        EXPECT_LT(50u, table.size());
-        EXPECT_EQ(table, walk());
+        EXPECT_LT(50u, expected().size());
+        EXPECT_EQ(expected(), walk());
     };
     check();
-    for (std::uint32_t n = 0; n < 300; n += 3)
+    for (std::uint32_t n = 0; n < 300; n += 3) {
         ASSERT_EQ(OPEN_E_NONE, unplug("box " + std::to_string(n)));
-    for (std::uint32_t n = 1; n < 300; n += 3)
-        ASSERT_EQ(OPEN_E_NONE, move("box " + std::to_string(n), below(4) + 1));
+        ASSERT_EQ(OPEN_E_NONE, move("box " + std::to_string(n + 1), below(4) + 1));
+    }
     check();
-    device->with([](Server &server) {
-        ASSERT_EQ(OPEN_E_NONE, server.model().setLive(8));
-        server.model().seeArp({{{1, "10.0.0.5"}, Mac::parse("04:00:00:00:00:01").value()},
-                               {{20, "10.0.9.9"}, Mac::parse("04:00:00:00:00:02").value()}});
+    model([](Model &m) {
+        ASSERT_EQ(OPEN_E_NONE, m.setLive(8));
+        m.seeArp({{{1, "10.0.0.5"}, mac(1001)}, {{20, "10.0.9.9"}, mac(1002)}});
     });
     check();
 }
 
 TEST_F(NeighbourCallsTest, ManagementAddress) {
-    Device box = host("box", 1, "02:00:00:00:00:01", "Box");
+    auto box = host("box", 1, "02:00:00:00:00:01", "Box"),
+         mute = host("mute", 2, "02:00:00:00:00:02", "Mute");
     box.lldp->mgmtAddress = "fe80::1";
-    ASSERT_EQ(OPEN_E_NONE, plug(box));
-    ASSERT_EQ(OPEN_E_NONE, plug(host("mute", 2, "02:00:00:00:00:02", "Mute")));
-    const auto read = [&](std::uint32_t port, std::uint32_t family) {
-        std::uint32_t index = 0;
-        std::uint32_t stamp = 0;
+    for (const auto &each : {box, mute})
+        ASSERT_EQ(OPEN_E_NONE, plug(each));
+    const auto read = [&](std::uint32_t port, std::uint32_t family, std::uint32_t since = 0) {
+        std::uint32_t index = 0, stamp = 0;
         EXPECT_EQ(OPEN_E_NONE, rpcclt_openapiLldpIntfRemoteDeviceNextGet(&client, port, &index, &stamp));
         char text[256] = "";
         open_buffdesc address{sizeof text, text};
         const open_error_t code = rpcclt_openapiLldpIntfRemoteDeviceMgmtAddressNextGet(
-            &client, port, index, stamp, &family, &address);
+            &client, port, index, stamp + since, &family, &address);
         return code == OPEN_E_NONE ? std::to_string(family) + " " + text : std::to_string(code);
     };
     EXPECT_EQ("2 fe80::1", read(1, 0));
-    EXPECT_EQ(std::to_string(OPEN_E_NOT_FOUND), read(1, 2));
-    EXPECT_EQ(std::to_string(OPEN_E_NOT_FOUND), read(2, 0));
+    for (const auto &none : {read(1, 2), read(2, 0), read(1, 0, 1)})
+        EXPECT_EQ(std::to_string(OPEN_E_NOT_FOUND), none)
+            << "no such family, none at all, a stale time stamp";
 }
 
 TEST_F(NeighbourCallsTest, SwitchportModeAndPlace) {
@@ -96,32 +88,22 @@ TEST_F(NeighbourCallsTest, SwitchportModeAndPlace) {
         std::uint32_t mode = 0;
         return rpcclt_openapiDot1qSwPortModeGet(&client, ifNum, &mode) == OPEN_E_NONE ? mode : 99;
     };
-    const std::string before = show("show running-config");
     EXPECT_EQ(std::uint32_t{OPEN_SWITCHPORT_MODE_GENERAL}, modeOf(3));
     EXPECT_EQ(99u, modeOf(5000));
-    EXPECT_EQ("", cli({"configure", "interface 0/3", "switchport mode trunk", "interface lag 1",
-                       "switchport mode access"}));
-    EXPECT_EQ(3u, modeOf(3));
-    EXPECT_EQ(2u, modeOf(49));
-    EXPECT_NE(std::string::npos, show("show interfaces switchport").find("0/3        trunk\n"));
-    const std::string config = show("show running-config");
-    EXPECT_NE(std::string::npos, config.find("interface 0/3\nswitchport mode trunk\nexit\n")) << config;
-    startSwitch({});
-    device->with([&](Server &server) { server.cli().runScript("configure\n" + config); });
-    EXPECT_EQ(3u, modeOf(3));
-    EXPECT_EQ(2u, modeOf(49));
-    EXPECT_EQ("", cli({"configure", "interface 0/3", "no switchport mode", "interface lag 1",
-                       "switchport mode general"}));
-    EXPECT_EQ(before, show("show running-config"));
+    EXPECT_EQ("", configure("interface 0/3; switchport mode trunk; interface lag 1; switchport mode access"));
+    EXPECT_TRUE(modeOf(3) == 3 && modeOf(49) == 2);
+    EXPECT_TRUE(contains(show("show interfaces switchport"), "0/3        trunk\n"));
 
-    std::uint32_t unit = 9;
-    std::uint32_t slot = 9;
-    std::uint32_t port = 9;
-    ASSERT_EQ(OPEN_E_NONE, rpcclt_openapiHashIntfUnitSlotPortGet(&client, 48, &unit, &slot, &port));
-    EXPECT_EQ((std::vector<std::uint32_t>{1, 0, 48}), (std::vector<std::uint32_t>{unit, slot, port}));
-    ASSERT_EQ(OPEN_E_NONE, rpcclt_openapiHashIntfUnitSlotPortGet(&client, 50, &unit, &slot, &port));
-    EXPECT_EQ((std::vector<std::uint32_t>{0, 1, 2}), (std::vector<std::uint32_t>{unit, slot, port}));
-    EXPECT_EQ(OPEN_E_NOT_FOUND, rpcclt_openapiHashIntfUnitSlotPortGet(&client, 5000, &unit, &slot, &port));
+    const auto placeOf = [&](std::uint32_t ifNum) {
+        std::uint32_t unit = 9, slot = 9, port = 9;
+        const auto code = rpcclt_openapiHashIntfUnitSlotPortGet(&client, ifNum, &unit, &slot, &port);
+        const auto place = std::to_string(unit) + "/" + std::to_string(slot) + "/" + std::to_string(port);
+        return code == OPEN_E_NONE ? place : std::to_string(code);
+    };
+    EXPECT_EQ("1/0/48", placeOf(48));
+    EXPECT_EQ("0/1/2", placeOf(50));
+    EXPECT_EQ(std::to_string(OPEN_E_NOT_FOUND), placeOf(5000));
 }
 
 }  // namespace
+}  // namespace vswitch

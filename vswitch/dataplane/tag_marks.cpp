@@ -52,8 +52,8 @@ constexpr int onWire(int value) {
 }
 // The four bytes of an 802.1Q tag.
 constexpr int tag(int vlan) {
-    return std::endian::native == std::endian::little ? onWire(0x8100) | onWire(vlan) << 16
-                                                      : 0x81000000 | vlan;
+    const int first = onWire(0x8100), second = onWire(vlan);
+    return std::endian::native == std::endian::little ? first | second << 16 : first << 16 | second;
 }
 
 constexpr int r0 = BPF_REG_0, r1 = BPF_REG_1, r2 = BPF_REG_2, r3 = BPF_REG_3, r4 = BPF_REG_4, r6 = BPF_REG_6,
