@@ -62,6 +62,21 @@ class DetectionTest : public SwitchTest {
             EXPECT_EQ(logged(text), 1u) << text;
     }
 
+    // Fails each call that `action` makes, alone or with all after it.
+    void failEachCall(bool once, const std::function<void()> &prepare, const std::function<void()> &action,
+                      const std::function<void()> &check) {
+        bool struck = true;
+        for (std::uint64_t n = 1; struck && !HasFatalFailure(); ++n) {
+            SCOPED_TRACE(testing::Message() << "call " << n << (once ? " fails" : " and all after it fail"));
+            prepare();
+            failCall("*", n, once);
+            action();
+            struck = callsSeen() >= n;
+            clearFaults();
+            check();
+        }
+    }
+
     // Whether every line of the log is one that the log made: a text from the network started none.
     static bool logLinesIntact() {
         return occurrences(log(), "\n2026-01-01 ") + 1 == occurrences(log(), "\n");
