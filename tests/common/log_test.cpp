@@ -184,11 +184,12 @@ TEST_F(LogTest, LevelFileIsEverybodysAndTheProcessNameTheDefault) {
 }
 
 TEST_F(LogTest, LongMessagesAreNotCut) {
-    std::string expected;
     openFile();
+    std::string expected;
     for (const std::size_t length : {990u, 1023u, 1024u, 100'000u}) {
-        log(3, std::string(length, 'x').c_str());
-        expected += line("ERROR", std::string(length, 'x'));
+        const std::string text(length, 'x');
+        log(3, text.c_str());
+        expected += line("ERROR", text);
     }
     EXPECT_EQ(readFile(kLogFile), expected);
 }

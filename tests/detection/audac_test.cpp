@@ -288,6 +288,10 @@ TEST_F(AudacTest, ConfigurationFilesOfAnyKind) {
         EXPECT_EQ(audacValidityCheck(&client), 0);
         EXPECT_EQ(found(), count) << ports;
     }
+    // VLAN 1 is no profile VLAN.
+    profileRemove(kProfileVlan);
+    profileStore(1, kType);
+    EXPECT_EQ(audacValidityCheck(&client), 17001);
 }
 
 TEST_F(AudacTest, NeighbourTextsOfAnyLengthAndContent) {
@@ -323,28 +327,6 @@ TEST_F(AudacTest, NeighboursThatCannotBeReadAreReported) {
         R"([{"systemDesc":"the Audac matrix","chassisID":"aa:bb:cc:dd:ee:06","portId":"aa:bb:cc:dd:ee:06"}])");
     EXPECT_EQ(lldpIntfRemoteAudacInfoGet(&client, {IfNum(6), out.get()}), 0);
     EXPECT_EQ(cJSON_GetArraySize(out.get()), 3);
-}
-
-TEST_F(AudacTest, ProfileDatabasesOfAnyKind) {
-    // VLAN 1 is no profile VLAN, nor is one that the switch does not have.
-    profileRemove(kProfileVlan);
-    for (const int vlan : {1, 51})
-        profileStore(vlan, kType);
-    EXPECT_EQ(audacValidityCheck(&client), 17001);
-    vlanCreate(51);
-    const auto path = platform::fsPath(paths::kProfileDb);
-    fs::permissions(path, fs::perms::owner_read);
-    EXPECT_EQ(audacValidityCheck(&client), 0);
-    fs::permissions(path, fs::perms::owner_all);
-    EXPECT_EQ(logged("(ERROR)"), 0u);
-    // A database that cannot be asked is not one without the profile.
-    const auto unknown = [&] { EXPECT_EQ(audacValidityCheck(&client), 10000); };
-    for (const std::size_t length : {8192u, 0u}) {
-        writeText(paths::kProfileDb, std::string(length, 'x'));
-        expectErrors(1, {}, unknown);
-    }
-    fs::remove(path);
-    expectErrors(1, {}, unknown);
 }
 
 TEST_F(AudacTest, AScriptFolderThatCannotBeWritten) {

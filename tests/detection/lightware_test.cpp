@@ -138,10 +138,15 @@ TEST_F(LightwareTest, BundlesTheUplinksOfAnEndpoint) {
     connect(2, "endpoint-a", "2 second");
     EXPECT_EQ(scans(), "1@49 2@49 3@50 ");
 
-    // A moved uplink is followed within one cycle.
+    // A moved uplink is followed within one cycle, also one whose description has no number.
+    for (const Port port : {5, 6})
+        connect(port, "endpoint-c", "eth" + std::to_string(port));
+    scans();
     move("uplink3", 4);
-    EXPECT_EQ(scans(), "1@49 2@49 4@50 ");
-    EXPECT_FALSE(tagged(3));
+    move("uplink6", 7);
+    EXPECT_EQ(scans(), "1@49 2@49 4@50 5@51 7@51 ");
+    EXPECT_EQ(scans(), "1@49 2@49 4@50 5@51 7@51 ");
+    EXPECT_FALSE(tagged(3) || tagged(6));
     EXPECT_EQ(logged("(ERROR)"), 0u);
     EXPECT_EQ(clk::totalSlept(), 0s);
 }
@@ -390,24 +395,6 @@ TEST_F(LightwareTest, WithoutVlan286AnUplinkIsNotWholeUntilItIsThere) {
     disconnect(1);
     EXPECT_EQ(scans(2), "");
     EXPECT_TRUE(lagOf(1) == 0 && unbundled(kLag));
-}
-
-TEST_F(LightwareTest, PortDescriptionsWithoutANumber) {
-    connect(1, "endpoint-a", "eth0");
-    connect(2, "endpoint-a", "eth1");
-    EXPECT_EQ(scans(5), "1@49 2@49 ");
-    move("uplink2", 3);
-    EXPECT_EQ(scans(), "1@49 3@49 ");
-    EXPECT_EQ(callCount("rpcclt_openapiLagPortAdd"), 3u);
-}
-
-TEST_F(LightwareTest, AProfileThatCannotBeAskedForIsNotGone) {
-    connect(1);
-    scans();
-    writeText(platform::paths::kProfileDb, std::string(8192, 'x'));
-    EXPECT_EQ(checkReason(lightwareDetection.loop, &client), Presence::Unknown);
-    EXPECT_EQ(scans(5), "1@49 ");
-    EXPECT_EQ(link(1)->missCount, 0u);
 }
 
 // --- a new start finds uplinks that are online

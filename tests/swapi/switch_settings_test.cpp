@@ -87,16 +87,16 @@ TEST_F(SwitchSettingsTest, ManagementAddressIsSetAndRead) {
 }
 
 TEST_F(SwitchSettingsTest, MalformedAddressesAreNotSent) {
-    const char *const good = "10.0.0.5";
-    for (const std::int32_t vlan : {0, 4095})
-        EXPECT_EQ(managementPortIPv4ParametersSetSafe(&client, vlan, 1, good, good, good), 10003);
-    for (const char *bad : {"10.0.0.5\nno vlan 5", static_cast<const char *>(nullptr)})
-        for (int position = 0; position < 3; ++position) {
-            const char *texts[] = {good, good, good};
-            texts[position] = bad;
-            EXPECT_EQ(managementPortIPv4ParametersSetSafe(&client, 1, 1, texts[0], texts[1], texts[2]),
-                      10003);
-        }
+    const char *const good = "10.0.0.5", *const bad = "10.0.0.5\nno vlan 5";
+    for (const auto &[vlan, ip, mask, gateway] : {std::tuple{0, good, good, good},
+                                                  {4095, good, good, good},
+                                                  {1, bad, good, good},
+                                                  {1, good, bad, good},
+                                                  {1, good, good, bad},
+                                                  {1, nullptr, good, good},
+                                                  {1, good, nullptr, good},
+                                                  {1, good, good, nullptr}})
+        EXPECT_EQ(managementPortIPv4ParametersSetSafe(&client, vlan, 1, ip, mask, gateway), 10003);
     EXPECT_EQ(callCount("rpcclt_openapiTxtCfgApply"), 0u);
     EXPECT_EQ(logged("ERROR"), 8u);
 }
@@ -128,17 +128,14 @@ TEST_F(SwitchSettingsTest, SpeedIsDerivedFromItsText) {
 
 TEST_F(SwitchSettingsTest, ThreadsTakeTurns) {
     std::vector<std::thread> threads;
-    for (std::uint32_t t = 1; t <= 4; ++t) {
+    for (std::uint32_t t = 1; t <= 4; ++t)
         threads.emplace_back([this, t] {
-            for (int i = 0; i < 25; ++i) {
+            for (int i = 0; i < 50; ++i) {
                 // Without the lock another's script would be applied, or none found.
-                EXPECT_EQ(multipleIfSpeedSetSafe(&client, {&t, 1}, "100 Full"), 0);
-                EXPECT_EQ(speedOf(t), "100 full-duplex");
-                EXPECT_EQ(multipleIfSpeedSetSafe(&client, {&t, 1}, "Auto"), 0);
-                EXPECT_EQ(speedOf(t), "auto");
+                EXPECT_EQ(multipleIfSpeedSetSafe(&client, {&t, 1}, i % 2 == 0 ? "100 Full" : "Auto"), 0);
+                EXPECT_EQ(speedOf(t), i % 2 == 0 ? "100 full-duplex" : "auto");
             }
         });
-    }
     for (auto &thread : threads)
         thread.join();
     EXPECT_FALSE(exists(kSpeedLock));
