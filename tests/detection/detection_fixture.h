@@ -35,10 +35,6 @@ class DetectionTest : public SwitchTest {
     }
     void join() { EXPECT_EQ(pthread_join(thread, nullptr), 0); }
 
-    template <class Action>
-    auto model(Action action) {
-        return device->with([&](vswitch::Server &server) { return action(server.model()); });
-    }
     void vlanCreate(vswitch::VlanId id) {
         model([&](vswitch::Model &m) { EXPECT_EQ(m.createVlan(id), OPEN_E_NONE); });
     }

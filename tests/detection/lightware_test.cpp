@@ -334,6 +334,21 @@ TEST_F(LightwareTest, AMembershipStepEndsWithItsFirstFailure) {
         EXPECT_EQ(scans(), leaving ? "" : "1@49 ");
         EXPECT_EQ(unbundled(kLag), leaving);
     }
+    // Tagging is cleared in two steps, whatever happens.
+    const auto clear = [&] { ifTaggingClear(&client, IfNum(kLag)); };
+    for (const auto &[call, text] :
+         {std::pair{kParticipation,
+                    "set interface 49 to vlan 286 OPEN_VLAN_PARTICIPATION_MODE_AUTO failed.\r\n"},
+          {"rpcclt_openapiVlanIfTaggingSet", "Lightware: set interface 49 to vlan 286 tagged failed.\r\n"}}) {
+        connect(1);
+        scans();
+        failCall(call);
+        expectErrors(2, {text}, clear);
+        const auto left = model([](vswitch::Model &m) { return m.membership(kLag, kTaggedVlan); });
+        EXPECT_NE(left.participation == OPEN_VLAN_PARTICIPATION_MODE_INCLUDE, left.tagged);
+        disconnect(1);
+        scans(2);
+    }
 }
 
 TEST_F(LightwareTest, ResultsOfTheSteps) {
@@ -454,21 +469,6 @@ TEST_F(LightwareTest, ARestartKnowsWhatIsNotOurs) {
     EXPECT_EQ(scans(3), "5@12 6@12 ");
     for (const auto &[lag, port] : members)
         EXPECT_EQ(lagOf(port), lag);
-}
-
-TEST_F(LightwareTest, TaggingIsClearedInTwoStepsWhateverHappens) {
-    const auto clear = [&] { ifTaggingClear(&client, IfNum(kLag)); };
-    const auto membership = [&] {
-        return model([&](vswitch::Model &m) { return m.membership(kLag, kTaggedVlan); });
-    };
-    connect(1);
-    scans();
-    failCall(kParticipation);
-    expectErrors(2, {"set interface 49 to vlan 286 OPEN_VLAN_PARTICIPATION_MODE_AUTO failed.\r\n"}, clear);
-    EXPECT_EQ(membership(), (vswitch::Membership{OPEN_VLAN_PARTICIPATION_MODE_INCLUDE, false}));
-    failCall("rpcclt_openapiVlanIfTaggingSet");
-    expectErrors(2, {"Lightware: set interface 49 to vlan 286 tagged failed.\r\n"}, clear);
-    EXPECT_EQ(membership().participation, std::uint32_t{OPEN_VLAN_PARTICIPATION_MODE_AUTO});
 }
 
 TEST_F(LightwareTest, TheThreadLeavesTheSwitchAsItIs) {

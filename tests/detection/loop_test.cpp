@@ -184,31 +184,35 @@ TEST_F(LoopTest, StepsOfAFamily) {
 }
 
 TEST(MacAssociationsTest, TakesAnyOutput) {
+    const std::string head = "MAC Address         VLAN ID\n----------------- -------\n";
     const auto mentions = [](const std::string &output) {
         const auto shown = MacAssociations::parse(output);
         return shown ? shown->mention(*Mac::parse("aa:BB:cc:00:00:01")) ? "yes" : "no" : "no table";
     };
-    const std::string head = "MAC Address         VLAN ID\n----------------- -------\n";
-    for (const char *entry :
-         {"AA:bb:CC:00:00:01 10\n", " \taa:bb:cc:00:00:01\t-1\r\n", "xaa:bb:cc:00:00:01x 5 more"})
-        EXPECT_STREQ(mentions(head + "11:22:33:44:55:66 7\n" + entry), "yes") << entry;
-    for (const char *entry :
-         {"", "\n\n", "aa:bb:cc:00:00:01\n", "aa:bb:cc:00:00:01 x\n", "aa:bb:cc:00:00:0 1\n"})
-        EXPECT_STREQ(mentions(head + entry), "no") << entry;
+    for (const auto &[entry, expected] : {std::pair{"AA:bb:CC:00:00:01 10\n", "yes"},
+                                          {" \taa:bb:cc:00:00:01\t-1\r\n", "yes"},
+                                          {"xaa:bb:cc:00:00:01x 5 more", "yes"},
+                                          {"\n\n", "no"},
+                                          {"aa:bb:cc:00:00:01\n", "no"},
+                                          {"aa:bb:cc:00:00:01 x\n", "no"},
+                                          {"aa:bb:cc:00:00:0 1\n", "no"}})
+        EXPECT_STREQ(mentions(head + "11:22:33:44:55:66 7\n" + entry), expected) << entry;
+    EXPECT_STREQ(mentions(head + std::string(3000, ' ') + "aa:bb:cc:00:00:01 10\n"), "yes");
     for (const char *output : {"", "aa:bb:cc:00:00:01 10\n", "-------------\naa:bb:cc:00:00:01 10\n"})
         EXPECT_STREQ(mentions(output), "no table") << output;
-    for (const char *rest : {"x", "aa:bb:cc:00:00:01", "aa:bb:cc:00:00:01 "})
-        EXPECT_TRUE(MacAssociations::isCutShort(head + rest)) << rest;
-    for (const char *rest : {"", "\n", "aa:bb:cc:00:00:01 10", "aa:bb:cc:00:00:01 10\n"})
-        EXPECT_FALSE(MacAssociations::isCutShort(head + rest)) << rest;
+    for (const auto &[rest, isCut] : {std::pair{"x", true},
+                                      {"aa:bb:cc:00:00:01 ", true},
+                                      {"", false},
+                                      {"\n", false},
+                                      {"aa:bb:cc:00:00:01 10", false}})
+        EXPECT_EQ(MacAssociations::isCutShort(head + rest), isCut) << rest;
     EXPECT_FALSE(MacAssociations::isCutShort(""));
 
     const auto table = MacAssociations::parse(head + "aa:bb:cc:00:00:01 10\nAA:bb:cc:00:00:02 11\n");
     EXPECT_EQ(table->addressesIn(VlanId{11}).at(0).text(), "AA:bb:cc:00:00:02");
-    EXPECT_TRUE(table->hold(*Mac::parse("AA:BB:CC:00:00:01"), VlanId{10}));
-    EXPECT_FALSE(table->hold(*Mac::parse("AA:BB:CC:00:00:01"), VlanId{11}));
-    EXPECT_FALSE(table->hold(*Mac::parse("AA:BB:CC:00:00:03"), VlanId{11}));
-    EXPECT_STREQ(mentions(head + std::string(3000, ' ') + "aa:bb:cc:00:00:01 10\n"), "yes");
+    const auto address = Mac::parse("AA:BB:CC:00:00:01").value();
+    EXPECT_TRUE(table->hold(address, VlanId{10}));
+    EXPECT_FALSE(table->hold(address, VlanId{11}));
 }
 
 }  // namespace

