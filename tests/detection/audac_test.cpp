@@ -411,8 +411,8 @@ TEST_F(AudacTest, ARestartTakesOverWhatHasJoined) {
 
 // --- every call may fail
 
-// Amplifier 1 is known on port 5; then something happens to 2 on port 6, known before unless it joins. Whoever
-// is known would leave with the next miss.
+// Amplifier 1 is known on port 5; then something happens to 2 on port 6, known before unless it joins.
+// Whoever is known would leave with the next miss.
 TEST_F(AudacTest, NoFailedCallIsAnAbsenceAndEachIsMadeUpFor) {
     for (const std::string event : {"nothing", "join", "leave", "repair", "move"}) {
         SCOPED_TRACE(event);

@@ -448,8 +448,8 @@ TEST_F(LightwareTest, ARestartTakesOverWhatIsOnline) {
 
 TEST_F(LightwareTest, ARestartKnowsWhatIsNotOurs) {
     network({.physicalPorts = 8, .lags = 4});
-    // LAG 9 was made by hand; 10 has our settings, but another switch at the other end; 11 is empty: left by an
-    // earlier run, which has not finished 12.
+    // LAG 9 was made by hand; 10 has our settings, but another switch at the other end; 11 is empty: left by
+    // an earlier run, which has not finished 12.
     const std::pair<Port, Port> members[] = {{9, 1}, {9, 2}, {10, 3}, {10, 4}, {12, 5}, {12, 6}};
     model([&](vswitch::Model &m) {
         for (const auto &[lag, port] : members)
@@ -498,8 +498,9 @@ TEST_F(LightwareTest, TheThreadLeavesTheSwitchAsItIs) {
 
 // --- every call may fail
 
-// Two uplinks on ports 1 and 2; the second one comes, leaves, or moves to port 3. Uplinks that are known would
-// leave with the next miss. A daemon that is killed makes no more calls, and the next one knows nothing.
+// Two uplinks on ports 1 and 2; the second one comes, leaves, or moves to port 3. Uplinks that are known
+// would leave with the next miss. A daemon that is killed makes no more calls, and the next one knows
+// nothing.
 TEST_F(LightwareTest, NoFailedCallIsAnAbsenceAndEveryEndpointIsWholeInTheEnd) {
     using Case = std::pair<std::string, std::string>;
     std::vector<Case> cases;

@@ -134,7 +134,8 @@ TEST_F(SwitchSettingsTest, ThreadsTakeTurns) {
 }
 
 TEST_F(SwitchSettingsTest, EachOperationHasALockOfItsOwn) {
-    // Reading the management address does not wait for somebody who is setting it, nor the other way round.
+    // Reading the management address does not wait for somebody who is setting it, nor the other way round:
+    // that would be forever here.
     {
         const FileLock reading(kIpManagementGetLock);
         EXPECT_EQ(managementPortIPv4ParametersSetSafe(&client, 1, 2, nullptr, nullptr, nullptr), 0);
