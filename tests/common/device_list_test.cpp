@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <vector>
 
 namespace {
 
@@ -16,44 +15,39 @@ DetectedDevice device(std::uint32_t port, const char *mac = "00:11:22:33:44:aa")
     return out;
 }
 
-std::vector<std::uint32_t> portsOf(DeviceList<DetectedDevice> &list) {
-    std::vector<std::uint32_t> ports;
-    for (std::size_t i = 1; i <= list.count(); ++i)
-        ports.push_back(list.at(i)->port.number());
+DeviceList<DetectedDevice> listOf(std::initializer_list<std::uint32_t> ports) {
+    DeviceList<DetectedDevice> list;
+    for (const std::uint32_t port : ports)
+        EXPECT_TRUE(list.push(device(port)));
+    return list;
+}
+
+std::string portsOf(const DeviceList<DetectedDevice> &list) {
+    std::string ports;
+    for (const DetectedDevice &one : list)
+        ports += std::to_string(one.port.number());
     return ports;
 }
 
-TEST(DeviceList, EqualMeansMacAndPort) {
-    DetectedDevice same = device(1);
-    same.type = 9;
-    EXPECT_EQ(device(1), same);
-    for (const auto &other : {device(2), device(1, "00:11:22:33:44:AA")})
-        EXPECT_FALSE(device(1) == other);
-}
-
 TEST(DeviceList, PositionsCountFromTheHead) {
-    DeviceList<DetectedDevice> list;
-    for (const std::uint32_t port : {3u, 2u, 1u, 2u})
-        ASSERT_TRUE(list.push(device(port)));
-    EXPECT_EQ(portsOf(list), (std::vector<std::uint32_t>{2, 1, 2, 3}));
-    EXPECT_EQ(list.at(0), nullptr);
-    EXPECT_EQ(list.at(5), nullptr);
-
-    EXPECT_EQ(list.find(device(3)), list.at(4));
-    EXPECT_EQ(list.find(device(4)), nullptr);
-    EXPECT_TRUE(list.remove(device(2)));
-    EXPECT_FALSE(list.remove(device(4)));
-    EXPECT_EQ(portsOf(list), (std::vector<std::uint32_t>{1, 2, 3}));
-    list.clear();
-    EXPECT_TRUE(list.empty() && list.at(1) == nullptr);
+    auto list = listOf({3, 2, 1, 2});
+    EXPECT_EQ(portsOf(list), "2123");
+    EXPECT_TRUE(list.at(0) == nullptr && list.at(5) == nullptr);
+    // Equal are port and address, in its spelling; not the type.
+    DetectedDevice same = device(3);
+    same.type = 9;
+    EXPECT_EQ(list.find(same), list.at(4));
+    for (const auto &other : {device(4), device(3, "00:11:22:33:44:AA")})
+        EXPECT_EQ(list.find(other), nullptr);
 }
 
 TEST(DeviceList, RemovingOnTheWayAsksEveryRecordOnce) {
-    for (const auto &[gone, left] : std::vector<std::pair<std::string, std::vector<std::uint32_t>>>{
-             {"", {1, 2, 3}}, {"1", {2, 3}}, {"3", {1, 2}}, {"12", {3}}, {"123", {}}}) {
-        DeviceList<DetectedDevice> list;
-        for (const std::uint32_t port : {3u, 2u, 1u})
-            ASSERT_TRUE(list.push(device(port)));
+    for (const auto &[gone, left] : {std::pair<std::string, const char *>{"", "123"},
+                                     {"1", "23"},
+                                     {"3", "12"},
+                                     {"12", "3"},
+                                     {"123", ""}}) {
+        auto list = listOf({3, 2, 1});
         std::string asked;
         list.removeWhere([&](const DetectedDevice &record) {
             asked += std::to_string(record.port.number());
@@ -62,6 +56,12 @@ TEST(DeviceList, RemovingOnTheWayAsksEveryRecordOnce) {
         EXPECT_EQ(asked, "123");
         EXPECT_EQ(portsOf(list), left) << gone;
     }
+    auto list = listOf({3, 2, 1, 2});
+    EXPECT_TRUE(list.remove(device(2)));
+    EXPECT_FALSE(list.remove(device(4)));
+    EXPECT_EQ(portsOf(list), "123");
+    list.clear();
+    EXPECT_TRUE(list.empty() && list.at(1) == nullptr);
 }
 
 }  // namespace

@@ -65,6 +65,7 @@ using testing::internal::CaptureStdout;
 using testing::internal::GetCapturedStdout;
 
 constexpr std::size_t kLimit = 0x100000;
+constexpr int kWriters = 4;
 
 enum class Level : int { Notice = LOG_LEVEL_NOTICE };
 
@@ -86,6 +87,34 @@ class LogTest : public testing::Test {
     static void openFile(const char *identity = "daemon") {
         devmgrLogOpen(LOG_SINK_FILE, LOG_FACILITY_USER, identity);
     }
+    // Lines of writer `t`, counted from 0.
+    static void logNumbers(int t, int count) {
+        for (int i = 0; i < count; ++i)
+            devmgrLog(LOG_LEVEL_INFO, "[%s:%d] %d-%d end\n", "f", 7, t, i);
+    }
+    // The first and the last number of each writer, -1 without any; between them each line is whole, and none
+    // is missing.
+    static std::vector<std::pair<int, int>> numbersLogged() {
+        std::istringstream lines(readFile(kLogFileOld) + readFile(kLogFile));
+        std::vector<std::pair<int, int>> ranges(kWriters, {-1, -1});
+        for (std::string text; std::getline(lines, text);) {
+            std::size_t t = 0;
+            int i = 0;
+            if (text[0] == '.')
+                continue;
+            if (std::sscanf(text.c_str(), "%*s %*s (INFO): daemon: [f:7] %zu-%d end", &t, &i) != 2) {
+                ADD_FAILURE() << text;
+                break;
+            }
+            auto &[first, last] = ranges.at(t);
+            if (first < 0)
+                first = i;
+            else if (i != last + 1)
+                ADD_FAILURE() << text;
+            last = i;
+        }
+        return ranges;
+    }
     // What log() writes as long as the clock stands still.
     static std::string line(const std::string &level, const std::string &text,
                             const std::string &identity = "daemon") {
@@ -99,13 +128,15 @@ TEST_F(LogTest, LineShowsLocalTimeLevelIdentityAndMessage) {
         platform::manual_clock::advance(std::chrono::milliseconds(ms));
         log(level, "a");
     }
+    setenv("TZ", "EAST-5:30", 1);  // as it is set at the moment
+    platform::manual_clock::advance(std::chrono::seconds(1));
     const int number = __LINE__ + 1;
     logWarn("[%s:%d] port %d\r\n", 4);
     EXPECT_EQ(readFile(kLogFile),
               "2026-01-01 01:02:03.042 (ERROR): daemon: [f:7] a\n"
               "2026-01-01 01:02:03.099 (INFO): daemon: [f:7] a\n"
               "2026-01-01 01:02:04.000 (): daemon: [f:7] a\n"
-              "2026-01-01 01:02:04.000 (WARN): daemon: [TestBody:" +
+              "2026-01-01 06:32:05.000 (WARN): daemon: [TestBody:" +
                   std::to_string(number) + "] port 4\r\n");
 }
 
@@ -143,27 +174,22 @@ TEST_F(LogTest, EverySinkFormatsItsOwnArguments) {
     EXPECT_EQ(syslogCalls.closed, 1);
 }
 
-TEST_F(LogTest, WithoutAnIdentityTheProcessNameIsShown) {
+TEST_F(LogTest, LevelFileIsEverybodysAndTheProcessNameTheDefault) {
+    const mode_t before = umask(0);
     openFile(nullptr);
+    umask(before);
+    EXPECT_EQ(std::filesystem::status(rootPath(kLogLevelFile)).permissions(), std::filesystem::perms{0666});
     log(3, "a");
     EXPECT_EQ(readFile(kLogFile), line("ERROR", "a", "common_test"));
 }
 
-TEST_F(LogTest, LevelFileIsEverybodys) {
-    const mode_t before = umask(0);
-    openFile();
-    umask(before);
-    struct stat info{};
-    ASSERT_EQ(stat(rootPath(kLogLevelFile).c_str(), &info), 0);
-    EXPECT_EQ(info.st_mode & 0777, 0666u);
-}
-
 TEST_F(LogTest, LongMessagesAreNotCut) {
-    std::string expected;
     openFile();
+    std::string expected;
     for (const std::size_t length : {990u, 1023u, 1024u, 100'000u}) {
-        log(3, std::string(length, 'x').c_str());
-        expected += line("ERROR", std::string(length, 'x'));
+        const std::string text(length, 'x');
+        log(3, text.c_str());
+        expected += line("ERROR", text);
     }
     EXPECT_EQ(readFile(kLogFile), expected);
 }
@@ -187,48 +213,32 @@ TEST_F(LogTest, ThresholdFollowsTheLevelFile) {
 }
 
 TEST_F(LogTest, TruncatedLevelFileIsSurvivedAndFoundAgain) {
+    struct sigaction before{}, after{};
+    ASSERT_EQ(sigaction(SIGBUS, nullptr, &before), 0);  // sanitizers have one
     openFile();
     std::ofstream level(rootPath(kLogLevelFile), std::ios::trunc);  // what "echo 7 > file" does first
     EXPECT_EQ(devmgrLogLevelGet(), 6);
     log(6, "shown");
     EXPECT_EQ(readFile(kLogLevelFile), "");  // nothing over the digit that is to come
     level << "7\n" << std::flush;
-    EXPECT_EQ(devmgrLogLevelGet(), 7);
-    log(7, "shown too");
-    EXPECT_NE(readFile(kLogFile).find("shown too"), std::string::npos);
+    log(7, "too");
+    EXPECT_EQ(readFile(kLogFile), line("INFO", "shown") + line("DEBUG", "too"));
+    ASSERT_EQ(sigaction(SIGBUS, nullptr, &after), 0);
+    EXPECT_EQ(after.sa_handler, before.sa_handler);  // signals are left alone
 }
 
 TEST_F(LogTest, TruncatedLevelFileIsSurvivedWhileTheLogIsClosed) {
-    std::atomic<bool> stop{false};
-    std::vector<std::thread> readers;
-    for (int t = 0; t < 2; ++t) {
-        readers.emplace_back([&stop] {
-            while (!stop)
-                devmgrLogLevelGet();
-        });
-    }
+    std::jthread reader([](const std::stop_token &stop) {
+        while (!stop.stop_requested())
+            devmgrLogLevelGet();
+    });
     for (int i = 0; i < 2000; ++i) {
         openFile();
         log(3, "started");
         std::filesystem::resize_file(rootPath(kLogLevelFile), 0);
         devmgrLogClose();
     }
-    stop = true;
-    for (auto &reader : readers)
-        reader.join();
     EXPECT_EQ(devmgrLogLevelGet(), 6);
-}
-
-TEST_F(LogTest, SignalsAreLeftAlone) {
-    struct sigaction before{};
-    ASSERT_EQ(sigaction(SIGBUS, nullptr, &before), 0);  // sanitizers have one
-    openFile();
-    log(3, "a");
-    std::filesystem::resize_file(rootPath(kLogLevelFile), 0);
-    EXPECT_EQ(devmgrLogLevelGet(), 6);
-    struct sigaction present{};
-    ASSERT_EQ(sigaction(SIGBUS, nullptr, &present), 0);
-    EXPECT_EQ(present.sa_handler, before.sa_handler);
 }
 
 TEST_F(LogTest, LinksAreNotFollowed) {
@@ -239,53 +249,29 @@ TEST_F(LogTest, LinksAreNotFollowed) {
     CaptureStdout();
     log(6, "at the default level");
     EXPECT_EQ(GetCapturedStdout(), line("INFO", "at the default level"));
-    std::filesystem::remove(rootPath(kLogFile));
+    // Nor is a file cut that has another name.
+    for (const char *path : {kLogLevelFile, kLogFile})
+        std::filesystem::remove(rootPath(path));
+    std::filesystem::create_hard_link(rootPath("/tmp/precious"), rootPath(kLogLevelFile));
     openFile();
     log(3, std::string(kLimit, 'x').c_str());
     EXPECT_FALSE(std::filesystem::is_symlink(rootPath(kLogFileOld)));
     EXPECT_EQ(readFile("/tmp/precious"), "kept");
-    // Nor is a file cut that has another name.
-    std::filesystem::remove(rootPath(kLogLevelFile));
-    std::filesystem::create_hard_link(rootPath("/tmp/precious"), rootPath(kLogLevelFile));
-    devmgrLogClose();
-    openFile();
-    EXPECT_EQ(readFile("/tmp/precious"), "kept");
-}
-
-TEST_F(LogTest, TimeZoneIsTheOneSetAtTheMoment) {
-    openFile();
-    log(3, "a");
-    setenv("TZ", "EAST-5:30", 1);
-    platform::manual_clock::advance(std::chrono::seconds(1));
-    log(3, "a");
-    EXPECT_EQ(readFile(kLogFile), line("ERROR", "a") + "2026-01-01 05:30:01.000 (ERROR): daemon: [f:7] a\n");
 }
 
 TEST_F(LogTest, LinesOnStandardOutputAreThereAtOnce) {
     devmgrLogOpen(LOG_SINK_STDOUT, LOG_FACILITY_USER, "daemon");
-    int ends[2];
-    ASSERT_EQ(pipe2(ends, O_NONBLOCK), 0);
     std::fflush(stdout);
     std::setvbuf(stdout, nullptr, _IOFBF, BUFSIZ);
+    writeText("/tmp/out", "");
     const int before = dup(STDOUT_FILENO);
-    dup2(ends[1], STDOUT_FILENO);
+    const int file = open(rootPath("/tmp/out").c_str(), O_WRONLY | O_CLOEXEC);
+    dup2(file, STDOUT_FILENO);
     log(3, "a");
-    char text[256] = "";
-    const auto got = read(ends[0], text, sizeof text - 1);
+    EXPECT_EQ(readFile("/tmp/out"), line("ERROR", "a"));
     dup2(before, STDOUT_FILENO);
-    for (const int fd : {before, ends[0], ends[1]})
+    for (const int fd : {before, file})
         close(fd);
-    EXPECT_EQ(std::string(text, got > 0 ? static_cast<std::size_t>(got) : 0), line("ERROR", "a"));
-}
-
-TEST_F(LogTest, FilesThatCannotBeOpened) {
-    for (const char *path : {kLogLevelFile, kLogFile})
-        std::filesystem::create_directory(rootPath(path));
-    openFile();
-    CaptureStdout();
-    log(7, "dropped at the default level");
-    log(3, "a");
-    EXPECT_EQ(GetCapturedStdout(), line("ERROR", "a"));
 }
 
 TEST_F(LogTest, LineThatCrossesTheLimitStaysInTheOldFile) {
@@ -293,17 +279,25 @@ TEST_F(LogTest, LineThatCrossesTheLimitStaysInTheOldFile) {
     writeText(kLogFileOld, "older generation");
     writeText(kLogFile, full);
     openFile();
-    log(3, "a");  // exactly at the limit: no rotation yet
-    EXPECT_EQ(readFile(kLogFile).size(), kLimit);
-    EXPECT_EQ(readFile(kLogFileOld), "older generation");
-    log(3, "a");
-    EXPECT_EQ(readFile(kLogFile), "");
-    EXPECT_EQ(readFile(kLogFileOld), full + a + a);
-    log(3, "a");
-    EXPECT_EQ(readFile(kLogFile), a);
+    // Exactly at the limit is no rotation yet.
+    for (const auto &[file, old] : {std::pair<std::string, std::string>{full + a, "older generation"},
+                                    {"", full + a + a},
+                                    {a, full + a + a}}) {
+        log(3, "a");
+        EXPECT_TRUE(readFile(kLogFile) == file && readFile(kLogFileOld) == old);
+    }
 }
 
-TEST_F(LogTest, FailedRenameLosesNoLine) {
+TEST_F(LogTest, FilesThatCannotBeOpenedOrRenamedLoseNoLine) {
+    for (const char *path : {kLogLevelFile, kLogFile})
+        std::filesystem::create_directory(rootPath(path));
+    openFile();
+    CaptureStdout();
+    log(7, "dropped at the default level");
+    log(3, "a");
+    EXPECT_EQ(GetCapturedStdout(), line("ERROR", "a"));
+
+    std::filesystem::remove(rootPath(kLogFile));
     std::filesystem::create_directories(rootPath(kLogFileOld) / "inside");
     writeText(kLogFile, std::string(kLimit, '.'));
     openFile();
@@ -346,42 +340,26 @@ TEST_F(LogTest, WhoeverKeepsTheFileLockedPostponesTheRotation) {
 // Each process finds the file too large by itself. What is left must be whole: the last lines of everybody,
 // without a gap, and a full generation of them.
 TEST_F(LogTest, ProcessesRotateOnceForAll) {
-    constexpr int kProcesses = 4;
     constexpr int kLines = 30'000;
-    openFile();
     std::vector<pid_t> children;
-    for (int t = 0; t < kProcesses; ++t) {
-        const pid_t child = fork();
-        if (child == 0) {
+    for (int t = 0; t < kWriters; ++t) {
+        children.push_back(fork());
+        if (children.back() == 0) {
             openFile();  // a descriptor of its own
-            for (int i = 0; i < kLines; ++i)
-                devmgrLog(LOG_LEVEL_INFO, "[%s:%d] %d-%d end\n", "f", 7, t, i);
+            logNumbers(t, kLines);
             std::_Exit(0);
         }
-        children.push_back(child);
     }
     for (const pid_t child : children) {
         int status = -1;
         ASSERT_EQ(waitpid(child, &status, 0), child);
         EXPECT_EQ(status, 0);
     }
-    const std::string old = readFile(kLogFileOld);
-    EXPECT_GT(old.size(), kLimit);
-    EXPECT_LT(old.size(), kLimit + kLimit / 4);
-    std::istringstream lines(old + readFile(kLogFile));
-    std::vector<int> last(kProcesses, -1);
-    std::size_t count = 0;
-    for (std::string text; std::getline(lines, text); ++count) {
-        std::size_t t = 0;
-        int i = 0;
-        ASSERT_EQ(std::sscanf(text.c_str(), "%*s %*s (INFO): daemon: [f:7] %zu-%d end", &t, &i), 2) << text;
-        if (last.at(t) >= 0)
-            ASSERT_EQ(i, last[t] + 1) << text;
-        last[t] = i;
-    }
-    for (const int number : last)  // one that was done early may have grown out of the file
-        EXPECT_TRUE(number == kLines - 1 || number == -1) << number;
-    EXPECT_GT(count, kLimit / line("INFO", "0-10000 end").size());
+    const auto old = readFile(kLogFileOld).size();
+    EXPECT_TRUE(old > kLimit && old < kLimit + kLimit / 4) << old;
+    for (const auto &[first, last] :
+         numbersLogged())  // one that was done early may have grown out of the file
+        EXPECT_TRUE(last == kLines - 1 || last == -1) << last;
 }
 
 TEST_F(LogTest, ClosingNeedsAMessageAndReopeningChangesSettings) {
@@ -400,37 +378,22 @@ TEST_F(LogTest, ClosingNeedsAMessageAndReopeningChangesSettings) {
 }
 
 TEST_F(LogTest, ThreadsNeitherMixNorLoseLines) {
-    constexpr int kThreads = 4;
     constexpr int kLines = 1000;
     writeText(kLogFile, std::string(kLimit - 100'000, '.') + "\n");
     openFile();
-    std::atomic<int> running{kThreads};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
+    std::atomic<int> running{kWriters};
+    std::vector<std::jthread> threads;
+    for (int t = 0; t < kWriters; ++t)
         threads.emplace_back([&running, t] {
-            for (int i = 0; i < kLines; ++i)
-                devmgrLog(LOG_LEVEL_INFO, "[%s:%d] %d-%d end\n", "f", 7, t, i);
+            logNumbers(t, kLines);
             --running;
         });
-    }
     while (running > 0) {
         openFile();  // a reopening in between costs no line either
         std::this_thread::yield();
     }
-    for (auto &thread : threads)
-        thread.join();
-
-    std::istringstream lines(readFile(kLogFileOld) + readFile(kLogFile));
-    std::vector<int> next(kThreads);
-    for (std::string text; std::getline(lines, text);) {
-        if (text[0] == '.')
-            continue;
-        std::size_t t = 0;
-        int i = 0;
-        ASSERT_EQ(std::sscanf(text.c_str(), "%*s %*s (INFO): daemon: [f:7] %zu-%d end", &t, &i), 2) << text;
-        EXPECT_EQ(next.at(t)++, i);
-    }
-    EXPECT_EQ(next, std::vector<int>(kThreads, kLines));
+    for (const auto &range : numbersLogged())
+        EXPECT_EQ(range, std::pair(0, kLines - 1));
 }
 
 }  // namespace

@@ -41,33 +41,28 @@ class LimitedMemory {
     ~LimitedMemory() { cJSON_InitHooks(nullptr); }
 };
 
-// What the code under test logs.
-struct LogCapture {
-    LogCapture() { devmgrLogOpen(LOG_SINK_FILE, LOG_FACILITY_USER, "test"); }
-    LogCapture(const LogCapture &) = delete;
-    LogCapture &operator=(const LogCapture &) = delete;
-    ~LogCapture() { devmgrLogClose(); }
+class ResultTest : public testing::Test {
+  protected:
+    ResultTest() { devmgrLogOpen(LOG_SINK_FILE, LOG_FACILITY_USER, "test"); }
+    ~ResultTest() override { devmgrLogClose(); }
 
-    std::string text() const { return readFile(platform::paths::kLogFile); }
-    bool has(const std::string &part) const { return text().find(part) != std::string::npos; }
+    static std::string log() { return readFile(platform::paths::kLogFile); }
+    static bool logged(const std::string &part) { return log().find(part) != std::string::npos; }
 };
+using ResponseJson = ResultTest;
+using Parameters = ResultTest;
+using Files = ResultTest;
+using JsonFileLoad = ResultTest;
 
-TEST(Messages, AreFoundFromTheFrontWhateverTheirOrder) {
-    for (const auto &[code, message] : {std::pair{0, "Success"},
-                                        {10002, "Invalid Pointer"},
-                                        {10027, "Disable PTP Mode"},
-                                        {10003, "Invalid argument"},
+TEST(Messages, AreFoundWhateverTheOrderOfTheirCodes) {
+    for (const auto &[code, message] : {std::pair{10027, "Disable PTP Mode"},
                                         {10016, "Device or resource open failed"},
-                                        {17001, "The configuration is invalid"},
                                         {11000, ""},
-                                        {-7, "Failed to allocate memory"},
-                                        {12345, "Error code unknown"}})
+                                        {-7, "Failed to allocate memory"}})
         EXPECT_STREQ(getErrMsg(code), message) << code;
-    EXPECT_EQ(codeOf(Result<int>(5)), 0);
-    EXPECT_EQ(codeOf(Result<>(failed(ResultCode::ConfigInvalid))), 17001);
 }
 
-TEST(ResponseJson, DataThenRespOrTheFailureAlone) {
+TEST_F(ResponseJson, DataThenRespOrTheFailureAlone) {
     char out[256] = {};
     ASSERT_EQ(responseJsonStr(0, "vlan", "{\"id\":5}", out), 0);
     EXPECT_STREQ(out,
@@ -82,22 +77,18 @@ TEST(ResponseJson, DataThenRespOrTheFailureAlone) {
     EXPECT_EQ(failure + '#', std::string(out, failure.size() + 1)) << "no terminating zero is written";
 }
 
-TEST(ResponseJson, AFailureTellsItsReason) {
+TEST_F(ResponseJson, AFailureTellsItsReason) {
     EXPECT_EQ(messageOf({ResultCode::NotExist, ""}), "Object not exist");
-    const auto text = failureEnvelope({ResultCode::InvalidArgument, "\"name\": 3\xc3 is not a string"});
-    EXPECT_EQ(text,
+    EXPECT_EQ(failureEnvelope({ResultCode::InvalidArgument, "\"name\": 3\xc3 is not a string"}),
               "{\n\t\"resp\":\t{\n\t\t\"respCode\":\t10003,\n"
               "\t\t\"respMsg\":\t\"Invalid argument: \\\"name\\\": 3? is not a string\",\n"
               "\t\t\"status\":\t\"fail\"\n\t}\n}");
-
-    const LogCapture log;
     const LimitedMemory memory(2);
     EXPECT_EQ(failureEnvelope({}), "");
-    EXPECT_TRUE(log.has("package response str error\r\n"));
+    EXPECT_TRUE(logged("package response str error\r\n"));
 }
 
-TEST(ResponseJson, UnparsableDataGivesNoText) {
-    const LogCapture log;
+TEST_F(ResponseJson, UnparsableDataGivesNoText) {
     char out[8] = {};
     EXPECT_EQ(responseJsonStr(0, "vlan", "{\"id\":", out), -1);
     EXPECT_EQ(responseJsonStr(0, "vlan", nullptr, out), -1);
@@ -106,7 +97,7 @@ TEST(ResponseJson, UnparsableDataGivesNoText) {
     char *text = strdup("before");
     EXPECT_EQ(responseJsonRreallocStr(0, "vlan", "{\"id\":", &text), 10000);
     EXPECT_STREQ(text, "before");
-    EXPECT_TRUE(log.has("[MEM] Failed to parse data JSON\n"));
+    EXPECT_TRUE(logged("[MEM] Failed to parse data JSON\n"));
 
     // A key without data is an answer without data; data may be the text that is replaced.
     EXPECT_EQ(responseJsonRreallocStr(0, "vlan", nullptr, &text), 0);
@@ -116,78 +107,62 @@ TEST(ResponseJson, UnparsableDataGivesNoText) {
     std::free(text);
 }
 
-TEST(ResponseJson, EveryFailingAllocationGivesNoText) {
-    const LogCapture log;
-    for (int allocations = 0;; ++allocations) {
+TEST_F(ResponseJson, EveryFailingAllocationGivesNoText) {
+    bool isEnough = false;
+    for (int allocations = 0; !isEnough; ++allocations) {
         ASSERT_LT(allocations, 100);
         char *text = nullptr;
         char out[256] = {};
-        int code = 0;
-        std::int32_t reallocCode = 0;
-        {
+        const auto limited = [&](auto call) {
             const LimitedMemory memory(allocations);
-            code = responseJsonStr(0, "vlan", "{\"name\":\"x\"}", out);
-        }
-        {
-            const LimitedMemory memory(allocations);
-            reallocCode = responseJsonRreallocStr(0, "vlan", "{\"name\":\"x\"}", &text);
-        }
+            return call();
+        };
+        const int code = limited([&] { return responseJsonStr(0, "vlan", "{\"name\":\"x\"}", out); });
+        const auto reallocCode =
+            limited([&] { return responseJsonRreallocStr(0, "vlan", "{\"name\":\"x\"}", &text); });
         const TextPtr owner(text);
-        ASSERT_EQ(code == 0, reallocCode == 0);
-        if (code == 0) {
-            EXPECT_STREQ(out, text);
-            break;
-        }
-        EXPECT_EQ(code, -1);
-        EXPECT_STREQ(out, "");
-        EXPECT_EQ(reallocCode, 10000);
-        EXPECT_EQ(text, nullptr);
+        isEnough = code == 0;
+        EXPECT_EQ(code, isEnough ? 0 : -1);
+        ASSERT_EQ(reallocCode, isEnough ? 0 : 10000);
+        EXPECT_STREQ(out, isEnough ? text : "");
+        EXPECT_EQ(text != nullptr, isEnough);
     }
     for (const char *what : {"create root object", "create resp object", "parse data JSON", "print JSON"})
-        EXPECT_TRUE(log.has(std::string("[MEM] Failed to ") + what)) << what;
-    EXPECT_TRUE(log.has("package response str error\r\n"));
+        EXPECT_TRUE(logged(std::string("[MEM] Failed to ") + what)) << what;
+    EXPECT_TRUE(logged("package response str error\r\n"));
 }
 
-TEST(Parameters, TextIsBoundedAndEachIsOfItsKind) {
-    const LogCapture log;
+TEST_F(Parameters, TextIsBoundedAndEachIsOfItsKind) {
     const JsonPtr obj(cJSON_Parse("{\"name\":\"abcdef\",\"id\":-5,\"big\":1e300,\"none\":null}"));
     char dst[8] = "#######";
     EXPECT_EQ(getStrAndCpyTo(obj.get(), "name", dst, 4), 0);
-    EXPECT_STREQ(dst, "abcd###");
+    std::int32_t value = 0;
+    EXPECT_EQ(getIntAndCpyTo(obj.get(), "big", &value), 0);
     for (const char *key : {"missing", "id", "none"})
         EXPECT_EQ(getStrAndCpyTo(obj.get(), key, dst, 8), 10003) << key;
-    EXPECT_STREQ(dst, "abcd###");
-    EXPECT_TRUE(log.has("missing param error :{\n\t\"name\":\t\"abcdef\""));
-
-    std::int32_t value = 1;
     for (const char *key : {"missing", "name"})
         EXPECT_EQ(getIntAndCpyTo(obj.get(), key, &value), 10003);
-    EXPECT_EQ(value, 1);
-    EXPECT_EQ(test_support::occurrences(log.text(), "param error"), 5u);
-    EXPECT_EQ(getIntAndCpyTo(obj.get(), "big", &value), 0);
+    EXPECT_STREQ(dst, "abcd###");
     EXPECT_EQ(value, INT32_MAX);
+    EXPECT_TRUE(logged("missing param error :{\n\t\"name\":\t\"abcdef\""));
+    EXPECT_EQ(test_support::occurrences(log(), "param error"), 5u);
 }
 
-TEST(Files, AreReplacedWholeOrNotAtAll) {
-    const LogCapture log;
+TEST_F(Files, AreReplacedWholeOrNotAtAll) {
     constexpr const char *kInside = "/tmp/new/folder/file";
-    ASSERT_TRUE(replaceFile(kInside, "first"));
-    ASSERT_TRUE(replaceFile(kInside, "second"));
-    EXPECT_EQ(readFile(kInside), "second");
-    // Nothing that is written beside it stays behind.
-    EXPECT_FALSE(test_support::exists("/tmp/new/folder/file.new"));
-
+    for (const char *text : {"first", "second"})
+        ASSERT_TRUE(replaceFile(kInside, text));
     {
         const test_support::FullDisk full(1 << 16);
         EXPECT_EQ(codeOf(replaceFile(kInside, std::string(100'000, 'x'))), 10000);
     }
     EXPECT_EQ(readFile(kInside), "second");
-    EXPECT_TRUE(log.has("Write file error.../tmp/new/folder/file.new"));
+    EXPECT_TRUE(logged("Write file error.../tmp/new/folder/file.new"));
+    // Nothing that is written beside it stays behind.
     EXPECT_FALSE(test_support::exists("/tmp/new/folder/file.new"));
 }
 
-TEST(Files, LinksAndPipesInTheirPlaceAreNotUsed) {
-    const LogCapture log;
+TEST_F(Files, LinksAndPipesInTheirPlaceAreNotUsed) {
     const auto link = [](const char *target, const char *name) {
         std::filesystem::create_symlink(platform::fsPath(target), platform::fsPath(name));
     };
@@ -195,7 +170,7 @@ TEST(Files, LinksAndPipesInTheirPlaceAreNotUsed) {
     writeText("/tmp/precious", "kept");
     link("/tmp/precious", "/tmp/file.new");
     EXPECT_EQ(codeOf(replaceFile("/tmp/file", "text")), 10000);
-    EXPECT_TRUE(log.has("Open dir error.../tmp/file.new"));
+    EXPECT_TRUE(logged("Open dir error.../tmp/file.new"));
     link("/tmp/precious", "/tmp/link");
     for (const char *mode : {"w", "a", "r", "r+", "a+"})
         EXPECT_EQ(openFile("/tmp/link", mode), nullptr) << mode;
@@ -211,27 +186,10 @@ TEST(Files, LinksAndPipesInTheirPlaceAreNotUsed) {
         EXPECT_EQ(openFile("/tmp/pipe", mode), nullptr) << mode;
 }
 
-TEST(Files, LockIsExclusiveAndMayTakeItsFileAlong) {
+TEST_F(Files, ALockIsWaitedForAsLongAsTheLimit) {
     constexpr const char *kLock = "/tmp/test.lock";
-    {
-        FileLock lock(kLock, FileLock::Afterwards::Remove);
-        EXPECT_TRUE(lock.held() && test_support::exists(kLock));
-        EXPECT_TRUE(lock.release());
-        EXPECT_FALSE(test_support::exists(kLock));
-    }
-    {
-        const FileLock lock(kLock);
-        EXPECT_TRUE(lock.held());
-    }
+    EXPECT_TRUE(FileLock(kLock).held());
     EXPECT_TRUE(test_support::exists(kLock));
-    std::filesystem::remove(platform::fsPath(kLock));
-    std::filesystem::create_symlink("/tmp/elsewhere", platform::fsPath(kLock));
-    EXPECT_EQ(FileLock(kLock).state(), FileLock::State::NotOpened);
-}
-
-TEST(Files, ALockIsWaitedForAsLongAsTheLimit) {
-    constexpr const char *kLock = "/tmp/test.lock";
-    const LogCapture log;
     const auto wait = [](platform::Duration most) {
         const FileLock lock(kLock, FileLock::Afterwards::Remove, most, Where("join", 7));
         return std::pair(lock.state(), lock.timedOut());
@@ -239,7 +197,7 @@ TEST(Files, ALockIsWaitedForAsLongAsTheLimit) {
     FileLock holder(kLock, FileLock::Afterwards::Remove);
     ASSERT_TRUE(holder.held());
     EXPECT_EQ(wait({}), std::pair(FileLock::State::NotLocked, true)) << "not at all";
-    EXPECT_EQ(log.text(), "") << "nobody has waited";
+    EXPECT_EQ(log(), "") << "nobody has waited";
 
     auto waiter = std::async(std::launch::async, wait, std::chrono::minutes(1));
     const auto passUntil = [&](auto condition) {
@@ -248,39 +206,38 @@ TEST(Files, ALockIsWaitedForAsLongAsTheLimit) {
             waiter.wait_for(std::chrono::milliseconds(3));
         }
     };
-    passUntil([&] { return !log.text().empty(); });
-    EXPECT_TRUE(log.has("(WARN): test: [join:7] waiting for the lock /tmp/test.lock, for at most 60 s\n"));
+    passUntil([&] { return !log().empty(); });
+    EXPECT_TRUE(logged("(WARN): test: [join:7] waiting for the lock /tmp/test.lock, for at most 60 s\n"));
     passUntil([&] { return waiter.wait_for(std::chrono::seconds(0)) == std::future_status::ready; });
     EXPECT_EQ(waiter.get(), std::pair(FileLock::State::NotLocked, true));
     EXPECT_TRUE(test_support::exists(kLock)) << "it is the holder's";
-    EXPECT_EQ(test_support::occurrences(log.text(), "\n"), 1u) << log.text();
+    EXPECT_EQ(test_support::occurrences(log(), "\n"), 1u) << log();
 
     waiter = std::async(std::launch::async, wait, std::chrono::minutes(1));
-    passUntil([&] { return test_support::occurrences(log.text(), "\n") == 2; });
+    passUntil([&] { return test_support::occurrences(log(), "\n") == 2; });
     holder.release();
     EXPECT_EQ(waiter.get(), std::pair(FileLock::State::Held, false));
-    EXPECT_FALSE(test_support::exists(kLock));
+    EXPECT_FALSE(test_support::exists(kLock)) << "taken along, as the caller wanted";
+    std::filesystem::create_symlink("/tmp/elsewhere", platform::fsPath(kLock));
+    EXPECT_EQ(FileLock(kLock).state(), FileLock::State::NotOpened);
 }
 
-TEST(JsonFileLoad, TakesWholeRegularFilesOnly) {
-    const LogCapture log;
-    const std::string path = platform::fsPath(kFile);
+TEST_F(JsonFileLoad, TakesWholeRegularFilesOnly) {
+    const std::string path = platform::fsPath(kFile), filled(JSON_FILE_MAX - 2, ' ');
     const auto load = [] { return JsonPtr(jsonFileLoad(kFile)); };
     EXPECT_EQ(load(), nullptr);
-    for (const char *text : {"", "{\"a\":", "nothing"}) {
+    for (const auto &[text, isWhole] : {std::pair<std::string, bool>{"", false},
+                                        {"{\"a\":", false},
+                                        {"nothing", false},
+                                        {"{\"a\":[1,2]}", true},
+                                        {"[" + filled + "]", true}}) {
         writeText(kFile, text);
-        EXPECT_EQ(load(), nullptr) << text;
+        EXPECT_EQ(load() != nullptr, isWhole) << text.substr(0, 20);
     }
-    writeText(kFile, "{\"a\":[1,2]}");
-    const JsonPtr obj = load();
-    EXPECT_EQ(cJSON_GetArraySize(cJSON_GetObjectItem(obj.get(), "a")), 2);
-
-    writeText(kFile, "[" + std::string(JSON_FILE_MAX - 2, ' ') + "]");
-    EXPECT_NE(load(), nullptr);
-    EXPECT_EQ(log.text(), "");
-    writeText(kFile, "[" + std::string(JSON_FILE_MAX - 1, ' ') + "]");
+    EXPECT_EQ(log(), "");
+    writeText(kFile, "[ " + filled + "]");
     EXPECT_EQ(load(), nullptr);
-    EXPECT_TRUE(log.has(std::string("file too large:") + kFile + "\r\n"));
+    EXPECT_TRUE(logged(std::string("file too large:") + kFile + "\r\n"));
 
     std::filesystem::remove(path);
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
@@ -288,7 +245,6 @@ TEST(JsonFileLoad, TakesWholeRegularFilesOnly) {
     std::filesystem::remove(path);
     std::filesystem::create_directory(path);
     EXPECT_EQ(load(), nullptr);
-    std::filesystem::remove(path);
 }
 
 }  // namespace

@@ -35,10 +35,6 @@ class DetectionTest : public SwitchTest {
     }
     void join() { EXPECT_EQ(pthread_join(thread, nullptr), 0); }
 
-    template <class Action>
-    auto model(Action action) {
-        return device->with([&](vswitch::Server &server) { return action(server.model()); });
-    }
     void vlanCreate(vswitch::VlanId id) {
         model([&](vswitch::Model &m) { EXPECT_EQ(m.createVlan(id), OPEN_E_NONE); });
     }
@@ -60,6 +56,21 @@ class DetectionTest : public SwitchTest {
         EXPECT_EQ(logged("(ERROR)") - before, count);
         for (const auto &text : texts)
             EXPECT_EQ(logged(text), 1u) << text;
+    }
+
+    // Fails each call that `action` makes, alone or with all after it.
+    void failEachCall(bool once, const std::function<void()> &prepare, const std::function<void()> &action,
+                      const std::function<void()> &check) {
+        bool struck = true;
+        for (std::uint64_t n = 1; struck && !HasFatalFailure(); ++n) {
+            SCOPED_TRACE(testing::Message() << "call " << n << (once ? " fails" : " and all after it fail"));
+            prepare();
+            failCall("*", n, once);
+            action();
+            struck = callsSeen() >= n;
+            clearFaults();
+            check();
+        }
     }
 
     // Whether every line of the log is one that the log made: a text from the network started none.

@@ -69,6 +69,10 @@ class SwitchTest : public testing::Test {
         return device->with(
             [&](vswitch::Server &server) { return server.cli().show(command).value_or("(refused)"); });
     }
+    template <class Action>
+    auto model(Action action) {
+        return device->with([&](vswitch::Server &server) { return action(server.model()); });
+    }
     std::string systemLog() { return show("show logging buffered"); }
 
     // --- the outside world
