@@ -275,7 +275,7 @@ class CacheTest(unittest.TestCase):
         self.rig.pavoctl("cache", "delete", "vlan_list")
         os.remove(self.rig.path("/tmp/rest_db_api_delta.txt"))
         os.mkdir(self.rig.path("/tmp/rest_db_api_delta.txt"))
-        self.assertEqual((1, "pavoctl: 10000: General failure: vlan_list: the answer cannot be stored\n"),
+        self.assertEqual((1, "pavoctl: 10000: General Failed: vlan_list: the answer cannot be stored\n"),
                          self.refused("cache", "refresh", "vlan_list"))
 
     def test_vendor(self):
