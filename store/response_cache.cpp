@@ -102,8 +102,10 @@ int checkCache(const Connection &connection) {
     if (code != SQLITE_ROW)
         return code;
     const bool isSound = check.text(0) == "ok";
-    code = check.step();  // an error also when there was no memory for the text
-    return code != SQLITE_DONE && code != SQLITE_ROW ? code : isSound ? SQLITE_OK : SQLITE_CORRUPT;
+    code = check.step();
+    if (code != SQLITE_DONE && code != SQLITE_ROW)
+        return code;  // for example because there was no memory for the text
+    return isSound ? SQLITE_OK : SQLITE_CORRUPT;
 }
 
 bool isDamaged(int code) {
@@ -267,13 +269,14 @@ int openLockFile(const std::string &file) {
     if (folder < 0)
         return -1;
     int fd = openat(folder, file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600);
-    const int error = errno;
-    close(folder);
-    errno = error;
+    int error = errno;
     if (fd == 0) {
         fd = fcntl(0, F_DUPFD_CLOEXEC, 1);
+        error = errno;
         close(0);
     }
+    close(folder);
+    errno = error;
     return fd;
 }
 

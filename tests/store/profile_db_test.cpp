@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
@@ -190,6 +191,45 @@ TEST_F(ProfileDbTest, RowsOfTypesAndOfManyVlans) {
         ASSERT_TRUE(one != nullptr && one->id == id) << id;
     }
     EXPECT_EQ(vlanInfoRowListFind(rows.get(), 5000), nullptr);
+}
+
+// Any one failure of the disk and of memory, at each point of each operation.
+TEST_F(ProfileDbTest, AFailureIsReportedOnceAndLeavesWholeRows) {
+    ASSERT_EQ(vlanInfoTableCreate(), 0);
+    ASSERT_EQ(vlanInfoInsert(20, 2, "old", kType, "#112233"), 0);
+    const std::string database = readFile(kProfileDb);
+    const struct {
+        const char *what;
+        int done, failed;  // -1: any code
+        std::function<int()> operate;
+        const char *name;  // of the row, when done
+    } operations[] = {
+        {"select", 2, -1, [&] { return vlanInfoSelectAll(rows.get()); }, "old"},
+        {"select one", 1, 0, [] { return vlanInfoSelectRowsById(20); }, "old"},
+        {"id of type", 20, 0, [] { return vlanIdSelectByProfileTypeAndVlanType(kType, 2); }, "old"},
+        {"insert", 0, -1, [] { return vlanInfoInsert(30, 2, "n", "t", "c"); }, "old"},
+        {"replace", 0, -1, [] { return vlanInfoReplace(20, 2, "new", kType, "c"); }, "new"},
+        {"update", 0, -1, [] { return vlanInfoUpdateByid(20, 0, "new", nullptr, nullptr); }, "new"},
+        {"delete", 0, -1, [] { return vlanInfoDeleteById(20); }, ""},
+    };
+    const test_support::SqliteFaults faults;
+    std::size_t before = 0;
+    const auto prepare = [&] {
+        if (readFile(kProfileDb) != database)
+            writeText(kProfileDb, database);
+        before = logged("ERROR");
+    };
+    for (const auto &[what, done, failed, operate, name] : operations) {
+        SCOPED_TRACE(what);
+        faults.sweep(prepare, operate, [&](int result) {
+            const std::size_t failures = logged("ERROR") - before;
+            EXPECT_LE(failures, 1u);
+            EXPECT_TRUE(failures == 0 ? result == done : failed == -1 || result == failed) << result;
+            // Memory may also run out when the change is done.
+            const auto left = row(20).name;
+            EXPECT_TRUE(left == name || (failures == 1 && left == "old")) << left << result;
+        });
+    }
 }
 
 // Daemon and profile operations start together: none takes for broken what another has just begun.
