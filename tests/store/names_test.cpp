@@ -19,7 +19,6 @@ using platform::fsPath;
 using platform::paths::kHostDb;
 using platform::paths::kVendorDb;
 using test_support::exists;
-using test_support::readFile;
 using test_support::runSql;
 using test_support::writeText;
 
@@ -176,7 +175,6 @@ TEST_F(NamesTest, AFailureIsNoNameAndChangesNothing) {
     addVendor("00:1B:92", "l-acoustics");
     ASSERT_EQ(hostTableCreate(), 0);
     ASSERT_EQ(macToHostReplace("a", "old"), 0);
-    const std::string hosts = readFile(kHostDb);
     const struct {
         const char *what, *done, *failed;  // any failure when that is empty
         std::function<std::string()> operate;
@@ -188,22 +186,13 @@ TEST_F(NamesTest, AFailureIsNoNameAndChangesNothing) {
         {"replace", "0", "", [] { return std::to_string(macToHostReplace("a", "new")); }, "1 new"},
         {"delete", "0", "", [] { return std::to_string(hostDeleteByMac("a")); }, "0 ?"},
     };
-    const test_support::SqliteFaults faults;
-    std::size_t before = 0;
-    const auto prepare = [&] {
-        if (readFile(kHostDb) != hosts)
-            writeText(kHostDb, hosts);
-        before = logged("ERROR");
-    };
-    for (const auto &[what, done, failed, operate, left] : operations) {
-        SCOPED_TRACE(what);
-        faults.sweep(prepare, operate, [&](const std::string &result) {
-            const std::size_t failures = logged("ERROR") - before;
-            EXPECT_LE(failures, 1u);
-            EXPECT_TRUE(failures == 0 ? result == done : *failed == '\0' || result == failed) << result;
-            EXPECT_EQ(host("a"), failures == 0 ? left : "1 old") << result;
+    test_support::SqliteFaults().sweep(
+        kHostDb, operations, [](const auto &operation, const std::string &result, std::size_t failures) {
+            const std::string failed = operation.failed;
+            EXPECT_TRUE(failures == 0 ? result == operation.done : failed.empty() || result == failed)
+                << result;
+            EXPECT_EQ(host("a"), failures == 0 ? operation.left : "1 old") << result;
         });
-    }
 }
 
 }  // namespace

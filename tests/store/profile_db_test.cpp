@@ -197,7 +197,6 @@ TEST_F(ProfileDbTest, RowsOfTypesAndOfManyVlans) {
 TEST_F(ProfileDbTest, AFailureIsReportedOnceAndLeavesWholeRows) {
     ASSERT_EQ(vlanInfoTableCreate(), 0);
     ASSERT_EQ(vlanInfoInsert(20, 2, "old", kType, "#112233"), 0);
-    const std::string database = readFile(kProfileDb);
     const struct {
         const char *what;
         int done, failed;  // -1: any code
@@ -212,24 +211,15 @@ TEST_F(ProfileDbTest, AFailureIsReportedOnceAndLeavesWholeRows) {
         {"update", 0, -1, [] { return vlanInfoUpdateByid(20, 0, "new", nullptr, nullptr); }, "new"},
         {"delete", 0, -1, [] { return vlanInfoDeleteById(20); }, ""},
     };
-    const test_support::SqliteFaults faults;
-    std::size_t before = 0;
-    const auto prepare = [&] {
-        if (readFile(kProfileDb) != database)
-            writeText(kProfileDb, database);
-        before = logged("ERROR");
-    };
-    for (const auto &[what, done, failed, operate, name] : operations) {
-        SCOPED_TRACE(what);
-        faults.sweep(prepare, operate, [&](int result) {
-            const std::size_t failures = logged("ERROR") - before;
-            EXPECT_LE(failures, 1u);
-            EXPECT_TRUE(failures == 0 ? result == done : failed == -1 || result == failed) << result;
+    test_support::SqliteFaults().sweep(
+        kProfileDb, operations, [](const auto &operation, int result, std::size_t failures) {
+            EXPECT_TRUE(failures == 0 ? result == operation.done
+                                      : operation.failed == -1 || result == operation.failed)
+                << result;
             // Memory may also run out when the change is done.
             const auto left = row(20).name;
-            EXPECT_TRUE(left == name || (failures == 1 && left == "old")) << left << result;
+            EXPECT_TRUE(left == operation.name || (failures == 1 && left == "old")) << left << result;
         });
-    }
 }
 
 // Daemon and profile operations start together: none takes for broken what another has just begun.

@@ -146,10 +146,10 @@ TEST_F(ResponseCacheTest, EveryFailureLeavesTheOldAnswerOrTheNewOne) {
     const std::string old(9000, 'o'), fresh(9000, 'n');  // on more than one page
     ASSERT_EQ(create(), 0);
     ASSERT_EQ(write("a", old.c_str()), 101);
-    const std::string database = readFile(kResponseCache);
+    fs::remove(fsPath(kResponseCacheDelta));
     const struct {
         const char *what;
-        int whenDone;
+        int done;
         std::string answer;  // then
         std::function<int()> operate;
     } operations[] = {
@@ -169,25 +169,13 @@ TEST_F(ResponseCacheTest, EveryFailureLeavesTheOldAnswerOrTheNewOne) {
              return codeOf(seen);
          }},
     };
-    const test_support::SqliteFaults faults;
-    for (const auto &[what, whenDone, answer, operate] : operations) {
-        SCOPED_TRACE(what);
-        std::size_t before = 0;
-        faults.sweep(
-            [&] {
-                if (readFile(kResponseCache) != database)
-                    writeText(kResponseCache, database);
-                fs::remove(fsPath(kResponseCacheDelta));
-                before = logged("ERROR");
-            },
-            operate,
-            [&](int code) {
-                const bool done = code == whenDone;
-                EXPECT_EQ(logged("ERROR") - before, done ? 0 : 1) << code;
-                EXPECT_EQ(read("a"), done ? answer : old) << code;
-                EXPECT_TRUE(read("a") == old || delta() == "a\n") << "who reads the file is told";
-            });
-    }
+    test_support::SqliteFaults().sweep(
+        kResponseCache, operations, [&](const auto &operation, int code, std::size_t failures) {
+            EXPECT_EQ(failures, code == operation.done ? 0 : 1) << code;
+            EXPECT_EQ(read("a"), failures == 0 ? operation.answer : old) << code;
+            EXPECT_TRUE(read("a") == old || delta() == "a\n") << "who reads the file is told";
+            fs::remove(fsPath(kResponseCacheDelta));
+        });
     EXPECT_EQ(logged("made anew"), 0u);
 }
 

@@ -9,7 +9,7 @@
 #include <string>
 #include <utility>
 
-#include "platform/paths.h"
+#include "tests/support/root.h"
 
 namespace test_support {
 
@@ -59,23 +59,32 @@ class SqliteFaults {
         sqlite3_config(SQLITE_CONFIG_LOOKASIDE, 1200, 40);
     }
 
-    // Has operate() meet one failure after the other, at the first call of the disk and so on, then of memory;
-    // prepare() goes before each time, check(result) follows, both without failures.
-    template <class Prepare, class Operate, class Check>
-    static void sweep(Prepare prepare, Operate operate, Check check) {
-        for (const Kind kind : {Kind::Disk, Kind::Memory}) {
-            int nth = 0;
-            do {
-                SCOPED_TRACE((kind == Kind::Disk ? "disk " : "memory ") + std::to_string(nth + 1));
-                prepare();
-                kind_ = kind;
-                left_ = ++nth;
-                const auto result = operate();
-                left_ = 0;
-                check(result);
-            } while (std::exchange(struck_, false));
-            EXPECT_GT(nth, 3) << "some have struck";
-        }
+    // Has each operation meet one failure after the other, at the first call of the disk and so on, then of
+    // memory, over the same database. check(operation, result, failures) follows each time, without failures
+    // of its own; `failures` are those that were logged, of which there is one at most.
+    template <class Operations, class Check>
+    static void sweep(const char *fixedPath, const Operations &operations, Check check) {
+        const std::string database = readFile(fixedPath);
+        const auto errors = [] { return occurrences(readFile(platform::paths::kLogFile), "ERROR"); };
+        for (const auto &operation : operations)
+            for (const Kind kind : {Kind::Disk, Kind::Memory}) {
+                int nth = 0;
+                do {
+                    SCOPED_TRACE(std::string(operation.what) +
+                                 (kind == Kind::Disk ? ", disk " : ", memory ") + std::to_string(nth + 1));
+                    if (readFile(fixedPath) != database)
+                        writeText(fixedPath, database);
+                    const std::size_t before = errors();
+                    kind_ = kind;
+                    left_ = ++nth;
+                    const auto result = operation.operate();
+                    left_ = 0;
+                    const std::size_t failures = errors() - before;
+                    EXPECT_LE(failures, 1u);
+                    check(operation, result, failures);
+                } while (std::exchange(struck_, false));
+                EXPECT_GT(nth, 3) << "some have struck";
+            }
     }
 
     // How long locks have been waited for since the last call.
