@@ -1,7 +1,7 @@
 // One user of the response cache, for tests/system/cache_test.py: does what its arguments say, and has one
 // producer.
 //
-//   create | write NAME TEXT | read NAME | delete NAME    prints the result, and the text
+//   create | write NAME TEXT | read NAME    prints the result, and the text
 //   fill NAME BYTES                writes a text of that length
 //   refresh NAME                   prints the result
 //   lock NAME                      prints "locked" and holds it until standard input ends
@@ -84,8 +84,6 @@ int run(const std::vector<std::string> &words) {
     } else if (command == "fill") {
         const std::string text(std::stoul(last), 'x');
         print(std::to_string(restapi_db_operation(REST_DB_WRITE, name.c_str(), text.c_str())));
-    } else if (command == "delete") {
-        print(std::to_string(restapi_db_operation(REST_DB_DELETE, name.c_str(), nullptr)));
     } else if (command == "read") {
         std::string text;
         const int result = readAnswer(name, text);
