@@ -47,10 +47,11 @@ std::optional<Failure> refresh(Switch sw, const std::string &name) {
     if (!row->isLinked())
         return Failure{ResultCode::NotImplemented,
                        name + ": " + row->producer + " is not linked to this program"};
-    const std::int32_t result = rest_db_writeback(sw.handle(), name.c_str());
-    if (result == 0)
-        return std::nullopt;
-    return Failure{ResultCode::Failed, name + ": " + row->producer + " result " + std::to_string(result)};
+    const auto [result, stored] = writeBackAnswer(sw.handle(), *row);
+    if (result != 0)
+        return Failure{ResultCode::Failed, name + ": " + row->producer + " result " + std::to_string(result)};
+    return stored ? std::nullopt
+                  : std::optional(Failure{ResultCode::Failed, name + ": the answer cannot be stored"});
 }
 
 }  // namespace

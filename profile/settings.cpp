@@ -22,9 +22,10 @@ struct Row {
     const char *no = nullptr;  // the command that puts the default back, when it is not "no " and the name;
                                // "*" stands for the value that the setting has
     Scope scope = Scope::Global;
-    bool defaultOn = false;  // on unless the configuration says no
-    bool block = false;      // followed by lines up to its "exit", which are its value
-    bool list = false;       // one line for each of several values
+    bool defaultOn = false;            // on unless the configuration says no
+    bool block = false;                // followed by lines up to its "exit", which are its value
+    bool list = false;                 // one line for each of several values
+    const char *takesAlong = nullptr;  // the switch-wide setting that goes off with this one
 };
 
 // In the order in which settings are put into force; some rest on those before.
@@ -51,10 +52,10 @@ constexpr Row kRows[] = {
     {.syntax = "igmp-plus #"},
     {.syntax = "ptp clock e2e-transparent"},
     {.syntax = "dot1as"},
-    {.syntax = "mvrp"},
+    {.syntax = "mvrp", .takesAlong = "mvrp periodic state machine"},
     {.syntax = "mvrp periodic state machine"},
     {.syntax = "mvrp include factory-default-vlan", .defaultOn = true},
-    {.syntax = "mmrp"},
+    {.syntax = "mmrp", .takesAlong = "mmrp periodic state machine"},
     {.syntax = "mmrp periodic state machine"},
     {.syntax = "msrp"},
     {.syntax = "set igmp fast-leave #", .scope = Scope::VlanDatabase},
@@ -318,6 +319,10 @@ Delta deltaOf(const Settings &from, const Settings &to) {
     for (const auto &[name, value] : from)
         if (name.contains(kBinding) && policies.contains(value))
             drop(name, value);
+    for (const Row &row : kRows)
+        if (row.takesAlong != nullptr && delta.off.contains(row.syntax))
+            if (const auto it = from.find(row.takesAlong); it != from.end())
+                drop(it->first, it->second);
     for (const auto &[name, value] : to)
         if (const auto it = from.find(name);
             it == from.end() || it->second != value || delta.off.contains(name))

@@ -43,6 +43,8 @@ constexpr LogFormat<const char *> kPrepareFailed = "[%s:%d] prepare failed: %s\n
 constexpr LogFormat<const char *> kExecutionFailed = "[%s:%d] Execution failed: %s\n";
 constexpr LogFormat<const char *> kSqlError = "[%s:%d] SQL error: %s\n";
 
+constexpr const char *kRemakingLock = "restapi_db";
+
 std::atomic<bool> cacheChanged = false;
 
 // A name is a line of the delta file.
@@ -60,7 +62,9 @@ DbResult<> openForChange(Connection &connection, Connection::Access access, cons
         logError(where, kCannotOpen, connection.message());
         return dbFailure(code, false);
     }
-    connection.run(kSettings);
+    // The time to wait for others is used up then; the statement that follows has the failure to report.
+    if (connection.run(kSettings) == SQLITE_BUSY)
+        sqlite3_busy_timeout(connection.handle(), 0);
     return {};
 }
 
@@ -70,19 +74,38 @@ std::unexpected<DbFailure> failure(int code, const Where &where, const LogFormat
     return dbFailure(code);
 }
 
-// In one piece: others append at the same time, and no lock is held.
-bool appendToDelta(std::string_view name) {
-    const FilePtr file = openFile(platform::paths::kResponseCacheDelta, "a");
-    if (file == nullptr)
-        return false;
-    const std::string line = std::string(name) + '\n';
-    return write(fileno(file.get()), line.data(), line.size()) == static_cast<ssize_t>(line.size());
+// What a file ends with; a line feed when it is empty.
+char lastByte(int fd) {
+    struct stat info{};
+    char last = '\n';
+    const bool read = fstat(fd, &info) == 0 && info.st_size > 0 && pread(fd, &last, 1, info.st_size - 1) == 1;
+    return read ? last : '\n';
 }
 
-bool isSoundCache(const Connection &connection) {
+// In one piece: others append at the same time, and no lock is held. A line that a full disk has cut short is
+// ended first, or the two names would become one.
+bool appendToDelta(std::string_view name) {
+    const FilePtr file = openFile(platform::paths::kResponseCacheDelta, "a+");
+    if (file == nullptr)
+        return false;
+    const int fd = fileno(file.get());
+    const std::string line = (lastByte(fd) == '\n' ? "" : "\n") + std::string(name) + '\n';
+    return write(fd, line.data(), line.size()) == static_cast<ssize_t>(line.size());
+}
+
+// SQLITE_CORRUPT when the file was read and is not as it should be.
+int checkCache(const Connection &connection) {
     Query check;
-    return check.prepare(connection, "PRAGMA quick_check(1);") == SQLITE_OK && check.step() == SQLITE_ROW &&
-           check.text(0) == "ok";
+    int code = check.prepare(connection, "PRAGMA quick_check(1);");
+    if (code == SQLITE_OK)
+        code = check.step();
+    if (code != SQLITE_ROW)
+        return code;
+    const bool isSound = check.text(0) == "ok";
+    code = check.step();
+    if (code != SQLITE_DONE && code != SQLITE_ROW)
+        return code;  // for example because there was no memory for the text
+    return isSound ? SQLITE_OK : SQLITE_CORRUPT;
 }
 
 bool isDamaged(int code) {
@@ -95,8 +118,8 @@ DbResult<> createTable(const Where &where) {
     if (auto opened = openForChange(connection, Connection::Access::Create, where); !opened)
         return opened;
     int code = connection.run(kCreate);
-    if (code == SQLITE_OK && !isSoundCache(connection))
-        code = SQLITE_CORRUPT;
+    if (code == SQLITE_OK)
+        code = checkCache(connection);
     if (code == SQLITE_OK)
         return {};
     if (!isDamaged(code))
@@ -112,13 +135,18 @@ bool isStored(const Query &stored, std::string_view answer) {
 
 DbResult<> createResponseCache(Where where) {
     auto created = createTable(where);
-    if (created || !isDamaged(codeOf(created)))
+    if (!isDamaged(codeOf(created)))
         return created;
-    // Its writers do not wait for the disk, so one that was killed can leave anything behind.
-    logWarn(where, "[%s:%d] %s is damaged and made anew\n", kResponseCache);
-    removeFile(kResponseCache);
+    // One of those who find it so makes it anew, and nobody deletes what that one has made. Its writers do not
+    // wait for the disk, so one that was killed can leave anything behind.
+    const ApiLock lock(kRemakingLock, where);
     created = createTable(where);
-    if (!created && isDamaged(codeOf(created)))
+    if (isDamaged(codeOf(created))) {
+        logWarn(where, "[%s:%d] %s is damaged and made anew\n", kResponseCache);
+        removeFile(kResponseCache);
+        created = createTable(where);
+    }
+    if (isDamaged(codeOf(created)))
         logError(where, kSqlError, sqlite3_errstr(codeOf(created)));
     return created;
 }
@@ -162,16 +190,18 @@ DbResult<std::optional<std::string>> readCachedAnswer(std::string_view name, Whe
         return dbFailure(code, false);
     }
     Query stored;
-    if (const int code = stored.prepare(connection, kSelect); code != SQLITE_OK) {
+    int code = stored.prepare(connection, kSelect);
+    if (code != SQLITE_OK) {
         logError(where, "[%s:%d] %s(): prepare failed: %s\n", where.function(), connection.message());
         return dbFailure(code);
     }
     stored.bind(1, name);
-    const int code = stored.step();
-    if (code == SQLITE_ROW)
-        return stored.isNull(0) ? std::nullopt : std::optional<std::string>(stored.text(0));
+    std::optional<std::string> answer;
+    for (code = stored.step(); code == SQLITE_ROW; code = stored.step())
+        if (!stored.isNull(0))
+            answer = stored.text(0);
     if (code == SQLITE_DONE)
-        return std::optional<std::string>();
+        return answer;
     logError(where, "[%s:%d] %s(): step rc=%d: %s\n", where.function(), code, connection.message());
     return dbFailure(code);
 }
@@ -239,13 +269,14 @@ int openLockFile(const std::string &file) {
     if (folder < 0)
         return -1;
     int fd = openat(folder, file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600);
-    const int error = errno;
-    close(folder);
-    errno = error;
+    int error = errno;
     if (fd == 0) {
         fd = fcntl(0, F_DUPFD_CLOEXEC, 1);
+        error = errno;
         close(0);
     }
+    close(folder);
+    errno = error;
     return fd;
 }
 
@@ -292,20 +323,24 @@ int acquireApiLock(std::string_view name, Where where) {
     }
     for (;;) {
         const int fd = openLockFile(file);
-        if (fd < 0) {
+        if (fd < 0 && errno != ENOENT) {
             logError(where, "[%s:%d] rest_db_lock_acquire: open(%s) failed: %s\n", shownName(path),
                      std::strerror(errno));
             return -1;
         }
-        if (retryFlock(fd, LOCK_EX) != 0) {
+        if (fd >= 0 && retryFlock(fd, LOCK_EX) != 0) {
             logError(where, "[%s:%d] rest_db_lock_acquire: flock(%s) failed: %s\n", shownName(path),
                      std::strerror(errno));
             close(fd);
             return -1;
         }
-        if (isCurrent(fd, path))
+        if (fd >= 0 && isCurrent(fd, path))
             return fd;
-        close(fd);  // somebody has cleared the folder in the meantime
+        if (fd >= 0)
+            close(fd);
+        // Somebody has cleared the folder in the meantime, or deleted it.
+        if (!ensureApiLockDir(where))
+            return -1;
     }
 }
 

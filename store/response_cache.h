@@ -8,8 +8,8 @@
 // link is followed to the files.
 //
 // A name is any string without control characters and not empty; it is bound, never part of a statement.
-// Whatever changes the table first appends the name and a line feed, in one piece, to
-// platform::paths::kResponseCacheDelta.
+// Writing first, and deleting afterwards, appends the name and a line feed, in one piece, to
+// platform::paths::kResponseCacheDelta; a line that was cut short there is ended before.
 #ifndef PAVO_STORE_RESPONSE_CACHE_H
 #define PAVO_STORE_RESPONSE_CACHE_H
 
@@ -27,7 +27,8 @@ namespace pavo {
 
 // --- answers
 
-// Makes the database with its table unless it is there. A file that is no sound database is replaced.
+// Makes the database with its table unless it is there. A file that is no sound database is replaced; one that
+// could not be read or is locked is not.
 DbResult<> createResponseCache(Where where = std::source_location::current());
 
 enum class CacheWrite { Written, Unchanged };

@@ -43,9 +43,10 @@ int restapi_db_operation(int operation, const char *api_name, const char *data) 
 }
 
 std::int32_t restapi_db_read(const char *api_name, char **out) {
+    if (out != nullptr)
+        *out = nullptr;
     if (api_name == nullptr || out == nullptr)
         return codeOf(ResultCode::InvalidArgument);
-    *out = nullptr;
     const auto answer = readCachedAnswer(api_name);
     if (!answer)
         return codeOf(ResultCode::Failed);

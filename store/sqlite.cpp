@@ -57,13 +57,17 @@ int Query::prepare(const Connection &connection, const char *sql) {
     sqlite3_stmt *statement = nullptr;
     const int code = sqlite3_prepare_v2(connection.handle(), sql, -1, &statement, nullptr);
     statement_.reset(statement);
+    bound_ = SQLITE_OK;
     return code;
 }
 
 void Query::bind(int index, std::string_view text) {
     // Without storage it would be a null and not an empty string.
     const char *const begin = text.data() != nullptr ? text.data() : "";
-    sqlite3_bind_text64(statement_.get(), index, begin, text.size(), SQLITE_STATIC, SQLITE_UTF8);
+    const int code =
+        sqlite3_bind_text64(statement_.get(), index, begin, text.size(), SQLITE_STATIC, SQLITE_UTF8);
+    if (bound_ == SQLITE_OK)
+        bound_ = code;
 }
 
 bool Query::isNull(int column) const {

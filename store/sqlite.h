@@ -64,16 +64,18 @@ class Query {
     int prepare(const Connection &connection, const char *sql);
     // `index` counts from 1.
     void bind(int index, std::string_view text);
-    // SQLITE_ROW, SQLITE_DONE or an error.
-    int step() { return sqlite3_step(statement_.get()); }
+    // SQLITE_ROW, SQLITE_DONE or an error, which may be that of a value that could not be bound: the statement
+    // is not run with a null in its place.
+    int step() { return bound_ == SQLITE_OK ? sqlite3_step(statement_.get()) : bound_; }
 
     // The current row. A column that the table, which is not ours to trust, does not have is null.
     bool isNull(int column) const;
-    // Empty for null. Valid until the next step.
+    // Empty for null, and when memory runs out, which the next step gives as its error. Valid until then.
     std::string_view text(int column) const;
 
   private:
     SqlitePtr<sqlite3_stmt> statement_;
+    int bound_ = SQLITE_OK;  // the first failure to bind
 };
 
 }  // namespace pavo

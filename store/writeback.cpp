@@ -100,19 +100,20 @@ TextPtr makeEnvelope(const Row &row, const char *data, const Where &where) {
     return text;
 }
 
-std::int32_t refresh(const Row &row, openapiClientHandle_t *client,
-                     std::source_location at = std::source_location::current()) {
+Refreshed refresh(const Row &row, openapiClientHandle_t *client,
+                  std::source_location at = std::source_location::current()) {
     const Where where(row.refresher, static_cast<int>(at.line()));
     if (!row.isLinked()) {
         logError(where, "[%s:%d] %s: %s not linked\n", row.refresher, row.producer);
-        return kRefused;
+        return {kRefused, false};
     }
     const ApiLock lock(row.lock, where);
     if (!lock.held())
-        return kRefused;
+        return {kRefused, false};
     const Produced produced =
         std::visit([&](auto produce) { return run(produce, row, client); }, row.produce);
     const bool stores = row.key == nullptr;  // by itself
+    bool stored = stores && produced.result == 0;
     if (produced.outOfMemory) {
         logError(where, "[%s:%d] %s: alloc failed\n", row.refresher);
     } else if (produced.result != 0 || (!stores && produced.data == nullptr)) {
@@ -121,10 +122,10 @@ std::int32_t refresh(const Row &row, openapiClientHandle_t *client,
     } else if (!stores) {
         const TextPtr answer = makeEnvelope(row, produced.data.get(), where);
         if (answer == nullptr)
-            return kRefused;
-        static_cast<void>(writeCachedAnswer(row.api, answer.get(), where));
+            return {kRefused, false};
+        stored = writeCachedAnswer(row.api, answer.get(), where).has_value();
     }
-    return produced.result;
+    return {produced.result, stored};
 }
 
 }  // namespace
@@ -139,10 +140,17 @@ std::span<const WriteBackRow> writeBackRows() {
 
 #define PAVO_ANSWER(api, lock, refresher, producer, failedProducer, key, buffer) \
     std::int32_t refresher(openapiClientHandle_t *client) {                      \
-        return refresh(kRows[k_##refresher], client);                            \
+        return refresh(kRows[k_##refresher], client).result;                     \
     }
 #include "store/writeback.def"
 #undef PAVO_ANSWER
+
+Refreshed writeBackAnswer(openapiClientHandle_t *client, const WriteBackRow &row, Where where) {
+    const Refreshed done = refresh(row, client);
+    if (done.result == 0)
+        signalWebServer(where);
+    return done;
+}
 
 std::int32_t rest_db_writeback(openapiClientHandle_t *handle, const char *api_name) {
     if (handle == nullptr || api_name == nullptr) {
@@ -154,10 +162,7 @@ std::int32_t rest_db_writeback(openapiClientHandle_t *handle, const char *api_na
         logError("[%s:%d] rest_db_writeback: unknown api_name '%s'\n", printable(api_name));
         return kRefused;
     }
-    const std::int32_t result = refresh(*row, handle);
-    if (result == 0)
-        signalWebServer();
-    return result;
+    return writeBackAnswer(handle, *row).result;
 }
 
 }  // namespace pavo

@@ -13,9 +13,11 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <source_location>
 #include <span>
 #include <variant>
 
+#include "common/where.h"
 #include "platform/open_client.h"
 
 namespace pavo {
@@ -46,6 +48,14 @@ struct WriteBackRow {
 
 // All answers, in the order in which they are searched.
 std::span<const WriteBackRow> writeBackRows();
+
+// What rest_db_writeback() does for one of them, for a caller who has to know whether the cache has the answer now.
+struct Refreshed {
+    std::int32_t result;  // of the refresher
+    bool stored;
+};
+Refreshed writeBackAnswer(openapiClientHandle_t *client, const WriteBackRow &row,
+                          Where where = std::source_location::current());
 
 // --- refreshers
 //
