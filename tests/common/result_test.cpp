@@ -13,33 +13,17 @@
 #include "common/log.h"
 #include "common/result.h"
 #include "platform/manual_clock.h"
+#include "tests/support/limited_memory.h"
 #include "tests/support/root.h"
 
 namespace {
 
 using namespace pavo;
+using test_support::LimitedMemory;
 using test_support::readFile;
 using test_support::writeText;
 
 constexpr const char *kFile = "/tmp/result_test.json";
-
-// Lets cJSON's allocations succeed `allowed` times.
-int allowed = 0;
-void *limitedMalloc(std::size_t size) {
-    return allowed-- > 0 ? std::malloc(size) : nullptr;
-}
-
-class LimitedMemory {
-  public:
-    explicit LimitedMemory(int allocations) {
-        allowed = allocations;
-        cJSON_Hooks hooks{limitedMalloc, std::free};
-        cJSON_InitHooks(&hooks);
-    }
-    LimitedMemory(const LimitedMemory &) = delete;
-    LimitedMemory &operator=(const LimitedMemory &) = delete;
-    ~LimitedMemory() { cJSON_InitHooks(nullptr); }
-};
 
 class ResultTest : public testing::Test {
   protected:

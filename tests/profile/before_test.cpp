@@ -28,7 +28,8 @@ class BeforeTest : public ApplyTest {
         enter(
             "vlan database; vlan 77,78; vlan name 77 \"the \\\"old\\\" one\"; vlan name 78 guests;"
             "set igmp maxresponse 77 7; set igmp fast-leave 77; set mld 77; exit; configure;"
-            "ip igmp snooping querier query-interval 60; ipv6 mld snooping; set igmp querier version 3;"
+            "mvrp periodic state machine; ip igmp snooping querier query-interval 60; ipv6 mld snooping;"
+            "set igmp querier version 3;"
             "set igmp querier timer expiry 90; classofservice trust dot1p; queue cos-map all 5 6;"
             "queue cos-queue strict all 6; class-map match-all CLASS_VIDEO; match ip dscp 40; exit;"
             "class-map match-all CLASS_MDNS; match dstl4port 5353; exit; spanning-tree mode rstp;"

@@ -6,6 +6,7 @@
 #include <sqlite3.h>
 
 #include <chrono>
+#include <filesystem>
 #include <string>
 #include <utility>
 
@@ -13,10 +14,13 @@
 
 namespace test_support {
 
+// The file and its folder are made when there are none.
 inline void runSql(const char *fixedPath, const std::string &statements) {
+    const std::filesystem::path path = platform::fsPath(fixedPath);
+    std::filesystem::create_directories(path.parent_path());
     sqlite3 *db = nullptr;
-    ASSERT_EQ(sqlite3_open(platform::fsPath(fixedPath).c_str(), &db), SQLITE_OK);
-    EXPECT_EQ(sqlite3_exec(db, statements.c_str(), nullptr, nullptr, nullptr), SQLITE_OK)
+    ASSERT_EQ(SQLITE_OK, sqlite3_open(path.c_str(), &db));
+    EXPECT_EQ(SQLITE_OK, sqlite3_exec(db, statements.c_str(), nullptr, nullptr, nullptr))
         << sqlite3_errmsg(db);
     sqlite3_close(db);
 }

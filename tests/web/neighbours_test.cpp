@@ -10,7 +10,7 @@
 #include "common/text.h"
 #include "store/producers.h"
 #include "store/response_cache.h"
-#include "tests/support/sql.h"
+#include "tests/support/sqlite.h"
 #include "tests/web/web_fixture.h"
 #include "web/neighbours_ops.h"
 
@@ -33,7 +33,7 @@ class NeighbourTest : public WebTest {
         std::string vendors = "CREATE TABLE oui (mac, vendor);";
         for (const auto &[prefix, vendor] : kVendors)
             vendors += "INSERT INTO oui VALUES ('" + prefix + "', '" + vendor + "');";
-        sql(platform::paths::kVendorDb, vendors);
+        runSql(platform::paths::kVendorDb, vendors);
         ASSERT_TRUE(createResponseCache());
     }
 
