@@ -1,6 +1,7 @@
 #include "common/json.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <new>
 #include <utility>
@@ -10,6 +11,14 @@
 
 namespace pavo {
 namespace {
+
+// Characters that stand for themselves in a JSON string.
+constexpr auto kIsPlain = [] {
+    std::array<bool, 256> plain{};
+    for (unsigned char c = ' '; c < 0x7f; ++c)
+        plain[c] = c != '"' && c != '\\';
+    return plain;
+}();
 
 std::string ownedText(char *printed) {
     const TextPtr text(printed);
@@ -71,9 +80,13 @@ bool addNumbers(cJSON *object, const char *key, std::span<const IfNum> numbers) 
     return array != nullptr;
 }
 
+bool isPlainInJson(std::string_view text) {
+    return std::ranges::all_of(text, [](char c) { return kIsPlain[static_cast<unsigned char>(c)]; });
+}
+
 void appendEscaped(std::string &out, std::string_view text) {
-    // Most strings have nothing to escape.
-    if (std::ranges::all_of(text, [](char c) { return c >= ' ' && c < 0x7f && c != '"' && c != '\\'; })) {
+    // Most strings are.
+    if (isPlainInJson(text)) {
         out += text;
         return;
     }

@@ -53,6 +53,8 @@ bool addItem(cJSON *object, const char *key, JsonPtr item);
 // An array of interface numbers under `key`.
 bool addNumbers(cJSON *object, const char *key, std::span<const IfNum> numbers);
 
+// Whether a string stands for itself between the quotes of a JSON string: ASCII without anything to escape.
+bool isPlainInJson(std::string_view text);
 // Appends a string as it stands between the quotes of a JSON string, by cJSON's rules. Any bytes may come:
 // what is no UTF-8 is replaced (validUtf8), a zero becomes \u0000. Throws std::bad_alloc when memory runs
 // out.

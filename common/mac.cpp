@@ -1,11 +1,25 @@
 #include "common/mac.h"
 
+#include <array>
+
 namespace pavo {
 namespace {
 
-constexpr std::size_t kTextSize = 17;
 constexpr std::size_t kDigits = 12;
 constexpr std::size_t kAddressBits = 48;
+// What tells a letter from the same one in capitals; digits have this bit, too.
+constexpr unsigned kSmall = 0x20;
+
+constexpr std::uint8_t kNoDigit = 0xff;
+constexpr auto kDigitOf = [] {
+    std::array<std::uint8_t, 256> values{};
+    values.fill(kNoDigit);
+    for (std::uint8_t i = 0; i < 10; ++i)
+        values['0' + i] = i;
+    for (std::uint8_t i = 10; i < 16; ++i)
+        values['a' + i - 10] = values['A' + i - 10] = i;
+    return values;
+}();
 
 }  // namespace
 
@@ -14,25 +28,18 @@ std::optional<Mac> Mac::parse(std::string_view text) {
         return std::nullopt;
     std::uint64_t address = 0;
     std::uint64_t capitals = 0;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const char c = text[i];
+    for (std::size_t i = 0; i < kTextSize; ++i) {
+        const auto c = static_cast<unsigned char>(text[i]);
         if (i % 3 == 2) {
             if (c != ':')
                 return std::nullopt;
             continue;
         }
-        const bool capital = c >= 'A' && c <= 'F';
-        int digit = 0;
-        if (c >= '0' && c <= '9')
-            digit = c - '0';
-        else if (capital)
-            digit = c - 'A' + 10;
-        else if (c >= 'a' && c <= 'f')
-            digit = c - 'a' + 10;
-        else
+        const std::uint8_t digit = kDigitOf[c];
+        if (digit == kNoDigit)
             return std::nullopt;
-        address = address << 4 | static_cast<std::uint64_t>(digit);
-        capitals = capitals << 1 | (capital ? 1 : 0);
+        address = address << 4 | digit;
+        capitals = capitals << 1 | ((c & kSmall) == 0 ? 1 : 0);
     }
     Mac mac;
     mac.bits_ = capitals << kAddressBits | address;
@@ -40,14 +47,19 @@ std::optional<Mac> Mac::parse(std::string_view text) {
 }
 
 std::string Mac::text() const {
-    std::string out(kTextSize, ':');
-    for (std::size_t digit = 0; digit < kDigits; ++digit) {
-        const auto value = static_cast<int>(bits_ >> (kAddressBits - 4 * (digit + 1)) & 0xf);
-        const bool capital = (bits_ >> (kAddressBits + kDigits - 1 - digit) & 1) != 0;
-        const int letter = (capital ? 'A' : 'a') + value - 10;
-        out[digit + digit / 2] = static_cast<char>(value < 10 ? '0' + value : letter);
-    }
+    std::string out(kTextSize, '\0');
+    writeText(out.data());
     return out;
+}
+
+void Mac::writeText(char *out) const {
+    for (std::size_t digit = 0; digit < kDigits; ++digit) {
+        const char c = "0123456789abcdef"[bits_ >> (kAddressBits - 4 * (digit + 1)) & 0xf];
+        const bool capital = (bits_ >> (kAddressBits + kDigits - 1 - digit) & 1) != 0;
+        if (digit > 0 && digit % 2 == 0)
+            *out++ = ':';
+        *out++ = static_cast<char>(capital ? c & ~kSmall : c);
+    }
 }
 
 }  // namespace pavo

@@ -20,8 +20,10 @@ class Mac {
     // Six two-digit hexadecimal groups joined by colons; nothing for any other text.
     static std::optional<Mac> parse(std::string_view text);
 
-    // 17 characters, spelled as they were read.
+    // 17 characters, spelled as they were read; the second form has room for them, and terminates nothing.
+    static constexpr std::size_t kTextSize = 17;
     std::string text() const;
+    void writeText(char *out) const;
 
     // The address in the low 48 bits, first group highest.
     std::uint64_t bits() const { return bits_ & kAddress; }

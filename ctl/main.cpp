@@ -1,5 +1,6 @@
 // pavoctl: the management operations on the command line.
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <exception>
@@ -251,8 +252,12 @@ int run(int argc, char **argv) {
 int main(int argc, char **argv) try {
     // What goes wrong inside is in the log file beside the daemon's lines.
     pavo::devmgrLogOpen(pavo::LOG_SINK_FILE, pavo::LOG_FACILITY_USER, "pavoctl");
-    const int status = pavo::ctl::run(argc, argv);
+    int status = pavo::ctl::run(argc, argv);
     pavo::devmgrLogClose();
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+        std::fputs("pavoctl: the output cannot be written\n", stderr);
+        status = std::max(status, pavo::ctl::kExitFailed);
+    }
     return status;
 } catch (const std::exception &e) {
     std::fprintf(stderr, "pavoctl: %s\n", e.what());

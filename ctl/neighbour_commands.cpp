@@ -1,5 +1,8 @@
 #include "ctl/neighbour_commands.h"
 
+#include <poll.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -100,11 +103,15 @@ void printChangeJson(const NeighbourChange &change) {
     std::puts((line + "}").c_str());
 }
 
-[[noreturn]] void follow(Switch sw, const Output &output, std::vector<SeenNeighbour> seen,
-                         std::uint32_t seconds) {
+// Pipes and terminals tell so before anything is written to them.
+bool isOutputClosed() {
+    pollfd out{STDOUT_FILENO, 0, 0};
+    return poll(&out, 1, 0) > 0;
+}
+
+void follow(Switch sw, const Output &output, std::vector<SeenNeighbour> seen, std::uint32_t seconds) {
     bool readable = true;
-    for (;;) {
-        std::fflush(stdout);
+    while (!isOutputClosed() && std::fflush(stdout) == 0) {
         platform::sleepFor(std::chrono::seconds(seconds));
         auto now = readSeen(sw);
         if (!now) {

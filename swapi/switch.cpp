@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <condition_variable>
-#include <cstring>
 #include <mutex>
 #include <set>
 #include <utility>
@@ -227,22 +226,23 @@ OpenResult<> Switch::setLagStatic(IfNum lag, bool isStatic) const {
 // --- what the switch has learned
 
 OpenResult<FdbEntry> Switch::FdbStep::operator()() {
+    auto &[room, vlan] = last_;
     for (;;) {
-        open_buffdesc text{static_cast<std::uint32_t>(mac_.size()), mac_.data()};
+        open_buffdesc buffer{static_cast<std::uint32_t>(room.size()), room.data()};
         std::uint32_t ifNum = 0;
         std::uint32_t entryType = 0;
-        const auto before = mac_;
         if (const open_error_t code =
-                rpcclt_openapiFdbEntryNextGet(client_, &text, &vlan_, &ifNum, &entryType);
+                rpcclt_openapiFdbEntryNextGet(client_, &buffer, &vlan, &ifNum, &entryType);
             code != OPEN_E_NONE)
             return std::unexpected(static_cast<OpenError>(code));
-        mac_.back() = '\0';
-        if (vlan_ == lastVlan_ && std::strcmp(before.data(), mac_.data()) == 0)
+        room.back() = '\0';
+        const std::string_view text = room.data();
+        std::fill(room.data() + text.size(), room.data() + room.size(), '\0');
+        if (circle_.comesRound(last_))
             return std::unexpected(OpenError::Failed);
-        lastVlan_ = vlan_;
-        if (const auto mac = Mac::parse(mac_.data()))
-            return FdbEntry{*mac, VlanId::from(vlan_), IfNum(ifNum), entryType == OPEN_FDB_ADDR_LEARNED};
-        logDebug(where_, "[%s:%d] '%s' in the forwarding table is no MAC address\n", printable(mac_.data()));
+        if (const auto mac = Mac::parse(text))
+            return FdbEntry{*mac, VlanId::from(vlan), IfNum(ifNum), entryType == OPEN_FDB_ADDR_LEARNED};
+        logDebug(where_, "[%s:%d] '%s' in the forwarding table is no MAC address\n", printable(text));
     }
 }
 
@@ -259,7 +259,7 @@ OpenResult<NeighbourKey> Switch::NeighbourStep::operator()() {
     NeighbourKey next = last;
     const open_error_t code = rpcclt_openapiLldpIntfRemoteDeviceNextGet(client, next.port.number(),
                                                                         &next.remIndex, &next.timeStamp);
-    if (code == OPEN_E_NONE && next == last)
+    if (code == OPEN_E_NONE && circle.comesRound({next.remIndex, next.timeStamp}))
         return std::unexpected(OpenError::Failed);
     last = next;
     return openResult(code, next);

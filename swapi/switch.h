@@ -20,6 +20,7 @@
 #include <source_location>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "common/if_num.h"
@@ -410,12 +411,14 @@ class Switch {
     struct NeighbourStep {
         openapiClientHandle_t *client;
         NeighbourKey last;
+        CircleWatch<std::pair<std::uint32_t, std::uint32_t>> circle{};
         OpenResult<NeighbourKey> operator()();
     };
     struct ArpStep {
         openapiClientHandle_t *client;
         std::uint32_t vlan = 0;
         std::uint32_t ip = 0;
+        CircleWatch<std::pair<std::uint32_t, std::uint32_t>> circle{};
         OpenResult<ArpEntry> operator()();
     };
     struct VlanStep {
@@ -431,9 +434,8 @@ class Switch {
       private:
         openapiClientHandle_t *client_;
         Where where_;
-        std::array<char, 100> mac_{};
-        std::uint32_t vlan_ = 0;
-        std::uint32_t lastVlan_ = 0;
+        std::pair<std::array<char, 100>, std::uint32_t> last_{};  // address, zeros after it, and VLAN
+        CircleWatch<decltype(last_)> circle_{};
     };
 
     openapiClientHandle_t *client_;

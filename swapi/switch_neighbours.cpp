@@ -24,11 +24,10 @@ void cutAtTerminator(std::string &text) {
 OpenResult<ArpEntry> Switch::ArpStep::operator()() {
     std::array<char, kMacSize> mac{};
     open_buffdesc text{static_cast<std::uint32_t>(mac.size()), mac.data()};
-    const auto before = std::pair(vlan, ip);
     if (const open_error_t code = rpcclt_openapiArpEntryNextGet(client, &vlan, &ip, &text);
         code != OPEN_E_NONE)
         return std::unexpected(static_cast<OpenError>(code));
-    if (before == std::pair(vlan, ip))
+    if (circle.comesRound({vlan, ip}))
         return std::unexpected(OpenError::Failed);
     return ArpEntry{vlan, Ipv4::fromNumber(ip), std::string(mac.data(), strnlen(mac.data(), mac.size()))};
 }

@@ -3,9 +3,9 @@
 //
 //     for (const IfNum port : sw.ports()) ...
 //
-// A walk ends with its table, when a call fails, or when the switch does not advance: no caller hangs on an
-// answer. Whoever has to know which of these it was keeps the walk and asks brokenBy() afterwards. A walk is
-// for one loop.
+// A walk ends with its table, when a call fails, or when the switch does not advance or goes in circles: no
+// caller hangs on an answer. Whoever has to know which of these it was keeps the walk and asks brokenBy()
+// afterwards. A walk is for one loop.
 #ifndef PAVO_SWAPI_WALK_H
 #define PAVO_SWAPI_WALK_H
 
@@ -18,6 +18,30 @@
 #include "swapi/open_result.h"
 
 namespace pavo {
+
+// Finds out that a walk goes in circles, for tables whose keys come in an order of the switch's own. Each key
+// is compared with one of those before it, at first the one that the walk starts with, Key{}. That one is
+// replaced after 1, 2, 4, 8 and so on steps: sooner or later it is part of the circle, and is not replaced
+// before the walk comes round to it again.
+template <class Key>
+class CircleWatch {
+  public:
+    bool comesRound(const Key &key) {
+        if (key == mark_)
+            return true;
+        if (++steps_ == limit_) {
+            mark_ = key;
+            steps_ = 0;
+            limit_ *= 2;
+        }
+        return false;
+    }
+
+  private:
+    Key mark_{};
+    std::size_t steps_ = 0;
+    std::size_t limit_ = 1;
+};
 
 // `Step` is called for the next entry and remembers where it is; it answers NotFound at the end of the table.
 template <class Step>

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <iterator>
 #include <type_traits>
 #include <utility>
 
@@ -13,14 +14,39 @@ namespace {
 
 // For the strings of neighbours when the switch does not say what they need.
 constexpr std::uint32_t kTextSizeDefault = 256;
-// Width of a MAC address in a table, without its terminating zero.
-constexpr std::size_t kMacWidth = 17;
 constexpr std::size_t kNumberSize = 10;
 
-void appendNumber(std::string &out, std::uint32_t number) {
-    char digits[kNumberSize];
-    out.append(digits, std::to_chars(digits, digits + sizeof digits, number).ptr);
-}
+// A row as it is printed, in place: it consists of many short strings.
+class RowWriter {
+  public:
+    void add(std::string_view text) {
+        if (text.size() > static_cast<std::size_t>(std::end(text_) - end_))
+            isTooLong_ = true;
+        else
+            end_ = std::ranges::copy(text, end_).out;
+    }
+    void add(std::string_view key, std::uint32_t number) {
+        char digits[kNumberSize];
+        add(key);
+        add({digits, std::to_chars(digits, digits + sizeof digits, number).ptr});
+    }
+    void add(std::string_view key, std::string_view value) {
+        add(key);
+        if (isPlainInJson(value))
+            return add(value);
+        std::string escaped;
+        appendEscaped(escaped, value);
+        add(escaped);
+    }
+
+    bool isTooLong() const { return isTooLong_; }
+    std::string_view text() const { return {text_, end_}; }
+
+  private:
+    char text_[kNeighbourRowMax];
+    char *end_ = text_;
+    bool isTooLong_ = false;
+};
 
 std::string inSmallLetters(std::string_view text) {
     std::string out(text);
@@ -148,31 +174,14 @@ std::string_view LldpDevice::macText() const {
     return portId.subtype == NeighbourId::kPortMac ? std::string_view(portId.text) : "";
 }
 
-template <class Value>
-void NeighbourJoin::ByMac<Value>::put(std::string_view mac, Value value) {
-    mac = mac.substr(0, kMacWidth);
-    if (const auto address = Mac::parse(mac))
-        addresses_[address->bits()] = value;
-    else
-        others_[inSmallLetters(mac)] = value;
-}
-
-template <class Value>
-const Value *NeighbourJoin::ByMac<Value>::find(Mac mac) const {
-    const auto found = addresses_.find(mac.bits());
-    return found != addresses_.end() ? &found->second : nullptr;
-}
-
-template <class Value>
-const Value *NeighbourJoin::ByMac<Value>::find(std::string_view mac) const {
-    if (const auto address = Mac::parse(mac))
-        return find(*address);
-    const auto found = others_.find(inSmallLetters(mac));
-    return found != others_.end() ? &found->second : nullptr;
+NeighbourJoin::Known &NeighbourJoin::known(std::string_view mac) {
+    mac = mac.substr(0, Mac::kTextSize);
+    const auto address = Mac::parse(mac);
+    return address ? addresses_[address->bits()] : others_[inSmallLetters(mac)];
 }
 
 void NeighbourJoin::addArp(std::string_view mac, Ipv4 ip) {
-    arp_.put(mac, ip);
+    known(mac).ip = ip;
     ++arpCount_;
 }
 
@@ -188,8 +197,8 @@ const NeighbourPort *NeighbourJoin::port(IfNum ifNum) const {
     return known ? &*known : nullptr;
 }
 
-std::string_view NeighbourJoin::textOf(const Ipv4 *ip) {
-    ipText_ = ip != nullptr ? ip->text() : "";
+std::string_view NeighbourJoin::ipOf(const Known &known) {
+    ipText_ = known.ip ? known.ip->text() : "";
     return ipText_;
 }
 
@@ -204,14 +213,16 @@ std::string_view NeighbourJoin::vendorOf(std::string_view mac) {
 Neighbour NeighbourJoin::lineOf(IfNum ifNum, const LldpDevice &device) {
     const std::string_view mac = device.macText();
     ++deviceCount_;
-    if (!mac.empty())
-        devices_.put(mac, {});
     Neighbour line{ifNum, port(ifNum)};
     line.vlan = line.port->pvid;
     line.hostName = device.systemName.empty() ? vendorOf(mac) : device.systemName;
     line.ip = device.managementAddress;
-    if (line.ip.empty() && !mac.empty())
-        line.ip = textOf(arp_.find(mac));
+    if (!mac.empty()) {
+        Known &own = known(mac);
+        own.isDevice = true;
+        if (line.ip.empty() && mac.size() <= Mac::kTextSize)
+            line.ip = ipOf(own);
+    }
     line.mac = mac;
     line.remotePortId = device.portId.text;
     return line;
@@ -219,55 +230,47 @@ Neighbour NeighbourJoin::lineOf(IfNum ifNum, const LldpDevice &device) {
 
 std::optional<Neighbour> NeighbourJoin::lineOf(const ForwardingEntry &entry) {
     const NeighbourPort *const found = port(entry.interface);
-    if (!entry.learned || found == nullptr || found->mode == SwitchportMode::Trunk ||
-        devices_.find(entry.mac) != nullptr)
+    if (!entry.learned || found == nullptr || found->mode == SwitchportMode::Trunk)
         return std::nullopt;
-    macText_ = entry.mac.text();
+    const auto own = addresses_.find(entry.mac.bits());
+    if (own != addresses_.end() && own->second.isDevice)
+        return std::nullopt;
+    entry.mac.writeText(macText_);
     Neighbour line{entry.interface, found, NeighbourSource::ForwardingTable, entry.vlan};
-    line.hostName = vendorOf(macText_);
-    line.ip = textOf(arp_.find(entry.mac));
-    line.mac = macText_;
+    line.mac = {macText_, sizeof macText_};
+    line.hostName = vendorOf(line.mac);
+    if (own != addresses_.end())
+        line.ip = ipOf(own->second);
     return line;
 }
 
 std::string portText(const UnitSlotPort &place) {
-    std::string text;
-    if (place.slot != 0) {
-        appendNumber(text, place.slot);
-        text += '/';
-    }
-    appendNumber(text, place.port);
-    return text;
+    return (place.slot != 0 ? std::to_string(place.slot) + "/" : "") + std::to_string(place.port);
 }
 
 bool printNeighbourRow(const Neighbour &neighbour, std::string &row) {
     const UnitSlotPort &place = neighbour.port->place;
     const bool isDevice = neighbour.source == NeighbourSource::Lldp;
-    const auto number = [&](std::string_view key, std::uint32_t value) {
-        row += key;
-        appendNumber(row, value);
-    };
-    const auto string = [&](std::string_view key, std::string_view value) {
-        row += key;
-        appendEscaped(row, value);
-    };
-    row = "{\"port\":\"";
-    row += portText(place);
-    number("\",\"portNum\":", place.port);
-    string(",\"portName\":\"", neighbour.port->name);
-    number("\",\"unit\":", place.unit);
+    RowWriter out;
+    out.add("{\"port\":\"");
+    out.add(portText(place));
+    out.add("\",\"portNum\":", place.port);
+    out.add(",\"portName\":\"", neighbour.port->name);
+    out.add("\",\"unit\":", place.unit);
     if (isDevice) {
-        number(",\"vlanId\":", neighbour.vlan);
-        string(",\"hostName\":\"", neighbour.hostName);
+        out.add(",\"vlanId\":", neighbour.vlan);
+        out.add(",\"hostName\":\"", neighbour.hostName);
+        out.add("\"");
     } else {
-        string(",\"hostName\":\"", neighbour.hostName);
-        number("\",\"vlanId\":", neighbour.vlan);
+        out.add(",\"hostName\":\"", neighbour.hostName);
+        out.add("\",\"vlanId\":", neighbour.vlan);
     }
-    string(isDevice ? "\",\"hostIpAddress\":\"" : ",\"hostIpAddress\":\"", neighbour.ip);
-    string("\",\"hostMacAddress\":\"", neighbour.mac);
-    string("\",\"remotePortId\":\"", neighbour.remotePortId);
-    row += isDevice ? "\",\"source\":\"lldp\"}" : "\",\"source\":\"arp\"}";
-    return row.size() <= kNeighbourRowMax;
+    out.add(",\"hostIpAddress\":\"", neighbour.ip);
+    out.add("\",\"hostMacAddress\":\"", neighbour.mac);
+    out.add("\",\"remotePortId\":\"", neighbour.remotePortId);
+    out.add(isDevice ? "\",\"source\":\"lldp\"}" : "\",\"source\":\"arp\"}");
+    row = out.text();
+    return !out.isTooLong();
 }
 
 Result<> readNeighbours(Switch sw, const VendorTable &vendors, const Visit &visit, NeighbourTiming &timing,

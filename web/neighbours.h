@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory_resource>
 #include <optional>
 #include <source_location>
 #include <string>
@@ -98,30 +99,26 @@ class NeighbourJoin {
     std::size_t deviceCount() const { return deviceCount_; }
 
   private:
-    // What is known by MAC address, capitals or not. Anything may be announced for one.
-    template <class Value>
-    class ByMac {
-      public:
-        // The last value for an address counts; of longer strings, 17 characters do.
-        void put(std::string_view mac, Value value);
-        const Value *find(std::string_view mac) const;
-        const Value *find(Mac mac) const;
-
-      private:
-        std::unordered_map<std::uint64_t, Value> addresses_;
-        std::unordered_map<std::string, Value> others_;  // strings that are no addresses, in small letters
+    // What the tables say about a MAC address.
+    struct Known {
+        std::optional<Ipv4> ip{};  // the last one in the ARP table
+        bool isDevice = false;     // heard by LLDP
     };
-    struct Heard {};
+    // Of longer strings, 17 characters count.
+    Known &known(std::string_view mac);
 
     // Valid until the next call.
-    std::string_view textOf(const Ipv4 *ip);
+    std::string_view ipOf(const Known &known);
     std::string_view vendorOf(std::string_view mac);
 
     const VendorTable &vendors_;
     std::vector<std::optional<NeighbourPort>> ports_;
-    ByMac<Ipv4> arp_;
-    ByMac<Heard> devices_;
-    std::string ipText_, macText_;
+    std::pmr::monotonic_buffer_resource memory_;  // of thousands of addresses, which all go at once
+    std::pmr::unordered_map<std::uint64_t, Known> addresses_{&memory_};
+    // Anything may be announced for an address: strings that are none, in small letters.
+    std::unordered_map<std::string, Known> others_;
+    std::string ipText_;
+    char macText_[Mac::kTextSize] = {};
     std::string lastPrefix_;  // of the last vendor looked up: tables come in the order of addresses
     std::string_view lastVendor_;
     std::size_t arpCount_ = 0;

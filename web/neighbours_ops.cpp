@@ -16,7 +16,8 @@ namespace {
 
 // What surrounds the rows of a page.
 constexpr std::size_t kPageFrame = 384;
-constexpr std::size_t kPageStart = 16384;  // bytes; doubled as often as needed
+constexpr std::size_t kPageStart = 16384;  // bytes
+constexpr std::size_t kPageGrowth = 4;     // times; memory that nobody has written to costs nothing
 
 constexpr const char *kChunksKey = "neighbor_ex";
 
@@ -95,7 +96,7 @@ class Page : public RowSink {
 
     void append(std::string_view text) {
         if (length_ + text.size() + 1 > room_)
-            grow(std::max({kPageStart, 2 * room_, length_ + text.size() + 1}));
+            grow(std::max({kPageStart, kPageGrowth * room_, length_ + text.size() + 1}));
         length_ += text.copy(text_.get() + length_, text.size());
     }
     void grow(std::size_t room) {

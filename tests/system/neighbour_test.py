@@ -1,11 +1,15 @@
 #!/usr/bin/env python3
 """The neighbour list of whole processes: pavoctl, cache and switch. PAVO_BUILD names the build folder."""
 
+import itertools
 import json
 import os
 import signal
+import socketserver
+import struct
 import subprocess
 import sys
+import threading
 import unittest
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))), "support"))
@@ -83,6 +87,67 @@ class NeighbourTest(RigTest):
             finally:
                 follower.send_signal(signal.SIGINT)
                 self.assertEqual(-signal.SIGINT, follower.wait(LIMIT))
+
+    def test_follower_whose_reader_has_gone(self):
+        command = [self.rig.program("pavoctl"), "neighbours", "--follow", "--interval", "1"]
+        with subprocess.Popen(command, env=self.rig.env, stdout=subprocess.PIPE) as follower:
+            follower.stdout.readline()
+            follower.stdout.close()
+            self.assertEqual(0, follower.wait(LIMIT))
+        with open("/dev/full", "wb") as full:
+            for words in (command, command[:2]):
+                self.assertEqual(1, subprocess.run(words, env=self.rig.env, stdout=full, timeout=LIMIT,
+                                                   check=False).returncode)
+
+    def test_tables_that_go_in_circles_end(self):
+        self.rig.stop("vswitchd")
+        mac = "02:00:00:00:00:0"
+        circles = {"ArpEntryNextGet": [(0, 1, ip, mac + str(ip)) for ip in (1, 2)],
+                   "FdbEntryNextGet": [(0, mac + "1", 1, 1, 1), (0, "?", 1, 1, 1), (0, mac + "1", 2, 1, 1)],
+                   "IntfRemoteDeviceNextGet": [(0, 1, 7), (0, 2, 5)]}
+        for call, entries in circles.items():
+            with BrokenSwitch(self.rig.path("tmp/vswitchd.sock"), call, entries):
+                done = subprocess.run([self.rig.program("pavoctl"), "neighbours"], env=self.rig.env, timeout=LIMIT,
+                                      capture_output=True, check=False)
+            self.assertEqual(1, done.returncode, call)
+
+
+# A port with link.
+PORT = {"ConnectivityCheck": (0,), "IfFirstGet": (0, 1), "SwPortModeGet": (0, 1), "UnitSlotPortGet": (0, 1, 0, 1),
+        "IfNameGet": (0, "0/1"), "IfPvidGet": (0, 1), "IfLinkStateGet": (0, 0)}
+NOT_FOUND = (-4,)
+
+
+class BrokenSwitch(socketserver.ThreadingUnixStreamServer):
+    """Answers one call with the entries of a table, round and round."""
+
+    daemon_threads = True
+
+    def __init__(self, path, call, entries):
+        if os.path.exists(path):
+            os.unlink(path)
+        super().__init__(path, BrokenReplies)
+        self.call, self.circle = call, itertools.cycle(entries)
+        threading.Thread(target=self.serve_forever, daemon=True).start()
+
+    def __exit__(self, *what):
+        self.shutdown()
+        super().__exit__(*what)
+
+
+class BrokenReplies(socketserver.StreamRequestHandler):
+    """One connection."""
+
+    def handle(self):
+        while len(head := self.rfile.read(4)) == 4:
+            request = self.rfile.read(struct.unpack(">I", head)[0]).decode("latin-1")
+            known = [reply for name, reply in PORT.items() if name in request]
+            reply = next(self.server.circle) if self.server.call in request else (known or [NOT_FOUND])[0]
+            packed = bytes([0x90 | len(reply)]) + b"".join(
+                bytes([0xa0 | len(item)]) + item.encode() if isinstance(item, str) else struct.pack("b", item)
+                for item in reply)
+            self.wfile.write(struct.pack(">I", len(packed)) + packed)
+
 
 
 if __name__ == "__main__":
