@@ -453,7 +453,8 @@ TEST_F(MulticastTest, DenyList) {
 TEST_F(MulticastTest, WhatCannotBeDeniedChangesNothing) {
     ASSERT_EQ(0, deny(R"("224.0.0.0")"));
     const auto before = configuration();
-    for (const char *address : {"224", "224.", "224.0.0.", "1.2.3.4", "239.12.1.5", "239.255.255.250/8"})
+    for (const char *address :
+         {"224", "224.", "224.0.0.", "1.2.3.4", "239.12.1.5", "239.255.255.250/8", "10.0.0.0/8"})
         EXPECT_TRUE(denyListScript(std::vector<std::string>{address})) << address;
     for (const char *bad : {R"("")",
                             R"(".")",
@@ -463,7 +464,6 @@ TEST_F(MulticastTest, WhatCannotBeDeniedChangesNothing) {
                             R"("256.0.0.0")",
                             R"("224.00.0.0")",
                             R"("1.2.3.4.5")",
-                            R"("10.0.0.0/8")",
                             R"("-1.0.0.0")",
                             R"("0x1.0.0.0")",
                             R"(" 224.0.0.0")",
@@ -509,6 +509,45 @@ TEST_F(MulticastTest, AFailedChangeBringsTheRulesBack) {
     EXPECT_EQ(R"(["225.0.0.0/8","226.0.0.0/8"])", denied());
     sweep([&] { return deny(""); }, kRules, 9);
     sweep([&] { return denied().empty() ? result : 0; }, kRules, 1);
+}
+
+TEST_F(MulticastTest, RulesAreNotLostWhenNobodyIsLeftToBringThemBack) {
+    const std::string rules =
+        "ip access-list NET-BLOCK\npermit ip 10.0.0.1 0.0.0.0 any\ndeny ip any 239.0.0.0 0.255.255.255\n"
+        "permit ip any any\nexit\n";
+    const auto lose = [&](std::uint64_t deleted) {
+        device->with([&](vswitch::Server &server) {
+            server.cli().runScript("configure\nno ip access-list NET-BLOCK\n" + rules);
+        });
+        failCall("rpcclt_openapiAclRuleDeleteLast", deleted + 1, false);
+        failCall("rpcclt_openapiTxtCfgApply", 1, false);
+        EXPECT_EQ(kFailed, deny(R"("225.0.0.0")"));
+        clearFaults();
+        EXPECT_EQ(3 - deleted, occurrences(configuration(), " ip "));
+    };
+    const std::function<std::int32_t()> next[] = {[&] { return denied().empty() ? result : 0; },
+                                                  [&] { return setModes(R"("lagPort":[])"); },
+                                                  [&] { return codeOf(restoreDenyList(&client)); }};
+    for (std::uint64_t deleted = 1; deleted <= 3; ++deleted) {
+        lose(deleted);
+        failCall("rpcclt_openapiTxtCfgApply");
+        EXPECT_EQ(kFailed, next[0]()) << "unknown is not empty";
+        EXPECT_EQ(0, next[deleted - 1]());
+        EXPECT_NE(std::string::npos, configuration().find(rules)) << deleted;
+    }
+    // What an operator has done since stays, and so does a later change.
+    lose(2);
+    commands("configure; ip access-list NET-BLOCK; deny ip any any; exit");
+    const auto edited = configuration();
+    EXPECT_EQ(R"([])", denied());
+    EXPECT_EQ(edited, configuration());
+    lose(2);
+    EXPECT_EQ(0, deny(R"("225.0.0.0")"));
+    EXPECT_EQ(R"(["225.0.0.0/8"])", denied());
+    lose(2);
+    commands("configure; no ip access-list NET-BLOCK");
+    EXPECT_EQ("[]", denied());
+    EXPECT_EQ(std::string::npos, configuration().find("NET-BLOCK"));
 }
 
 TEST_F(MulticastTest, RulesAreClearedFromTheLastOn) {
