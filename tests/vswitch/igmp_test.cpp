@@ -341,22 +341,32 @@ TEST_F(IgmpTest, DeniedGroupsAreNotHeard) {
     EXPECT_EQ("224.1.1.1: 0/1 10.0.0.1; 239.1.1.1: 0/2 10.0.0.2, 0/3 10.0.0.3", groups());
 }
 
-TEST_F(IgmpTest, TablesHaveAnEnd) {
-    restart({.igmpGroupsMax = 3, .igmpSubscribersMax = 4});
+TEST_F(IgmpTest, TablesHaveAnEndAndOneInterfaceGetsHalf) {
+    restart({.igmpGroupsMax = 4, .igmpSubscribersMax = 8});
     for (unsigned n = 0; n < 5; ++n)
         join(1, 1, kGroup + n);
-    EXPECT_EQ(3u, model.igmpGroups().size());
-    join(1, 2);
-    join(1, 3);
-    EXPECT_EQ(2u, model.igmpGroups().at({10, kGroup}).size());
-    EXPECT_EQ(3u, model.igmpRefused());
+    EXPECT_EQ("239.1.1.1: 0/1 10.0.0.1; 239.1.1.2: 0/1 10.0.0.1", groups());
+    for (unsigned n = 10; n < 13; ++n)
+        join(2, 9, kGroup + n);
+    join(3, 5, kGroup + 20);
+    EXPECT_EQ(4u, model.igmpGroups().size());
+    for (unsigned host = 2; host < 5; ++host)
+        join(1, host);
+    for (unsigned host = 5; host < 8; ++host)
+        join(3, host);
+    EXPECT_EQ(5u, model.igmpGroups().at({10, kGroup}).size()) << "three of the first, two of the last";
+    EXPECT_EQ(3u + 1 + 1 + 1 + 1, model.igmpRefused());
     pass(250s);
     join(1, 2);
     pass(10s);
     EXPECT_EQ("239.1.1.1: 0/1 10.0.0.2", groups());
     for (unsigned n = 0; n < 5; ++n)
         join(1, 9, kGroup + n);
-    EXPECT_EQ(3u, model.igmpGroups().size()) << "room is given back";
+    EXPECT_EQ(2u, model.igmpGroups().size()) << "room is given back";
+    join(2, 9);
+    join(2, 9, kGroup + 1);
+    join(2, 9, kGroup + 2);
+    EXPECT_EQ(2u, model.igmpGroups().size()) << "groups that others had first count, too";
 }
 
 TEST_F(IgmpTest, WhatTheDataPlaneIsTold) {
