@@ -350,7 +350,7 @@ TEST_F(LiveTest, WhatEntersAVlan) {
                   return row.first.starts_with("table=5,") && row.first.ends_with("reg1=3") &&
                          row.second.starts_with("learn(");
               }));
-    EXPECT_EQ("controller:64,resubmit(,10),resubmit(,20)", rows.at("table=5,priority=0"));
+    EXPECT_EQ("clone(resubmit(,6)),resubmit(,10),resubmit(,20)", rows.at("table=5,priority=0"));
 }
 
 TEST_F(LiveTest, GroupsGoToThoseThatWantThem) {
@@ -373,7 +373,9 @@ TEST_F(LiveTest, GroupsGoToThoseThatWantThem) {
     EXPECT_EQ("output:3,strip_vlan,output:1,bundle(symmetric_l4,0,hrw,ofport,members:5,6)",
               rows.at("table=20,priority=180,reg0=0" + group));
     EXPECT_EQ("output:3,strip_vlan,output:1", rows.at("table=20,priority=182,reg0=0,reg1=9" + group));
-    EXPECT_EQ("controller:65535", rows.at("table=20,priority=400,reg0=0,reg3=0,dl_vlan=10,ip,nw_proto=2"));
+    EXPECT_EQ("resubmit(,21)", rows.at("table=20,priority=400,reg0=0,reg3=0,dl_vlan=10,ip,nw_proto=2"));
+    EXPECT_EQ("meter:18,controller:65535", rows.at("table=21,reg1=9"));
+    EXPECT_EQ("meter:3,controller:64", rows.at("table=6,reg1=1"));
     EXPECT_EQ(rows.at("table=20,priority=100,reg0=0,dl_vlan=10"),
               rows.at("table=20,priority=170,reg0=0" + in + "224.0.0.0/24"));
     const auto unknown = "table=20,priority=160,reg0=0" + in + "224.0.0.0/4";
@@ -703,7 +705,7 @@ TEST(ServerTest, PushesChangesAndTakesWhatIsOfNow) {
     server.model().setParticipation(1, 20, OPEN_VLAN_PARTICIPATION_MODE_INCLUDE);
     server.model().igmpConfigured();
     wire.view.emplace().igmp = {{IgmpKind::Report, 20, 1, 2, mac(1), 0x0a000001, 0xef010203, {}}};
-    pushes();
+    server.exchangeWithDataPlane();
     EXPECT_EQ(std::vector<IfNum>{1}, wire.pushed.back().multicast.at(20).groups.at(0xef010203));
     ASSERT_EQ(1u, wire.queries.size());
     EXPECT_TRUE(wire.queries[0].vlan == 20 && wire.queries[0].group == 0 && wire.queries[0].source == 0);
