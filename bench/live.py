@@ -226,7 +226,7 @@ def captured(seen, pattern, which):
 def multicast(rig, net):
     """Frames per second to one subscriber, frames at a bystander, and the seconds of joins and of leaves."""
     media, wall, other = (net.devices[name] for name in ("media", "wall", "stage-left"))
-    vlan = next(row["pvid"] for row in rig.rows("ports") if row["num"] == 4)  # of the profile that is applied
+    vlan = next(row["pvid"] for row in rig.rows("ports") if row["ifNum"] == 4)  # of the profile that is applied
     words = [f"set igmp {setting}{vlan}" for setting in ("", "fast-leave ", "drop-unknown ")]
     rig.cli("vlan database", *words)
     joined, left = [], []

@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <random>
-
 #include "vswitch/dataplane/openflow.h"
 
 using namespace std::chrono_literals;
@@ -104,9 +102,6 @@ TEST(IgmpFrameTest, WhatHostsAndRoutersSay) {
         EXPECT_EQ(expected, readOf(frameOf(digits, ""))) << igmp;
         EXPECT_EQ(expected, readOf(frameOf(digits, "9404000001010101"))) << igmp;
     }
-    EXPECT_EQ(12800ms,
-              parseIgmpFrame(frameOf("118000000000000002000000"), 5).value().messages[0].maxResponse);
-    EXPECT_EQ(12800ms, parseIgmpFrame(frameOf("1180000000000000"), 5).value().messages[0].maxResponse);
     EXPECT_EQ(31744ms * 100,
               parseIgmpFrame(frameOf("11ff00000000000002000000"), 5).value().messages[0].maxResponse);
 }
@@ -125,15 +120,6 @@ TEST(IgmpFrameTest, DamagedFramesSayNothing) {
     auto untagged = good;
     untagged.erase(12, 4);
     EXPECT_EQ("-", readOf(untagged));
-    std::mt19937 random(1);
-    for (int times = 0; times < 20000; ++times) {
-        auto frame = good;
-        for (auto changes = random() % 8 + 1; changes > 0; --changes)
-            frame[random() % frame.size()] = static_cast<char>(random());
-        frame.resize(random() % (frame.size() + 1));
-        if (const auto read = parseIgmpFrame(frame, 5))
-            ASSERT_LE(read->messages.size(), frame.size() / 8);
-    }
 }
 
 TEST(IgmpFrameTest, QueriesAreUnderstood) {
@@ -171,14 +157,6 @@ TEST(OpenFlowTest, FramesThatComeUp) {
     EXPECT_EQ(20u, taggedHeaderOf(in.frame).value().vlan);
     for (std::size_t length = 0; length < 50; ++length)
         EXPECT_FALSE(packetInOf(message.substr(0, length))) << length;
-    std::mt19937 random(1);
-    for (int times = 0; times < 20000; ++times) {
-        auto other = message;
-        for (auto changes = random() % 4 + 1; changes > 0; --changes)
-            other[random() % 50] = static_cast<char>(random());
-        if (const auto read = packetInOf(other))
-            ASSERT_LE(read->frame.size(), other.size());
-    }
 }
 
 }  // namespace

@@ -229,8 +229,8 @@ void Model::hearLeave(const IgmpMessage &message) {
         return;
     const LastMemberQuery asked{message.vlan, message.group, message.interface};
     lastMemberQueries_[asked] = {now_, kLastMemberQueries};
-    igmpDue_ = now_;
-    serveIgmp();
+    // One pass for all who leave at the same time: with thousands of groups it takes a while.
+    igmpDue_ = std::min(igmpDue_, now_);
 }
 
 void Model::hearQuery(const IgmpMessage &message) {
