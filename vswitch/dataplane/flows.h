@@ -48,7 +48,7 @@ inline constexpr int kMoveTable = 6, kIgmpTable = 21;
 inline constexpr int kDeliveryTable = 20;
 // Frames that an interface may report in a second, and at once, of either kind: what one of them sends leaves
 // room for what the others have to say.
-inline constexpr std::uint32_t kReportsPerSecond = 2000, kReportsAtOnce = 500;
+inline constexpr std::uint32_t kReportsPerSecond = 2000, kReportsAtOnce = 2000;
 // The meters of an interface, which Open vSwitch must have before the flow entries come.
 constexpr std::uint32_t igmpMeter(IfNum interface) {
     return 2 * interface;
