@@ -249,10 +249,14 @@ TEST_F(LiveTest, MessagesThatForget) {
         "ADD table:10 vlan_tci=0x0014/0x0fff,dl_dst=02:00:00:00:00:01 cookie:0x10000000002 hard:60 "
         "actions=load:0x2->NXM_NX_REG0[0..15]\n",
         decoded(messages));
+    EXPECT_NE(std::string::npos,
+              decoded(meterOf(18, 2000, 500))
+                  .find("ADD meter=18 pktps burst bands=\ntype=drop rate=2000 burst_size=500"));
     for (const char *line :
          {"", "delete cookie=x", "add table=1,ip_dst=1,actions=drop",
           "add actions=output:", "add actions=learn(table=1", "add actions=load:1->NXM_NX_REG99[]",
-          "modify actions=drop", "add actions=move:NXM_OF_ETH_SRC[]->NXM_NX_REG1[]"})
+          "add actions=meter:x,output:1", "add actions=clone(clone(output:1))", "modify actions=drop",
+          "add actions=move:NXM_OF_ETH_SRC[]->NXM_NX_REG1[]"})
         EXPECT_FALSE(flowModOf(line)) << line;
 }
 

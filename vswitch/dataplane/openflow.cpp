@@ -466,10 +466,10 @@ void putStrip(std::string &actions) {
 
 bool putActions(std::string &actions, std::string_view text);
 
-// Only what is sent up is cloned, so one level is enough.
+// One in another is not needed, and could be nested without end.
 bool putClone(std::string &actions, std::string_view text) {
     std::string inner;
-    if (text.find('(') != text.rfind('(') || !putActions(inner, text))
+    if (text.find("clone(") != std::string_view::npos || !putActions(inner, text))
         return false;
     auto action = experimenter(42);
     pad(action);
