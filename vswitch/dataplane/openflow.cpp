@@ -520,8 +520,11 @@ std::optional<std::string> flowModOf(std::string_view line) {
     auto rest = line;
     const auto key = before(rest, "actions=");
     std::optional<std::uint64_t> meter;
-    if (cut(rest, "meter:") && !(meter = numberOf(nextPart(rest))))
-        return std::nullopt;
+    if (cut(rest, "meter:")) {
+        meter = numberOf(nextPart(rest));
+        if (!meter)
+            return std::nullopt;
+    }
     if (rest != "drop" && !putActions(actions, rest))
         return std::nullopt;
     for (auto left = key; !left.empty();) {
