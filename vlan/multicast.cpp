@@ -639,8 +639,8 @@ Result<std::vector<std::string>> readRules(Switch sw, const Where &where) {
     return linesOfList(*shown);
 }
 
-// Rules are deleted from the last on: those that are missing go behind those that are left. A list that has other
-// rules by now, or that somebody has deleted, stays as it is.
+// Rules are deleted from the last on: those that are missing go behind those that are left. A list that has
+// other rules by now, or that somebody has deleted, stays as it is.
 Result<> bringBack(Switch sw, const std::vector<std::string> &former, const Where &where) {
     const auto list = findAccessList(sw, kNetBlock, where);
     if (!list || !*list)

@@ -103,9 +103,9 @@ Result<std::vector<std::string>> readDenyList(Switch sw, Where where = std::sour
 // reason, when one is no address even so, or when the script would be longer than 2047 characters.
 Result<std::string> denyListScript(std::span<const std::string> addresses,
                                    Where where = std::source_location::current());
-// Puts the lines of the access list in the place of those that are there; these are brought back when it fails.
-// When the caller is killed in between, or the switch does not answer any more, restoreDenyList() brings them
-// back, which readDenyList() and all changes do first.
+// Puts the lines of the access list in the place of those that are there; these are brought back when it
+// fails. When the caller is killed in between, or the switch does not answer any more, restoreDenyList() brings
+// them back, which readDenyList() and every change of list or modes do first.
 Result<> changeDenyList(Switch sw, std::span<const std::string> addresses,
                         Where where = std::source_location::current());
 // A list that somebody has changed or deleted since is left alone.

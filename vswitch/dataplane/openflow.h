@@ -21,8 +21,8 @@ namespace vswitch {
 // line has something that flows.h does not use.
 std::optional<std::string> flowModOf(std::string_view line);
 
-// The message for a meter that lets so many frames pass in a second, and so many at once. Where Open vSwitch has
-// it already, the message does nothing.
+// The message for a meter that lets so many frames pass in a second, and so many at once. Where Open vSwitch
+// has it already, the message does nothing.
 std::string meterOf(std::uint32_t id, std::uint32_t perSecond, std::uint32_t atOnce);
 
 // A frame that a flow entry has sent up.
