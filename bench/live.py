@@ -226,7 +226,9 @@ def captured(seen, pattern, which):
 def multicast(rig, net):
     """Frames per second to one subscriber, frames at a bystander, and the seconds of joins and of leaves."""
     media, wall, other = (net.devices[name] for name in ("media", "wall", "stage-left"))
-    rig.cli("vlan database", "set igmp 1", "set igmp fast-leave 1", "set igmp drop-unknown 1")
+    vlan = next(row["pvid"] for row in rig.rows("ports") if row["ifNum"] == 4)  # of the profile that is applied
+    words = [f"set igmp {setting}{vlan}" for setting in ("", "fast-leave ", "drop-unknown ")]
+    rig.cli("vlan database", *words)
     joined, left = [], []
     for _ in range(CHANGES):
         flow = net.new_flow()
@@ -243,7 +245,7 @@ def multicast(rig, net):
     time.sleep(1)
     speeds = [stream(net, media, wall, other, seconds=1) for _ in range(ROUNDS)]
     net.end(member)
-    rig.cli("vlan database", "no set igmp drop-unknown 1", "no set igmp fast-leave 1", "no set igmp 1")
+    rig.cli("vlan database", *(f"no {line}" for line in reversed(words)))
     return max(subscriber["framesPerSecond"] for subscriber, _ in speeds), \
         sum(bystander["received"] for _, bystander in speeds), joined, left
 

@@ -18,20 +18,22 @@ using namespace pavo;
 constexpr std::uint32_t kGroups = 10000;
 constexpr const char *kCapture = "/mnt/application/pavo/tmp/groups";
 
-// A switch on which a device has joined 10,000 groups.
+// A switch on which two devices have joined 10,000 groups.
 struct Installation {
     Installation() {
         openapiClientRegister("bench", &client);
         device.with([](vswitch::Server &server) {
             server.cli().runScript("vlan database\nset igmp 1\n");
-            vswitch::Device amp;
-            amp.name = "amp";
-            amp.port = 5;
-            amp.macs = {vswitch::Mac::parse("00:1B:92:00:00:01").value()};
-            amp.ip = "192.168.100.101";
-            server.model().plug(amp);
-            for (std::uint32_t n = 0; n < kGroups; ++n)
-                server.model().joinGroup("amp", 0xEF640000 + n, 2);
+            for (const std::uint32_t half : {0u, 1u}) {
+                vswitch::Device amp;
+                amp.name = "amp" + std::to_string(half);
+                amp.port = 5 + half;
+                amp.macs = {vswitch::Mac::parse("00:1B:92:00:00:01").value().plus(half)};
+                amp.ip = "192.168.100.10" + std::to_string(half);
+                server.model().plug(amp);
+                for (std::uint32_t n = 0; n < kGroups / 2; ++n)
+                    server.model().joinGroup(amp.name, 0xEF640000 + half * kGroups / 2 + n, 2);
+            }
         });
     }
     ~Installation() { openapiClientTearDown(&client); }

@@ -3,13 +3,15 @@
 #include <pthread.h>
 
 #include "profile/session.h"
+#include "vlan/multicast.h"
 
 namespace pavo {
 namespace {
 
 std::atomic<std::int32_t> running{0};
 
-void keepDatabase(Switch sw, const Where &where) {
+void keepWhole(Switch sw, const Where &where) {
+    static_cast<void>(restoreDenyList(sw, where));
     if (!isProfileDbUsable(where))
         static_cast<void>(recoverProfiles(sw, where));
 }
@@ -18,7 +20,7 @@ void keepDatabase(Switch sw, const Where &where) {
 
 constinit const DetectionRow profileKeeper = {
     .name = "profile keeper",
-    .loop = {.texts = {}, .period = std::chrono::seconds(30), .cycle = keepDatabase},
+    .loop = {.texts = {}, .period = std::chrono::seconds(30), .cycle = keepWhole},
     .entry = keep_profiles_thread,
     .running = &running,
 };

@@ -91,6 +91,8 @@ inline constexpr const char *kDenyListShow =
     "/mnt/application/pavo/tmp/pavo_out_show_ip_access-list_NET-BLOCK_%d";
 inline constexpr const char *kSetMulticastModeIn = "/mnt/application/pavo/tmp/pavo_in_set_multicast_mode";
 inline constexpr const char *kSetMulticastModeOut = "/mnt/application/pavo/tmp/pavo_out_set_multicast_mode";
+// The rules of NET-BLOCK while they are being replaced; beside the switch's saved configuration, not in /tmp.
+inline constexpr const char *kDenyListRules = "/mnt/application/pavo/deny_list_rules";
 // Held by whoever changes multicast modes or the deny list.
 inline constexpr const char *kMulticastLock = "/tmp/multicastConfig.lock";
 

@@ -289,6 +289,8 @@ Result<std::vector<IfNum>> readBound(Switch sw, AccessListId list, Direction dir
     return switchFailed("the switch does not tell which interfaces are blocked");
 }
 
+Result<> finishInterrupted(Switch sw, const Where &where);  // of the deny list
+
 // One change of multicast settings at a time, by all who make any.
 Result<> lockedOr(const FileLock &lock, const Where &where) {
     if (lock.held())
@@ -470,6 +472,9 @@ Result<> changeMulticastModes(Switch sw, const MulticastModes &wanted, Where whe
     const FileLock lock(platform::paths::kMulticastLock);
     if (auto locked = lockedOr(lock, where); !locked)
         return locked;
+    // What is to be blocked would pass.
+    if (auto finished = finishInterrupted(sw, where); !finished)
+        return finished;
     const auto targets = targetsOf(sw, wanted, where);
     if (!targets)
         return std::unexpected(targets.error());
@@ -623,37 +628,73 @@ class WrittenScript {
     ScriptFiles files_;
 };
 
-// The rules that a list had, for the case that it cannot be given new ones.
-class FormerRules {
-  public:
-    static Result<FormerRules> read(Switch sw, AccessListId list, const Where &where) {
-        const auto shown = sw.show(
-            "show running-config",
-            formatText("%spavo_out_show_running-config_%d", platform::paths::kScriptDir, randomNumber()),
-            where, kCannotOpenCapture);
-        if (!shown)
-            return std::unexpected(shown.error());
-        return FormerRules(sw, list, linesOfList(*shown));
-    }
-    // The rules are deleted from the last on: those that are missing go behind those that are left.
-    void bringBack(const Where &where) const {
-        const auto left = countRules(sw_, list_, where);
-        if (!left || *left >= lines_.size())
-            return;
-        const auto missing = std::span(lines_).subspan(*left);
-        if (sw_.apply(listScript(missing), filesOf(kListTag), where))
-            logInfo(where, "[%s:%d] %zu rules of access list %s are as they were\r\n", missing.size(),
-                    kNetBlock);
-    }
+// The rules that NET-BLOCK has.
+Result<std::vector<std::string>> readRules(Switch sw, const Where &where) {
+    const auto shown =
+        sw.show("show running-config",
+                formatText("%spavo_out_show_running-config_%d", platform::paths::kScriptDir, randomNumber()),
+                where, kCannotOpenCapture);
+    if (!shown)
+        return std::unexpected(shown.error());
+    return linesOfList(*shown);
+}
 
-  private:
-    FormerRules(Switch sw, AccessListId list, std::vector<std::string> lines)
-        : sw_(sw), list_(list), lines_(std::move(lines)) {}
+// Rules are deleted from the last on: those that are missing go behind those that are left. A list that has
+// other rules by now, or that somebody has deleted, stays as it is.
+Result<> bringBack(Switch sw, const std::vector<std::string> &former, const Where &where) {
+    const auto list = findAccessList(sw, kNetBlock, where);
+    if (!list || !*list)
+        return list ? Result<>() : std::unexpected(list.error());
+    const auto left = readRules(sw, where);
+    if (!left)
+        return std::unexpected(left.error());
+    if (left->size() >= former.size() || !std::equal(left->begin(), left->end(), former.begin()))
+        return {};
+    const auto missing = std::span(former).subspan(left->size());
+    auto applied = sw.apply(listScript(missing), filesOf(kListTag), where);
+    if (applied)
+        logInfo(where, "[%s:%d] %zu rules of access list %s are as they were\r\n", missing.size(), kNetBlock);
+    return toResult(applied, "the switch refused the rules that the access list had");
+}
 
-    Switch sw_;
-    AccessListId list_;
-    std::vector<std::string> lines_;
-};
+// The rules of NET-BLOCK, on the disk from before they are deleted until there are new ones or they are back:
+// when the caller is killed, or the switch does not answer, the next one finds them there.
+Result<std::vector<std::string>> keepRules(Switch sw, const Where &where) {
+    auto lines = readRules(sw, where);
+    if (!lines || lines->empty())
+        return lines;
+    std::string text;
+    for (const std::string &line : *lines)
+        text += line + "\n";
+    if (auto kept = replaceFileDurably(platform::paths::kDenyListRules, text, where); !kept)
+        return std::unexpected(std::move(kept).error());
+    return lines;
+}
+
+void bringBackKept(Switch sw, const std::vector<std::string> &former, const Where &where) {
+    if (bringBack(sw, former, where))
+        removeFile(platform::paths::kDenyListRules);
+}
+
+// Whoever calls it holds the lock.
+Result<> finishInterrupted(Switch sw, const Where &where) {
+    if (!fileExists(platform::paths::kDenyListRules))
+        return {};
+    const auto text = readFile(platform::paths::kDenyListRules, kFileMax, where);
+    if (!text) {
+        logError(where, "[%s:%d] Can not open file:%s\r\n", platform::paths::kDenyListRules);
+        return failed(ResultCode::OpenFailed, platform::paths::kDenyListRules);
+    }
+    std::vector<std::string> former;
+    forEachLine(*text, kLineMax, [&](std::string_view line) {
+        former.emplace_back(line);
+        return true;
+    });
+    if (auto back = bringBack(sw, former, where); !back)
+        return back;
+    removeFile(platform::paths::kDenyListRules);
+    return {};
+}
 
 }  // namespace
 
@@ -674,6 +715,8 @@ std::vector<std::string> parseDenyList(std::string_view shown) {
 }
 
 Result<std::vector<std::string>> readDenyList(Switch sw, Where where) {
+    if (auto restored = restoreDenyList(sw, where); !restored)
+        return std::unexpected(std::move(restored).error());
     const auto list = findAccessList(sw, kNetBlock, where);
     if (!list)
         return std::unexpected(list.error());
@@ -693,7 +736,8 @@ Result<std::string> denyListScript(std::span<const std::string> addresses, Where
         return std::string("config\nno ip access-list ") + kNetBlock + "\nexit\n";
     std::vector<std::string> lines;
     for (const std::string &address : addresses) {
-        const std::string taken = address.substr(0, kRuleAddressMax);
+        // Without the length of a prefix, where it begins before that: "10.0.0.0/8".
+        const std::string taken = address.substr(0, std::min(kRuleAddressMax, address.find('/')));
         if (!isShortenedAddress(taken)) {
             logError(where, "[%s:%d] %s is no address to be denied\r\n", quoteText(address));
             return failed(ResultCode::InvalidArgument, quoteText(address) + " is no IPv4 address");
@@ -715,27 +759,40 @@ Result<> changeDenyList(Switch sw, std::span<const std::string> addresses, Where
     const FileLock lock(platform::paths::kMulticastLock);
     if (auto locked = lockedOr(lock, where); !locked)
         return locked;
+    if (auto finished = finishInterrupted(sw, where); !finished)
+        return finished;
     const auto list = findAccessList(sw, kNetBlock, where);
     if (!list)
         return std::unexpected(list.error());
     WrittenScript written(filesOf(kListTag));
     if (auto writing = written.write(*script, where); !writing)
         return writing;
-    std::optional<FormerRules> former;
+    std::vector<std::string> former;
+    Result<> changed;
     if (const auto &id = *list) {
-        auto read = FormerRules::read(sw, *id, where);
-        if (!read)
-            return std::unexpected(std::move(read).error());
-        const FormerRules &rules = former.emplace(std::move(*read));
-        if (auto cleared = clearRules(sw, *id, where); !cleared) {
-            rules.bringBack(where);
-            return cleared;
-        }
+        auto kept = keepRules(sw, where);
+        if (!kept)
+            return std::unexpected(std::move(kept).error());
+        former = std::move(*kept);
+        changed = clearRules(sw, *id, where);
     }
-    auto applied = written.apply(sw, where);
-    if (!applied && former)
-        former->bringBack(where);
-    return applied;
+    if (changed)
+        changed = written.apply(sw, where);
+    if (changed)
+        removeFile(platform::paths::kDenyListRules);
+    else if (!former.empty())
+        bringBackKept(sw, former, where);
+    return changed;
+}
+
+Result<> restoreDenyList(Switch sw, Where where) {
+    // While somebody changes the list, the rules are there, too: the lock is waited for.
+    if (!fileExists(platform::paths::kDenyListRules))
+        return {};
+    const FileLock lock(platform::paths::kMulticastLock);
+    if (auto locked = lockedOr(lock, where); !locked)
+        return locked;
+    return finishInterrupted(sw, where);
 }
 
 Result<> clearAccessList(Switch sw, const std::string &name, Where where) {

@@ -104,9 +104,12 @@ Result<std::vector<std::string>> readDenyList(Switch sw, Where where = std::sour
 Result<std::string> denyListScript(std::span<const std::string> addresses,
                                    Where where = std::source_location::current());
 // Puts the lines of the access list in the place of those that are there; these are brought back when it
-// fails.
+// fails. When the caller is killed in between, or the switch does not answer any more, restoreDenyList() brings
+// them back, which readDenyList() and every change of list or modes do first.
 Result<> changeDenyList(Switch sw, std::span<const std::string> addresses,
                         Where where = std::source_location::current());
+// A list that somebody has changed or deleted since is left alone.
+Result<> restoreDenyList(Switch sw, Where where = std::source_location::current());
 
 // Deletes the rules of an access list, the last one first. A list that does not exist has none.
 Result<> clearAccessList(Switch sw, const std::string &name, Where where = std::source_location::current());

@@ -200,8 +200,12 @@ DEL cookie:0x0/0x10000000000 actions=drop
 DEL_STRICT table:20 priority=100,reg0=0,dl_vlan=20 actions=drop
 )",
               decoded(deletions));
+    EXPECT_NE(std::string::npos,
+              decoded(meterOf(18, 2000, 500))
+                  .find("ADD meter=18 pktps burst bands=\ntype=drop rate=2000 burst_size=500"));
     for (const char *line :
-         {"", "delete cookie=x", "add table=1,ip_dst=1,actions=drop",
+         {"", "delete cookie=x", "add table=1,ip_dst=1,actions=drop", "add actions=meter:x,output:1",
+          "add actions=clone(clone(output:1))",
           "add actions=output:", "add actions=learn(table=1", "add actions=load:1->NXM_NX_REG99[]",
           "modify actions=drop", "add actions=move:NXM_OF_ETH_SRC[]->NXM_NX_REG1[]"})
         EXPECT_FALSE(flowModOf(line)) << line;
@@ -560,6 +564,12 @@ TEST(ServerTest, PushesChangesAndTakesWhatIsOfNow) {
         EXPECT_EQ(expected, pushes());
         EXPECT_TRUE(wire.pushed.back().interfaces.at(2).vlans.contains(20));
     }
+    // A group is pushed in the round that hears of it.
+    server.model().editVlan(20)->igmpSnooping = true;
+    server.model().setParticipation(1, 20, OPEN_VLAN_PARTICIPATION_MODE_INCLUDE);
+    wire.view.emplace().igmp = {{IgmpKind::Report, 20, 1, 2, mac(1), 0x0a000001, 0xef010203, {}}};
+    server.exchangeWithDataPlane();
+    EXPECT_EQ(std::vector<IfNum>{1}, wire.pushed.back().multicast.at(20).groups.at(0xef010203));
     see(wire.generation, {{mac(2), 20, 2}});
     server.model().clearFdb();
     EXPECT_EQ(1u, pushes());

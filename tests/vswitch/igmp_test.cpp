@@ -255,20 +255,27 @@ ip access-group EMPTY in 1; interface 0/3; ip access-group ONLY in)");
     EXPECT_TRUE(model.admitsIp(1, OPEN_ACL_OUTBOUND, 1, kGroup));
 }
 
-TEST_F(IgmpTest, TablesHaveAnEnd) {
-    restart({.igmpGroupsMax = 3, .igmpSubscribersMax = 4});
+TEST_F(IgmpTest, TablesHaveAnEndAndOneInterfaceGetsHalf) {
+    restart({.igmpGroupsMax = 4, .igmpSubscribersMax = 8});
     for (unsigned n = 0; n < 5; ++n)
         join(1, 1, kGroup + n);
-    EXPECT_EQ(3u, model.igmpGroups().size());
-    hear("+1.2 +1.3");
-    EXPECT_EQ(2u, model.igmpGroups().at({10, kGroup}).size());
-    EXPECT_EQ(3u, model.igmpRefused());
+    EXPECT_EQ("239.1.1.1: 0/1 10.0.0.1; 239.1.1.2: 0/1 10.0.0.1", groups());
+    for (unsigned n = 10; n < 13; ++n)
+        join(2, 9, kGroup + n);
+    join(3, 5, kGroup + 20);
+    EXPECT_EQ(4u, model.igmpGroups().size());
+    hear("+1.2 +1.3 +1.4 +3.5 +3.6 +3.7");
+    EXPECT_EQ(5u, model.igmpGroups().at({10, kGroup}).size()) << "three of the first, two of the last";
+    EXPECT_EQ(3u + 1 + 1 + 1 + 1, model.igmpRefused());
     pass(250s);
     hear("+1.2");
     EXPECT_EQ("239.1.1.1: 0/1 10.0.0.2", groupsAfter(10s));
     for (unsigned n = 0; n < 5; ++n)
         join(1, 9, kGroup + n);
-    EXPECT_EQ(3u, model.igmpGroups().size()) << "room is given back";
+    EXPECT_EQ(2u, model.igmpGroups().size()) << "room is given back";
+    for (unsigned n = 0; n < 3; ++n)
+        join(2, 9, kGroup + n);
+    EXPECT_EQ(2u, model.igmpGroups().size()) << "groups that others had first count, too";
 }
 
 TEST_F(IgmpTest, SimulatedDevicesAnswerQueries) {

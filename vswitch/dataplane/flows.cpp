@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::size_t kArpCapacity = 4096;
 // The tables that flowsOf fills; learned flow entries are in others.
-constexpr int kConfiguredTables[] = {0, 1, 2, 3, 4, 5, kFdbTable, 20, 30};
+constexpr int kConfiguredTables[] = {0, 1, 2, 3, 4, 5, kMoveTable, kFdbTable, kDeliveryTable, kIgmpTable, 30};
 
 __attribute__((format(printf, 1, 2))) std::string text(const char *format, ...) {
     char buffer[512];
@@ -45,6 +45,11 @@ std::string send(IfNum num, const WireInterface &interface) {
     return "bundle(symmetric_l4,0,hrw,ofport,members:" + members + ")";
 }
 
+void addReports(Flows &flows, IfNum num) {
+    flows[text("table=%d,reg1=%u", kMoveTable, num)] = text("meter:%u,controller:64", moveMeter(num));
+    flows[text("table=%d,reg1=%u", kIgmpTable, num)] = text("meter:%u,controller:65535", igmpMeter(num));
+}
+
 void addAccessList(Flows &flows, int table, const char *reg, IfNum num, const std::vector<WireRule> &rules,
                    const std::string &permitted) {
     // The first matching line decides; at the end all IPv4 is denied.
@@ -75,8 +80,9 @@ void addCommon(Flows &flows) {
     flows["table=3,priority=0"] = "resubmit(,4)";
     // Probes, which have no sender address yet.
     flows["table=3,priority=200,arp,arp_spa=0.0.0.0"] = "resubmit(,4)";
-    // Known behind another interface.
-    flows["table=5,priority=0"] = text("controller:64,resubmit(,%d),resubmit(,20)", kFdbTable);
+    // Known behind another interface. A report that the meter does not let pass costs the clone, not the frame.
+    flows["table=5,priority=0"] =
+        text("clone(resubmit(,%d)),resubmit(,%d),resubmit(,20)", kMoveTable, kFdbTable);
     flows[text("table=%d,priority=0", kFdbTable)] = "load:0->NXM_NX_REG0[]";
 }
 
@@ -240,7 +246,8 @@ void addVlan(Flows &flows, const WireConfig &config, VlanId vlan) {
     if (multicast == nullptr)
         return;
     // The switch forwards IGMP itself once it knows what it is; register 3 says that it does.
-    flows[text("table=20,priority=400,reg0=0,reg3=0,dl_vlan=%u,ip,nw_proto=2", vlan)] = "controller:65535";
+    flows[text("table=20,priority=400,reg0=0,reg3=0,dl_vlan=%u,ip,nw_proto=2", vlan)] =
+        text("resubmit(,%d)", kIgmpTable);
     addFlood(flows, config, text("dl_vlan=%u,ip,nw_dst=224.0.0.0/24", vlan), 170, 172, all);
     if (!multicast->floodUnknown)
         addFlood(flows, config, text("dl_vlan=%u,ip,nw_dst=224.0.0.0/4", vlan), 160, 162,
@@ -254,6 +261,7 @@ void addInterface(Flows &flows, const WireConfig &config, IfNum num, const FlowA
     addPorts(flows, num, it->second);
     addVlans(flows, num, it->second);
     addLearning(flows, num, config.fdbCapacity, ages);
+    addReports(flows, num);
     addDelivery(flows, num, it->second);
 }
 

@@ -11,10 +11,12 @@
 //   table 5   an address that is new, or where it was, is learned into table 10; one that was elsewhere is
 //             reported. Learning would not do there: Open vSwitch learns once more, and too late, from the
 //             last frames that came by the old interface. Then the destination is looked up in table 10
+//   table 6   addresses that have moved are reported, as many of an interface as its meter lets pass
 //   table 10  learned addresses: the interface behind which the address is
 //   table 11  learned ARP pairs
 //   table 20  delivery: to that interface, to those that want the multicast group, or to all that participate
-//             in the VLAN; IGMP in VLANs with snooping is reported and goes nowhere else
+//             in the VLAN; IGMP in VLANs with snooping goes to table 21 and nowhere else
+//   table 21  IGMP is reported, as many frames of an interface as its meter lets pass
 //   table 30  egress access lists of interfaces that have some
 //
 // Register 0 holds the interface of the destination (of the source up to table 5), register 1 that of the
@@ -42,7 +44,18 @@ inline constexpr std::uint64_t kInterfaceCookie = 0xffffffff;
 inline constexpr Duration kArpAge = std::chrono::seconds(1200);
 
 // The table from which a packet-in reports an address that has moved, and the one from which it brings IGMP.
-inline constexpr int kMoveTable = 5, kDeliveryTable = 20;
+inline constexpr int kMoveTable = 6, kIgmpTable = 21;
+inline constexpr int kDeliveryTable = 20;
+// Frames that an interface may report in a second, and at once, of either kind: what one of them sends leaves
+// room for what the others have to say.
+inline constexpr std::uint32_t kReportsPerSecond = 2000, kReportsAtOnce = 2000;
+// The meters of an interface, which Open vSwitch must have before the flow entries come.
+constexpr std::uint32_t igmpMeter(IfNum interface) {
+    return 2 * interface;
+}
+constexpr std::uint32_t moveMeter(IfNum interface) {
+    return 2 * interface + 1;
+}
 // An outer tag with this VLAN ID, which no frame may carry, has been put in front of the frame's own tag on
 // its way in (see tag_marks.h).
 inline constexpr VlanId kMarkVlan = 4095;

@@ -29,6 +29,7 @@ enum Type : std::uint8_t {
     kPacketIn = 10,
     kPacketOut = 13,
     kFlowMod = 14,
+    kMeterMod = 29,
     kBundleControl = 33,
     kBundleAdd = 34
 };
@@ -463,6 +464,19 @@ void putStrip(std::string &actions) {
     putAction(actions, std::move(action));
 }
 
+bool putActions(std::string &actions, std::string_view text);
+
+// One in another is not needed, and could be nested without end.
+bool putClone(std::string &actions, std::string_view text) {
+    std::string inner;
+    if (text.find("clone(") != std::string_view::npos || !putActions(inner, text))
+        return false;
+    auto action = experimenter(42);
+    pad(action);
+    putAction(actions, action + inner);
+    return true;
+}
+
 bool putActions(std::string &actions, std::string_view text) {
     while (!text.empty()) {
         auto part = nextPart(text);
@@ -474,6 +488,7 @@ bool putActions(std::string &actions, std::string_view text) {
                  !(cut(part, "push:") && putStack(actions, 27, part)) &&
                  !(cut(part, "pop:") && putStack(actions, 28, part)) &&
                  !(enclosed && cut(part, "bundle(") && putBundle(actions, part.substr(0, part.size() - 1))) &&
+                 !(enclosed && cut(part, "clone(") && putClone(actions, part.substr(0, part.size() - 1))) &&
                  !(enclosed && cut(part, "learn(") && putLearn(actions, part.substr(0, part.size() - 1))))
             return false;
     }
@@ -504,6 +519,12 @@ std::optional<std::string> flowModOf(std::string_view line) {
     std::string match, actions;
     auto rest = line;
     const auto key = before(rest, "actions=");
+    std::optional<std::uint64_t> meter;
+    if (cut(rest, "meter:")) {
+        meter = numberOf(nextPart(rest));
+        if (!meter)
+            return std::nullopt;
+    }
     if (rest != "drop" && !putActions(actions, rest))
         return std::nullopt;
     for (auto left = key; !left.empty();) {
@@ -542,12 +563,31 @@ std::optional<std::string> flowModOf(std::string_view line) {
     put(out, match.size() + 4, 2);
     out += match;
     pad(out);
+    if (meter) {
+        put(out, 6, 2);
+        put(out, 8, 2);
+        put(out, *meter, 4);
+    }
     if (!actions.empty()) {
         put(out, 4, 2);
         put(out, actions.size() + 8, 2);
         put(out, 0, 4);
         out += actions;
     }
+    return finished(std::move(out));
+}
+
+std::string meterOf(std::uint32_t id, std::uint32_t perSecond, std::uint32_t atOnce) {
+    constexpr std::uint16_t kAdd = 0, kPacketsPerSecond = 2, kBurst = 4, kDrop = 1, kBandSize = 16;
+    auto out = header(kMeterMod);
+    put(out, kAdd, 2);
+    put(out, kPacketsPerSecond | kBurst, 2);
+    put(out, id, 4);
+    put(out, kDrop, 2);
+    put(out, kBandSize, 2);
+    put(out, perSecond, 4);
+    put(out, atOnce, 4);
+    put(out, 0, 4);
     return finished(std::move(out));
 }
 

@@ -21,6 +21,10 @@ namespace vswitch {
 // line has something that flows.h does not use.
 std::optional<std::string> flowModOf(std::string_view line);
 
+// The message for a meter that lets so many frames pass in a second, and so many at once. Where Open vSwitch
+// has it already, the message does nothing.
+std::string meterOf(std::uint32_t id, std::uint32_t perSecond, std::uint32_t atOnce);
+
 // A frame that a flow entry has sent up.
 struct PacketIn {
     unsigned table = 0;   // of the flow entry

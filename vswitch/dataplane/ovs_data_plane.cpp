@@ -517,7 +517,10 @@ class OvsDataPlane : public DataPlane {
 
     bool connect() {
         const auto name = std::string(kBridge) + ".mgmt";
-        if (connection_.isOpen() || connection_.open(folder_, name))
+        if (connection_.isOpen())
+            return true;
+        metered_.clear();
+        if (connection_.open(folder_, name))
             return true;
         // Where there is a socket, somebody should be listening.
         const int status = std::filesystem::exists(inFolder(folder_, name.c_str())) ? -1 : 1;
@@ -559,6 +562,10 @@ class OvsDataPlane : public DataPlane {
                     if (associationOf(*before, mac) != associationOf(wanted, mac))
                         lines.push_back(forgetArp(key));
         }
+        for (const auto &[num, interface] : wanted.interfaces)
+            if (metered_.insert(num).second)
+                for (const auto meter : {igmpMeter(num), moveMeter(num)})
+                    connection_.send(meterOf(meter, kReportsPerSecond, kReportsAtOnce));
         if (!lines.empty()) {
             const auto done =
                 connection_.change(lines, kPushLimit, forwarder().process.endDescriptor(), halt_.get());
@@ -615,7 +622,7 @@ class OvsDataPlane : public DataPlane {
         for (const auto &up : connection_.receive())
             if (up.table == kMoveTable)
                 moved(up);
-            else if (up.table == kDeliveryTable)
+            else if (up.table == kIgmpTable)
                 heardIgmp(up);
         for (auto it = moves_.begin(); it != moves_.end();)
             if (auto &[address, move] = *it; Clock::now() - move.done < kMovePause) {
@@ -668,8 +675,14 @@ class OvsDataPlane : public DataPlane {
         }
         const std::lock_guard lock(mutex_);
         auto &igmp = newView().igmp;
-        if (igmp.size() < kIgmpMax)
+        if (igmp.empty())
+            heard_.clear();
+        // What one interface has to say leaves room for the others.
+        auto &heard = heard_[up.interface];
+        if (igmp.size() < kIgmpMax && heard < kIgmpMax / 4) {
+            heard += frame->messages.size();
             igmp.insert(igmp.end(), frame->messages.begin(), frame->messages.end());
+        }
     }
 
     void sendWaiting() {
@@ -833,7 +846,8 @@ class OvsDataPlane : public DataPlane {
     std::shared_ptr<const WireConfig> wanted_;
     std::uint64_t wantedGeneration_ = 0;
     std::optional<WireView> view_;
-    std::vector<IgmpQuery> queries_;  // to be sent
+    std::map<IfNum, std::size_t> heard_;  // messages in it, by interface
+    std::vector<IgmpQuery> queries_;      // to be sent
     DataPlaneStatus status_;
 
     // From here on: used by the thread only.
@@ -844,6 +858,7 @@ class OvsDataPlane : public DataPlane {
     const Descriptor marks_ = loadTagMarks();
     std::map<IfNum, int> filterTries_;
     OpenFlowConnection connection_;
+    std::set<IfNum> metered_;  // interfaces whose meters Open vSwitch has, on this connection
     std::map<FdbKey, Move> moves_;
     std::map<IfNum, Registered> database_;  // ports in the database
     bool bridgeMade_ = false;

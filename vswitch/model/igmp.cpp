@@ -30,6 +30,17 @@ constexpr Ipv4 kAllHosts = 0xE0000001;
 bool isGroup(Ipv4 address) {
     return address >> 28 == 0xE;
 }
+
+// One interface may fill half of a table, so that whatever is behind it leaves room for the others.
+std::size_t shareOf(std::size_t table) {
+    return std::max<std::size_t>(1, table / 2);
+}
+
+bool hasSubscriberAt(const std::map<IgmpSubscriberKey, IgmpSubscriber> &subscribers, IfNum interface) {
+    const auto first = subscribers.lower_bound({interface, 0});
+    return first != subscribers.end() && first->first.interface == interface;
+}
+
 // 224.0.0.x is flooded, whoever asks for it.
 bool isLinkLocal(Ipv4 group) {
     return group >> 8 == 0xE00000;
@@ -165,23 +176,29 @@ void Model::hearReport(const IgmpMessage &message) {
     auto group = igmpGroups_.find(key);
     const IgmpSubscriberKey host{message.interface, message.host};
     if (group == igmpGroups_.end() || !group->second.contains(host)) {
-        if ((group == igmpGroups_.end() && igmpGroups_.size() >= config_.igmpGroupsMax) ||
-            igmpSubscribers_ >= config_.igmpSubscribersMax) {
+        auto &share = igmpShares_[message.interface];
+        const bool noGroup = igmpGroups_.size() >= config_.igmpGroupsMax ||
+                             share.groups >= shareOf(config_.igmpGroupsMax),
+                   noSubscriber = igmpSubscribers_ >= config_.igmpSubscribersMax ||
+                                  share.subscribers >= shareOf(config_.igmpSubscribersMax);
+        if ((group == igmpGroups_.end() && noGroup) || noSubscriber) {
             ++igmpRefused_;
             return;
         }
         group = igmpGroups_.try_emplace(key).first;
         ++igmpSubscribers_;
+        ++share.subscribers;
+        share.groups += hasSubscriberAt(group->second, message.interface) ? 0 : 1;
         event("igmp", ipv4Text(message.host) + " on " + interfaces_.at(message.interface).name() +
                           " joined " + ipv4Text(message.group) + ", VLAN " + std::to_string(message.vlan));
     }
     // A host is in one place: it has moved from where it was.
-    igmpSubscribers_ -= std::erase_if(group->second, [&](const auto &item) {
-        return item.second.mac == message.mac && item.first.interface != message.interface;
-    });
     const auto expires =
         now_ + secondsOr(vlans_.at(message.vlan).features.membershipInterval, kMembershipInterval);
     group->second[host] = {message.mac, std::clamp(message.version, 1u, 3u), expires};
+    removeSubscribers(group->second, [&](const auto &item) {
+        return item.second.mac == message.mac && item.first.interface != message.interface;
+    });
     igmpDue_ = std::min(igmpDue_, expires);
 }
 
@@ -212,8 +229,8 @@ void Model::hearLeave(const IgmpMessage &message) {
         return;
     const LastMemberQuery asked{message.vlan, message.group, message.interface};
     lastMemberQueries_[asked] = {now_, kLastMemberQueries};
-    igmpDue_ = now_;
-    serveIgmp();
+    // One pass for all who leave at the same time: with thousands of groups it takes a while.
+    igmpDue_ = std::min(igmpDue_, now_);
 }
 
 void Model::hearQuery(const IgmpMessage &message) {
@@ -352,12 +369,28 @@ void Model::serveIgmp() {
     igmpDue_ = next == kNever ? kNever : std::max(next, now_ + kPass);
 }
 
+template <class Which>
+void Model::removeSubscribers(std::map<IgmpSubscriberKey, IgmpSubscriber> &subscribers, Which which) {
+    for (auto it = subscribers.begin(); it != subscribers.end();) {
+        if (!which(*it)) {
+            ++it;
+            continue;
+        }
+        const auto ifNum = it->first.interface;
+        it = subscribers.erase(it);
+        auto &share = igmpShares_[ifNum];
+        --igmpSubscribers_;
+        --share.subscribers;
+        share.groups -= hasSubscriberAt(subscribers, ifNum) ? 0 : 1;
+    }
+}
+
 // Removes the subscribers that fit, and the group when none is left; what comes after it.
 template <class Which>
 IgmpGroups::iterator Model::forgetSubscribers(IgmpGroups::iterator group, Which which) {
     const IgmpGroupKey key = group->first;
     auto &subscribers = group->second;
-    igmpSubscribers_ -= std::erase_if(subscribers, [this, key, &which](const auto &item) {
+    removeSubscribers(subscribers, [this, key, &which](const auto &item) {
         if (!which(item))
             return false;
         event("igmp", ipv4Text(item.first.host) + " on " + interfaces_.at(item.first.interface).name() +

@@ -294,6 +294,7 @@ Model Model::settled() const {
     out.fdb_.clear();
     out.lldp_.clear();
     out.igmpGroups_.clear();
+    out.igmpShares_.clear();
     while (!out.pending_.empty())
         out.applyFirst();
     return out;

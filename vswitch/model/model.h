@@ -312,6 +312,8 @@ class Model {
     void refreshIgmp();
     void serveIgmp();
     template <class Which>
+    void removeSubscribers(std::map<IgmpSubscriberKey, IgmpSubscriber> &subscribers, Which which);
+    template <class Which>
     IgmpGroups::iterator forgetSubscribers(IgmpGroups::iterator group, Which which);
 
     ModelConfig config_;
@@ -349,6 +351,11 @@ class Model {
 
     IgmpGroups igmpGroups_;
     std::size_t igmpSubscribers_ = 0;
+    // What of it is behind an interface: groups with subscribers there, and these.
+    struct IgmpShare {
+        std::size_t groups = 0, subscribers = 0;
+    };
+    std::map<IfNum, IgmpShare> igmpShares_;
     std::uint64_t igmpRefused_ = 0;
     std::map<VlanId, IgmpVlan> igmpVlans_;
     std::map<LastMemberQuery, LastMemberLeft> lastMemberQueries_;

@@ -96,19 +96,26 @@ void Server::attach(std::unique_ptr<DataPlane> dataPlane) {
     dataPlane_->push(pushed_, ++generation_);
 }
 
+void Server::pushChanges() {
+    // Accepted changes take effect as time passes.
+    const bool pending = model_.changesPending();
+    if (!std::exchange(touched_, pending))
+        return;
+    if (auto wanted = wireConfigOf(model_, livePorts_); wanted != pushed_) {
+        pushed_ = std::move(wanted);
+        dataPlane_->push(pushed_, ++generation_);
+    }
+}
+
 void Server::exchangeWithDataPlane() {
     if (!dataPlane_)
         return;
-    // Accepted changes take effect as time passes.
-    const bool pending = model_.changesPending();
-    if (std::exchange(touched_, pending))
-        if (auto wanted = wireConfigOf(model_, livePorts_); wanted != pushed_) {
-            pushed_ = std::move(wanted);
-            dataPlane_->push(pushed_, ++generation_);
-        }
+    pushChanges();
     if (const auto view = dataPlane_->collect()) {
         putIntoModel(model_, *view, generation_);
+        // A group that somebody has joined or left does not wait for the next round.
         touched_ = true;
+        pushChanges();
     }
     if (model_.upTime() - countersRead_ >= std::chrono::seconds(1)) {
         countersRead_ = model_.upTime();

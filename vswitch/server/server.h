@@ -95,6 +95,7 @@ class Server {
         KillCaller kill = KillCaller::No;
     };
     Strike strikeOf(std::string_view call, pid_t caller);
+    void pushChanges();
 
     Model model_;
     Cli cli_;
