@@ -10,6 +10,7 @@
 #include "common/log.h"
 #include "store/producers.h"
 #include "store/response_cache.h"
+#include "web/answer_builder.h"
 
 namespace pavo {
 namespace {
@@ -132,12 +133,13 @@ std::string vendorsJson(const std::vector<PortVendors> &ports) {
     return json + "]}";
 }
 
-// The code of what `build` returns; 10000 when it runs out of memory.
+// The code of what `build` returns; 10000 (logged) when it runs out of memory.
 template <class Build>
-std::int32_t withinMemory(Build build) {
+std::int32_t withinMemory(const Where &where, Build build) {
     try {
         return build();
     } catch (const std::bad_alloc &) {
+        logError(where, "[%s:%d] out of memory\n");
         return codeOf(ResultCode::Failed);
     }
 }
@@ -151,7 +153,7 @@ std::int32_t handOut(const std::string &text, char **json) {
 
 std::int32_t neighborRowsBuild(openapiClientHandle_t *client, RowSink &sink, NeighbourTiming &timing) {
     const Where where = std::source_location::current();
-    return withinMemory([&] {
+    return withinMemory(where, [&] {
         std::string row;
         const auto add = [&](const Neighbour &neighbour) {
             if (printNeighbourRow(neighbour, row))
@@ -163,8 +165,10 @@ std::int32_t neighborRowsBuild(openapiClientHandle_t *client, RowSink &sink, Nei
 }
 
 std::int32_t neighborPageGet(openapiClientHandle_t *client, char **json) {
-    *json = nullptr;
-    return withinMemory([&] {
+    const Where where = std::source_location::current();
+    if (!canAnswer(client, json, where))
+        return codeOf(ResultCode::InvalidArgument);
+    return withinMemory(where, [&] {
         Page page;
         NeighbourTiming timing;
         const std::int32_t code = neighborRowsBuild(client, page, timing);
@@ -176,7 +180,7 @@ std::int32_t neighborPageGet(openapiClientHandle_t *client, char **json) {
 
 std::int32_t neighborChunksBuild(openapiClientHandle_t *client) {
     const Where where = std::source_location::current();
-    return withinMemory([&] {
+    return withinMemory(where, [&] {
         CachedChunks cache(where);
         ChunkSink sink(neighbourChunks(), cache.store(), where);
         NeighbourTiming timing;
@@ -194,8 +198,9 @@ std::int32_t neighborListExChunkedPush(openapiClientHandle_t *client) {
 
 std::int32_t portVendorDetectBuild(openapiClientHandle_t *client, char **json) {
     const Where where = std::source_location::current();
-    *json = nullptr;
-    return withinMemory([&] {
+    if (!canAnswer(client, json, where))
+        return codeOf(ResultCode::InvalidArgument);
+    return withinMemory(where, [&] {
         const auto ports = readPortVendors(client, vendorTable(), where);
         return ports ? handOut(vendorsJson(*ports), json) : codeOf(ports.error().code);
     });

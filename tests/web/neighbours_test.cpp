@@ -403,7 +403,7 @@ TEST_F(NeighbourTest, EveryCallThatMayFail) {
     EXPECT_EQ(all, rows());
 }
 
-TEST_F(NeighbourTest, NoMemoryForARow) {
+TEST_F(NeighbourTest, NoMemoryForARowAndNoPlaceForAnAnswer) {
     // Has room for two rows.
     class SmallSink : public RowSink {
         bool take(std::string_view) override {
@@ -418,6 +418,8 @@ TEST_F(NeighbourTest, NoMemoryForARow) {
     EXPECT_EQ(10000, neighborRowsBuild(&client, sink, timing));
     EXPECT_EQ(2u, sink.rowCount());
     EXPECT_EQ(ResultCode::Failed, sink.error());
+    for (const auto produce : {neighborPageGet, portVendorDetectBuild})
+        EXPECT_EQ(10003, produce(&client, nullptr));
 }
 
 }  // namespace
