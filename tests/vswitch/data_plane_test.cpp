@@ -205,9 +205,9 @@ DEL_STRICT table:20 priority=100,reg0=0,dl_vlan=20 actions=drop
                   .find("ADD meter=18 pktps burst bands=\ntype=drop rate=2000 burst_size=500"));
     for (const char *line :
          {"", "delete cookie=x", "add table=1,ip_dst=1,actions=drop", "add actions=meter:x,output:1",
-          "add actions=clone(clone(output:1))",
-          "add actions=output:", "add actions=learn(table=1", "add actions=load:1->NXM_NX_REG99[]",
-          "modify actions=drop", "add actions=move:NXM_OF_ETH_SRC[]->NXM_NX_REG1[]"})
+          "add actions=clone(clone(output:1))", "add actions=output:", "add actions=learn(table=1",
+          "add actions=load:1->NXM_NX_REG99[]", "modify actions=drop",
+          "add actions=move:NXM_OF_ETH_SRC[]->NXM_NX_REG1[]"})
         EXPECT_FALSE(flowModOf(line)) << line;
 }
 
