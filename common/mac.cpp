@@ -54,11 +54,11 @@ std::string Mac::text() const {
 
 void Mac::writeText(char *out) const {
     for (std::size_t digit = 0; digit < kDigits; ++digit) {
-        const char c = "0123456789abcdef"[bits_ >> (kAddressBits - 4 * (digit + 1)) & 0xf];
         const bool capital = (bits_ >> (kAddressBits + kDigits - 1 - digit) & 1) != 0;
+        const auto *const digits = capital ? "0123456789ABCDEF" : "0123456789abcdef";
         if (digit > 0 && digit % 2 == 0)
             *out++ = ':';
-        *out++ = static_cast<char>(capital ? c & ~kSmall : c);
+        *out++ = digits[bits_ >> (kAddressBits - 4 * (digit + 1)) & 0xf];
     }
 }
 

@@ -42,9 +42,10 @@ Result<std::vector<ListedProfile>> readProfiles(Switch sw, ListDetails details,
                                                 Where where = std::source_location::current());
 
 // A profile as JSON: {"name", "profileType", "color", "vlans": [{"vlanId", "vlanType", "profileType",
-// "exists"}, ...]}, "incomplete": [{"what", "to"}, ...] when it goes without something, and with full details also "vlanName", "ports" {"untagged", "tagged"} (interface numbers)
-// and "lags" {"untagged", "tagged"} (LAG numbers) for a VLAN that exists, and "ptpTc" and "assignedPort" where
-// the profile's request named them. Well-formed UTF-8; empty when memory runs out.
+// "exists"}, ...]}, "incomplete": [{"what", "to"}, ...] when it goes without something. With full details also
+// "vlanName", "ports" {"untagged", "tagged"} (interface numbers) and "lags" {"untagged", "tagged"} (LAG numbers)
+// for a VLAN that exists, and "ptpTc" and "assignedPort" where the profile's request named them. Well-formed
+// UTF-8; empty when memory runs out.
 std::string printProfile(const ListedProfile &profile);
 std::string printProfiles(const std::vector<ListedProfile> &profiles);
 
