@@ -259,7 +259,9 @@ void readStrings(std::string_view input) {
     const auto sound = wellFormed(input);
     require(isUtf8(sound) && sound.size() <= input.size() && wellFormed(sound) == sound, "well-formed UTF-8");
     require(isUtf8(input) == (sound == input), "only what is not well-formed changes");
-    require(printable(input).size() == input.size(), "each control character becomes a dot");
+    const auto shown = printable(input);
+    require(shown.size() <= input.size() && printable(shown) == shown && isPrintable(wellFormed(shown)),
+            "each control character becomes a dot");
     require(isPrintable(quoteText(input)), "what is quoted can be shown", quoteText(input));
     for (const std::size_t most : {0u, 1u, 7u, 31u, 60u, 255u}) {
         const auto cut = cutToBytes(input, most);

@@ -369,9 +369,12 @@ class SystemTest(RigTest):
         changes = self.changes(reference, self.rig)
         reference.start_switch()
         expected = [reference.running_config()]
+        taken = 0
         with self.connect(reference) as client:
             for request in changes:
+                start = time.monotonic()
                 self.assertTrue(self.change(client, request))
+                taken += time.monotonic() - start
                 expected.append(reference.running_config())
 
         state = self.rig.path("tmp/switch-state")
@@ -381,7 +384,7 @@ class SystemTest(RigTest):
         while done < len(changes):
             # Half of the time the changes are accepted, and take effect long after the kill.
             self.rig.control("latency", ms=60000 if kills % 2 else 0)
-            killer = threading.Timer(dice.uniform(0, 0.04), self.rig.children["vswitchd"].kill)
+            killer = threading.Timer(dice.uniform(0, taken / 5), self.rig.children["vswitchd"].kill)
             with self.connect() as client:
                 killer.start()
                 while done < len(changes) and self.change(client, changes[done]):
