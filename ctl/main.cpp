@@ -41,6 +41,7 @@ class CommandLine {
   public:
     CommandLine() {
         app_.require_subcommand(1);
+        app_.fallthrough();  // --json may stand behind the command, too
         app_.set_version_flag("--version", std::string("pavoctl ") + pavoVersion());
         app_.footer(kFooter);
         app_.add_flag("--json", output_.json, "Answers for machines: the JSON envelope of the web interface");

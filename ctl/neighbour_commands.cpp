@@ -38,9 +38,11 @@ Result<std::vector<SeenNeighbour>> readSeen(Switch sw) {
     return seen;
 }
 
-// A string from the network for a terminal.
+// A string from the network for a terminal; what is longer than a column is cut.
 std::string shown(const std::string &text) {
-    return text.empty() ? "-" : printable(validUtf8(text));
+    constexpr std::size_t kMost = 48;
+    const auto out = text.empty() ? "-" : printable(validUtf8(text));
+    return out.size() > kMost ? cutToBytes(out, kMost - 3) + "..." : out;
 }
 
 Row rowOf(const SeenNeighbour &neighbour) {

@@ -1,5 +1,7 @@
 #include "store/sqlite.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
@@ -44,6 +46,12 @@ int Connection::open(const std::string &fixedPath, Access access, std::chrono::m
                      Links links) {
     const std::string path = platform::fsPath(fixedPath);
     const bool refuse = links == Links::Refuse;
+    // A pipe would be waited for.
+    struct stat found{};
+    if (refuse && lstat(path.c_str(), &found) == 0 && S_ISFIFO(found.st_mode)) {
+        db_.reset();
+        return SQLITE_CANTOPEN;
+    }
     sqlite3 *handle = nullptr;
     const int code = sqlite3_open_v2(refuse ? resolveFolder(path).c_str() : path.c_str(), &handle,
                                      flagsFor(access) | (refuse ? SQLITE_OPEN_NOFOLLOW : 0), nullptr);

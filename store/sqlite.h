@@ -51,7 +51,9 @@ class Connection {
     int run(const char *sql) { return sqlite3_exec(db_.get(), sql, nullptr, nullptr, nullptr); }
 
     sqlite3 *handle() const { return db_.get(); }
-    const char *message() const { return sqlite3_errmsg(db_.get()); }
+    const char *message() const {
+        return db_ != nullptr ? sqlite3_errmsg(db_.get()) : sqlite3_errstr(SQLITE_CANTOPEN);
+    }
 
   private:
     SqlitePtr<sqlite3> db_;

@@ -736,13 +736,16 @@ Result<std::string> denyListScript(std::span<const std::string> addresses, Where
         return std::string("config\nno ip access-list ") + kNetBlock + "\nexit\n";
     std::vector<std::string> lines;
     for (const std::string &address : addresses) {
-        // Without the length of a prefix, where it begins before that: "10.0.0.0/8".
-        const std::string taken = address.substr(0, std::min(kRuleAddressMax, address.find('/')));
-        if (!isShortenedAddress(taken)) {
+        // "10.0.0.0/8", as the list is shown.
+        const auto slash = address.find('/');
+        const bool hasLength = slash != std::string::npos;
+        const auto length = hasLength ? wholeNumber(std::string_view(address).substr(slash + 1)) : 8;
+        const std::string whole = address.substr(0, slash);
+        if (!isShortenedAddress(whole) || !length || *length < 0 || *length > 32) {
             logError(where, "[%s:%d] %s is no address to be denied\r\n", quoteText(address));
             return failed(ResultCode::InvalidArgument, quoteText(address) + " is no IPv4 address");
         }
-        lines.push_back("deny ip any " + taken + " 0.255.255.255");
+        lines.push_back("deny ip any " + whole.substr(0, kRuleAddressMax) + " 0.255.255.255");
     }
     lines.emplace_back("permit ip any any");
     std::string script = listScript(lines);

@@ -259,6 +259,10 @@ TEST_F(ResponseCacheTest, ADamagedFileIsMadeAnewOnce) {
     EXPECT_EQ(create(), SQLITE_CANTOPEN);
     EXPECT_EQ(write("a", "x"), SQLITE_CANTOPEN);
     EXPECT_FALSE(fs::exists(target));
+    fs::remove(fsPath(kResponseCache));
+    ASSERT_EQ(mkfifo(fsPath(kResponseCache).c_str(), 0600), 0);
+    EXPECT_EQ(create(), SQLITE_CANTOPEN) << "and nobody waits for the other end of a pipe";
+    EXPECT_EQ(read("a"), "(10000)");
 }
 
 TEST_F(ResponseCacheTest, LockNamesStayInTheirFolder) {

@@ -444,9 +444,10 @@ TEST_F(MulticastTest, WhatCannotBeDeniedChangesNothing) {
     for (const char *address :
          {"224", "224.", "224.0.0.", "1.2.3.4", "239.12.1.5", "239.255.255.250/8", "10.0.0.0/8"})
         EXPECT_TRUE(denyListScript(std::vector<std::string>{address})) << address;
-    for (const char *bad :
-         {R"("")", R"("224..1.1")", R"("256.0.0.0")", R"("224.00.0.0")", R"("1.2.3.4.5")", R"("0x1.0.0.0")",
-          R"(" 224.0.0.0")", R"("224.1\nexit")", "\"\xff\"", "5", R"(["224.0.0.0"])", "{}"})
+    for (const char *bad : {R"("")", R"("224..1.1")", R"("256.0.0.0")", R"("224.00.0.0")", R"("1.2.3.4.5")",
+                            R"("0x1.0.0.0")", R"(" 224.0.0.0")", R"("224.1\nexit")", R"("239.1.1.1\nexit")",
+                            R"("239.255.999.999")", R"("239.1.1.1/33")", R"("239.1.1.1/")",
+                            R"("239.1.1.1/x")", "\"\xff\"", "5", R"(["224.0.0.0"])", "{}"})
         EXPECT_EQ(kInvalid, deny(R"("225.0.0.0",)" + std::string(bad))) << bad;
     for (const char *text :
          {"", "{", "[]", "{}", R"({"blockAddressList":"224.0.0.0"})", R"({"blockAddressList":{}})"})
@@ -462,10 +463,7 @@ TEST_F(MulticastTest, WhatCannotBeDeniedChangesNothing) {
     EXPECT_EQ(std::string::npos, log().find("\nexit"));
     EXPECT_EQ(0, deny(many.substr(12))) << "one less";
     EXPECT_EQ(55u, occurrences(configuration(), "deny ip any 225.0.0.0"));
-    // Of what is longer than nine characters, the rest does not count.
-    EXPECT_EQ(0, deny(R"("224.0.0.0\nexit\nvlan database\nno vlan 20")"));
     EXPECT_EQ(0u, refused());
-    EXPECT_TRUE(device->with([](vswitch::Server &server) { return server.model().hasVlan(20); }));
 }
 
 TEST_F(MulticastTest, AFailedChangeBringsTheRulesBack) {
