@@ -48,9 +48,10 @@ std::int32_t setMulticastMode(openapiClientHandle_t *client, const char *json);
 std::int32_t removeIgmpMrouterInf(openapiClientHandle_t *client, std::uint32_t ifNum);
 
 // {"blockAddressList":["239.0.0.0","224.1.0.0/8"]}; each blocks all groups with the same first number. The
-// first nine characters of an address count; a prefix length may follow. 10003 for another request, an address that is none, and more
-// than fit into a script of 2047 characters; the list is as it was then, and is brought back when the switch
-// refuses the new one. An empty list deletes the access list, and with it all interfaces are normal.
+// first nine characters of an address count; a prefix length may follow. 10003 for another request, an
+// address that is none, and more than fit into a script of 2047 characters; the list is as it was then, and is
+// brought back when the switch refuses the new one. An empty list deletes the access list, and with it all
+// interfaces are normal.
 std::int32_t setDenyList(openapiClientHandle_t *client, const char *json);
 // The same with the array of addresses.
 std::int32_t setDenyListByArray(openapiClientHandle_t *client, const cJSON *addresses);

@@ -7,8 +7,8 @@
 namespace pavo {
 namespace {
 
-bool isComplete(const openapiClientHandle_t *client, const void *place, const Where &where) {
-    if (client != nullptr && place != nullptr)
+bool isComplete(const openapiClientHandle_t *client, bool hasPlace, const Where &where) {
+    if (client != nullptr && hasPlace)
         return true;
     logError(where, "[%s:%d] param is null \r\n");
     return false;
@@ -24,11 +24,11 @@ std::int32_t reportNoMemory(const Where &where) {
 bool canAnswer(const openapiClientHandle_t *client, char **json, const Where &where) {
     if (json != nullptr)
         *json = nullptr;
-    return isComplete(client, json, where);
+    return isComplete(client, json != nullptr, where);
 }
 
 bool canAnswer(const openapiClientHandle_t *client, const char *buffer, const Where &where) {
-    return isComplete(client, buffer, where);
+    return isComplete(client, buffer != nullptr, where);
 }
 
 std::int32_t handOutText(const AnswerNode &answer, char **json, const Where &where) {

@@ -363,8 +363,11 @@ int run(int argc, char **argv) {
     } else if (*loadFile) {
         load(text);
     } else if (*events) {
-        for (printEvents(number, asJson); flag; printEvents(number, asJson))
+        printEvents(number, asJson);
+        while (flag) {
             ::usleep(200'000);
+            printEvents(number, asJson);
+        }
     } else {
         auto out = control(request);
         out.erase("ok");
