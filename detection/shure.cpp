@@ -119,22 +119,30 @@ void putBack(Switch sw, IfNum port, const Where &where) {
 // Automatic mode for ports whose device has moved away, or has been dropped from the list and is not there.
 // Before anybody joins: who comes to such a port has to authenticate.
 void releasePorts(Switch sw, const DeviceScan &scan, const Devices &devices, const Where &where) {
-    const std::map<IfNum, ForcedPort> &forced = known().forced;
+    std::map<IfNum, ForcedPort> &forced = known().forced;
     if (forced.empty())
         return;
-    std::set<IfNum> held;
+    std::set<IfNum> held, justMissed;  // the latter have been tried in this scan
     for (const DetectedDevice &device : devices)
-        if (device.missCount <= 1)  // the first miss has just done it
-            held.insert(device.port);
+        if (device.missCount <= 1)
+            (device.missCount == 0 ? held : justMissed).insert(device.port);
     for (const Sighting &seen : scan.seen)
         if (const auto port = forced.find(seen.port); port != forced.end() && port->second.mac == seen.mac)
             held.insert(seen.port);
     std::vector<IfNum> free;
-    for (const auto &[port, why] : forced)
-        if (!held.contains(port) && scan.covers(port))
+    for (auto &[port, why] : forced)
+        if (held.contains(port))
+            why.hasFailed = false;
+        else if (!justMissed.contains(port) && scan.covers(port))
             free.push_back(port);
     for (const IfNum port : free)
         putBack(sw, port, where);
+}
+
+// Whether the port is authorised on account of a device that is gone.
+bool isToGoBack(IfNum port) {
+    const auto found = known().forced.find(port);
+    return found != known().forced.end() && found->second.hasFailed;
 }
 
 void releaseOurPorts(Switch sw, const Where &where) {
@@ -225,7 +233,7 @@ bool admit(Switch sw, const Sighting &seen, DetectedDevice *device, const Where 
         return true;
     const std::uint32_t status = sw.portStatus(seen.port).value_or(kStatusUnknown);
     logDebug(where, "[%s:%d] ShureLookup: Port %d dot1x status is %d\r\n", seen.port, status);
-    if (status != OPEN_DOT1X_PORT_AUTHORIZED) {
+    if (status != OPEN_DOT1X_PORT_AUTHORIZED || isToGoBack(seen.port)) {
         logDebug(where, "[%s:%d] ShureLookup: port %d is unauthorized, not onboard!\r\n", seen.port);
         return false;
     }
