@@ -154,27 +154,30 @@ void releaseOurPorts(Switch sw, const Where &where) {
 
 // --- scanning
 
-bool isAudioInterface(const std::string &portId, const std::string &chassisId, IfNum port,
-                      const Where &where) {
+// The address of a neighbour's audio interface, if it has one: the port ID, unless that is the chassis.
+std::optional<Mac> audioInterfaceOf(const Neighbour &neighbour, IfNum port, const Where &where) {
+    const std::string portId = neighbour[NeighbourField::PortId].value_or("");
     const auto mac = Mac::parse(portId);
     if (!mac) {
         if (!portId.empty())
             logDebug(where, "[%s:%d] ShureLookup: port ID '%s' on port %d is no MAC address, skip.\r\n",
                      printable(portId), port);
-        return false;
+        return std::nullopt;
     }
-    const auto chassis = Mac::parse(chassisId);
-    return !mac->isZero() && !(chassis && chassis->sameAddress(*mac));
+    const auto chassis = Mac::parse(neighbour[NeighbourField::ChassisId].value_or(""));
+    if (mac->isZero() || (chassis && chassis->sameAddress(*mac)))
+        return std::nullopt;
+    return mac;
 }
 
 void addDevices(const std::vector<Neighbour> &neighbours, IfNum port, PortControl mode, ShureScan *scan,
                 const Where &where) {
     for (const Neighbour &neighbour : neighbours) {
-        const std::string &portId = neighbour[NeighbourField::PortId].value_or("");
-        if (!isAudioInterface(portId, neighbour[NeighbourField::ChassisId].value_or(""), port, where))
+        const auto mac = audioInterfaceOf(neighbour, port, where);
+        if (!mac)
             continue;
         scan->descriptions.push_back(neighbour[NeighbourField::SystemDesc].value_or(""));
-        scan->devices.seen.push_back({.mac = *Mac::parse(portId),
+        scan->devices.seen.push_back({.mac = *mac,
                                       .port = port,
                                       .type = DEVICE_TYPE_AUDIO,
                                       .controlMode = static_cast<std::uint32_t>(mode)});
@@ -226,10 +229,11 @@ bool forcePort(Switch sw, IfNum port, Mac mac, const LogFormat<IfNum, std::uint3
 // Without 802.1X everybody; with it, who is on a port that is authorised; nobody while that is not known.
 bool admit(Switch sw, const Sighting &seen, DetectedDevice *device, const Where &where) {
     constexpr std::uint32_t kStatusUnknown = 3;
-    if (!known().dot1x)
+    const std::optional<bool> dot1x = known().dot1x;
+    if (!dot1x)
         return false;
-    logDebug(where, "[%s:%d] ShureLookup: dot1xAdminMode=%d\r\n", *known().dot1x ? 1 : 0);
-    if (!*known().dot1x)
+    logDebug(where, "[%s:%d] ShureLookup: dot1xAdminMode=%d\r\n", *dot1x ? 1 : 0);
+    if (!*dot1x)
         return true;
     const std::uint32_t status = sw.portStatus(seen.port).value_or(kStatusUnknown);
     logDebug(where, "[%s:%d] ShureLookup: Port %d dot1x status is %d\r\n", seen.port, status);

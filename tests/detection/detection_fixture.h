@@ -62,6 +62,25 @@ class DetectionTest : public SwitchTest {
             EXPECT_EQ(logged(text), 1u) << text;
     }
 
+    // Once for each call that act() makes, with that call failing, and then with all calls after it failing,
+    // too: prepare(), act(once), check(). Faults are over when check() runs.
+    template <class Prepare, class Act, class Check>
+    void withEachCallFailing(Prepare prepare, Act act, Check check) {
+        for (const bool once : {true, false}) {
+            bool struck = true;
+            for (std::uint64_t n = 1; struck && !HasFatalFailure(); ++n) {
+                SCOPED_TRACE(testing::Message()
+                             << "call " << n << (once ? " fails" : " and all after it fail"));
+                prepare();
+                failCall("*", n, once);
+                act(once);
+                struck = callsSeen() >= n;
+                clearFaults();
+                check();
+            }
+        }
+    }
+
     // Whether every line of the log is one that the log made: a text from the network started none.
     static bool logLinesIntact() {
         return occurrences(log(), "\n2026-01-01 ") + 1 == occurrences(log(), "\n");

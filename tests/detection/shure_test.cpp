@@ -6,6 +6,7 @@
 #include <numeric>
 #include <set>
 #include <thread>
+#include <utility>
 
 #include "common/json.h"
 #include "detection/audac.h"
@@ -488,20 +489,12 @@ TEST_P(ShureFaultTest, EndsUpWhereItDoesWithoutFaults) {
     prepare();
     scans(3);
     const auto without = picture();
-    for (const bool once : {true, false}) {
-        bool struck = true;
-        for (std::uint64_t n = 1; struck; ++n) {
-            SCOPED_TRACE(testing::Message() << "call " << n << (once ? " fails" : " and all after it fail"));
-            prepare();
-            failCall("*", n, once);
-            scans(once ? 1 : 3);
-            struck = callsSeen() >= n;
-            clearFaults();
-            ASSERT_EQ(occurrences(picture(), "01"), 2u);
-            ASSERT_TRUE(GetParam() != Event::Move || occurrences(picture(), "02") == 2);
-            ASSERT_EQ(scans(3), without);
-        }
-    }
+    withEachCallFailing([&] { prepare(); }, [&](bool once) { scans(once ? 1 : 3); },
+                        [&] {
+                            ASSERT_EQ(occurrences(picture(), "01"), 2u);
+                            ASSERT_TRUE(GetParam() != Event::Move || occurrences(picture(), "02") == 2);
+                            ASSERT_EQ(scans(3), without);
+                        });
 }
 
 // Nobody is new, gone or moved, and everybody would have to leave with the next miss. The one call whose failure
@@ -518,28 +511,26 @@ TEST_F(ShureTest, NoFailedCallIsAnAbsence) {
     };
     const auto joined = prepare();
     std::size_t modesUnread = 0;
-    for (const bool once : {true, false}) {
-        bool struck = true;
-        for (std::uint64_t n = 1; struck; ++n) {
-            SCOPED_TRACE(testing::Message() << "call " << n << (once ? " fails" : " and all after it fail"));
-            const auto scripts = callCount(kApply);
+    std::uint64_t scripts = 0;
+    withEachCallFailing(
+        [&] {
+            scripts = callCount(kApply);
             for (DetectedDevice &one : list)
                 one.missCount = DEVICE_MISS_MAX - 1;
-            failCall("*", n, once);
-            ASSERT_NE(checkReason(shureDetection.loop, &client), Presence::Absent);
+        },
+        [&](bool) {
+            EXPECT_NE(checkReason(shureDetection.loop, &client), Presence::Absent);
             scans();
-            struck = callsSeen() >= n;
-            clearFaults();
-            if (logged(kModeUnread) != modesUnread) {
-                modesUnread = logged(kModeUnread);
+        },
+        [&] {
+            if (std::exchange(modesUnread, logged(kModeUnread)) != logged(kModeUnread)) {
                 prepare();
-                continue;
+                return;
             }
             ASSERT_EQ(list.count(), 2u);
             ASSERT_EQ(scans(), joined);
             ASSERT_EQ(callCount(kApply), scripts);
-        }
-    }
+        });
     EXPECT_EQ(modesUnread, 4u);
 }
 
