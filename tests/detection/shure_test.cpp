@@ -226,7 +226,10 @@ TEST_F(ShureTest, ADeviceWaitsForItsPortAndHoldsIt) {
     EXPECT_EQ(logged("ShureLookup: set port 5 control mode to 3 again. (result=0)"), 1u);
 
     away();
-    EXPECT_EQ(scans(20), "| | 2 2");
+    scans(19);
+    failCall(kModeSet);
+    EXPECT_EQ(scans(), "| 01@5/20 | 2 2");  // the port is still to be put back
+    EXPECT_EQ(scans(), "| | 2 2");
     EXPECT_EQ(logged("ShureLookup: set port 5 control mode to 2 (result=0)"), 1u);
 
     // A port that somebody has forced authorised is forced authorised; one whose device cannot join goes back
@@ -240,6 +243,9 @@ TEST_F(ShureTest, ADeviceWaitsForItsPortAndHoldsIt) {
     authenticate(6);
     failCall(kApply, 1, false);
     EXPECT_EQ(scans(), "01 | 01@5 | 2 3");
+    failCall("rpcclt_openapiLldpMgmtStrLenGet", 1, false);
+    EXPECT_EQ(scans(2), "01 | 01@5 | 2 3");
+    clearFaults();
     away(2);
     EXPECT_EQ(scans(), "01 | 01@5 | 2 2");
 }
