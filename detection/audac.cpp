@@ -292,15 +292,7 @@ std::optional<VlanId> audacAudioVlanIdGet() {
 }
 
 std::int32_t audacValidityCheck(Switch sw) {
-    switch (checkProfile(sw, kValidityCheck).presence) {
-        case Presence::Present:
-            return codeOf(ResultCode::Success);
-        case Presence::Absent:
-            return codeOf(ResultCode::ConfigInvalid);
-        case Presence::Unknown:
-            break;
-    }
-    return codeOf(ResultCode::Failed);
+    return checkCodeOf(checkProfile(sw, kValidityCheck).presence);
 }
 
 std::optional<DeviceScan> scanAudacDevices(Switch sw, const Where &where) {

@@ -254,6 +254,8 @@ void updateDevices(Switch sw, const MacFamily &family, Devices *devices, Where w
     const SeenPorts ports(scan->seen);
     compareKnown(sw, family, devices, *scan, ports, where);
     const KnownPorts known = indexDevices(devices);
+    if (family.compared != nullptr)
+        family.compared(sw, *scan, *devices, where);
     if (family.refusals != nullptr && scan->isWhole)
         family.refusals()->keepOnly([&](Mac mac) { return ports.has(mac) || known.contains(mac); });
     TypeVlans vlans(family, where);

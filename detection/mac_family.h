@@ -108,6 +108,9 @@ struct MacFamily {
 
     // A device that was there at the last scan is missing. Optional.
     void (*firstMiss)(Switch sw, const DetectedDevice &device, const Where &where) = nullptr;
+    // The list has been compared with the scan, and nobody has joined yet. Optional.
+    void (*compared)(Switch sw, const DeviceScan &scan, const DeviceList<DetectedDevice> &devices,
+                     const Where &where) = nullptr;
     // A device of the list is still where it was. Optional.
     void (*stillThere)(Switch sw, const Sighting &seen, const Where &where) = nullptr;
 };

@@ -5,12 +5,14 @@
 #include "detection/audac.h"
 #include "detection/lightware.h"
 #include "detection/profile_keeper.h"
+#include "detection/shure.h"
 #include "profile/detection_files.h"
 
 namespace pavo {
 namespace {
 
-constexpr const DetectionRow *kRows[] = {&audacDetection, &lightwareDetection, &profileKeeper};
+constexpr const DetectionRow *kRows[] = {&audacDetection, &lightwareDetection, &shureDetection,
+                                         &profileKeeper};
 
 class RunningMark {
   public:

@@ -8,9 +8,14 @@
 #include "common/text.h"
 #include "detection/audac.h"
 #include "detection/lightware.h"
+#include "detection/shure.h"
 
 namespace pavo {
 namespace {
+
+constexpr FieldKey kChassisAndPort[] = {{NeighbourField::SystemDesc, "systemDesc"},
+                                        {NeighbourField::ChassisId, "chassisID"},
+                                        {NeighbourField::PortId, "portId"}};
 
 // Strings come from the network: cJSON escapes control characters, but passes on bytes that are no UTF-8.
 bool addString(cJSON *object, const char *key, const std::string &text) {
@@ -81,11 +86,30 @@ void lightwareListGet(Switch sw, cJSON *out) {
     }
 }
 
+void shureListGet(Switch sw, cJSON *out) {
+    const Where where = std::source_location::current();
+    const ShureScan scan = scanShureDevices(sw, where).value_or(ShureScan());
+    for (std::size_t i = 0; i < scan.devices.seen.size(); ++i) {
+        const Sighting &seen = scan.devices.seen[i];
+        const auto appended = appendObject(out, where, [&](cJSON *object) {
+            return addNumber(object, "portId", seen.port.number()) &&
+                   addNumber(object, "controlMode", seen.controlMode) &&
+                   addString(object, "systemDesc", scan.descriptions[i]) &&
+                   addString(object, "mac", seen.mac.text()) && addNumber(object, "type", seen.type);
+        });
+        if (!appended)
+            return;
+    }
+}
+
 std::int32_t lldpIntfRemoteAudacInfoGet(Switch sw, const NeighbourQuery &query) {
-    constexpr FieldKey kKeys[] = {{NeighbourField::SystemDesc, "systemDesc"},
-                                  {NeighbourField::ChassisId, "chassisID"},
-                                  {NeighbourField::PortId, "portId"}};
-    return codeOf(appendNeighbours(sw, query, audacNeighbours, kKeys, std::source_location::current()));
+    return codeOf(
+        appendNeighbours(sw, query, audacNeighbours, kChassisAndPort, std::source_location::current()));
+}
+
+std::int32_t lldpIntfRemoteShureInfoGet(Switch sw, const NeighbourQuery &query) {
+    return codeOf(
+        appendNeighbours(sw, query, shureNeighbours, kChassisAndPort, std::source_location::current()));
 }
 
 std::int32_t lldpIntfRemoteLightwareInfoGet(Switch sw, const NeighbourQuery &query) {

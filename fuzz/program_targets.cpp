@@ -234,7 +234,8 @@ void readVlanSettingsFile(const std::string &text) {
 }
 
 void readDetectionFiles(const std::string &text) {
-    parseDetectionConfig(text, "audacDevicePort");
+    for (const char *key : {"audacDevicePort", "shureDevicePort"})
+        parseDetectionConfig(text, key);
     parseShureDevicePorts(text);
     std::set<std::string> names;
     for (const auto &name : parseManualTrunks(text)) {

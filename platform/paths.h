@@ -45,6 +45,8 @@ inline constexpr const char *kShowVlanAssociationMac =
     "/mnt/application/pavo/tmp/show_vlan_association_mac_out";
 
 inline constexpr const char *kShureConfig = "/tmp/shure_config";
+inline constexpr const char *kShureIn = "/mnt/application/pavo/tmp/shure_in";
+inline constexpr const char *kShureOut = "/mnt/application/pavo/tmp/shure_out";
 inline constexpr const char *kVlanShowProfileFast = "/tmp/vlan_show_profile_fast.txt";
 // A printf format: concurrent callers each have a number of their own.
 inline constexpr const char *kIpInterfaceBriefShow =

@@ -389,18 +389,7 @@ OpenResult<> Switch::setParticipation(IfNum ifNum, VlanId id, Participation part
                                                            static_cast<std::uint32_t>(participation)));
 }
 
-// --- 802.1X, PTP, spanning tree
-
-OpenResult<> Switch::setPortControl(IfNum port, PortControl control) const {
-    return openResult(
-        rpcclt_openapiDot1xPortControlModeSet(client_, port.number(), static_cast<std::uint32_t>(control)));
-}
-
-OpenResult<PortControl> Switch::portControl(IfNum port) const {
-    return readNumber<PortControl>([&](std::uint32_t *mode) {
-        return rpcclt_openapiDot1xPortControlModeGet(client_, port.number(), mode);
-    });
-}
+// --- PTP, spanning tree
 
 OpenResult<> Switch::setPtpTc(bool on) const {
     return openResult(rpcclt_openapiPtpTcAdminModeSet(client_, on ? OPEN_ENABLE : OPEN_DISABLE));

@@ -247,10 +247,18 @@ class Switch {
     OpenResult<> setTagging(IfNum ifNum, VlanId id, Tagging tagging) const;
     OpenResult<> setParticipation(IfNum ifNum, VlanId id, Participation participation) const;
 
-    // --- 802.1X, PTP, spanning tree
+    // --- 802.1X
 
+    OpenResult<bool> dot1x() const;  // of the whole switch
     OpenResult<> setPortControl(IfNum port, PortControl control) const;
     OpenResult<PortControl> portControl(IfNum port) const;
+    OpenResult<std::uint32_t> portStatus(
+        IfNum port) const;  // OPEN_DOT1X_PORT_, or a number of the switch's own
+    OpenResult<bool> isPortAuthorized(IfNum port) const;
+    OpenResult<PortReauthentication> portReauthentication(IfNum port) const;
+
+    // --- PTP, spanning tree
+
     OpenResult<> setPtpTc(bool on) const;
     OpenResult<bool> ptpTc() const;
     OpenResult<> setPortPtpTc(IfNum port, bool on) const;
@@ -334,9 +342,6 @@ class Switch {
     OpenResult<RadiusServer> radiusServer(std::uint32_t number) const;
     OpenResult<RadiusServerName> radiusServerName(std::uint32_t number) const;
 
-    OpenResult<bool> dot1x() const;
-    OpenResult<bool> isPortAuthorized(IfNum port) const;
-    OpenResult<PortReauthentication> portReauthentication(IfNum port) const;
     OpenResult<bool> portPtpTc(IfNum port) const;
     OpenResult<bool> portDot1as(IfNum port) const;
     // As isStaticVlan, for those who have to tell "no" from "no answer".

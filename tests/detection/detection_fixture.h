@@ -72,6 +72,12 @@ class DetectionTest : public SwitchTest {
             check();
         }
     }
+    // Alone, and then with all after it.
+    template <class Prepare, class Act, class Check>
+    void withEachCallFailing(Prepare prepare, Act act, Check check) {
+        for (const bool once : {true, false})
+            failEachCall(once, prepare, [&] { act(once); }, check);
+    }
 
     // Whether every line of the log is one that the log made: a text from the network started none.
     static bool logLinesIntact() {

@@ -1,0 +1,547 @@
+// Shure detection against a virtual switch, one call of the cycle's steps at a time, and the thread itself.
+#include "detection/shure.h"
+
+#include <gtest/gtest.h>
+
+#include <numeric>
+#include <set>
+#include <thread>
+#include <utility>
+
+#include "common/json.h"
+#include "detection/audac.h"
+#include "detection/scan_ops.h"
+#include "platform/paths.h"
+#include "swapi/swapi_ops.h"
+#include "tests/detection/detection_fixture.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using namespace test_support;
+namespace clk = platform::manual_clock;
+namespace paths = platform::paths;
+
+constexpr const char *kType = "Shure Split Audio and Control Network";
+constexpr const char *kConfig = R"({"shureDevicePort":[5,6],"audioVlanID":100,"controlVlanID":101})";
+constexpr const char *kApply = "rpcclt_openapiTxtCfgApply";
+constexpr const char *kModeGet = "rpcclt_openapiDot1xPortControlModeGet";
+constexpr const char *kModeSet = "rpcclt_openapiDot1xPortControlModeSet";
+constexpr const char *kStatusGet = "rpcclt_openapiDot1xPortStatusGet";
+constexpr const char *kGlobalGet = "rpcclt_openapiDot1xSystemAuthControlModeGet";
+constexpr const char *kModeUnread = "] Bad return code trying to set port(";
+constexpr int kProfileVlan = 50;
+
+// Ports 5 and 6 are Shure ports. Microphone n has the MAC address 00:0E:DD:00:00:0n.
+class ShureTest : public DetectionTest {
+  protected:
+    void SetUp() override {
+        DetectionTest::SetUp();
+        config(kConfig);
+        profileStore(kProfileVlan, kType);
+        network({});
+    }
+
+    // A fresh switch without 802.1X, and nobody known.
+    void network(vswitch::ModelConfig model) {
+        list.clear();
+        startSwitch(std::move(model));
+        vlanCreate(kProfileVlan);
+        shureDetection.loop.begin(&client, std::source_location::current());
+    }
+    DeviceList<DetectedDevice> list;  // what Shure detection knows
+
+    static std::string macOf(int n) { return "00:0E:DD:00:00:0" + std::to_string(n); }
+    static vswitch::Device mic(int n, vswitch::IfNum port) {
+        auto out = host("mic" + std::to_string(n), port, macOf(n), "Shure MXA920");
+        out.lldp->chassisId = "02:0E:DD:00:00:0" + std::to_string(n);
+        return out;
+    }
+    void micPlug(int n = 1, vswitch::IfNum port = 5) { ASSERT_EQ(plug(mic(n, port)), OPEN_E_NONE); }
+    void away(int n = 1) { ASSERT_EQ(unplug("mic" + std::to_string(n)), OPEN_E_NONE); }
+    void micMove(int n, vswitch::IfNum port) {
+        ASSERT_EQ(move("mic" + std::to_string(n), port), OPEN_E_NONE);
+    }
+    void dot1x(bool on) {
+        model([&](vswitch::Model &m) { m.system().dot1xEnabled = on; });
+    }
+    void authenticate(vswitch::IfNum port) {
+        model([&](vswitch::Model &m) { EXPECT_EQ(m.setSupplicant(port, true), OPEN_E_NONE); });
+    }
+    void setModes(std::uint32_t mode) {
+        for (const vswitch::IfNum port : {5u, 6u})
+            model([&](vswitch::Model &m) { m.edit(port)->dot1xControlMode = mode; });
+    }
+    void removeByHand(int n) { cli({"vlan database", "no vlan association mac " + macOf(n)}); }
+    static void config(const std::string &text) { writeText(paths::kShureConfig, text); }
+
+    // Cycles of the thread, minus the check of the profile, and what they end with.
+    std::string scans(int count = 1) {
+        for (int i = 0; i < count; ++i) {
+            repairShureLink(&client, &list);
+            lldplookup(&client, &list);
+        }
+        return picture();
+    }
+
+    // Who is associated, who is known on which port with how many misses, and the 802.1X modes of ports 5 and 6:
+    // "01 02 | 01@5 02@6/19 | 3 2".
+    std::string picture() {
+        std::string out;
+        for (const auto &[mac, vlan] : model([](vswitch::Model &m) { return m.macAssociations(); }))
+            out += mac.text().substr(15) + (vlan == 100 ? " " : "? ");
+        std::multiset<std::string> known;
+        for (const DetectedDevice &one : list)
+            known.insert(" " + one.mac.text().substr(15) + "@" + std::to_string(one.port.number()) +
+                         (one.missCount != 0 ? "/" + std::to_string(one.missCount) : ""));
+        out = std::accumulate(known.begin(), known.end(), out + "|") + " |";
+        for (const vswitch::IfNum port : {5u, 6u})
+            out += " " + std::to_string(
+                             model([&](vswitch::Model &m) { return m.interface(port)->dot1xControlMode; }));
+        return out;
+    }
+    static std::string jsonOf(const std::function<void(cJSON *)> &fill) {
+        const JsonPtr out(cJSON_CreateArray());
+        fill(out.get());
+        return printJsonLine(out.get());
+    }
+    std::string found() {
+        return jsonOf([&](cJSON *out) { shureListGet(&client, out); });
+    }
+};
+
+// --- without 802.1X
+
+TEST_F(ShureTest, JoinsShureDevicesOnShurePortsAndNothingElse) {
+    config(R"({"shureDevicePort":[5,6,0,768,-1,"x"],"audioVlanID":100,"controlVlanID":101})");
+    micPlug();
+    micPlug(2, 7);  // no Shure port
+    const std::pair<const char *, const char *> others[] = {
+        {"02:0e:dd:00:00:03", "Shure MXA920"},  // the chassis itself, spelled another way
+        {"00:00:00:00:00:00", "Shure MXA920"},
+        {"", "Shure MXA920"},
+        {"00:0E:DD:00:00:03 5\nexit\n", "Shure MXA920"},
+        {"00:0E:DD:00:00:03", "shure mixer"},
+        {"00:0E:DD:00:00:03", "my Shure"},
+        {"00:0E:DD:00:00:03", "Shur"}};
+    for (const auto &[portId, description] : others) {
+        auto other = mic(3, 6);
+        other.lldp->portId = portId;
+        other.lldp->systemDesc = description;
+        ASSERT_EQ(plug(other), OPEN_E_NONE);
+        ASSERT_EQ(scans(), "01 | 01@5 | 2 2") << portId << description;
+        away(3);
+    }
+    EXPECT_EQ(list.at(1)->type, DEVICE_TYPE_AUDIO);
+    EXPECT_EQ(list.at(1)->controlMode, DEVICE_CONTROL_MODE_NONE);
+    EXPECT_EQ(systemLogged("Shure device Join (Audio MAC: 00:0E:DD:00:00:01) on Port 0/5."), 1u);
+    EXPECT_EQ(callCount(kApply), 1u);
+    EXPECT_EQ(callCount(kStatusGet) + callCount(kModeSet), 0u);
+    EXPECT_FALSE(exists(paths::kShureIn) || exists(paths::kShureOut) ||
+                 exists(paths::kShowVlanAssociationMac));
+    EXPECT_TRUE(logLinesIntact());
+    EXPECT_EQ(logged("(ERROR)"), 0u);
+
+    EXPECT_EQ(found(), R"([{"portId":5,"controlMode":2,"systemDesc":"Shure MXA920",)"
+                       R"("mac":"00:0E:DD:00:00:01","type":2}])");
+    micPlug(4, 5);
+    failCall("rpcclt_openapiLldpIntfRemoteDevicePortIdGet", 2);
+    EXPECT_EQ(
+        jsonOf([&](cJSON *out) { EXPECT_EQ(lldpIntfRemoteShureInfoGet(&client, {IfNum(5), out}), 10000); }),
+        R"([{"systemDesc":"Shure MXA920","chassisID":"02:0E:DD:00:00:01",)"
+        R"("portId":"00:0E:DD:00:00:01"}])");
+}
+
+TEST_F(ShureTest, LeavesAfterTwentyMissesInARowAndRetriesWhatFails) {
+    micPlug();
+    failCall(kApply, 1, false);
+    // Each try is two lines: the apply call's own and the family's, which names the script.
+    expectErrors(4, {}, [&] { EXPECT_EQ(scans(2), "| | 2 2"); });
+    EXPECT_EQ(logged("vlan database\nvlan association mac 00:0E:DD:00:00:01 100\nexit\n)\r\n"), 2u);
+    clearFaults();
+    scans();
+    setModes(OPEN_DOT1X_FORCE_AUTHORIZED);
+    away();
+    // The first miss is the port's, also without 802.1X. One that fails is tried again with the next scan.
+    failCall(kModeSet, 1, false);
+    expectErrors(1, {"trying to set port(5) control mode (result = -2)\n"},
+                 [&] { EXPECT_EQ(scans(3), "01 | 01@5/3 | 3 3"); });
+    clearFaults();
+    EXPECT_EQ(scans(16), "01 | 01@5/19 | 2 3");
+    micPlug();
+    EXPECT_EQ(scans(), "01 | 01@5 | 2 3");
+
+    away();
+    failCall(kApply, 1, false);
+    expectErrors(4, {}, [&] { EXPECT_EQ(scans(21), "01 | 01@5/21 | 2 3"); });
+    EXPECT_EQ(systemLogged("Shure device Leave"), 0u);
+    clearFaults();
+    EXPECT_EQ(scans(), "| | 2 3");
+    EXPECT_EQ(systemLogged("Shure device Leave (Audio MAC: 00:0E:DD:00:00:01) on Port 0/5."), 1u);
+    EXPECT_EQ(systemLogged("Join"), 1u);
+}
+
+TEST_F(ShureTest, RepairsAnAssociationRemovedByHand) {
+    micPlug(1);
+    micPlug(2, 6);
+    scans();
+    removeByHand(1);
+    expectErrors(1, {"ShureLookup check (mac: 00:0E:DD:00:00:01) in the linked list, but not in the VLAN"},
+                 [&] { EXPECT_EQ(scans(), "01 02 | 01@5 02@6 | 2 2"); });
+    EXPECT_EQ(systemLogged("Shure device Join"), 3u);
+    failCall("rpcclt_openapiCliShowExecuteToFile");
+    EXPECT_EQ(repairShureLink(&client, &list), 10000);
+    EXPECT_EQ(repairShureLink(&client, &list), 1);
+    EXPECT_EQ(list.count(), 2u);
+}
+
+// --- with 802.1X
+
+TEST_F(ShureTest, ADeviceWaitsForItsPortAndHoldsIt) {
+    dot1x(true);
+    micPlug();
+    EXPECT_EQ(scans(3), "| | 2 2");
+    EXPECT_EQ(logged("ShureLookup: port 5 is unauthorized, not onboard!"), 3u);
+    authenticate(5);
+    for (const char *call : {kStatusGet, kModeSet, kGlobalGet}) {
+        failCall(call);
+        EXPECT_EQ(scans(), "| | 2 2") << call;
+        EXPECT_EQ(callsSeen(), 1u) << call;
+        clearFaults();
+    }
+    EXPECT_EQ(logged("(ERROR)"), 1u);
+    EXPECT_EQ(logged("ShureLookup: the 802.1X mode of the switch cannot be read (result = -2)"), 1u);
+    EXPECT_EQ(scans(), "01 | 01@5 | 3 2");
+    EXPECT_EQ(list.at(1)->controlMode, std::uint32_t{OPEN_DOT1X_AUTO});
+    EXPECT_EQ(logged("ShureLookup: set port 5 control mode to 3. (result=0)"), 1u);
+
+    // Missed once, the port has to be authorised again.
+    away();
+    EXPECT_EQ(scans(), "01 | 01@5/1 | 2 2");
+    EXPECT_EQ(logged("ShureLookup: set port 5 control mode to 2 (result = 0)\n"), 1u);
+    micPlug();
+    EXPECT_EQ(scans(), "01 | 01@5 | 2 2");
+    authenticate(5);
+    EXPECT_EQ(scans(2), "01 | 01@5 | 3 2");
+    EXPECT_EQ(logged("ShureLookup: set port 5 control mode to 3 again. (result=0)"), 1u);
+
+    away();
+    scans(19);
+    failCall(kModeSet);
+    EXPECT_EQ(scans(), "| 01@5/20 | 2 2");  // the port is still to be put back
+    EXPECT_EQ(scans(), "| | 2 2");
+    EXPECT_EQ(logged("ShureLookup: set port 5 control mode to 2 (result=0)"), 1u);
+
+    // A port that somebody has forced authorised is forced authorised; one whose device cannot join goes back
+    // when that is gone.
+    setModes(OPEN_DOT1X_FORCE_AUTHORIZED);
+    micPlug(1, 5);
+    EXPECT_EQ(scans(), "01 | 01@5 | 3 3");
+    EXPECT_EQ(list.at(1)->controlMode, std::uint32_t{OPEN_DOT1X_FORCE_AUTHORIZED});
+    setModes(OPEN_DOT1X_AUTO);
+    micPlug(2, 6);
+    authenticate(6);
+    failCall(kApply, 1, false);
+    EXPECT_EQ(scans(), "01 | 01@5 | 2 3");
+    failCall("rpcclt_openapiLldpMgmtStrLenGet", 1, false);
+    EXPECT_EQ(scans(2), "01 | 01@5 | 2 3");
+    clearFaults();
+    away(2);
+    EXPECT_EQ(scans(), "01 | 01@5 | 2 2");
+}
+
+TEST_F(ShureTest, Dot1xMayBeSwitchedOnBetweenCycles) {
+    config(R"({"shureDevicePort":[5,900,6],"audioVlanID":100,"controlVlanID":101})");
+    setModes(OPEN_DOT1X_FORCE_AUTHORIZED);
+    micPlug();
+    EXPECT_EQ(scans(2), "01 | 01@5 | 3 3");
+    authenticate(5);
+    dot1x(true);
+    expectErrors(1, {"ShureLookup: Bad return code trying to set port(900) control mode (result = "},
+                 [&] { EXPECT_EQ(scans(2), "01 | 01@5 | 3 2"); });
+    dot1x(false);
+    EXPECT_EQ(scans(2), "01 | 01@5 | 3 2");
+    // A mode that could not be read is neither on nor off.
+    dot1x(true);
+    failCall(kGlobalGet);
+    EXPECT_EQ(scans(), "01 | 01@5 | 3 2");
+    const auto sets = callCount(kModeSet);
+    scans();
+    EXPECT_EQ(callCount(kModeSet), sets + 4);  // three ports, and one again
+    failCall(kGlobalGet);
+    scans(2);
+    EXPECT_EQ(callCount(kModeSet), sets + 4);
+    // The device joined without 802.1X, and yet its port does not stay forced when all have left.
+    shureClear(&client, &list);
+    EXPECT_EQ(picture(), "| | 2 2");
+
+    EXPECT_EQ(shureDot1xPortSet(&client), 0);
+    config(R"({"shureDevicePort":[5,900]})");
+    EXPECT_NE(shureDot1xPortSet(&client), 0);
+    config("{}");
+    EXPECT_EQ(shureDot1xPortSet(&client), 0);
+    config("");
+    EXPECT_EQ(shureDot1xPortSet(&client), 10000);
+    std::uint32_t status = 3;
+    EXPECT_EQ(swapiDot1xPortStatusGet(&client, 6, &status), 0);
+    EXPECT_EQ(status, std::uint32_t{OPEN_DOT1X_PORT_UNAUTHORIZED});
+}
+
+TEST_F(ShureTest, APortThatIsLeftIsForcedNoLonger) {
+    dot1x(true);
+    micPlug(1, 5);
+    micPlug(2, 5);
+    authenticate(5);
+    ASSERT_EQ(scans(), "01 02 | 01@5 02@5 | 3 2");
+    micMove(1, 6);
+    EXPECT_EQ(scans(), "01 02 | 01@6 02@5 | 3 2");  // the other one is still there
+    const std::string text = "Shure device (MAC: 00:0E:DD:00:00:01) from Port 0/5 change to Port 0/6.";
+    EXPECT_EQ(systemLogged(text), 1u);
+    EXPECT_EQ(logged(text + "\r\n"), 1u);
+    EXPECT_EQ(callCount(kApply), 2u);
+    authenticate(6);
+    EXPECT_EQ(scans(), "01 02 | 01@6 02@5 | 3 3");
+    // Each takes the other's place.
+    micMove(1, 5);
+    micMove(2, 6);
+    EXPECT_EQ(scans(), "01 02 | 01@5 02@6 | 3 3");
+
+    // Somebody new in that place has nothing of it.
+    micMove(2, 5);
+    micPlug(3, 6);
+    failCall(kModeSet);
+    expectErrors(1, {}, [&] { EXPECT_EQ(scans(), "01 02 | 01@5 02@5 | 3 3"); });
+    clearFaults();
+    expectErrors(0, {}, [&] { EXPECT_EQ(scans(2), "01 02 | 01@5 02@5 | 3 2"); });
+    authenticate(6);
+    EXPECT_EQ(scans(), "01 02 03 | 01@5 02@5 03@6 | 3 3");
+
+    // Gone, and its association removed by hand: the record is dropped without a word, but not the port.
+    away(3);
+    removeByHand(3);
+    EXPECT_EQ(scans(), "01 02 | 01@5 02@5 | 3 2");
+}
+
+TEST_F(ShureTest, RepairLeavesTheForcedPortAlone) {
+    dot1x(true);
+    micPlug();
+    authenticate(5);
+    scans();
+    const auto sets = callCount(kModeSet);
+    removeByHand(1);
+    EXPECT_EQ(scans(), "01 | 01@5 | 3 2");
+    EXPECT_EQ(callCount(kModeSet), sets);
+    // It came to a port that was forced already, by us: it leaves it as it was before.
+    shureClear(&client, &list);
+    EXPECT_EQ(picture(), "| | 2 2");
+}
+
+// Nobody counts as seen in such a cycle, wherever in the walk the read fails.
+TEST_F(ShureTest, AnUnreadablePortModeMakesEverybodyMiss) {
+    micPlug(1);
+    micPlug(2, 6);
+    scans();
+    setModes(OPEN_DOT1X_FORCE_AUTHORIZED);
+    micPlug(3, 5);
+    failCall(kModeGet, 2);
+    EXPECT_EQ(found(), "[]");
+    clearFaults();
+    failCall(kModeGet, 2);
+    expectErrors(1, {}, [&] { EXPECT_EQ(scans(), "01 02 | 01@5/1 02@6/1 | 2 2"); });
+    EXPECT_EQ(logged(std::string(kModeUnread) + "6) control mode (result = -2)\n"), 2u);
+    clearFaults();
+    EXPECT_EQ(scans(), "01 02 03 | 01@5 02@6 03@5 | 2 2");
+    // What LLDP does not tell is another matter.
+    failCall("rpcclt_openapiLldpIntfRemoteDevicePortIdGet", 1, false);
+    EXPECT_EQ(scans(), "01 02 03 | 01@5 02@6 03@5 | 2 2");
+    clearFaults();
+    failCall(kModeGet, 1, false);
+    EXPECT_EQ(scans(20), "| | 2 2");
+}
+
+// --- the profile, and the thread
+
+TEST_F(ShureTest, WhatTheProfileHasToHave) {
+    for (const char *unusable :
+         {"", "{}", R"({"audioVlanID":100})", R"({"audioVlanID":100,"controlVlanID":0})",
+          R"({"audioVlanID":0,"controlVlanID":101})", "[]"}) {
+        config(unusable);
+        EXPECT_EQ(shureValidityCheck(&client), 10000) << unusable;
+    }
+    config(kConfig);
+    EXPECT_EQ(shureValidityCheck(&client), 0);
+    failCall("openapiVlanCreatedCheck");
+    EXPECT_EQ(shureValidityCheck(&client), 10000);
+    clearFaults();
+    model([](vswitch::Model &m) { m.deleteVlan(kProfileVlan); });
+    EXPECT_EQ(shureValidityCheck(&client), 17001);
+    profileRemove(kProfileVlan);
+    EXPECT_EQ(shureValidityCheck(&client), 17001);
+
+    // A join and a leave on their own, for devices that no scan has found.
+    const DetectedDevice control{.port = IfNum(5),
+                                 .type = DEVICE_TYPE_CONTROL,
+                                 .mac = *Mac::parse(macOf(9)),
+                                 .controlMode = OPEN_DOT1X_AUTO};
+    EXPECT_EQ(shureOnlineCli(&client, control), 0);
+    EXPECT_EQ(callCount(kApply), 0u);
+    setModes(OPEN_DOT1X_FORCE_AUTHORIZED);
+    failCall(kApply);
+    EXPECT_EQ(shureOfflineCli(&client, control), 0);  // the port's result counts
+    EXPECT_EQ(picture(), "| | 2 3");
+    clearFaults();
+    EXPECT_EQ(shureOfflineCli(&client, control), 0);
+    EXPECT_EQ(systemLogged("Shure device Leave (Control MAC: 00:0E:DD:00:00:09) on Port 0/5."), 1u);
+    failCall(kModeSet);
+    EXPECT_EQ(shureOfflineCli(&client, control), OPEN_E_FAIL);
+    config("{}");
+    writeText(paths::kShureIn, "of an earlier run");
+    expectErrors(1, {"ShureLookup get control/audio vlan failed. (audioVlan:0)\r\n"},
+                 [&] { EXPECT_EQ(shureOnlineCli(&client, control), 10000); });
+    EXPECT_FALSE(exists(paths::kShureIn));
+}
+
+TEST_F(ShureTest, TheThreadTakesOverAndEndsWithTheProfile) {
+    dot1x(true);
+    micPlug(1);
+    micPlug(2, 6);
+    authenticate(5);
+    authenticate(6);
+    ASSERT_EQ(scans(), "01 02 | 01@5 02@6 | 3 3");
+    list.clear();
+    away(2);
+    const auto cycles = [](int count) {
+        for (int i = 0; i < count; ++i) {
+            clk::advance(15s);
+            ASSERT_TRUE(clk::awaitSleepers(1));
+        }
+    };
+    start(detect_shure_thread);
+    ASSERT_TRUE(clk::awaitSleepers(1));
+    EXPECT_EQ(picture(), "01 02 | | 2 2");  // the ports are held from the start
+    cycles(1);
+    EXPECT_EQ(picture(), "01 02 | | 3 2");
+    cycles(19);
+    EXPECT_EQ(picture(), "01 | | 3 2");
+    config(R"({"shureDevicePort":[5,6],"audioVlanID":100,"controlVlanID":0})");
+    cycles(25);
+    EXPECT_EQ(logged("Shure Profile not already created, do nothing."), 25u);
+    device->setDown(true);
+    cycles(25);
+    device->setDown(false);
+    config(kConfig);
+    cycles(1);
+    EXPECT_EQ(picture(), "01 | | 3 2");
+    EXPECT_EQ(systemLogged("Shure device Join"), 2u);
+
+    profileRemove(kProfileVlan);
+    clk::advance(15s);
+    join();
+    EXPECT_EQ(picture(), "| | 2 2");
+    EXPECT_EQ(logged("User already delete shure profile, ShureLookup exit!\r\n"), 1u);
+    EXPECT_EQ(functionsLogged(),
+              "adoptShureDevices detect_shure_thread lldplookup shureOfflineCli shureOnlineCli ");
+}
+
+// Two families look at the associations in one file.
+TEST_F(ShureTest, RepairsOfTwoFamiliesDoNotDisturbEachOther) {
+    cli({"vlan database", "vlan association mac " + macOf(1) + " 100"});
+    const auto repairs = [&](auto repair) {
+        DeviceList<DetectedDevice> mine;
+        EXPECT_TRUE(mine.push({.port = IfNum(5), .mac = *Mac::parse(macOf(1))}));
+        for (int i = 0; i < 50; ++i)
+            EXPECT_EQ(repair(Switch(&client), &mine), 1);
+        EXPECT_EQ(mine.count(), 1u);
+    };
+    std::thread other([&] { repairs(repairAudacLink); });
+    repairs(repairShureLink);
+    other.join();
+}
+
+// --- every call may fail
+
+enum class Event { Join, Leave, Repair, Move, Switched };
+
+class ShureFaultTest : public ShureTest, public testing::WithParamInterface<Event> {
+  protected:
+    // Microphone 1 is known on port 5; then something happens to 2 on port 6, known before unless it joins.
+    void prepare() {
+        network({.physicalPorts = 6, .lags = 1});
+        dot1x(true);
+        micPlug(1);
+        authenticate(5);
+        scans();
+        micPlug(2, 6);
+        authenticate(6);
+        if (GetParam() != Event::Join)
+            scans();
+        if (GetParam() == Event::Move)
+            micMove(2, 5);
+        if (GetParam() == Event::Repair)
+            removeByHand(2);
+        if (GetParam() == Event::Leave) {
+            away(2);
+            list.at(1)->missCount = DEVICE_MISS_MAX - 1;  // the last to join is the first of the list
+        }
+        if (GetParam() == Event::Switched) {
+            dot1x(false);
+            scans();
+            dot1x(true);
+        }
+    }
+};
+
+TEST_P(ShureFaultTest, EndsUpWhereItDoesWithoutFaults) {
+    prepare();
+    scans(3);
+    const auto without = picture();
+    withEachCallFailing([&] { prepare(); }, [&](bool once) { scans(once ? 1 : 3); },
+                        [&] {
+                            ASSERT_EQ(occurrences(picture(), "01"), 2u);
+                            ASSERT_TRUE(GetParam() != Event::Move || occurrences(picture(), "02") == 2);
+                            ASSERT_EQ(scans(3), without);
+                        });
+}
+
+// Nobody is new, gone or moved, and everybody would have to leave with the next miss. The one call whose failure
+// is a miss is the read of a port's mode.
+TEST_F(ShureTest, NoFailedCallIsAnAbsence) {
+    const auto prepare = [&] {
+        network({.physicalPorts = 6, .lags = 1});
+        dot1x(true);
+        for (const int n : {1, 2}) {
+            micPlug(n, static_cast<vswitch::IfNum>(n + 4));
+            authenticate(static_cast<vswitch::IfNum>(n + 4));
+        }
+        return scans();
+    };
+    const auto joined = prepare();
+    std::size_t modesUnread = 0;
+    std::uint64_t scripts = 0;
+    withEachCallFailing(
+        [&] {
+            scripts = callCount(kApply);
+            for (DetectedDevice &one : list)
+                one.missCount = DEVICE_MISS_MAX - 1;
+        },
+        [&](bool) {
+            EXPECT_NE(checkReason(shureDetection.loop, &client), Presence::Absent);
+            scans();
+        },
+        [&] {
+            if (std::exchange(modesUnread, logged(kModeUnread)) != logged(kModeUnread)) {
+                prepare();
+                return;
+            }
+            ASSERT_EQ(list.count(), 2u);
+            ASSERT_EQ(scans(), joined);
+            ASSERT_EQ(callCount(kApply), scripts);
+        });
+    EXPECT_EQ(modesUnread, 4u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Shure, ShureFaultTest,
+                         testing::Values(Event::Join, Event::Leave, Event::Repair, Event::Move,
+                                         Event::Switched));
+
+}  // namespace
