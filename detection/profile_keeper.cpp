@@ -9,8 +9,8 @@ namespace {
 
 std::atomic<std::int32_t> running{0};
 
-void keepDatabase(Switch sw, const Where &where) {
-    if (!isProfileDbUsable(where))
+void keepRecords(Switch sw, const Where &where) {
+    if (!isProfileDbUsable(where) || areVlanSettingsLost(where))
         static_cast<void>(recoverProfiles(sw, where));
 }
 
@@ -18,7 +18,7 @@ void keepDatabase(Switch sw, const Where &where) {
 
 constinit const DetectionRow profileKeeper = {
     .name = "profile keeper",
-    .loop = {.texts = {}, .period = std::chrono::seconds(30), .cycle = keepDatabase},
+    .loop = {.texts = {}, .period = std::chrono::seconds(30), .cycle = keepRecords},
     .entry = keep_profiles_thread,
     .running = &running,
 };

@@ -4,13 +4,15 @@
 #include "common/json.h"
 #include "detection/audac.h"
 #include "detection/lightware.h"
+#include "detection/nice.h"
 #include "detection/profile_keeper.h"
 #include "profile/detection_files.h"
 
 namespace pavo {
 namespace {
 
-constexpr const DetectionRow *kRows[] = {&audacDetection, &lightwareDetection, &profileKeeper};
+constexpr const DetectionRow *kRows[] = {&audacDetection, &lightwareDetection, &profileKeeper,
+                                         &niceDetection};
 
 class RunningMark {
   public:

@@ -308,6 +308,15 @@ Result<> recoverProfiles(Switch sw, Where where) {
     return restoreFiles(*session, *lock);
 }
 
+bool areVlanSettingsLost(Where where) {
+    const auto record = readProfileRecord(where);
+    if (!record || record->pending)
+        return false;
+    return std::ranges::any_of(standingOf(record->profiles).vlans, [](const PlacedVlan &placed) {
+        return !placed.shared && !fileExists(vlanSettingsPath(placed.vlan.id));
+    });
+}
+
 bool isProfileDbUsable(Where where) {
     if (!hasContent(kProfileDb))
         return false;
