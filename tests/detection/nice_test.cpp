@@ -35,6 +35,7 @@ class NiceTest : public ApplyTest {
     }
     // A switch, and files, as if nothing had ever been done with them; nothing is waited for.
     void factoryFresh() {
+        neighbours = 0;
         startSwitch({.physicalPorts = 6, .lags = 2, .sfpPorts = 0});
         fs::remove_all(platform::fsPath(paths::kVlanProfileConfigDir));
         fs::remove(platform::fsPath(paths::kProfileRecord));
@@ -46,7 +47,8 @@ class NiceTest : public ApplyTest {
         ASSERT_EQ(plug(host("nice " + mac.substr(15), port, mac, systemDesc, behind)), OPEN_E_NONE);
     }
     void neighbourPlug(vswitch::IfNum port, const std::string &systemDesc, const std::string &capabilities) {
-        auto one = host("neighbour " + capabilities, port, "02:00:00:00:00:01", systemDesc);
+        const auto number = std::to_string(++neighbours);
+        auto one = host("neighbour " + number, port, "02:00:00:00:00:0" + number, systemDesc);
         one.lldp->capabilities = capabilities;
         ASSERT_EQ(plug(one), OPEN_E_NONE);
     }
@@ -67,6 +69,7 @@ class NiceTest : public ApplyTest {
     }
     std::string answer(const char *name) { return readCachedAnswer(name).value().value_or("none"); }
     std::string database;  // without profiles
+    int neighbours = 0;
     static void linger(const std::function<bool()> &until) {
         while (!until())
             std::this_thread::yield();
@@ -293,10 +296,10 @@ TEST_F(NiceTest, AsksAgainOnceItHasTheLock) {
     EXPECT_EQ(logged("profile refused: the switch is not in factory default state any more"), 1u);
     EXPECT_FALSE(exists(kSettings));
     EXPECT_EQ(readProfileRecord().value().profiles.size(), 1u);
-    // Two of them at once make one.
+    // Two at once make one.
     removed("Stage");
     std::thread other;
-    meanwhile([&](const ProfileLock &) { other = std::thread([&] { niceDetectionLookup(&client); }); });
+    meanwhile([&](const ProfileLock &) { other = std::thread([&] { createNiceProfile(&client); }); });
     other.join();
     EXPECT_TRUE(exists(kSettings));
     EXPECT_EQ(readProfileRecord().value().profiles.size(), 1u);
@@ -322,7 +325,6 @@ TEST_F(NiceTest, NoFailedCallIsAnAbsence) {
     neighbourPlug(3, kController, "station");
     neighbourPlug(3, kController, "bridge");
     nicePlug(3);
-    nicePlug(5);
     for (const bool once : {true, false}) {
         bool struck = true;
         for (std::uint64_t n = 1; struck; ++n) {
