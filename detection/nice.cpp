@@ -289,7 +289,7 @@ std::int32_t createProfile(Switch sw, ApplyCondition *condition) {
 Result<> isStillWanted(std::size_t profiles, const Where &where) {
     if (profiles > 0 || !isFactoryDefaultState())
         return refuse(ResultCode::ObjectExists, "the switch is not in factory default state any more", where);
-    if (!niceDetectEnabledGet() || !isOn(readNiceSetting()))
+    if (!isOn(readNiceSetting()))
         return refuse(ResultCode::Failed, "Nice detection has been switched off", where);
     return {};
 }

@@ -42,9 +42,8 @@ class NiceTest : public ApplyTest {
         writeText(paths::kProfileDb, database);
         niceDetectionLookup(&client);
     }
-    void nicePlug(vswitch::IfNum port, const std::string &systemDesc = "", const std::string &mac = kMac,
-                  const std::string &behind = "") {
-        ASSERT_EQ(plug(host("nice " + mac.substr(15), port, mac, systemDesc, behind)), OPEN_E_NONE);
+    void nicePlug(vswitch::IfNum port, const std::string &systemDesc = "", const std::string &mac = kMac) {
+        ASSERT_EQ(plug(host("nice " + mac.substr(15), port, mac, systemDesc)), OPEN_E_NONE);
     }
     void neighbourPlug(vswitch::IfNum port, const std::string &systemDesc, const std::string &capabilities) {
         const auto number = std::to_string(++neighbours);
