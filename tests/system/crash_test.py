@@ -182,6 +182,7 @@ class RecoveryTest(KilledTest):
         self.assertEqual("on: nothing to do, as there is a profile", self.nice("status"))
         whole = self.rig.running_config()
         self.rig.stop("pavo_detection")
+        killed = []
         for calls in (8, 60, 200):
             self.nice("off")
             self.operate("delete", "Elan OS")
@@ -194,6 +195,7 @@ class RecoveryTest(KilledTest):
             self.nice("on")
             self.see("it is killed, or has done it",
                      lambda: daemon.poll() is not None or self.settings_files())  # pylint: disable=cell-var-from-loop
+            killed.append(daemon.poll() is not None)
             daemon.kill()
             daemon.wait()
             self.rig.control("faults", clear=True)
@@ -202,6 +204,7 @@ class RecoveryTest(KilledTest):
             self.rig.stop("pavo_detection")
             self.must("status")
             self.assertIn((self.rig.running_config(), self.settings_files()), ((before, []), (whole, ["1"])), calls)
+        self.assertEqual([True, True], killed[:2])
 
     def rows(self):
         try:
