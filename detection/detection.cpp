@@ -5,6 +5,7 @@
 #include "common/log.h"
 #include "common/result.h"
 #include "detection/daemon_lock.h"
+#include "detection/nice.h"
 #include "detection/supervisor.h"
 #include "platform/open_client.h"
 #include "platform/paths.h"
@@ -59,6 +60,7 @@ int main(int argc, char **argv) {
     // A reboot leaves nothing in /tmp, an interruption leaves half a change: before anything is made of either.
     if (!recoverProfiles(&handle))
         ensureProfileDb();
+    niceDetectConfigLoad();
 
     Supervisor supervisor(&handle);
     if (supervisor.start())

@@ -12,7 +12,7 @@ std::atomic<std::int32_t> running{0};
 
 void keepWhole(Switch sw, const Where &where) {
     static_cast<void>(restoreDenyList(sw, where));
-    if (!isProfileDbUsable(where))
+    if (!isProfileDbUsable(where) || areVlanSettingsLost(where))
         static_cast<void>(recoverProfiles(sw, where));
 }
 

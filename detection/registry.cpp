@@ -4,6 +4,7 @@
 #include "common/json.h"
 #include "detection/audac.h"
 #include "detection/lightware.h"
+#include "detection/nice.h"
 #include "detection/profile_keeper.h"
 #include "detection/shure.h"
 #include "profile/detection_files.h"
@@ -12,7 +13,7 @@ namespace pavo {
 namespace {
 
 constexpr const DetectionRow *kRows[] = {&audacDetection, &lightwareDetection, &shureDetection,
-                                         &profileKeeper};
+                                         &profileKeeper, &niceDetection};
 
 class RunningMark {
   public:

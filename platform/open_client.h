@@ -202,6 +202,10 @@ open_error_t rpcclt_openapiLldpIntfRemoteDeviceSystemDescGet(openapiClientHandle
 open_error_t rpcclt_openapiLldpIntfRemoteDevicePortDescGet(openapiClientHandle_t *client, uint32_t ifNum,
                                                            uint32_t remIndex, uint32_t timeStamp,
                                                            open_buffdesc *text);
+// The capabilities that the neighbour has enabled, by name: "bridge, router".
+open_error_t rpcclt_openapiLldpIntfRemoteDeviceSysCapEnabledGet(openapiClientHandle_t *client, uint32_t ifNum,
+                                                                uint32_t remIndex, uint32_t timeStamp,
+                                                                open_buffdesc *text);
 
 // --- VLANs
 

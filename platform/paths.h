@@ -44,6 +44,9 @@ inline constexpr const char *kAudacOut = "/mnt/application/pavo/tmp/audac_out";
 inline constexpr const char *kShowVlanAssociationMac =
     "/mnt/application/pavo/tmp/show_vlan_association_mac_out";
 
+// '0' as its first character switches Nice detection off, see detection/nice.h.
+inline constexpr const char *kNiceDetectConfig = "/mnt/application/pavo/tmp/nice_detect_config";
+
 inline constexpr const char *kShureConfig = "/tmp/shure_config";
 inline constexpr const char *kShureIn = "/mnt/application/pavo/tmp/shure_in";
 inline constexpr const char *kShureOut = "/mnt/application/pavo/tmp/shure_out";

@@ -71,7 +71,7 @@ constexpr ProfileType kTypes[] = {
     {.name = PROFILE_TYPE_NAME_POLY, .attributes = {.modeA = 2, .modeB = 2, .polyProxyQuerier = 2}},
     {.name = "Sennheiser TeamConnect Bar S - Single Domain Mode",
      .attributes = {.modeA = 1, .modeB = 1, .querierInterval = 30}},
-    {.name = "Nice Home Management", .attributes = {.modeA = 1, .modeB = 1, .querierInterval = 30}},
+    {.name = PROFILE_TYPE_NAME_NICE, .attributes = {.modeA = 1, .modeB = 1, .querierInterval = 30}},
     {.name = "DICENTIS Conference system",
      .attributes = {.modeA = 1, .modeB = 1, .querierInterval = 30, .rstp = 1}},
     {.name = PROFILE_TYPE_NAME_GD, .attributes = {.mtu = 9198, .modeA = 1, .modeB = 1, .macFilter = 1}},

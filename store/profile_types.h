@@ -26,6 +26,7 @@ inline constexpr const char *PROFILE_TYPE_NAME_SHURE_SPLIT = "Shure Split Audio 
 inline constexpr const char *PROFILE_TYPE_NAME_AUDAC = "AUDAC Audio and Control Network";
 inline constexpr const char *PROFILE_TYPE_NAME_DEFAULT = "Default";
 inline constexpr const char *PROFILE_TYPE_NAME_POLY = "Poly StudioNet Modular Room";
+inline constexpr const char *PROFILE_TYPE_NAME_NICE = "Nice Home Management";
 inline constexpr const char *PROFILE_TYPE_NAME_GD = "G&D KVM-over-IP";
 
 // Flags where nothing else is said: nonzero means wanted.

@@ -299,6 +299,13 @@ OpenResult<std::string> Switch::neighbourText(const NeighbourKey &key, Neighbour
     });
 }
 
+OpenResult<std::string> Switch::neighbourCapabilities(const NeighbourKey &key, std::uint32_t size) const {
+    return readText(size, [&](open_buffdesc *text) {
+        return rpcclt_openapiLldpIntfRemoteDeviceSysCapEnabledGet(client_, key.port.number(), key.remIndex,
+                                                                  key.timeStamp, text);
+    });
+}
+
 // --- VLANs
 
 OpenResult<VlanId> Switch::VlanStep::operator()() {

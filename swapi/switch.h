@@ -189,6 +189,8 @@ class Switch {
     // --- interfaces, ascending
 
     auto ports() const { return Walk(IfStep{client_, IfType::Port, IfNum{}, true}); }
+    // The same by the walk's next call alone.
+    auto portsByNext() const { return Walk(IfStep{client_, IfType::Port, IfNum{}, false}); }
     auto lags() const { return Walk(IfStep{client_, IfType::Lag, IfNum{}, true}); }
     // LAGs by the walk's next call alone, which asks once less.
     auto lagsByNext() const { return Walk(IfStep{client_, IfType::Lag, IfNum{}, false}); }
@@ -219,6 +221,8 @@ class Switch {
     // `size` is lldpTextSize().
     OpenResult<std::string> neighbourText(const NeighbourKey &key, NeighbourField field,
                                           std::uint32_t size) const;
+    // The capabilities that it has enabled, by name: "bridge, router".
+    OpenResult<std::string> neighbourCapabilities(const NeighbourKey &key, std::uint32_t size) const;
 
     // --- VLANs
 

@@ -432,7 +432,8 @@ const std::string kDump =
 const std::string kHeard = R"({"lldp":[{"interface":[
 {"name":"p3","via":"LLDP","rid":"1","age":"0 day, 00:00:03","chassis":[{
 "id":[{"type":"mac","value":"02:00:00:00:00:0a"}],"name":[{"value":"vm"}],"descr":[{"value":"AUDAC Unit"}],
-"mgmt-ip":[{"value":"10.0.0.3"},{"value":"fe80::1"}]}],
+"mgmt-ip":[{"value":"10.0.0.3"},{"value":"fe80::1"}],"capability":[{"type":"Bridge","enabled":true},
+{"type":"Wlan","enabled":false},{"type":"Router","enabled":true}]}],
 "port":[{"id":[{"type":"ifname","value":"eth0"}],"descr":[{"value":"uplink"}],"ttl":[{"value":"60"}]}]},
 {"name":"p3","via":"CDPv2","chassis":[{"id":[{"type":"local","value":"cdp"}]}],"port":[{}]},
 {"name":"p9","via":"LLDP","chassis":[{"id":[{"type":"local","value":"other"}]}],"port":[{}]},
@@ -463,10 +464,11 @@ TEST(ReadingTest, Neighbours) {
     for (const auto &[port, f] : heard)
         fields += std::to_string(port) + "|" + std::to_string(f.chassisIdSubtype) + "|" + f.chassisId + "|" +
                   std::to_string(f.portIdSubtype) + "|" + f.portId + "|" + f.portDesc + "|" + f.systemName +
-                  "|" + f.systemDesc + "|" + f.mgmtAddress + "|" + std::to_string(f.ttl) + "\n";
+                  "|" + f.systemDesc + "|" + f.mgmtAddress + "|" + f.capabilities + "|" +
+                  std::to_string(f.ttl) + "\n";
     EXPECT_EQ(
-        "3|4|02:00:00:00:00:0A|5|eth0|uplink|vm|AUDAC Unit|10.0.0.3|60\n"
-        "1|7|box|3|02:00:00:00:00:0B|||||120\n",
+        "3|4|02:00:00:00:00:0A|5|eth0|uplink|vm|AUDAC Unit|10.0.0.3|bridge, router|60\n"
+        "1|7|box|3|02:00:00:00:00:0B||||||120\n",
         fields)
         << "of the switch's ports, by LLDP";
     EXPECT_EQ(0u, neighboursOf(R"({"lldp":[{}]})", kPorts).value().size());

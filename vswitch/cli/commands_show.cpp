@@ -172,6 +172,7 @@ bool showLldpDetail(Context &c, const Values &v) {
         c.out += "System Name: " + cell(f.systemName, kLldpTextMax) + "\n";
         c.out += "System Description: " + cell(f.systemDesc, kLldpTextMax) + "\n";
         c.out += "Port Description: " + cell(f.portDesc, kLldpTextMax) + "\n";
+        c.out += "System Capabilities Enabled: " + cell(f.capabilities, kLldpTextMax) + "\n";
         c.out += "Management Address: " + cell(f.mgmtAddress, kLldpTextMax) + "\n";
         c.out += format("Time to Live: %u seconds\n", f.ttl);
     }

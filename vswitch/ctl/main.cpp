@@ -143,8 +143,8 @@ int run(int argc, char **argv) {
     app.add_flag("--json", asJson, "Print answers as JSON");
 
     json request;
-    std::string text, port, mac, behind, name, desc, chassis, portId, portDesc, sysName, ip, group, when,
-        process;
+    std::string text, port, mac, behind, name, desc, chassis, portId, portDesc, sysName, capabilities, ip,
+        group, when, process;
     std::vector<std::string> words;
     std::uint32_t count = 1, vlan = 0, speed = 0, igmpVersion = 2;
     std::uint64_t number = 0;
@@ -164,6 +164,8 @@ int run(int argc, char **argv) {
     plug->add_option("--chassis-id", chassis, "LLDP chassis ID, by default the MAC address");
     plug->add_option("--port-id", portId, "LLDP port ID, by default the MAC address");
     plug->add_option("--port-desc", portDesc, "LLDP port description");
+    plug->add_option("--capabilities", capabilities,
+                     "LLDP capabilities that are enabled, for example bridge, router");
     plug->add_option("--speed", speed, "Fastest speed that it can do, in Mbit/s");
     plug->add_flag("--half-duplex", flag, "It cannot receive while it sends");
     plug->callback([&] {
@@ -178,6 +180,8 @@ int run(int argc, char **argv) {
                 request["lldp"]["portId"] = portId;
             if (!sysName.empty())
                 request["lldp"]["systemName"] = sysName;
+            if (!capabilities.empty())
+                request["lldp"]["capabilities"] = capabilities;
         }
     });
     auto *unplug = app.add_subcommand("unplug", "Unplug a device and everything behind it");

@@ -244,6 +244,7 @@ struct LldpFields {
     std::uint32_t portIdSubtype = 3;  // MAC address
     std::string portId;
     std::string portDesc, systemName, systemDesc, mgmtAddress;
+    std::string capabilities;  // that are enabled: "bridge, router"
     std::uint32_t ttl = 120;
 
     void cutTexts();  // to kLldpTextMax each

@@ -255,6 +255,13 @@ open_error_t Calls::rpcclt_openapiLldpIntfRemoteDevicePortDescGet(std::uint32_t 
     return lldpText(ifNum, remIndex, timeStamp, &LldpFields::portDesc, text);
 }
 
+open_error_t Calls::rpcclt_openapiLldpIntfRemoteDeviceSysCapEnabledGet(std::uint32_t ifNum,
+                                                                       std::uint32_t remIndex,
+                                                                       std::uint32_t timeStamp,
+                                                                       rpc::Filled &text) {
+    return lldpText(ifNum, remIndex, timeStamp, &LldpFields::capabilities, text);
+}
+
 // --- VLANs
 
 open_error_t Calls::openapiVlanCreatedCheck(std::uint32_t vlanId) {

@@ -113,6 +113,7 @@ Device deviceOf(const json &body) {
         lldp.systemName = in.value("systemName", device.name);
         lldp.systemDesc = in.value("systemDesc", "");
         lldp.mgmtAddress = in.value("mgmtAddress", device.ip);
+        lldp.capabilities = in.value("capabilities", "");
         lldp.ttl = memberNumber(in, "ttl", lldp.ttl);
         device.lldp = std::move(lldp);
     }
@@ -549,7 +550,8 @@ json lldpRows(const Model &model) {
                             {"portDesc", n.fields.portDesc},
                             {"systemName", n.fields.systemName},
                             {"systemDesc", n.fields.systemDesc},
-                            {"mgmtAddress", n.fields.mgmtAddress}});
+                            {"mgmtAddress", n.fields.mgmtAddress},
+                            {"capabilities", n.fields.capabilities}});
     return rows;
 }
 
