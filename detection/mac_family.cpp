@@ -201,19 +201,24 @@ void finishChanges(Switch sw, const MacFamily &family, Devices *devices, const C
         std::ranges::any_of(changes.joining, [](const auto &device) { return device.vlan.has_value(); });
     if (isVerifiable)
         shown = readMacAssociations(sw, where).value_or(std::nullopt);
-    const auto isTaken = [&](Mac mac, VlanId vlan) {
-        const bool taken = !shown || shown->hold(mac, vlan);
+    // Or was, and another family has changed it since.
+    const auto isOthers = [](const DetectedDevice &device) {
+        const auto other = findOtherClaim(device.mac, device.claim.get());
+        return other && other->isInEffect;
+    };
+    const auto isTaken = [&](const DetectedDevice &device, VlanId vlan) {
+        const bool taken = !shown || shown->hold(device.mac, vlan) || isOthers(device);
         if (taken && family.refusals != nullptr)
-            family.refusals()->remove(mac);
+            family.refusals()->remove(device.mac);
         return taken;
     };
     for (const auto &[device, vlan] : changes.following)
-        if (isTaken(device->mac, vlan))
+        if (isTaken(*device, vlan))
             finishFollowing(family, device, vlan, where);
         else
             reportRefusal(family, *device, vlan, where);
     for (const DetectedDevice &device : changes.joining) {
-        if (device.vlan && !isTaken(device.mac, *device.vlan)) {
+        if (device.vlan && !isTaken(device, *device.vlan)) {
             reportRefusal(family, device, *device.vlan, where);
         } else {
             if (family.joined != nullptr)
