@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "common/log.h"
+#include "detection/mac_claims.h"
 
 namespace pavo {
 namespace {
@@ -140,8 +141,11 @@ void followVlans(Switch sw, const MacFamily &family, Devices *devices, TypeVlans
         const auto vlan = vlans->of(device.type);
         if (!vlan || vlan == device.vlan || !isDue(family, device.mac))
             continue;
-        if (addMacAssociation(sw, family.scripts, device.mac, *vlan, where))
+        const auto lock = lockAssociations();
+        if (addMacAssociation(sw, family.scripts, device.mac, *vlan, where)) {
+            device.claim = claimMac(device.mac, *vlan);
             changes->following.emplace_back(&device, *vlan);
+        }
     }
 }
 
@@ -164,8 +168,11 @@ void joinNew(Switch sw, const MacFamily &family, const KnownPorts &known, const 
             continue;
         logDebug(where, family.texts.joining, device.mac);
         device.vlan = vlans->of(device.type);
-        if (family.join(sw, device, where))
+        const auto lock = lockAssociations();
+        if (family.join(sw, device, where)) {
+            device.claim = claimMac(device.mac, device.vlan);
             changes->joining.push_back(device);
+        }
     }
 }
 
@@ -194,19 +201,24 @@ void finishChanges(Switch sw, const MacFamily &family, Devices *devices, const C
         std::ranges::any_of(changes.joining, [](const auto &device) { return device.vlan.has_value(); });
     if (isVerifiable)
         shown = readMacAssociations(sw, where).value_or(std::nullopt);
-    const auto isTaken = [&](Mac mac, VlanId vlan) {
-        const bool taken = !shown || shown->hold(mac, vlan);
+    // Or was, and another family has changed it since.
+    const auto isOthers = [](const DetectedDevice &device) {
+        const auto other = findOtherClaim(device.mac, device.claim.get());
+        return other && other->isInEffect;
+    };
+    const auto isTaken = [&](const DetectedDevice &device, VlanId vlan) {
+        const bool taken = !shown || shown->hold(device.mac, vlan) || isOthers(device);
         if (taken && family.refusals != nullptr)
-            family.refusals()->remove(mac);
+            family.refusals()->remove(device.mac);
         return taken;
     };
     for (const auto &[device, vlan] : changes.following)
-        if (isTaken(device->mac, vlan))
+        if (isTaken(*device, vlan))
             finishFollowing(family, device, vlan, where);
         else
             reportRefusal(family, *device, vlan, where);
     for (const DetectedDevice &device : changes.joining) {
-        if (device.vlan && !isTaken(device.mac, *device.vlan)) {
+        if (device.vlan && !isTaken(device, *device.vlan)) {
             reportRefusal(family, device, *device.vlan, where);
         } else {
             if (family.joined != nullptr)
@@ -214,6 +226,21 @@ void finishChanges(Switch sw, const MacFamily &family, Devices *devices, const C
             static_cast<void>(devices->push(device));  // without memory it is new again at the next scan
         }
     }
+}
+
+// What another family has put the device into stays, or is put in effect again.
+ScriptResult endAssociation(Switch sw, const MacFamily &family, const DetectedDevice &device,
+                            const Where &where) {
+    const auto lock = lockAssociations();
+    const auto other = findOtherClaim(device.mac, device.claim.get());
+    ScriptResult done;
+    if (!other)
+        done = removeMacAssociation(sw, family.scripts, device.mac, where);
+    else if (!other->isInEffect && other->vlan)
+        done = addMacAssociation(sw, family.scripts, device.mac, *other->vlan, where);
+    if (done && device.claim != nullptr)
+        device.claim->withdraw();
+    return done;
 }
 
 // A port that is still to be put back under 802.1X control is known by nothing but the record.
@@ -265,7 +292,8 @@ void updateDevices(Switch sw, const MacFamily &family, Devices *devices, Where w
     finishChanges(sw, family, devices, changes, where);
 }
 
-bool adoptDevices(Switch sw, VlanId vlan, std::uint32_t type, Devices *devices, Where where) {
+bool adoptDevices(Switch sw, VlanId vlan, std::uint32_t type, Devices *devices,
+                  bool (*accepts)(Mac mac, std::uint32_t type), Where where) {
     const auto shown = readMacAssociations(sw, where);
     if (!shown)
         return false;
@@ -276,11 +304,12 @@ bool adoptDevices(Switch sw, VlanId vlan, std::uint32_t type, Devices *devices, 
     for (const DetectedDevice &device : *devices)
         known.insert(device.mac.bits());
     for (const Mac mac : table->addressesIn(vlan)) {
-        if (known.contains(mac.bits()))
+        if (known.contains(mac.bits()) || (accepts != nullptr && !accepts(mac, type)))
             continue;
         logInfo(where, "[%s:%d] MAC %s is associated with VLAN %d from an earlier run: taken over\r\n", mac,
                 vlan);
-        if (!devices->push({.port = {}, .type = type, .mac = mac, .vlan = vlan}))
+        if (!devices->push(
+                {.port = {}, .type = type, .mac = mac, .vlan = vlan, .claim = claimMac(mac, vlan)}))
             return false;
     }
     return true;
@@ -322,8 +351,7 @@ std::int32_t codeOf(const DeviceLeave &leave) {
 }
 
 DeviceLeave removeDevice(Switch sw, const MacFamily &family, const DetectedDevice &device, Where where) {
-    DeviceLeave leave{.association = removeMacAssociation(sw, family.scripts, device.mac, where),
-                      .control = {}};
+    DeviceLeave leave{.association = endAssociation(sw, family, device, where), .control = {}};
     if (leave.association)
         logToSystem(std::source_location::current(), family.texts.left,
                     device.type == DEVICE_TYPE_CONTROL ? "Control" : "Audio", device.mac, device.port);

@@ -124,9 +124,11 @@ void updateDevices(Switch sw, const MacFamily &family, DeviceList<DetectedDevice
 
 // Puts the addresses that the switch has in a VLAN, and the list has not, into the list as devices of that
 // type that have not been seen yet: they are told apart by the address alone, however it is spelled, are
-// taken over without a word when a scan sees them, and leave like others when none does. False when the
-// switch could not be asked (logged).
+// taken over without a word when a scan sees them, and leave like others when none does. Addresses that the
+// family does not accept are somebody else's; null: it accepts all. False when the switch could not be asked
+// (logged).
 bool adoptDevices(Switch sw, VlanId vlan, std::uint32_t type, DeviceList<DetectedDevice> *devices,
+                  bool (*accepts)(Mac mac, std::uint32_t type) = nullptr,
                   Where where = std::source_location::current());
 
 // Drops the devices whose association is missing on the switch, so that the next update joins them afresh.
@@ -152,7 +154,8 @@ struct [[nodiscard]] DeviceLeave {
 std::int32_t codeOf(const DeviceLeave &leave);
 
 // Removes the association of a device, reports that to the system log, and puts a port that was under 802.1X
-// control when the device joined back there, unless the script did not even get to the switch.
+// control when the device joined back there, unless the script did not even get to the switch. A device that
+// another family has put into a VLAN, too, stays in that one, or gets back there when it was there before.
 DeviceLeave removeDevice(Switch sw, const MacFamily &family, const DetectedDevice &device,
                          Where where = std::source_location::current());
 

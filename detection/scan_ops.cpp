@@ -8,6 +8,8 @@
 #include "common/text.h"
 #include "detection/audac.h"
 #include "detection/lightware.h"
+#include "detection/oui_family.h"
+#include "detection/recognition.h"
 #include "detection/shure.h"
 
 namespace pavo {
@@ -38,13 +40,15 @@ Result<> appendObject(cJSON *array, const Where &where, Fill fill) {
     return failed(ResultCode::InvalidPointer);
 }
 
-}  // namespace
+constexpr FieldKey kRecognitionKeys[] = {{NeighbourField::SystemDesc, "systemDesc"},
+                                         {NeighbourField::ChassisId, "chassisID"},
+                                         {NeighbourField::PortId, "portId"},
+                                         {NeighbourField::SystemName, "systemName"}};
 
-Result<> appendNeighbours(Switch sw, const NeighbourQuery &query, const NeighbourFamily &family,
-                          std::span<const FieldKey> keys, const Where &where) {
-    const PortNeighbours found = NeighbourReader(sw, family).read(query.ifNum, where);
-    for (const Neighbour &neighbour : found.neighbours) {
-        auto appended = appendObject(query.array, where, [&](cJSON *object) {
+Result<> appendList(cJSON *array, std::span<const Neighbour> neighbours, std::span<const FieldKey> keys,
+                    const Where &where) {
+    for (const Neighbour &neighbour : neighbours) {
+        auto appended = appendObject(array, where, [&](cJSON *object) {
             for (const auto &[field, key] : keys)
                 if (neighbour[field] && !addString(object, key, *neighbour[field]))
                     return false;
@@ -53,7 +57,16 @@ Result<> appendNeighbours(Switch sw, const NeighbourQuery &query, const Neighbou
         if (!appended)
             return appended;
     }
-    return found.outcome;
+    return {};
+}
+
+}  // namespace
+
+Result<> appendNeighbours(Switch sw, const NeighbourQuery &query, const NeighbourFamily &family,
+                          std::span<const FieldKey> keys, const Where &where) {
+    const PortNeighbours found = NeighbourReader(sw, family).read(query.ifNum, where);
+    auto appended = appendList(query.array, found.neighbours, keys, where);
+    return appended ? found.outcome : appended;
 }
 
 void appendSightings(cJSON *array, std::span<const Sighting> sightings, const Where &where) {
@@ -70,6 +83,16 @@ void appendSightings(cJSON *array, std::span<const Sighting> sightings, const Wh
 void audacListGet(Switch sw, cJSON *out) {
     const Where where = std::source_location::current();
     appendSightings(out, scanAudacDevices(sw, where).value_or(DeviceScan()).seen, where);
+}
+
+void harmanListGet(Switch sw, cJSON *out) {
+    const Where where = std::source_location::current();
+    appendSightings(out, scanHarmanDevices(sw, where).value_or(DeviceScan()).seen, where);
+}
+
+void telosListGet(Switch sw, cJSON *out) {
+    const Where where = std::source_location::current();
+    appendSightings(out, scanTelosDevices(sw, where).value_or(DeviceScan()).seen, where);
 }
 
 void lightwareListGet(Switch sw, cJSON *out) {
@@ -117,6 +140,32 @@ std::int32_t lldpIntfRemoteLightwareInfoGet(Switch sw, const NeighbourQuery &que
                                   {NeighbourField::ChassisId, "chassisId"},
                                   {NeighbourField::PortDesc, "portDesc"}};
     return codeOf(appendNeighbours(sw, query, lightwareNeighbours, kKeys, std::source_location::current()));
+}
+
+std::int32_t lldpIntfRemoteDeviceInfoGet(Switch sw, const NeighbourQuery &query) {
+    return codeOf(appendNeighbours(sw, query, recognitionNeighbours, kRecognitionKeys,
+                                   std::source_location::current()));
+}
+
+void recognisedVendorsGet(cJSON *out) {
+    const Where where = std::source_location::current();
+    for (const auto &[mac, port, vendor] : recognisedDevices()) {
+        const auto appended = appendObject(out, where, [&](cJSON *object) {
+            return addString(object, "MAC Address", mac.text()) &&
+                   addNumber(object, "IfIndex", port.number()) && addString(object, "vendor", vendor);
+        });
+        if (!appended)
+            return;
+    }
+}
+
+void recognisedNeighboursGet(cJSON *out) {
+    const Where where = std::source_location::current();
+    for (const auto &[port, neighbours] : recognisedNeighbours()) {
+        cJSON *const array = cJSON_CreateArray();
+        if (!cJSON_AddItemToArray(out, array) || !appendList(array, neighbours, kRecognitionKeys, where))
+            return;
+    }
 }
 
 }  // namespace pavo

@@ -18,6 +18,10 @@ namespace pavo {
 // Appends the audio devices behind Audac control units to `out`: {"portId", "mac", "type": 2}.
 void audacListGet(Switch sw, cJSON *out);
 
+// Append the devices on the ports of the Harman or Telos profile to `out`: {"portId", "mac", "type"}.
+void harmanListGet(Switch sw, cJSON *out);
+void telosListGet(Switch sw, cJSON *out);
+
 // Appends the uplinks of Lightware endpoints to `out`: {"portId", "systemDesc", "chassisId", "portDesc"}.
 void lightwareListGet(Switch sw, cJSON *out);
 
@@ -38,6 +42,14 @@ struct NeighbourQuery {
 std::int32_t lldpIntfRemoteAudacInfoGet(Switch sw, const NeighbourQuery &query);
 std::int32_t lldpIntfRemoteLightwareInfoGet(Switch sw, const NeighbourQuery &query);
 std::int32_t lldpIntfRemoteShureInfoGet(Switch sw, const NeighbourQuery &query);
+
+// All LLDP neighbours of one port in the same way: {"systemDesc", "chassisID", "portId", "systemName"}.
+std::int32_t lldpIntfRemoteDeviceInfoGet(Switch sw, const NeighbourQuery &query);
+
+// What vendor recognition knows (detection/recognition.h). Append {"MAC Address", "IfIndex", "vendor"} for each
+// device of a known vendor; for each port with link, ascending, an array of its neighbours as above.
+void recognisedVendorsGet(cJSON *out);
+void recognisedNeighboursGet(cJSON *out);
 
 // --- for the operations of a family
 

@@ -471,7 +471,7 @@ open_error_t rpcclt_openapiHashIntfUnitSlotPortGet(openapiClientHandle_t *client
 // The result of rpcclt_openapiAclGet for a list that does not exist.
 enum { OPEN_E_ACL_NOT_EXIST = -29 };
 // Kind of access list.
-enum { OPEN_ACL_TYPE_IPV4 = 2 };
+enum { OPEN_ACL_TYPE_IPV4 = 1 };
 // Address family of IGMP snooping; IPv6 has MLD snooping.
 enum { OPEN_AF_INET = 1 };
 

@@ -43,6 +43,14 @@ inline constexpr const char *kAudacIn = "/mnt/application/pavo/tmp/audac_in";
 inline constexpr const char *kAudacOut = "/mnt/application/pavo/tmp/audac_out";
 inline constexpr const char *kShowVlanAssociationMac =
     "/mnt/application/pavo/tmp/show_vlan_association_mac_out";
+inline constexpr const char *kHarmanIn = "/mnt/application/pavo/tmp/harman_in";
+inline constexpr const char *kHarmanOut = "/mnt/application/pavo/tmp/harman_out";
+inline constexpr const char *kTelosIn = "/mnt/application/pavo/tmp/telos_in";
+inline constexpr const char *kTelosOut = "/mnt/application/pavo/tmp/telos_out";
+// For which devices the daemon has bound NET-BLOCK to which ports: kept beside the switch's saved configuration.
+inline constexpr const char *kNetBlockPorts = "/mnt/application/pavo/net_block_ports.json";
+// The vendors that detection recognises, by port.
+inline constexpr const char *kRecognition = "/mnt/application/pavo/tmp/recognition.json";
 
 // '0' as its first character switches Nice detection off, see detection/nice.h.
 inline constexpr const char *kNiceDetectConfig = "/mnt/application/pavo/tmp/nice_detect_config";

@@ -35,7 +35,7 @@ constexpr ProfileType kTypes[] = {
      .attributes = {.mtu = 1500, .modeA = 1, .modeB = 1, .querierInterval = 30}},
     {.name = PROFILE_TYPE_NAME_KRAMER, .attributes = {.modeA = 1, .modeB = 1}},
     {.name = "NUCLEUS Converged AV Network", .attributes = {.modeA = 1, .modeB = 1}},
-    {.name = "HARMAN Professional AV Network",
+    {.name = PROFILE_TYPE_NAME_HARMAN,
      .attributes = {.mtu = 9198, .modeA = 1, .modeB = 1, .querierInterval = 30, .harmanAcl = 1}},
     {.name = "Visionary AV Network",
      .attributes = {.mtu = 9198, .modeA = 1, .modeB = 1, .querierInterval = 30}},

@@ -8,6 +8,7 @@
 
 #include "common/json.h"
 #include "common/log.h"
+#include "store/recognition.h"
 
 namespace pavo {
 namespace {
@@ -308,6 +309,9 @@ Result<std::vector<PortVendors>> readPortVendors(Switch sw, const VendorTable &v
     };
     if (auto read = readNeighbours(sw, vendors, add, timing, where); !read)
         return std::unexpected(std::move(read).error());
+    for (const auto &[ifNum, vendor] : readRecognition(where))
+        if (const auto port = ports.find(ifNum); port != ports.end())
+            port->second.recognised.insert(vendor);
     std::vector<PortVendors> all;
     all.reserve(ports.size());
     for (auto &[ifNum, port] : ports)

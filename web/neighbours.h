@@ -16,6 +16,7 @@
 #include <map>
 #include <memory_resource>
 #include <optional>
+#include <set>
 #include <source_location>
 #include <string>
 #include <string_view>
@@ -161,6 +162,7 @@ struct PortVendors {
     std::size_t devices = 0;  // lines of the list, those of unknown vendors included
     // By name, with the number of its devices.
     std::map<std::string, std::size_t, std::less<>> vendors{};
+    std::set<std::string> recognised{};  // vendors whose devices detection recognises there
 };
 
 // The ports with somebody behind them, ascending.

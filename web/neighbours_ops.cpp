@@ -128,6 +128,12 @@ std::string vendorsJson(const std::vector<PortVendors> &ports) {
             appendEscaped(json, vendor);
             json += "\",\"deviceCount\":" + std::to_string(count) + "}";
         }
+        json += "],\"recognized\":[";
+        for (const auto &vendor : port.recognised) {
+            json += json.back() == '[' ? "\"" : ",\"";
+            appendEscaped(json, vendor);
+            json += '"';
+        }
         json += "]}";
     }
     return json + "]}";

@@ -333,10 +333,15 @@ TEST_F(NeighbourTest, ChunksFollowTheNumberOfHosts) {
 TEST_F(NeighbourTest, VendorsBehindPorts) {
     plugged({host("camera", 3, "00:11:22:00:00:01", "Camera"), crowd("mixers", 3, "AA:BB:CC:00:00:00", 3),
              crowd("unknown", 2, "02:00:00:00:00:00", 2)});
-    EXPECT_EQ(R"({"ports":[{"port":"2","portNum":2,"portName":"0/2","unit":1,"deviceCount":2,"vendors":[]},)"
-              R"({"port":"3","portNum":3,"portName":"0/3","unit":1,"deviceCount":4,"vendors":[)"
-              R"({"vendor":"Acme","deviceCount":1},{"vendor":"Second \"Best\"","deviceCount":3}]}]})",
-              text(portVendorDetectBuild));
+    // What the daemon recognises counts for ports with somebody behind them.
+    writeText(platform::paths::kRecognition,
+              R"({"2": "telos", "3": "harman", "3": "audac", "9": "telos", "x": "y"})");
+    EXPECT_EQ(
+        R"({"ports":[{"port":"2","portNum":2,"portName":"0/2","unit":1,"deviceCount":2,"vendors":[],)"
+        R"("recognized":["telos"]},)"
+        R"({"port":"3","portNum":3,"portName":"0/3","unit":1,"deviceCount":4,"vendors":[)"
+        R"({"vendor":"Acme","deviceCount":1},{"vendor":"Second \"Best\"","deviceCount":3}],"recognized":["audac","harman"]}]})",
+        text(portVendorDetectBuild));
 }
 
 TEST_F(NeighbourTest, EveryCallThatMayFail) {

@@ -1,0 +1,610 @@
+// Harman and Telos detection and vendor recognition against a virtual switch: the steps of a cycle one at a time, and
+// the threads themselves.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <numeric>
+#include <set>
+
+#include "common/files.h"
+#include "common/json.h"
+#include "detection/audac.h"
+#include "detection/net_block.h"
+#include "detection/oui_family.h"
+#include "detection/oui_table.h"
+#include "detection/recognition.h"
+#include "detection/scan_ops.h"
+#include "platform/paths.h"
+#include "store/profile_types.h"
+#include "tests/detection/detection_fixture.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using namespace test_support;
+namespace fs = std::filesystem;
+namespace clk = platform::manual_clock;
+namespace paths = platform::paths;
+
+constexpr const char *kApply = "rpcclt_openapiTxtCfgApply";
+constexpr const char *kHarmanFile = "/tmp/pavo/pavo_ex/HARMAN_Professional_AV_Network";
+constexpr const char *kTelosFile = "/tmp/pavo/pavo_ex/Telos_AllianceLivewire+_AES67";
+
+// Harman has the VLANs 20 (control), 30 (audio) and 40 (video), Telos 50 (control) and 60 (audio); both have the ports
+// 5 and 6. The last octet of an address is that of its device's name, "amp01".
+class OuiTest : public DetectionTest {
+  protected:
+    void SetUp() override {
+        DetectionTest::SetUp();
+        fs::create_directories(platform::fsPath(paths::kPavoExDir));
+        assign("[5, 6]");
+        network({});
+    }
+    void network(vswitch::ModelConfig model) {
+        list.clear();
+        telosList.clear();
+        removeFile(paths::kNetBlockPorts);
+        startSwitch(std::move(model));
+        for (const auto &[vlan, role, type] : kVlans) {
+            vlanCreate(static_cast<vswitch::VlanId>(vlan));
+            ASSERT_TRUE(replaceProfileRow(
+                {.id = vlan, .vlanType = role, .profileName = "p", .profileType = type, .color = "#112233"}));
+        }
+        commands("configure; ip access-list NET-BLOCK; deny ip any 239.0.0.0 0.255.255.255; exit; exit");
+    }
+    static constexpr std::tuple<int, int, const char *> kVlans[] = {{20, 2, PROFILE_TYPE_NAME_HARMAN},
+                                                                    {30, 3, PROFILE_TYPE_NAME_HARMAN},
+                                                                    {40, 4, PROFILE_TYPE_NAME_HARMAN},
+                                                                    {50, 2, PROFILE_TYPE_NAME_TELOS},
+                                                                    {60, 3, PROFILE_TYPE_NAME_TELOS}};
+
+    static void assign(const std::string &ports) {
+        for (const char *const file : {kHarmanFile, kTelosFile})
+            writeText(file, R"({"profileConfig": {"vlans": [{"ports": {"assignedPort": )" + ports + "}}]}}");
+    }
+    void ampPlug(const std::string &last, vswitch::IfNum port = 5, const std::string &prefix = "00:0f:d4") {
+        ASSERT_EQ(plug(host("amp" + last, port, prefix + ":00:00:" + last)), OPEN_E_NONE);
+    }
+    void away(const std::string &last) {
+        ASSERT_EQ(unplug("amp" + last), OPEN_E_NONE);
+        model([](vswitch::Model &m) { m.clearFdb(); });
+    }
+
+    // Harman's cycles, minus the check of the profile, and what they end with.
+    std::string scans(int count = 1) {
+        for (int i = 0; i < count; ++i) {
+            repairHarmanLink(&client, &list);
+            harmanDetectionLookup(&client, &list);
+        }
+        return picture();
+    }
+    std::string telosScans(int count = 1) {
+        for (int i = 0; i < count; ++i)
+            telosDetectionLookup(&client, &telosList);
+        return picture();
+    }
+    // Who is in which VLAN, who is known to either family on which port with how many misses, and where NET-BLOCK is
+    // bound: "01=30 | 01@5/2 | 5io".
+    std::string picture() {
+        std::string out;
+        for (const auto &[mac, vlan] : model([](vswitch::Model &m) { return m.macAssociations(); }))
+            out += mac.text().substr(15) + "=" + std::to_string(vlan) + " ";
+        std::multiset<std::string> known;
+        for (const auto *devices : {&list, &telosList})
+            for (const DetectedDevice &one : *devices)
+                known.insert(one.mac.text().substr(15) + "@" + std::to_string(one.port.number()) +
+                             (one.missCount != 0 ? "/" + std::to_string(one.missCount) : "") + " ");
+        return std::accumulate(known.begin(), known.end(), out + "| ") + "|" + blocks();
+    }
+    std::string blocks() {
+        return model([](vswitch::Model &m) {
+            std::string out;
+            for (const auto &[ifNum, interface] : m.interfaces()) {
+                if (!interface.accessGroups.empty())
+                    out += " " + std::to_string(ifNum);
+                for (const auto &group : interface.accessGroups)
+                    out += group.direction == OPEN_ACL_INBOUND ? "i" : "o";
+            }
+            return out;
+        });
+    }
+    DeviceList<DetectedDevice> list, telosList;
+};
+
+// --- joining and leaving
+
+TEST_F(OuiTest, JoinsByPrefixOnAssignedPortsAndNothingElse) {
+    assign(R"([5, 7, 9, 49, 0, 768, "6"])");
+    ampPlug("01");
+    ampPlug("02", 5, "00:19:0B");
+    ampPlug("03", 5, "00:60:9F");  // of type 2
+    ampPlug("04", 7, "58:50:AB");  // a Telos device on a port of Harman's
+    ampPlug("05", 5, "00:0F:D5");
+    ampPlug("06", 6);
+    ampPlug("08", 8);
+    ampPlug("09", 9);
+    model([](vswitch::Model &m) {
+        m.lagAdd(m.lagIfNum(1), 9);  // learned on interface 49
+        m.learn(*vswitch::Mac::parse("00:0f:d4:00:00:01"), 20, 5);
+    });
+    EXPECT_EQ(scans(), "01=30 02=40 04=30 | 01@5 02@5 04@7 | 5io 7io");
+    EXPECT_EQ(telosScans(), "01=60 02=40 04=60 | 01@5 01@5 02@5 04@7 04@7 | 5io 7io");
+    telosList.clear();
+    settleNetBlock(&client, "telos", {}, 0s);
+    const JsonPtr out(cJSON_CreateArray());
+    harmanListGet(&client, out.get());
+    EXPECT_NE(printJsonLine(out.get()).find(R"({"portId":5,"mac":"00:19:0B:00:00:02","type":4})"),
+              std::string::npos);
+    EXPECT_EQ(cJSON_GetArraySize(out.get()), 3);
+    telosListGet(&client, out.get());
+    EXPECT_EQ(cJSON_GetArraySize(out.get()), 5);
+
+    EXPECT_FALSE(exists(paths::kHarmanIn) || exists(paths::kHarmanOut) ||
+                 exists(paths::kShowVlanAssociationMac));
+    EXPECT_EQ(systemLogged(":00:00:0"), 0u);
+    EXPECT_EQ(logged("HarmanLookup: detection harman device(mac=00:0F:D4:00:00:01) online\r\n"), 1u);
+    EXPECT_EQ(logged("TelosLookup: detection telos device(mac=58:50:AB:00:00:04) online\r\n"), 1u);
+    for (const char *const mac : {"00:0f:d4:00:00:01", "00:0F:D4:00:00:01", "6c:b1:58:ff:ff:ff"})
+        EXPECT_EQ(findOui(*Mac::parse(mac))->vlanType, 3) << mac;
+    // A port in mode 3, or in a LAG, is none for devices any more.
+    model([](vswitch::Model &m) {
+        m.edit(7)->switchportMode = OPEN_SWITCHPORT_MODE_TRUNK;
+        m.lagAdd(m.lagIfNum(1), 5);
+    });
+    const auto applied = callCount(kApply);
+    EXPECT_EQ(scans(19), "01=60 02=40 04=60 | 01@5/19 02@5/19 04@7/19 | 5io 7io");
+    EXPECT_EQ(callCount(kApply), applied);
+    EXPECT_EQ(scans(), "| |");
+    EXPECT_EQ(logged("(ERROR)"), 0u);
+}
+
+TEST_F(OuiTest, LeavesAfterTwentyMissesInARowAndRetriesWhatFails) {
+    ampPlug("01");
+    failCall(kApply, 1, false);
+    expectErrors(4, {}, [&] { EXPECT_EQ(scans(2), "| |"); });
+    EXPECT_EQ(
+        logged("harmanDetection cli apply failed. (vlan database\nvlan association mac 00:0F:D4:00:00:01 30"),
+        2u);
+    clearFaults();
+    scans();
+    away("01");
+    scans(19);
+    ampPlug("01");
+    EXPECT_EQ(scans(), "01=30 | 01@5 | 5io");
+    away("01");
+    scans(19);
+    failCall(kApply, 1, false);
+    expectErrors(4, {}, [&] { EXPECT_EQ(scans(2), "01=30 | 01@5/21 | 5io"); });
+    EXPECT_EQ(logged("HarmanLookup: detection harman device(mac=00:0F:D4:00:00:01) offline\r\n"), 2u);
+    clearFaults();
+    EXPECT_EQ(scans(), "| |");
+}
+
+TEST_F(OuiTest, WhatIsRemovedByHandIsMadeAgainForHarman) {
+    ampPlug("01");
+    ampPlug("02");
+    scans();
+    commands(
+        "vlan database; no vlan association mac 00:0f:d4:00:00:01; no vlan association mac "
+        "00:0f:d4:00:00:02");
+    away("02");
+    expectErrors(
+        2, {"HarmanLookup check (mac: 00:0F:D4:00:00:01) in the linked list, but not in the VLAN assoc"},
+        [&] { EXPECT_EQ(scans(), "01=30 | 01@5 | 5io"); });
+    failCall("rpcclt_openapiCliShowExecuteToFile");
+    EXPECT_EQ(repairHarmanLink(&client, &list), 10000);
+    EXPECT_EQ(repairHarmanLink(&client, &list), 1);
+    // Whoever is dropped and does not come again needs NET-BLOCK no more.
+    commands("vlan database; no vlan association mac 00:0f:d4:00:00:01");
+    away("01");
+    EXPECT_EQ(scans(), "| |");
+}
+
+TEST_F(OuiTest, SingleSteps) {
+    const auto deviceOf = [](std::uint32_t type) {
+        return DetectedDevice{.port = IfNum(5), .type = type, .mac = *Mac::parse("00:0f:d4:00:00:01")};
+    };
+    const auto expect = [&](auto step, std::uint32_t type, std::int32_t code, const std::string &picture) {
+        EXPECT_EQ(step(&client, deviceOf(type)), code);
+        EXPECT_EQ(this->picture(), picture);
+    };
+    expect(harmanOnlineCli, 4, 0, "01=40 | |");
+    expect(harmanOnlineCli, 3, 0, "01=30 | | 5io");
+    expect(harmanOfflineCli, 3, 0, "| |");
+    expect(telosOnlineCli, 3, 0, "01=60 | | 5io");
+    expect(telosOfflineCli, 3, 0, "| |");
+    expect(harmanOnlineCli, 2, 0, "| |");
+    expectErrors(1, {}, [&] { expect(telosOnlineCli, 4, 10000, "| |"); });
+    // The VLANs are all there or nobody joins.
+    model([](vswitch::Model &m) { m.deleteVlan(40); });
+    profileRemove(60);
+    writeText(paths::kHarmanIn, "left over");
+    expectErrors(2, {"harmanDetection get video/audio vlan failed.\r\n"}, [&] {
+        expect(harmanOnlineCli, 3, 10000, "| |");
+        expect(telosOnlineCli, 3, 10000, "| |");
+    });
+    EXPECT_FALSE(exists(paths::kHarmanIn));
+    EXPECT_EQ(logged("telosDetection get audio vlan failed or invalid device type.\r\n"), 2u);
+    const auto folder = platform::fsPath(paths::kScriptDir);
+    fs::rename(folder, folder.substr(0, folder.size() - 1) + "-away");
+    expectErrors(4, {"harmanDetection write file failed.\r\n", "telosDetection write file failed.\r\n"}, [&] {
+        expect(harmanOfflineCli, 3, 10000, "| |");
+        expect(telosOfflineCli, 3, 10000, "| |");
+    });
+}
+
+TEST_F(OuiTest, ConfigurationFilesOfAnyKind) {
+    ampPlug("01");
+    scans();
+    const auto whole = readFile(kHarmanFile);
+    // Half a file is no decision, whatever it lacks.
+    for (const std::string &text :
+         {whole.substr(0, whole.size() - 1), std::string(), std::string(100'000, '[')}) {
+        writeText(kHarmanFile, text);
+        EXPECT_EQ(scans(), "01=30 | 01@5 | 5io");
+    }
+    // A file that names no ports is one, and so is none at all.
+    int misses = 0;
+    for (const char *const text :
+         {"[]", "{}", R"({"profileConfig": [{"vlans": 1}]})", R"({"profileConfig": {"vlans": []}})",
+          R"({"profileConfig": {"vlans": {"ports": {"assignedPort": [5]}}}})",
+          R"({"profileConfig": {"vlans": [5]}})",
+          R"({"profileConfig": {"vlans": [{"ports": {}}, {"ports": {"assignedPort": [5]}}]}})",
+          R"({"profileConfig": {"vlans": [{"ports": {"assignedPort": ["5", 6, 0, 768, -5, 1e300]}}]}})"}) {
+        writeText(kHarmanFile, text);
+        EXPECT_EQ(scans(), "01=30 | 01@5/" + std::to_string(++misses) + " | 5io") << text;
+    }
+    removeFile(kHarmanFile);
+    EXPECT_EQ(scans(20 - misses), "| |");
+}
+
+// --- NET-BLOCK
+
+TEST_F(OuiTest, NetBlockFollowsTheDevices) {
+    ampPlug("01");
+    ampPlug("02");
+    ampPlug("03", 6, "00:19:0b");
+    EXPECT_EQ(scans(), "01=30 02=30 03=40 | 01@5 02@5 03@6 | 5io");
+    const auto applied = callCount(kApply);
+    const auto said = logged("(INFO)") + logged("(ERROR)");
+    move("amp01", 6);
+    EXPECT_EQ(scans(), "01=30 02=30 03=40 | 01@6 02@5 03@6 | 5io 6io");
+    move("amp02", 6);
+    EXPECT_EQ(scans(), "01=30 02=30 03=40 | 01@6 02@6 03@6 | 6io");
+    EXPECT_EQ(callCount(kApply), applied);
+    EXPECT_EQ(logged("(INFO)") + logged("(ERROR)"), said);
+    EXPECT_EQ(systemLogged(":00:00:0"), 0u);
+    // The leave of one does not take it from the other.
+    away("02");
+    EXPECT_EQ(scans(20), "01=30 03=40 | 01@6 03@6 | 6io");
+    away("01");
+    EXPECT_EQ(scans(20), "03=40 | 03@6 |");
+    EXPECT_FALSE(exists(paths::kNetBlockPorts));
+}
+
+TEST_F(OuiTest, WhatTheOperatorBoundStays) {
+    commands("configure; interface 0/5; ip access-group NET-BLOCK in 7; exit; exit");
+    ampPlug("01");
+    EXPECT_EQ(scans(), "01=30 | 01@5 | 5io");
+    EXPECT_EQ(model([](vswitch::Model &m) { return m.interface(5)->accessGroups.front().sequence; }), 7u);
+    // What is unbound by hand is not bound again, until another device comes.
+    commands("configure; interface 0/5; no ip access-group NET-BLOCK out; exit; exit");
+    EXPECT_EQ(scans(3), "01=30 | 01@5 | 5i");
+    ampPlug("02");
+    EXPECT_EQ(scans(3), "01=30 02=30 | 01@5 02@5 | 5io");
+    away("01");
+    away("02");
+    EXPECT_EQ(scans(20), "| | 5i");
+}
+
+TEST_F(OuiTest, NetBlockThatComesAndGoes) {
+    commands("configure; no ip access-list NET-BLOCK; exit");
+    ampPlug("01");
+    expectErrors(0, {}, [&] { EXPECT_EQ(scans(2), "01=30 | 01@5 |"); });
+    const char *const kCreate =
+        "configure; ip access-list NET-BLOCK; deny ip any 239.0.0.0 0.255.255.255; exit; exit";
+    commands(kCreate);
+    EXPECT_EQ(scans(), "01=30 | 01@5 | 5io");
+    commands("configure; no ip access-list NET-BLOCK; exit");
+    scans();
+    commands(kCreate);
+    EXPECT_EQ(scans(), "01=30 | 01@5 | 5io");
+    // Somebody else changes multicast settings: it is done later.
+    {
+        const FileLock lock(paths::kMulticastLock);
+        away("01");
+        EXPECT_EQ(scans(20), "| | 5io");
+    }
+    EXPECT_EQ(scans(), "| |");
+    // Another list has the place; damaged files are none.
+    commands(
+        "configure; ip access-list other; permit ip any any; exit; interface 0/5; ip access-group other out "
+        "1; exit; exit");
+    ampPlug("01");
+    EXPECT_EQ(scans(2), "01=30 | 01@5 | 5io");
+    commands("configure; interface 0/5; no ip access-group other out; exit; exit");
+    EXPECT_EQ(scans(), "01=30 | 01@5 | 5io");
+    writeText(paths::kNetBlockPorts,
+              R"({"ports": [5, {"port": 0, "needs": [7]}, {"port": 6, "in": "x", "needs": {}}]})");
+    EXPECT_EQ(scans(2), "01=30 | 01@5 | 5io");
+}
+
+TEST_F(OuiTest, ARestartTakesOverWhatHasJoined) {
+    ampPlug("01");
+    ampPlug("02", 6);
+    ampPlug("03", 5, "00:19:0b");
+    commands("vlan database; vlan association mac 02:00:00:00:00:77 30");  // the operator's
+    scans();
+    away("02");
+    list.clear();
+    const auto applied = callCount(kApply);
+    failCall("rpcclt_openapiCliShowExecuteToFile", 2);
+    EXPECT_FALSE(adoptHarmanDevices(&client, &list));
+    clearFaults();
+    failCall("openapiVlanCreatedCheck", 2);
+    EXPECT_FALSE(adoptHarmanDevices(&client, &list));
+    clearFaults();
+    ASSERT_TRUE(adoptHarmanDevices(&client, &list));
+    EXPECT_EQ(list.count(), 3u);
+    EXPECT_EQ(scans(19), "01=30 02=30 03=40 77=30 | 01@5 02@0/19 03@5 | 5io 6io");
+    EXPECT_EQ(callCount(kApply), applied);
+    EXPECT_EQ(scans(), "01=30 03=40 77=30 | 01@5 03@5 | 5io");
+    away("01");
+    EXPECT_EQ(scans(20), "03=40 77=30 | 03@5 |");
+}
+
+// --- one address, two families
+
+TEST_F(OuiTest, ALeaveDoesNotCostAnotherFamilyItsAssociation) {
+    ampPlug("01");
+    scans();
+    EXPECT_EQ(telosScans(), "01=60 | 01@5 01@5 | 5io");
+    scans(3);
+    telosScans(3);
+    // The one whose association is in effect leaves: the other's is.
+    profileRemove(50);
+    away("01");
+    telosScans(20);
+    EXPECT_EQ(picture(), "01=30 | 01@5 | 5io");
+    ampPlug("01");
+    telosScans();
+    EXPECT_EQ(scans(), "01=60 | 01@5 01@5 | 5io");
+    // And the other way round; a leave that fails is still to be made.
+    away("01");
+    EXPECT_EQ(scans(20), "01=60 | 01@5 | 5io");
+    failCall(kApply);
+    telosScans(20);
+    EXPECT_EQ(picture(), "01=60 | 01@5/20 | 5io");
+    EXPECT_EQ(telosScans(), "| |");
+
+    // A device that moves from Audac's port to Harman's belongs to Harman when Audac lets it go.
+    writeText(paths::kAudacConfig, R"({"audioVlanID":20,"audacDevicePort":[9]})");
+    plug(host("control9", 9, "aa:bb:cc:dd:ee:09", "Audac"));
+    ASSERT_EQ(plug(host("amp1d", 9, "00:1D:C1:00:00:1D", "", "control9")), OPEN_E_NONE);
+    DeviceList<DetectedDevice> audac;
+    audacLookup(&client, &audac);
+    EXPECT_EQ(picture(), "1D=20 | |");
+    away("1d");
+    ampPlug("1D", 5, "00:1D:C1");
+    scans();
+    for (int i = 0; i < 20; ++i)
+        audacLookup(&client, &audac);
+    EXPECT_TRUE(audac.empty());
+    EXPECT_EQ(picture(), "1D=30 | 1D@5 | 5io");
+}
+
+// --- the threads
+
+struct ThreadCase {
+    const char *name;
+    void *(*entry)(void *);
+    const DetectionRow &row;
+    platform::Duration period;
+    int control, audio;
+    const char *texts;
+    const char *ended;
+    const char *functions;
+    bool repairs;
+};
+
+class OuiThreadTest : public OuiTest, public testing::WithParamInterface<ThreadCase> {
+  protected:
+    void cycles(int count) {
+        ASSERT_TRUE(clk::awaitSleepers(1));
+        for (int i = 0; i < count; ++i) {
+            clk::advance(GetParam().period);
+            ASSERT_TRUE(clk::awaitSleepers(1));
+        }
+    }
+};
+
+TEST_P(OuiThreadTest, EndsWithTheProfileAndTakesEveryDeviceOut) {
+    const ThreadCase &family = GetParam();
+    const std::string vlan = "=" + std::to_string(family.audio);
+    const std::string both = "01" + vlan + " 02" + vlan + " | | 5io 6io";
+    ampPlug("01");
+    ampPlug("02", 6);
+    start(family.entry);
+    cycles(0);
+    EXPECT_EQ(picture(), "| |");  // the first look comes after the first period
+    cycles(1);
+    EXPECT_EQ(picture(), both);
+    commands("vlan database; no vlan association mac 00:0f:d4:00:00:01");
+    cycles(1);
+    EXPECT_EQ(picture() == both, family.repairs);
+    const auto now = picture();
+    const auto database = readFile(paths::kProfileDb);
+    writeText(paths::kProfileDb, std::string(8192, 'x'));
+    cycles(25);
+    writeText(paths::kProfileDb, database);
+    cycles(1);
+    device->setDown(true);
+    cycles(25);
+    device->setDown(false);
+    cycles(1);
+    EXPECT_EQ(picture(), now);
+    EXPECT_EQ(logged("waiting for the profile database") + logged("waiting for the switch;"), 2u);
+    EXPECT_EQ(logged("offline\r\n"), 0u);
+
+    // Types that are no sign of the profile, and one that the switch lacks.
+    model([&](vswitch::Model &m) { m.deleteVlan(static_cast<vswitch::VlanId>(family.control)); });
+    clk::advance(family.period);
+    join();
+    EXPECT_EQ(picture(), "| |");
+    EXPECT_EQ(logged(std::string(family.texts) + "Init success!\r\n"), 1u);
+    EXPECT_EQ(logged(std::string(family.texts) + "wake up and start scanning arp table.\r\n"), 55u);
+    EXPECT_EQ(logged(family.ended), 1u);
+    EXPECT_EQ(functionsLogged(), family.functions);
+    // What an earlier run has bound for a profile that is gone is unbound; nothing happens while that is not known.
+    addNetBlockNeed(&client, family.row.name, {*Mac::parse("00:0f:d4:00:00:07"), IfNum(7)});
+    device->setDown(true);
+    start(family.entry);
+    join();
+    device->setDown(false);
+    EXPECT_EQ(picture(), "| | 7io");
+    start(family.entry);
+    join();
+    EXPECT_EQ(picture(), "| |");
+    EXPECT_EQ(clk::sleepers(), 0u);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Oui, OuiThreadTest,
+    testing::Values(
+        ThreadCase{
+            "Harman", detect_harman_thread, harmanDetection, 15s, 20, 30, "HarmanLookup ",
+            "HarmanLookup exit! User already delete harman profile\r\n",
+            "detect_harman_thread harmanDetectionLookup harmanOfflineCli harmanOnlineCli repairHarmanLink ",
+            true},
+        ThreadCase{"Telos", detect_telos_thread, telosDetection, 30s, 50, 60, "TelosLookup ",
+                   "TelosLookup exit! User already deleted telos profile\r\n",
+                   "detect_telos_thread telosDetectionLookup telosOfflineCli telosOnlineCli ", false}),
+    [](const auto &param) { return param.param.name; });
+
+// --- every call may fail
+
+enum class Event { Join, Leave, Repair, Move };
+
+class OuiFaultTest : public OuiTest, public testing::WithParamInterface<Event> {
+  protected:
+    // Amplifier 1 is known on port 5; then something happens to 2 on port 6, known before unless it joins.
+    void prepare() {
+        network({.physicalPorts = 6, .lags = 1});
+        ampPlug("01");
+        scans();
+        ampPlug("02", 6);
+        if (GetParam() != Event::Join)
+            scans();
+        if (GetParam() == Event::Move)
+            move("amp02", 5);
+        if (GetParam() == Event::Repair)
+            commands("vlan database; no vlan association mac 00:0f:d4:00:00:02");
+        if (GetParam() == Event::Leave) {
+            away("02");
+            list.at(1)->missCount = DEVICE_MISS_MAX - 1;  // the last to join is the first of the list
+        }
+    }
+};
+
+TEST_P(OuiFaultTest, EndsUpWhereItDoesWithoutFaults) {
+    prepare();
+    const auto without = scans(3);
+    for (const bool once : {true, false}) {
+        bool struck = true;
+        for (std::uint64_t n = 1; struck; ++n) {
+            SCOPED_TRACE(testing::Message() << "call " << n << (once ? " fails" : " and all after it fail"));
+            prepare();
+            failCall("*", n, once);
+            const auto during = scans(once ? 1 : 3);
+            struck = callsSeen() >= n;
+            clearFaults();
+            // What is known and there is never put out by a failure, and its port never opened.
+            ASSERT_EQ(occurrences(during, "01"), 2u);
+            ASSERT_NE(during.find(" 5io"), std::string::npos);
+            ASSERT_TRUE(GetParam() != Event::Move || occurrences(during, "02") == 2);
+            ASSERT_EQ(scans(2), without);
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Oui, OuiFaultTest,
+                         testing::Values(Event::Join, Event::Leave, Event::Repair, Event::Move));
+
+// Nobody is new, gone or moved, and everybody would have to leave with the next miss.
+TEST_F(OuiTest, NoFailedCallIsAnAbsence) {
+    network({.physicalPorts = 6, .lags = 1});
+    ampPlug("01");
+    ampPlug("02", 6);
+    scans();
+    const auto joined = telosScans();
+    const auto scripts = callCount(kApply);
+    for (const bool once : {true, false}) {
+        bool struck = true;
+        for (std::uint64_t n = 1; struck; ++n) {
+            SCOPED_TRACE(testing::Message() << "call " << n << (once ? " fails" : " and all after it fail"));
+            for (auto *devices : {&list, &telosList})
+                for (DetectedDevice &one : *devices)
+                    one.missCount = DEVICE_MISS_MAX - 1;
+            failCall("*", n, once);
+            for (const DetectionRow *row : {&harmanDetection, &telosDetection})
+                ASSERT_NE(checkReason(row->loop, &client), Presence::Absent);
+            scans();
+            telosScans();
+            struck = callsSeen() >= n;
+            clearFaults();
+            scans();
+            ASSERT_EQ(telosScans(), joined);
+            ASSERT_EQ(callCount(kApply), scripts);
+        }
+    }
+}
+
+// --- vendor recognition
+
+TEST_F(OuiTest, RecognisesVendorsByPort) {
+    ampPlug("01");
+    ampPlug("02", 5, "00:1d:c1");
+    ampPlug("03", 6, "00:60:9F");
+    plug(host("stage", 6, "02:00:00:00:00:06", "A stage box"));
+    ampPlug("04", 9, "58:50:ab");
+    model([](vswitch::Model &m) { m.lagAdd(m.lagIfNum(1), 9); });
+    recogniseVendors(&client);
+    const auto compact = [] {
+        std::string text = readFile(paths::kRecognition);
+        cJSON_Minify(text.data());
+        return std::string(text.c_str());
+    };
+    const std::string file = R"({"5":"harman","5":"audac","6":"harman","49":"telos"})";
+    EXPECT_EQ(compact(), file);
+    const auto known = [](auto get) {
+        const JsonPtr out(cJSON_CreateArray());
+        get(out.get());
+        return printJsonLine(out.get());
+    };
+    const auto vendors = known(recognisedVendorsGet), neighbours = known(recognisedNeighboursGet);
+    EXPECT_TRUE(vendors.starts_with(R"([{"MAC Address":"00:0F:D4:00:00:01","IfIndex":5,"vendor":"harman"},)"
+                                    R"({"MAC Address":"00:1D:C1:00:00:02","IfIndex":5,"vendor":"audac"},)"))
+        << vendors;
+    EXPECT_EQ(
+        neighbours,
+        R"([[],[{"systemDesc":"A stage box","chassisID":"02:00:00:00:00:06","portId":"02:00:00:00:00:06",)"
+        R"("systemName":"stage"}],[]])");
+    // What cannot be read keeps what was known of it, and others do not wait for it.
+    bool struck = true;
+    for (std::uint64_t n = 1; struck; ++n) {
+        failCall("*", n, n % 2 == 0);
+        recogniseVendors(&client);
+        struck = callsSeen() >= n;
+        clearFaults();
+        ASSERT_EQ(known(recognisedVendorsGet), vendors) << n;
+        ASSERT_EQ(known(recognisedNeighboursGet), neighbours) << n;
+        ASSERT_EQ(compact(), file);
+    }
+    away("03");
+    unplug("stage");
+    recogniseVendors(&client);
+    EXPECT_EQ(known(recognisedNeighboursGet), "[[],[]]");  // of ports with link
+    EXPECT_EQ(compact(), R"({"5":"harman","5":"audac","49":"telos"})");
+}
+
+}  // namespace
