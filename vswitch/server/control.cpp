@@ -269,8 +269,15 @@ json health(const Request &r) {
 }
 
 json supplicant(const Request &r) {
-    require(r.server.model().setSupplicant(portOf(r.body), r.body.value("accepted", true)),
-            "no such port, or no link on it");
+    const bool later = r.body.value("later", false);
+    const auto supplicant = later                            ? Supplicant::Rejected
+                            : r.body.value("accepted", true) ? Supplicant::Accepted
+                                                             : Supplicant::LoggedOff;
+    const auto port = portOf(r.body);
+    const auto *found = r.server.model().interface(port);
+    require(r.server.model().setSupplicant(port, supplicant),
+            found != nullptr && found->live ? "the devices of a live port authenticate themselves"
+                                            : "no such port, or no link on it");
     return {};
 }
 
@@ -456,11 +463,20 @@ json interfaceRow(const Model &model, const Interface &i) {
         if (m.tagged)
             tagged.push_back(id);
     }
-    return {
-        {"ifNum", i.num},         {"name", i.name()}, {"admin", i.adminUp},   {"link", i.linkUp},
-        {"pvid", i.pvid},         {"tagged", tagged}, {"included", included}, {"lag", nameOf(model, i.lag)},
-        {"live", i.live},         {"speed", i.speed}, {"mtu", i.mtu},         {"dot1x", i.dot1xControlMode},
-        {"ptpTc", i.ptpTcEnabled}};
+    return {{"ifNum", i.num},
+            {"name", i.name()},
+            {"admin", i.adminUp},
+            {"link", i.linkUp},
+            {"pvid", i.pvid},
+            {"tagged", tagged},
+            {"included", included},
+            {"lag", nameOf(model, i.lag)},
+            {"live", i.live},
+            {"speed", i.speed},
+            {"mtu", i.mtu},
+            {"dot1x", i.dot1xControlMode},
+            {"authorized", model.authorized(i.num)},
+            {"ptpTc", i.ptpTcEnabled}};
 }
 
 json counterRows(const Model &model) {

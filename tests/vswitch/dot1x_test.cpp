@@ -1,0 +1,228 @@
+// 802.1X: who is authorized, for how long, and what a port that is not lets through.
+#include <gtest/gtest.h>
+
+#include "platform/manual_clock.h"
+#include "tests/vswitch/fixtures.h"
+#include "vswitch/dataplane/eap.h"
+#include "vswitch/dataplane/flows.h"
+#include "vswitch/dataplane/wire_config.h"
+
+namespace vswitch {
+namespace {
+
+constexpr IfNum kPort = 1, kOther = 2, kLive = 5;
+const PortMap kLivePorts = {{kLive, "p5"}};
+
+class Dot1xTest : public ControlFixture {
+  protected:
+    void SetUp() override {
+        ControlFixture::SetUp();
+        commands("vlan database; vlan 10; set igmp 1; exit");
+        auto mic = host("mic", kPort, "00:1B:92:00:00:01", "Shure microphone");
+        mic.ip = "10.0.0.1";
+        plug(mic);
+        plug(host("pc", kOther, "00:1B:92:00:00:02"));
+        model([](Model &m) {
+            EXPECT_EQ(m.joinGroup("mic", 0xef010203, 2), OPEN_E_NONE);
+            EXPECT_EQ(m.setLive(kLive), OPEN_E_NONE);
+            m.seeCarrier(kLive, true);
+        });
+        on(kOther, "dot1x port-control force-authorized");
+    }
+
+    void on(IfNum port, const std::string &lines) {
+        commands("configure; interface 0/" + std::to_string(port) + "; " + lines);
+    }
+    bool authorized(IfNum port) {
+        return model([&](Model &m) { return m.authorized(port); });
+    }
+    json supplicant(IfNum port, const json &what) {
+        json request = {{"op", "supplicant"}, {"port", port}};
+        request.update(what);
+        return control(request)["ok"];
+    }
+    void login() { EXPECT_TRUE(supplicant(kPort, json::object())); }
+    void pass(Duration time) { platform::manual_clock::advance(time); }
+    WireConfig wire() {
+        return model([](Model &m) { return wireConfigOf(m, kLivePorts); });
+    }
+    void see(std::uint64_t round, bool authenticated, bool failed = false) {
+        WireView view;
+        view.supplicants[kLive] = {kLive,
+                                   round,
+                                   authenticated,
+                                   failed,
+                                   authenticated ? "00:1B:92:00:00:05" : "",
+                                   authenticated ? "shure" : ""};
+        model([&](Model &m) { putIntoModel(m, view, 0); });
+    }
+};
+
+TEST_F(Dot1xTest, AnUnauthorizedPortPassesNothingButEapolAndLldp) {
+    const auto passes = [&] {
+        return model([](Model &m) {
+            const Mac mic{{0, 0x1b, 0x92, 0, 0, 1}};
+            const std::set<bool> all{m.fdb().contains({mic, 1}), m.arp().contains({1, "10.0.0.1"}),
+                                     m.igmpGroups().contains({1, 0xef010203}),
+                                     m.learn(mac(9), 10, kPort) == OPEN_E_NONE, m.vlanUp(10)};
+            EXPECT_EQ(all.size(), 1u) << "all or nothing";
+            EXPECT_EQ(m.lldp().at(kPort).size(), 1u);
+            EXPECT_TRUE(m.interface(kPort)->linkUp);
+            EXPECT_TRUE(m.fdb().contains({{{0, 0x1b, 0x92, 0, 0, 2}}, 1})) << "the other port";
+            return all.contains(true);
+        });
+    };
+    on(kPort, "vlan participation include 10");
+    on(kLive, "dot1x port-control force-unauthorized");
+    EXPECT_TRUE(passes()) << "802.1X is off";
+    commands("configure; dot1x system-auth-control");
+    EXPECT_FALSE(passes());
+    const auto octets = [&] { return model([](Model &m) { return m.counters(kPort).outOctets; }); };
+    const auto before = octets();
+    pass(29s);
+    EXPECT_EQ(octets(), before) << "nor does the device get anything";
+    login();
+    EXPECT_TRUE(passes());
+    on(kPort, "dot1x port-control force-unauthorized");
+    EXPECT_FALSE(passes());
+    on(kPort, "dot1x port-control force-authorized");
+    EXPECT_TRUE(passes());
+    on(kPort, "dot1x port-control auto");
+    EXPECT_FALSE(passes());
+    // A LAG is not controlled, nor are its members.
+    on(kPort, "addport lag 1");
+    commands("configure; interface lag 1; vlan participation include 10");
+    EXPECT_TRUE(passes());
+    on(kPort, "deleteport lag 1");
+    EXPECT_FALSE(passes());
+    commands("configure; no dot1x system-auth-control");
+    EXPECT_TRUE(passes());
+}
+
+TEST_F(Dot1xTest, AnAuthenticationLastsUntilSomethingEndsIt) {
+    EXPECT_FALSE(authorized(49)) << "a LAG";
+    commands("configure; dot1x system-auth-control");
+    EXPECT_FALSE(supplicant(3, json::object())) << "nobody is there";
+    EXPECT_FALSE(supplicant(99, json::object()));
+    EXPECT_FALSE(supplicant(kLive, json::object())) << "they have to do that themselves";
+    login();
+    EXPECT_TRUE(authorized(kPort));
+    EXPECT_TRUE(contains(show("show dot1x clients"), "0/1 "));
+    // What only resets: the supplicant answers when it is asked again.
+    for (const auto *change : {"interface 0/1; dot1x port-control force-authorized; dot1x port-control auto",
+                               "no dot1x system-auth-control; dot1x system-auth-control",
+                               "interface 0/1; addport lag 1; deleteport lag 1"}) {
+        commands("configure; " + std::string(change));
+        EXPECT_FALSE(authorized(kPort)) << change;
+        pass(2 * kExchangeTime);
+        EXPECT_TRUE(authorized(kPort)) << change;
+    }
+    on(kPort, "dot1x port-control auto; description \"no change\"");
+    EXPECT_TRUE(authorized(kPort));
+    // What takes the supplicant away.
+    control({{"op", "link"}, {"port", kPort}, {"state", "down"}});
+    control({{"op", "link"}, {"port", kPort}, {"state", "auto"}});
+    pass(2 * kExchangeTime);
+    EXPECT_FALSE(authorized(kPort)) << "whoever comes next has to authenticate";
+    login();
+    EXPECT_TRUE(supplicant(kPort, {{"accepted", false}}));
+    pass(2 * kExchangeTime);
+    EXPECT_FALSE(authorized(kPort));
+    // One that would fail is noticed when it is asked.
+    login();
+    on(kPort, "dot1x reauthentication; dot1x timeout reauth-period 60");
+    pass(200s);
+    EXPECT_TRUE(authorized(kPort));
+    EXPECT_TRUE(supplicant(kPort, {{"later", true}}));
+    EXPECT_TRUE(authorized(kPort));
+    pass(62s);
+    EXPECT_FALSE(authorized(kPort));
+    for (const auto *line :
+         {"Port 0/1 is authorized", "Port 0/1 is unauthorized", "Authentication failed on port 0/1"})
+        EXPECT_TRUE(contains(systemLog(), line)) << line;
+    EXPECT_TRUE(
+        contains(show("show dot1x summary"), "0/1        auto                Unauthorized  Yes      60"));
+    EXPECT_TRUE(table("ports")[1]["authorized"]);
+}
+
+TEST_F(Dot1xTest, ALivePortForwardsOnceTheDataPlaneHasSeenAnExchange) {
+    EXPECT_TRUE(wire().interfaces.contains(kLive));
+    EXPECT_TRUE(!wire().ports.at(kLive).authentication && wire().access == WireAccess{});
+    commands(
+        "configure; dot1x system-auth-control; aaa ias-user username shure password secret; interface 0/5; "
+        "dot1x reauthentication");
+    const auto closed = wire();
+    EXPECT_TRUE(closed.interfaces.empty() && closed.access.users.at("shure") == "secret");
+    EXPECT_EQ(closed.ports.at(kLive).authentication->reauthPeriod, 3600s);
+    for (const auto &[key, actions] : flowsOf(closed))
+        EXPECT_FALSE(contains(key + actions, "in_port=5") || contains(actions, "output:5"));
+    const auto round = [&] { return wire().ports.at(kLive).authentication->round; };
+    see(round() - 1, true);
+    EXPECT_FALSE(authorized(kLive)) << "seen before a reset";
+    see(round(), false, true);
+    EXPECT_TRUE(contains(systemLog(), "Authentication failed on port 0/5"));
+    see(round(), true);
+    EXPECT_TRUE(authorized(kLive));
+    EXPECT_TRUE(contains(show("show dot1x clients"), "00:1B:92:00:00:05  0            shure"));
+    EXPECT_EQ("drop", flowsOf(wire()).at("table=0,priority=230,in_port=5,dl_type=0x888e"))
+        << "no EAPOL to a station's own address either";
+    EXPECT_EQ(staleAddresses(wire(), closed), std::vector{forgetInterface(kLive)});
+    const auto old = round();
+    on(kLive, "dot1x port-control force-unauthorized; dot1x port-control auto");
+    EXPECT_TRUE(!authorized(kLive) && round() != old) << "hostapd must forget it, too";
+    see(round(), true);
+    model([](Model &m) {
+        m.seeCarrier(kLive, false);
+        m.seeCarrier(kLive, true);
+    });
+    EXPECT_FALSE(authorized(kLive));
+    on(kLive, "shutdown");
+    EXPECT_FALSE(wire().ports.at(kLive).authentication);
+    on(kLive, "no shutdown; dot1x port-control force-authorized");
+    EXPECT_TRUE(authorized(kLive) && !wire().ports.at(kLive).authentication);
+    // Servers in the order of their priorities; those without address or secret are not asked.
+    commands(
+        "configure; no aaa ias-user username shure; aaa authentication dot1x default radius; interface 0/5; "
+        "no "
+        "dot1x port-control; exit; radius server host auth 10.0.0.5; radius server key auth 10.0.0.5 a; "
+        "radius "
+        "server host auth fe80::1 name x port 1645 priority 1; radius server key auth fe80::1 \"b c\"; "
+        "radius "
+        "server host auth 10.0.0.6; radius server host auth radius.example; radius server key auth "
+        "radius.example d; radius server host acct 10.0.0.7; radius server key acct 10.0.0.7 e");
+    const auto access = wire().access;
+    EXPECT_TRUE(access.users.empty());
+    EXPECT_EQ(access.radius,
+              (std::vector<WireAccess::Radius>{{"fe80::1", "b c", 1645}, {"10.0.0.5", "a", 1812}}));
+}
+
+TEST_F(Dot1xTest, HostapdIsToldAndUnderstood) {
+    WireAccess access{.users = {{"a@b", "secret"}, {"x", "\"\n"}}, .radius = {}};
+    EXPECT_EQ(hostapdUsers(access), "\"a@b\" MD5 736563726574\n\"x\" MD5 220a\n");
+    const WirePort port{.netdev = "p5"};
+    const auto local = hostapdConfig(port, access, "hall", 60, "users");
+    for (const auto *line : {"interface=p5\n", "eap_user_file=users\n", "eap_reauth_period=60\n"})
+        EXPECT_TRUE(contains(local, line)) << line;
+    access.radius = {{"10.0.0.5", "b c", 1645}};
+    const auto remote = hostapdConfig(port, access, "ha\nll", 0, "users");
+    EXPECT_TRUE(contains(remote,
+                         "auth_server_addr=10.0.0.5\nauth_server_port=1645\n"
+                         "auth_server_shared_secret=b c\n"));
+    EXPECT_TRUE(contains(remote, "nas_identifier=ha?ll\n") && !contains(remote, "eap_server"));
+
+    const auto station = stationOf(
+        "f6:07:57:b7:02:f7\nflags=[AUTHORIZED]\naid=0\ndot1xAuthSessionUserName=sh\x01re\nlast_eap_type_as="
+        "0");
+    ASSERT_TRUE(station);
+    EXPECT_TRUE(station->authorized && station->mac == "f6:07:57:b7:02:f7" && station->user == "sh?re");
+    EXPECT_FALSE(stationOf("f6:07:57:b7:02:f7\nflags=\n")->authorized);
+    for (const auto *answer : {"", "FAIL\n", "flags=[AUTHORIZED]\n"})
+        EXPECT_FALSE(stationOf(answer)) << answer;
+    const auto event = hostapdEventOf("IFNAME=p5 <3>CTRL-EVENT-EAP-FAILURE f6:07:57:b7:02:f7");
+    EXPECT_TRUE(event && event->netdev == "p5" && event->failed);
+    EXPECT_FALSE(hostapdEventOf("IFNAME=p5 <3>AP-STA-CONNECTED f6:07:57:b7:02:f7")->failed);
+    EXPECT_FALSE(hostapdEventOf("<3>CTRL-EVENT-TERMINATING") || hostapdEventOf("IFNAME=p5"));
+}
+
+}  // namespace
+}  // namespace vswitch
