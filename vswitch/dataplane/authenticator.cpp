@@ -74,7 +74,10 @@ bool Authenticator::connect() {
     if (::connect(socket.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
         return false;
     socket_ = std::move(socket);
-    return request("ATTACH") == "OK\n";
+    if (request("ATTACH") == "OK\n")
+        return true;
+    disconnect();
+    return false;
 }
 
 void Authenticator::disconnect() {
