@@ -1,8 +1,14 @@
 // 802.1X: who is authorized, for how long, and what a port that is not lets through.
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <mutex>
+#include <thread>
 
 #include "platform/manual_clock.h"
 #include "tests/vswitch/fixtures.h"
+#include "vswitch/dataplane/authenticator.h"
 #include "vswitch/dataplane/eap.h"
 #include "vswitch/dataplane/flows.h"
 #include "vswitch/dataplane/wire_config.h"
@@ -222,6 +228,128 @@ TEST_F(Dot1xTest, HostapdIsToldAndUnderstood) {
     EXPECT_TRUE(event && event->netdev == "p5" && event->failed);
     EXPECT_FALSE(hostapdEventOf("IFNAME=p5 <3>AP-STA-CONNECTED f6:07:57:b7:02:f7")->failed);
     EXPECT_FALSE(hostapdEventOf("<3>CTRL-EVENT-TERMINATING") || hostapdEventOf("IFNAME=p5"));
+}
+
+// Stands in for hostapd at its control socket: takes every command, and knows the stations it is given.
+class Hostapd {
+  public:
+    explicit Hostapd(const std::string &folder) : socket_(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        (folder + "/" + Authenticator::kSocket).copy(address.sun_path, sizeof address.sun_path - 1);
+        ::unlink(address.sun_path);
+        EXPECT_EQ(0, ::bind(socket_.get(), reinterpret_cast<sockaddr *>(&address), sizeof address));
+        thread_ = std::thread([this] { run(); });
+    }
+    ~Hostapd() {
+        ::shutdown(socket_.get(), SHUT_RDWR);
+        thread_.join();
+    }
+
+    void knows(const std::string &station) {
+        const std::lock_guard lock(mutex_);
+        station_ = station;
+    }
+    // To whoever has attached.
+    void says(const std::string &event) {
+        const std::lock_guard lock(mutex_);
+        ::sendto(socket_.get(), event.data(), event.size(), 0, reinterpret_cast<sockaddr *>(&peer_), size_);
+    }
+    // The commands since the last call, without those that ask for stations.
+    std::string heard() {
+        const std::lock_guard lock(mutex_);
+        return std::exchange(heard_, "");
+    }
+
+  private:
+    void run() {
+        std::array<char, 256> buffer;
+        for (;;) {
+            sockaddr_un from{};
+            socklen_t size = sizeof from;
+            const auto got = ::recvfrom(socket_.get(), buffer.data(), buffer.size(), 0,
+                                        reinterpret_cast<sockaddr *>(&from), &size);
+            if (got <= 0)
+                return;
+            const std::string command(buffer.data(), static_cast<std::size_t>(got));
+            const std::lock_guard lock(mutex_);
+            std::string answer = "OK\n";
+            if (contains(command, "STA-"))
+                answer = contains(command, "STA-FIRST") ? station_ : "";
+            else
+                heard_ += command + ";";
+            peer_ = from;
+            size_ = size;
+            ::sendto(socket_.get(), answer.data(), answer.size(), 0, reinterpret_cast<sockaddr *>(&from),
+                     size);
+        }
+    }
+
+    Descriptor socket_;
+    std::mutex mutex_;
+    std::string station_, heard_;
+    sockaddr_un peer_{};
+    socklen_t size_ = 0;
+    std::thread thread_;
+};
+
+TEST(AuthenticatorTest, WhoWasAcceptedOutlivesHostapdButNotTheLink) {
+    const auto folder = platform::fsPath("/tmp");
+    Authenticator authenticator(folder);
+    std::map<IfNum, AuthenticatedPort> wanted{{kLive, {"p5", 3, 0, 1, "config", "users"}}};
+    const std::string added = "REMOVE p5;ADD p5 config=hostapd-5.conf;IFNAME=p5 ENABLE;",
+                      accepted = "f6:07:57:b7:02:f7\nflags=[AUTHORIZED]\n";
+    // What one call reports: the accepted address, "-" for none any more, "!" for a failure.
+    const auto serve = [&] {
+        EXPECT_EQ(0, authenticator.serve(wanted).status);
+        std::string out;
+        for (const auto &change : authenticator.takeChanges())
+            out += (change.authenticated ? change.mac : "-") + (change.failed ? "!" : "");
+        return out;
+    };
+    // A command that is answered comes after the event before it.
+    const auto event = [&](Hostapd &hostapd, const char *what) {
+        hostapd.says("IFNAME=p5 <3>" + std::string(what) + " f6:07:57:b7:02:f7");
+        return serve();
+    };
+    EXPECT_EQ(-1, authenticator.serve(wanted).status) << "nobody is listening";
+    {
+        Hostapd hostapd(folder);
+        EXPECT_EQ("", serve() + serve());
+        EXPECT_EQ("ATTACH;" + added, hostapd.heard());
+        EXPECT_EQ("config", test_support::readFile("/tmp/hostapd-5.conf"));
+        EXPECT_EQ("-!", event(hostapd, "CTRL-EVENT-EAP-FAILURE"));
+        EXPECT_EQ("", event(hostapd, "CTRL-EVENT-EAP-FAILURE")) << "told once";
+        hostapd.knows(accepted);
+        EXPECT_EQ("F6:07:57:B7:02:F7", event(hostapd, "AP-STA-CONNECTED"));
+    }
+    authenticator.disconnect();
+    authenticator.wait(wanted);
+    EXPECT_TRUE(authenticator.takeChanges().empty()) << "it is asked again first";
+    Hostapd hostapd(folder);
+    EXPECT_EQ("", serve() + serve());
+    EXPECT_EQ("ATTACH;" + added, hostapd.heard());
+    EXPECT_EQ("-!", event(hostapd, "CTRL-EVENT-EAP-FAILURE")) << "and did not know the password";
+    const auto login = [&] {
+        hostapd.knows(accepted);
+        EXPECT_EQ("F6:07:57:B7:02:F7", event(hostapd, "AP-STA-CONNECTED"));
+        hostapd.knows("");
+        hostapd.heard();
+    };
+    login();
+    wanted.at(kLive).config = "other";
+    EXPECT_EQ("", serve() + serve()) << "the same device on the same link";
+    EXPECT_EQ(added, hostapd.heard());
+    for (auto *const changed : {&wanted.at(kLive).losses, &wanted.at(kLive).round}) {
+        login();
+        ++*changed;
+        EXPECT_EQ("-", serve());
+        EXPECT_EQ(added, hostapd.heard());
+    }
+    login();
+    wanted.clear();
+    EXPECT_EQ("-", serve());
+    EXPECT_EQ("REMOVE p5;", hostapd.heard());
 }
 
 }  // namespace
