@@ -3,6 +3,7 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
+#include <array>
 #include <mutex>
 #include <thread>
 

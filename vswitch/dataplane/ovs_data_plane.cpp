@@ -716,13 +716,12 @@ class OvsDataPlane : public DataPlane {
                 continue;
             const auto &[round, period] = *port.authentication;
             const auto seconds = period == Duration{} ? 0 : inRealSeconds(period);
-            authPorts_[num] = {
-                port.netdev,
-                0,
-                0,
-                round,
-                hostapdConfig(port, wanted.access, wanted.systemName, seconds, Authenticator::kUsers),
-                users};
+            auto &known = authPorts_[num];
+            known.netdev = port.netdev;
+            known.round = round;
+            known.config =
+                hostapdConfig(port, wanted.access, wanted.systemName, seconds, Authenticator::kUsers);
+            known.users = users;
         }
     }
 
@@ -742,6 +741,7 @@ class OvsDataPlane : public DataPlane {
             }
             hostapd().notBefore = {};
             authenticator_.wait({});
+            authenticator_.takeChanges();  // the model has reset these ports itself
             return;
         }
         std::map<IfNum, AuthenticatedPort> linked;
