@@ -239,7 +239,7 @@ TEST_F(ModelTest, RulesHoldWhateverHappens) {
             [&] { model.clearFdb(); },
             [&] { model.setDot1x(upTo(2) == 0); },
             [&] { model.setPortControl(upTo(9), upTo(4)); },
-            [&] { model.setSupplicant(upTo(9), static_cast<Supplicant>(upTo(2))); },
+            [&] { model.setSupplicant(upTo(9), upTo(2) != 0); },
             [&] { pass(std::chrono::seconds(upTo(5))); },
             [&] { pass(std::chrono::seconds(upTo(400))); }};
         for (int step = 0; step < 4000; ++step) {

@@ -48,6 +48,7 @@ void Model::resetDot1x(Interface &port) {
     ++state.round;
     state.mac.clear();
     state.user.clear();
+    dot1xReset_ = true;
 }
 
 // To be called after a change, with what held before it.
@@ -113,36 +114,48 @@ void Model::authenticate(IfNum num, bool accepted) {
     });
 }
 
-open_error_t Model::setSupplicant(IfNum port, Supplicant supplicant) {
+open_error_t Model::setSupplicant(IfNum port, bool accepted) {
     auto *found = edit(port);
     if (found == nullptr || found->isLag())
         return OPEN_E_NOT_FOUND;
-    // No command has credentials that a real device does not have.
+    // No command has the credentials of a real device.
     if (found->live)
         return OPEN_E_PARAM;
-    if (supplicant == Supplicant::Accepted && !found->linkUp)
+    if (accepted && !found->linkUp)
         return OPEN_E_FAIL;
-    found->dot1x.answers = supplicant == Supplicant::Accepted;
-    if (supplicant == Supplicant::LoggedOff)
+    found->dot1x.answers = accepted;
+    if (!accepted)
         changeAccess(port, [&](Interface &left) { resetDot1x(left); });
-    else if (authenticates(port) && (supplicant == Supplicant::Accepted || !found->dot1x.authenticated))
-        authenticate(port, found->dot1x.answers);
+    else if (authenticates(port))
+        authenticate(port, true);
+    return OPEN_E_NONE;
+}
+
+open_error_t Model::rejectSupplicant(IfNum port) {
+    auto *found = edit(port);
+    if (found == nullptr || found->isLag())
+        return OPEN_E_NOT_FOUND;
+    if (found->live)
+        return OPEN_E_PARAM;
+    found->dot1x.answers = false;
+    if (found->linkUp && authenticates(port) && !found->dot1x.authenticated)
+        authenticate(port, false);
     return OPEN_E_NONE;
 }
 
 void Model::serveDot1x() {
-    if (!system_.dot1xEnabled || now_ - lastDot1x_ < kTick)
+    if (!system_.dot1xEnabled || (!dot1xReset_ && now_ - lastDot1x_ < kTick))
         return;
+    dot1xReset_ = false;
     lastDot1x_ = now_;
     for (const auto &[num, port] : interfaces_) {
         if (port.live || !port.linkUp || !authenticates(num))
             continue;
         const auto &state = port.dot1x;
-        const bool due = state.authenticated
-                             ? port.dot1xReauthentication &&
-                                   now_ - state.since >= std::chrono::seconds(port.dot1xReauthPeriod)
-                             : state.answers && now_ - state.since >= kExchangeTime;
-        if (due)
+        const auto period = std::chrono::seconds(port.dot1xReauthPeriod);
+        const bool asked =
+            state.authenticated ? port.dot1xReauthentication && now_ - state.since >= period : state.answers;
+        if (asked)
             authenticate(num, state.answers);
     }
 }

@@ -10,8 +10,8 @@
 // neighbours and pass all the same.
 //
 // On simulated ports supplicants are what an operator says they are: one that is accepted authenticates
-// whenever the switch asks, which it does kExchangeTime after a reset. On live ports the data plane has a
-// real exchange with whoever is there.
+// whenever the switch asks, which it does as soon as time passes after a reset. On live ports the data plane
+// has a real exchange with whoever is there.
 #ifndef PAVO_VSWITCH_MODEL_DOT1X_H
 #define PAVO_VSWITCH_MODEL_DOT1X_H
 
@@ -23,14 +23,6 @@
 #include "platform/clock.h"
 
 namespace vswitch {
-
-inline constexpr platform::Duration kExchangeTime = std::chrono::seconds(1);
-
-enum class Supplicant {
-    Accepted,   // authenticates now, and again whenever it is asked
-    LoggedOff,  // is gone
-    Rejected    // fails from now on; what it has lasts until the next time it is asked
-};
 
 // Of one port.
 struct Dot1xState {

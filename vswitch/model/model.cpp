@@ -429,9 +429,11 @@ open_error_t Model::lagAdd(IfNum lag, IfNum port) {
     if (group->members.size() >= config_.lagMembersMax)
         return OPEN_E_FULL;
     countUpToNow(port);
+    const bool before = authorized(port);
     group->members.insert(port);
     member->lag = lag;
     resetDot1x(*member);
+    accessChanged(port, before);
     event("lag", member->name() + " joined " + group->name());
     relearnPort(port);
     refreshLink(lag);
@@ -447,9 +449,11 @@ open_error_t Model::lagRemove(IfNum lag, IfNum port) {
     if (!group->members.contains(port))
         return OPEN_E_NOT_FOUND;
     countUpToNow(port);
+    const bool before = authorized(port);
     group->members.erase(port);
     member->lag = 0;
     resetDot1x(*member);
+    accessChanged(port, before);
     event("lag", member->name() + " left " + group->name());
     relearnPort(port);
     refreshLink(lag);

@@ -65,8 +65,10 @@ class Model {
     bool authenticates(IfNum port) const;  // whoever is behind the port has to authenticate
     void setDot1x(bool enabled);
     open_error_t setPortControl(IfNum port, std::uint32_t mode);  // OPEN_DOT1X_
-    // What a supplicant on a simulated port does. FAIL: no link, nobody could be there; PARAM: a live port.
-    open_error_t setSupplicant(IfNum port, Supplicant supplicant);
+    // Somebody on a simulated port authenticates, now and whenever the switch asks, or logs off. FAIL: no
+    // link, nobody could be there; PARAM: a live port.
+    open_error_t setSupplicant(IfNum port, bool accepted);
+    open_error_t rejectSupplicant(IfNum port);  // fails from now on: noticed when the switch asks
 
     // --- hardware; what happens to it is written to the log
     const Health &health() const { return health_; }
@@ -334,6 +336,7 @@ class Model {
     Health health_;
     SntpState sntp_;
     Duration lastSntpPoll_{}, lastDot1x_{};
+    bool dot1xReset_ = false;  // some port is to be asked again
     SwitchFeatures features_;
     Qos qos_;
     AccessLists ipAccessLists_, macAccessLists_;

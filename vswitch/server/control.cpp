@@ -269,13 +269,11 @@ json health(const Request &r) {
 }
 
 json supplicant(const Request &r) {
-    const bool later = r.body.value("later", false);
-    const auto supplicant = later                            ? Supplicant::Rejected
-                            : r.body.value("accepted", true) ? Supplicant::Accepted
-                                                             : Supplicant::LoggedOff;
+    auto &model = r.server.model();
     const auto port = portOf(r.body);
-    const auto *found = r.server.model().interface(port);
-    require(r.server.model().setSupplicant(port, supplicant),
+    const auto *found = model.interface(port);
+    require(r.body.value("later", false) ? model.rejectSupplicant(port)
+                                         : model.setSupplicant(port, r.body.value("accepted", true)),
             found != nullptr && found->live ? "the devices of a live port authenticate themselves"
                                             : "no such port, or no link on it");
     return {};
