@@ -307,7 +307,7 @@ class SystemTest(RigTest):
         health = ctl("health")
         for words in ("table nothing", "sfp 0/1 --vendor ACME", "errdisable 0/1 boredom", "errors 0/99 --inErrors 1",
                       "plug x 0/1 00:1b:92:00:30:02 --speed -1", "health fan 9 failed", "health fan 1 broken",
-                      "health cpu 101", "health temperature 1 301", "health memory 50 100", "supplicant 0/1"):
+                      "health cpu 101", "health temperature 1 301", "health memory 50 100", "dot1x authorize 0/1"):
             ctl(words, success=False)
         self.assertEqual(health, ctl("health"))
         values = json.loads(health)
@@ -322,7 +322,7 @@ class SystemTest(RigTest):
                                ("--json table counters", '"inErrors": ?18446744073709551615')):
             self.assertRegex(ctl(words), pattern)
         for words in ("faults --clear", "errdisable 0/30 bpdu-guard", "sfp 0/30 --remove", "link 0/1 up",
-                      "supplicant 0/1"):
+                      "dot1x authorize 0/1", "dot1x reject 0/1", "dot1x unauthorize 0/1"):
             ctl(words)
         self.assertRegex(ctl("faults"), r'"faults": ?\[\]')
         self.assertIn("DAC-10G-1M", ctl("table sfp"))

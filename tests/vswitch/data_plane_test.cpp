@@ -98,6 +98,8 @@ configure+ip access-list A+deny ip any 10.0.0.0 0.0.0.@; configure+no ip access-
 vlan database+set igmp %; vlan database+set igmp %; vlan database+no set igmp %
 vlan database+set igmp drop-unknown %; vlan database+set igmp exclude-mrouter-intf %
 #ip igmp snooping mrouter interface
+#dot1x port-control force-authorized; #dot1x port-control force-unauthorized; #dot1x port-control auto
+configure+dot1x system-auth-control; configure+dot1x system-auth-control; configure+no dot1x system-auth-control
 #mtu 900@; #ip access-group A in; #ip access-group A out; #ip access-group B in; #no ip access-group A in)";
 
 TEST_F(LiveTest, RowsAndAddressesFollowWhateverChanges) {
@@ -124,6 +126,9 @@ TEST_F(LiveTest, RowsAndAddressesFollowWhateverChanges) {
         model.setCarrier(upTo(5) + 1, upTo(7) == 0 ? Carrier::ForcedDown : Carrier::FollowDevices);
         if (upTo(3) == 0)
             model.seeAddresses({{mac(upTo(3)), vlan(), upTo(9) + 1}, {mac(upTo(9)), vlan(), upTo(9) + 1}});
+        for (const auto &[num, port] : kPorts)
+            if (upTo(3) != 0)
+                model.seeSupplicant({num, model.interface(num)->dot1x.round, upTo(7) != 0, false, "", ""});
         for (int times = 0; times < 3; ++times) {
             const auto kind = upTo(3) == 0 ? IgmpKind::Leave : IgmpKind::Report;
             const Ipv4 host = 0x0a000000 + upTo(9), group = 0xe8010100 + upTo(3);
@@ -132,7 +137,7 @@ TEST_F(LiveTest, RowsAndAddressesFollowWhateverChanges) {
         ASSERT_LE(model.fdb().size(), 4u);
         for (const auto &[key, entry] : model.fdb())
             ASSERT_TRUE(model.hasVlan(key.vlan) && model.interface(entry.port)->linkUp &&
-                        model.interface(entry.ifNum)->linkUp);
+                        model.authorized(entry.port) && model.interface(entry.ifNum)->linkUp);
 
         const auto next = wire();
         const auto wanted = flowsOf(next);

@@ -237,6 +237,9 @@ TEST_F(ModelTest, RulesHoldWhateverHappens) {
             [&] { model.learn(mac(upTo(255)), id(), upTo(9)); },
             [&] { model.setLatency(std::chrono::seconds(upTo(3))); },
             [&] { model.clearFdb(); },
+            [&] { model.setDot1x(upTo(2) == 0); },
+            [&] { model.setPortControl(upTo(9), upTo(4)); },
+            [&] { model.setSupplicant(upTo(9), upTo(2) != 0); },
             [&] { pass(std::chrono::seconds(upTo(5))); },
             [&] { pass(std::chrono::seconds(upTo(400))); }};
         for (int step = 0; step < 4000; ++step) {

@@ -93,7 +93,7 @@ TEST_F(SystemAnswersTest, AnswersAreWhatTheSwitchIsSetTo) {
              "reauthentication": false, "reauthPeriod": 3600},
             {"port": 2, "name": "0/2", "controlMode": "forceAuthorized", "state": "authorized",
              "reauthentication": true, "reauthPeriod": 600},
-            {"port": 3, "name": "0/3", "controlMode": "auto", "state": "unauthorized",
+            {"port": 3, "name": "0/3", "controlMode": "auto", "state": "authorized",
              "reauthentication": false, "reauthPeriod": 3600}]})"_json},
         {switchPtpModeGet, R"({"transparentClock": true, "dot1as": true, "ports": [
             {"port": 1, "name": "0/1", "transparentClock": true, "dot1as": false},
@@ -159,6 +159,9 @@ TEST_F(SystemAnswersTest, TimeAndWhereItComesFrom) {
     auto clock = host("clock", 1, "00:1B:92:00:00:02");
     clock.ip = "10.0.0.9";
     plug(clock);
+    platform::manual_clock::advance(vswitch::kSntpPollInterval);
+    EXPECT_EQ(answer(kTime)["sntp"]["synchronised"], false) << "its port is not authorized";
+    model([](vswitch::Model &m) { EXPECT_EQ(m.setSupplicant(1, true), OPEN_E_NONE); });
     platform::manual_clock::advance(vswitch::kSntpPollInterval);
     time = answer(kTime);
     EXPECT_TRUE(time["sntp"]["synchronised"] == true && time["sntp"]["synchronisedTo"] == "10.0.0.9");

@@ -210,10 +210,6 @@ bool showBootvar(Context &c, const Values &) {
     return true;
 }
 
-std::string leader(const std::string &label, const std::string &value) {
-    return label + std::string(label.size() < 46 ? 46 - label.size() : 0, '.') + " " + value + "\n";
-}
-
 bool showIpManagement(Context &c, const Values &) {
     const auto &s = c.model.system();
     c.out += leader("IPv4 Management Interface", "VLAN " + std::to_string(s.mgmtVlan));

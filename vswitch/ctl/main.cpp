@@ -254,11 +254,21 @@ int run(int argc, char **argv) {
             request["memory"] = {{"totalKb", totalKb}, {"freeKb", freeKb}};
         }
     });
-    auto *supplicant = app.add_subcommand(
-        "supplicant", "Have somebody on a port authenticate by 802.1X, or log off with --off");
-    supplicant->add_option("port", port, "0/1 to 0/N")->required();
-    supplicant->add_flag("--off", flag, "Nobody is authenticated any more");
-    supplicant->callback([&] { request = {{"op", "supplicant"}, {"port", port}, {"accepted", !flag}}; });
+    auto *dot1x = app.add_subcommand("dot1x", "What somebody on a simulated port does by 802.1X");
+    dot1x
+        ->add_option(
+            "action", text,
+            "authorize: authenticates, until the link goes down; unauthorize: logs off; reject: fails "
+            "when it is asked the next time")
+        ->required()
+        ->check(CLI::IsMember({"authorize", "unauthorize", "reject"}));
+    dot1x->add_option("port", port, "0/1 to 0/N")->required();
+    dot1x->callback([&] {
+        request = {{"op", "supplicant"},
+                   {"port", port},
+                   {"accepted", text == "authorize"},
+                   {"later", text == "reject"}};
+    });
 
     auto *sfp = app.add_subcommand("sfp", "Put a transceiver into a port, or take it out with --remove");
     sfp->add_option("port", port, "0/1 to 0/N, one with a cage")->required();
