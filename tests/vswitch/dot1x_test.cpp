@@ -116,7 +116,7 @@ TEST_F(Dot1xTest, AnAuthenticationLastsUntilSomethingEndsIt) {
     EXPECT_FALSE(supplicant(kLive, json::object())) << "they have to do that themselves";
     login();
     EXPECT_TRUE(authorized(kPort));
-    EXPECT_TRUE(contains(show("show dot1x clients"), "0/1 "));
+    EXPECT_TRUE(contains(show("show dot1x clients"), "0/1        00:1B:92:00:00:01  0 "));
     // What only resets: the supplicant answers when it is asked again.
     for (const auto *change : {"interface 0/1; dot1x port-control force-authorized; dot1x port-control auto",
                                "no dot1x system-auth-control; dot1x system-auth-control",

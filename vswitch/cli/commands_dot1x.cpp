@@ -99,6 +99,14 @@ bool showSummary(Context &c, const Values &) {
     return true;
 }
 
+// On a simulated port that of the device at the port itself.
+std::string clientMac(const Model &model, const Interface &port) {
+    for (const auto &[name, device] : model.devices())
+        if (!port.live && device.port == port.num && device.behind.empty() && !device.macs.empty())
+            return device.macs.front().text();
+    return port.dot1x.mac;
+}
+
 bool showClients(Context &c, const Values &) {
     c.out += "Port       MAC Address        Session (s)  User Name\n";
     c.out += "---------  -----------------  -----------  ------------------------------\n";
@@ -106,7 +114,7 @@ bool showClients(Context &c, const Values &) {
         if (!c.model.authenticates(num) || !i.dot1x.authenticated)
             continue;
         const auto session = std::chrono::duration_cast<std::chrono::seconds>(c.model.now() - i.dot1x.since);
-        c.out += format("%-9s  %-17s  %-11lld  %s\n", i.name().c_str(), i.dot1x.mac.c_str(),
+        c.out += format("%-9s  %-17s  %-11lld  %s\n", i.name().c_str(), clientMac(c.model, i).c_str(),
                         static_cast<long long>(session.count()), i.dot1x.user.c_str());
     }
     return true;
