@@ -94,6 +94,7 @@ TEST_F(Dot1xTest, AnUnauthorizedPortPassesNothingButEapolAndLldp) {
     EXPECT_TRUE(passes());
     on(kPort, "dot1x port-control force-unauthorized");
     EXPECT_FALSE(passes());
+    EXPECT_TRUE(supplicant(kPort, {{"accepted", false}}));
     on(kPort, "dot1x port-control force-authorized");
     EXPECT_TRUE(passes());
     on(kPort, "dot1x port-control auto");
