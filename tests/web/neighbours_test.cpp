@@ -120,7 +120,7 @@ TEST_F(NeighbourTest, WhoIsListed) {
 TEST_F(NeighbourTest, RowsThatAreTooLongAreDropped) {
     const NeighbourPort port{true, SwitchportMode::General, {1, 0, 5}, "0/5", 1};
     std::string row;
-    Neighbour line{IfNum(5), &port};
+    NeighbourLine line{IfNum(5), &port};
     ASSERT_TRUE(printNeighbourRow(line, row));
     const std::string name(2560 - row.size(), 'x');
     line.hostName = std::string_view(name).substr(1);
@@ -256,7 +256,7 @@ TEST_F(NeighbourTest, SameRowsAsScansOfTheTables) {
             join.addPort(IfNum(ifNum), port);
         }
         // The row is the expected one; whether there is one.
-        const auto isRow = [&](const std::string &expected, const std::optional<Neighbour> &line) {
+        const auto isRow = [&](const std::string &expected, const std::optional<NeighbourLine> &line) {
             std::string row;
             const bool printed = line && printNeighbourRow(*line, row);
             EXPECT_EQ(expected, printed ? json::parse(row).dump() : "") << seed;
