@@ -253,13 +253,15 @@ def multicast(rig, net):
 def cpu_share(rig, seconds=4):
     """CPU seconds per second of the switch and all that it has started."""
     def ticks():
-        total = 0
+        switch, found = rig.children["vswitchd"].pid, {}
         for name in filter(str.isdigit, os.listdir("/proc")):
             with contextlib.suppress(OSError), open(f"/proc/{name}/stat", "rb") as file:
-                fields = file.read().rpartition(b")")[2].split()
-                if int(fields[3]) == rig.children["vswitchd"].pid:  # its session
-                    total += sum(map(int, fields[11:15]))  # its own, and of children that have ended
-        return total
+                _, parent, _, session, *fields = file.read().rpartition(b")")[2].split()
+                # The processor time of its own, and of children that have ended.
+                found[int(name)] = int(parent), int(session), sum(map(int, fields[7:11]))
+        # The servers that it has started have sessions of their own.
+        sessions = {switch, *(pid for pid, (parent, _, _) in found.items() if parent == switch)}
+        return sum(ticks for _, session, ticks in found.values() if session in sessions)
     before, begin = ticks(), time.monotonic()
     time.sleep(seconds)
     return (ticks() - before) / os.sysconf("SC_CLK_TCK") / (time.monotonic() - begin)

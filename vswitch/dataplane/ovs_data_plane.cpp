@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/eventfd.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -53,6 +52,9 @@ constexpr std::size_t kMovesMax = 4096, kIgmpMax = 16384;
 constexpr int kFilterTries = 5;
 // Forwarding goes before everything else on the machine, as if it had hardware of its own.
 constexpr int kForwardingPriority = -10;
+
+// Bytes that Open vSwitch keeps for frames.
+constexpr const char *kKeptMemory = "67108864";
 
 // The sender of queries.
 constexpr Mac kQuerierMac{{0x02, 0x50, 0x56, 0x00, 0x10, 0x00}};
@@ -143,6 +145,9 @@ class OvsDataPlane : public DataPlane {
         std::ofstream(inFolder(folder_, "lldpd.conf")) << "";
         // Where Open vSwitch puts the sockets of its bridges.
         ::setenv("OVS_RUNDIR", folder_.c_str(), 1);
+        // Open vSwitch allocates each frame. After a change of flow entries these are at the end of its heap, which
+        // would otherwise be given back and taken anew for every burst of them.
+        ::setenv("MALLOC_TRIM_THRESHOLD_", kKeptMemory, 1);
         thread_ = std::thread([this] { run(); });
     }
 
@@ -356,7 +361,7 @@ class OvsDataPlane : public DataPlane {
         if (server.process.start()) {
             // Without the privilege it is one among others.
             if (&server == &forwarder())
-                ::setpriority(PRIO_PROCESS, static_cast<id_t>(server.process.pid()), kForwardingPriority);
+                server.process.setPriority(kForwardingPriority);
             return;
         }
         good({-1, "", "cannot be started"}, server.process.name(), server);

@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -11,6 +12,7 @@
 
 #include <array>
 #include <cstring>
+#include <fstream>
 #include <utility>
 
 extern char **environ;
@@ -20,8 +22,10 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// The child's standard input, output and error; -1 for the null device.
-pid_t spawn(const Arguments &arguments, const std::string &folder, int input, int output, int error) {
+// The child's standard input, output and error; -1 for the null device. `group` is what it gets of its own: a
+// process group, or a session, which is one, too.
+pid_t spawn(const Arguments &arguments, const std::string &folder, int input, int output, int error,
+            short group = POSIX_SPAWN_SETPGROUP) {
     std::vector<char *> words;
     for (const auto &argument : arguments)
         words.push_back(const_cast<char *>(argument.c_str()));
@@ -40,11 +44,10 @@ pid_t spawn(const Arguments &arguments, const std::string &folder, int input, in
                                                to == STDIN_FILENO ? O_RDONLY : O_WRONLY, 0);
     // No descriptor of the switch, its listening socket above all, stays open in a child.
     ::posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
-    // A process group of its own: an interrupt at the terminal is for the switch, which then ends its
-    // children in order.
+    // An interrupt at the terminal is for the switch, which then ends its children in order.
     posix_spawnattr_t attributes;
     ::posix_spawnattr_init(&attributes);
-    ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
+    ::posix_spawnattr_setflags(&attributes, group);
     ::posix_spawnattr_setpgroup(&attributes, 0);
 
     pid_t pid = -1;
@@ -169,7 +172,7 @@ bool ServerProcess::start() {
     auto lifeline = Pipe::make();
     if (!lifeline.read)
         return false;
-    pid_ = spawn(arguments_, folder_, -1, output.get(), output.get());
+    pid_ = spawn(arguments_, folder_, -1, output.get(), output.get(), POSIX_SPAWN_SETSID);
     if (pid_ < 0)
         return false;
     guard_ = spawn({"sh", "-c", "read -r line; kill -s KILL -- \"-$1\"", "guard", std::to_string(pid_)}, "/",
@@ -192,6 +195,12 @@ void ServerProcess::endGuard() {
     }
     guard_ = -1;
     lifeline_.reset();
+}
+
+void ServerProcess::setPriority(int nice) const {
+    ::setpriority(PRIO_PROCESS, static_cast<id_t>(pid_), nice);
+    // Where the scheduler shares the processor out among sessions first, the value counts within one only.
+    std::ofstream("/proc/" + std::to_string(pid_) + "/autogroup") << nice << '\n';
 }
 
 // What the server had started goes with it. Before it is reaped: until then nobody else can have its id.

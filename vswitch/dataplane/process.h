@@ -56,6 +56,8 @@ class ServerProcess {
     bool start();
     bool running() const { return pid_ > 0; }
     pid_t pid() const { return pid_; }
+    // Against all other processes of the machine, as nice values go. Without the privilege, nothing happens.
+    void setPriority(int nice) const;
     std::uint64_t starts() const { return starts_; }
     // Readable once the process has ended; -1 while none runs.
     int endDescriptor() const { return end_.get(); }
