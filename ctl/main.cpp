@@ -13,6 +13,7 @@
 #include "common/log.h"
 #include "common/text.h"
 #include "ctl/cache_commands.h"
+#include "ctl/device_commands.h"
 #include "ctl/multicast_commands.h"
 #include "ctl/neighbour_commands.h"
 #include "ctl/nice_commands.h"
@@ -55,6 +56,8 @@ class CommandLine {
             ->required();
         addNice(*app_.add_subcommand("nice", "Detection of Nice devices on a switch without profiles"));
         addNeighbours();
+        addCommand(app_, "devices", "The AV devices that detection knows, and those it does not look after",
+                   [this](Switch sw) { showDevices(sw, output_); });
     }
 
     // Throws CLI::ParseError, which exit() turns into what is printed and the status.

@@ -182,6 +182,7 @@ AssociationRefusals *refusals() {
 }
 
 constexpr MacFamily kFamily = {
+    .name = "audac",
     .scripts = kScripts,
     .texts = {.comparing = "[%s:%d] AudacLookup comparison with linked list.\r\n",
               .joining = "[%s:%d] AudacLookup: detection AUDAC Audio device(mac=%s) online\r\n",

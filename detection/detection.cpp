@@ -1,10 +1,13 @@
 // pavo_detection: the daemon that configures the switch for the AV devices plugged into it.
+#include <sys/stat.h>
+
 #include <cstdio>
 #include <string_view>
 
 #include "common/log.h"
 #include "common/result.h"
 #include "detection/daemon_lock.h"
+#include "detection/device_report.h"
 #include "detection/nice.h"
 #include "detection/supervisor.h"
 #include "platform/open_client.h"
@@ -50,6 +53,7 @@ int main(int argc, char **argv) {
     static openapiClientHandle_t handle;
 
     devmgrLogOpen(LOG_SINK_FILE, LOG_FACILITY_USER, "pavo_detection");
+    umask(022);  // its files are for everybody to read, and for nobody else to write
     const DaemonLock lock;
     if (!isAlone(lock))
         return kNotAlone;
@@ -61,6 +65,7 @@ int main(int argc, char **argv) {
     if (!recoverProfiles(&handle))
         ensureProfileDb();
     niceDetectConfigLoad();
+    beginDeviceReport();
 
     Supervisor supervisor(&handle);
     if (supervisor.start())

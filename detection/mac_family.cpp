@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <new>
 #include <string>
+#include <tuple>
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
 
 #include "common/log.h"
+#include "detection/device_report.h"
 #include "detection/mac_claims.h"
 
 namespace pavo {
@@ -107,7 +109,12 @@ void compareKnown(Switch sw, const MacFamily &family, Devices *devices, const De
 struct Changes {
     std::vector<DetectedDevice> joining;
     std::vector<std::pair<DetectedDevice *, VlanId>> following;  // with the VLAN that they follow to
+    std::vector<DeviceState> refused;                            // for the report
 };
+
+// Reasons in the report.
+constexpr const char *kNotTaken = "the switch has not taken its association, or the VLAN is not there";
+constexpr const char *kNotShown = "the switch does not show its association";
 
 // The VLAN of each type, asked for once.
 class TypeVlans {
@@ -149,9 +156,20 @@ void followVlans(Switch sw, const MacFamily &family, Devices *devices, TypeVlans
     }
 }
 
+DeviceState refusedState(const MacFamily &family, Mac mac, IfNum port, const char *why) {
+    return {.family = family.name,
+            .address = mac.text(),
+            .port = port,
+            .kind = DeviceState::Kind::Refused,
+            .reason = why};
+}
+
 void joinNew(Switch sw, const MacFamily &family, const KnownPorts &known, const DeviceScan &scan,
              TypeVlans *vlans, Changes *changes, const Where &where) {
     std::unordered_set<Mac> notNow;
+    const auto refuse = [&](const Sighting &seen, const char *why) {
+        changes->refused.push_back(refusedState(family, seen.mac, seen.port, why));
+    };
     for (const Sighting &seen : scan.seen) {
         if (notNow.contains(seen.mac))
             continue;
@@ -161,17 +179,23 @@ void joinNew(Switch sw, const MacFamily &family, const KnownPorts &known, const 
                 family.stillThere(sw, seen, where);
             continue;
         }
-        if (family.admit != nullptr && !family.admit(sw, seen, &device, where))
+        if (family.admit != nullptr && !family.admit(sw, seen, &device, where)) {
+            refuse(seen, family.notAdmitted);
             continue;
+        }
         notNow.insert(seen.mac);
-        if (!isDue(family, device.mac))
+        if (!isDue(family, device.mac)) {
+            refuse(seen, kNotShown);
             continue;
+        }
         logDebug(where, family.texts.joining, device.mac);
         device.vlan = vlans->of(device.type);
         const auto lock = lockAssociations();
         if (family.join(sw, device, where)) {
             device.claim = claimMac(device.mac, device.vlan);
             changes->joining.push_back(device);
+        } else {
+            refuse(seen, kNotTaken);
         }
     }
 }
@@ -193,12 +217,12 @@ void finishFollowing(const MacFamily &family, DetectedDevice *device, VlanId vla
 }
 
 // Only what the switch shows counts. When it does not say, what it has accepted has to do.
-void finishChanges(Switch sw, const MacFamily &family, Devices *devices, const Changes &changes,
+void finishChanges(Switch sw, const MacFamily &family, Devices *devices, Changes *changes,
                    const Where &where) {
     std::optional<MacAssociations> shown;
     const bool isVerifiable =
-        !changes.following.empty() ||
-        std::ranges::any_of(changes.joining, [](const auto &device) { return device.vlan.has_value(); });
+        !changes->following.empty() ||
+        std::ranges::any_of(changes->joining, [](const auto &device) { return device.vlan.has_value(); });
     if (isVerifiable)
         shown = readMacAssociations(sw, where).value_or(std::nullopt);
     // Or was, and another family has changed it since.
@@ -212,20 +236,43 @@ void finishChanges(Switch sw, const MacFamily &family, Devices *devices, const C
             family.refusals()->remove(device.mac);
         return taken;
     };
-    for (const auto &[device, vlan] : changes.following)
+    for (const auto &[device, vlan] : changes->following)
         if (isTaken(*device, vlan))
             finishFollowing(family, device, vlan, where);
         else
             reportRefusal(family, *device, vlan, where);
-    for (const DetectedDevice &device : changes.joining) {
+    for (const DetectedDevice &device : changes->joining) {
         if (device.vlan && !isTaken(device, *device.vlan)) {
             reportRefusal(family, device, *device.vlan, where);
+            changes->refused.push_back(refusedState(family, device.mac, device.port, kNotShown));
         } else {
             if (family.joined != nullptr)
                 family.joined(device, where);
             static_cast<void>(devices->push(device));  // without memory it is new again at the next scan
         }
     }
+}
+
+void report(const MacFamily &family, const Devices &devices, std::vector<DeviceState> refused,
+            const Where &where) {
+    std::vector<DeviceState> states = std::move(refused);
+    for (const DetectedDevice &device : devices) {
+        DeviceState state{.family = family.name,
+                          .address = device.mac.text(),
+                          .port = device.port,
+                          .vlan = device.vlan,
+                          .missed = device.missCount,
+                          .missedMax = DEVICE_MISS_MAX};
+        if (device.missCount >= DEVICE_MISS_MAX)
+            state.kind = DeviceState::Kind::Leaving;
+        else if (device.missCount > 0)
+            state.kind = DeviceState::Kind::Missing;
+        else if (!device.port)
+            state.kind = DeviceState::Kind::Unseen;
+        states.push_back(std::move(state));
+    }
+    std::ranges::sort(states, {}, [](const auto &state) { return std::tie(state.port, state.address); });
+    reportDevices(family.name, std::move(states), where);
 }
 
 // What another family has put the device into stays, or is put in effect again.
@@ -289,7 +336,8 @@ void updateDevices(Switch sw, const MacFamily &family, Devices *devices, Where w
     Changes changes;
     followVlans(sw, family, devices, &vlans, &changes, where);
     joinNew(sw, family, known, *scan, &vlans, &changes, where);
-    finishChanges(sw, family, devices, changes, where);
+    finishChanges(sw, family, devices, &changes, where);
+    report(family, *devices, std::move(changes.refused), where);
 }
 
 bool adoptDevices(Switch sw, VlanId vlan, std::uint32_t type, Devices *devices,
@@ -342,6 +390,7 @@ void clearDevices(Switch sw, const MacFamily &family, Devices *devices, Where wh
             logError(where, "[%s:%d] Could not allocate memory.\r\n");
         }
     devices->clear();
+    report(family, *devices, {}, where);
 }
 
 std::int32_t codeOf(const DeviceLeave &leave) {

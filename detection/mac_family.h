@@ -82,6 +82,7 @@ struct MacFamilyTexts {
 
 // One family. Steps marked optional may be left out; their own log lines name `where`.
 struct MacFamily {
+    const char *name;  // in the report on devices
     AssociationScripts scripts;
     MacFamilyTexts texts;
 
@@ -97,8 +98,10 @@ struct MacFamily {
     // the association. Optional.
     std::optional<VlanId> (*vlanOf)(std::uint32_t type, const Where &where) = nullptr;
 
-    // Whether a device that is not in the list is to join now, and what is to be kept of it. Optional.
+    // Whether a device that is not in the list is to join now, and what is to be kept of it. Optional; comes
+    // with the reason that the report on devices gives for one that is not.
     bool (*admit)(Switch sw, const Sighting &seen, DetectedDevice *device, const Where &where) = nullptr;
+    const char *notAdmitted = "";
     // True when the switch has taken what makes the device join, or leave. What failed is tried again with
     // the next scan.
     bool (*join)(Switch sw, const DetectedDevice &device, const Where &where);
@@ -116,7 +119,7 @@ struct MacFamily {
 };
 
 // Compares one scan with the list: joins what is new, follows what moved and a VLAN that has changed, counts
-// what is missing and lets it leave. What the scan could not see is neither missing nor moved, and an address
+// what is missing and lets it leave. Reports (device_report.h) who is there then, and why who is not. What the scan could not see is neither missing nor moved, and an address
 // that is seen on several ports stays on the one where it is known. Takes a time that is linear in scan and
 // list.
 void updateDevices(Switch sw, const MacFamily &family, DeviceList<DetectedDevice> *devices,

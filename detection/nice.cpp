@@ -16,6 +16,7 @@
 #include "common/json.h"
 #include "common/log.h"
 #include "common/text.h"
+#include "detection/device_report.h"
 #include "platform/paths.h"
 #include "profile/configure.h"
 #include "profile/rules.h"
@@ -152,7 +153,7 @@ enum class Verdict {
 Verdict judge(Switch sw, const FdbEntry &entry, const Where &where) {
     const auto &[mac, vlan, port, learned] = entry;
     // The prefix first: that costs no call, and most entries do not have it.
-    if (mac.bits() >> kPrefixShift != kNicePrefix)
+    if (!isNiceAddress(mac))
         return Verdict::Elsewhere;
     const auto type = sw.interfaceType(port);
     if (!type) {
@@ -210,13 +211,37 @@ bool haveWaitedEnough(int deferred, bool allKnown, const Where &where) {
     return true;
 }
 
-// Whether it is time for the profile.
-bool isDeviceHere(Switch sw, const Where &where) {
+// What the report on devices says of one for which the profile is not made yet.
+const char *reasonOf(Verdict verdict) {
+    switch (verdict) {
+        case Verdict::Elsewhere:
+            return "it is not plugged in here: there is a trunk, a LAG or a switch in between";
+        case Verdict::Deferred:
+            return "LLDP has not heard yet who is on the port";
+        case Verdict::Unknown:
+        case Verdict::Here:
+            break;
+    }
+    return "the switch does not tell where it is";
+}
+
+void refuse(DeviceState &device, const char *why) {
+    device.kind = DeviceState::Kind::Refused;
+    device.reason = why;
+}
+
+// Whether it is time for the profile; adds the devices that were looked at.
+bool isDeviceHere(Switch sw, std::vector<DeviceState> &seen, const Where &where) {
     int deferred = 0;
     bool allKnown = true;
     auto table = sw.forwardingTable(where);
     for (const FdbEntry &entry : table) {
         const Verdict verdict = judge(sw, entry, where);
+        if (isNiceAddress(entry.mac)) {
+            seen.push_back({.family = niceDetection.name, .address = entry.mac.text(), .port = entry.port});
+            if (verdict != Verdict::Here)
+                refuse(seen.back(), reasonOf(verdict));
+        }
         if (verdict == Verdict::Here)
             return true;
         deferred += verdict == Verdict::Deferred ? 1 : 0;
@@ -292,6 +317,27 @@ Result<> isStillWanted(std::size_t profiles, const Where &where) {
     if (!isOn(readNiceSetting()))
         return refuse(ResultCode::Failed, "Nice detection has been switched off", where);
     return {};
+}
+
+void lookForDevices(Switch sw, std::vector<DeviceState> &seen, const Where &where) {
+    if (!isAllowedByFile(where))
+        return;
+    if (!isFactoryDefaultState()) {
+        logDebug(where, "[%s:%d] (Nice): Not in factory default state, skipping profile creation\n");
+        return;
+    }
+    logDebug(where, "[%s:%d] (Nice): Factory default detected, scanning FDB for Nice devices\n");
+    if (!isDeviceHere(sw, seen, where))
+        return;
+    convergenceCycles = 0;
+    logInfo(where, "[%s:%d] (Nice): Creating Nice profile on VLAN 1 for all ports\n");
+    if (const std::int32_t result = createProfile(sw, isStillWanted); result == 0) {
+        logInfo(where, "[%s:%d] (Nice): Nice profile created successfully\n");
+    } else {
+        logError(where, "[%s:%d] (Nice): Failed to create Nice profile, error: %d\n", result);
+        for (DeviceState &device : seen)
+            refuse(device, "the profile could not be made");
+    }
 }
 
 void runCycle(Switch sw, const Where &where) {
@@ -389,23 +435,15 @@ std::int32_t createNiceProfile(Switch sw) {
     return createProfile(sw, nullptr);
 }
 
+bool isNiceAddress(Mac mac) {
+    return mac.bits() >> kPrefixShift == kNicePrefix;
+}
+
 void niceDetectionLookup(Switch sw) {
     const Where where = std::source_location::current();
-    if (!isAllowedByFile(where))
-        return;
-    if (!isFactoryDefaultState()) {
-        logDebug(where, "[%s:%d] (Nice): Not in factory default state, skipping profile creation\n");
-        return;
-    }
-    logDebug(where, "[%s:%d] (Nice): Factory default detected, scanning FDB for Nice devices\n");
-    if (!isDeviceHere(sw, where))
-        return;
-    convergenceCycles = 0;
-    logInfo(where, "[%s:%d] (Nice): Creating Nice profile on VLAN 1 for all ports\n");
-    if (const std::int32_t result = createProfile(sw, isStillWanted); result == 0)
-        logInfo(where, "[%s:%d] (Nice): Nice profile created successfully\n");
-    else
-        logError(where, "[%s:%d] (Nice): Failed to create Nice profile, error: %d\n", result);
+    std::vector<DeviceState> seen;
+    lookForDevices(sw, seen, where);
+    reportDevices(niceDetection.name, std::move(seen), where);
 }
 
 // --- the thread

@@ -50,6 +50,9 @@ bool isFactoryDefaultState();
 // For the detection thread.
 void niceDetectionLookup(Switch sw);
 
+// Whether the address begins with the prefix of Nice.
+bool isNiceAddress(Mac mac);
+
 enum class SwitchNeighbour {
     Present,
     Absent,        // and there is at least one other neighbour

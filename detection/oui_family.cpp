@@ -265,7 +265,8 @@ struct Made {
     static bool leave(Switch sw, const DetectedDevice &device, const Where &) {
         return removeDevice(sw, family, device, kRow.offline).association.has_value();
     }
-    static constexpr MacFamily family = {.scripts = kRow.scripts,
+    static constexpr MacFamily family = {.name = kRow.name,
+                                         .scripts = kRow.scripts,
                                          .texts = kRow.texts,
                                          .refusals = refusals,
                                          .scan = scan,

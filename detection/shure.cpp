@@ -271,6 +271,7 @@ void forceAgain(Switch sw, const Sighting &seen, const Where &where) {
 bool leave(Switch sw, const DetectedDevice &device, const Where &);
 
 constexpr MacFamily kFamily = {
+    .name = "shure",
     .scripts = kScripts,
     .texts = {.comparing = "[%s:%d] ShureLookup comparison with linked list.\r\n",
               .associationMissing = "[%s:%d] ShureLookup check (mac: %s) in the linked list, but not in the "
@@ -286,6 +287,7 @@ constexpr MacFamily kFamily = {
     },
     .vlanOf = findVlan,
     .admit = admit,
+    .notAdmitted = "802.1X has not authorized its port, or cannot be read",
     .join = join,
     .leave = leave,
     .joined = reportJoined,

@@ -137,6 +137,7 @@ bool call(const char *what, Mac mac) {
 }
 
 constexpr MacFamily kFamily = {
+    .name = "test",
     .scripts = {.in = "/tmp/in", .out = "/tmp/out", .writeFailed = {}, .applyFailed = {}},
     .texts = {.comparing = "[%s:%d] comparing\n"},
     .scan = [](Switch, const Where &) { return seen; },
