@@ -41,6 +41,7 @@ struct GroupRow {
     std::string_view groupMac;
     std::string_view type;  // at most 7
     std::int32_t timeout = 0;
+    bool isPlain = false;  // no string has a character that JSON escapes
 
     // Version 3 has a timer for each source instead.
     bool hasTimeout() const { return type.find("v3") == std::string_view::npos; }
