@@ -87,7 +87,7 @@ void compareKnown(Switch sw, const MacFamily &family, Devices *devices, const De
             device.missCount = 0;
             return false;
         }
-        if (!scan.covers(device.port))
+        if (!scan.covers(device.port) || scan.unplaced.contains(device.mac))
             return false;
         if (++device.missCount == 1 && family.firstMiss != nullptr)
             family.firstMiss(sw, device, where);
