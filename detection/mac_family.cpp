@@ -143,7 +143,7 @@ void followVlans(Switch sw, const MacFamily &family, Devices *devices, TypeVlans
             continue;
         const auto lock = lockAssociations();
         if (addMacAssociation(sw, family.scripts, device.mac, *vlan, where)) {
-            device.claim = claimMac(device.mac, *vlan);
+            device.claim = claimMac(device.mac, vlan);
             changes->following.emplace_back(&device, *vlan);
         }
     }
