@@ -201,6 +201,23 @@ TEST_F(OuiTest, WhatIsRemovedByHandIsMadeAgainForHarman) {
     EXPECT_EQ(scans(), "| |");
 }
 
+TEST_F(OuiTest, DevicesFollowTheVlanOfTheirType) {
+    ampPlug("01");
+    ampPlug("02");
+    scans();
+    list.at(1)->vlan.reset();  // could not be read when it joined
+    profileRemove(30);
+    ASSERT_TRUE(replaceProfileRow({.id = 60,
+                                   .vlanType = 3,
+                                   .profileName = "p",
+                                   .profileType = PROFILE_TYPE_NAME_HARMAN,
+                                   .color = "#112233"}));
+    EXPECT_EQ(scans(), "01=60 02=60 | 01@5 02@5 | 5io");
+    const auto applied = callCount(kApply);
+    scans();
+    EXPECT_EQ(callCount(kApply), applied);
+}
+
 TEST_F(OuiTest, SingleSteps) {
     const auto deviceOf = [](std::uint32_t type) {
         return DetectedDevice{.port = IfNum(5), .type = type, .mac = *Mac::parse("00:0f:d4:00:00:01")};
