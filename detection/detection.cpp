@@ -13,6 +13,7 @@
 #include "platform/open_client.h"
 #include "platform/paths.h"
 #include "platform/version.h"
+#include "profile/record.h"
 #include "profile/session.h"
 #include "store/profile_db.h"
 #include "swapi/client_init.h"
@@ -62,8 +63,11 @@ int main(int argc, char **argv) {
         return codeOf(ResultCode::Failed);
     }
     // A reboot leaves nothing in /tmp, an interruption leaves half a change: before anything is made of either.
+    // What could not be recovered is the profile keeper's to try again: a database without its rows would say that
+    // there are no profiles.
     if (!recoverProfiles(&handle))
-        ensureProfileDb();
+        if (const auto record = readProfileRecord(); record && !record->pending && record->profiles.empty())
+            ensureProfileDb();
     niceDetectConfigLoad();
     beginDeviceReport();
 

@@ -89,7 +89,7 @@ void compareKnown(Switch sw, const MacFamily &family, Devices *devices, const De
             device.missCount = 0;
             return false;
         }
-        if (!scan.covers(device.port))
+        if (!scan.covers(device.port) || scan.unplaced.contains(device.mac))
             return false;
         if (++device.missCount == 1 && family.firstMiss != nullptr)
             family.firstMiss(sw, device, where);
@@ -143,14 +143,13 @@ bool isDue(const MacFamily &family, Mac mac) {
 void followVlans(Switch sw, const MacFamily &family, Devices *devices, TypeVlans *vlans, Changes *changes,
                  const Where &where) {
     for (DetectedDevice &device : *devices) {
-        if (!device.vlan)
-            continue;
+        // One that joined while its VLAN could not be read has none: it is put there again.
         const auto vlan = vlans->of(device.type);
         if (!vlan || vlan == device.vlan || !isDue(family, device.mac))
             continue;
         const auto lock = lockAssociations();
         if (addMacAssociation(sw, family.scripts, device.mac, *vlan, where)) {
-            device.claim = claimMac(device.mac, *vlan);
+            device.claim = claimMac(device.mac, vlan);
             changes->following.emplace_back(&device, *vlan);
         }
     }
@@ -209,11 +208,12 @@ void reportRefusal(const MacFamily &family, const DetectedDevice &device, VlanId
 }
 
 void finishFollowing(const MacFamily &family, DetectedDevice *device, VlanId vlan, const Where &where) {
-    const std::string text = logToSystem(std::source_location::current(), family.texts.vlanChanged,
-                                         device->mac, device->vlan.value_or(vlan), vlan);
-    if (!text.empty())
-        logInfo(where, "[%s:%d] %s\r\n", text);
-    device->vlan = vlan;
+    if (const auto former = std::exchange(device->vlan, vlan)) {
+        const std::string text = logToSystem(std::source_location::current(), family.texts.vlanChanged,
+                                             device->mac, *former, vlan);
+        if (!text.empty())
+            logInfo(where, "[%s:%d] %s\r\n", text);
+    }
 }
 
 // Only what the switch shows counts. When it does not say, what it has accepted has to do.

@@ -11,6 +11,7 @@
 #include <optional>
 #include <source_location>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "common/device_list.h"
@@ -40,6 +41,8 @@ struct Sighting {
 // What one scan has seen.
 struct DeviceScan : ScanCoverage {
     std::vector<Sighting> seen;
+    // Seen on a port of which it could not be found out whether devices are looked for there.
+    std::unordered_set<Mac> unplaced{};
 };
 
 // Addresses whose association the switch applied and yet does not show, for one when its table is full. Each

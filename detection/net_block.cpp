@@ -46,9 +46,13 @@ const char *nameOf(Binding binding) {
     return std::ranges::find(kNames, binding, &std::pair<Binding, const char *>::first)->second;
 }
 
+bool isOurs(Binding binding) {
+    return binding == Binding::Binding || binding == Binding::Bound;
+}
+
 // --- needs
 
-using Change = std::function<void(NetBlockPorts &ports, std::set<IfNum> &fresh)>;
+using Change = std::function<void(NetBlockPorts &ports)>;
 
 // Where each need was, by its name.
 std::unordered_map<std::string, IfNum> indexNeeds(const NetBlockPorts &ports) {
@@ -57,6 +61,13 @@ std::unordered_map<std::string, IfNum> indexNeeds(const NetBlockPorts &ports) {
         for (const std::string &need : port.needs)
             index.emplace(need, ifNum);
     return index;
+}
+
+// A device that has come needs its port blocked, whatever became of the bindings there.
+void addNeed(NetBlockPort &port, const std::string &name) {
+    port.needs.insert(name);
+    for (const auto &[direction, member] : kDirections)
+        port.*member = isOurs(port.*member) ? Binding::Binding : Binding::Open;
 }
 
 // --- the switch
@@ -68,15 +79,18 @@ class Settler {
     Settler(Switch sw, NetBlockPorts ports, const Where &where)
         : sw_(sw), ports_(std::move(ports)), written_(ports_), where_(where) {}
 
-    void run(const Change &change) {
-        change(ports_, fresh_);
+    // False when the change could not be written down.
+    bool run(const Change &change) {
+        change(ports_);
+        if (ports_.empty() && written_.empty())
+            return true;
         const auto list = sw_.accessList(kNetBlock);
-        if (list) {
-            settle(*list);
-        } else if (list.error() == OpenError::NoAccessList) {
+        if (!list && list.error() == OpenError::NoAccessList)
             forgetBindings();
-            write();
-        }
+        // What cannot be done now is at least known to whoever comes next.
+        if (!list || !readBound(*list))
+            return write();
+        return settle(*list);
     }
 
   private:
@@ -87,14 +101,14 @@ class Settler {
             port.inbound = port.outbound = Binding::Open;
     }
 
-    void settle(AccessListId list) {
-        if (isWorkLeft() && !readBound(list))
-            return;
+    bool settle(AccessListId list) {
+        if (isMadeAgain())
+            forgetBindings();
         for (auto &[ifNum, port] : ports_)
             if (!port.needs.empty())
                 plan(ifNum, port);
         if (!write())
-            return;
+            return false;
         for (auto &[ifNum, port] : ports_)
             if (port.needs.empty())
                 unbind(list, ifNum, port);
@@ -106,17 +120,19 @@ class Settler {
                    });
         });
         write();
+        return true;
     }
 
-    static bool isOurs(Binding binding) { return binding == Binding::Binding || binding == Binding::Bound; }
-
-    bool isWorkLeft() const {
-        return !fresh_.empty() || std::ranges::any_of(ports_, [](const auto &entry) {
-            const NetBlockPort &port = entry.second;
-            return port.needs.empty() || std::ranges::any_of(kDirections, [&](const auto &d) {
-                       return port.*d.second == Binding::Open || port.*d.second == Binding::Binding;
-                   });
+    // Several ports had the list and none has it any more: not unbound there, but deleted and created again, or lost
+    // with a switch that has started again.
+    bool isMadeAgain() const {
+        const auto had = std::ranges::count_if(written_, [](const auto &port) {
+            return std::ranges::any_of(kDirections, [&](const auto &d) {
+                const Binding binding = port.second.*d.second;
+                return binding == Binding::Bound || binding == Binding::Others;
+            });
         });
+        return had > 1 && std::ranges::all_of(bound_, [](const auto &bound) { return bound.empty(); });
     }
 
     bool readBound(AccessListId list) {
@@ -135,14 +151,13 @@ class Settler {
     void plan(IfNum ifNum, NetBlockPort &port) const {
         for (const auto &[direction, member] : kDirections) {
             Binding &binding = port.*member;
-            const bool isDone = binding == Binding::Bound || binding == Binding::Others;
-            if (isDone && !fresh_.contains(ifNum))
+            if (binding == Binding::Bound || binding == Binding::Others)
                 continue;
             if (!isBound(ifNum, direction))
                 binding = Binding::Binding;
             else if (binding == Binding::Open)
                 binding = Binding::Others;
-            else if (binding == Binding::Binding)
+            else
                 binding = Binding::Bound;
         }
     }
@@ -187,31 +202,30 @@ class Settler {
 
     Switch sw_;
     NetBlockPorts ports_, written_;
-    std::set<IfNum> fresh_;  // ports of devices that have just come
     std::array<std::set<IfNum>, std::size(kDirections)> bound_;
     Where where_;
 };
 
-void changeNeeds(Switch sw, const Change &change, platform::Duration most, const Where &where) {
+// False when the change has not been made.
+bool changeNeeds(Switch sw, const Change &change, platform::Duration most, const Where &where) {
     // The threads of the families wait for each other.
     static auto *const mutex = new std::mutex;
     const std::scoped_lock turn(*mutex);
     const FileLock lock(platform::paths::kMulticastLock, FileLock::Afterwards::Keep, most, where);
     if (!lock.held())
-        return;
+        return false;
     const auto text =
         fileExists(kNetBlockPorts) ? readFile(kNetBlockPorts, kFileSizeMax, where) : std::string();
-    if (text)
-        Settler(sw, parseNetBlockPorts(*text), where).run(change);
+    return text && Settler(sw, parseNetBlockPorts(*text), where).run(change);
 }
 
 }  // namespace
 
-void settleNetBlock(Switch sw, const char *family, std::span<const NetBlockNeed> needs,
+bool settleNetBlock(Switch sw, const char *family, std::span<const NetBlockNeed> needs,
                     platform::Duration most, Where where) {
     if (needs.empty() && !fileExists(kNetBlockPorts))
-        return;
-    const auto change = [&](NetBlockPorts &ports, std::set<IfNum> &fresh) {
+        return true;
+    const auto change = [&](NetBlockPorts &ports) {
         const auto before = indexNeeds(ports);
         for (auto &[ifNum, port] : ports)
             std::erase_if(port.needs, [&](const std::string &need) {
@@ -222,31 +236,30 @@ void settleNetBlock(Switch sw, const char *family, std::span<const NetBlockNeed>
             const auto known = before.find(name);
             const IfNum last = known != before.end() ? known->second : IfNum();
             const IfNum port = need.port ? need.port : last;
-            if (port)
+            if (port && (port != last || need.isNew))
+                addNeed(ports[port], name);
+            else if (port)
                 ports[port].needs.insert(name);
-            if (port != last)
-                fresh.insert(port);
         }
     };
-    changeNeeds(sw, change, most, where);
+    return changeNeeds(sw, change, most, where);
 }
 
 void addNetBlockNeed(Switch sw, const char *family, const NetBlockNeed &need, Where where) {
-    const auto change = [&](NetBlockPorts &ports, std::set<IfNum> &fresh) {
+    const auto change = [&](NetBlockPorts &ports) {
         for (auto &[ifNum, port] : ports)
             port.needs.erase(needName(family, need.mac));
-        ports[need.port].needs.insert(needName(family, need.mac));
-        fresh.insert(need.port);
+        addNeed(ports[need.port], needName(family, need.mac));
     };
-    changeNeeds(sw, change, FileLock::kWaitMax, where);
+    static_cast<void>(changeNeeds(sw, change, FileLock::kWaitMax, where));
 }
 
 void removeNetBlockNeed(Switch sw, const char *family, Mac mac, Where where) {
-    const auto change = [&](NetBlockPorts &ports, std::set<IfNum> &) {
+    const auto change = [&](NetBlockPorts &ports) {
         for (auto &[ifNum, port] : ports)
             port.needs.erase(needName(family, mac));
     };
-    changeNeeds(sw, change, FileLock::kWaitMax, where);
+    static_cast<void>(changeNeeds(sw, change, FileLock::kWaitMax, where));
 }
 
 // --- the file

@@ -4,11 +4,12 @@
 // Several devices, of several families, may need it on one port, and an operator may have bound it there before them.
 // So it is unbound when the last of them is gone, and only where it was bound for them. A file beside the switch's
 // saved configuration knows both after a restart. What an operator unbinds while a device is there stays unbound
-// until another device comes.
+// until a device comes, or is seen for the first time by a daemon that has started again.
 //
-// The access list is the user's: without it nothing is done, and once it is there again its ports are bound again.
-// Nothing is reported; what cannot be done now is done by a later settleNetBlock(). Any thread may call; each
-// change waits for others of multicast settings, in other processes, too.
+// The access list is the user's: without it nothing is done, and once it is there again its ports are bound again;
+// so they are when several ports had it and it is bound nowhere any more. Nothing is reported; what cannot be done
+// now is done by a later settleNetBlock() of any family. Any thread may call; each change waits for others of
+// multicast settings, in other processes, too.
 #ifndef PAVO_DETECTION_NET_BLOCK_H
 #define PAVO_DETECTION_NET_BLOCK_H
 
@@ -26,12 +27,13 @@ namespace pavo {
 
 struct NetBlockNeed {
     Mac mac;
-    IfNum port;  // IfNum(): where it was needed for that device the last time
+    IfNum port;          // IfNum(): where it was needed for that device the last time
+    bool isNew = false;  // the device has come, and was not only seen again
 };
 
 // The devices of a family that need it from now on: these and no others. It waits for others for at most that
-// time.
-void settleNetBlock(Switch sw, const char *family, std::span<const NetBlockNeed> needs,
+// time. False when that could not be written down, and so is to be said again.
+bool settleNetBlock(Switch sw, const char *family, std::span<const NetBlockNeed> needs,
                     platform::Duration most, Where where = std::source_location::current());
 
 // One device more, or one less.

@@ -146,8 +146,11 @@ class DevicePorts {
 std::optional<PortSet> readAssignedPorts(const OuiFamily &family, const Where &where) {
     PortSet ports;
     const auto config = readDetectionConfig(*family.row, where);
-    if (!config && fileExists(detectionConfigPath(*family.row)))
+    if (const auto path = detectionConfigPath(*family.row); !config && fileExists(path)) {
+        logWarn(where, "[%s:%d] %s detection: no device joins or leaves while '%s' cannot be read\r\n",
+                family.name, path);
         return std::nullopt;
+    }
     if (config && config->ports)
         for (const IfNum port : *config->ports)
             ports.insert(port);
@@ -170,11 +173,13 @@ std::optional<DeviceScan> scanDevices(Switch sw, const OuiFamily &family, const 
         const OuiRow *const oui = findOui(mac);
         if (oui == nullptr || !isOfFamily(family, oui->vlanType))
             continue;
-        if (const Presence isDevicePort = devicePorts.find(port); isDevicePort == Presence::Present)
+        if (const Presence isDevicePort = devicePorts.find(port); isDevicePort == Presence::Present) {
             scan.seen.push_back(
                 {.mac = mac, .port = port, .type = static_cast<std::uint32_t>(oui->vlanType)});
-        else if (isDevicePort == Presence::Unknown)
+        } else if (isDevicePort == Presence::Unknown) {
             scan.unread.insert(port);
+            scan.unplaced.insert(mac);
+        }
     }
     if (const auto error = table.brokenBy()) {
         scan.isWhole = false;
@@ -229,14 +234,28 @@ bool adopt(Switch sw, const OuiFamily &family, Devices *devices, const Where &wh
     return true;
 }
 
-// NET-BLOCK where the devices of the list are, and nowhere else for this family.
-void settleBlocks(Switch sw, const OuiFamily &family, const Devices &devices, platform::Duration most,
-                  const Where &where) {
+using DevicePlaces = std::unordered_map<Mac, IfNum>;
+
+DevicePlaces placesOf(const Devices &devices) {
+    DevicePlaces places;
+    for (const DetectedDevice &device : devices)
+        places.emplace(device.mac, device.port);
+    return places;
+}
+
+// NET-BLOCK where the devices of the list are, and nowhere else for this family. `settled` are the places for which
+// that has been done already.
+void settleBlocks(Switch sw, const OuiFamily &family, const Devices &devices, DevicePlaces *settled,
+                  platform::Duration most, const Where &where) {
     std::vector<NetBlockNeed> needs;
     for (const DetectedDevice &device : devices)
-        if (isAudio(device))
-            needs.push_back({device.mac, device.port});
-    settleNetBlock(sw, family.name, needs, most, where);
+        if (isAudio(device)) {
+            const auto place = settled->find(device.mac);
+            const bool isNew = device.port && (place == settled->end() || place->second != device.port);
+            needs.push_back({.mac = device.mac, .port = device.port, .isNew = isNew});
+        }
+    if (settleNetBlock(sw, family.name, needs, most, where))
+        *settled = placesOf(devices);
 }
 
 // --- what is made from a row
@@ -247,6 +266,10 @@ struct Made {
     static Devices *known() {
         static auto *const devices = new Devices;
         return devices;
+    }
+    static DevicePlaces *settled() {
+        static auto *const places = new DevicePlaces;
+        return places;
     }
     static AssociationRefusals *refusals() {
         static auto *const instance = new AssociationRefusals;
@@ -275,8 +298,14 @@ struct Made {
                                          .leave = leave};
 
     static void lookUp(Switch sw, Devices *devices, const Where &where) {
+        // Whoever is not in the list any more is new when he joins.
+        const DevicePlaces known = placesOf(*devices);
+        std::erase_if(*settled(), [&](const auto &place) {
+            const auto device = known.find(place.first);
+            return device == known.end() || device->second != place.second;
+        });
         updateDevices(sw, family, devices, where);
-        settleBlocks(sw, kRow, *devices, kCycleWait, where);
+        settleBlocks(sw, kRow, *devices, settled(), kCycleWait, where);
     }
 
     static Reason check(Switch sw, const Where &where) {
@@ -294,7 +323,7 @@ struct Made {
         clearDevices(sw, family, known(), where);
         // What an earlier run has bound is given up only for a profile that is known to be gone.
         if (hadDevices || check(sw, where).presence == Presence::Absent)
-            settleBlocks(sw, kRow, *known(), FileLock::kWaitMax, where);
+            settleBlocks(sw, kRow, *known(), settled(), FileLock::kWaitMax, where);
     }
     static constexpr DetectionLoop loop = {.texts = kRow.loop,
                                            .period = kRow.period,
@@ -389,6 +418,13 @@ std::int32_t harmanOfflineCli(Switch sw, const DetectedDevice &device) {
 }
 std::int32_t telosOfflineCli(Switch sw, const DetectedDevice &device) {
     return goOffline<kTelos>(sw, device, std::source_location::current());
+}
+
+void releaseNetBlocks(Switch sw, Where where) {
+    for (const OuiFamily *family : {&kHarman, &kTelos})
+        if (fileExists(paths::kNetBlockPorts) &&
+            findVlanOfRole(sw, family->profileType, VLAN_TYPE_CONTROL, where).presence == Presence::Absent)
+            static_cast<void>(settleNetBlock(sw, family->name, {}, kCycleWait, where));
 }
 
 std::int32_t repairHarmanLink(Switch sw, Devices *devices) {

@@ -55,6 +55,10 @@ std::int32_t telosOfflineCli(Switch sw, const DetectedDevice &device);
 // 10016 when its output cannot be read.
 std::int32_t repairHarmanLink(Switch sw, DeviceList<DetectedDevice> *devices);
 
+// Takes NET-BLOCK off the ports of families whose profile is gone, where their threads could not when they ended:
+// for whoever looks after what is left behind, in any thread.
+void releaseNetBlocks(Switch sw, Where where = std::source_location::current());
+
 }  // namespace pavo
 
 #endif

@@ -804,6 +804,9 @@ Result<> changeDenyList(Switch sw, std::span<const std::string> addresses, Where
         removeFile(platform::paths::kDenyListRules);
     else if (!former.empty())
         bringBackKept(sw, former, where);
+    // A list that is deleted takes its bindings along: what detection has bound it has to bind again.
+    if (changed && addresses.empty())
+        removeFile(platform::paths::kNetBlockPorts);
     return changed;
 }
 

@@ -17,6 +17,7 @@
 #include "platform/paths.h"
 #include "store/profile_types.h"
 #include "tests/detection/detection_fixture.h"
+#include "vlan/multicast.h"
 
 namespace {
 
@@ -200,6 +201,23 @@ TEST_F(OuiTest, WhatIsRemovedByHandIsMadeAgainForHarman) {
     EXPECT_EQ(scans(), "| |");
 }
 
+TEST_F(OuiTest, DevicesFollowTheVlanOfTheirType) {
+    ampPlug("01");
+    ampPlug("02");
+    scans();
+    list.at(1)->vlan.reset();  // could not be read when it joined
+    profileRemove(30);
+    ASSERT_TRUE(replaceProfileRow({.id = 60,
+                                   .vlanType = 3,
+                                   .profileName = "p",
+                                   .profileType = PROFILE_TYPE_NAME_HARMAN,
+                                   .color = "#112233"}));
+    EXPECT_EQ(scans(), "01=60 02=60 | 01@5 02@5 | 5io");
+    const auto applied = callCount(kApply);
+    scans();
+    EXPECT_EQ(callCount(kApply), applied);
+}
+
 TEST_F(OuiTest, SingleSteps) {
     const auto deviceOf = [](std::uint32_t type) {
         return DetectedDevice{.port = IfNum(5), .type = type, .mac = *Mac::parse("00:0f:d4:00:00:01")};
@@ -243,12 +261,12 @@ TEST_F(OuiTest, ConfigurationFilesOfAnyKind) {
         writeText(kHarmanFile, text);
         EXPECT_EQ(scans(), "01=30 | 01@5 | 5io");
     }
+    EXPECT_EQ(logged("harman detection: no device joins or leaves while"), 3u);
     // A file that names no ports is one, and so is none at all.
     int misses = 0;
     for (const char *const text :
-         {"[]", "{}", R"({"profileConfig": [{"vlans": 1}]})", R"({"profileConfig": {"vlans": []}})",
+         {"[]", R"({"profileConfig": {"vlans": []}})",
           R"({"profileConfig": {"vlans": {"ports": {"assignedPort": [5]}}}})",
-          R"({"profileConfig": {"vlans": [5]}})",
           R"({"profileConfig": {"vlans": [{"ports": {}}, {"ports": {"assignedPort": [5]}}]}})",
           R"({"profileConfig": {"vlans": [{"ports": {"assignedPort": ["5", 6, 0, 768, -5, 1e300]}}]}})"}) {
         writeText(kHarmanFile, text);
@@ -327,6 +345,59 @@ TEST_F(OuiTest, NetBlockThatComesAndGoes) {
     writeText(paths::kNetBlockPorts,
               R"({"ports": [5, {"port": 0, "needs": [7]}, {"port": 6, "in": "x", "needs": {}}]})");
     EXPECT_EQ(scans(2), "01=30 | 01@5 | 5io");
+}
+
+TEST_F(OuiTest, NetBlockThatIsLostIsBoundAgain) {
+    const std::string unbind =
+        "configure; interface 0/5; no ip access-group NET-BLOCK in; no ip access-group NET-BLOCK out; exit; "
+        "exit";
+    ampPlug("01");
+    scans();
+    // The user deletes the deny list and makes one before anybody looks.
+    ASSERT_TRUE(changeDenyList(&client, {}));
+    ASSERT_TRUE(changeDenyList(&client, std::vector<std::string>{"239.0.0.0/8"}));
+    EXPECT_EQ(scans(), "01=30 | 01@5 | 5io");
+    // The switch starts again with a configuration that knows of the list and of nothing else,
+    commands(unbind + "; vlan database; no vlan association mac 00:0f:d4:00:00:01");
+    EXPECT_EQ(scans(), "01=30 | 01@5 | 5io");
+    // or of the association, too, and the daemon with it.
+    commands(unbind);
+    list.clear();
+    ASSERT_TRUE(adoptHarmanDevices(&client, &list));
+    EXPECT_EQ(scans(), "01=30 | 01@5 | 5io");
+    // An operator deletes the list and makes it again.
+    ampPlug("02", 6);
+    scans();
+    commands(
+        "configure; no ip access-list NET-BLOCK; ip access-list NET-BLOCK; permit ip any any; exit; exit");
+    EXPECT_EQ(scans(), "01=30 02=30 | 01@5 02@6 | 5io 6io");
+}
+
+// A thread could not unbind it when it ended.
+TEST_F(OuiTest, NetBlockIsReleasedWhenTheProfileIsKnownToBeGone) {
+    ampPlug("01");
+    scans();
+    telosScans();
+    profileRemove(20);
+    releaseNetBlocks(&client);
+    EXPECT_EQ(blocks(), " 5io");  // Telos needs it
+    profileRemove(50);
+    device->setDown(true);
+    releaseNetBlocks(&client);
+    device->setDown(false);
+    EXPECT_EQ(blocks(), " 5io");
+    releaseNetBlocks(&client);
+    EXPECT_EQ(blocks(), "");
+}
+
+TEST_F(OuiTest, ADeviceOnAPortThatCannotBeReadIsNotMissing) {
+    ampPlug("01");
+    scans();
+    move("amp01", 6);
+    failCall("rpcclt_openapiDot1qSwPortModeGet", 1, false);
+    EXPECT_EQ(scans(25), "01=30 | 01@5 | 5io");
+    clearFaults();
+    EXPECT_EQ(scans(), "01=30 | 01@6 | 6io");
 }
 
 TEST_F(OuiTest, ARestartTakesOverWhatHasJoined) {
@@ -483,52 +554,64 @@ INSTANTIATE_TEST_SUITE_P(
 
 // --- every call may fail
 
-enum class Event { Join, Leave, Repair, Move };
+enum class Event { Join, Leave, Move, Repair };
 
-class OuiFaultTest : public OuiTest, public testing::WithParamInterface<Event> {
+class OuiFaultTest : public OuiTest, public testing::WithParamInterface<std::tuple<bool, Event>> {
   protected:
+    static bool isTelos() { return std::get<bool>(GetParam()); }
+    static bool is(Event event) { return std::get<Event>(GetParam()) == event; }
+    DeviceList<DetectedDevice> &devices() { return isTelos() ? telosList : list; }
+    std::string cycles(int count = 1) { return isTelos() ? telosScans(count) : scans(count); }
+
     // Amplifier 1 is known on port 5; then something happens to 2 on port 6, known before unless it joins.
     void prepare() {
         network({.physicalPorts = 6, .lags = 1});
         ampPlug("01");
-        scans();
+        cycles();
         ampPlug("02", 6);
-        if (GetParam() != Event::Join)
-            scans();
-        if (GetParam() == Event::Move)
+        if (!is(Event::Join))
+            cycles();
+        if (is(Event::Move))
             move("amp02", 5);
-        if (GetParam() == Event::Repair)
+        if (is(Event::Repair))
             commands("vlan database; no vlan association mac 00:0f:d4:00:00:02");
-        if (GetParam() == Event::Leave) {
+        if (is(Event::Leave)) {
             away("02");
-            list.at(1)->missCount = DEVICE_MISS_MAX - 1;  // the last to join is the first of the list
+            devices().at(1)->missCount = DEVICE_MISS_MAX - 1;  // the last to join is the first of the list
         }
+    }
+    void restart() {
+        devices().clear();
+        ASSERT_TRUE(isTelos() ? adoptTelosDevices(&client, &telosList) : adoptHarmanDevices(&client, &list));
     }
 };
 
 TEST_P(OuiFaultTest, EndsUpWhereItDoesWithoutFaults) {
+    enum { Once, FromThenOn, Killed };
     prepare();
-    const auto without = scans(3);
-    for (const bool once : {true, false}) {
-        bool struck = true;
-        for (std::uint64_t n = 1; struck; ++n) {
-            SCOPED_TRACE(testing::Message() << "call " << n << (once ? " fails" : " and all after it fail"));
-            prepare();
-            failCall("*", n, once);
-            const auto during = scans(once ? 1 : 3);
-            struck = callsSeen() >= n;
-            clearFaults();
-            // What is known and there is never put out by a failure, and its port never opened.
-            ASSERT_EQ(occurrences(during, "01"), 2u);
-            ASSERT_NE(during.find(" 5io"), std::string::npos);
-            ASSERT_TRUE(GetParam() != Event::Move || occurrences(during, "02") == 2);
-            ASSERT_EQ(scans(2), without);
-        }
-    }
+    const auto without = cycles(3);
+    std::string during;
+    for (const int mode : {Once, FromThenOn, Killed})
+        failEachCall(
+            mode == Once, [&] { prepare(); }, [&] { during = cycles(mode == FromThenOn ? 3 : 1); },
+            [&] {
+                // What is known and there is never put out by a failure, and its port never opened.
+                ASSERT_EQ(occurrences(during, "01"), 2u);
+                ASSERT_NE(during.find(" 5io"), std::string::npos);
+                ASSERT_TRUE(!is(Event::Move) || occurrences(during, "02") == 2);
+                if (mode == Killed)
+                    restart();
+                ASSERT_EQ(cycles(mode == Killed ? 20 : 2), without) << mode;
+            });
 }
 
-INSTANTIATE_TEST_SUITE_P(Oui, OuiFaultTest,
-                         testing::Values(Event::Join, Event::Leave, Event::Repair, Event::Move));
+INSTANTIATE_TEST_SUITE_P(Harman, OuiFaultTest,
+                         testing::Combine(testing::Values(false),
+                                          testing::Values(Event::Join, Event::Leave, Event::Move,
+                                                          Event::Repair)));
+INSTANTIATE_TEST_SUITE_P(Telos, OuiFaultTest,
+                         testing::Combine(testing::Values(true),
+                                          testing::Values(Event::Join, Event::Leave, Event::Move)));
 
 // Nobody is new, gone or moved, and everybody would have to leave with the next miss.
 TEST_F(OuiTest, NoFailedCallIsAnAbsence) {
@@ -538,25 +621,23 @@ TEST_F(OuiTest, NoFailedCallIsAnAbsence) {
     scans();
     const auto joined = telosScans();
     const auto scripts = callCount(kApply);
-    for (const bool once : {true, false}) {
-        bool struck = true;
-        for (std::uint64_t n = 1; struck; ++n) {
-            SCOPED_TRACE(testing::Message() << "call " << n << (once ? " fails" : " and all after it fail"));
+    withEachCallFailing(
+        [&] {
             for (auto *devices : {&list, &telosList})
                 for (DetectedDevice &one : *devices)
                     one.missCount = DEVICE_MISS_MAX - 1;
-            failCall("*", n, once);
+        },
+        [&](bool) {
             for (const DetectionRow *row : {&harmanDetection, &telosDetection})
                 ASSERT_NE(checkReason(row->loop, &client), Presence::Absent);
             scans();
             telosScans();
-            struck = callsSeen() >= n;
-            clearFaults();
+        },
+        [&] {
             scans();
             ASSERT_EQ(telosScans(), joined);
             ASSERT_EQ(callCount(kApply), scripts);
-        }
-    }
+        });
 }
 
 // --- vendor recognition
@@ -590,16 +671,12 @@ TEST_F(OuiTest, RecognisesVendorsByPort) {
         R"([[],[{"systemDesc":"A stage box","chassisID":"02:00:00:00:00:06","portId":"02:00:00:00:00:06",)"
         R"("systemName":"stage"}],[]])");
     // What cannot be read keeps what was known of it, and others do not wait for it.
-    bool struck = true;
-    for (std::uint64_t n = 1; struck; ++n) {
-        failCall("*", n, n % 2 == 0);
-        recogniseVendors(&client);
-        struck = callsSeen() >= n;
-        clearFaults();
-        ASSERT_EQ(known(recognisedVendorsGet), vendors) << n;
-        ASSERT_EQ(known(recognisedNeighboursGet), neighbours) << n;
-        ASSERT_EQ(compact(), file);
-    }
+    withEachCallFailing([] {}, [&](bool) { recogniseVendors(&client); },
+                        [&] {
+                            ASSERT_EQ(known(recognisedVendorsGet), vendors);
+                            ASSERT_EQ(known(recognisedNeighboursGet), neighbours);
+                            ASSERT_EQ(compact(), file);
+                        });
     away("03");
     unplug("stage");
     recogniseVendors(&client);
