@@ -34,9 +34,9 @@ constexpr Where kPortSet("shureDot1xPortSet", __LINE__);
 constexpr NeighbourField kNeighbourReads[] = {NeighbourField::ChassisId, NeighbourField::PortId,
                                               NeighbourField::SystemDesc};
 
-// A port that is to go back to automatic mode.
+// A port that is, or may be, forced authorised and is to go back to automatic mode.
 struct ForcedPort {
-    Mac mac;                 // on whose account it is forced authorised
+    Mac mac;                 // on whose account; zero: an earlier run's
     bool byUs = true;        // false: it was when the device came
     bool hasFailed = false;  // going back has, which is in the log
 };
@@ -84,10 +84,13 @@ std::optional<OpenResult<>> setPortsAutomatic(Switch sw, const Where &where) {
     OpenResult<> last;
     for (const IfNum port : config->ports.value_or(std::vector<IfNum>())) {
         last = sw.setPortControl(port, PortControl::Auto);
-        if (last)
+        if (last) {
             known().forced.erase(port);
-        else
-            reportPortNotSet(port, last.error(), where);
+            continue;
+        }
+        reportPortNotSet(port, last.error(), where);
+        if (last.error() != OpenError::Parameter)  // which is what a number that no port has gets
+            known().forced[port].hasFailed = true;
     }
     return last;
 }
@@ -116,8 +119,18 @@ void putBack(Switch sw, IfNum port, const Where &where) {
              static_cast<std::uint32_t>(PortControl::Auto), codeOf(done));
 }
 
-// Automatic mode for ports whose device has moved away, or has been dropped from the list and is not there.
-// Before anybody joins: who comes to such a port has to authenticate.
+// The same, unless somebody has given the port another mode since.
+void release(Switch sw, IfNum port, const Where &where) {
+    const auto mode = sw.portControl(port);
+    if (mode && *mode != PortControl::ForceAuthorized)
+        known().forced.erase(port);
+    else
+        putBack(sw, port, where);
+}
+
+// Automatic mode for ports whose device has moved away, or has been dropped from the list and is not there,
+// and for those that have not gone back before. Before anybody joins: who comes to such a port has to
+// authenticate.
 void releasePorts(Switch sw, const DeviceScan &scan, const Devices &devices, const Where &where) {
     std::map<IfNum, ForcedPort> &forced = known().forced;
     if (forced.empty())
@@ -136,7 +149,7 @@ void releasePorts(Switch sw, const DeviceScan &scan, const Devices &devices, con
         else if (!justMissed.contains(port) && scan.covers(port))
             free.push_back(port);
     for (const IfNum port : free)
-        putBack(sw, port, where);
+        release(sw, port, where);
 }
 
 // Whether the port is authorised on account of a device that is gone.
@@ -148,7 +161,7 @@ bool isToGoBack(IfNum port) {
 void releaseOurPorts(Switch sw, const Where &where) {
     for (const auto &[port, why] : std::exchange(known().forced, {}))
         if (why.byUs)
-            putBack(sw, port, where);
+            release(sw, port, where);
     known().forced.clear();
 }
 
@@ -219,10 +232,10 @@ std::optional<VlanId> findVlan(std::uint32_t type, const Where &) {
 
 bool forcePort(Switch sw, IfNum port, Mac mac, const LogFormat<IfNum, std::uint32_t, std::int32_t> &text,
                const Where &where) {
+    // Also when the switch does not say that it has done so: it may have.
+    known().forced.insert_or_assign(port, ForcedPort{.mac = mac});
     const auto done = sw.setPortControl(port, PortControl::ForceAuthorized);
     logDebug(where, text, port, static_cast<std::uint32_t>(PortControl::ForceAuthorized), codeOf(done));
-    if (done)
-        known().forced.insert_or_assign(port, ForcedPort{.mac = mac});
     return done.has_value();
 }
 
