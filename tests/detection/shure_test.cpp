@@ -30,6 +30,7 @@ constexpr const char *kModeSet = "rpcclt_openapiDot1xPortControlModeSet";
 constexpr const char *kStatusGet = "rpcclt_openapiDot1xPortStatusGet";
 constexpr const char *kGlobalGet = "rpcclt_openapiDot1xSystemAuthControlModeGet";
 constexpr const char *kModeUnread = "] Bad return code trying to set port(";
+constexpr auto kAuto = OPEN_DOT1X_AUTO, kForced = OPEN_DOT1X_FORCE_AUTHORIZED;
 constexpr int kProfileVlan = 50;
 
 // Ports 5 and 6 are Shure ports. Microphone n has the MAC address 00:0E:DD:00:00:0n.
@@ -58,6 +59,10 @@ class ShureTest : public DetectionTest {
         return out;
     }
     void micPlug(int n = 1, vswitch::IfNum port = 5) { ASSERT_EQ(plug(mic(n, port)), OPEN_E_NONE); }
+    void micPlugAccepted(int n, vswitch::IfNum port) {
+        micPlug(n, port);
+        authenticate(port);
+    }
     void away(int n = 1) { ASSERT_EQ(unplug("mic" + std::to_string(n)), OPEN_E_NONE); }
     void micMove(int n, vswitch::IfNum port) {
         ASSERT_EQ(move("mic" + std::to_string(n), port), OPEN_E_NONE);
@@ -70,7 +75,15 @@ class ShureTest : public DetectionTest {
     }
     void setModes(std::uint32_t mode) {
         for (const vswitch::IfNum port : {5u, 6u})
-            model([&](vswitch::Model &m) { m.edit(port)->dot1xControlMode = mode; });
+            model([&](vswitch::Model &m) { m.setPortControl(port, mode); });
+    }
+    // A small switch with 802.1X, where microphone 1 holds port 5 and 2 holds port 6.
+    void bothJoined() {
+        network({.physicalPorts = 6, .lags = 1});
+        dot1x(true);
+        micPlugAccepted(1, 5);
+        micPlugAccepted(2, 6);
+        ASSERT_EQ(scans(), "01 02 | 01@5 02@6 | 3 3");
     }
     void removeByHand(int n) { cli({"vlan database", "no vlan association mac " + macOf(n)}); }
     static void config(const std::string &text) { writeText(paths::kShureConfig, text); }
@@ -160,7 +173,7 @@ TEST_F(ShureTest, LeavesAfterTwentyMissesInARowAndRetriesWhatFails) {
     EXPECT_EQ(logged("vlan database\nvlan association mac 00:0E:DD:00:00:01 100\nexit\n)\r\n"), 2u);
     clearFaults();
     scans();
-    setModes(OPEN_DOT1X_FORCE_AUTHORIZED);
+    setModes(kForced);
     away();
     // The first miss is the port's, also without 802.1X. One that fails is tried again with the next scan.
     failCall(kModeSet, 1, false);
@@ -212,7 +225,7 @@ TEST_F(ShureTest, ADeviceWaitsForItsPortAndHoldsIt) {
     EXPECT_EQ(logged("(ERROR)"), 1u);
     EXPECT_EQ(logged("ShureLookup: the 802.1X mode of the switch cannot be read (result = -2)"), 1u);
     EXPECT_EQ(scans(), "01 | 01@5 | 3 2");
-    EXPECT_EQ(list.at(1)->controlMode, std::uint32_t{OPEN_DOT1X_AUTO});
+    EXPECT_EQ(list.at(1)->controlMode, std::uint32_t{kAuto});
     EXPECT_EQ(logged("ShureLookup: set port 5 control mode to 3. (result=0)"), 1u);
 
     // Missed once, the port has to be authorised again.
@@ -234,13 +247,12 @@ TEST_F(ShureTest, ADeviceWaitsForItsPortAndHoldsIt) {
 
     // A port that somebody has forced authorised is forced authorised; one whose device cannot join goes back
     // when that is gone.
-    setModes(OPEN_DOT1X_FORCE_AUTHORIZED);
+    setModes(kForced);
     micPlug(1, 5);
     EXPECT_EQ(scans(), "01 | 01@5 | 3 3");
-    EXPECT_EQ(list.at(1)->controlMode, std::uint32_t{OPEN_DOT1X_FORCE_AUTHORIZED});
-    setModes(OPEN_DOT1X_AUTO);
-    micPlug(2, 6);
-    authenticate(6);
+    EXPECT_EQ(list.at(1)->controlMode, std::uint32_t{kForced});
+    setModes(kAuto);
+    micPlugAccepted(2, 6);
     failCall(kApply, 1, false);
     EXPECT_EQ(scans(), "01 | 01@5 | 2 3");
     failCall("rpcclt_openapiLldpMgmtStrLenGet", 1, false);
@@ -252,7 +264,7 @@ TEST_F(ShureTest, ADeviceWaitsForItsPortAndHoldsIt) {
 
 TEST_F(ShureTest, Dot1xMayBeSwitchedOnBetweenCycles) {
     config(R"({"shureDevicePort":[5,900,6],"audioVlanID":100,"controlVlanID":101})");
-    setModes(OPEN_DOT1X_FORCE_AUTHORIZED);
+    setModes(kForced);
     micPlug();
     EXPECT_EQ(scans(2), "01 | 01@5 | 3 3");
     authenticate(5);
@@ -290,8 +302,7 @@ TEST_F(ShureTest, Dot1xMayBeSwitchedOnBetweenCycles) {
 TEST_F(ShureTest, APortThatIsLeftIsForcedNoLonger) {
     dot1x(true);
     micPlug(1, 5);
-    micPlug(2, 5);
-    authenticate(5);
+    micPlugAccepted(2, 5);
     ASSERT_EQ(scans(), "01 02 | 01@5 02@5 | 3 2");
     micMove(1, 6);
     EXPECT_EQ(scans(), "01 02 | 01@6 02@5 | 3 2");  // the other one is still there
@@ -316,24 +327,33 @@ TEST_F(ShureTest, APortThatIsLeftIsForcedNoLonger) {
     authenticate(6);
     EXPECT_EQ(scans(), "01 02 03 | 01@5 02@5 03@6 | 3 3");
 
-    // Gone, and its association removed by hand: the record is dropped without a word, but not the port.
+    // Repair drops the record but leaves the port alone, unless the device is gone as well.
+    const auto sets = callCount(kModeSet);
+    removeByHand(3);
+    EXPECT_EQ(scans(), "01 02 03 | 01@5 02@5 03@6 | 3 3");
+    EXPECT_EQ(callCount(kModeSet), sets);
     away(3);
     removeByHand(3);
     EXPECT_EQ(scans(), "01 02 | 01@5 02@5 | 3 2");
-}
 
-TEST_F(ShureTest, RepairLeavesTheForcedPortAlone) {
-    dot1x(true);
-    micPlug();
-    authenticate(5);
-    scans();
-    const auto sets = callCount(kModeSet);
-    removeByHand(1);
-    EXPECT_EQ(scans(), "01 | 01@5 | 3 2");
-    EXPECT_EQ(callCount(kModeSet), sets);
-    // It came to a port that was forced already, by us: it leaves it as it was before.
+    // Forced by a call whose reply has been lost.
+    micPlugAccepted(3, 6);
+    failCall(kModeSet);
+    EXPECT_EQ(scans(), "01 02 | 01@5 02@5 | 3 2");
+    setModes(kForced);
+    micMove(3, 5);
+    EXPECT_EQ(scans(), "01 02 03 | 01@5 02@5 03@5 | 3 2");
+    // What somebody has set by hand since is his.
+    micPlug(4, 6);
+    setModes(OPEN_DOT1X_FORCE_UNAUTHORIZED);
+    for (const int n : {1, 2, 3})
+        micMove(n, 6);
+    EXPECT_EQ(scans(), "01 02 03 | 01@6 02@6 03@6 | 1 1");
+    setModes(kForced);
+    EXPECT_EQ(scans(), "01 02 03 04 | 01@6 02@6 03@6 04@6 | 3 3");
+    // It came to a forced port: it leaves that as it was.
     shureClear(&client, &list);
-    EXPECT_EQ(picture(), "| | 2 2");
+    EXPECT_EQ(picture(), "| | 3 2");
 }
 
 // Nobody counts as seen in such a cycle, wherever in the walk the read fails.
@@ -341,7 +361,7 @@ TEST_F(ShureTest, AnUnreadablePortModeMakesEverybodyMiss) {
     micPlug(1);
     micPlug(2, 6);
     scans();
-    setModes(OPEN_DOT1X_FORCE_AUTHORIZED);
+    setModes(kForced);
     micPlug(3, 5);
     failCall(kModeGet, 2);
     EXPECT_EQ(found(), "[]");
@@ -379,13 +399,11 @@ TEST_F(ShureTest, WhatTheProfileHasToHave) {
     EXPECT_EQ(shureValidityCheck(&client), 17001);
 
     // A join and a leave on their own, for devices that no scan has found.
-    const DetectedDevice control{.port = IfNum(5),
-                                 .type = DEVICE_TYPE_CONTROL,
-                                 .mac = *Mac::parse(macOf(9)),
-                                 .controlMode = OPEN_DOT1X_AUTO};
+    const DetectedDevice control{
+        .port = IfNum(5), .type = DEVICE_TYPE_CONTROL, .mac = *Mac::parse(macOf(9)), .controlMode = kAuto};
     EXPECT_EQ(shureOnlineCli(&client, control), 0);
     EXPECT_EQ(callCount(kApply), 0u);
-    setModes(OPEN_DOT1X_FORCE_AUTHORIZED);
+    setModes(kForced);
     failCall(kApply);
     EXPECT_EQ(shureOfflineCli(&client, control), 0);  // the port's result counts
     EXPECT_EQ(picture(), "| | 2 3");
@@ -402,12 +420,7 @@ TEST_F(ShureTest, WhatTheProfileHasToHave) {
 }
 
 TEST_F(ShureTest, TheThreadTakesOverAndEndsWithTheProfile) {
-    dot1x(true);
-    micPlug(1);
-    micPlug(2, 6);
-    authenticate(5);
-    authenticate(6);
-    ASSERT_EQ(scans(), "01 02 | 01@5 02@6 | 3 3");
+    bothJoined();
     list.clear();
     away(2);
     const auto cycles = [](int count) {
@@ -464,29 +477,29 @@ enum class Event { Join, Leave, Repair, Move, Switched };
 
 class ShureFaultTest : public ShureTest, public testing::WithParamInterface<Event> {
   protected:
-    // Microphone 1 is known on port 5; then something happens to 2 on port 6, known before unless it joins.
+    // What happens to microphone 2; 1 stays where it is.
     void prepare() {
-        network({.physicalPorts = 6, .lags = 1});
-        dot1x(true);
-        micPlug(1);
-        authenticate(5);
-        scans();
-        micPlug(2, 6);
-        authenticate(6);
-        if (GetParam() != Event::Join)
-            scans();
-        if (GetParam() == Event::Move)
-            micMove(2, 5);
-        if (GetParam() == Event::Repair)
-            removeByHand(2);
-        if (GetParam() == Event::Leave) {
-            away(2);
-            list.at(1)->missCount = DEVICE_MISS_MAX - 1;  // the last to join is the first of the list
-        }
-        if (GetParam() == Event::Switched) {
-            dot1x(false);
-            scans();
-            dot1x(true);
+        bothJoined();
+        switch (GetParam()) {
+            case Event::Join:
+                away(2);
+                scans(20);
+                micPlugAccepted(2, 6);
+                break;
+            case Event::Leave:
+                away(2);
+                list.at(1)->missCount = DEVICE_MISS_MAX - 1;  // the last to join is the first of the list
+                break;
+            case Event::Repair:
+                removeByHand(2);
+                break;
+            case Event::Move:
+                micMove(2, 5);
+                break;
+            case Event::Switched:
+                dot1x(false);
+                scans();
+                dot1x(true);
         }
     }
 };
@@ -503,19 +516,41 @@ TEST_P(ShureFaultTest, EndsUpWhereItDoesWithoutFaults) {
                         });
 }
 
+INSTANTIATE_TEST_SUITE_P(Shure, ShureFaultTest,
+                         testing::Values(Event::Join, Event::Leave, Event::Repair, Event::Move,
+                                         Event::Switched));
+
+// A device has moved while the daemon was down.
+TEST_F(ShureTest, EndsUpThereAfterARestartToo) {
+    const auto &loop = shureDetection.loop;
+    const Where where = std::source_location::current();
+    bool hasBegun = false;
+    const auto cycles = [&] {
+        for (int i = 0; i < 3; ++i)
+            if (hasBegun = hasBegun || loop.begin(&client, where); hasBegun)
+                loop.cycle(&client, where);
+    };
+    withEachCallFailing(
+        [&] {
+            bothJoined();
+            list.clear();
+            micMove(2, 5);
+            hasBegun = false;
+        },
+        [&](bool) { cycles(); },
+        [&] {
+            cycles();
+            ASSERT_EQ(picture(), "01 02 | | 3 2");
+            loop.end(&client, where);
+            ASSERT_EQ(picture(), "| | 2 2");
+        });
+}
+
 // Nobody is new, gone or moved, and everybody would have to leave with the next miss. The one call whose failure
 // is a miss is the read of a port's mode.
 TEST_F(ShureTest, NoFailedCallIsAnAbsence) {
-    const auto prepare = [&] {
-        network({.physicalPorts = 6, .lags = 1});
-        dot1x(true);
-        for (const int n : {1, 2}) {
-            micPlug(n, static_cast<vswitch::IfNum>(n + 4));
-            authenticate(static_cast<vswitch::IfNum>(n + 4));
-        }
-        return scans();
-    };
-    const auto joined = prepare();
+    bothJoined();
+    const auto joined = picture();
     std::size_t modesUnread = 0;
     std::uint64_t scripts = 0;
     withEachCallFailing(
@@ -530,7 +565,7 @@ TEST_F(ShureTest, NoFailedCallIsAnAbsence) {
         },
         [&] {
             if (std::exchange(modesUnread, logged(kModeUnread)) != logged(kModeUnread)) {
-                prepare();
+                bothJoined();
                 return;
             }
             ASSERT_EQ(list.count(), 2u);
@@ -539,9 +574,5 @@ TEST_F(ShureTest, NoFailedCallIsAnAbsence) {
         });
     EXPECT_EQ(modesUnread, 4u);
 }
-
-INSTANTIATE_TEST_SUITE_P(Shure, ShureFaultTest,
-                         testing::Values(Event::Join, Event::Leave, Event::Repair, Event::Move,
-                                         Event::Switched));
 
 }  // namespace
