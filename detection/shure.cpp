@@ -202,17 +202,17 @@ void addDevices(const std::vector<Neighbour> &neighbours, IfNum port, PortContro
 // The VLAN that the device has been put into; none for a type that has none.
 Result<std::optional<VlanId>> associate(Switch sw, const DetectedDevice &device, const Where &where) {
     const auto vlan = device.vlan ? device.vlan : audioVlan();
-    if (!vlan) {
-        logError(where, "[%s:%d] ShureLookup get control/audio vlan failed. (audioVlan:%d)\r\n", 0);
-        removeFile(kScripts.in);
-        removeFile(kScripts.out);
-        return failed(ResultCode::Failed);
+    if (vlan && device.type == DEVICE_TYPE_AUDIO) {
+        if (!addMacAssociation(sw, kScripts, device.mac, *vlan, where))
+            return failed(ResultCode::Failed);
+        return vlan;
     }
-    if (device.type != DEVICE_TYPE_AUDIO)
+    removeFile(kScripts.in);
+    removeFile(kScripts.out);
+    if (vlan)
         return std::nullopt;
-    if (!addMacAssociation(sw, kScripts, device.mac, *vlan, where))
-        return failed(ResultCode::Failed);
-    return vlan;
+    logError(where, "[%s:%d] ShureLookup get control/audio vlan failed. (audioVlan:%d)\r\n", 0);
+    return failed(ResultCode::Failed);
 }
 
 void reportJoined(const DetectedDevice &device, const Where &) {
