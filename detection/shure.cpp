@@ -84,13 +84,10 @@ std::optional<OpenResult<>> setPortsAutomatic(Switch sw, const Where &where) {
     OpenResult<> last;
     for (const IfNum port : config->ports.value_or(std::vector<IfNum>())) {
         last = sw.setPortControl(port, PortControl::Auto);
-        if (last) {
-            known().forced.erase(port);
-            continue;
-        }
-        reportPortNotSet(port, last.error(), where);
-        if (last.error() != OpenError::Parameter)  // which is what a number that no port has gets
+        if (!last) {
+            reportPortNotSet(port, last.error(), where);
             known().forced[port].hasFailed = true;
+        }
     }
     return last;
 }
@@ -119,10 +116,10 @@ void putBack(Switch sw, IfNum port, const Where &where) {
              static_cast<std::uint32_t>(PortControl::Auto), codeOf(done));
 }
 
-// The same, unless somebody has given the port another mode since.
+// The same, unless the port has another mode now, or is none.
 void release(Switch sw, IfNum port, const Where &where) {
     const auto mode = sw.portControl(port);
-    if (mode && *mode != PortControl::ForceAuthorized)
+    if (mode ? *mode != PortControl::ForceAuthorized : mode.error() == OpenError::NotFound)
         known().forced.erase(port);
     else
         putBack(sw, port, where);
@@ -135,10 +132,10 @@ void releasePorts(Switch sw, const DeviceScan &scan, const Devices &devices, con
     std::map<IfNum, ForcedPort> &forced = known().forced;
     if (forced.empty())
         return;
-    std::set<IfNum> held, justMissed;  // the latter have been tried in this scan
+    std::set<IfNum> held;
     for (const DetectedDevice &device : devices)
-        if (device.missCount <= 1)
-            (device.missCount == 0 ? held : justMissed).insert(device.port);
+        if (device.missCount == 0)
+            held.insert(device.port);
     for (const Sighting &seen : scan.seen)
         if (const auto port = forced.find(seen.port); port != forced.end() && port->second.mac == seen.mac)
             held.insert(seen.port);
@@ -146,7 +143,7 @@ void releasePorts(Switch sw, const DeviceScan &scan, const Devices &devices, con
     for (auto &[port, why] : forced)
         if (held.contains(port))
             why.hasFailed = false;
-        else if (!justMissed.contains(port) && scan.covers(port))
+        else if (scan.covers(port))
             free.push_back(port);
     for (const IfNum port : free)
         release(sw, port, where);
@@ -311,15 +308,8 @@ constexpr MacFamily kFamily = {
     .stillThere = forceAgain,
 };
 
-DeviceLeave takeOffline(Switch sw, const DetectedDevice &device, const Where &where) {
-    DeviceLeave left = removeDevice(sw, kFamily, device, where);
-    if (left.control && *left.control)
-        known().forced.erase(device.port);
-    return left;
-}
-
 bool leave(Switch sw, const DetectedDevice &device, const Where &) {
-    const DeviceLeave left = takeOffline(sw, device, kOffline);
+    const DeviceLeave left = removeDevice(sw, kFamily, device, kOffline);
     return left.association && (!left.control || *left.control);
 }
 
@@ -456,7 +446,7 @@ std::int32_t shureOnlineCli(Switch sw, const DetectedDevice &device) {
 }
 
 std::int32_t shureOfflineCli(Switch sw, const DetectedDevice &device) {
-    return codeOf(takeOffline(sw, device, std::source_location::current()));
+    return codeOf(removeDevice(sw, kFamily, device));
 }
 
 std::int32_t repairShureLink(Switch sw, Devices *devices) {
