@@ -34,9 +34,9 @@ constexpr Where kPortSet("shureDot1xPortSet", __LINE__);
 constexpr NeighbourField kNeighbourReads[] = {NeighbourField::ChassisId, NeighbourField::PortId,
                                               NeighbourField::SystemDesc};
 
-// A port that is to go back to automatic mode.
+// A port that is, or may be, forced authorised and is to go back to automatic mode.
 struct ForcedPort {
-    Mac mac;                 // on whose account it is forced authorised
+    Mac mac;                 // on whose account; zero: an earlier run's
     bool byUs = true;        // false: it was when the device came
     bool hasFailed = false;  // going back has, which is in the log
 };
@@ -84,10 +84,10 @@ std::optional<OpenResult<>> setPortsAutomatic(Switch sw, const Where &where) {
     OpenResult<> last;
     for (const IfNum port : config->ports.value_or(std::vector<IfNum>())) {
         last = sw.setPortControl(port, PortControl::Auto);
-        if (last)
-            known().forced.erase(port);
-        else
+        if (!last) {
             reportPortNotSet(port, last.error(), where);
+            known().forced[port].hasFailed = true;
+        }
     }
     return last;
 }
@@ -116,16 +116,26 @@ void putBack(Switch sw, IfNum port, const Where &where) {
              static_cast<std::uint32_t>(PortControl::Auto), codeOf(done));
 }
 
-// Automatic mode for ports whose device has moved away, or has been dropped from the list and is not there.
-// Before anybody joins: who comes to such a port has to authenticate.
+// The same, unless the port has another mode now, or is none.
+void release(Switch sw, IfNum port, const Where &where) {
+    const auto mode = sw.portControl(port);
+    if (mode ? *mode != PortControl::ForceAuthorized : mode.error() == OpenError::NotFound)
+        known().forced.erase(port);
+    else
+        putBack(sw, port, where);
+}
+
+// Automatic mode for ports whose device has moved away, or has been dropped from the list and is not there,
+// and for those that have not gone back before. Before anybody joins: who comes to such a port has to
+// authenticate.
 void releasePorts(Switch sw, const DeviceScan &scan, const Devices &devices, const Where &where) {
     std::map<IfNum, ForcedPort> &forced = known().forced;
     if (forced.empty())
         return;
-    std::set<IfNum> held, justMissed;  // the latter have been tried in this scan
+    std::set<IfNum> held;
     for (const DetectedDevice &device : devices)
-        if (device.missCount <= 1)
-            (device.missCount == 0 ? held : justMissed).insert(device.port);
+        if (device.missCount == 0)
+            held.insert(device.port);
     for (const Sighting &seen : scan.seen)
         if (const auto port = forced.find(seen.port); port != forced.end() && port->second.mac == seen.mac)
             held.insert(seen.port);
@@ -133,10 +143,10 @@ void releasePorts(Switch sw, const DeviceScan &scan, const Devices &devices, con
     for (auto &[port, why] : forced)
         if (held.contains(port))
             why.hasFailed = false;
-        else if (!justMissed.contains(port) && scan.covers(port))
+        else if (scan.covers(port))
             free.push_back(port);
     for (const IfNum port : free)
-        putBack(sw, port, where);
+        release(sw, port, where);
 }
 
 // Whether the port is authorised on account of a device that is gone.
@@ -148,7 +158,7 @@ bool isToGoBack(IfNum port) {
 void releaseOurPorts(Switch sw, const Where &where) {
     for (const auto &[port, why] : std::exchange(known().forced, {}))
         if (why.byUs)
-            putBack(sw, port, where);
+            release(sw, port, where);
     known().forced.clear();
 }
 
@@ -189,17 +199,17 @@ void addDevices(const std::vector<Neighbour> &neighbours, IfNum port, PortContro
 // The VLAN that the device has been put into; none for a type that has none.
 Result<std::optional<VlanId>> associate(Switch sw, const DetectedDevice &device, const Where &where) {
     const auto vlan = device.vlan ? device.vlan : audioVlan();
-    if (!vlan) {
-        logError(where, "[%s:%d] ShureLookup get control/audio vlan failed. (audioVlan:%d)\r\n", 0);
-        removeFile(kScripts.in);
-        removeFile(kScripts.out);
-        return failed(ResultCode::Failed);
+    if (vlan && device.type == DEVICE_TYPE_AUDIO) {
+        if (!addMacAssociation(sw, kScripts, device.mac, *vlan, where))
+            return failed(ResultCode::Failed);
+        return vlan;
     }
-    if (device.type != DEVICE_TYPE_AUDIO)
+    removeFile(kScripts.in);
+    removeFile(kScripts.out);
+    if (vlan)
         return std::nullopt;
-    if (!addMacAssociation(sw, kScripts, device.mac, *vlan, where))
-        return failed(ResultCode::Failed);
-    return vlan;
+    logError(where, "[%s:%d] ShureLookup get control/audio vlan failed. (audioVlan:%d)\r\n", 0);
+    return failed(ResultCode::Failed);
 }
 
 void reportJoined(const DetectedDevice &device, const Where &) {
@@ -219,10 +229,10 @@ std::optional<VlanId> findVlan(std::uint32_t type, const Where &) {
 
 bool forcePort(Switch sw, IfNum port, Mac mac, const LogFormat<IfNum, std::uint32_t, std::int32_t> &text,
                const Where &where) {
+    // Also when the switch does not say that it has done so: it may have.
+    known().forced.insert_or_assign(port, ForcedPort{.mac = mac});
     const auto done = sw.setPortControl(port, PortControl::ForceAuthorized);
     logDebug(where, text, port, static_cast<std::uint32_t>(PortControl::ForceAuthorized), codeOf(done));
-    if (done)
-        known().forced.insert_or_assign(port, ForcedPort{.mac = mac});
     return done.has_value();
 }
 
@@ -300,15 +310,8 @@ constexpr MacFamily kFamily = {
     .stillThere = forceAgain,
 };
 
-DeviceLeave takeOffline(Switch sw, const DetectedDevice &device, const Where &where) {
-    DeviceLeave left = removeDevice(sw, kFamily, device, where);
-    if (left.control && *left.control)
-        known().forced.erase(device.port);
-    return left;
-}
-
 bool leave(Switch sw, const DetectedDevice &device, const Where &) {
-    const DeviceLeave left = takeOffline(sw, device, kOffline);
+    const DeviceLeave left = removeDevice(sw, kFamily, device, kOffline);
     return left.association && (!left.control || *left.control);
 }
 
@@ -445,7 +448,7 @@ std::int32_t shureOnlineCli(Switch sw, const DetectedDevice &device) {
 }
 
 std::int32_t shureOfflineCli(Switch sw, const DetectedDevice &device) {
-    return codeOf(takeOffline(sw, device, std::source_location::current()));
+    return codeOf(removeDevice(sw, kFamily, device));
 }
 
 std::int32_t repairShureLink(Switch sw, Devices *devices) {

@@ -34,7 +34,8 @@ void *detect_shure_thread(void *clientHandle);
 std::int32_t shureValidityCheck(Switch sw);
 
 // Puts the ports of the configuration file into automatic mode, as far as the switch takes that (failures
-// are logged). The OpEN code of the last one, 0 without ports; 10000 when the file cannot be read.
+// are logged; the scans try again as long as the port is forced authorised). The OpEN code of the last one,
+// 0 without ports; 10000 when the file cannot be read.
 std::int32_t shureDot1xPortSet(Switch sw);
 
 // How the neighbours of a port are read: those whose system description begins with "Shure", with chassis
