@@ -105,12 +105,14 @@ class Device:
     def unplugging(self, ifname):
         """Called before a cable is unplugged."""
 
-    def start_lldp(self, *interfaces, description):
+    def start_lldp(self, *interfaces, description, port_id=None):
         """A real LLDP agent; it stays on through plugging and unplugging, as the device does."""
         base = os.path.join(LLDP_FOLDER, self.name)
         with open(base + ".conf", "w", encoding="ascii") as file:
             # A second between frames: neighbours are gone four seconds after the last one.
             file.write(f"configure lldp tx-interval 1\nconfigure system hostname {self.name}\n")
+            if port_id:
+                file.write(f"configure lldp portidsubtype local {port_id}\n")
         names = ",".join(interfaces)
         self.lldp_socket = base + ".sock"
         return self.network.spawn(self.name, f"lldpd-{self.name}", "lldpd", "-dd", "-S", description,
@@ -172,15 +174,57 @@ class ControlUnit(Device):
         self.behind.append(AudioDevice(self, name, number, mac))
         return self.behind[-1]
 
+    def port_id(self):
+        """What LLDP announces as the port ID; None: what the agent makes of the interface."""
+
     def plugged(self, ifname):
         for device in self.behind:
             device.connect(ifname)
         if self.lldp is None:
-            self.lldp = self.start_lldp("eth0", description=self.DESCRIPTION)
+            self.lldp = self.start_lldp("eth0", description=self.DESCRIPTION, port_id=self.port_id())
 
     def unplugging(self, ifname):
         for device in self.behind:
             device.disconnect()
+
+
+class ShureDevice(ControlUnit):
+    """A Shure device: one cable, and behind it a control and an audio interface with addresses of their own."""
+
+    DESCRIPTION = "Shure ceiling array microphone"
+
+    def __init__(self, network, name, number, mac):
+        super().__init__(network, name, number, mac)
+        self.credentials = None
+        self.supplicant = None
+
+    def port_id(self):
+        return self.behind[0].mac
+
+    def authenticate(self, user, password):
+        """By 802.1X from now on, wherever it is plugged in."""
+        self.fall_silent()
+        self.credentials = user, password
+        self.supplicant = self.start_supplicant(user, password)
+
+    def fall_silent(self):
+        """It logs off and does not authenticate any more."""
+        self.credentials = None
+        self.end_supplicant()
+
+    def end_supplicant(self):
+        if self.supplicant:
+            self.network.end(self.supplicant)
+        self.supplicant = None
+
+    def plugged(self, ifname):
+        super().plugged(ifname)
+        if self.credentials:
+            self.supplicant = self.start_supplicant(*self.credentials)
+
+    def unplugging(self, ifname):
+        self.end_supplicant()
+        super().unplugging(ifname)
 
 
 class Endpoint(Device):
