@@ -375,8 +375,8 @@ def deleted(show):
 def shure(show):
     network, rig, mic = show.network, show.rig, show.devices["mic"]
     show.act("A Shure microphone behind 802.1X: nobody reaches it before it has authenticated",
-             "One cable into port 14, two interfaces: control (mic, VLAN 50 with desk) and audio (mic-audio, VLAN 60 with",
-             "media). LLDP comes from lldpd, EAP from wpa_supplicant. The switch checks its own users, here: podium.")
+             "One cable into port 14, two interfaces: control (mic, VLAN 50 with desk) and audio (mic-audio, VLAN 60",
+             "with media). lldpd speaks LLDP, wpa_supplicant EAP. The switch checks its own users, here: podium.")
     before = rig.running_config()
     rig.cli("configure", "aaa ias-user username podium password secret", "interface 0/1-0/13",
             "dot1x port-control force-authorized", "exit", "dot1x system-auth-control")
@@ -393,19 +393,21 @@ def shure(show):
     show.wait("with a wrong password it is refused",
               lambda: "Authentication failed on port 0/14" in rig.system_log(), 60)
     show.is_apart("mic", "desk")
+    network.unplug(mic)
     mic.authenticate("podium", "secret")
-    show.row("with the right one it is authorised, and its port forced", "ports", 90, name="0/14", authorized=True,
-             dot1x=FORCED)
+    network.plug(mic, 14)
+    show.row("plugged in with the right one it is authorised, and its port forced", "ports", 90, name="0/14",
+             authorized=True, dot1x=FORCED)
     print("".join(f"    {line}\n" for line in rig.cli("show dot1x summary").splitlines()
                   if line.startswith(("Port ", "0/13 ", "0/14 ", "0/15 "))), end="", flush=True)
     shure_reachability(show, "0/14")
 
-    mic.fall_silent()
-    print("  It logs off, as it does when a server is gone, and keeps its network:", flush=True)
+    print("  The user is removed from the switch, as when an authentication server is gone:", flush=True)
+    rig.cli("configure", "no aaa ias-user username podium")
     show.reaches("mic", "desk")
     show.reaches("media", "mic-audio")
+    rig.cli("configure", "aaa ias-user username podium password secret")
     network.move(mic, 15)
-    mic.authenticate("podium", "secret")
     show.row("it moves to port 15, which is forced", "ports", 90, name="0/15", authorized=True, dot1x=FORCED)
     shure_reachability(show, "0/15")
     network.plug(show.devices["guest-9"], 14)

@@ -203,14 +203,10 @@ class ShureDevice(ControlUnit):
 
     def authenticate(self, user, password):
         """By 802.1X from now on, wherever it is plugged in."""
-        self.fall_silent()
         self.credentials = user, password
-        self.supplicant = self.start_supplicant(user, password)
-
-    def fall_silent(self):
-        """It logs off and does not authenticate any more."""
-        self.credentials = None
-        self.end_supplicant()
+        if self.cables:
+            self.end_supplicant()
+            self.supplicant = self.start_supplicant(user, password)
 
     def end_supplicant(self):
         if self.supplicant:
