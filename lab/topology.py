@@ -129,8 +129,26 @@ class Device:
                                   "-c", config)
 
 
+    def start_chatter(self, ifname="eth0"):
+        """AV devices announce themselves all the time, so the switch keeps their addresses."""
+        return self.network.spawn(self.name, f"chatter-{self.name}", self.network.frames, "send", "--interface", ifname,
+                                  "--to", BROADCAST, "--from", self.mac, "--rate", "2", "--flow", str(CHATTER_FLOW))
+
+
 class Host(Device):
     """An ordinary computer."""
+
+
+class Talker(Device):
+    """An AV device with one interface that is known by its address alone."""
+
+    chatter = None
+
+    def plugged(self, ifname):
+        self.chatter = self.start_chatter(ifname)
+
+    def unplugging(self, ifname):
+        self.network.end(self.chatter)
 
 
 class AudioDevice(Device):
@@ -149,10 +167,7 @@ class AudioDevice(Device):
            "type", "macvlan", "mode", "bridge")
         ip(self.name, "link", "set", "eth0", "up")
         self.set_addresses("eth0")
-        # Audio devices announce themselves all the time, so the switch keeps their addresses.
-        self.chatter = self.network.spawn(self.name, f"chatter-{self.name}", self.network.frames, "send", "--interface",
-                                          "eth0", "--to", BROADCAST, "--from", self.mac, "--rate", "2", "--flow",
-                                          str(CHATTER_FLOW))
+        self.chatter = self.start_chatter()
 
     def disconnect(self):
         self.network.end(self.chatter)
