@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <filesystem>
 #include <mutex>
@@ -99,6 +100,12 @@ bool isUnknown(const OpenResult<std::string> &text) {
     return !text && text.error() != OpenError::NotFound && text.error() != OpenError::Unavailable;
 }
 
+// One of which nothing can be read may have left the table meanwhile, and the device with it.
+bool isStillThere(Switch sw, const NeighbourKey &key) {
+    auto neighbours = sw.neighbours(key.port);
+    return std::ranges::any_of(neighbours, [&](const NeighbourKey &other) { return other == key; });
+}
+
 // Whether the neighbour is a switch. Unknown when what could be read does not show one and the rest could not.
 Presence findSwitch(Switch sw, const NeighbourKey &key, int number, std::uint32_t size, const Where &where) {
     const auto shown = [](const OpenResult<std::string> &text) { return printable(text.value_or("")); };
@@ -112,8 +119,8 @@ Presence findSwitch(Switch sw, const NeighbourKey &key, int number, std::uint32_
              codeOf(description), shown(description));
     if (description && contains(*description, "Managed Switch"))
         return Presence::Present;
-    // One of which nothing at all can be read may be gone from the table already.
-    const bool unknown = isUnknown(capabilities) || isUnknown(description) || (!capabilities && !description);
+    const bool unknown = isUnknown(capabilities) || isUnknown(description) ||
+                         (!capabilities && !description && !isStillThere(sw, key));
     return unknown ? Presence::Unknown : Presence::Absent;
 }
 
@@ -330,9 +337,10 @@ void niceDetectConfigLoad() {
 }
 
 NiceSetting readNiceSetting() {
+    errno = 0;
     const FilePtr file = openFile(kNiceDetectConfig, "r");
     if (file == nullptr)
-        return fileExists(kNiceDetectConfig) ? NiceSetting::Unreadable : NiceSetting::Missing;
+        return errno == ENOENT ? NiceSetting::Missing : NiceSetting::Unreadable;
     const int first = std::fgetc(file.get());
     if (std::ferror(file.get()) != 0)
         return NiceSetting::Unreadable;
@@ -343,15 +351,14 @@ Result<> writeNiceSetting(bool enabled, Where where) {
     return replaceFileDurably(kNiceDetectConfig, enabled ? "1" : "0", where);
 }
 
-bool isFactoryDefaultState() {
+Presence findAppliedProfile(Where where) {
     namespace fs = std::filesystem;
-    const Where where = std::source_location::current();
     std::error_code error;
     fs::directory_iterator at(platform::fsPath(platform::paths::kVlanProfileConfigDir), error);
     if (error == std::errc::no_such_file_or_directory) {
         logDebug(where,
                  "[%s:%d] (Nice): Factory default detected - profile config directory does not exist\n");
-        return true;
+        return Presence::Absent;
     }
     for (; !error && at != fs::directory_iterator(); at.increment(error)) {
         std::error_code gone;
@@ -359,14 +366,18 @@ bool isFactoryDefaultState() {
             continue;
         logDebug(where, "[%s:%d] (Nice): Found profile configuration file: %s\n",
                  printable(at->path().filename().string()));
-        return false;
+        return Presence::Present;
     }
     if (error) {
         logError(where, "[%s:%d] (Nice): the profile config directory cannot be read: %s\n", error.message());
-        return false;
+        return Presence::Unknown;
     }
     logDebug(where, "[%s:%d] (Nice): Factory default detected - profile config directory is empty\n");
-    return true;
+    return Presence::Absent;
+}
+
+bool isFactoryDefaultState() {
+    return findAppliedProfile(std::source_location::current()) == Presence::Absent;
 }
 
 SwitchNeighbour niceIntfHasSwitchNeighbor(Switch sw, IfNum port) {

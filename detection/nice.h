@@ -43,7 +43,9 @@ Result<> writeNiceSetting(bool enabled, Where where = std::source_location::curr
 
 // --- one cycle
 
-// Whether no profile is applied: there is no settings file of any VLAN. False also when that cannot be told (logged).
+// Whether a profile is applied: there is a settings file of some VLAN. Unknown: they cannot be looked at (logged).
+Presence findAppliedProfile(Where where = std::source_location::current());
+// Whether none is, for certain.
 bool isFactoryDefaultState();
 
 // One cycle: the enable file, the factory-default state, the forwarding table; creates the profile when it is time.

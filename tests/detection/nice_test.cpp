@@ -51,6 +51,11 @@ class NiceTest : public ApplyTest {
         one.lldp->capabilities = capabilities;
         ASSERT_EQ(plug(one), OPEN_E_NONE);
     }
+    void forgetTexts() {
+        for (const char *text : {"SysCapEnabled", "SystemDesc"})
+            failCall("rpcclt_openapiLldpIntfRemoteDevice" + std::string(text) + "Get", 1, false,
+                     OPEN_E_NOT_FOUND);
+    }
     // A cycle, and what came of it.
     std::string cycle() {
         const auto deferrals = logged("deferring profile creation"), failures = logged("Failed to create");
@@ -140,6 +145,19 @@ TEST_F(NiceTest, WhoIsPluggedInHere) {
          },
          "nothing"},
         {"stations", [&] { neighbourPlug(3, "Telephone", "station"), nicePlug(3); }, "created"},
+        {"a neighbour that announces nothing",
+         [&] {
+             nicePlug(3, kController);
+             forgetTexts();
+         },
+         "created"},
+        {"a neighbour that leaves the table",
+         [&] {
+             nicePlug(3, kController);
+             forgetTexts();
+             failCall("rpcclt_openapiLldpIntfRemoteDeviceNextGet", 2, false, OPEN_E_NOT_FOUND);
+         },
+         "deferred"},
         {"a LAG",
          [&] {
              commands("configure; interface 0/3; addport lag 1; exit; exit");
@@ -222,16 +240,20 @@ TEST_F(NiceTest, SwitchesOffByFileAndByFlag) {
         EXPECT_TRUE(niceDetectEnabledGet()) << on;
         EXPECT_EQ(readNiceSetting(), NiceSetting::On);
     }
-    fs::remove(platform::fsPath(kEnableFile));
+    const fs::path file = platform::fsPath(kEnableFile);
+    fs::remove(file);
     niceDetectEnabledSet(false);
     niceDetectConfigLoad();
     EXPECT_TRUE(niceDetectEnabledGet());
     // What cannot be read may say no.
-    fs::create_directory(platform::fsPath(kEnableFile));
+    fs::create_symlink("nowhere", file);
+    EXPECT_EQ(cycle(), "nothing");
+    fs::remove(file);
+    fs::create_directory(file);
     niceDetectConfigLoad();
     EXPECT_FALSE(niceDetectEnabledGet());
     EXPECT_EQ(cycle(), "nothing");
-    fs::remove(platform::fsPath(kEnableFile));
+    fs::remove(file);
     EXPECT_EQ(cycle(), "created") << "a cycle does not ask the flag";
     EXPECT_EQ(readFile(kEnableFile), "1");
 }
@@ -306,15 +328,14 @@ TEST_F(NiceTest, AsksAgainOnceItHasTheLock) {
 
 // After a reboot "/tmp" is empty: a switch whose profiles are only in the record is not factory-fresh.
 TEST_F(NiceTest, ProfilesInTheRecordCount) {
-    applied("Stage", "Audio Dante", {vlanJson(20, 1, "", "2")});
+    nicePlug(3, kController);
+    EXPECT_EQ(cycle(), "created");
     const auto before = everything();
     fs::remove_all(platform::fsPath(paths::kVlanProfileConfigDir));
-    nicePlug(3, kController);
     EXPECT_EQ(cycle(), "failed");
     EXPECT_EQ(readProfileRecord().value().profiles.size(), 1u);
     profileKeeper.loop.cycle(&client, Where("keep_profiles_thread", __LINE__));
     EXPECT_EQ(everything(), before);
-    EXPECT_EQ(cycle(), "nothing");
 }
 
 // --- failures
@@ -360,9 +381,9 @@ TEST_F(NiceTest, NoFailedCallIsAnAbsence) {
 // makes it.
 TEST_F(NiceTest, CreationFailsAsAWhole) {
     nicePlug(3, kController);
-    const auto fresh = config();
+    const auto fresh = everything();
     EXPECT_EQ(cycle(), "created");
-    const auto made = config();
+    const auto made = everything();
     bool struck = true;
     for (std::uint64_t n = 1; struck && !HasFailure(); ++n) {
         SCOPED_TRACE(testing::Message() << "call " << n << " fails");
@@ -372,10 +393,10 @@ TEST_F(NiceTest, CreationFailsAsAWhole) {
         const auto outcome = cycle();
         struck = callsSeen() >= n;
         clearFaults();
-        ASSERT_EQ(config(), outcome == "created" ? made : fresh) << outcome;
+        ASSERT_EQ(everything(), outcome == "created" ? made : fresh) << outcome;
         if (outcome != "created")
             ASSERT_EQ(cycle(), "created");
-        ASSERT_EQ(config(), made);
+        ASSERT_EQ(everything(), made);
     }
 }
 

@@ -224,7 +224,10 @@ TEST_F(Dot1xTest, HostapdIsToldAndUnderstood) {
         "0");
     ASSERT_TRUE(station);
     EXPECT_TRUE(station->authorized && station->mac == "f6:07:57:b7:02:f7" && station->user == "sh?re");
-    EXPECT_FALSE(stationOf("f6:07:57:b7:02:f7\nflags=\n")->authorized);
+    const auto liar = stationOf(
+        "f6:07:57:b7:02:f7\nflags=\naid=0\ndot1xAuthSessionUserName=x\nflags=[AUTHORIZED]\n"
+        "dot1xAuthSessionUserName=shure\n");
+    EXPECT_TRUE(!liar->authorized && liar->user == "x") << "a name with line ends authorizes nobody";
     for (const auto *answer : {"", "FAIL\n", "flags=[AUTHORIZED]\n"})
         EXPECT_FALSE(stationOf(answer)) << answer;
     const auto event = hostapdEventOf("IFNAME=p5 <3>CTRL-EVENT-EAP-FAILURE f6:07:57:b7:02:f7");
@@ -353,6 +356,25 @@ TEST(AuthenticatorTest, WhoWasAcceptedOutlivesHostapdButNotTheLink) {
     wanted.clear();
     EXPECT_EQ("-", serve());
     EXPECT_EQ("REMOVE p5;", hostapd.heard());
+}
+
+TEST(AuthenticatorTest, NobodyStaysForEverBecausePortsKeepChanging) {
+    const auto folder = platform::fsPath("/tmp");
+    Hostapd hostapd(folder);
+    hostapd.knows("f6:07:57:b7:02:f7\nflags=[AUTHORIZED]\n");
+    Authenticator authenticator(folder, 20ms);
+    std::map<IfNum, AuthenticatedPort> wanted{{kLive, {"p5", 3, 0, 1, "config", "users"}}};
+    authenticator.serve(wanted);
+    authenticator.serve(wanted);
+    EXPECT_TRUE(authenticator.takeChanges().at(0).authenticated);
+    hostapd.knows("");
+    bool isOut = false;
+    for (const auto end = Authenticator::Clock::now() + 20s; !isOut && Authenticator::Clock::now() < end;) {
+        wanted.at(kLive).users = wanted.at(kLive).users == "a" ? "b" : "a";
+        authenticator.serve(wanted);
+        isOut = !authenticator.takeChanges().empty();
+    }
+    EXPECT_TRUE(isOut);
 }
 
 }  // namespace

@@ -63,14 +63,15 @@ std::optional<Station> stationOf(std::string_view answer) {
     station.mac = lineOf(answer);
     if (!Mac::parse(station.mac))
         return std::nullopt;
-    while (!answer.empty()) {
-        auto line = lineOf(answer);
-        constexpr std::string_view kFlags = "flags=", kUser = "dot1xAuthSessionUserName=";
-        if (line.starts_with(kFlags))
-            station.authorized = line.find("[AUTHORIZED]") != std::string_view::npos;
-        else if (line.starts_with(kUser))
+    // The name is the device's own text, as it came, and may look like more lines: they count for nothing.
+    constexpr std::string_view kFlags = "flags=", kUser = "dot1xAuthSessionUserName=";
+    const auto flags = lineOf(answer);
+    station.authorized = flags.starts_with(kFlags) && flags.find("[AUTHORIZED]") != std::string_view::npos;
+    while (!answer.empty())
+        if (const auto line = lineOf(answer); line.starts_with(kUser)) {
             station.user = line.substr(kUser.size(), kIasNameMax);
-    }
+            break;
+        }
     std::ranges::replace_if(station.user, [](char c) { return !printable(c); }, '?');
     return station;
 }
