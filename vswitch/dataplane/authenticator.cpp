@@ -214,7 +214,8 @@ bool Authenticator::install(IfNum num, Port &port, const AuthenticatedPort &want
     // What it has from before, or from another connection, goes first.
     if (!request("REMOVE " + wanted.netdev))
         return false;
-    const bool kept = port.authenticated && wanted.sameLink(port.present);
+    const bool same = wanted.sameLink(port.present), kept = port.authenticated && same;
+    port.failureSaid = port.failureSaid && same;
     if (kept)
         grantGrace(port);
     else

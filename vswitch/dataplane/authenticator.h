@@ -80,7 +80,7 @@ class Authenticator {
         AuthenticatedPort present;  // what hostapd has been told
         bool here = false;          // it has taken it
         bool authenticated = false;
-        bool failureSaid = false;  // since the last success
+        bool failureSaid = false;  // on this link, since the last success
         std::string mac, user;
         Clock::time_point graceSince{}, graceUntil{}, nextTry{}, nextLook{}, nextRequest{};
     };
