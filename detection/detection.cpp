@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <string_view>
 
+#include "common/files.h"
 #include "common/log.h"
 #include "common/result.h"
 #include "detection/daemon_lock.h"
@@ -60,6 +61,9 @@ int main(int argc, char **argv) {
     // A reboot leaves nothing in /tmp, an interruption leaves half a change: before anything is made of either.
     if (!recoverProfiles(&handle))
         ensureProfileDb();
+    // An earlier daemon may have been interrupted before the cache had its profile.
+    if (fileExists(platform::paths::kResponseCache))
+        refreshProfileAnswers(&handle);
     niceDetectConfigLoad();
 
     Supervisor supervisor(&handle);

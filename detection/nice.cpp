@@ -287,8 +287,7 @@ std::int32_t createProfile(Switch sw, ApplyCondition *condition) {
         return result;
     }
     logInfo(kCreate, "[%s:%d] (Nice): Nice profile created successfully\n");
-    for (const char *const answer : {"profile/list_ex", "swcfg_ports_settings", "port_vendor_detect"})
-        static_cast<void>(rest_db_writeback(sw.handle(), answer));
+    refreshProfileAnswers(sw);
     return result;
 }
 
@@ -394,6 +393,11 @@ SwitchNeighbour niceIntfHasSwitchNeighbor(Switch sw, IfNum port) {
         logError(where, "[%s:%d] (Nice): Could not allocate LLDP buffer\n");
         return SwitchNeighbour::NotConverged;
     }
+}
+
+void refreshProfileAnswers(Switch sw) {
+    for (const char *const answer : {"profile/list_ex", "swcfg_ports_settings", "port_vendor_detect"})
+        static_cast<void>(rest_db_writeback(sw.handle(), answer));
 }
 
 std::int32_t createNiceProfile(Switch sw) {

@@ -61,6 +61,9 @@ enum class SwitchNeighbour {
 // description has "Managed Switch" in it, in any letter case.
 SwitchNeighbour niceIntfHasSwitchNeighbor(Switch sw, IfNum port);
 
+// Writes the cached answers back that show which profiles there are.
+void refreshProfileAnswers(Switch sw);
+
 // Applies the profile and writes the cached answers back that show it. 0, the result of profileConfigSet, or 10000
 // when the request cannot be made because memory runs out or the switch does not tell all of its ports.
 std::int32_t createNiceProfile(Switch sw);
