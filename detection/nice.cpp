@@ -328,7 +328,10 @@ void niceDetectEnabledSet(bool enabled) {
 }
 
 void niceDetectConfigLoad() {
-    const bool enabled = isOn(readNiceSetting());
+    const NiceSetting setting = readNiceSetting();
+    if (setting == NiceSetting::Unreadable)
+        logError("[%s:%d] (Nice): %s cannot be read, detection is off until it can\n", kNiceDetectConfig);
+    const bool enabled = isOn(setting);
     EnabledFlag &shared = flag();
     const std::lock_guard lock(shared.mutex);
     shared.enabled = enabled;

@@ -146,9 +146,7 @@ TEST_F(Dot1xTest, AnAuthenticationLastsUntilSomethingEndsIt) {
     EXPECT_TRUE(authorized(kPort));
     pass(62s);
     EXPECT_FALSE(authorized(kPort));
-    for (const auto *line :
-         {"Port 0/1 is authorized", "Port 0/1 is unauthorized", "Authentication failed on port 0/1"})
-        EXPECT_TRUE(contains(systemLog(), line)) << line;
+    EXPECT_TRUE(contains(systemLog(), "Authentication failed on port 0/1"));
     EXPECT_TRUE(
         contains(show("show dot1x summary"), "0/1        auto                Unauthorized  Yes      60"));
     EXPECT_TRUE(table("ports")[1]["authorized"]);

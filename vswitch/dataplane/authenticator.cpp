@@ -174,6 +174,7 @@ void Authenticator::report(IfNum num, Port &port, bool authenticated, const std:
 
 std::vector<SeenSupplicant> Authenticator::takeChanges() {
     std::vector<SeenSupplicant> out;
+    out.reserve(changes_.size());
     for (auto &[num, change] : changes_)
         out.push_back(std::move(change));
     changes_.clear();
@@ -258,11 +259,11 @@ bool Authenticator::look(IfNum num, Port &port) {
         anybody = true;
         command = on + "STA-NEXT " + station->mac;
         // The one that is known already, if it is still accepted.
-        if (const auto mac = Mac::parse(station->mac);
-            station->authorized && (!accepted || mac->text() == port.mac)) {
-            station->mac = mac->text();
-            accepted = std::move(station);
-        }
+        const auto mac = Mac::parse(station->mac);
+        if (!station->authorized || !mac || (accepted && mac->text() != port.mac))
+            continue;
+        station->mac = mac->text();
+        accepted = std::move(station);
     }
     if (accepted) {
         port.graceUntil = {};

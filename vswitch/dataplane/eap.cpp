@@ -11,7 +11,8 @@ constexpr int kStationsMax = 16;
 std::string hexOf(std::string_view bytes) {
     static constexpr char kDigits[] = "0123456789abcdef";
     std::string out;
-    for (const unsigned char byte : bytes) {
+    for (const char c : bytes) {
+        const auto byte = static_cast<unsigned char>(c);
         out += kDigits[byte >> 4];
         out += kDigits[byte & 0xf];
     }
