@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <string_view>
 
+#include "common/files.h"
 #include "common/log.h"
 #include "common/result.h"
 #include "detection/daemon_lock.h"
@@ -68,6 +69,9 @@ int main(int argc, char **argv) {
     if (!recoverProfiles(&handle))
         if (const auto record = readProfileRecord(); record && !record->pending && record->profiles.empty())
             ensureProfileDb();
+    // An earlier daemon may have been interrupted before the cache had its profile.
+    if (fileExists(platform::paths::kResponseCache))
+        refreshProfileAnswers(&handle);
     niceDetectConfigLoad();
     beginDeviceReport();
 

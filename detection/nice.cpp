@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <filesystem>
 #include <mutex>
@@ -100,6 +101,12 @@ bool isUnknown(const OpenResult<std::string> &text) {
     return !text && text.error() != OpenError::NotFound && text.error() != OpenError::Unavailable;
 }
 
+// One of which nothing can be read may have left the table meanwhile, and the device with it.
+bool isStillThere(Switch sw, const NeighbourKey &key) {
+    auto neighbours = sw.neighbours(key.port);
+    return std::ranges::any_of(neighbours, [&](const NeighbourKey &other) { return other == key; });
+}
+
 // Whether the neighbour is a switch. Unknown when what could be read does not show one and the rest could not.
 Presence findSwitch(Switch sw, const NeighbourKey &key, int number, std::uint32_t size, const Where &where) {
     const auto shown = [](const OpenResult<std::string> &text) { return printable(text.value_or("")); };
@@ -113,8 +120,8 @@ Presence findSwitch(Switch sw, const NeighbourKey &key, int number, std::uint32_
              codeOf(description), shown(description));
     if (description && contains(*description, "Managed Switch"))
         return Presence::Present;
-    // One of which nothing at all can be read may be gone from the table already.
-    const bool unknown = isUnknown(capabilities) || isUnknown(description) || (!capabilities && !description);
+    const bool unknown = isUnknown(capabilities) || isUnknown(description) ||
+                         (!capabilities && !description && !isStillThere(sw, key));
     return unknown ? Presence::Unknown : Presence::Absent;
 }
 
@@ -305,8 +312,7 @@ std::int32_t createProfile(Switch sw, ApplyCondition *condition) {
         return result;
     }
     logInfo(kCreate, "[%s:%d] (Nice): Nice profile created successfully\n");
-    for (const char *const answer : {"profile/list_ex", "swcfg_ports_settings", "port_vendor_detect"})
-        static_cast<void>(rest_db_writeback(sw.handle(), answer));
+    refreshProfileAnswers(sw);
     return result;
 }
 
@@ -368,7 +374,10 @@ void niceDetectEnabledSet(bool enabled) {
 }
 
 void niceDetectConfigLoad() {
-    const bool enabled = isOn(readNiceSetting());
+    const NiceSetting setting = readNiceSetting();
+    if (setting == NiceSetting::Unreadable)
+        logError("[%s:%d] (Nice): %s cannot be read, detection is off until it can\n", kNiceDetectConfig);
+    const bool enabled = isOn(setting);
     EnabledFlag &shared = flag();
     const std::lock_guard lock(shared.mutex);
     shared.enabled = enabled;
@@ -376,9 +385,10 @@ void niceDetectConfigLoad() {
 }
 
 NiceSetting readNiceSetting() {
+    errno = 0;
     const FilePtr file = openFile(kNiceDetectConfig, "r");
     if (file == nullptr)
-        return fileExists(kNiceDetectConfig) ? NiceSetting::Unreadable : NiceSetting::Missing;
+        return errno == ENOENT ? NiceSetting::Missing : NiceSetting::Unreadable;
     const int first = std::fgetc(file.get());
     if (std::ferror(file.get()) != 0)
         return NiceSetting::Unreadable;
@@ -389,15 +399,14 @@ Result<> writeNiceSetting(bool enabled, Where where) {
     return replaceFileDurably(kNiceDetectConfig, enabled ? "1" : "0", where);
 }
 
-bool isFactoryDefaultState() {
+Presence findAppliedProfile(Where where) {
     namespace fs = std::filesystem;
-    const Where where = std::source_location::current();
     std::error_code error;
     fs::directory_iterator at(platform::fsPath(platform::paths::kVlanProfileConfigDir), error);
     if (error == std::errc::no_such_file_or_directory) {
         logDebug(where,
                  "[%s:%d] (Nice): Factory default detected - profile config directory does not exist\n");
-        return true;
+        return Presence::Absent;
     }
     for (; !error && at != fs::directory_iterator(); at.increment(error)) {
         std::error_code gone;
@@ -405,14 +414,18 @@ bool isFactoryDefaultState() {
             continue;
         logDebug(where, "[%s:%d] (Nice): Found profile configuration file: %s\n",
                  printable(at->path().filename().string()));
-        return false;
+        return Presence::Present;
     }
     if (error) {
         logError(where, "[%s:%d] (Nice): the profile config directory cannot be read: %s\n", error.message());
-        return false;
+        return Presence::Unknown;
     }
     logDebug(where, "[%s:%d] (Nice): Factory default detected - profile config directory is empty\n");
-    return true;
+    return Presence::Absent;
+}
+
+bool isFactoryDefaultState() {
+    return findAppliedProfile(std::source_location::current()) == Presence::Absent;
 }
 
 SwitchNeighbour niceIntfHasSwitchNeighbor(Switch sw, IfNum port) {
@@ -429,6 +442,11 @@ SwitchNeighbour niceIntfHasSwitchNeighbor(Switch sw, IfNum port) {
         logError(where, "[%s:%d] (Nice): Could not allocate LLDP buffer\n");
         return SwitchNeighbour::NotConverged;
     }
+}
+
+void refreshProfileAnswers(Switch sw) {
+    for (const char *const answer : {"profile/list_ex", "swcfg_ports_settings", "port_vendor_detect"})
+        static_cast<void>(rest_db_writeback(sw.handle(), answer));
 }
 
 std::int32_t createNiceProfile(Switch sw) {

@@ -43,7 +43,9 @@ Result<> writeNiceSetting(bool enabled, Where where = std::source_location::curr
 
 // --- one cycle
 
-// Whether no profile is applied: there is no settings file of any VLAN. False also when that cannot be told (logged).
+// Whether a profile is applied: there is a settings file of some VLAN. Unknown: they cannot be looked at (logged).
+Presence findAppliedProfile(Where where = std::source_location::current());
+// Whether none is, for certain.
 bool isFactoryDefaultState();
 
 // One cycle: the enable file, the factory-default state, the forwarding table; creates the profile when it is time.
@@ -61,6 +63,9 @@ enum class SwitchNeighbour {
 // Whether one of the LLDP neighbours of the port is a switch: its enabled capabilities have "bridge" or its system
 // description has "Managed Switch" in it, in any letter case.
 SwitchNeighbour niceIntfHasSwitchNeighbor(Switch sw, IfNum port);
+
+// Writes the cached answers back that show which profiles there are.
+void refreshProfileAnswers(Switch sw);
 
 // Applies the profile and writes the cached answers back that show it. 0, the result of profileConfigSet, or 10000
 // when the request cannot be made because memory runs out or the switch does not tell all of its ports.

@@ -124,7 +124,7 @@ class Device:
         config = os.path.join(self.network.folder, f"supplicant-{self.name}.conf")
         with open(os.open(config, os.O_WRONLY | os.O_CREAT | os.O_TRUNC, 0o600), "w", encoding="ascii") as file:
             file.write("ap_scan=0\neapol_version=2\nnetwork={\n key_mgmt=IEEE8021X\n eap=MD5\n eapol_flags=0\n"
-                       f' identity="{user}"\n password="{password}"\n}}\n')
+                       f' identity={user.encode().hex()}\n password="{password}"\n}}\n')
         return self.network.spawn(self.name, f"supplicant-{self.name}", "wpa_supplicant", "-Dwired", "-i", ifname,
                                   "-c", config)
 

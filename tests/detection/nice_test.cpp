@@ -51,6 +51,11 @@ class NiceTest : public ApplyTest {
         one.lldp->capabilities = capabilities;
         ASSERT_EQ(plug(one), OPEN_E_NONE);
     }
+    void forgetTexts() {
+        for (const char *text : {"SysCapEnabled", "SystemDesc"})
+            failCall("rpcclt_openapiLldpIntfRemoteDevice" + std::string(text) + "Get", 1, false,
+                     OPEN_E_NOT_FOUND);
+    }
     // A cycle, and what came of it.
     std::string cycle() {
         const auto deferrals = logged("deferring profile creation"), failures = logged("Failed to create");
@@ -80,7 +85,6 @@ TEST_F(NiceTest, CreatesTheProfileOnceAndShowsItInTheCache) {
     nicePlug(3, kController);
     EXPECT_EQ(cycle(), "created");
     EXPECT_EQ(logged("(Nice): Nice device found in FDB on port 3 - MAC: F8:57:2E:00:00:01\n"), 1u);
-    EXPECT_EQ(logged("[createNiceProfile:"), 3u);
     const auto row = readProfileRow(1).value().value();
     EXPECT_EQ(row.profileName + row.profileType + row.color, "Elan OSNice Home Management#081855");
     const auto sent = readProfileRecord().value().profiles.at(0);
@@ -140,6 +144,19 @@ TEST_F(NiceTest, WhoIsPluggedInHere) {
          },
          "nothing"},
         {"stations", [&] { neighbourPlug(3, "Telephone", "station"), nicePlug(3); }, "created"},
+        {"a neighbour that announces nothing",
+         [&] {
+             nicePlug(3, kController);
+             forgetTexts();
+         },
+         "created"},
+        {"a neighbour that leaves the table",
+         [&] {
+             nicePlug(3, kController);
+             forgetTexts();
+             failCall("rpcclt_openapiLldpIntfRemoteDeviceNextGet", 2, false, OPEN_E_NOT_FOUND);
+         },
+         "deferred"},
         {"a LAG",
          [&] {
              commands("configure; interface 0/3; addport lag 1; exit; exit");
@@ -222,16 +239,21 @@ TEST_F(NiceTest, SwitchesOffByFileAndByFlag) {
         EXPECT_TRUE(niceDetectEnabledGet()) << on;
         EXPECT_EQ(readNiceSetting(), NiceSetting::On);
     }
-    fs::remove(platform::fsPath(kEnableFile));
+    const fs::path file = platform::fsPath(kEnableFile);
+    fs::remove(file);
     niceDetectEnabledSet(false);
     niceDetectConfigLoad();
     EXPECT_TRUE(niceDetectEnabledGet());
     // What cannot be read may say no.
-    fs::create_directory(platform::fsPath(kEnableFile));
+    fs::create_symlink("nowhere", file);
+    EXPECT_EQ(cycle(), "nothing");
+    fs::remove(file);
+    fs::create_directory(file);
     niceDetectConfigLoad();
     EXPECT_FALSE(niceDetectEnabledGet());
+    EXPECT_EQ(logged("(Nice): /mnt/application/pavo/tmp/nice_detect_config cannot be read"), 2u);
     EXPECT_EQ(cycle(), "nothing");
-    fs::remove(platform::fsPath(kEnableFile));
+    fs::remove(file);
     EXPECT_EQ(cycle(), "created") << "a cycle does not ask the flag";
     EXPECT_EQ(readFile(kEnableFile), "1");
 }
@@ -306,76 +328,77 @@ TEST_F(NiceTest, AsksAgainOnceItHasTheLock) {
 
 // After a reboot "/tmp" is empty: a switch whose profiles are only in the record is not factory-fresh.
 TEST_F(NiceTest, ProfilesInTheRecordCount) {
-    applied("Stage", "Audio Dante", {vlanJson(20, 1, "", "2")});
+    nicePlug(3, kController);
+    EXPECT_EQ(cycle(), "created");
     const auto before = everything();
     fs::remove_all(platform::fsPath(paths::kVlanProfileConfigDir));
-    nicePlug(3, kController);
     EXPECT_EQ(cycle(), "failed");
     EXPECT_EQ(readProfileRecord().value().profiles.size(), 1u);
     profileKeeper.loop.cycle(&client, Where("keep_profiles_thread", __LINE__));
     EXPECT_EQ(everything(), before);
-    EXPECT_EQ(cycle(), "nothing");
 }
 
 // --- failures
 
-// Behind a switch, whatever call fails: nothing is made, but for a mode that cannot be read.
+// Behind a switch, whatever call fails: nothing is made, but for a mode that cannot be read. And a device that is
+// waited for is not forgotten.
 TEST_F(NiceTest, NoFailedCallIsAnAbsence) {
     neighbourPlug(3, kController, "station");
     neighbourPlug(3, kController, "bridge");
     nicePlug(3);
-    for (const bool once : {true, false}) {
-        bool struck = true;
-        for (std::uint64_t n = 1; struck; ++n) {
-            SCOPED_TRACE(testing::Message() << "call " << n << (once ? " fails" : " and all after it fail"));
-            unplug("nice 01");
-            cli({"clear mac-addr-table all"});
-            cycle();
-            nicePlug(3);
-            failCall("*", n, once);
-            const auto outcome = cycle();
-            struck = callsSeen() >= n;
-            clearFaults();
-            ASSERT_NE(outcome, "created");
-            ASSERT_NE(outcome, "failed");
-        }
-    }
-    // A device that is waited for is not forgotten either.
-    factoryFresh();
-    nicePlug(5);
-    bool struck = true;
-    for (std::uint64_t n = 1; struck; ++n) {
+    for (const bool once : {true, false})
+        failEach(
+            "*", [&] { return cycle(); },
+            [&](const std::string &outcome, std::uint64_t call) {
+                EXPECT_TRUE(outcome == "nothing" || outcome == "deferred") << outcome << ", call " << call;
+                unplug("nice 01");
+                cli({"clear mac-addr-table all"});
+                cycle();
+                nicePlug(3);
+            },
+            once);
+    const auto wait = [&] {
         factoryFresh();
         nicePlug(5);
         cycles(3);
-        failCall("*", n);
-        const auto outcome = cycle();
-        struck = callsSeen() >= n;
-        clearFaults();
-        ASSERT_EQ(cycles(2), outcome == "deferred" ? "created created" : "deferred created") << "call " << n;
-    }
+    };
+    wait();
+    failEach(
+        "*", [&] { return cycle(); },
+        [&](const std::string &outcome, std::uint64_t call) {
+            EXPECT_EQ(cycles(2), outcome == "deferred" ? "created created" : "deferred created") << call;
+            wait();
+        });
 }
 
 // Whatever fails while the profile is made: everything is as before, or the profile is whole; and the next cycle
-// makes it.
+// makes it, also of what a switch that went away in the middle has.
 TEST_F(NiceTest, CreationFailsAsAWhole) {
-    nicePlug(3, kController);
-    const auto fresh = config();
-    EXPECT_EQ(cycle(), "created");
-    const auto made = config();
-    bool struck = true;
-    for (std::uint64_t n = 1; struck && !HasFailure(); ++n) {
-        SCOPED_TRACE(testing::Message() << "call " << n << " fails");
+    const auto begin = [&] {
         factoryFresh();
         nicePlug(3, kController);
-        failCall("*", n);
-        const auto outcome = cycle();
-        struck = callsSeen() >= n;
+    };
+    begin();
+    const auto fresh = everything();
+    EXPECT_EQ(cycle(), "created");
+    const auto made = everything();
+    begin();
+    failEach(
+        "*", [&] { return cycle(); },
+        [&](const std::string &outcome, std::uint64_t call) {
+            EXPECT_EQ(everything(), outcome == "created" ? made : fresh) << call;
+            EXPECT_EQ(cycle(), "created") << call;
+            EXPECT_EQ(everything(), made) << call;
+            begin();
+        });
+    std::string outcome;
+    for (std::uint64_t call = 1; outcome != "created" && !HasFailure(); ++call) {
+        begin();
+        failCall("*", call, false);
+        outcome = cycle();
         clearFaults();
-        ASSERT_EQ(config(), outcome == "created" ? made : fresh) << outcome;
-        if (outcome != "created")
-            ASSERT_EQ(cycle(), "created");
-        ASSERT_EQ(config(), made);
+        EXPECT_EQ(cycle(), "created") << call;
+        EXPECT_EQ(everything(), made) << call;
     }
 }
 

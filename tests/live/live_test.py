@@ -767,9 +767,9 @@ class Dot1xTest(PlainTest):
             self.net.end(self.supplicant)
         type(self).supplicant = None
 
-    def supplicate(self, password):
+    def supplicate(self, password, user="shure"):
         self.silence()
-        type(self).supplicant = self.wall.start_supplicant("shure", password)
+        type(self).supplicant = self.wall.start_supplicant(user, password)
 
     def successes(self):
         return self.supplicant.text().count("CTRL-EVENT-EAP-SUCCESS")
@@ -795,9 +795,12 @@ class Dot1xTest(PlainTest):
         self.assertFalse(self.crosses("desk", "wall") or self.crosses("wall", "desk"))
         self.assertFalse([row for row in self.rig.table("fdb") if row["mac"].lower() == self.wall.mac])
         self.see("an unauthorized neighbour is seen", self.heard)
-        self.supplicate("wrong")
-        self.see("the refusal is in the log", lambda: self.said(self.REFUSED))
-        self.expect(False)
+        for password, user in (("wrong", "shure"), ("secret", "x\nflags=[AUTHORIZED]\ndot1xAuthSessionUserName=shure")):
+            before = self.said(self.REFUSED)
+            self.setUp()
+            self.supplicate(password, user)
+            self.see("the refusal is in the log", lambda: self.said(self.REFUSED) > before)  # pylint: disable=cell-var-from-loop
+            self.expect(False)
         self.authenticate()
         self.assertTrue(self.crosses("desk", "wall") and self.crosses("wall", "desk"))
         self.assertRegex(self.rig.cli("show dot1x clients"),

@@ -188,9 +188,10 @@ class RecoveryTest(KilledTest):
         whole = self.rig.running_config()
         self.rig.stop("pavo_detection")
         killed = []
-        for calls in (8, 60, 200):
+        for calls in (8, 120, 200):
             self.nice("off")
             self.operate("delete", "Elan OS")
+            self.rig.pavoctl("cache", "refresh", "profile/list_ex")
             self.assertEqual((before, []), (self.rig.running_config(), self.settings_files()), calls)
             daemon = self.start_daemon()
             self.assertEqual("off", self.nice("status"))
@@ -209,6 +210,8 @@ class RecoveryTest(KilledTest):
             self.rig.stop("pavo_detection")
             self.must("status")
             self.assertIn((self.rig.running_config(), self.settings_files()), ((before, []), (whole, ["1"])), calls)
+            self.assertEqual("Elan OS" in self.rig.pavoctl("profile", "list").stdout,
+                             "Elan OS" in self.rig.pavoctl("cache", "read", "profile/list_ex").stdout, calls)
         self.assertEqual([True, True], killed[:2])
 
     def rows(self):

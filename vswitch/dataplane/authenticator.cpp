@@ -29,6 +29,7 @@ constexpr auto kAnswerLimit = milliseconds(500), kWorkLimit = milliseconds(100);
 constexpr auto kRefusedPause = milliseconds(1000), kConnectPause = milliseconds(100);
 constexpr auto kLookPeriod = std::chrono::seconds(5), kRequestPeriod = std::chrono::seconds(30);
 constexpr std::size_t kStationsLookedAt = 64;
+constexpr int kGraces = 3;
 
 // Sends a request for an identity; what cannot be sent is lost, as on a wire.
 void ask(const AuthenticatedPort &port) {
@@ -82,13 +83,20 @@ bool Authenticator::connect() {
 
 void Authenticator::disconnect() {
     socket_.reset();
-    const auto now = Clock::now();
     for (auto &[num, port] : ports_) {
         port.here = false;
         port.nextTry = {};
         if (port.authenticated && port.graceUntil == Clock::time_point{})
-            port.graceUntil = now + kGrace;
+            grantGrace(port);
     }
+}
+
+// However often hostapd begins anew or refuses the port, nobody stays for ever without an exchange.
+void Authenticator::grantGrace(Port &port) const {
+    const auto now = Clock::now();
+    if (port.graceUntil == Clock::time_point{})
+        port.graceSince = now;
+    port.graceUntil = std::min(now + grace_, port.graceSince + kGraces * grace_);
 }
 
 // The answer to a command; nothing, and the connection is closed, when there is none in time.
@@ -166,6 +174,7 @@ void Authenticator::report(IfNum num, Port &port, bool authenticated, const std:
 
 std::vector<SeenSupplicant> Authenticator::takeChanges() {
     std::vector<SeenSupplicant> out;
+    out.reserve(changes_.size());
     for (auto &[num, change] : changes_)
         out.push_back(std::move(change));
     changes_.clear();
@@ -181,7 +190,8 @@ void Authenticator::followLinks(const std::map<IfNum, AuthenticatedPort> &wanted
         const bool graceOver = port.graceUntil != Clock::time_point{} && port.graceUntil <= now;
         if (!same || graceOver) {
             port.graceUntil = {};
-            if (!same || !port.here)
+            // One that hostapd has may have been accepted at this very moment.
+            if (!same || !port.here || it->second != port.present)
                 report(num, port, false);
             port.nextLook = {};
         }
@@ -205,8 +215,12 @@ bool Authenticator::install(IfNum num, Port &port, const AuthenticatedPort &want
     // What it has from before, or from another connection, goes first.
     if (!request("REMOVE " + wanted.netdev))
         return false;
-    const bool kept = port.authenticated && wanted.sameLink(port.present);
-    port.graceUntil = kept ? std::max(port.graceUntil, Clock::now() + kGrace) : Clock::time_point{};
+    const bool same = wanted.sameLink(port.present), kept = port.authenticated && same;
+    port.failureSaid = port.failureSaid && same;
+    if (kept)
+        grantGrace(port);
+    else
+        port.graceUntil = {};
     port.present = wanted;
     port.nextTry = Clock::now() + kRefusedPause;
     if (!writeFile(folder_ + "/" + kUsers, wanted.users) || !writeFile(folder_ + "/" + file, wanted.config)) {
@@ -245,11 +259,11 @@ bool Authenticator::look(IfNum num, Port &port) {
         anybody = true;
         command = on + "STA-NEXT " + station->mac;
         // The one that is known already, if it is still accepted.
-        if (const auto mac = Mac::parse(station->mac);
-            station->authorized && (!accepted || mac->text() == port.mac)) {
-            station->mac = mac->text();
-            accepted = std::move(station);
-        }
+        const auto mac = Mac::parse(station->mac);
+        if (!station->authorized || !mac || (accepted && mac->text() != port.mac))
+            continue;
+        station->mac = mac->text();
+        accepted = std::move(station);
     }
     if (accepted) {
         port.graceUntil = {};

@@ -10,7 +10,8 @@
 // identity, at once and then every 30 seconds.
 //
 // When hostapd has ended, or a port has got other settings (users, servers, periods), who was accepted stays
-// so for kGrace: on the same link it is the same device, and it is asked to authenticate again at once.
+// so for kGrace: on the same link it is the same device, and it is asked to authenticate again at once. The time
+// begins anew when hostapd takes the port, but three times that is the end of it.
 #ifndef PAVO_VSWITCH_DATAPLANE_AUTHENTICATOR_H
 #define PAVO_VSWITCH_DATAPLANE_AUTHENTICATOR_H
 
@@ -54,7 +55,8 @@ class Authenticator {
     static constexpr const char *kUsers = "hostapd.users";
 
     // `folder` is where hostapd runs and has its socket.
-    explicit Authenticator(std::string folder) : folder_(std::move(folder)) {}
+    explicit Authenticator(std::string folder, Clock::duration grace = kGrace)
+        : folder_(std::move(folder)), grace_(grace) {}
 
     // Brings hostapd to serving exactly these ports, which have link, and takes in what it says; what does
     // not fit into a tenth of a second follows with the next call. Status as of a tool: 1 hostapd refuses
@@ -78,13 +80,14 @@ class Authenticator {
         AuthenticatedPort present;  // what hostapd has been told
         bool here = false;          // it has taken it
         bool authenticated = false;
-        bool failureSaid = false;  // since the last success
+        bool failureSaid = false;  // on this link, since the last success
         std::string mac, user;
-        Clock::time_point graceUntil{}, nextTry{}, nextLook{}, nextRequest{};
+        Clock::time_point graceSince{}, graceUntil{}, nextTry{}, nextLook{}, nextRequest{};
     };
 
     bool connect();
     std::optional<std::string> request(const std::string &command);
+    void grantGrace(Port &port) const;
     void takeEvents();
     void take(std::string_view event);
     void followLinks(const std::map<IfNum, AuthenticatedPort> &wanted);
@@ -94,6 +97,7 @@ class Authenticator {
                 const std::string &user = {});
 
     const std::string folder_;
+    const Clock::duration grace_;
     Descriptor socket_;
     std::map<IfNum, Port> ports_;
     std::map<IfNum, SeenSupplicant> changes_;

@@ -11,7 +11,8 @@ constexpr int kStationsMax = 16;
 std::string hexOf(std::string_view bytes) {
     static constexpr char kDigits[] = "0123456789abcdef";
     std::string out;
-    for (const unsigned char byte : bytes) {
+    for (const char c : bytes) {
+        const auto byte = static_cast<unsigned char>(c);
         out += kDigits[byte >> 4];
         out += kDigits[byte & 0xf];
     }
@@ -63,14 +64,15 @@ std::optional<Station> stationOf(std::string_view answer) {
     station.mac = lineOf(answer);
     if (!Mac::parse(station.mac))
         return std::nullopt;
-    while (!answer.empty()) {
-        auto line = lineOf(answer);
-        constexpr std::string_view kFlags = "flags=", kUser = "dot1xAuthSessionUserName=";
-        if (line.starts_with(kFlags))
-            station.authorized = line.find("[AUTHORIZED]") != std::string_view::npos;
-        else if (line.starts_with(kUser))
+    // The name is the device's own text, as it came, and may look like more lines: they count for nothing.
+    constexpr std::string_view kFlags = "flags=", kUser = "dot1xAuthSessionUserName=";
+    const auto flags = lineOf(answer);
+    station.authorized = flags.starts_with(kFlags) && flags.find("[AUTHORIZED]") != std::string_view::npos;
+    while (!answer.empty())
+        if (const auto line = lineOf(answer); line.starts_with(kUser)) {
             station.user = line.substr(kUser.size(), kIasNameMax);
-    }
+            break;
+        }
     std::ranges::replace_if(station.user, [](char c) { return !printable(c); }, '?');
     return station;
 }

@@ -18,7 +18,8 @@ std::string hostapdConfig(const WirePort &port, const WireAccess &access, const 
                           std::uint32_t reauthSeconds, const std::string &usersFile);
 std::string hostapdUsers(const WireAccess &access);
 
-// One supplicant in an answer to STA-FIRST or STA-NEXT; nothing when there is none (any more).
+// One supplicant in an answer to STA-FIRST or STA-NEXT; nothing when there is none (any more). Only what hostapd
+// says before the name that the supplicant gave itself is believed.
 struct Station {
     std::string mac;  // as hostapd writes it, for the next STA-NEXT
     bool authorized = false;

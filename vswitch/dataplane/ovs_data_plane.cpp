@@ -40,7 +40,7 @@ constexpr auto kAskAgain = milliseconds(200);
 constexpr auto kReadLimit = milliseconds(2000), kPushLimit = milliseconds(5000);
 constexpr auto kNeighbourLimit = milliseconds(1000);
 // A server that has not answered for this long is killed and restarted.
-constexpr auto kHung = milliseconds(4000);
+constexpr auto kHung = milliseconds(4000), kSocketLimit = milliseconds(15000);
 // A server that ends within this time of its start waits longer before the next start, up to the maximum.
 constexpr auto kSoon = milliseconds(2000), kRestartMax = milliseconds(5000);
 
@@ -543,8 +543,10 @@ class OvsDataPlane : public DataPlane {
         metered_.clear();
         if (connection_.open(folder_, name))
             return true;
-        // Where there is a socket, somebody should be listening.
-        const int status = std::filesystem::exists(inFolder(folder_, name.c_str())) ? -1 : 1;
+        // Where there is a socket, somebody should be listening; and after a while there should be one. An Open
+        // vSwitch of an earlier run that ends late takes the socket of this one along.
+        const bool overdue = Clock::now() - forwarder().started > kSocketLimit;
+        const int status = overdue || std::filesystem::exists(inFolder(folder_, name.c_str())) ? -1 : 1;
         return good({status, "", "cannot connect to " + name}, "flows", forwarder());
     }
 

@@ -72,6 +72,7 @@ std::vector<WireAccess::Radius> radiusOf(const RadiusSettings &settings) {
     }
     std::ranges::stable_sort(found, {}, [](const auto &item) { return item.first; });
     std::vector<WireAccess::Radius> servers;
+    servers.reserve(found.size());
     for (auto &[priority, server] : found)
         servers.push_back(std::move(server));
     return servers;
