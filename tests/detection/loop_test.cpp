@@ -190,23 +190,19 @@ TEST(MacAssociationsTest, TakesAnyOutput) {
         const auto shown = MacAssociations::parse(output);
         return shown ? shown->mention(*Mac::parse("aa:BB:cc:00:00:01")) ? "yes" : "no" : "no table";
     };
-    for (const auto &[entry, expected] : {std::pair{"AA:bb:CC:00:00:01 10\n", "yes"},
-                                          {" \taa:bb:cc:00:00:01\t-1\r\n", "yes"},
-                                          {"xaa:bb:cc:00:00:01x 5 more", "yes"},
-                                          {"\n\n", "no"},
-                                          {"aa:bb:cc:00:00:01\n", "no"},
-                                          {"aa:bb:cc:00:00:01 x\n", "no"},
-                                          {"aa:bb:cc:00:00:0 1\n", "no"}})
-        EXPECT_STREQ(mentions(head + "11:22:33:44:55:66 7\n" + entry), expected) << entry;
+    const std::string other = head + "11:22:33:44:55:66 7\n";
+    for (const char *entry :
+         {"AA:bb:CC:00:00:01 10\n", " \taa:bb:cc:00:00:01\t-1\r\n", "xaa:bb:cc:00:00:01x 5 more"})
+        EXPECT_STREQ(mentions(other + entry), "yes") << entry;
+    for (const char *entry : {"\n\n", "aa:bb:cc:00:00:01\n", "aa:bb:cc:00:00:01 x\n", "aa:bb:cc:00:00:0 1\n"})
+        EXPECT_STREQ(mentions(other + entry), "no") << entry;
     EXPECT_STREQ(mentions(head + std::string(3000, ' ') + "aa:bb:cc:00:00:01 10\n"), "yes");
     for (const char *output : {"", "aa:bb:cc:00:00:01 10\n", "-------------\naa:bb:cc:00:00:01 10\n"})
         EXPECT_STREQ(mentions(output), "no table") << output;
-    for (const auto &[rest, isCut] : {std::pair{"x", true},
-                                      {"aa:bb:cc:00:00:01 ", true},
-                                      {"", false},
-                                      {"\n", false},
-                                      {"aa:bb:cc:00:00:01 10", false}})
-        EXPECT_EQ(MacAssociations::isCutShort(head + rest), isCut) << rest;
+    for (const char *rest : {"x", "aa:bb:cc:00:00:01 "})
+        EXPECT_TRUE(MacAssociations::isCutShort(head + rest)) << rest;
+    for (const char *rest : {"", "\n", "aa:bb:cc:00:00:01 10"})
+        EXPECT_FALSE(MacAssociations::isCutShort(head + rest)) << rest;
     EXPECT_FALSE(MacAssociations::isCutShort(""));
 
     const auto table = MacAssociations::parse(head + "aa:bb:cc:00:00:01 10\nAA:bb:cc:00:00:02 11\n");

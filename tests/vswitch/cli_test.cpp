@@ -30,12 +30,7 @@ class CliTest : public ModelFixture {
         return std::string(cli.prompt(session).size() + column, ' ') +
                "^\n% Invalid input detected at '^' marker.\n";
     }
-
-    static constexpr IfNum kLag = 49;
 };
-
-constexpr const char *kIncomplete = "% Incomplete command. Use '?' to list what may follow.\n";
-constexpr const char *kAmbiguous = "% Ambiguous command.\n";
 
 // Words that fit a syntax; of alternatives the first or the last one.
 std::vector<std::string> exampleOf(const Command &command, bool last) {
@@ -70,7 +65,7 @@ TEST_F(CliTest, EveryRowTakesItsOwnSyntaxAndNoMore) {
             line += (line.empty() ? "" : " ") + word;
             if (const auto output = run(session, line); cli.unknownCommands() != before) {
                 ASSERT_LT(&word, &words.back()) << output;
-                EXPECT_EQ(kIncomplete, output) << line;
+                EXPECT_EQ("% Incomplete command. Use '?' to list what may follow.\n", output) << line;
             }
         }
         if (!std::string_view(command.syntax).ends_with("..."))
@@ -87,7 +82,7 @@ TEST_F(CliTest, AbbreviationsWhileItIsClearWhatIsMeant) {
     EXPECT_EQ(run("show vlan port all"), run("sh v p a"));
     EXPECT_EQ(run("show port all"), run("show port al")) << "an exact word beats an abbreviated one";
     for (const auto *line : {"show por all", "e"})
-        EXPECT_EQ(kAmbiguous, run(line));
+        EXPECT_EQ("% Ambiguous command.\n", run(line));
     EXPECT_TRUE(cli.refusedCommands() == 0 && cli.unknownCommands() == 2);
 
     auto session = CliSession{};
@@ -233,10 +228,9 @@ TEST_F(CliTest, RunningConfigIsAScriptThatMakesTheSameSwitchAndNoFormsUndoIt) {
 
 TEST_F(CliTest, RefusedCommandsAreCountedAndChangeNothing) {
     configure(
-        "vlan database; vlan 10,20; exit; class-map match-all A; exit; policy-map P in; class A; exit; exit; "
-        "interface 0/3; service-policy in P; exit; radius server host auth 10.0.0.5; interface 0/7; "
-        "addport lag 1; exit; monitor session 1 source interface 0/1; monitor session 1 destination "
-        "interface 0/5");
+        R"(vlan database; vlan 10,20; exit; class-map match-all A; exit; policy-map P in; class A; exit; exit
+interface 0/3; service-policy in P; exit; radius server host auth 10.0.0.5; interface 0/7; addport lag 1; exit
+monitor session 1 source interface 0/1; monitor session 1 destination interface 0/5)");
     ASSERT_EQ(0u, errors());
     const auto before = runningConfig();
     const std::string tooLong(65, 'x');
@@ -264,7 +258,7 @@ hostname )" + tooLong + "; snmp-server contact " +
         {in(CliMode::Interface, {1, 2}), R"(vlan pvid 99; vlan participation include 10,99; vlan tagging 10-20
 deleteport lag 1; port-channel static; description )" +
                                              tooLong},
-        {in(CliMode::Interface, {kLag}),
+        {in(CliMode::Interface, {model.lagIfNum(1)}),
          R"(addport lag 2; speed auto; dot1x port-control auto; dot1x reauthentication
 dot1x timeout reauth-period 5; port-channel name )" +
              tooLong.substr(49)}};
