@@ -3,12 +3,9 @@
 
 #include <gtest/gtest.h>
 
-#include <numeric>
-#include <set>
 #include <thread>
 #include <utility>
 
-#include "common/json.h"
 #include "detection/audac.h"
 #include "detection/scan_ops.h"
 #include "platform/paths.h"
@@ -87,23 +84,11 @@ class ShureTest : public DetectionTest {
     // Who is associated, who is known on which port with how many misses, and the 802.1X modes of ports 5 and 6:
     // "01 02 | 01@5 02@6/19 | 3 2".
     std::string picture() {
-        std::string out;
-        for (const auto &[mac, vlan] : model([](vswitch::Model &m) { return m.macAssociations(); }))
-            out += mac.text().substr(15) + (vlan == 100 ? " " : "? ");
-        std::multiset<std::string> known;
-        for (const DetectedDevice &one : list)
-            known.insert(" " + one.mac.text().substr(15) + "@" + std::to_string(one.port.number()) +
-                         (one.missCount != 0 ? "/" + std::to_string(one.missCount) : ""));
-        out = std::accumulate(known.begin(), known.end(), out + "|") + " |";
+        std::string out = associations(100) + "|" + known({&list}) + " |";
         for (const vswitch::IfNum port : {5u, 6u})
             out += " " + std::to_string(
                              model([&](vswitch::Model &m) { return m.interface(port)->dot1xControlMode; }));
         return out;
-    }
-    static std::string jsonOf(const std::function<void(cJSON *)> &fill) {
-        const JsonPtr out(cJSON_CreateArray());
-        fill(out.get());
-        return printJsonLine(out.get());
     }
     std::string found() {
         return jsonOf([&](cJSON *out) { shureListGet(&client, out); });
@@ -410,14 +395,9 @@ TEST_F(ShureTest, TheThreadTakesOverAndEndsWithTheProfile) {
     ASSERT_EQ(scans(), "01 02 | 01@5 02@6 | 3 3");
     list.clear();
     away(2);
-    const auto cycles = [](int count) {
-        for (int i = 0; i < count; ++i) {
-            clk::advance(15s);
-            ASSERT_TRUE(clk::awaitSleepers(1));
-        }
-    };
+    const auto cycles = [](int count) { passPeriods(count, 15s); };
     start(detect_shure_thread);
-    ASSERT_TRUE(clk::awaitSleepers(1));
+    cycles(0);
     EXPECT_EQ(picture(), "01 02 | | 2 2");  // the ports are held from the start
     cycles(1);
     EXPECT_EQ(picture(), "01 02 | | 3 2");
