@@ -20,7 +20,6 @@ namespace paths = platform::paths;
 
 constexpr const char *kType = "AUDAC Audio and Control Network";
 constexpr const char *kConfig = R"({"audioVlanID":100,"audacDevicePort":[5,6]})";
-constexpr const char *kApply = "rpcclt_openapiTxtCfgApply";
 constexpr int kProfileVlan = 50;
 
 // Ports 5 and 6 are Audac ports with a control unit each; amplifiers 1 and 2 may be behind them.

@@ -23,7 +23,6 @@ namespace fs = std::filesystem;
 namespace clk = platform::manual_clock;
 namespace paths = platform::paths;
 
-constexpr const char *kApply = "rpcclt_openapiTxtCfgApply";
 constexpr const char *kHarmanFile = "/tmp/pavo/pavo_ex/HARMAN_Professional_AV_Network";
 constexpr const char *kTelosFile = "/tmp/pavo/pavo_ex/Telos_AllianceLivewire+_AES67";
 

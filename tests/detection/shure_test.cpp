@@ -21,7 +21,6 @@ namespace paths = platform::paths;
 
 constexpr const char *kType = "Shure Split Audio and Control Network";
 constexpr const char *kConfig = R"({"shureDevicePort":[5,6],"audioVlanID":100,"controlVlanID":101})";
-constexpr const char *kApply = "rpcclt_openapiTxtCfgApply";
 constexpr const char *kModeGet = "rpcclt_openapiDot1xPortControlModeGet";
 constexpr const char *kModeSet = "rpcclt_openapiDot1xPortControlModeSet";
 constexpr const char *kStatusGet = "rpcclt_openapiDot1xPortStatusGet";
