@@ -349,6 +349,14 @@ TEST_F(LightwareTest, AMembershipStepEndsWithItsFirstFailure) {
 }
 
 TEST_F(LightwareTest, ResultsOfTheSteps) {
+    // An uplink whose online step fails is not in the list, and tried again; what has begun is finished.
+    connect(1);
+    failCall("rpcclt_openapiLagMaxMemberCountGet");
+    EXPECT_EQ(scans(), "");
+    failCall("openapiVlanCreatedCheck", 3);  // the scan makes two
+    EXPECT_EQ(scans(), "1@49! ");
+    EXPECT_EQ(scans(), "1@49 ");
+
     LightwareLink record{.port = IfNum(2), .chassisId = "endpoint-b", .portDescNum = 1, .lag = {}};
     failCall("rpcclt_openapiLagMaxMemberCountGet");
     EXPECT_EQ(codeOf(lightwareOnlineCli(&client, list, &record)), 10000);
