@@ -17,6 +17,9 @@
 
 namespace test_support {
 
+// The call with which every script reaches the switch.
+constexpr const char *kApply = "rpcclt_openapiTxtCfgApply";
+
 class DetectionTest : public SwitchTest {
   protected:
     void SetUp() override {
