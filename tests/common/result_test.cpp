@@ -38,14 +38,6 @@ using Parameters = ResultTest;
 using Files = ResultTest;
 using JsonFileLoad = ResultTest;
 
-TEST(Messages, AreFoundWhateverTheOrderOfTheirCodes) {
-    for (const auto &[code, message] : {std::pair{10027, "Disable PTP Mode"},
-                                        {10016, "Device or resource open failed"},
-                                        {11000, ""},
-                                        {-7, "Failed to allocate memory"}})
-        EXPECT_STREQ(getErrMsg(code), message) << code;
-}
-
 TEST_F(ResponseJson, DataThenRespOrTheFailureAlone) {
     char out[256] = {};
     ASSERT_EQ(responseJsonStr(0, "vlan", "{\"id\":5}", out), 0);
@@ -53,23 +45,17 @@ TEST_F(ResponseJson, DataThenRespOrTheFailureAlone) {
                  "{\n\t\"vlan\":\t{\n\t\t\"id\":\t5\n\t},\n\t\"resp\":\t{\n\t\t\"respCode\":\t0,\n"
                  "\t\t\"respMsg\":\t\"Success\",\n\t\t\"status\":\t\"success\"\n\t}\n}");
 
+    const auto failure = [](const std::string &code, const std::string &message) {
+        return "{\n\t\"resp\":\t{\n\t\t\"respCode\":\t" + code + ",\n\t\t\"respMsg\":\t\"" + message +
+               "\",\n\t\t\"status\":\t\"fail\"\n\t}\n}";
+    };
     std::memset(out, '#', sizeof out);
     ASSERT_EQ(responseJsonStr(12345, "vlan", "{}", out), 0);
-    const std::string failure =
-        "{\n\t\"resp\":\t{\n\t\t\"respCode\":\t12345,\n\t\t\"respMsg\":\t\"Error code unknown\",\n"
-        "\t\t\"status\":\t\"fail\"\n\t}\n}";
-    EXPECT_EQ(failure + '#', std::string(out, failure.size() + 1)) << "no terminating zero is written";
-}
-
-TEST_F(ResponseJson, AFailureTellsItsReason) {
+    const auto unknown = failure("12345", "Error code unknown");
+    EXPECT_EQ(unknown + '#', std::string(out, unknown.size() + 1)) << "no terminating zero is written";
     EXPECT_EQ(messageOf({ResultCode::NotExist, ""}), "Object not exist");
     EXPECT_EQ(failureEnvelope({ResultCode::InvalidArgument, "\"name\": 3\xc3 is not a string"}),
-              "{\n\t\"resp\":\t{\n\t\t\"respCode\":\t10003,\n"
-              "\t\t\"respMsg\":\t\"Invalid argument: \\\"name\\\": 3? is not a string\",\n"
-              "\t\t\"status\":\t\"fail\"\n\t}\n}");
-    const LimitedMemory memory(2);
-    EXPECT_EQ(failureEnvelope({}), "");
-    EXPECT_TRUE(logged("package response str error\r\n"));
+              failure("10003", R"(Invalid argument: \"name\": 3? is not a string)"));
 }
 
 TEST_F(ResponseJson, UnparsableDataGivesNoText) {
@@ -113,6 +99,8 @@ TEST_F(ResponseJson, EveryFailingAllocationGivesNoText) {
     }
     for (const char *what : {"create root object", "create resp object", "parse data JSON", "print JSON"})
         EXPECT_TRUE(logged(std::string("[MEM] Failed to ") + what)) << what;
+    const LimitedMemory memory(2);
+    EXPECT_EQ(failureEnvelope({}), "");
     EXPECT_TRUE(logged("package response str error\r\n"));
 }
 
@@ -178,9 +166,10 @@ TEST_F(Files, ALockIsWaitedForAsLongAsTheLimit) {
         const FileLock lock(kLock, FileLock::Afterwards::Remove, most, Where("join", 7));
         return std::pair(lock.state(), lock.timedOut());
     };
+    const std::pair tooLate(FileLock::State::NotLocked, true);
     FileLock holder(kLock, FileLock::Afterwards::Remove);
     ASSERT_TRUE(holder.held());
-    EXPECT_EQ(wait({}), std::pair(FileLock::State::NotLocked, true)) << "not at all";
+    EXPECT_EQ(wait({}), tooLate);
     EXPECT_EQ(log(), "") << "nobody has waited";
 
     auto waiter = std::async(std::launch::async, wait, std::chrono::minutes(1));
@@ -193,7 +182,7 @@ TEST_F(Files, ALockIsWaitedForAsLongAsTheLimit) {
     passUntil([&] { return !log().empty(); });
     EXPECT_TRUE(logged("(WARN): test: [join:7] waiting for the lock /tmp/test.lock, for at most 60 s\n"));
     passUntil([&] { return waiter.wait_for(std::chrono::seconds(0)) == std::future_status::ready; });
-    EXPECT_EQ(waiter.get(), std::pair(FileLock::State::NotLocked, true));
+    EXPECT_EQ(waiter.get(), tooLate);
     EXPECT_TRUE(test_support::exists(kLock)) << "it is the holder's";
     EXPECT_EQ(test_support::occurrences(log(), "\n"), 1u) << log();
 
