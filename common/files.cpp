@@ -137,9 +137,8 @@ Result<> replaceFileDurably(const std::string &fixedPath, std::string_view text,
 }
 
 Result<bool> createFile(const std::string &fixedPath, std::string_view text, Where where) {
-    errno = 0;
     FilePtr file = openFile(fixedPath, "wx");
-    if (file == nullptr && errno == EEXIST)
+    if (file == nullptr && fileExists(fixedPath))
         return false;
     if (file != nullptr && writeWhole(std::move(file), text))
         return true;

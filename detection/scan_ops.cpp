@@ -149,10 +149,11 @@ std::int32_t lldpIntfRemoteDeviceInfoGet(Switch sw, const NeighbourQuery &query)
 
 void recognisedVendorsGet(cJSON *out) {
     const Where where = std::source_location::current();
-    for (const auto &[mac, port, vendor] : recognisedDevices()) {
+    for (const auto &device : recognisedDevices()) {
         const auto appended = appendObject(out, where, [&](cJSON *object) {
-            return addString(object, "MAC Address", mac.text()) &&
-                   addNumber(object, "IfIndex", port.number()) && addString(object, "vendor", vendor);
+            return addString(object, "MAC Address", device.mac.text()) &&
+                   addNumber(object, "IfIndex", device.port.number()) &&
+                   addString(object, "vendor", device.vendor);
         });
         if (!appended)
             return;
