@@ -677,6 +677,14 @@ TEST_F(OuiTest, RecognisesVendorsByPort) {
                             ASSERT_EQ(known(recognisedNeighboursGet), neighbours);
                             ASSERT_EQ(compact(), file);
                         });
+    // A switch that is away for long is one line of the log.
+    const auto lines = [&] { return logged("cannot be read to the end"); };
+    const std::size_t before = lines();
+    failCall("*", 1, false);
+    for (int i = 0; i < 3; ++i)
+        recogniseVendors(&client);
+    EXPECT_EQ(lines(), before + 1);
+    clearFaults();
     away("03");
     unplug("stage");
     recogniseVendors(&client);
