@@ -1,15 +1,24 @@
 #include "detection/device_report.h"
 
+#include <chrono>
 #include <map>
 #include <mutex>
 #include <utility>
 
+#include "common/files.h"
+#include "platform/clock.h"
+#include "platform/paths.h"
+
 namespace pavo {
 namespace {
+
+// A report that is missing is written again after this.
+constexpr std::chrono::minutes kWriteAgainAfter{1};
 
 struct Report {
     std::mutex mutex;  // held while the file is written, too: the last report is the one that stays
     std::map<std::string, std::vector<DeviceState>> families;
+    platform::Duration written{};  // when that was tried last
 };
 
 // Never destroyed: threads may report until the process is gone.
@@ -18,7 +27,8 @@ Report &report() {
     return *instance;
 }
 
-void write(const Report &shared, const Where &where) {
+void write(Report &shared, const Where &where) {
+    shared.written = platform::monotonicNow();
     std::vector<DeviceState> all;
     for (const auto &[family, devices] : shared.families)
         all.insert(all.end(), devices.begin(), devices.end());
@@ -32,7 +42,8 @@ void reportDevices(const std::string &family, std::vector<DeviceState> devices, 
     Report &shared = report();
     const std::lock_guard lock(shared.mutex);
     auto &known = shared.families[family];
-    if (known == devices)
+    const bool isDue = platform::monotonicNow() - shared.written >= kWriteAgainAfter;
+    if (known == devices && (!isDue || fileExists(platform::paths::kDeviceStates)))
         return;
     known = std::move(devices);
     write(shared, where);

@@ -2,7 +2,8 @@
 // look whom it knows, and what has changed goes into the file.
 //
 // Any thread may call these. A report that cannot be written (logged) is taken away, so that nobody goes by an old one,
-// and written with the next change. Detection does not depend on it.
+// and written with the next change, or a minute later. So is one that somebody has deleted. Detection does not depend
+// on it.
 #ifndef PAVO_DETECTION_DEVICE_REPORT_H
 #define PAVO_DETECTION_DEVICE_REPORT_H
 

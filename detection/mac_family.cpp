@@ -110,11 +110,13 @@ struct Changes {
     std::vector<DetectedDevice> joining;
     std::vector<std::pair<DetectedDevice *, VlanId>> following;  // with the VLAN that they follow to
     std::vector<DeviceState> refused;                            // for the report
+    std::unordered_set<Mac> cutOff;                              // known, and refused all the same
 };
 
 // Reasons in the report.
 constexpr const char *kNotTaken = "the switch has not taken its association, or the VLAN is not there";
 constexpr const char *kNotShown = "the switch does not show its association";
+constexpr const char *kOthers = "another family has put it into this VLAN since";
 
 // The VLAN of each type, asked for once.
 class TypeVlans {
@@ -174,8 +176,9 @@ void joinNew(Switch sw, const MacFamily &family, const KnownPorts &known, const 
             continue;
         DetectedDevice device{.port = seen.port, .type = seen.type, .mac = seen.mac};
         if (const auto port = known.find(seen.mac); port != known.end()) {
-            if (port->second == seen.port && family.stillThere != nullptr)
-                family.stillThere(sw, seen, where);
+            if (port->second == seen.port && family.stillThere != nullptr &&
+                !family.stillThere(sw, seen, where))
+                changes->cutOff.insert(seen.mac);
             continue;
         }
         if (family.admit != nullptr && !family.admit(sw, seen, &device, where)) {
@@ -253,9 +256,24 @@ void finishChanges(Switch sw, const MacFamily &family, Devices *devices, Changes
     }
 }
 
-void report(const MacFamily &family, const Devices &devices, std::vector<DeviceState> refused,
-            const Where &where) {
-    std::vector<DeviceState> states = std::move(refused);
+// A device that is there, and has not what its family wants.
+void reportObstacles(const MacFamily &family, const DetectedDevice &device, const Changes &changes,
+                     DeviceState &state) {
+    const auto refuse = [&](const char *why) {
+        state.kind = DeviceState::Kind::Refused;
+        state.reason = why;
+    };
+    if (changes.cutOff.contains(device.mac))
+        refuse(family.notAdmitted);
+    if (const auto other = findOtherClaim(device.mac, device.claim.get());
+        other && other->isInEffect && other->vlan && other->vlan != device.vlan) {
+        state.vlan = other->vlan;
+        refuse(kOthers);
+    }
+}
+
+void report(const MacFamily &family, const Devices &devices, Changes changes, const Where &where) {
+    std::vector<DeviceState> states = std::move(changes.refused);
     for (const DetectedDevice &device : devices) {
         DeviceState state{.family = family.name,
                           .address = device.mac.text(),
@@ -269,6 +287,8 @@ void report(const MacFamily &family, const Devices &devices, std::vector<DeviceS
             state.kind = DeviceState::Kind::Missing;
         else if (!device.port)
             state.kind = DeviceState::Kind::Unseen;
+        else
+            reportObstacles(family, device, changes, state);
         states.push_back(std::move(state));
     }
     std::ranges::sort(states, {}, [](const auto &state) { return std::tie(state.port, state.address); });
@@ -337,7 +357,7 @@ void updateDevices(Switch sw, const MacFamily &family, Devices *devices, Where w
     followVlans(sw, family, devices, &vlans, &changes, where);
     joinNew(sw, family, known, *scan, &vlans, &changes, where);
     finishChanges(sw, family, devices, &changes, where);
-    report(family, *devices, std::move(changes.refused), where);
+    report(family, *devices, std::move(changes), where);
 }
 
 bool adoptDevices(Switch sw, VlanId vlan, std::uint32_t type, Devices *devices,

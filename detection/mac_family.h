@@ -117,14 +117,15 @@ struct MacFamily {
     // The list has been compared with the scan, and nobody has joined yet. Optional.
     void (*compared)(Switch sw, const DeviceScan &scan, const DeviceList<DetectedDevice> &devices,
                      const Where &where) = nullptr;
-    // A device of the list is still where it was. Optional.
-    void (*stillThere)(Switch sw, const Sighting &seen, const Where &where) = nullptr;
+    // A device of the list is still where it was. False when it has no network there: the report says so, with
+    // `notAdmitted`. Optional.
+    bool (*stillThere)(Switch sw, const Sighting &seen, const Where &where) = nullptr;
 };
 
 // Compares one scan with the list: joins what is new, follows what moved and a VLAN that has changed, counts
-// what is missing and lets it leave. Reports (device_report.h) who is there then, and why who is not. What the scan could not see is neither missing nor moved, and an address
-// that is seen on several ports stays on the one where it is known. Takes a time that is linear in scan and
-// list.
+// what is missing and lets it leave. Reports (device_report.h) who is there then, and why who is not. What the
+// scan could not see is neither missing nor moved, and an address that is seen on several ports stays on the
+// one where it is known. Takes a time that is linear in scan and list.
 void updateDevices(Switch sw, const MacFamily &family, DeviceList<DetectedDevice> *devices,
                    Where where = std::source_location::current());
 

@@ -197,6 +197,8 @@ Verdict judge(Switch sw, const FdbEntry &entry, const Where &where) {
 
 // Consecutive cycles in which a device had to be deferred; the thread's own.
 std::int32_t convergenceCycles = 0;
+// Whether the last walk of the forwarding table was broken off; the thread's own.
+bool isTableBroken = false;
 
 // After a walk that found no device here: whether those that were deferred have been so for long enough.
 bool haveWaitedEnough(int deferred, bool allKnown, const Where &where) {
@@ -256,9 +258,12 @@ bool isDeviceHere(Switch sw, std::vector<DeviceState> &seen, const Where &where)
     }
     if (const auto error = table.brokenBy()) {
         // Not a cycle without a device, and not one that has seen all of them.
-        logWarn(where, "[%s:%d] (Nice): the forwarding table cannot be read to the end (rc=%d)\n", *error);
+        if (!std::exchange(isTableBroken, true))
+            logWarn(where, "[%s:%d] (Nice): the forwarding table cannot be read to the end (rc=%d)\n",
+                    *error);
         return false;
     }
+    isTableBroken = false;
     return haveWaitedEnough(deferred, allKnown, where);
 }
 

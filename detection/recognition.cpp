@@ -22,6 +22,8 @@ struct Knowledge {
     std::shared_mutex mutex;
     PortNeighbourTable neighbours;  // of ports with link
     std::vector<RecognisedDevice> devices;
+    // Whether nothing has failed in the last look, and in this one so far.
+    bool wasWhole = true, isWhole = true;
 };
 
 // Never destroyed: the thread may run until the process is gone.
@@ -32,9 +34,12 @@ Knowledge &knowledge() {
 
 std::atomic<std::int32_t> running{0};
 
+// Once, until a look has been whole again: a switch that is away for hours is looked at all the time.
 void logBroken(const char *table, OpenError error, const Where &where) {
-    logWarn(where, "[%s:%d] vendor recognition: the %s cannot be read to the end (result = %d)\r\n", table,
-            error);
+    Knowledge &known = knowledge();
+    if (std::exchange(known.isWhole, false) && known.wasWhole)
+        logWarn(where, "[%s:%d] vendor recognition: the %s cannot be read to the end (result = %d)\r\n",
+                table, error);
 }
 
 PortNeighbourTable readPorts(Switch sw, PortNeighbourTable known, const Where &where) {
@@ -111,6 +116,7 @@ void *recognise_vendors_thread(void *clientHandle) {
 void recogniseVendors(Switch sw, Where where) {
     Knowledge &known = knowledge();
     const std::unique_lock lock(known.mutex);
+    known.wasWhole = std::exchange(known.isWhole, true);
     known.neighbours = readPorts(sw, known.neighbours, where);
     if (auto devices = readDevices(sw, where)) {
         known.devices = std::move(*devices);

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "common/files.h"
+#include "common/json.h"
 #include "common/log.h"
 #include "common/text.h"
 #include "platform/paths.h"
@@ -52,6 +53,8 @@ struct Knowledge {
     // Ports that are forced authorised on account of a device; they outlive its record, which repair may
     // drop.
     std::map<IfNum, ForcedPort> forced;
+    // Those of them in the file that are ours.
+    std::vector<IfNum> written;
 };
 
 Knowledge &known() {
@@ -66,6 +69,37 @@ AssociationRefusals *refusals() {
 std::optional<VlanId> audioVlan() {
     const auto config = readDetectionConfig(shureDetection);
     return config ? config->audioVlan : std::nullopt;
+}
+
+// --- the ports that are forced authorised, in a file
+
+// A daemon that is killed while the profile is deleted would leave them open to everybody.
+constexpr const char *kPortsKey = "ports";
+
+// Before a port is forced, and when it has gone back. What fails is logged, and costs no device its network.
+void writeForcedPorts(const Where &where) {
+    std::vector<IfNum> ports;
+    for (const auto &[port, why] : known().forced)
+        if (why.byUs)
+            ports.push_back(port);
+    if (ports == known().written)
+        return;
+    const JsonPtr root(cJSON_CreateObject());
+    if (ports.empty())
+        removeFile(platform::paths::kShurePorts);
+    else if (!addNumbers(root.get(), kPortsKey, ports) ||
+             !replaceFileDurably(platform::paths::kShurePorts, printJsonLine(root.get()), where))
+        return;
+    known().written = std::move(ports);
+}
+
+// Those of an earlier run are ours, too.
+void readForcedPorts(const Where &where) {
+    const auto text = readFile(platform::paths::kShurePorts, JSON_FILE_MAX, where);
+    const auto file = parseDetectionConfig(text.value_or(""), kPortsKey);
+    known().written = file ? file->ports.value_or(std::vector<IfNum>()) : std::vector<IfNum>();
+    for (const IfNum port : known().written)
+        known().forced.try_emplace(port);
 }
 
 // --- 802.1X
@@ -159,6 +193,7 @@ void releaseOurPorts(Switch sw, const Where &where) {
     for (const auto &[port, why] : std::exchange(known().forced, {}))
         if (why.byUs)
             release(sw, port, where);
+    writeForcedPorts(where);  // what has not gone back is left to the next run
     known().forced.clear();
 }
 
@@ -231,6 +266,7 @@ bool forcePort(Switch sw, IfNum port, Mac mac, const LogFormat<IfNum, std::uint3
                const Where &where) {
     // Also when the switch does not say that it has done so: it may have.
     known().forced.insert_or_assign(port, ForcedPort{.mac = mac});
+    writeForcedPorts(where);
     const auto done = sw.setPortControl(port, PortControl::ForceAuthorized);
     logDebug(where, text, port, static_cast<std::uint32_t>(PortControl::ForceAuthorized), codeOf(done));
     return done.has_value();
@@ -267,11 +303,16 @@ bool admit(Switch sw, const Sighting &seen, DetectedDevice *device, const Where 
     return false;
 }
 
-void forceAgain(Switch sw, const Sighting &seen, const Where &where) {
-    if (known().dot1x.value_or(false) && seen.controlMode == static_cast<std::uint32_t>(PortControl::Auto) &&
-        sw.isPortAuthorized(seen.port).value_or(false))
-        forcePort(sw, seen.port, seen.mac,
-                  "[%s:%d] ShureLookup: set port %d control mode to %d again. (result=%d)\r\n", where);
+// False when the port lets nobody through.
+bool forceAgain(Switch sw, const Sighting &seen, const Where &where) {
+    const auto mode = static_cast<PortControl>(seen.controlMode);
+    if (!known().dot1x.value_or(false) || mode == PortControl::ForceAuthorized)
+        return true;
+    if (mode != PortControl::Auto || !sw.isPortAuthorized(seen.port).value_or(false))
+        return false;
+    forcePort(sw, seen.port, seen.mac,
+              "[%s:%d] ShureLookup: set port %d control mode to %d again. (result=%d)\r\n", where);
+    return true;
 }
 
 // --- the family
@@ -332,17 +373,22 @@ Reason checkProfile(Switch sw, const Where &where) {
 bool takeOver(Switch sw, const Where &where) {
     known().dot1xWasOn = false;
     known().forced.clear();
+    readForcedPorts(where);
     readDot1x(sw, where);
     return adoptShureDevices(sw, &known().devices);
 }
 
-void runCycle(Switch sw, const Where &) {
+void runCycle(Switch sw, const Where &where) {
     repairShureLink(sw, &known().devices);
     lldplookup(sw, &known().devices);
+    writeForcedPorts(where);
 }
 
 void takeOut(Switch sw, const Where &where) {
     clearDevices(sw, kFamily, &known().devices, where);
+    // What an earlier run has forced goes back only for a profile that is known to be gone.
+    if (known().forced.empty() && checkProfile(sw, where).presence == Presence::Absent)
+        readForcedPorts(where);
     releaseOurPorts(sw, where);
 }
 

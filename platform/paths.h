@@ -49,6 +49,8 @@ inline constexpr const char *kTelosIn = "/mnt/application/pavo/tmp/telos_in";
 inline constexpr const char *kTelosOut = "/mnt/application/pavo/tmp/telos_out";
 // For which devices the daemon has bound NET-BLOCK to which ports: kept beside the switch's saved configuration.
 inline constexpr const char *kNetBlockPorts = "/mnt/application/pavo/net_block_ports.json";
+// Which ports the daemon has forced authorised for Shure devices.
+inline constexpr const char *kShurePorts = "/mnt/application/pavo/shure_ports.json";
 // Whom the daemon knows, see store/device_states.h: in a folder of its own, which nobody else can write to.
 inline constexpr const char *kDeviceStates = "/run/pavo/devices.json";
 // The vendors that detection recognises, by port.

@@ -7,6 +7,7 @@
 #include "detection/mac_family.h"
 #include "detection/supervisor.h"
 #include "profile/detection_files.h"
+#include "store/device_states.h"
 #include "store/profile_types.h"
 #include "tests/detection/detection_fixture.h"
 
@@ -146,10 +147,12 @@ constexpr MacFamily kFamily = {
             device->controlMode = one.controlMode;
             return one.controlMode != 1;
         },
+    .notAdmitted = "locked out",
     .join = [](Switch, const DetectedDevice &device, const Where &) { return call("join ", device.mac); },
     .leave = [](Switch, const DetectedDevice &device, const Where &) { return call("leave ", device.mac); },
     .firstMiss = [](Switch, const DetectedDevice &device, const Where &) { call("miss ", device.mac); },
-    .stillThere = [](Switch, const Sighting &one, const Where &) { call("there ", one.mac); },
+    .stillThere = [](Switch, const Sighting &one,
+                     const Where &) { return call("there ", one.mac) && one.controlMode != 1; },
 };
 
 TEST_F(LoopTest, StepsOfAFamily) {
@@ -172,13 +175,32 @@ TEST_F(LoopTest, StepsOfAFamily) {
     EXPECT_EQ(steps(), "join 01 join 03 ");
     EXPECT_EQ(list.at(1)->controlMode, 3u);
     EXPECT_EQ(steps(), "there 01 there 03 ");
+    // The report says what keeps a device that is known from its network, and comes back when it has been deleted.
+    const auto reported = [] {
+        std::string text;
+        for (const DeviceState &state : readDeviceStates().value_or(std::vector<DeviceState>()))
+            if (state.family == kFamily.name)
+                text += state.address.substr(15) + " " + wordOf(state.kind) + ": " + state.reason + ", ";
+        return text;
+    };
+    EXPECT_EQ(reported(), "01 seen: , 02 refused: locked out, 03 seen: , ");
+    see({{"01", 1, 1}, {"03", 2, 3}});
+    steps();
+    const std::string lockedOut = "01 refused: locked out, 03 seen: , ";
+    EXPECT_EQ(reported(), lockedOut);
+    removeDeviceStates();
+    steps();
+    EXPECT_EQ(reported(), "");
+    platform::manual_clock::advance(std::chrono::minutes(1));
+    steps();
+    EXPECT_EQ(reported(), lockedOut);
     // One that moves is still there; without words for it, it moves in silence.
     see({{"01", 4, 2}});
     EXPECT_EQ(steps(), "miss 03 there 01 ");
     EXPECT_EQ(systemLog().find("aa:bb"), std::string::npos);
     seen.reset();
     EXPECT_EQ(steps(25), "");
-    EXPECT_EQ(logged("] comparing\n"), 3u);
+    EXPECT_EQ(logged("] comparing\n"), 6u);
     seen.emplace();
     EXPECT_EQ(steps(20), "miss 01 leave 03 leave 01 ");
     EXPECT_TRUE(list.empty());

@@ -550,6 +550,14 @@ TEST_F(OuiTest, RecognisesVendorsByPort) {
         << before[2];
     // What cannot be read keeps what was known of it, and others do not wait for it.
     withEachCallFailing([] {}, [&](bool) { recogniseVendors(&client); }, [&] { ASSERT_EQ(known(), before); });
+    // A switch that is away for long is one line of the log.
+    const auto lines = [&] { return logged("cannot be read to the end"); };
+    const std::size_t written = lines();
+    failCall("*", 1, false);
+    for (int i = 0; i < 3; ++i)
+        recogniseVendors(&client);
+    EXPECT_EQ(lines(), written + 1);
+    clearFaults();
     away("03");
     unplug("stage");
     recogniseVendors(&client);

@@ -7,6 +7,7 @@
 #include <thread>
 #include <utility>
 
+#include "common/files.h"
 #include "detection/audac.h"
 #include "detection/scan_ops.h"
 #include "platform/paths.h"
@@ -355,6 +356,7 @@ TEST_F(ShureTest, TheThreadTakesOverAndEndsWithTheProfile) {
     EXPECT_EQ(picture(), "01 02 | | 2 2");  // the ports are held from the start
     cycles(1);
     EXPECT_EQ(picture(), "01 02 | | 3 2");
+    EXPECT_EQ(readFile(paths::kShurePorts), R"({"ports":[5]})");
     cycles(19);
     EXPECT_EQ(picture(), "01 | | 3 2");
     config(R"({"shureDevicePort":[5,6],"audioVlanID":100,"controlVlanID":0})");
@@ -370,6 +372,19 @@ TEST_F(ShureTest, TheThreadTakesOverAndEndsWithTheProfile) {
     EXPECT_EQ(logged("User already delete shure profile, ShureLookup exit!\r\n"), 1u);
     EXPECT_EQ(functionsLogged(),
               "adoptShureDevices detect_shure_thread lldplookup shureOfflineCli shureOnlineCli ");
+    EXPECT_FALSE(fileExists(paths::kShurePorts));
+
+    // What a daemon has forced that was killed as the profile was deleted goes back when the next one knows that it is
+    // gone; what somebody else has forced stays.
+    setModes(kForced);
+    writeText(paths::kShurePorts, R"({"ports":[5]})");
+    for (const bool isDown : {true, false}) {
+        device->setDown(isDown);
+        start(detect_shure_thread);
+        join();
+        EXPECT_EQ(fileExists(paths::kShurePorts), isDown);
+    }
+    EXPECT_EQ(picture(), "| | 2 3");
 }
 
 // Two families look at the associations in one file.
