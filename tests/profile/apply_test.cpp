@@ -132,21 +132,11 @@ TEST_F(ApplyTest, MalformedRequestsChangeNothing) {
     const auto before = everything();
     const std::string good = requestJson("Hall", "Data", {vlanJson(20, 1, "1")});
     ASSERT_EQ(codeOf(ResultCode::InvalidArgument), profileConfigSet(&client, nullptr));
-    std::vector<std::string> bad = {
-        "", std::string(5000, '['), good.substr(0, good.size() / 2),
-        requestJson("Hall", "Data", {vlanJson(20, 1, "1"), vlanJson(21, 1, "1")})};
-    const auto with = [&](const std::string &part, const char *other) {
-        bad.push_back(std::string(good).replace(good.find(part), part.size(), other));
-    };
-    with(R"("Hall")", "null");
-    with(R"("Data")", "[1]");
-    with("20", "-1");
-    with("[1]", "[1e9]");
     // A type is no path, though its VLANs have good ones.
-    for (const std::string more : {"", R"("profileType": "Data",)"})
-        bad.push_back(
-            requestJson("Hall", "../../../escaped", {"{" + more + R"("vlanId": 20, "vlanType": 1})"}));
-    for (const auto &text : bad)
+    const auto path =
+        requestJson("Hall", "../../../escaped", {R"({"profileType": "Data", "vlanId": 20, "vlanType": 1})"});
+    for (const auto &text : {std::string(5000, '['), good.substr(0, good.size() / 2), path,
+                             requestJson("Hall", "Data", {vlanJson(20, 1, "1"), vlanJson(21, 1, "1")})})
         EXPECT_EQ(codeOf(ResultCode::InvalidArgument), apply(text)) << text.substr(0, 250);
     EXPECT_EQ(before, everything());
     EXPECT_FALSE(exists("/escaped"));

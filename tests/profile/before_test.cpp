@@ -2,9 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "profile/avb_ports.h"
-#include "profile/change.h"
 #include "profile/configure.h"
-#include "profile/list.h"
 #include "profile/record.h"
 #include "store/profile_template.h"
 #include "store/profile_types.h"
@@ -13,7 +11,6 @@
 namespace {
 
 using namespace pavo;
-using namespace std::chrono_literals;
 using namespace test_support;
 
 constexpr const char *kOverwrite = R"(, "overwrite": true)";
