@@ -116,11 +116,9 @@ TEST_F(IgmpTest, WhatTheConfigurationDoesNotLetInIsIgnored) {
         {"no such VLAN", [](IgmpMessage &m) { m.vlan = 30; }},
         {"no member of the VLAN", [](IgmpMessage &m) { m.interface = 6; }},
         {"no such interface", [](IgmpMessage &m) { m.interface = 99; }},
-        {"interface 0", [](IgmpMessage &m) { m.interface = 0; }},
         {"no link", [](IgmpMessage &m) { m.interface = 8; }},
         {"224.0.0.x", [](IgmpMessage &m) { m.group = 0xE00000FB; }},
         {"unicast", [](IgmpMessage &m) { m.group = 0x0A000001; }},
-        {"no group", [](IgmpMessage &m) { m.group = 0; }},
         {"from a multicast address", [](IgmpMessage &m) { m.host = kGroup; }},
         {"from a multicast MAC address", [](IgmpMessage &m) { m.mac = Mac{{1, 0, 0x5E, 0, 0, 1}}; }},
         {"from no MAC address", [](IgmpMessage &m) { m.mac = Mac{}; }}};
@@ -262,8 +260,6 @@ ip access-group EMPTY in 1; interface 0/3; ip access-group ONLY in)");
     EXPECT_EQ("224.1.1.1: 0/1 10.0.0.1; 239.1.1.1: 0/2 10.0.0.2, 0/3 10.0.0.3", groups());
     hear("?1.9");
     EXPECT_EQ(std::vector<IfNum>{1}, model.igmpRouters(10));
-    EXPECT_FALSE(model.admitsIp(1, OPEN_ACL_INBOUND, 1, kGroup));
-    EXPECT_TRUE(model.admitsIp(1, OPEN_ACL_OUTBOUND, 1, kGroup));
 }
 
 TEST_F(IgmpTest, TablesHaveAnEndAndOneInterfaceGetsHalf) {
@@ -289,17 +285,14 @@ TEST_F(IgmpTest, TablesHaveAnEndAndOneInterfaceGetsHalf) {
     EXPECT_EQ(2u, model.igmpGroups().size()) << "groups that others had first count, too";
 }
 
-TEST_F(IgmpTest, SimulatedDevicesAnswerQueries) {
+TEST_F(IgmpTest, SimulatedDevicesReport) {
     Device device{"amp", 6, "", {mac(1)}, 10, "10.0.0.1", {}};
     commands("configure; interface 0/6; vlan participation include 10");
     ASSERT_EQ(OPEN_E_NONE, model.plug(device));
     ASSERT_EQ(OPEN_E_NONE, model.joinGroup("amp", kGroup, 2));
     const std::string subscribed = "239.1.1.1: 0/6 10.0.0.1", moved = "239.1.1.1: 0/5 10.0.0.1";
     EXPECT_EQ(subscribed, groups());
-    // Asked, silent, moved, without link, back again.
-    commands("configure; ip igmp snooping querier query-interval 100");
-    for (int n = 0; n < 10; ++n)
-        EXPECT_EQ(subscribed, groupsAfter(100s));
+    // Silent, moved, without link, back again.
     model.setTalking("amp", false);
     EXPECT_EQ("", groupsAfter(260s));
     model.setTalking("amp", true);

@@ -94,10 +94,9 @@ TEST_F(WireTest, TextsAreCutToTheRoomAndTerminated) {
         std::memset(room, '#', sizeof room);
         auto version = buffer(room, size);
         ASSERT_EQ(OPEN_E_NONE, rpcclt_openapiNetworkOSVersionGet(&client, &version));
-        const auto expected = std::string("8.6.3.1").substr(0, size - 1);
-        EXPECT_STREQ(expected.c_str(), room);
-        EXPECT_EQ(expected.size() + 1, version.size);
-        EXPECT_EQ(std::string(sizeof room - size, '#'), std::string(room + size, sizeof room - size));
+        const auto expected = std::string("8.6.3.1").substr(0, size - 1) + '\0';
+        EXPECT_EQ(expected.size(), version.size);
+        EXPECT_EQ(expected + std::string(sizeof room - expected.size(), '#'), std::string(room, sizeof room));
     }
     for (auto none : {buffer(room, 0), buffer(nullptr, 5)})
         EXPECT_EQ(OPEN_E_PARAM, rpcclt_openapiNetworkOSVersionGet(&client, &none));
