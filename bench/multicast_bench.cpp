@@ -52,7 +52,7 @@ struct Installation {
 // Memory as a program finds it that answers one request and ends: no pages from the last time.
 class FreshPages {
   public:
-    FreshPages() { limit(128 * 1024); }
+    FreshPages() { limit(64 * 1024); }  // less than a chunk
     ~FreshPages() { limit(32 * 1024 * 1024); }
     FreshPages(const FreshPages &) = delete;
     FreshPages &operator=(const FreshPages &) = delete;
