@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <forward_list>
 #include <iterator>
+#include <memory>
 #include <new>
 #include <optional>
 #include <utility>
@@ -95,6 +96,8 @@ class DeviceList {
     std::size_t count_ = 0;
 };
 
+class MacClaim;
+
 // 802.1X control mode of a record whose port's mode is not to be restored.
 inline constexpr std::uint32_t DEVICE_CONTROL_MODE_NONE = 5;
 
@@ -106,6 +109,7 @@ struct DetectedDevice {
     Mac mac;                                               // spelled as the switch or the device does
     std::uint32_t controlMode = DEVICE_CONTROL_MODE_NONE;  // 802.1X port control mode to restore on leave
     std::optional<VlanId> vlan{};                          // that its address was put into, where known
+    std::shared_ptr<MacClaim> claim{};                     // on that, see detection/mac_claims.h
 
     // MAC address, capitals and all, and port.
     bool operator==(const DetectedDevice &other) const { return mac == other.mac && port == other.port; }

@@ -52,6 +52,8 @@ FilePtr openFile(const std::string &fixedPath, const char *mode) {
         flags = both ? O_RDWR : O_RDONLY;
     else
         flags |= O_CREAT | (mode[0] == 'a' ? O_APPEND : O_TRUNC);
+    if (std::string_view(mode).find('x') != std::string_view::npos)
+        flags |= O_EXCL;
     const int fd = openFixed(fixedPath, flags | O_NONBLOCK);
     struct stat info{};
     FilePtr file(fd >= 0 && fstat(fd, &info) == 0 && S_ISREG(info.st_mode) ? fdopen(fd, mode) : nullptr);
@@ -132,6 +134,16 @@ Result<> replaceFileBy(const std::string &beside, const std::string &fixedPath, 
 
 Result<> replaceFileDurably(const std::string &fixedPath, std::string_view text, Where where) {
     return replace(fixedPath + ".new", fixedPath, text, true, where);
+}
+
+Result<bool> createFile(const std::string &fixedPath, std::string_view text, Where where) {
+    FilePtr file = openFile(fixedPath, "wx");
+    if (file == nullptr && fileExists(fixedPath))
+        return false;
+    if (file != nullptr && writeWhole(std::move(file), text))
+        return true;
+    logError(where, "[%s:%d] Write file error...%s\r\n", fixedPath);
+    return failed(ResultCode::Failed, "cannot write " + fixedPath);
 }
 
 void removeFile(const std::string &fixedPath) {

@@ -51,6 +51,11 @@ Result<> replaceFileBy(const std::string &beside, const std::string &fixedPath, 
 Result<> replaceFileDurably(const std::string &fixedPath, std::string_view text,
                             Where where = std::source_location::current());
 
+// Writes a file unless there is something at that path: true when it made one. Failed (logged) when it cannot
+// be made, or not as a whole.
+Result<bool> createFile(const std::string &fixedPath, std::string_view text,
+                        Where where = std::source_location::current());
+
 // Deletes a file; one that is not there is no error.
 void removeFile(const std::string &fixedPath);
 

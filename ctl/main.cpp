@@ -13,8 +13,10 @@
 #include "common/log.h"
 #include "common/text.h"
 #include "ctl/cache_commands.h"
+#include "ctl/device_commands.h"
 #include "ctl/multicast_commands.h"
 #include "ctl/neighbour_commands.h"
+#include "ctl/nice_commands.h"
 #include "ctl/profile_commands.h"
 #include "ctl/vendor_commands.h"
 #include "ctl/vlan_commands.h"
@@ -52,7 +54,10 @@ class CommandLine {
         addLocalCommand(app_, "vendor", "The vendor of a device", [this] { showVendor(output_, name_); })
             .add_option("mac", name_, "MAC address, or its first three octets")
             ->required();
+        addNice(*app_.add_subcommand("nice", "Detection of Nice devices on a switch without profiles"));
         addNeighbours();
+        addCommand(app_, "devices", "The AV devices that detection knows, and those it does not look after",
+                   [this](Switch sw) { showDevices(sw, output_); });
     }
 
     // Throws CLI::ParseError, which exit() turns into what is printed and the status.
@@ -93,6 +98,7 @@ class CommandLine {
     void addVlan(CLI::App &vlan);
     void addMulticast(CLI::App &multicast);
     void addCache(CLI::App &cache);
+    void addNice(CLI::App &nice);
     void addNeighbours();
 
     CLI::App app_{"pavoctl - manages the switch"};
@@ -198,6 +204,16 @@ void CommandLine::addCache(CLI::App &cache) {
     addLocalCommand(cache, "delete", "Delete one answer", [this] { deleteFromCache(output_, name_); })
         .add_option("name", name_)
         ->required();
+}
+
+void CommandLine::addNice(CLI::App &nice) {
+    nice.require_subcommand(1);
+    addLocalCommand(nice, "on",
+                    "The first Nice device makes the profile \"Elan OS\", unless there is a profile",
+                    [this] { setNice(output_, true); });
+    addLocalCommand(nice, "off", "Nothing is made for Nice devices", [this] { setNice(output_, false); });
+    addLocalCommand(nice, "status", "Whether it is on, and has anything to do",
+                    [this] { showNice(output_); });
 }
 
 void CommandLine::addNeighbours() {

@@ -24,7 +24,7 @@ constexpr const char *kCannotRead = "the neighbours cannot be read";
 Result<std::vector<SeenNeighbour>> readSeen(Switch sw) {
     std::vector<SeenNeighbour> seen;
     NeighbourTiming timing;
-    const auto add = [&](const Neighbour &line) {
+    const auto add = [&](const NeighbourLine &line) {
         const std::string vendor(vendorTable().vendorOf(line.mac));
         const bool byLldp = line.source == NeighbourSource::Lldp;
         const bool hasName = byLldp && line.hostName != vendor;

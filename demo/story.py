@@ -15,6 +15,7 @@ with "title" and "steps". A step may have
 """
 
 import argparse
+import difflib
 import json
 import shlex
 import shutil
@@ -50,14 +51,16 @@ class Player:
     def expect(self, wanted, marks):
         rig = self.rig
         within = wanted.get("within", 60)
-        evidence = []
+        evidence, difference = [], []
 
         def seen():
             if "row" in wanted:
                 evidence[:] = rig.rows(wanted["table"], **wanted["row"])
                 return bool(evidence)
             if "config" in wanted:
-                return rig.running_config() == self.config
+                now = rig.running_config()
+                difference[:] = difflib.unified_diff(self.config, now, "before", "now", lineterm="", n=1)
+                return now == self.config
             if "pavoctl" in wanted:
                 lines = rig.pavoctl(*wanted["pavoctl"]).stdout.splitlines()
                 text = wanted.get("shows", wanted.get("hides"))
@@ -73,7 +76,10 @@ class Player:
         kind = next(k for k in ("row", "noRow", "log", "system", "config", "pavoctl") if k in wanted)
         what = wanted.get("say") or f"{kind} {wanted[kind]}"
         self.shown = 0.0
-        waited = rig.wait_for(seen, within / rig.scale + 5, what, lambda w: self.progress(w, what, within))
+        try:
+            waited = rig.wait_for(seen, within / rig.scale + 5, what, lambda w: self.progress(w, what, within))
+        except Failure as failure:
+            raise Failure("\n".join([str(failure), *difference])) from failure
         if TTY:
             print("\r\033[K", end="")
         source = {"row": "switch", "noRow": "switch", "log": "daemon log", "system": "system log",

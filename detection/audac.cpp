@@ -182,6 +182,7 @@ AssociationRefusals *refusals() {
 }
 
 constexpr MacFamily kFamily = {
+    .name = "audac",
     .scripts = kScripts,
     .texts = {.comparing = "[%s:%d] AudacLookup comparison with linked list.\r\n",
               .joining = "[%s:%d] AudacLookup: detection AUDAC Audio device(mac=%s) online\r\n",
@@ -292,15 +293,7 @@ std::optional<VlanId> audacAudioVlanIdGet() {
 }
 
 std::int32_t audacValidityCheck(Switch sw) {
-    switch (checkProfile(sw, kValidityCheck).presence) {
-        case Presence::Present:
-            return codeOf(ResultCode::Success);
-        case Presence::Absent:
-            return codeOf(ResultCode::ConfigInvalid);
-        case Presence::Unknown:
-            break;
-    }
-    return codeOf(ResultCode::Failed);
+    return checkCodeOf(checkProfile(sw, kValidityCheck).presence);
 }
 
 std::optional<DeviceScan> scanAudacDevices(Switch sw, const Where &where) {

@@ -1,7 +1,6 @@
 #include "detection/daemon_lock.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -11,15 +10,25 @@
 namespace pavo {
 namespace {
 
+// Of the whole file. It belongs to the open file, as that of flock() does; others can ask for it without taking it.
+struct flock wholeFile() {
+    struct flock lock{};
+    lock.l_type = F_WRLCK;
+    lock.l_whence = SEEK_SET;
+    return lock;
+}
+
 // Without waiting: the other daemon may run for years.
 DaemonLock::State tryLock(int fd) {
+    struct flock lock = wholeFile();
     int result = 0;
     do
-        result = flock(fd, LOCK_EX | LOCK_NB);
+        result = fcntl(fd, F_OFD_SETLK, &lock);
     while (result != 0 && errno == EINTR);
     if (result == 0)
         return DaemonLock::State::Held;
-    return errno == EWOULDBLOCK ? DaemonLock::State::TakenByOther : DaemonLock::State::NotOpened;
+    return errno == EAGAIN || errno == EACCES ? DaemonLock::State::TakenByOther
+                                              : DaemonLock::State::NotOpened;
 }
 
 }  // namespace
@@ -34,6 +43,17 @@ DaemonLock::DaemonLock()
 DaemonLock::~DaemonLock() {
     if (fd_ >= 0)
         close(fd_);
+}
+
+bool DaemonLock::isHeldByAnyone() {
+    const int fd =
+        open(platform::fsPath(platform::paths::kDaemonLock).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    if (fd < 0)
+        return false;
+    struct flock lock = wholeFile();
+    const bool isHeld = fcntl(fd, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
+    close(fd);
+    return isHeld;
 }
 
 }  // namespace pavo

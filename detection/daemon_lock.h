@@ -20,6 +20,9 @@ class DaemonLock {
     };
     State state() const { return state_; }
 
+    // Whether there is a daemon, as far as this process may ask. It does not get in the way of one that starts.
+    static bool isHeldByAnyone();
+
   private:
     int fd_;
     State state_;

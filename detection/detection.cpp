@@ -1,14 +1,20 @@
 // pavo_detection: the daemon that configures the switch for the AV devices plugged into it.
+#include <sys/stat.h>
+
 #include <cstdio>
 #include <string_view>
 
+#include "common/files.h"
 #include "common/log.h"
 #include "common/result.h"
 #include "detection/daemon_lock.h"
+#include "detection/device_report.h"
+#include "detection/nice.h"
 #include "detection/supervisor.h"
 #include "platform/open_client.h"
 #include "platform/paths.h"
 #include "platform/version.h"
+#include "profile/record.h"
 #include "profile/session.h"
 #include "store/profile_db.h"
 #include "swapi/client_init.h"
@@ -49,6 +55,7 @@ int main(int argc, char **argv) {
     static openapiClientHandle_t handle;
 
     devmgrLogOpen(LOG_SINK_FILE, LOG_FACILITY_USER, "pavo_detection");
+    umask(022);  // its files are for everybody to read, and for nobody else to write
     const DaemonLock lock;
     if (!isAlone(lock))
         return kNotAlone;
@@ -57,8 +64,16 @@ int main(int argc, char **argv) {
         return codeOf(ResultCode::Failed);
     }
     // A reboot leaves nothing in /tmp, an interruption leaves half a change: before anything is made of either.
+    // What could not be recovered is the profile keeper's to try again: a database without its rows would say that
+    // there are no profiles.
     if (!recoverProfiles(&handle))
-        ensureProfileDb();
+        if (const auto record = readProfileRecord(); record && !record->pending && record->profiles.empty())
+            ensureProfileDb();
+    // An earlier daemon may have been interrupted before the cache had its profile.
+    if (fileExists(platform::paths::kResponseCache))
+        refreshProfileAnswers(&handle);
+    niceDetectConfigLoad();
+    beginDeviceReport();
 
     Supervisor supervisor(&handle);
     if (supervisor.start())

@@ -34,4 +34,14 @@ std::optional<DetectionConfig> parseDetectionConfig(const std::string &text, con
                            .ports = portsMember(config.get(), portsKey)};
 }
 
+std::optional<DetectionConfig> parseAssignedPorts(const std::string &text) {
+    const JsonPtr request(cJSON_Parse(text.c_str()));
+    if (request == nullptr)
+        return std::nullopt;
+    const cJSON *const vlans = member(member(request.get(), "profileConfig"), "vlans");
+    const cJSON *const first = cJSON_IsArray(vlans) ? cJSON_GetArrayItem(vlans, 0) : nullptr;
+    return DetectionConfig{
+        .audioVlan = {}, .controlVlan = {}, .ports = portsMember(member(first, "ports"), "assignedPort")};
+}
+
 }  // namespace pavo

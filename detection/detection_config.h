@@ -28,6 +28,10 @@ using ParseDetectionConfig = std::optional<DetectionConfig>(const std::string &t
 // fractions; whatever is no number is passed over.
 std::optional<DetectionConfig> parseDetectionConfig(const std::string &text, const char *portsKey);
 
+// An apply request as it is kept for a profile type: the ports assigned to its first VLAN. Nothing is read but
+// these.
+std::optional<DetectionConfig> parseAssignedPorts(const std::string &text);
+
 }  // namespace pavo
 
 #endif

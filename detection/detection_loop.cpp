@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "common/log.h"
+#include "common/result.h"
 #include "platform/clock.h"
 
 namespace pavo {
@@ -87,6 +88,18 @@ void repeatCycles(const DetectionLoop &loop, Switch sw, const Where &where) {
 
 Presence checkReason(const DetectionLoop &loop, Switch sw, Where where) {
     return askReason(loop, sw, where).presence;
+}
+
+std::int32_t checkCodeOf(Presence presence) {
+    switch (presence) {
+        case Presence::Present:
+            return codeOf(ResultCode::Success);
+        case Presence::Absent:
+            return codeOf(ResultCode::ConfigInvalid);
+        case Presence::Unknown:
+            break;
+    }
+    return codeOf(ResultCode::Failed);
 }
 
 void runLoop(const DetectionLoop &loop, Switch sw, Where where) {

@@ -4,6 +4,7 @@
 #define PAVO_DETECTION_DETECTION_LOOP_H
 
 #include <chrono>
+#include <cstdint>
 #include <source_location>
 
 #include "common/log_format.h"
@@ -51,6 +52,9 @@ struct DetectionLoop {
 
 // What the check of a loop says now.
 Presence checkReason(const DetectionLoop &loop, Switch sw, Where where = std::source_location::current());
+
+// What the operations return that ask the same: 0, 17001 for Absent, 10000 for Unknown.
+std::int32_t checkCodeOf(Presence presence);
 
 // Runs the loop until it ends. Log lines name `where`.
 void runLoop(const DetectionLoop &loop, Switch sw, Where where = std::source_location::current());

@@ -15,6 +15,7 @@
 
 #include "common/log.h"
 #include "common/text.h"
+#include "detection/device_report.h"
 #include "detection/lag.h"
 #include "platform/clock.h"
 #include "store/profile_types.h"
@@ -373,8 +374,33 @@ void runCycle(Switch sw, const Where &) {
     lightwareLookup(sw, knownLinks());
 }
 
-void forgetLinks(Switch, const Where &) {
+void report(const Links &links, const Where &where) {
+    std::vector<DeviceState> states;
+    for (const LightwareLink &link : links) {
+        DeviceState state{.family = lightwareDetection.name,
+                          .address = link.isUnknown() ? "?" : link.chassisId,
+                          .port = link.port,
+                          .missed = link.missCount,
+                          .missedMax = kMissMax};
+        if (link.isLeaving)
+            state.kind = DeviceState::Kind::Leaving;
+        else if (link.missCount > 0)
+            state.kind = DeviceState::Kind::Missing;
+        else if (link.isUnknown())
+            state.kind = DeviceState::Kind::Unseen;
+        else if (!link.isWhole) {
+            state.kind = DeviceState::Kind::Refused;
+            state.reason = "not all settings of its LAG and VLANs have taken effect";
+        }
+        states.push_back(std::move(state));
+    }
+    std::ranges::sort(states, {}, &DeviceState::port);
+    reportDevices(lightwareDetection.name, std::move(states), where);
+}
+
+void forgetLinks(Switch, const Where &where) {
     knownLinks()->clear();
+    report(*knownLinks(), where);
 }
 
 }  // namespace
@@ -482,6 +508,7 @@ void lightwareLookup(Switch sw, Links *links) {
     takeGoneOffline(sw, links, scan, where);
     finishHalfDone(sw, links);
     bringNewOnline(sw, links, scan, where);
+    report(*links, where);
 }
 
 Result<> lightwareOnlineCli(Switch sw, const Links &links, LightwareLink *link) {

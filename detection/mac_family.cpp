@@ -3,11 +3,14 @@
 #include <algorithm>
 #include <new>
 #include <string>
+#include <tuple>
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
 
 #include "common/log.h"
+#include "detection/device_report.h"
+#include "detection/mac_claims.h"
 
 namespace pavo {
 namespace {
@@ -86,7 +89,7 @@ void compareKnown(Switch sw, const MacFamily &family, Devices *devices, const De
             device.missCount = 0;
             return false;
         }
-        if (!scan.covers(device.port))
+        if (!scan.covers(device.port) || scan.unplaced.contains(device.mac))
             return false;
         if (++device.missCount == 1 && family.firstMiss != nullptr)
             family.firstMiss(sw, device, where);
@@ -106,7 +109,14 @@ void compareKnown(Switch sw, const MacFamily &family, Devices *devices, const De
 struct Changes {
     std::vector<DetectedDevice> joining;
     std::vector<std::pair<DetectedDevice *, VlanId>> following;  // with the VLAN that they follow to
+    std::vector<DeviceState> refused;                            // for the report
+    std::unordered_set<Mac> cutOff;                              // known, and refused all the same
 };
+
+// Reasons in the report.
+constexpr const char *kNotTaken = "the switch has not taken its association, or the VLAN is not there";
+constexpr const char *kNotShown = "the switch does not show its association";
+constexpr const char *kOthers = "another family has put it into this VLAN since";
 
 // The VLAN of each type, asked for once.
 class TypeVlans {
@@ -135,37 +145,60 @@ bool isDue(const MacFamily &family, Mac mac) {
 void followVlans(Switch sw, const MacFamily &family, Devices *devices, TypeVlans *vlans, Changes *changes,
                  const Where &where) {
     for (DetectedDevice &device : *devices) {
-        if (!device.vlan)
-            continue;
+        // One that joined while its VLAN could not be read has none: it is put there again.
         const auto vlan = vlans->of(device.type);
         if (!vlan || vlan == device.vlan || !isDue(family, device.mac))
             continue;
-        if (addMacAssociation(sw, family.scripts, device.mac, *vlan, where))
+        const auto lock = lockAssociations();
+        if (addMacAssociation(sw, family.scripts, device.mac, *vlan, where)) {
+            device.claim = claimMac(device.mac, vlan);
             changes->following.emplace_back(&device, *vlan);
+        }
     }
+}
+
+DeviceState refusedState(const MacFamily &family, Mac mac, IfNum port, const char *why) {
+    return {.family = family.name,
+            .address = mac.text(),
+            .port = port,
+            .kind = DeviceState::Kind::Refused,
+            .reason = why};
 }
 
 void joinNew(Switch sw, const MacFamily &family, const KnownPorts &known, const DeviceScan &scan,
              TypeVlans *vlans, Changes *changes, const Where &where) {
     std::unordered_set<Mac> notNow;
+    const auto refuse = [&](const Sighting &seen, const char *why) {
+        changes->refused.push_back(refusedState(family, seen.mac, seen.port, why));
+    };
     for (const Sighting &seen : scan.seen) {
         if (notNow.contains(seen.mac))
             continue;
         DetectedDevice device{.port = seen.port, .type = seen.type, .mac = seen.mac};
         if (const auto port = known.find(seen.mac); port != known.end()) {
-            if (port->second == seen.port && family.stillThere != nullptr)
-                family.stillThere(sw, seen, where);
+            if (port->second == seen.port && family.stillThere != nullptr &&
+                !family.stillThere(sw, seen, where))
+                changes->cutOff.insert(seen.mac);
             continue;
         }
-        if (family.admit != nullptr && !family.admit(sw, seen, &device, where))
+        if (family.admit != nullptr && !family.admit(sw, seen, &device, where)) {
+            refuse(seen, family.notAdmitted);
             continue;
+        }
         notNow.insert(seen.mac);
-        if (!isDue(family, device.mac))
+        if (!isDue(family, device.mac)) {
+            refuse(seen, kNotShown);
             continue;
+        }
         logDebug(where, family.texts.joining, device.mac);
         device.vlan = vlans->of(device.type);
-        if (family.join(sw, device, where))
+        const auto lock = lockAssociations();
+        if (family.join(sw, device, where)) {
+            device.claim = claimMac(device.mac, device.vlan);
             changes->joining.push_back(device);
+        } else {
+            refuse(seen, kNotTaken);
+        }
     }
 }
 
@@ -178,42 +211,103 @@ void reportRefusal(const MacFamily &family, const DetectedDevice &device, VlanId
 }
 
 void finishFollowing(const MacFamily &family, DetectedDevice *device, VlanId vlan, const Where &where) {
-    const std::string text = logToSystem(std::source_location::current(), family.texts.vlanChanged,
-                                         device->mac, device->vlan.value_or(vlan), vlan);
-    if (!text.empty())
-        logInfo(where, "[%s:%d] %s\r\n", text);
-    device->vlan = vlan;
+    if (const auto former = std::exchange(device->vlan, vlan)) {
+        const std::string text = logToSystem(std::source_location::current(), family.texts.vlanChanged,
+                                             device->mac, *former, vlan);
+        if (!text.empty())
+            logInfo(where, "[%s:%d] %s\r\n", text);
+    }
 }
 
 // Only what the switch shows counts. When it does not say, what it has accepted has to do.
-void finishChanges(Switch sw, const MacFamily &family, Devices *devices, const Changes &changes,
+void finishChanges(Switch sw, const MacFamily &family, Devices *devices, Changes *changes,
                    const Where &where) {
     std::optional<MacAssociations> shown;
     const bool isVerifiable =
-        !changes.following.empty() ||
-        std::ranges::any_of(changes.joining, [](const auto &device) { return device.vlan.has_value(); });
+        !changes->following.empty() ||
+        std::ranges::any_of(changes->joining, [](const auto &device) { return device.vlan.has_value(); });
     if (isVerifiable)
         shown = readMacAssociations(sw, where).value_or(std::nullopt);
-    const auto isTaken = [&](Mac mac, VlanId vlan) {
-        const bool taken = !shown || shown->hold(mac, vlan);
+    // Or was, and another family has changed it since.
+    const auto isOthers = [](const DetectedDevice &device) {
+        const auto other = findOtherClaim(device.mac, device.claim.get());
+        return other && other->isInEffect;
+    };
+    const auto isTaken = [&](const DetectedDevice &device, VlanId vlan) {
+        const bool taken = !shown || shown->hold(device.mac, vlan) || isOthers(device);
         if (taken && family.refusals != nullptr)
-            family.refusals()->remove(mac);
+            family.refusals()->remove(device.mac);
         return taken;
     };
-    for (const auto &[device, vlan] : changes.following)
-        if (isTaken(device->mac, vlan))
+    for (const auto &[device, vlan] : changes->following)
+        if (isTaken(*device, vlan))
             finishFollowing(family, device, vlan, where);
         else
             reportRefusal(family, *device, vlan, where);
-    for (const DetectedDevice &device : changes.joining) {
-        if (device.vlan && !isTaken(device.mac, *device.vlan)) {
+    for (const DetectedDevice &device : changes->joining) {
+        if (device.vlan && !isTaken(device, *device.vlan)) {
             reportRefusal(family, device, *device.vlan, where);
+            changes->refused.push_back(refusedState(family, device.mac, device.port, kNotShown));
         } else {
             if (family.joined != nullptr)
                 family.joined(device, where);
             static_cast<void>(devices->push(device));  // without memory it is new again at the next scan
         }
     }
+}
+
+// A device that is there, and has not what its family wants.
+void reportObstacles(const MacFamily &family, const DetectedDevice &device, const Changes &changes,
+                     DeviceState &state) {
+    const auto refuse = [&](const char *why) {
+        state.kind = DeviceState::Kind::Refused;
+        state.reason = why;
+    };
+    if (changes.cutOff.contains(device.mac))
+        refuse(family.notAdmitted);
+    if (const auto other = findOtherClaim(device.mac, device.claim.get());
+        other && other->isInEffect && other->vlan && other->vlan != device.vlan) {
+        state.vlan = other->vlan;
+        refuse(kOthers);
+    }
+}
+
+void report(const MacFamily &family, const Devices &devices, Changes changes, const Where &where) {
+    std::vector<DeviceState> states = std::move(changes.refused);
+    for (const DetectedDevice &device : devices) {
+        DeviceState state{.family = family.name,
+                          .address = device.mac.text(),
+                          .port = device.port,
+                          .vlan = device.vlan,
+                          .missed = device.missCount,
+                          .missedMax = DEVICE_MISS_MAX};
+        if (device.missCount >= DEVICE_MISS_MAX)
+            state.kind = DeviceState::Kind::Leaving;
+        else if (device.missCount > 0)
+            state.kind = DeviceState::Kind::Missing;
+        else if (!device.port)
+            state.kind = DeviceState::Kind::Unseen;
+        else
+            reportObstacles(family, device, changes, state);
+        states.push_back(std::move(state));
+    }
+    std::ranges::sort(states, {}, [](const auto &state) { return std::tie(state.port, state.address); });
+    reportDevices(family.name, std::move(states), where);
+}
+
+// What another family has put the device into stays, or is put in effect again.
+ScriptResult endAssociation(Switch sw, const MacFamily &family, const DetectedDevice &device,
+                            const Where &where) {
+    const auto lock = lockAssociations();
+    const auto other = findOtherClaim(device.mac, device.claim.get());
+    ScriptResult done;
+    if (!other)
+        done = removeMacAssociation(sw, family.scripts, device.mac, where);
+    else if (!other->isInEffect && other->vlan)
+        done = addMacAssociation(sw, family.scripts, device.mac, *other->vlan, where);
+    if (done && device.claim != nullptr)
+        device.claim->withdraw();
+    return done;
 }
 
 // A port that is still to be put back under 802.1X control is known by nothing but the record.
@@ -254,16 +348,20 @@ void updateDevices(Switch sw, const MacFamily &family, Devices *devices, Where w
     const SeenPorts ports(scan->seen);
     compareKnown(sw, family, devices, *scan, ports, where);
     const KnownPorts known = indexDevices(devices);
+    if (family.compared != nullptr)
+        family.compared(sw, *scan, *devices, where);
     if (family.refusals != nullptr && scan->isWhole)
         family.refusals()->keepOnly([&](Mac mac) { return ports.has(mac) || known.contains(mac); });
     TypeVlans vlans(family, where);
     Changes changes;
     followVlans(sw, family, devices, &vlans, &changes, where);
     joinNew(sw, family, known, *scan, &vlans, &changes, where);
-    finishChanges(sw, family, devices, changes, where);
+    finishChanges(sw, family, devices, &changes, where);
+    report(family, *devices, std::move(changes), where);
 }
 
-bool adoptDevices(Switch sw, VlanId vlan, std::uint32_t type, Devices *devices, Where where) {
+bool adoptDevices(Switch sw, VlanId vlan, std::uint32_t type, Devices *devices,
+                  bool (*accepts)(Mac mac, std::uint32_t type), Where where) {
     const auto shown = readMacAssociations(sw, where);
     if (!shown)
         return false;
@@ -274,11 +372,12 @@ bool adoptDevices(Switch sw, VlanId vlan, std::uint32_t type, Devices *devices, 
     for (const DetectedDevice &device : *devices)
         known.insert(device.mac.bits());
     for (const Mac mac : table->addressesIn(vlan)) {
-        if (known.contains(mac.bits()))
+        if (known.contains(mac.bits()) || (accepts != nullptr && !accepts(mac, type)))
             continue;
         logInfo(where, "[%s:%d] MAC %s is associated with VLAN %d from an earlier run: taken over\r\n", mac,
                 vlan);
-        if (!devices->push({.port = {}, .type = type, .mac = mac, .vlan = vlan}))
+        if (!devices->push(
+                {.port = {}, .type = type, .mac = mac, .vlan = vlan, .claim = claimMac(mac, vlan)}))
             return false;
     }
     return true;
@@ -311,6 +410,7 @@ void clearDevices(Switch sw, const MacFamily &family, Devices *devices, Where wh
             logError(where, "[%s:%d] Could not allocate memory.\r\n");
         }
     devices->clear();
+    report(family, *devices, {}, where);
 }
 
 std::int32_t codeOf(const DeviceLeave &leave) {
@@ -320,8 +420,7 @@ std::int32_t codeOf(const DeviceLeave &leave) {
 }
 
 DeviceLeave removeDevice(Switch sw, const MacFamily &family, const DetectedDevice &device, Where where) {
-    DeviceLeave leave{.association = removeMacAssociation(sw, family.scripts, device.mac, where),
-                      .control = {}};
+    DeviceLeave leave{.association = endAssociation(sw, family, device, where), .control = {}};
     if (leave.association)
         logToSystem(std::source_location::current(), family.texts.left,
                     device.type == DEVICE_TYPE_CONTROL ? "Control" : "Audio", device.mac, device.port);

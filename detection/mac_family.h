@@ -11,6 +11,7 @@
 #include <optional>
 #include <source_location>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "common/device_list.h"
@@ -40,6 +41,8 @@ struct Sighting {
 // What one scan has seen.
 struct DeviceScan : ScanCoverage {
     std::vector<Sighting> seen;
+    // Seen on a port of which it could not be found out whether devices are looked for there.
+    std::unordered_set<Mac> unplaced{};
 };
 
 // Addresses whose association the switch applied and yet does not show, for one when its table is full. Each
@@ -82,6 +85,7 @@ struct MacFamilyTexts {
 
 // One family. Steps marked optional may be left out; their own log lines name `where`.
 struct MacFamily {
+    const char *name;  // in the report on devices
     AssociationScripts scripts;
     MacFamilyTexts texts;
 
@@ -97,8 +101,10 @@ struct MacFamily {
     // the association. Optional.
     std::optional<VlanId> (*vlanOf)(std::uint32_t type, const Where &where) = nullptr;
 
-    // Whether a device that is not in the list is to join now, and what is to be kept of it. Optional.
+    // Whether a device that is not in the list is to join now, and what is to be kept of it. Optional; comes
+    // with the reason that the report on devices gives for one that is not.
     bool (*admit)(Switch sw, const Sighting &seen, DetectedDevice *device, const Where &where) = nullptr;
+    const char *notAdmitted = "";
     // True when the switch has taken what makes the device join, or leave. What failed is tried again with
     // the next scan.
     bool (*join)(Switch sw, const DetectedDevice &device, const Where &where);
@@ -108,22 +114,28 @@ struct MacFamily {
 
     // A device that was there at the last scan is missing. Optional.
     void (*firstMiss)(Switch sw, const DetectedDevice &device, const Where &where) = nullptr;
-    // A device of the list is still where it was. Optional.
-    void (*stillThere)(Switch sw, const Sighting &seen, const Where &where) = nullptr;
+    // The list has been compared with the scan, and nobody has joined yet. Optional.
+    void (*compared)(Switch sw, const DeviceScan &scan, const DeviceList<DetectedDevice> &devices,
+                     const Where &where) = nullptr;
+    // A device of the list is still where it was. False when it has no network there: the report says so, with
+    // `notAdmitted`. Optional.
+    bool (*stillThere)(Switch sw, const Sighting &seen, const Where &where) = nullptr;
 };
 
 // Compares one scan with the list: joins what is new, follows what moved and a VLAN that has changed, counts
-// what is missing and lets it leave. What the scan could not see is neither missing nor moved, and an address
-// that is seen on several ports stays on the one where it is known. Takes a time that is linear in scan and
-// list.
+// what is missing and lets it leave. Reports (device_report.h) who is there then, and why who is not. What the
+// scan could not see is neither missing nor moved, and an address that is seen on several ports stays on the
+// one where it is known. Takes a time that is linear in scan and list.
 void updateDevices(Switch sw, const MacFamily &family, DeviceList<DetectedDevice> *devices,
                    Where where = std::source_location::current());
 
 // Puts the addresses that the switch has in a VLAN, and the list has not, into the list as devices of that
 // type that have not been seen yet: they are told apart by the address alone, however it is spelled, are
-// taken over without a word when a scan sees them, and leave like others when none does. False when the
-// switch could not be asked (logged).
+// taken over without a word when a scan sees them, and leave like others when none does. Addresses that the
+// family does not accept are somebody else's; null: it accepts all. False when the switch could not be asked
+// (logged).
 bool adoptDevices(Switch sw, VlanId vlan, std::uint32_t type, DeviceList<DetectedDevice> *devices,
+                  bool (*accepts)(Mac mac, std::uint32_t type) = nullptr,
                   Where where = std::source_location::current());
 
 // Drops the devices whose association is missing on the switch, so that the next update joins them afresh.
@@ -149,7 +161,8 @@ struct [[nodiscard]] DeviceLeave {
 std::int32_t codeOf(const DeviceLeave &leave);
 
 // Removes the association of a device, reports that to the system log, and puts a port that was under 802.1X
-// control when the device joined back there, unless the script did not even get to the switch.
+// control when the device joined back there, unless the script did not even get to the switch. A device that
+// another family has put into a VLAN, too, stays in that one, or gets back there when it was there before.
 DeviceLeave removeDevice(Switch sw, const MacFamily &family, const DetectedDevice &device,
                          Where where = std::source_location::current());
 

@@ -29,7 +29,7 @@ class Neighbour {
     }
 
   private:
-    std::array<std::optional<std::string>, static_cast<std::size_t>(NeighbourField::PortDesc) + 1> texts_;
+    std::array<std::optional<std::string>, static_cast<std::size_t>(NeighbourField::SystemName) + 1> texts_;
 };
 
 // How one family reads neighbours. A neighbour counts once its system description is read and begins with the

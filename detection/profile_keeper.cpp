@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 
+#include "detection/oui_family.h"
 #include "profile/session.h"
 #include "vlan/multicast.h"
 
@@ -12,8 +13,9 @@ std::atomic<std::int32_t> running{0};
 
 void keepWhole(Switch sw, const Where &where) {
     static_cast<void>(restoreDenyList(sw, where));
-    if (!isProfileDbUsable(where))
+    if (!isProfileDbUsable(where) || areVlanSettingsLost(where))
         static_cast<void>(recoverProfiles(sw, where));
+    releaseNetBlocks(sw, where);
 }
 
 }  // namespace

@@ -4,13 +4,19 @@
 #include "common/json.h"
 #include "detection/audac.h"
 #include "detection/lightware.h"
+#include "detection/nice.h"
+#include "detection/oui_family.h"
 #include "detection/profile_keeper.h"
+#include "detection/recognition.h"
+#include "detection/shure.h"
 #include "profile/detection_files.h"
 
 namespace pavo {
 namespace {
 
-constexpr const DetectionRow *kRows[] = {&audacDetection, &lightwareDetection, &profileKeeper};
+constexpr const DetectionRow *kRows[] = {&audacDetection,    &lightwareDetection, &shureDetection,
+                                         &harmanDetection,   &telosDetection,     &niceDetection,
+                                         &vendorRecognition, &profileKeeper};
 
 class RunningMark {
   public:

@@ -18,8 +18,16 @@ namespace pavo {
 // Appends the audio devices behind Audac control units to `out`: {"portId", "mac", "type": 2}.
 void audacListGet(Switch sw, cJSON *out);
 
+// Append the devices on the ports of the Harman or Telos profile to `out`: {"portId", "mac", "type"}.
+void harmanListGet(Switch sw, cJSON *out);
+void telosListGet(Switch sw, cJSON *out);
+
 // Appends the uplinks of Lightware endpoints to `out`: {"portId", "systemDesc", "chassisId", "portDesc"}.
 void lightwareListGet(Switch sw, cJSON *out);
+
+// Appends the Shure devices on the ports of the installation to `out`: {"portId", "controlMode",
+// "systemDesc", "mac", "type": 2}. Nothing when the 802.1X mode of one of the ports cannot be read.
+void shureListGet(Switch sw, cJSON *out);
 
 // One port to read, and the JSON array that receives its neighbours.
 struct NeighbourQuery {
@@ -27,12 +35,21 @@ struct NeighbourQuery {
     cJSON *array;
 };
 
-// Append the LLDP neighbours of one port: for Audac {"systemDesc", "chassisID", "portId"}, for Lightware
-// those that are UBEX endpoints {"systemDesc", "chassisId", "portDesc"}. 0; 10000 when a read fails, which
+// Append the LLDP neighbours of one port: for Audac {"systemDesc", "chassisID", "portId"}, for Shure the same
+// of its devices, for Lightware those that are UBEX endpoints {"systemDesc", "chassisId", "portDesc"}. 0; 10000 when a read fails, which
 // ends the walk, and 10002 without memory (both logged). Neighbours read until then are in the array; the
 // last one may lack its chassisId or portDesc.
 std::int32_t lldpIntfRemoteAudacInfoGet(Switch sw, const NeighbourQuery &query);
 std::int32_t lldpIntfRemoteLightwareInfoGet(Switch sw, const NeighbourQuery &query);
+std::int32_t lldpIntfRemoteShureInfoGet(Switch sw, const NeighbourQuery &query);
+
+// All LLDP neighbours of one port in the same way: {"systemDesc", "chassisID", "portId", "systemName"}.
+std::int32_t lldpIntfRemoteDeviceInfoGet(Switch sw, const NeighbourQuery &query);
+
+// What vendor recognition knows (detection/recognition.h). Append {"MAC Address", "IfIndex", "vendor"} for each
+// device of a known vendor; for each port with link, ascending, an array of its neighbours as above.
+void recognisedVendorsGet(cJSON *out);
+void recognisedNeighboursGet(cJSON *out);
 
 // --- for the operations of a family
 

@@ -150,6 +150,7 @@ void detectNeighbours(std::string_view input) {
     writeFile(paths::kProfileDb, database);
     writeFile(paths::kAudacConfig,
               R"({"audioVlanID": 20, "controlVlanID": 10, "audacDevicePort": [1, 2, 3, 4]})");
+    writeFile(paths::kShureConfig, R"({"shureDevicePort": [1, 2, 3, 4]})");
 
     removeFiles(paths::kLogFile);
     SwitchRig rig;
@@ -176,10 +177,11 @@ void detectNeighbours(std::string_view input) {
     const auto before = rig.runningConfig();
 
     const JsonPtr answer(cJSON_CreateArray());
-    for (const auto get : {audacListGet, lightwareListGet})
+    for (const auto get : {audacListGet, lightwareListGet, shureListGet})
         get(sw, answer.get());
     for (std::uint32_t port = 1; port <= SwitchRig::kPorts; ++port)
-        for (const auto get : {lldpIntfRemoteAudacInfoGet, lldpIntfRemoteLightwareInfoGet})
+        for (const auto get :
+             {lldpIntfRemoteAudacInfoGet, lldpIntfRemoteLightwareInfoGet, lldpIntfRemoteShureInfoGet})
             require(get(sw, {IfNum(port), answer.get()}) == 0, "neighbours can be read");
     require(isStrictJson(printJsonLine(answer.get())), "answers parse in a strict parser",
             printJsonLine(answer.get()));

@@ -14,6 +14,7 @@
 #include "common/text.h"
 #include "detection/detection_config.h"
 #include "detection/mac_association.h"
+#include "detection/net_block.h"
 #include "fuzz/support.h"
 #include "fuzz/targets.h"
 #include "platform/paths.h"
@@ -26,6 +27,7 @@
 #include "profile/switch_state.h"
 #include "store/profile_demand.h"
 #include "store/profile_template.h"
+#include "store/recognition.h"
 #include "store/shure_config.h"
 #include "store/vlan_settings.h"
 #include "swapi/switch_settings.h"
@@ -234,8 +236,13 @@ void readVlanSettingsFile(const std::string &text) {
 }
 
 void readDetectionFiles(const std::string &text) {
-    parseDetectionConfig(text, "audacDevicePort");
+    for (const char *key : {"audacDevicePort", "shureDevicePort"})
+        parseDetectionConfig(text, key);
     parseShureDevicePorts(text);
+    parseAssignedPorts(text);
+    parseRecognition(text);
+    const auto blocked = parseNetBlockPorts(text);
+    require(parseNetBlockPorts(printNetBlockPorts(blocked)) == blocked, "ports are read back", text);
     std::set<std::string> names;
     for (const auto &name : parseManualTrunks(text)) {
         const bool port = name.starts_with("0/"), lag = name.starts_with("lag ");

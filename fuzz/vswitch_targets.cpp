@@ -15,6 +15,7 @@
 #include "profile/switch_state.h"
 #include "tests/support/model_rules.h"
 #include "vswitch/cli/command.h"
+#include "vswitch/dataplane/eap.h"
 #include "vswitch/dataplane/flows.h"
 #include "vswitch/dataplane/reading.h"
 #include "vswitch/dataplane/wire_config.h"
@@ -218,6 +219,18 @@ void takeReadings(std::string_view input) {
     view.neighbours = neighboursOf(text, kLivePorts);
     for (const auto &neighbour : view.neighbours.value_or(std::vector<SeenNeighbour>{}))
         require(kLivePorts.contains(neighbour.port), "a neighbour is at a real port");
+    if (const auto station = stationOf(text)) {
+        const auto port = kLivePorts.begin()->first;
+        model.setDot1x(true);
+        view.supplicants[port] = {port,
+                                  model.interface(port)->dot1x.round,
+                                  station->authorized,
+                                  hostapdEventOf(text).has_value(),
+                                  station->mac,
+                                  station->user};
+        require(station->user.size() <= kIasNameMax && !station->user.contains('\n'),
+                "a user is a short line");
+    }
     putIntoModel(model, view, view.generation);
     checkRules(model);
     for (const char *const table : {"fdb", "lldp", "arp"})

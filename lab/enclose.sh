@@ -12,7 +12,7 @@ refuse() {
 [ $# -ge 2 ] || refuse "usage: lab/enclose.sh BUILD COMMAND [ARGUMENT]..."
 [ "$(id -u)" -eq 0 ] || refuse "needs root to create network namespaces: run it with sudo"
 missing=()
-for program in unshare setpriv flock ip ethtool ping tcpdump lldpd ovs-vswitchd ovsdb-server; do
+for program in unshare setpriv flock ip ethtool ping tcpdump lldpd ovs-vswitchd ovsdb-server hostapd wpa_supplicant; do
     PATH="$PATH:/usr/sbin:/sbin" command -v "$program" >/dev/null || missing+=("$program")
 done
 [ ${#missing[@]} -eq 0 ] || refuse "missing programs: ${missing[*]} (their packages are in scripts/packages.txt)"

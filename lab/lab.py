@@ -13,7 +13,7 @@ import subprocess
 import sys
 import time
 
-from topology import SWITCH, Failure, Host, LabRig, Network, ip, run, standard_devices
+from topology import SWITCH, Failure, Host, LabRig, Network, ShureDevice, Talker, ip, run, standard_devices
 
 TTY = sys.stdout.isatty()
 PORTS = 16
@@ -21,7 +21,13 @@ AUDIO_PROFILE = ["profile", "apply", "--name", "House audio", "--type", "AUDAC A
                  "--vlan", "10 type=2 untagged=1,5,7", "--vlan", "20 type=3 untagged=3 assigned=5,7"]
 VIDEO_PROFILE = ["profile", "apply", "--name", "Projection", "--type", "AVoIP Lightware AV network",
                  "--vlan", "30 type=1 untagged=11-14", "--vlan", "286 type=2"]
+SHURE_PROFILE = ["profile", "apply", "--name", "Podium", "--type", "Shure Split Audio and Control Network",
+                 "--vlan", "50 type=2 untagged=1,14,15 assigned=14,15", "--vlan", "60 type=3 untagged=3"]
+HARMAN_PROFILE = ["profile", "apply", "--name", "Ballroom", "--type", "HARMAN Professional AV Network",
+                  "--vlan", "70 type=2 untagged=1,2,4,6 assigned=2,4,6", "--vlan", "71 type=3 untagged=3,8",
+                  "--vlan", "72 type=4 untagged=13"]
 SETTLE = 10  # real seconds for the data plane and the devices to follow a change
+AUTOMATIC, FORCED = 2, 3  # 802.1X control modes of a port
 LEAVE = 20 * 15  # seconds of the switch's time until a device that is not seen is removed
 
 PICTURE = r"""
@@ -271,7 +277,35 @@ def pull_each(show):
 
 
 GROUP = "239.77.1.1"
+OTHER_GROUP = "232.77.1.1"
 STREAM = 1000  # frames per second
+
+
+def stream_table(show, *listeners):
+    """Prints the head of a table; returns what prints a row of it."""
+    network = show.network
+    show.settled(lambda: show.rig.control("dataplane")["settled"])
+    print("  " + " " * 44 + "".join(f"{device.name:>12}" for device in listeners), flush=True)
+
+    def row(what, *expected, group=GROUP):
+        """Who receives how much of media's stream; the devices named, all of it, and the others nothing."""
+        counts = {}
+
+        def as_expected():
+            flow = network.new_flow()
+            ears = {device.name: network.listen(device, "eth0", flow, seconds=SETTLE, group=group)
+                    for device in listeners}
+            stream = network.send_group(show.devices["media"], group, flow, rate=STREAM, seconds=0.5)
+            stream.popen.wait(SETTLE)
+            time.sleep(0.2)
+            sent = json.loads(stream.text())["sent"]
+            network.end(stream)
+            for name, ear in ears.items():
+                counts[name] = ear.stop()["received"]
+            return all(count == (sent if name in expected else 0) for name, count in counts.items())
+        good = show.settled(as_expected)
+        show.line(good, f"{what:<36}" + "".join(f"{counts[device.name] * 2:>12,}" for device in listeners))
+    return row
 
 
 def multicast(show):
@@ -286,29 +320,7 @@ def multicast(show):
         network.plug(guest, port)
         show.rig.cli("configure", f"interface 0/{port}", "vlan pvid 20", "vlan participation include 20",
                      "vlan participation exclude 1")
-    listeners = [*guests, devices["desk"]]
-    show.settled(lambda: show.rig.control("dataplane")["settled"])
-    print("  " + " " * 44 + "".join(f"{device.name:>12}" for device in listeners), flush=True)
-
-    def row(what, *expected):
-        """Who receives how much of the stream; the devices named, all of it, and the others nothing."""
-        counts = {}
-
-        def as_expected():
-            flow = network.new_flow()
-            ears = {device.name: network.listen(device, "eth0", flow, seconds=SETTLE, group=GROUP)
-                    for device in listeners}
-            stream = network.send_group(devices["media"], GROUP, flow, rate=STREAM, seconds=0.5)
-            stream.popen.wait(SETTLE)
-            time.sleep(0.2)
-            sent = json.loads(stream.text())["sent"]
-            network.end(stream)
-            for name, ear in ears.items():
-                counts[name] = ear.stop()["received"]
-            return all(count == (sent if name in expected else 0) for name, count in counts.items())
-        good = show.settled(as_expected)
-        show.line(good, f"{what:<36}" + "".join(f"{counts[device.name] * 2:>12,}" for device in listeners))
-
+    row = stream_table(show, *guests, devices["desk"])
     everybody = [guest.name for guest in guests]
     before = show.rig.running_config()
     show.rig.cli("configure", "no igmp-plus 20")
@@ -360,6 +372,113 @@ def deleted(show):
     show.hears("media", "desk", "wall", "control", "stage-left", "stage-right", *flat_endpoint(show))
 
 
+def shure(show):
+    network, rig, mic = show.network, show.rig, show.devices["mic"]
+    show.act("A Shure microphone behind 802.1X: nobody reaches it before it has authenticated",
+             "One cable into port 14, two interfaces: control (mic, VLAN 50 with desk) and audio (mic-audio, VLAN 60",
+             "with media). lldpd speaks LLDP, wpa_supplicant EAP. The switch checks its own users, here: podium.")
+    before = rig.running_config()
+    rig.cli("configure", "aaa ias-user username podium password secret", "interface 0/1-0/13",
+            "dot1x port-control force-authorized", "exit", "dot1x system-auth-control")
+    show.pavoctl(*SHURE_PROFILE)
+    rig.log_level(7)
+    network.plug(mic, 14)
+    show.row("the switch hears it by LLDP", "lldp", 60, port=14, systemDesc=mic.DESCRIPTION)
+    show.wait("the daemon finds it, and waits", lambda: "port 14 is unauthorized, not onboard!" in rig.log(), 90)
+    rig.log_level(6)
+    show.is_apart("mic", "desk")
+    show.is_apart("mic-audio", "media")
+    show.hears("mic")
+    mic.authenticate("podium", "wrong")
+    show.wait("with a wrong password it is refused",
+              lambda: "Authentication failed on port 0/14" in rig.system_log(), 60)
+    show.is_apart("mic", "desk")
+    network.unplug(mic)
+    mic.authenticate("podium", "secret")
+    network.plug(mic, 14)
+    show.row("plugged in with the right one it is authorised, and its port forced", "ports", 90, name="0/14",
+             authorized=True, dot1x=FORCED)
+    print("".join(f"    {line}\n" for line in rig.cli("show dot1x summary").splitlines()
+                  if line.startswith(("Port ", "0/13 ", "0/14 ", "0/15 "))), end="", flush=True)
+    shure_reachability(show, "0/14")
+
+    print("  The user is removed from the switch, as when an authentication server is gone:", flush=True)
+    rig.cli("configure", "no aaa ias-user username podium")
+    show.reaches("mic", "desk")
+    show.reaches("media", "mic-audio")
+    rig.cli("configure", "aaa ias-user username podium password secret")
+    network.move(mic, 15)
+    show.row("it moves to port 15, which is forced", "ports", 90, name="0/15", authorized=True, dot1x=FORCED)
+    shure_reachability(show, "0/15")
+    network.plug(show.devices["guest-9"], 14)
+    show.row("port 14 is in automatic mode again", "ports", 60, name="0/14", authorized=False, dot1x=AUTOMATIC)
+    show.is_apart("guest-9", "desk", "media")
+    network.unplug(show.devices["guest-9"])
+    network.unplug(mic)
+    show.row("unplugged, it leaves port 15 in automatic mode", "ports", 60, name="0/15", dot1x=AUTOMATIC)
+
+    show.pavoctl("profile", "delete", "Podium")
+    show.no_row("no association is left", "associations", 60)
+    rig.cli("configure", "no dot1x system-auth-control", "interface 0/1-0/13", "no dot1x port-control", "exit",
+            "no aaa ias-user username podium")
+    show.line(before == rig.running_config(), "the switch is configured as before")
+
+
+def shure_reachability(show, port):
+    """What is true wherever the microphone is plugged in."""
+    show.row("its audio interface is in VLAN 60", "fdb", 60, mac=show.devices["mic-audio"].mac.upper(), vlan=60,
+             interface=port)
+    show.reaches("media", "mic-audio")
+    show.reaches("mic", "desk")
+    show.is_apart("mic-audio", "desk")
+    show.is_apart("mic", "media")
+
+
+def harman(show):
+    network, rig, devices = show.network, show.rig, show.devices
+    amplifier, encoder, guest = (devices[name] for name in ("amplifier", "encoder", "guest-8"))
+    show.act("Harman devices, told by the first octets of their addresses, and a multicast group that one does not get",
+             "amplifier (00:0f:d4) and encoder (00:19:0b) are plugged into ports 4 and 6; neither speaks LLDP.",
+             "VLANs: 70 control (desk), 71 audio (media, guest-8), 72 video (wall).")
+    before = rig.running_config()
+    for device, port in ((amplifier, 4), (encoder, 6), (guest, 8)):
+        network.plug(device, port)
+    show.reaches("amplifier", "desk", "media", "encoder")
+    show.pavoctl(*HARMAN_PROFILE)
+    for device, vlan, port in ((amplifier, 71, 4), (encoder, 72, 6)):
+        show.row(f"{device.name} is bound to VLAN {vlan}", "associations", 120, mac=device.mac.upper(), vlan=vlan)
+        show.row("its address is learned there", "fdb", 30, mac=device.mac.upper(), vlan=vlan, interface=f"0/{port}")
+    show.reaches("amplifier", "media", "guest-8")
+    show.is_apart("amplifier", "desk", "encoder")
+    show.reaches("encoder", "wall")
+    show.is_apart("encoder", "media")
+
+    members = [network.join(device, GROUP, OTHER_GROUP) for device in (amplifier, guest)]
+    row = stream_table(show, amplifier, guest)
+    row("both have joined", "amplifier", "guest-8")
+    show.pavoctl("multicast", "deny", GROUP)
+    row("239.x.x.x is denied", "guest-8")
+    row("another group", "amplifier", "guest-8", group=OTHER_GROUP)
+    show.pavoctl("multicast", "mode")
+    show.reaches("media", "amplifier")
+    network.end(members.pop(0))
+    network.move(amplifier, 2)
+    members.append(network.join(amplifier, GROUP, OTHER_GROUP))
+    show.wait("the amplifier moves to port 2, and NET-BLOCK with it",
+              lambda: [line.split() for line in rig.pavoctl("multicast", "mode").stdout.splitlines()[1:]]
+              == [["2", "blocked"]], 60)
+    row("239.x.x.x is still denied", "guest-8")
+    for member in members:
+        network.end(member)
+
+    show.pavoctl("profile", "delete", "Ballroom")
+    show.no_row("no association is left", "associations", 60)
+    show.line(before == rig.running_config(), "the switch is configured as before")
+    show.reaches("amplifier", "desk", "media", "encoder")
+    for device in (amplifier, encoder, guest):
+        network.unplug(device)
+
+
 def flat_endpoint(show):
     """The endpoint stays in its LAG when the profile goes; it hears VLAN 1 if the LAG is in it again."""
     lag = next((row for row in show.rig.table("lags") if row["members"]), None)
@@ -386,7 +505,7 @@ def shell(show):
 
 
 def play(show):
-    for act in (flat, profile, join, move, endpoint, multicast, leave, deleted):
+    for act in (flat, profile, join, move, endpoint, multicast, leave, deleted, shure, harman):
         act(show)
         show.rig.check_alive()
     counters = show.rig.control("counters")
@@ -416,6 +535,10 @@ def main():
     standard_devices(network)
     for port in (8, 9, 10):
         Host(network, f"guest-{port}", 50 + port, f"02:00:00:00:02:{port:02}")
+    mic = ShureDevice(network, "mic", 31, "00:0e:dd:01:00:01")
+    mic.add_audio_device("mic-audio", 32, "00:0e:dd:02:00:01")
+    Talker(network, "amplifier", 33, "00:0f:d4:00:00:01")
+    Talker(network, "encoder", 34, "00:19:0b:00:00:01")
     show = Show(rig, network)
     status = 1
     try:

@@ -105,21 +105,50 @@ class Device:
     def unplugging(self, ifname):
         """Called before a cable is unplugged."""
 
-    def start_lldp(self, *interfaces, description):
+    def start_lldp(self, *interfaces, description, port_id=None):
         """A real LLDP agent; it stays on through plugging and unplugging, as the device does."""
         base = os.path.join(LLDP_FOLDER, self.name)
         with open(base + ".conf", "w", encoding="ascii") as file:
             # A second between frames: neighbours are gone four seconds after the last one.
             file.write(f"configure lldp tx-interval 1\nconfigure system hostname {self.name}\n")
+            if port_id:
+                file.write(f"configure lldp portidsubtype local {port_id}\n")
         names = ",".join(interfaces)
         self.lldp_socket = base + ".sock"
         return self.network.spawn(self.name, f"lldpd-{self.name}", "lldpd", "-dd", "-S", description,
                                   "-u", self.lldp_socket, "-p", base + ".pid", "-O", base + ".conf", "-I", names,
                                   "-C", names, "-m", self.address)
 
+    def start_supplicant(self, user, password, ifname="eth0"):
+        """Has the device authenticate by 802.1X, with EAP-MD5, until the process that is returned ends."""
+        config = os.path.join(self.network.folder, f"supplicant-{self.name}.conf")
+        with open(os.open(config, os.O_WRONLY | os.O_CREAT | os.O_TRUNC, 0o600), "w", encoding="ascii") as file:
+            file.write("ap_scan=0\neapol_version=2\nnetwork={\n key_mgmt=IEEE8021X\n eap=MD5\n eapol_flags=0\n"
+                       f' identity={user.encode().hex()}\n password="{password}"\n}}\n')
+        return self.network.spawn(self.name, f"supplicant-{self.name}", "wpa_supplicant", "-Dwired", "-i", ifname,
+                                  "-c", config)
+
+
+    def start_chatter(self, ifname="eth0"):
+        """AV devices announce themselves all the time, so the switch keeps their addresses."""
+        return self.network.spawn(self.name, f"chatter-{self.name}", self.network.frames, "send", "--interface", ifname,
+                                  "--to", BROADCAST, "--from", self.mac, "--rate", "2", "--flow", str(CHATTER_FLOW))
+
 
 class Host(Device):
     """An ordinary computer."""
+
+
+class Talker(Device):
+    """An AV device with one interface that is known by its address alone."""
+
+    chatter = None
+
+    def plugged(self, ifname):
+        self.chatter = self.start_chatter(ifname)
+
+    def unplugging(self, ifname):
+        self.network.end(self.chatter)
 
 
 class AudioDevice(Device):
@@ -138,10 +167,7 @@ class AudioDevice(Device):
            "type", "macvlan", "mode", "bridge")
         ip(self.name, "link", "set", "eth0", "up")
         self.set_addresses("eth0")
-        # Audio devices announce themselves all the time, so the switch keeps their addresses.
-        self.chatter = self.network.spawn(self.name, f"chatter-{self.name}", self.network.frames, "send", "--interface",
-                                          "eth0", "--to", BROADCAST, "--from", self.mac, "--rate", "2", "--flow",
-                                          str(CHATTER_FLOW))
+        self.chatter = self.start_chatter()
 
     def disconnect(self):
         self.network.end(self.chatter)
@@ -163,15 +189,53 @@ class ControlUnit(Device):
         self.behind.append(AudioDevice(self, name, number, mac))
         return self.behind[-1]
 
+    def port_id(self):
+        """What LLDP announces as the port ID; None: what the agent makes of the interface."""
+
     def plugged(self, ifname):
         for device in self.behind:
             device.connect(ifname)
         if self.lldp is None:
-            self.lldp = self.start_lldp("eth0", description=self.DESCRIPTION)
+            self.lldp = self.start_lldp("eth0", description=self.DESCRIPTION, port_id=self.port_id())
 
     def unplugging(self, ifname):
         for device in self.behind:
             device.disconnect()
+
+
+class ShureDevice(ControlUnit):
+    """A Shure device: one cable, and behind it a control and an audio interface with addresses of their own."""
+
+    DESCRIPTION = "Shure ceiling array microphone"
+
+    def __init__(self, network, name, number, mac):
+        super().__init__(network, name, number, mac)
+        self.credentials = None
+        self.supplicant = None
+
+    def port_id(self):
+        return self.behind[0].mac
+
+    def authenticate(self, user, password):
+        """By 802.1X from now on, wherever it is plugged in."""
+        self.credentials = user, password
+        if self.cables:
+            self.end_supplicant()
+            self.supplicant = self.start_supplicant(user, password)
+
+    def end_supplicant(self):
+        if self.supplicant:
+            self.network.end(self.supplicant)
+        self.supplicant = None
+
+    def plugged(self, ifname):
+        super().plugged(ifname)
+        if self.credentials:
+            self.supplicant = self.start_supplicant(*self.credentials)
+
+    def unplugging(self, ifname):
+        self.end_supplicant()
+        super().unplugging(ifname)
 
 
 class Endpoint(Device):

@@ -202,6 +202,10 @@ open_error_t rpcclt_openapiLldpIntfRemoteDeviceSystemDescGet(openapiClientHandle
 open_error_t rpcclt_openapiLldpIntfRemoteDevicePortDescGet(openapiClientHandle_t *client, uint32_t ifNum,
                                                            uint32_t remIndex, uint32_t timeStamp,
                                                            open_buffdesc *text);
+// The capabilities that the neighbour has enabled, by name: "bridge, router".
+open_error_t rpcclt_openapiLldpIntfRemoteDeviceSysCapEnabledGet(openapiClientHandle_t *client, uint32_t ifNum,
+                                                                uint32_t remIndex, uint32_t timeStamp,
+                                                                open_buffdesc *text);
 
 // --- VLANs
 
@@ -467,7 +471,7 @@ open_error_t rpcclt_openapiHashIntfUnitSlotPortGet(openapiClientHandle_t *client
 // The result of rpcclt_openapiAclGet for a list that does not exist.
 enum { OPEN_E_ACL_NOT_EXIST = -29 };
 // Kind of access list.
-enum { OPEN_ACL_TYPE_IPV4 = 2 };
+enum { OPEN_ACL_TYPE_IPV4 = 1 };
 // Address family of IGMP snooping; IPv6 has MLD snooping.
 enum { OPEN_AF_INET = 1 };
 

@@ -43,8 +43,25 @@ inline constexpr const char *kAudacIn = "/mnt/application/pavo/tmp/audac_in";
 inline constexpr const char *kAudacOut = "/mnt/application/pavo/tmp/audac_out";
 inline constexpr const char *kShowVlanAssociationMac =
     "/mnt/application/pavo/tmp/show_vlan_association_mac_out";
+inline constexpr const char *kHarmanIn = "/mnt/application/pavo/tmp/harman_in";
+inline constexpr const char *kHarmanOut = "/mnt/application/pavo/tmp/harman_out";
+inline constexpr const char *kTelosIn = "/mnt/application/pavo/tmp/telos_in";
+inline constexpr const char *kTelosOut = "/mnt/application/pavo/tmp/telos_out";
+// For which devices the daemon has bound NET-BLOCK to which ports: kept beside the switch's saved configuration.
+inline constexpr const char *kNetBlockPorts = "/mnt/application/pavo/net_block_ports.json";
+// Which ports the daemon has forced authorised for Shure devices.
+inline constexpr const char *kShurePorts = "/mnt/application/pavo/shure_ports.json";
+// Whom the daemon knows, see store/device_states.h: in a folder of its own, which nobody else can write to.
+inline constexpr const char *kDeviceStates = "/run/pavo/devices.json";
+// The vendors that detection recognises, by port.
+inline constexpr const char *kRecognition = "/mnt/application/pavo/tmp/recognition.json";
+
+// '0' as its first character switches Nice detection off, see detection/nice.h.
+inline constexpr const char *kNiceDetectConfig = "/mnt/application/pavo/tmp/nice_detect_config";
 
 inline constexpr const char *kShureConfig = "/tmp/shure_config";
+inline constexpr const char *kShureIn = "/mnt/application/pavo/tmp/shure_in";
+inline constexpr const char *kShureOut = "/mnt/application/pavo/tmp/shure_out";
 inline constexpr const char *kVlanShowProfileFast = "/tmp/vlan_show_profile_fast.txt";
 // A printf format: concurrent callers each have a number of their own.
 inline constexpr const char *kIpInterfaceBriefShow =

@@ -43,6 +43,9 @@ Result<std::optional<ProfilePlan>> applyProfile(Switch sw, const ProfileConfig &
     auto session = config.plan ? ProfileSession::look(sw, where) : ProfileSession::open(sw, held, where);
     if (!session)
         return std::unexpected(std::move(session).error());
+    if (config.condition != nullptr)
+        if (auto holds = config.condition(session->record.profiles.size(), where); !holds)
+            return std::unexpected(std::move(holds).error());
     session->ports = std::move(ports);
 
     auto left = replaced;

@@ -70,7 +70,8 @@ Result<std::optional<ProfilePlan>> applyConfig(Switch sw, ProfileConfig config, 
 
 }  // namespace
 
-Result<std::optional<ProfilePlan>> configureProfile(Switch sw, const std::string &requestText) {
+Result<std::optional<ProfilePlan>> configureProfile(Switch sw, const std::string &requestText,
+                                                    ApplyCondition *condition) {
     const Where where(kOperation, __LINE__);
     const auto lock = ProfileLock::take(where);
     if (!lock)
@@ -80,6 +81,8 @@ Result<std::optional<ProfilePlan>> configureProfile(Switch sw, const std::string
     auto config = parseProfileConfig(requestText);
     if (!config && config.error().kind == RequestFault::Kind::NoJson)
         return reportFault(config.error(), requestText, where);
+    if (config)
+        config->condition = condition;
     Result<std::optional<ProfilePlan>> done = config
                                                   ? applyConfig(sw, std::move(*config), *lock, watch, where)
                                                   : reportFault(config.error(), requestText, where);

@@ -8,6 +8,7 @@
 
 #include "common/result.h"
 #include "profile/plan.h"
+#include "profile/request.h"
 #include "swapi/switch.h"
 
 namespace pavo {
@@ -17,7 +18,10 @@ namespace pavo {
 // and files as they were. With "plan": true nothing is changed, and the answer is the plan.
 //
 // Failures have been logged. One that is about the request has a human-readable reason that names the field.
-Result<std::optional<ProfilePlan>> configureProfile(Switch sw, const std::string &requestText);
+//
+// For callers that act on their own: a `condition` that does not hold any more refuses the request.
+Result<std::optional<ProfilePlan>> configureProfile(Switch sw, const std::string &requestText,
+                                                    ApplyCondition *condition = nullptr);
 
 // Deletes the profile that a request names ({"name": "..."}); a name that is too long finds the profile whose
 // name was cut from it. InvalidArgument for a request that is no JSON or has no name, and for "Default";

@@ -8,11 +8,11 @@
 namespace pavo {
 
 Result<> replaceProfileFile(const std::string &fixedPath, const std::string &text, const Where &where) {
-    const std::string watched = std::string(platform::paths::kPavoExDir) + "/";
-    if (!fixedPath.starts_with(watched))
-        return replaceFile(fixedPath, text, where);
-    const auto above = watched.substr(0, watched.rfind('/', watched.size() - 2) + 1);
-    return replaceFileBy(above + fixedPath.substr(watched.size()) + ".new", fixedPath, text, where);
+    for (const std::string watched : {platform::paths::kPavoExDir, platform::paths::kVlanProfileConfigDir})
+        if (fixedPath.starts_with(watched + "/"))
+            return replaceFileBy(watched + "." + fixedPath.substr(watched.size() + 1) + ".new", fixedPath,
+                                 text, where);
+    return replaceFile(fixedPath, text, where);
 }
 
 void FileSnapshots::note(const std::string &fixedPath) {

@@ -13,7 +13,8 @@
 
 namespace pavo {
 
-// Replaces a file of a profile; in the folder of requests, which detection watches, only whole files appear.
+// Replaces a file of a profile. Detection watches the folders of requests and of VLAN settings and takes every
+// file there for a profile's: only whole files appear in these, and a caller that is killed leaves none.
 Result<> replaceProfileFile(const std::string &fixedPath, const std::string &text, const Where &where);
 
 class FileSnapshots {

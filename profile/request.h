@@ -12,7 +12,9 @@
 
 #include "common/if_num.h"
 #include "common/ipv4.h"
+#include "common/result.h"
 #include "common/vlan_id.h"
+#include "common/where.h"
 
 namespace pavo {
 
@@ -63,6 +65,10 @@ struct ProfileRequest {
     VlanSet ids() const;
 };
 
+// Whether a request is still to be applied, asked at the last moment: with the profile lock held, when all that
+// was interrupted or lost has been set right. `profiles` is how many there are. A refusal has been logged.
+using ApplyCondition = Result<>(std::size_t profiles, const Where &where);
+
 // A request with its options.
 struct ProfileConfig {
     ProfileRequest request;
@@ -70,6 +76,7 @@ struct ProfileConfig {
     bool force = false;      // adapt the type to what the switch supports
     bool plan = false;       // only tell what would change
     std::string document;    // the complete request as JSON, formatted
+    ApplyCondition *condition = nullptr;
 };
 
 // What is wrong with the text of a request: it is no JSON; it has no "profileConfig" object, or lacks a

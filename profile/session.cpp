@@ -308,6 +308,17 @@ Result<> recoverProfiles(Switch sw, Where where) {
     return restoreFiles(*session, *lock);
 }
 
+bool areVlanSettingsLost(Where where) {
+    const auto record = readProfileRecord(where);
+    if (!record || record->pending || record->profiles.empty())
+        return false;
+    const auto rows = readProfileRows(where);
+    return rows && std::ranges::any_of(standingOf(record->profiles).vlans, [&](const PlacedVlan &placed) {
+               return !placed.shared && !fileExists(vlanSettingsPath(placed.vlan.id)) &&
+                      findProfileRow(*rows, static_cast<std::int32_t>(placed.vlan.id.number())) != nullptr;
+           });
+}
+
 bool isProfileDbUsable(Where where) {
     if (!hasContent(kProfileDb))
         return false;

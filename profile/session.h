@@ -44,6 +44,10 @@ struct ProfileSession {
 // the daemon at start. Takes the profile lock. Failures have been logged.
 Result<> recoverProfiles(Switch sw, Where where = std::source_location::current());
 
+// Whether the settings file of a VLAN is gone although a profile has the VLAN, by record and database; false while
+// that cannot be told.
+bool areVlanSettingsLost(Where where = std::source_location::current());
+
 // Whether the database is there and can be read, or cannot be told because it is locked.
 bool isProfileDbUsable(Where where = std::source_location::current());
 

@@ -20,12 +20,14 @@ inline constexpr const char *PROFILE_TYPE_NAME_SMPTE = "Audio Video SMPTE";
 inline constexpr const char *PROFILE_TYPE_NAME_MILAN_DANTE =
     "Audio Video AVB MILAN with Dante PTPv1 PTPv2 or AES67";
 inline constexpr const char *PROFILE_TYPE_NAME_KRAMER = "Kramer AV";
+inline constexpr const char *PROFILE_TYPE_NAME_HARMAN = "HARMAN Professional AV Network";
 inline constexpr const char *PROFILE_TYPE_NAME_LIGHTWARE = "AVoIP Lightware AV network";
 inline constexpr const char *PROFILE_TYPE_NAME_SHURE_CONVERGED = "Shure Converged Audio and Control Network";
 inline constexpr const char *PROFILE_TYPE_NAME_SHURE_SPLIT = "Shure Split Audio and Control Network";
 inline constexpr const char *PROFILE_TYPE_NAME_AUDAC = "AUDAC Audio and Control Network";
 inline constexpr const char *PROFILE_TYPE_NAME_DEFAULT = "Default";
 inline constexpr const char *PROFILE_TYPE_NAME_POLY = "Poly StudioNet Modular Room";
+inline constexpr const char *PROFILE_TYPE_NAME_NICE = "Nice Home Management";
 inline constexpr const char *PROFILE_TYPE_NAME_GD = "G&D KVM-over-IP";
 
 // Flags where nothing else is said: nonzero means wanted.

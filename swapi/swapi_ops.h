@@ -33,9 +33,12 @@ inline std::int32_t ptpTcAdminModeSet(Switch sw, std::uint32_t mode) {
     return codeOf(sw.setPtpTc(mode != 0));
 }
 
-// 802.1X port control mode (OPEN_DOT1X_).
+// 802.1X: control mode of a port (OPEN_DOT1X_), and whether it is authorised (OPEN_DOT1X_PORT_).
 inline std::int32_t dot1xPortControlModeSet(Switch sw, std::uint32_t ifNum, std::uint32_t mode) {
     return codeOf(sw.setPortControl(IfNum(ifNum), static_cast<PortControl>(mode)));
+}
+inline std::int32_t swapiDot1xPortStatusGet(Switch sw, std::uint32_t ifNum, std::uint32_t *status) {
+    return storeNumber(sw.portStatus(IfNum(ifNum)), status);
 }
 
 // The most members a LAG can have.

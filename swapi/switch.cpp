@@ -299,6 +299,13 @@ OpenResult<std::string> Switch::neighbourText(const NeighbourKey &key, Neighbour
     });
 }
 
+OpenResult<std::string> Switch::neighbourCapabilities(const NeighbourKey &key, std::uint32_t size) const {
+    return readText(size, [&](open_buffdesc *text) {
+        return rpcclt_openapiLldpIntfRemoteDeviceSysCapEnabledGet(client_, key.port.number(), key.remIndex,
+                                                                  key.timeStamp, text);
+    });
+}
+
 // --- VLANs
 
 OpenResult<VlanId> Switch::VlanStep::operator()() {
@@ -389,18 +396,7 @@ OpenResult<> Switch::setParticipation(IfNum ifNum, VlanId id, Participation part
                                                            static_cast<std::uint32_t>(participation)));
 }
 
-// --- 802.1X, PTP, spanning tree
-
-OpenResult<> Switch::setPortControl(IfNum port, PortControl control) const {
-    return openResult(
-        rpcclt_openapiDot1xPortControlModeSet(client_, port.number(), static_cast<std::uint32_t>(control)));
-}
-
-OpenResult<PortControl> Switch::portControl(IfNum port) const {
-    return readNumber<PortControl>([&](std::uint32_t *mode) {
-        return rpcclt_openapiDot1xPortControlModeGet(client_, port.number(), mode);
-    });
-}
+// --- PTP, spanning tree
 
 OpenResult<> Switch::setPtpTc(bool on) const {
     return openResult(rpcclt_openapiPtpTcAdminModeSet(client_, on ? OPEN_ENABLE : OPEN_DISABLE));

@@ -189,6 +189,8 @@ class Switch {
     // --- interfaces, ascending
 
     auto ports() const { return Walk(IfStep{client_, IfType::Port, IfNum{}, true}); }
+    // The same by the walk's next call alone.
+    auto portsByNext() const { return Walk(IfStep{client_, IfType::Port, IfNum{}, false}); }
     auto lags() const { return Walk(IfStep{client_, IfType::Lag, IfNum{}, true}); }
     // LAGs by the walk's next call alone, which asks once less.
     auto lagsByNext() const { return Walk(IfStep{client_, IfType::Lag, IfNum{}, false}); }
@@ -219,6 +221,8 @@ class Switch {
     // `size` is lldpTextSize().
     OpenResult<std::string> neighbourText(const NeighbourKey &key, NeighbourField field,
                                           std::uint32_t size) const;
+    // The capabilities that it has enabled, by name: "bridge, router".
+    OpenResult<std::string> neighbourCapabilities(const NeighbourKey &key, std::uint32_t size) const;
 
     // --- VLANs
 
@@ -247,10 +251,18 @@ class Switch {
     OpenResult<> setTagging(IfNum ifNum, VlanId id, Tagging tagging) const;
     OpenResult<> setParticipation(IfNum ifNum, VlanId id, Participation participation) const;
 
-    // --- 802.1X, PTP, spanning tree
+    // --- 802.1X
 
+    OpenResult<bool> dot1x() const;  // of the whole switch
     OpenResult<> setPortControl(IfNum port, PortControl control) const;
     OpenResult<PortControl> portControl(IfNum port) const;
+    OpenResult<std::uint32_t> portStatus(
+        IfNum port) const;  // OPEN_DOT1X_PORT_, or a number of the switch's own
+    OpenResult<bool> isPortAuthorized(IfNum port) const;
+    OpenResult<PortReauthentication> portReauthentication(IfNum port) const;
+
+    // --- PTP, spanning tree
+
     OpenResult<> setPtpTc(bool on) const;
     OpenResult<bool> ptpTc() const;
     OpenResult<> setPortPtpTc(IfNum port, bool on) const;
@@ -334,9 +346,6 @@ class Switch {
     OpenResult<RadiusServer> radiusServer(std::uint32_t number) const;
     OpenResult<RadiusServerName> radiusServerName(std::uint32_t number) const;
 
-    OpenResult<bool> dot1x() const;
-    OpenResult<bool> isPortAuthorized(IfNum port) const;
-    OpenResult<PortReauthentication> portReauthentication(IfNum port) const;
     OpenResult<bool> portPtpTc(IfNum port) const;
     OpenResult<bool> portDot1as(IfNum port) const;
     // As isStaticVlan, for those who have to tell "no" from "no answer".

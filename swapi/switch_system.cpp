@@ -201,26 +201,6 @@ OpenResult<RadiusServerName> Switch::radiusServerName(std::uint32_t number) cons
     return RadiusServerName{std::move(*name), secretSet != 0};
 }
 
-OpenResult<bool> Switch::dot1x() const {
-    return readNumber<bool>(
-        [&](std::uint32_t *mode) { return rpcclt_openapiDot1xSystemAuthControlModeGet(client_, mode); });
-}
-
-OpenResult<bool> Switch::isPortAuthorized(IfNum port) const {
-    const auto status = readNumber([&](std::uint32_t *value) {
-        return rpcclt_openapiDot1xPortStatusGet(client_, port.number(), value);
-    });
-    if (!status)
-        return std::unexpected(status.error());
-    return *status == OPEN_DOT1X_PORT_AUTHORIZED;
-}
-
-OpenResult<PortReauthentication> Switch::portReauthentication(IfNum port) const {
-    std::uint32_t enabled = 0, period = 0;
-    const open_error_t code = rpcclt_openapiDot1xPortReauthGet(client_, port.number(), &enabled, &period);
-    return openResult(code, PortReauthentication{enabled == OPEN_ENABLE, period});
-}
-
 OpenResult<bool> Switch::portPtpTc(IfNum port) const {
     return readNumber<bool>([&](std::uint32_t *mode) {
         return rpcclt_openapiPtpTcIntfAdminModeGet(client_, port.number(), mode);

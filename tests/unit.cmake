@@ -27,12 +27,14 @@ file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/vswitch/*_test.c
 pavo_test(vswitch_test SOURCES ${sources} LINK common open_client_inprocess vswitch_ovs)
 # The shipped templates are tested as they stand.
 target_compile_definitions(profile_test PRIVATE PAVO_DATA_DIR="${CMAKE_SOURCE_DIR}/data")
+target_compile_definitions(detection_test PRIVATE PAVO_DATA_DIR="${CMAKE_SOURCE_DIR}/data")
 target_compile_definitions(vlan_test PRIVATE PAVO_DATA_DIR="${CMAKE_SOURCE_DIR}/data")
 
 # The programs whose producers of cached answers tests/system/cache_test.py lists.
 if(TARGET web_test)
   pavo_link_producers(web_test)
 endif()
+pavo_link_producers(detection_test)
 
 foreach(script check_includes make_vendor_db)
   add_test(NAME scripts_${script}

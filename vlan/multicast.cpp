@@ -39,29 +39,28 @@ ScriptFiles filesOf(const char *tag) {
     return ScriptFiles::forTag(tag + std::to_string(randomNumber()));
 }
 
-// A line without its end. Tables have ten thousand of them: what can be found out for a line at once is faster than
-// for each of its characters.
-struct Line {
-    explicit Line(std::string_view shown) : text(shown) {
-        if (text.ends_with('\r'))
-            text.remove_suffix(1);
-        unsigned char special = 0;  // of the width of a character, as the loop is to take many at a time
-        for (const char c : text) {
+// What can be told of a table at once, many characters at a time: faster than for each string of its ten thousand lines.
+struct Letters {
+    explicit Letters(std::string_view table) {
+        unsigned char special = 0, lag = 0;  // of the width of a character, as in a vector register
+        for (const char c : table) {
             const auto code = static_cast<unsigned char>(c);
-            special = static_cast<unsigned char>(special | (code < ' ') | (code >= 0x7f) | (code == '"') |
-                                                 (code == '\\'));
+            special = static_cast<unsigned char>(special | ((code < ' ') & (code != '\n')) | (code >= 0x7f) |
+                                                 (code == '"') | (code == '\\'));
+            lag = static_cast<unsigned char>(lag | (code == 'l') | (code == 'c'));
         }
-        isPlain = special == 0;
+        arePlain = special == 0;
+        mayNameLag = lag != 0;
     }
 
-    std::string_view text;
-    bool isPlain;  // no other blanks than spaces, and nothing that JSON escapes
+    bool arePlain;    // no other blanks than spaces, and nothing that JSON escapes
+    bool mayNameLag;  // there is one of the letters that the names of LAGs begin with
 };
 
 // A line from left to right. Blanks in front of numbers and words are passed over.
 class Scanner {
   public:
-    explicit Scanner(const Line &line) : rest_(line.text), isPlain_(line.isPlain) {}
+    explicit Scanner(std::string_view rest, bool isPlain = false) : rest_(rest), isPlain_(isPlain) {}
 
     template <class Number>
     bool number(Number &value) {
@@ -120,12 +119,12 @@ bool scanPair(Scanner &in, std::string_view &address, std::string_view &mac) {
 }
 
 // The interface as "lag 3", "ch3" or "1/5".
-bool scanInterface(Scanner &in, std::string_view line, GroupRow &row) {
+bool scanInterface(Scanner &in, std::string_view line, bool mayNameLag, GroupRow &row) {
     std::string_view skipped;
     row.onLag = true;
-    if (line.find("lag") != std::string_view::npos)
+    if (mayNameLag && line.find("lag") != std::string_view::npos)
         return in.word(line.size(), skipped) && in.number(row.port);
-    if (line.find("ch") != std::string_view::npos) {
+    if (mayNameLag && line.find("ch") != std::string_view::npos) {
         in.skipBlanks();
         return in.take("ch") && in.number(row.port);
     }
@@ -135,15 +134,15 @@ bool scanInterface(Scanner &in, std::string_view line, GroupRow &row) {
 }
 
 // False leaves something in `row`.
-bool parseFullRow(const Line &line, GroupRow &row) {
-    Scanner in(line);
+bool parseFullRow(std::string_view line, const Letters &letters, GroupRow &row) {
+    Scanner in(line, letters.arePlain);
     if (!in.number(row.vlan) || !scanPair(in, row.subscriber, row.subscriberMac) ||
-        !scanPair(in, row.group, row.groupMac) || !scanInterface(in, line.text, row) ||
+        !scanPair(in, row.group, row.groupMac) || !scanInterface(in, line, letters.mayNameLag, row) ||
         !in.word(kTypeMax, row.type))
         return false;
     row.timeout = 0;
     in.number(row.timeout);
-    row.isPlain = line.isPlain;
+    row.isPlain = letters.arePlain;
     return true;
 }
 
@@ -192,19 +191,17 @@ void forEachGroupRow(std::string_view shown, const std::function<void(const Grou
     GroupRow rows[2];
     GroupRow *last = &rows[0];
     GroupRow *next = &rows[1];
-    forEachLine(shown, kLineMax, [&](std::string_view text) {
-        const Line line(text);
+    const Letters letters(shown);
+    forEachLine(shown, kLineMax, [&](std::string_view line) {
         if (!inTable) {
-            inTable = isHeaderRule(text);
-        } else if (seen && (text.starts_with(' ') || text.starts_with('\t'))) {
+            inTable = isHeaderRule(line);
+        } else if (seen && (line.starts_with(' ') || line.starts_with('\t'))) {
             *next = *last;
-            Scanner in(line);
+            Scanner in(line, letters.arePlain);
             if (scanPair(in, next->subscriber, next->subscriberMac) &&
-                next->subscriber.find('.') != std::string_view::npos) {
-                next->isPlain = last->isPlain && line.isPlain;
+                next->subscriber.find('.') != std::string_view::npos)
                 visit(*next);
-            }
-        } else if (parseFullRow(line, *next)) {
+        } else if (parseFullRow(line, letters, *next)) {
             std::swap(last, next);
             seen = true;
             visit(*last);
@@ -721,7 +718,7 @@ std::vector<std::string> parseDenyList(std::string_view shown) {
     std::vector<std::string> denied;
     forEachLine(shown, kLineMax, [&](std::string_view line) {
         std::string_view address;
-        Scanner in{Line(line)};
+        Scanner in(line);
         if (!line.starts_with("Destination IP Address"))
             return true;
         for (int word = 0; word < 4; ++word)
@@ -804,6 +801,9 @@ Result<> changeDenyList(Switch sw, std::span<const std::string> addresses, Where
         removeFile(platform::paths::kDenyListRules);
     else if (!former.empty())
         bringBackKept(sw, former, where);
+    // A list that is deleted takes its bindings along: what detection has bound it has to bind again.
+    if (changed && addresses.empty())
+        removeFile(platform::paths::kNetBlockPorts);
     return changed;
 }
 

@@ -23,6 +23,16 @@ ProfileVlan findVlanOfProfileType(Switch sw, std::string_view profileType, std::
     return found;
 }
 
+ProfileVlan findVlanOfRole(Switch sw, std::string_view profileType, std::int32_t vlanType, Where where) {
+    const auto ids = readIdsOfTypeAndRole(profileType, vlanType, where);
+    if (!ids)
+        return {.presence = Presence::Unknown, .awaited = "the profile database"};
+    const auto id = ids->empty() ? std::nullopt : VlanId::from(ids->front());
+    if (!id)
+        return {};
+    return {.presence = sw.vlanPresence(*id), .vlan = *id, .awaited = "the switch"};
+}
+
 std::int32_t vlanInfoSelectHasofProfileType(Switch sw, const char *profileType, std::int32_t excluded) {
     const std::string_view type = profileType != nullptr ? std::string_view(profileType) : std::string_view();
     const ProfileVlan found = findVlanOfProfileType(sw, type, VlanId::from(excluded));

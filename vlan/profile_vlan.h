@@ -23,7 +23,11 @@ struct ProfileVlan {
 ProfileVlan findVlanOfProfileType(Switch sw, std::string_view profileType, std::optional<VlanId> excluded,
                                   Where where = std::source_location::current());
 
-// The same as an operation: the VLAN id; 0 when there is none or it could not be asked for.
+// The first VLAN that has that role (a VLAN type) in that profile type, if it exists on the switch.
+ProfileVlan findVlanOfRole(Switch sw, std::string_view profileType, std::int32_t vlanType,
+                           Where where = std::source_location::current());
+
+// The first of these as an operation: the VLAN id; 0 when there is none or it could not be asked for.
 std::int32_t vlanInfoSelectHasofProfileType(Switch sw, const char *profileType, std::int32_t excluded);
 
 }  // namespace pavo

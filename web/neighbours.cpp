@@ -8,6 +8,7 @@
 
 #include "common/json.h"
 #include "common/log.h"
+#include "store/recognition.h"
 
 namespace pavo {
 namespace {
@@ -124,7 +125,7 @@ std::optional<LldpDevice> readDevice(Reader &reader, const NeighbourKey &key, st
                       std::move(address).value_or("")};
 }
 
-using Visit = std::function<void(const Neighbour &)>;
+using Visit = std::function<void(const NeighbourLine &)>;
 
 Result<> readArp(Reader &reader, NeighbourJoin &join) {
     return reader.walk(reader.device().arpTable(), "ARP table",
@@ -210,10 +211,10 @@ std::string_view NeighbourJoin::vendorOf(std::string_view mac) {
     return lastVendor_;
 }
 
-Neighbour NeighbourJoin::lineOf(IfNum ifNum, const LldpDevice &device) {
+NeighbourLine NeighbourJoin::lineOf(IfNum ifNum, const LldpDevice &device) {
     const std::string_view mac = device.macText();
     ++deviceCount_;
-    Neighbour line{ifNum, port(ifNum)};
+    NeighbourLine line{ifNum, port(ifNum)};
     line.vlan = line.port->pvid;
     line.hostName = device.systemName.empty() ? vendorOf(mac) : device.systemName;
     line.ip = device.managementAddress;
@@ -228,7 +229,7 @@ Neighbour NeighbourJoin::lineOf(IfNum ifNum, const LldpDevice &device) {
     return line;
 }
 
-std::optional<Neighbour> NeighbourJoin::lineOf(const ForwardingEntry &entry) {
+std::optional<NeighbourLine> NeighbourJoin::lineOf(const ForwardingEntry &entry) {
     const NeighbourPort *const found = port(entry.interface);
     if (!entry.learned || found == nullptr || found->mode == SwitchportMode::Trunk)
         return std::nullopt;
@@ -236,7 +237,7 @@ std::optional<Neighbour> NeighbourJoin::lineOf(const ForwardingEntry &entry) {
     if (own != addresses_.end() && own->second.isDevice)
         return std::nullopt;
     entry.mac.writeText(macText_);
-    Neighbour line{entry.interface, found, NeighbourSource::ForwardingTable, entry.vlan};
+    NeighbourLine line{entry.interface, found, NeighbourSource::ForwardingTable, entry.vlan};
     line.mac = {macText_, sizeof macText_};
     line.hostName = vendorOf(line.mac);
     if (own != addresses_.end())
@@ -248,7 +249,7 @@ std::string portText(const UnitSlotPort &place) {
     return (place.slot != 0 ? std::to_string(place.slot) + "/" : "") + std::to_string(place.port);
 }
 
-bool printNeighbourRow(const Neighbour &neighbour, std::string &row) {
+bool printNeighbourRow(const NeighbourLine &neighbour, std::string &row) {
     const UnitSlotPort &place = neighbour.port->place;
     const bool isDevice = neighbour.source == NeighbourSource::Lldp;
     RowWriter out;
@@ -300,7 +301,7 @@ Result<> readNeighbours(Switch sw, const VendorTable &vendors, const Visit &visi
 Result<std::vector<PortVendors>> readPortVendors(Switch sw, const VendorTable &vendors, Where where) {
     std::map<IfNum, PortVendors> ports;
     NeighbourTiming timing;
-    const auto add = [&](const Neighbour &line) {
+    const auto add = [&](const NeighbourLine &line) {
         auto &port = ports.try_emplace(line.interface, PortVendors{line.interface, *line.port}).first->second;
         ++port.devices;
         if (const std::string_view vendor = vendors.vendorOf(line.mac); !vendor.empty())
@@ -308,6 +309,9 @@ Result<std::vector<PortVendors>> readPortVendors(Switch sw, const VendorTable &v
     };
     if (auto read = readNeighbours(sw, vendors, add, timing, where); !read)
         return std::unexpected(std::move(read).error());
+    for (const auto &[ifNum, vendor] : readRecognition(where))
+        if (const auto port = ports.find(ifNum); port != ports.end())
+            port->second.recognised.insert(vendor);
     std::vector<PortVendors> all;
     all.reserve(ports.size());
     for (auto &[ifNum, port] : ports)

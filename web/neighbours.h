@@ -16,6 +16,7 @@
 #include <map>
 #include <memory_resource>
 #include <optional>
+#include <set>
 #include <source_location>
 #include <string>
 #include <string_view>
@@ -65,7 +66,7 @@ struct ForwardingEntry {
 enum class NeighbourSource { Lldp, ForwardingTable };
 
 // One line of the list. The strings belong to others: they are valid while the line is looked at.
-struct Neighbour {
+struct NeighbourLine {
     IfNum interface;
     const NeighbourPort *port = nullptr;
     NeighbourSource source = NeighbourSource::Lldp;
@@ -89,11 +90,11 @@ class NeighbourJoin {
 
     // The line of a device heard on a described port; it refers to the device's strings. From then on its MAC
     // address is no host's of the forwarding table.
-    Neighbour lineOf(IfNum ifNum, const LldpDevice &device);
-    Neighbour lineOf(IfNum ifNum, const LldpDevice &&device) = delete;
+    NeighbourLine lineOf(IfNum ifNum, const LldpDevice &device);
+    NeighbourLine lineOf(IfNum ifNum, const LldpDevice &&device) = delete;
     // The line of a host, valid until the next one: only for a learned address, on a described port that is
     // no trunk, of no device heard.
-    std::optional<Neighbour> lineOf(const ForwardingEntry &entry);
+    std::optional<NeighbourLine> lineOf(const ForwardingEntry &entry);
 
     std::size_t arpCount() const { return arpCount_; }
     std::size_t deviceCount() const { return deviceCount_; }
@@ -129,7 +130,7 @@ class NeighbourJoin {
 // Strings are escaped by cJSON's rules, and what is no UTF-8 is replaced. False, with `row` of no use, for a
 // row that is longer than kNeighbourRowMax.
 inline constexpr std::size_t kNeighbourRowMax = 2559;
-bool printNeighbourRow(const Neighbour &neighbour, std::string &row);
+bool printNeighbourRow(const NeighbourLine &neighbour, std::string &row);
 
 // "port" of the row: "5", or "2/5" in another slot than 0.
 std::string portText(const UnitSlotPort &place);
@@ -151,7 +152,7 @@ struct NeighbourTiming {
 // does a switch that cannot be reached: Failed (logged), because whoever is missing then may well be there. A
 // table that the switch does not offer is an empty one.
 Result<> readNeighbours(Switch sw, const VendorTable &vendors,
-                        const std::function<void(const Neighbour &)> &visit, NeighbourTiming &timing,
+                        const std::function<void(const NeighbourLine &)> &visit, NeighbourTiming &timing,
                         Where where = std::source_location::current());
 
 // The vendors behind a port.
@@ -161,6 +162,7 @@ struct PortVendors {
     std::size_t devices = 0;  // lines of the list, those of unknown vendors included
     // By name, with the number of its devices.
     std::map<std::string, std::size_t, std::less<>> vendors{};
+    std::set<std::string> recognised{};  // vendors whose devices detection recognises there
 };
 
 // The ports with somebody behind them, ascending.

@@ -128,6 +128,12 @@ std::string vendorsJson(const std::vector<PortVendors> &ports) {
             appendEscaped(json, vendor);
             json += "\",\"deviceCount\":" + std::to_string(count) + "}";
         }
+        json += "],\"recognized\":[";
+        for (const auto &vendor : port.recognised) {
+            json += json.back() == '[' ? "\"" : ",\"";
+            appendEscaped(json, vendor);
+            json += '"';
+        }
         json += "]}";
     }
     return json + "]}";
@@ -155,7 +161,7 @@ std::int32_t neighborRowsBuild(openapiClientHandle_t *client, RowSink &sink, Nei
     const Where where = std::source_location::current();
     return withinMemory(where, [&] {
         std::string row;
-        const auto add = [&](const Neighbour &neighbour) {
+        const auto add = [&](const NeighbourLine &neighbour) {
             if (printNeighbourRow(neighbour, row))
                 sink.add(row);
         };

@@ -7,10 +7,11 @@
 // them only:
 //
 //     {"ports": [{"port": "5", "portNum": 5, "portName": "0/5", "unit": 1, "deviceCount": 3,
-//                 "vendors": [{"vendor": "Acme", "deviceCount": 2}]}]}
+//                 "vendors": [{"vendor": "Acme", "deviceCount": 2}], "recognized": ["harman"]}]}
 //
 // The first "deviceCount" is that of the port's lines in the neighbour list, the others those of each known
-// vendor; vendors are in alphabetical order.
+// vendor; vendors are in alphabetical order. "recognized" are the vendors whose devices the daemon's detection has
+// seen on the port (store/recognition.h).
 #ifndef PAVO_WEB_NEIGHBOURS_OPS_H
 #define PAVO_WEB_NEIGHBOURS_OPS_H
 

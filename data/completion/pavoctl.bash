@@ -19,13 +19,13 @@ _pavoctl() {
     for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
         case $word in
             -*) ;;
-            profile | vlan | neighbours | multicast | cache | vendor) [ -z "$command" ] && command=$word ;;
+            profile | vlan | neighbours | multicast | cache | vendor | nice) [ -z "$command" ] && command=$word ;;
             *) [ -n "$command" ] && [ -z "$sub" ] && sub=$word ;;
         esac
     done
     local IFS=$'\n'
     case "$command/$sub" in
-        /) words=$'profile\nvlan\nneighbours\nmulticast\ncache\nvendor\n--json\n--help' ;;
+        /) words=$'profile\nvlan\nneighbours\nmulticast\ncache\nvendor\nnice\n--json\n--help' ;;
         profile/) words=$'types\ntemplates\nlist\nshow\nstatus\napply\ndelete\n--help' ;;
         neighbours/) words=$'--follow\n--interval\n--json\n--help' ;;
         vlan/) words=$'list\nshow\n--help' ;;
@@ -33,6 +33,7 @@ _pavoctl() {
         multicast/groups) words=$'--cache\n--help' ;;
         multicast/mode) words=$'normal\nrouter\nblocked\n--help' ;;
         multicast/deny) words=$'--clear\n--help' ;;
+        nice/) words=$'on\noff\nstatus\n--help' ;;
         cache/) words=$'list\nread\nrefresh\ndelete\n--help' ;;
         cache/read | cache/refresh | cache/delete)
             words=$("${COMP_WORDS[0]}" --json cache list 2>/dev/null | sed -n 's/^\t\t\t"name":\t"\(.*\)",$/\1/p')

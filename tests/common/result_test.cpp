@@ -33,46 +33,28 @@ class ResultTest : public testing::Test {
     static std::string log() { return readFile(platform::paths::kLogFile); }
     static bool logged(const std::string &part) { return log().find(part) != std::string::npos; }
 };
-using ResponseJson = ResultTest;
-using Parameters = ResultTest;
-using Files = ResultTest;
-using JsonFileLoad = ResultTest;
 
-TEST(Messages, AreFoundWhateverTheOrderOfTheirCodes) {
-    for (const auto &[code, message] : {std::pair{10027, "Disable PTP Mode"},
-                                        {10016, "Device or resource open failed"},
-                                        {11000, ""},
-                                        {-7, "Failed to allocate memory"}})
-        EXPECT_STREQ(getErrMsg(code), message) << code;
-}
-
-TEST_F(ResponseJson, DataThenRespOrTheFailureAlone) {
+TEST_F(ResultTest, DataThenRespOrTheFailureAlone) {
     char out[256] = {};
     ASSERT_EQ(responseJsonStr(0, "vlan", "{\"id\":5}", out), 0);
     EXPECT_STREQ(out,
                  "{\n\t\"vlan\":\t{\n\t\t\"id\":\t5\n\t},\n\t\"resp\":\t{\n\t\t\"respCode\":\t0,\n"
                  "\t\t\"respMsg\":\t\"Success\",\n\t\t\"status\":\t\"success\"\n\t}\n}");
 
+    const auto failure = [](const std::string &code, const std::string &message) {
+        return "{\n\t\"resp\":\t{\n\t\t\"respCode\":\t" + code + ",\n\t\t\"respMsg\":\t\"" + message +
+               "\",\n\t\t\"status\":\t\"fail\"\n\t}\n}";
+    };
     std::memset(out, '#', sizeof out);
     ASSERT_EQ(responseJsonStr(12345, "vlan", "{}", out), 0);
-    const std::string failure =
-        "{\n\t\"resp\":\t{\n\t\t\"respCode\":\t12345,\n\t\t\"respMsg\":\t\"Error code unknown\",\n"
-        "\t\t\"status\":\t\"fail\"\n\t}\n}";
-    EXPECT_EQ(failure + '#', std::string(out, failure.size() + 1)) << "no terminating zero is written";
-}
-
-TEST_F(ResponseJson, AFailureTellsItsReason) {
+    const auto unknown = failure("12345", "Error code unknown");
+    EXPECT_EQ(unknown + '#', std::string(out, unknown.size() + 1)) << "no terminating zero is written";
     EXPECT_EQ(messageOf({ResultCode::NotExist, ""}), "Object not exist");
     EXPECT_EQ(failureEnvelope({ResultCode::InvalidArgument, "\"name\": 3\xc3 is not a string"}),
-              "{\n\t\"resp\":\t{\n\t\t\"respCode\":\t10003,\n"
-              "\t\t\"respMsg\":\t\"Invalid argument: \\\"name\\\": 3? is not a string\",\n"
-              "\t\t\"status\":\t\"fail\"\n\t}\n}");
-    const LimitedMemory memory(2);
-    EXPECT_EQ(failureEnvelope({}), "");
-    EXPECT_TRUE(logged("package response str error\r\n"));
+              failure("10003", R"(Invalid argument: \"name\": 3? is not a string)"));
 }
 
-TEST_F(ResponseJson, UnparsableDataGivesNoText) {
+TEST_F(ResultTest, UnparsableDataGivesNoText) {
     char out[8] = {};
     EXPECT_EQ(responseJsonStr(0, "vlan", "{\"id\":", out), -1);
     EXPECT_EQ(responseJsonStr(0, "vlan", nullptr, out), -1);
@@ -91,7 +73,7 @@ TEST_F(ResponseJson, UnparsableDataGivesNoText) {
     std::free(text);
 }
 
-TEST_F(ResponseJson, EveryFailingAllocationGivesNoText) {
+TEST_F(ResultTest, EveryFailingAllocationGivesNoText) {
     bool isEnough = false;
     for (int allocations = 0; !isEnough; ++allocations) {
         ASSERT_LT(allocations, 100);
@@ -113,10 +95,12 @@ TEST_F(ResponseJson, EveryFailingAllocationGivesNoText) {
     }
     for (const char *what : {"create root object", "create resp object", "parse data JSON", "print JSON"})
         EXPECT_TRUE(logged(std::string("[MEM] Failed to ") + what)) << what;
+    const LimitedMemory memory(2);
+    EXPECT_EQ(failureEnvelope({}), "");
     EXPECT_TRUE(logged("package response str error\r\n"));
 }
 
-TEST_F(Parameters, TextIsBoundedAndEachIsOfItsKind) {
+TEST_F(ResultTest, ParametersAreBoundedAndEachIsOfItsKind) {
     const JsonPtr obj(cJSON_Parse("{\"name\":\"abcdef\",\"id\":-5,\"big\":1e300,\"none\":null}"));
     char dst[8] = "#######";
     EXPECT_EQ(getStrAndCpyTo(obj.get(), "name", dst, 4), 0);
@@ -132,7 +116,7 @@ TEST_F(Parameters, TextIsBoundedAndEachIsOfItsKind) {
     EXPECT_EQ(test_support::occurrences(log(), "param error"), 5u);
 }
 
-TEST_F(Files, AreReplacedWholeOrNotAtAll) {
+TEST_F(ResultTest, FilesAreReplacedWholeOrNotAtAll) {
     constexpr const char *kInside = "/tmp/new/folder/file";
     for (const char *text : {"first", "second"})
         ASSERT_TRUE(replaceFile(kInside, text));
@@ -146,7 +130,7 @@ TEST_F(Files, AreReplacedWholeOrNotAtAll) {
     EXPECT_FALSE(test_support::exists("/tmp/new/folder/file.new"));
 }
 
-TEST_F(Files, LinksAndPipesInTheirPlaceAreNotUsed) {
+TEST_F(ResultTest, LinksAndPipesInTheirPlaceAreNotUsed) {
     const auto link = [](const char *target, const char *name) {
         std::filesystem::create_symlink(platform::fsPath(target), platform::fsPath(name));
     };
@@ -170,7 +154,7 @@ TEST_F(Files, LinksAndPipesInTheirPlaceAreNotUsed) {
         EXPECT_EQ(openFile("/tmp/pipe", mode), nullptr) << mode;
 }
 
-TEST_F(Files, ALockIsWaitedForAsLongAsTheLimit) {
+TEST_F(ResultTest, ALockIsWaitedForAsLongAsTheLimit) {
     constexpr const char *kLock = "/tmp/test.lock";
     EXPECT_TRUE(FileLock(kLock).held());
     EXPECT_TRUE(test_support::exists(kLock));
@@ -178,9 +162,10 @@ TEST_F(Files, ALockIsWaitedForAsLongAsTheLimit) {
         const FileLock lock(kLock, FileLock::Afterwards::Remove, most, Where("join", 7));
         return std::pair(lock.state(), lock.timedOut());
     };
+    const std::pair tooLate(FileLock::State::NotLocked, true);
     FileLock holder(kLock, FileLock::Afterwards::Remove);
     ASSERT_TRUE(holder.held());
-    EXPECT_EQ(wait({}), std::pair(FileLock::State::NotLocked, true)) << "not at all";
+    EXPECT_EQ(wait({}), tooLate);
     EXPECT_EQ(log(), "") << "nobody has waited";
 
     auto waiter = std::async(std::launch::async, wait, std::chrono::minutes(1));
@@ -193,7 +178,7 @@ TEST_F(Files, ALockIsWaitedForAsLongAsTheLimit) {
     passUntil([&] { return !log().empty(); });
     EXPECT_TRUE(logged("(WARN): test: [join:7] waiting for the lock /tmp/test.lock, for at most 60 s\n"));
     passUntil([&] { return waiter.wait_for(std::chrono::seconds(0)) == std::future_status::ready; });
-    EXPECT_EQ(waiter.get(), std::pair(FileLock::State::NotLocked, true));
+    EXPECT_EQ(waiter.get(), tooLate);
     EXPECT_TRUE(test_support::exists(kLock)) << "it is the holder's";
     EXPECT_EQ(test_support::occurrences(log(), "\n"), 1u) << log();
 
@@ -206,7 +191,7 @@ TEST_F(Files, ALockIsWaitedForAsLongAsTheLimit) {
     EXPECT_EQ(FileLock(kLock).state(), FileLock::State::NotOpened);
 }
 
-TEST_F(JsonFileLoad, TakesWholeRegularFilesOnly) {
+TEST_F(ResultTest, JsonComesFromWholeRegularFilesOnly) {
     const std::string path = platform::fsPath(kFile), filled(JSON_FILE_MAX - 2, ' ');
     const auto load = [] { return JsonPtr(jsonFileLoad(kFile)); };
     EXPECT_EQ(load(), nullptr);
@@ -223,9 +208,6 @@ TEST_F(JsonFileLoad, TakesWholeRegularFilesOnly) {
     EXPECT_EQ(load(), nullptr);
     EXPECT_TRUE(logged(std::string("file too large:") + kFile + "\r\n"));
 
-    std::filesystem::remove(path);
-    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
-    EXPECT_EQ(load(), nullptr);
     std::filesystem::remove(path);
     std::filesystem::create_directory(path);
     EXPECT_EQ(load(), nullptr);

@@ -1,5 +1,5 @@
-// What the tests of all device families need on top of the switch: a profile database and a view of the
-// switch.
+// What the tests of all device families need on top of the switch: a profile database, time for a thread, and views of
+// switch, devices and logs.
 #ifndef PAVO_TESTS_DETECTION_DETECTION_FIXTURE_H
 #define PAVO_TESTS_DETECTION_DETECTION_FIXTURE_H
 
@@ -11,10 +11,14 @@
 #include <set>
 
 #include "common/device_list.h"
+#include "common/json.h"
 #include "store/profile_db.h"
 #include "tests/support/switch_fixture.h"
 
 namespace test_support {
+
+// The call with which every script reaches the switch.
+constexpr const char *kApply = "rpcclt_openapiTxtCfgApply";
 
 class DetectionTest : public SwitchTest {
   protected:
@@ -34,15 +38,55 @@ class DetectionTest : public SwitchTest {
         ASSERT_EQ(pthread_create(&thread, nullptr, entry, &client), 0);
     }
     void join() { EXPECT_EQ(pthread_join(thread, nullptr), 0); }
+    // The thread sleeps, wakes up and sleeps again, so many times.
+    static void passPeriods(int count, platform::Duration period) {
+        ASSERT_TRUE(platform::manual_clock::awaitSleepers(1));
+        for (int i = 0; i < count; ++i) {
+            platform::manual_clock::advance(period);
+            ASSERT_TRUE(platform::manual_clock::awaitSleepers(1));
+        }
+    }
 
     void vlanCreate(vswitch::VlanId id) {
         model([&](vswitch::Model &m) { EXPECT_EQ(m.createVlan(id), OPEN_E_NONE); });
     }
 
+    // Unplugged, and forgotten by the switch at once.
+    void unplugForgotten(const std::string &name) {
+        ASSERT_EQ(unplug(name), OPEN_E_NONE);
+        model([](vswitch::Model &m) { m.clearFdb(); });
+    }
+    void removeAssociation(const std::string &mac) {
+        commands("vlan database; no vlan association mac " + mac);
+    }
+
+    // Who is in which VLAN, by the last octet of the address: "01=30 02=40 ", but "01 " in the usual one.
+    std::string associations(vswitch::VlanId usual = 0) {
+        std::string out;
+        for (const auto &[mac, vlan] : model([](vswitch::Model &m) { return m.macAssociations(); }))
+            out += mac.text().substr(15) + (vlan == usual ? " " : "=" + std::to_string(vlan) + " ");
+        return out;
+    }
+    // Who is known on which port with how many misses: " 01@5 02@6/19".
+    static std::string known(std::initializer_list<const DeviceList<DetectedDevice> *> lists) {
+        std::multiset<std::string> all;
+        for (const auto *list : lists)
+            for (const DetectedDevice &one : *list)
+                all.insert(" " + one.mac.text().substr(15) + "@" + std::to_string(one.port.number()) +
+                           (one.missCount != 0 ? "/" + std::to_string(one.missCount) : ""));
+        return std::accumulate(all.begin(), all.end(), std::string());
+    }
+    // The array that an operation fills.
+    static std::string jsonOf(const std::function<void(cJSON *)> &fill) {
+        const JsonPtr out(cJSON_CreateArray());
+        fill(out.get());
+        return printJsonLine(out.get());
+    }
+
     // A profile's VLAN in the database.
-    static void profileStore(int vlan, const char *type) {
+    static void profileStore(int vlan, const char *type, int role = 1) {
         ASSERT_TRUE(replaceProfileRow(
-            {.id = vlan, .vlanType = 1, .profileName = "test", .profileType = type, .color = "#112233"}));
+            {.id = vlan, .vlanType = role, .profileName = "test", .profileType = type, .color = "#112233"}));
     }
     static void profileRemove(int vlan) { ASSERT_TRUE(deleteProfileRow(vlan)); }
 
@@ -71,6 +115,12 @@ class DetectionTest : public SwitchTest {
             clearFaults();
             check();
         }
+    }
+    // Alone, and then with all after it.
+    template <class Prepare, class Act, class Check>
+    void withEachCallFailing(Prepare prepare, Act act, Check check) {
+        for (const bool once : {true, false})
+            failEachCall(once, prepare, [&] { act(once); }, check);
     }
 
     // Whether every line of the log is one that the log made: a text from the network started none.

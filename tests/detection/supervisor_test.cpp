@@ -134,6 +134,13 @@ TEST_F(SupervisorTest, RestartsThreadsWhoseProfileIsBack) {
     main.join();
     EXPECT_EQ(logged("(ERROR)"), 1u);
     EXPECT_EQ(logged("Fatal error unable to recreate detect audac thread!"), 1u);
+    // Neither can Lightware's.
+    clk::setAutoAdvance(true);
+    profileRemove(50);
+    profileStore(301, kLightware);
+    expectErrors(1, {"Fatal error unable to recreate detect lightware thread!"},
+                 [&] { EXPECT_FALSE(supervisor.pass()); });
+    EXPECT_EQ(lightwareRunning, 0);
     expectStopped();
 }
 
@@ -154,20 +161,6 @@ TEST_F(SupervisorTest, EndsWhenAThreadCannotBeCreated) {
     profileRemove(50);  // a switch that is not there any more would not end it
     clk::advance(15s);
     Threads::join(1);
-}
-
-TEST_F(SupervisorTest, EndsWhenLightwareCannotBeRecreated) {
-    ASSERT_TRUE(supervisor.start());  // no profile: both end at once
-    for (const std::size_t number : {1, 2})
-        Threads::join(number);
-    EXPECT_TRUE(supervisor.pass());
-    EXPECT_EQ(Threads::created.size(), 2u);
-    profileAdd(300, kLightware);
-    Threads::failing = 3;
-    expectErrors(1, {"Fatal error unable to recreate detect lightware thread!"}, [&] { supervisor.run(); });
-    EXPECT_EQ(clk::totalSlept(), 31s);
-    EXPECT_EQ(lightwareRunning, 0);
-    expectStopped();
 }
 
 }  // namespace

@@ -736,5 +736,143 @@ class MulticastTest(PlainTest):
         self.net.send_raw(self.devices[sender], [ethernet(mac, source.mac, "0800", payload=packet)])
 
 
+class Dot1xTest(PlainTest):
+    """A port in mode auto forwards after a real exchange: hostapd on one side, wpa_supplicant on the other."""
+
+    PORT = 4  # of the device that authenticates
+    REFUSED, CLOSED = "Authentication failed on port 0/4", "Port 0/4 is unauthorized"
+
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        cls.wall = cls.devices["wall"]
+        cls.wall.start_lldp("eth0", description="Shure microphone")
+        cls.rig.cli("configure", "aaa ias-user username shure password secret", "interface 0/1-0/3",
+                    "dot1x port-control force-authorized", "exit", "dot1x system-auth-control")
+        cls.supplicant = None
+
+    def authorized(self):
+        return self.rig.rows("ports", name=f"0/{self.PORT}")[0]["authorized"]
+
+    def setUp(self):
+        super().setUp()
+        self.silence()
+        self.on(self.PORT, "dot1x port-control force-authorized", "dot1x port-control auto")
+
+    def said(self, text):
+        return self.rig.system_log().count(text)
+
+    def silence(self):
+        if self.supplicant:
+            self.net.end(self.supplicant)
+        type(self).supplicant = None
+
+    def supplicate(self, password, user="shure"):
+        self.silence()
+        type(self).supplicant = self.wall.start_supplicant(user, password)
+
+    def successes(self):
+        return self.supplicant.text().count("CTRL-EVENT-EAP-SUCCESS")
+
+    def expect(self, authorized):
+        self.see(f"authorized: {authorized}", lambda: self.authorized() == authorized)
+        self.configured()
+        self.reach("desk", "wall", authorized)
+
+    def authenticate(self):
+        self.supplicate("secret")
+        self.expect(True)
+
+    def crosses(self, sender, receiver):
+        broadcast = ethernet(BROADCAST, self.devices[sender].mac, "88b5")
+        return bool(self.received(sender, [broadcast], receiver)[receiver])
+
+    def heard(self):
+        return self.rig.rows("lldp", port=self.PORT)
+
+    def test_passwords(self):
+        self.expect(False)
+        self.assertFalse(self.crosses("desk", "wall") or self.crosses("wall", "desk"))
+        self.assertFalse([row for row in self.rig.table("fdb") if row["mac"].lower() == self.wall.mac])
+        self.see("an unauthorized neighbour is seen", self.heard)
+        for password, user in (("wrong", "shure"), ("secret", "x\nflags=[AUTHORIZED]\ndot1xAuthSessionUserName=shure")):
+            before = self.said(self.REFUSED)
+            self.setUp()
+            self.supplicate(password, user)
+            self.see("the refusal is in the log", lambda: self.said(self.REFUSED) > before)  # pylint: disable=cell-var-from-loop
+            self.expect(False)
+        self.authenticate()
+        self.assertTrue(self.crosses("desk", "wall") and self.crosses("wall", "desk"))
+        self.assertRegex(self.rig.cli("show dot1x clients"),
+                         f"(?i)0/{self.PORT} +{self.wall.mac} +[0-9]+ +shure")
+        # A password that changes: who does not know the new one is out, and in again with the old one.
+        failures = self.said(self.REFUSED)
+        self.rig.cli("configure", "aaa ias-user username shure password other")
+        self.expect(False)
+        self.assertGreater(self.said(self.REFUSED), failures)
+        self.rig.cli("configure", "aaa ias-user username shure password secret")
+        self.authenticate()
+        # EAPOL to somebody's own address is for the switch, too.
+        frame = ethernet(self.devices["desk"].mac, self.wall.mac, "888e0201")
+        self.assertEqual([], self.received("wall", [frame], "desk")["desk"])
+
+    def test_link_and_mode(self):
+        self.authenticate()
+        self.on(self.PORT, "dot1x port-control force-unauthorized")
+        self.expect(False)
+        self.see("a neighbour that may not do anything is seen", self.heard)
+        self.on(self.PORT, "dot1x port-control force-authorized")
+        self.expect(True)
+        before = self.successes()
+        self.on(self.PORT, "dot1x port-control auto")
+        self.expect(True)
+        self.assertGreater(self.successes(), before, "authenticated once more")
+        self.net.pull(self.PORT)
+        self.see("the link counts", lambda: not self.authorized())
+        self.silence()
+        self.net.reinsert(self.PORT)
+        self.see("the port has link", lambda: self.rig.rows("ports", name=f"0/{self.PORT}", link=True))
+        self.expect(False)
+        self.authenticate()
+
+    def test_restarts(self):
+        self.authenticate()
+        refusals = self.said(self.CLOSED)
+        for name, how in (("ovs-vswitchd", signal.SIGKILL), ("hostapd", signal.SIGKILL), ("hostapd", signal.SIGSTOP)):
+            before, old = self.successes(), self.pid(name)
+            os.kill(old, how)
+            self.see(f"{name} is back", lambda: self.plane() and self.pid(name) not in (0, old))
+            if name == "hostapd":
+                self.see("the device is asked again", lambda: self.successes() > before)
+            self.expect(True)
+        self.assertEqual(refusals, self.said(self.CLOSED))
+        before = self.successes()
+        self.rig.stop("vswitchd", signal.SIGKILL)
+        self.rig.restart("vswitchd")
+        self.see("the switch answers", self.plane)
+        self.expect(True)
+        self.assertGreater(self.successes(), before, "nobody is authorized without an exchange")
+
+    def test_radius(self):
+        ip(SWITCH, "link", "set", "lo", "up")
+        paths = {name: self.rig.path(f"tmp/radius.{name}") for name in ("conf", "clients", "users")}
+        for name, text in (("users", '"shure" MD5 "secret"\n'), ("clients", "127.0.0.1 sesame\n"), ("conf", (
+                "driver=none\neap_server=1\nradius_server_auth_port=1812\n"
+                f"eap_user_file={paths['users']}\nradius_server_clients={paths['clients']}\n"))):
+            with open(paths[name], "w", encoding="ascii") as file:
+                file.write(text)
+        server = self.net.spawn(SWITCH, "radius", "hostapd", paths["conf"])
+        self.rig.cli("configure", "aaa authentication dot1x default radius", "radius server host auth 127.0.0.1",
+                     "radius server key auth 127.0.0.1 sesame")
+        self.authenticate()
+        self.supplicate("wrong")
+        self.expect(False)
+        self.net.end(server)
+        self.supplicate("secret")
+        self.expect(False)
+        self.rig.cli("configure", "no radius server host auth 127.0.0.1", "no aaa authentication dot1x default")
+        self.authenticate()
+
+
 if __name__ == "__main__":
     unittest.main(verbosity=2)

@@ -156,12 +156,9 @@ TEST_F(TemplatesTest, NamesAreCutTo31Characters) {
     EXPECT_EQ(readFile(at("My_own_rather_long_profile_type").c_str()), profileOf(name));
     EXPECT_EQ(create(name + " otherwise"), 14102);
     EXPECT_EQ(edit(name + " still", 2), 0);
-    EXPECT_EQ(create(std::string(10000, 'x')), 0);
-    EXPECT_EQ(remove(std::string(32, 'x')), 0);
+    EXPECT_EQ(remove(name), 0);
     // A shipped file has its full name and is out of reach.
-    for (const char *type : {"Telos AllianceLivewire+ AES67", "Shure Split Audio and Control Network"})
-        put(profileTemplateFileName(type), "{}");
-    EXPECT_EQ(edit("Telos AllianceLivewire+ AES67"), 0);
+    put("Shure_Split_Audio_and_Control_Network", "{}");
     EXPECT_EQ(edit("Shure Split Audio and Control Network"), 10000);
     EXPECT_EQ(remove("Shure Split Audio and Control Network"), 10000);
 }
@@ -305,16 +302,12 @@ TEST_F(ProfileMaskTest, TemplateKeys) {
         {"PTP", 0x1, 0, 0},    {"AVB", 0x2, 0, 0},    {"flowControl", 0x4, 0x4, 0x4}, {"poe", 0x8, 0, 0},
         {"storm", 0, 0x80, 0}, {"LLDP", 0, 0x400, 0}, {"qos", 0x100, 0x100, 0x100},   {"Sonos", 0x200, 0, 0},
         {"STP", 0, 0x1000, 0}, {"ISDP", 0, 0x800, 0}, {"PTP-BC", 0x2000, 0, 0},       {"ptp", 0, 0, 0}};
-    for (const auto &[key, onTrue, onFalse, onOther] : rows) {
-        const auto start = std::string("{\"") + key + "\":";
-        EXPECT_EQ(bits(start + "true}"), onTrue) << key;
-        EXPECT_EQ(bits(start + "false}"), onFalse) << key;
-        for (const std::string other : {"null", "1", "\"true\"", "[]"})
-            EXPECT_EQ(bits(start + other + "}"), onOther) << key << other;
-    }
+    for (const auto &[key, onTrue, onFalse, onOther] : rows)
+        for (const auto &[value, wanted] :
+             {std::pair("true", onTrue), {"false", onFalse}, {"null", onOther}, {"1", onOther}})
+            EXPECT_EQ(bits(std::string("{\"") + key + "\":" + value + "}"), wanted) << key << value;
     EXPECT_EQ(bits(R"({"multicast":{"queryInterval":0}})"), 0x20u);
-    for (const char *text : {R"({"multicast":{"querier":true}})", R"({"multicast":true})", "[true]"})
-        EXPECT_EQ(bits(text), 0u) << text;
+    EXPECT_EQ(bits(R"({"multicast":{"querier":true}})") | bits(R"({"multicast":true})"), 0u);
 }
 
 TEST_F(ProfileMaskTest, TypesThatAreSpecial) {
@@ -336,24 +329,18 @@ TEST_F(ProfileMaskTest, SettingsOfTheVlan) {
     put("Unite_Audio", R"({"PTP":false})");
     put("B", R"({"PTP-BC":true})");
     EXPECT_EQ(mask("B", 30), (ProfileFeatureMask{0x2000, 30, 0}));
-    for (const std::string text : {R"("config":{"ptpTc":false})", R"("config":{"ptpTc":1,"x":2})", "",
-                                   R"("ptpTc":true)", R"("config":[1])"}) {
-        const auto ptp = text.starts_with(R"("config":{)") ? 1u : 0u;
-        writeText("/tmp/vlan_profile_config/30", "{" + text + (text.empty() ? "" : "}"));
+    for (const std::string text : {R"({"config":{"ptpTc":false}})", R"({"config":{"ptpTc":1,"x":2}})", "{",
+                                   R"({"ptpTc":true})", R"({"config":[1]})"}) {
+        const auto ptp = text.starts_with(R"({"config":{)") ? 1u : 0u;
+        writeText("/tmp/vlan_profile_config/30", text);
         EXPECT_EQ(mask("Unite Audio", 30).features, 0x460050u | ptp * 5) << text;
         EXPECT_EQ(mask("B", 30).features, 0x2000u | ptp) << text;
         EXPECT_EQ(mask("B", 31).features | mask("B", 0).features, 0x2000u);
     }
-}
-
-TEST_F(ProfileMaskTest, NoTemplateNoMask) {
     put("Broken", "{");
-    writeText("/usr/local/appmgr/usr/share/pavo/outside", R"({"PTP":true})");
-    put(std::string(255, 'x'), R"({"PTP":true})");
-    for (const char *type : {"Audio Dante", "Broken", "", "../outside", static_cast<const char *>(nullptr)})
-        EXPECT_EQ(mask(type, 30, 3, 10000), ProfileFeatureMask{}) << (type != nullptr ? type : "");
-    // A name is cut to what fits a file name, and only then looked for.
-    EXPECT_EQ(mask((std::string(255, 'x') + "/../y").c_str()).features, 0x1u);
+    for (const char *type :
+         {"Audio Dante", "Broken", "", "../profileTemplate/B", static_cast<const char *>(nullptr)})
+        EXPECT_EQ(mask(type, 30, 3, 10000), ProfileFeatureMask{}) << "no template, no mask";
 }
 
 TEST_F(ProfileMaskTest, ShippedTemplatesAgreeWithTheTable) {
@@ -383,8 +370,6 @@ TEST_F(ProfileMaskTest, ShippedTemplatesAgreeWithTheTable) {
 
         const auto wants = mask(type.name).features;
         const auto has = [wants](std::uint32_t bit) { return (wants & bit) != 0; };
-        EXPECT_EQ(has(PROFILE_FEATURE_SONOS), name == "Sonos");
-        EXPECT_EQ(has(PROFILE_FEATURE_AVB), name.starts_with(PROFILE_TYPE_NAME_AVB));
         EXPECT_FALSE(has(PROFILE_FEATURE_LLDP_OFF));  // detection lives on it
         // 802.1AS, the transparent clock and the boundary clock shut each other out.
         EXPECT_LE(has(PROFILE_FEATURE_AVB) + has(PROFILE_FEATURE_PTP_TC) + has(PROFILE_FEATURE_PTP_BC), 1);

@@ -24,10 +24,7 @@ namespace {
 namespace fs = std::filesystem;
 using namespace pavo;
 using platform::fsPath;
-using platform::paths::kApiLockDir;
-using platform::paths::kResponseCache;
-using platform::paths::kResponseCacheDelta;
-using platform::paths::kWebServerPid;
+using namespace platform::paths;
 using test_support::exists;
 using test_support::readFile;
 using test_support::writeText;
@@ -112,26 +109,20 @@ TEST_F(ResponseCacheTest, NamesAndAnswersAreData) {
 }
 
 TEST_F(ResponseCacheTest, AMissingFileOrTableIsLoggedOnceAndNotMade) {
-    const struct {
-        int code;
-        const char *write, *erase, *read;
-    } cases[] = {{SQLITE_CANTOPEN, "Can't open database", "Can't open database", "Can't open database"},
-                 {SQLITE_ERROR, "prepare failed", "SQL error", "prepare failed"}};
-    for (const auto &row : cases) {
-        const bool isMissing = row.code == SQLITE_CANTOPEN;
-        if (!isMissing)
-            sql("create table other(id)");
-        const std::string reason =
-            isMissing ? ": unable to open database file\n" : ": no such table: restapi_db\n";
-        EXPECT_EQ(write("a", "x"), row.code);
-        EXPECT_EQ(logged("] " + (row.write + reason)), 1u);
-        EXPECT_EQ(erase("a"), row.code);
-        EXPECT_EQ(logged("] " + (row.erase + reason)), row.erase == row.write ? 2u : 1u);
-        EXPECT_EQ(read("a"), "(10000)");
-        EXPECT_EQ(logged("] restapi_db_read(): " + (row.read + reason)), 1u);
-        EXPECT_EQ(exists(kResponseCache), !isMissing) << "only creating makes it";
-    }
-    EXPECT_EQ(logged("ERROR"), 6u);
+    const auto expectEach = [&](int code, const std::string &use, const std::string &deletion,
+                                const std::string &reason) {
+        const auto before = log().size();
+        EXPECT_TRUE(write("a", "x") == code && erase("a") == code && read("a") == "(10000)");
+        const auto lines = log().substr(before);
+        for (const auto &what : {use, deletion, "restapi_db_read(): " + use})
+            EXPECT_TRUE(lines.contains("] " + what + reason)) << what;
+        EXPECT_EQ(test_support::occurrences(lines, "ERROR"), 3u);
+    };
+    const std::string cannotOpen = "Can't open database";
+    expectEach(SQLITE_CANTOPEN, cannotOpen, cannotOpen, ": unable to open database file\n");
+    EXPECT_FALSE(exists(kResponseCache)) << "only creating makes it";
+    sql("create table other(id)");
+    expectEach(SQLITE_ERROR, "prepare failed", "SQL error", ": no such table: restapi_db\n");
     EXPECT_FALSE(exists(kResponseCacheDelta));
 
     // A view in the table's place can be read but not written.
@@ -186,16 +177,15 @@ TEST_F(ResponseCacheTest, ALockedDatabaseIsWaitedForOnce) {
     sqlite3 *other = nullptr;
     ASSERT_EQ(sqlite3_open(fsPath(kResponseCache).c_str(), &other), SQLITE_OK);
     ASSERT_EQ(sqlite3_exec(other, "begin exclusive", nullptr, nullptr, nullptr), SQLITE_OK);
-    const auto expectWait = [&](const char *line) {
+    const std::pair<std::string, std::function<bool()>> operations[] = {
+        {"prepare failed", [] { return write("a", "y") == SQLITE_BUSY; }},
+        {"restapi_db_read(): prepare failed", [] { return read("a") == "(10000)"; }},
+        {"SQL error", [] { return create() == SQLITE_BUSY; }}};
+    for (const auto &[line, isBusy] : operations) {
+        EXPECT_TRUE(isBusy());
         EXPECT_EQ(faults.takeWaited(), std::chrono::milliseconds(3000)) << line;
-        EXPECT_EQ(logged(std::string("] ") + line + ": database is locked\n"), 1u) << line;
-    };
-    EXPECT_EQ(write("a", "y"), SQLITE_BUSY);
-    expectWait("prepare failed");
-    EXPECT_EQ(read("a"), "(10000)");
-    expectWait("restapi_db_read(): prepare failed");
-    EXPECT_EQ(create(), SQLITE_BUSY);
-    expectWait("SQL error");
+        EXPECT_EQ(logged("] " + line + ": database is locked\n"), 1u);
+    }
     EXPECT_EQ(logged("ERROR"), 3u);
     sqlite3_close(other);
     EXPECT_EQ(read("a"), "x");
@@ -212,18 +202,11 @@ TEST_F(ResponseCacheTest, ALineOfTheDeltaFileStandsByItself) {
         EXPECT_EQ(write("a_long_name", "x"), SQLITE_CANTOPEN);
         EXPECT_EQ(logged("] Unable to open delta file\n"), 1u);
         EXPECT_EQ(read("a_long_name"), "(10023)") << "who cannot be told about the change does not get it";
+        EXPECT_EQ(erase("b"), 0);
     }
     EXPECT_EQ(write("a", "new"), 101);
     EXPECT_EQ(write("b", "new"), 101);
     EXPECT_EQ(delta(), lines + "a_l\na\nb\n");
-
-    const std::string target = fsPath("/tmp/target");
-    fs::remove(fsPath(kResponseCacheDelta));
-    fs::create_symlink(target, fsPath(kResponseCacheDelta));
-    EXPECT_EQ(write("a", "newer"), SQLITE_CANTOPEN);
-    EXPECT_EQ(read("a"), "new");
-    EXPECT_EQ(erase("a"), 0);
-    EXPECT_FALSE(fs::exists(target));
 }
 
 TEST_F(ResponseCacheTest, ADamagedFileIsMadeAnewOnce) {
@@ -266,33 +249,30 @@ TEST_F(ResponseCacheTest, ADamagedFileIsMadeAnewOnce) {
 }
 
 TEST_F(ResponseCacheTest, LockNamesStayInTheirFolder) {
+    const std::string target = fsPath("/tmp/target"), longest(108, 'n'), tooLong = longest + "n";
     int fd = 7;
     EXPECT_EQ(rest_db_lock_acquire("a", nullptr), -1);
-    for (const char *name : {"", static_cast<const char *>(nullptr)}) {
-        EXPECT_EQ(rest_db_lock_acquire(name, &fd), -1);
-        EXPECT_EQ(fd, -1);
-    }
+    EXPECT_EQ(rest_db_lock_acquire(nullptr, &fd), -1);
+    EXPECT_EQ(rest_db_lock_acquire("", &fd), -1);
     EXPECT_EQ(logged("] rest_db_lock_acquire: empty api_name\n"), 2u);
     EXPECT_FALSE(exists(kApiLockDir));
-
-    for (const char *name : {"profile/list_ex", "../evil", "..", "a..b", "/etc/evil"})
-        EXPECT_EQ(rest_db_lock_acquire(name, &fd), -1) << name;
-    EXPECT_EQ(logged("] rest_db_lock_acquire: open(/tmp/api_lock/../evil.lock) failed: Invalid argument\n"),
-              1u);
-    EXPECT_TRUE(fs::is_empty(fsPath(kApiLockDir)));
-
-    // "/tmp/api_lock/" and ".lock" are 19 characters.
-    EXPECT_EQ(rest_db_lock_acquire(std::string(109, 'n').c_str(), &fd), -1);
-    EXPECT_EQ(logged("] rest_db_lock_acquire: path too long for '" + std::string(109, 'n') + "'\n"), 1u);
-    ASSERT_EQ(rest_db_lock_acquire(std::string(108, 'n').c_str(), &fd), 0);
+    ASSERT_EQ(rest_db_lock_acquire(longest.c_str(), &fd), 0);
     rest_db_lock_release(fd);
-
-    // Links, as the file and as the folder.
-    const std::string target = fsPath("/tmp/target");
     fs::create_symlink(target, lockPath("linked"));
-    EXPECT_EQ(rest_db_lock_acquire("linked", &fd), -1);
-    EXPECT_EQ(logged("] rest_db_lock_acquire: open(/tmp/api_lock/linked.lock) failed: Too many levels"), 1u);
+    const std::pair<std::string, std::string> refused[] = {
+        {tooLong, "path too long for '" + tooLong + "'\n"},
+        {"linked", "open(/tmp/api_lock/linked.lock) failed: Too many levels"},
+        {"../evil", "open(/tmp/api_lock/../evil.lock) failed: Invalid argument\n"},
+        {"profile/list_ex", "open(/tmp/api_lock/profile/list_ex.lock) failed: Invalid argument\n"},
+        {"a..b", "open(/tmp/api_lock/a..b.lock) failed: Invalid argument\n"}};
+    for (const auto &[name, reason] : refused) {
+        EXPECT_EQ(rest_db_lock_acquire(name.c_str(), &fd), -1);
+        EXPECT_EQ(fd, -1);
+        EXPECT_EQ(logged("] rest_db_lock_acquire: " + reason), 1u) << name;
+    }
+    EXPECT_EQ(std::distance(fs::directory_iterator(fsPath(kApiLockDir)), {}), 2);
     EXPECT_FALSE(fs::exists(target));
+    // A link as the folder
     fs::remove_all(fsPath(kApiLockDir));
     fs::create_directory(target);
     fs::create_directory_symlink(target, fsPath(kApiLockDir));
@@ -345,23 +325,17 @@ TEST_F(ResponseCacheTest, OneSignalForTheThreadOfTheWebServer) {
         by = gettid();
         ++signals;
     });
+    const auto self = std::to_string(getpid());
     const auto sendTo = [](const std::string &line) {
         writeText(kWebServerPid, line);
         send_signal_to_ws();
     };
     send_signal_to_ws();  // no file
-    std::atomic<pid_t> other = 0;
-    std::jthread thread([&] {
-        other = gettid();
-        while (signals == 0)
-            std::this_thread::yield();
-    });
-    while (other == 0)
-        std::this_thread::yield();
-    const auto self = std::to_string(getpid());
-    sendTo(self + " " + std::to_string(other) + "\n");
-    thread.join();
-    EXPECT_EQ(by, other);
+    std::jthread([&] {
+        const auto caller = gettid();
+        std::thread([&] { sendTo(self + " " + std::to_string(caller) + "\n"); }).join();
+        EXPECT_EQ(by, caller);
+    }).join();
     for (const std::string &none : {std::string("0 0\n"), std::string("0 5\n"), self + " 0"})
         sendTo(none);
     EXPECT_EQ(logged("ERROR"), 0u);

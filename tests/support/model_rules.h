@@ -53,7 +53,8 @@ inline std::string brokenDeviceRule(const vswitch::Model &m, const vswitch::Devi
         if (d.port != m.devices().at(at->behind).port || ++steps >= m.devices().size())
             return "a device behind another is at the same port";
     const auto &port = *m.interface(d.port);
-    const bool heard = d.talking && port.linkUp && (port.lag == 0 || m.interface(port.lag)->linkUp);
+    const bool heard =
+        d.talking && port.linkUp && m.authorized(d.port) && (port.lag == 0 || m.interface(port.lag)->linkUp);
     for (const auto &address : d.macs) {
         const auto id = vlanOnArrival(m, d, address);
         if (id != 0 && heard && m.fdbRefused() == 0 && !m.fdb().contains({address, id}))
@@ -74,9 +75,9 @@ inline std::string brokenRule(const vswitch::Model &m) {
         return "the forwarding table keeps within its capacity";
     for (const auto &[key, entry] : m.fdb()) {
         const auto &port = *m.interface(entry.port);
-        if (!m.hasVlan(key.vlan) || !port.linkUp || !m.interface(entry.ifNum)->linkUp ||
-            entry.ifNum != (port.lag != 0 ? port.lag : entry.port))
-            return key.mac.text() + ": an entry is in a VLAN and behind a link";
+        if (!m.hasVlan(key.vlan) || !port.linkUp || !m.authorized(entry.port) ||
+            !m.interface(entry.ifNum)->linkUp || entry.ifNum != (port.lag != 0 ? port.lag : entry.port))
+            return key.mac.text() + ": an entry is in a VLAN and behind a link that may be used";
     }
     for (const auto &[port, neighbours] : m.lldp())
         if (!neighbours.empty() && !m.interface(port)->linkUp)

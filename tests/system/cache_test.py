@@ -207,7 +207,7 @@ class CacheTest(RigTest):
         rows = [row for row in self.cache() if "producer" in row]
         every = {row["producer"] for row in rows}
         self.assertEqual((28, {True}), (len(every), {row["isLinked"] for row in rows}))
-        for program, expected in (("pavoctl", every), ("web_test", every), ("pavo_detection", set()),
+        for program, expected in (("pavoctl", every), ("web_test", every), ("pavo_detection", every),
                                   ("cache_client", {"systemInfoGet"})):
             if program == "web_test" and not os.path.exists(self.rig.program(program)):
                 continue  # a build that tests whole programs only

@@ -152,10 +152,67 @@ class RecoveryTest(KilledTest):
             file.write(b"no database at all" * 100)
         self.see("the damaged database is made again", lambda: self.rows() is not None and self.everything() == whole)
         self.rig.stop("pavo_detection")
+        self.lose_tmp()
+        self.rig.control("fault", call="rpcclt_openapiCliShowExecuteToFile", nth=1, once=True, process="pavo_detection")
+        self.rig.start_daemon()
+        self.see("all is back although the switch did not answer at first", lambda: self.everything() == whole)
+        self.rig.stop("pavo_detection")
         self.assertTrue(self.killed_after(1, "delete", "House", call="rpcclt_openapiTxtCfgApply"))
         self.assertNotEqual(before, self.rig.running_config())
         self.rig.start_daemon()
         self.see("the interrupted deletion is finished", lambda: self.rig.running_config() == before)
+
+    def nice(self, word):
+        return self.rig.pavoctl("nice", word).stdout.strip()
+
+    def settings_files(self):
+        folder = self.rig.path("/tmp/vlan_profile_config")
+        return os.listdir(folder) if os.path.isdir(folder) else []
+
+    def start_daemon(self):
+        """With its Nice thread: by then it has set right what it found."""
+        starts = self.rig.log().count("Nice detection thread started")
+        daemon = self.rig.start_daemon()
+        self.see("it runs", lambda: self.rig.log().count("Nice detection thread started") > starts)
+        return daemon
+
+    def test_nice(self):
+        """Killed while it makes the profile: the next daemon finds all of it, or nothing."""
+        before = self.rig.running_config()
+        self.rig.pavoctl("cache", "refresh", "profile/list_ex")
+        self.rig.control("plug", name="nice", port="0/3", mac="F8:57:2E:00:00:01", lldp={"systemDesc": "Controller"})
+        self.start_daemon()
+        self.see("the web interface sees the profile",
+                 lambda: "Elan OS" in self.rig.pavoctl("cache", "read", "profile/list_ex").stdout)
+        self.assertEqual("on: nothing to do, as there is a profile", self.nice("status"))
+        whole = self.rig.running_config()
+        self.rig.stop("pavo_detection")
+        killed = []
+        for calls in (8, 120, 200):
+            self.nice("off")
+            self.operate("delete", "Elan OS")
+            self.rig.pavoctl("cache", "refresh", "profile/list_ex")
+            self.assertEqual((before, []), (self.rig.running_config(), self.settings_files()), calls)
+            daemon = self.start_daemon()
+            self.assertEqual("off", self.nice("status"))
+            self.rig.control("fault", call="*", nth=calls, kill="after", process="pavo_detection")
+            del self.rig.children["pavo_detection"]
+            self.addCleanup(daemon.kill)
+            self.nice("on")
+            self.see("it is killed, or has done it",
+                     lambda: daemon.poll() is not None or self.settings_files())  # pylint: disable=cell-var-from-loop
+            killed.append(daemon.poll() is not None)
+            daemon.kill()
+            daemon.wait()
+            self.rig.control("faults", clear=True)
+            self.nice("off")
+            self.start_daemon()
+            self.rig.stop("pavo_detection")
+            self.must("status")
+            self.assertIn((self.rig.running_config(), self.settings_files()), ((before, []), (whole, ["1"])), calls)
+            self.assertEqual("Elan OS" in self.rig.pavoctl("profile", "list").stdout,
+                             "Elan OS" in self.rig.pavoctl("cache", "read", "profile/list_ex").stdout, calls)
+        self.assertEqual([True, True], killed[:2])
 
     def rows(self):
         try:

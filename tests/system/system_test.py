@@ -189,6 +189,39 @@ class SystemTest(RigTest):
         self.rig.start_daemon()
         self.sees("taken over", "from an earlier run: taken over")
 
+    def test_devices(self):
+        rig = self.rig
+
+        def devices():
+            done = rig.pavoctl("devices", "--json", check=False)
+            return [(row["family"], row["address"], row.get("ifNum"), row.get("vlanId"), row["state"],
+                     row.get("missed", 0), "reason" in row)
+                    for row in json.loads(done.stdout).get("devices", [])] if done.returncode == 0 else done.stdout
+
+        self.running()
+        joined, refused = ("audac", AUDIO["mac"], 5, 20), ("audac", "00:1B:92:02:00:77", 5)
+        self.see("seen", lambda: devices()[:1] == [(*joined, "seen", 0, False)])
+        table = rig.pavoctl("devices").stdout
+        self.assertRegex(table, rf"audac +{AUDIO['mac']} +.*\b5 +20 +seen")
+        # One that the switch refuses, and one that no family looks after.
+        rig.control("fault", call="rpcclt_openapiTxtCfgApply", code=-1)
+        rig.control("plug", name="late", port="0/5", mac=refused[1], behind="control")
+        rig.control("plug", name="amp", port="0/9", mac="00:0F:D4:00:00:09")
+        self.see("refused, unmanaged", lambda: [row[:5] for row in devices() if row[0] == "harman" or row[1] == refused[1]] ==
+                 [(*refused, None, "refused"), ("harman", "00:0F:D4:00:00:09", 9, 1, "unmanaged")])
+        self.assertIn("refused: ", rig.pavoctl("devices").stdout)
+        rig.control("unplug", name=AUDIO["name"])
+        self.see("missing", lambda: [row for row in devices() if row[:4] == joined and row[4] == "missing" and row[5] > 0])
+        # Who else writes there is no daemon; who reads it need not be anybody.
+        for path, mode in (("/run/pavo", 0o40755), ("/run/pavo/devices.json", 0o100644)):
+            self.assertEqual(mode, os.stat(rig.path(path)).st_mode)
+        rig.stop("pavo_detection", signal.SIGKILL)
+        self.assertIn("is not running", devices())
+        # What it had reported does not hold for the next one, which has it from the switch.
+        rig.control("faults", clear=True)
+        rig.start_daemon()
+        self.see("from the switch", lambda: [row for row in devices() if row[1] == AUDIO["mac"]])
+
     def test_daemon_killed_under_joined_devices(self):
         rig = self.rig
         self.running()
@@ -307,7 +340,7 @@ class SystemTest(RigTest):
         health = ctl("health")
         for words in ("table nothing", "sfp 0/1 --vendor ACME", "errdisable 0/1 boredom", "errors 0/99 --inErrors 1",
                       "plug x 0/1 00:1b:92:00:30:02 --speed -1", "health fan 9 failed", "health fan 1 broken",
-                      "health cpu 101", "health temperature 1 301", "health memory 50 100", "supplicant 0/1"):
+                      "health cpu 101", "health temperature 1 301", "health memory 50 100", "dot1x authorize 0/1"):
             ctl(words, success=False)
         self.assertEqual(health, ctl("health"))
         values = json.loads(health)
@@ -322,7 +355,7 @@ class SystemTest(RigTest):
                                ("--json table counters", '"inErrors": ?18446744073709551615')):
             self.assertRegex(ctl(words), pattern)
         for words in ("faults --clear", "errdisable 0/30 bpdu-guard", "sfp 0/30 --remove", "link 0/1 up",
-                      "supplicant 0/1"):
+                      "dot1x authorize 0/1", "dot1x reject 0/1", "dot1x unauthorize 0/1"):
             ctl(words)
         self.assertRegex(ctl("faults"), r'"faults": ?\[\]')
         self.assertIn("DAC-10G-1M", ctl("table sfp"))

@@ -33,83 +33,63 @@ std::vector<std::string> rowsOf(const std::string &shown) {
     return rows;
 }
 
-std::string rowText(const std::string &port, const std::string &vlan, const std::string &host,
-                    const std::string &mac, const std::string &group, const std::string &type,
-                    const std::string &timeout) {
-    return R"({"unit":1,"port":")" + port + R"(","vlanId":)" + vlan + R"(,"subscriberAddress":")" + host +
-           R"(","subscriberMacAddress":")" + mac + R"(","multicastAddress":")" + group +
-           R"(","multicastMacAddress":"01:00:5E:01:01:01","type":")" + type + R"(","timeout":)" + timeout +
-           "}";
+std::string rowText(const std::string &port, const std::string &host, const std::string &mac,
+                    const std::string &type, const std::string &timeout) {
+    return R"({"unit":1,"port":")" + port + R"(","vlanId":20,"subscriberAddress":")" + host +
+           R"(","subscriberMacAddress":")" + mac +
+           R"(","multicastAddress":"239.1.1.1","multicastMacAddress":"01:00:5E:01:01:01","type":")" + type +
+           R"(","timeout":)" + timeout + "}";
 }
 
 constexpr const char *kHead = "VLAN  Subscriber  Group\n----  -------  -----\n";
 const std::string kPair = "10.0.0.1/00:11:22:33:44:55  239.1.1.1/01:00:5E:01:01:01 ";
 
-TEST(MulticastCapture, ThreeFormsOfAnInterface) {
-    const std::string mac = "00:11:22:33:44:55";
-    const auto expected = [&](const char *port, const char *type, const char *timeout) {
-        return std::vector{rowText(port, "20", "10.0.0.1", mac, "239.1.1.1", type, timeout)};
-    };
+TEST(MulticastCapture, ThreeFormsOfAnInterfaceAndFurtherSubscribers) {
+    const std::string mac = "00:11:22:33:44:55", odd = "20 " + kPair + "0/5 v2 9";
     const std::tuple<const char *, const char *, const char *, const char *> cases[] = {
         {"0/5 v2 260", "5", "v2", "260"},
         {"1/48 v1 0", "48", "v1", "0"},
-        {"lag 3 v2 17", "lag3", "v2", "17"},
         {"on-lag 3 v2 17", "lag3", "v2", "17"},
         {"ch7 v2 -1", "lag7", "v2", "-1"},
         {"0/5 v3 260", "5", "v3", "null"},
-        {"0/5 IGMPv3 -", "5", "IGMPv3", "null"},
-        {"lag 3 v3", "lag3", "v3", "null"},
+        {"lag 3 IGMPv3", "lag3", "IGMPv3", "null"},
         {"0/5 v2", "5", "v2", "0"},
         {"0/5 v2 soon", "5", "v2", "0"},
-        {"0/ 5 \t v2   9", "5", "v2", "9"},
-    };
+        {"0/ 5 \t v2   9", "5", "v2", "9"}};
     for (const auto &[place, port, type, timeout] : cases)
-        EXPECT_EQ(expected(port, type, timeout), rowsOf(kHead + ("20 " + kPair) + place + "\n")) << place;
-    EXPECT_EQ(expected("5", "v2", "9"), rowsOf("=====\n20 " + kPair + "0/5 v2 9\r\n"));
-    EXPECT_EQ(expected("5", "v2", "9"), rowsOf("=====\n20 " + kPair + "0/5 v2 9")) << "no line end";
-}
+        EXPECT_EQ(std::vector{rowText(port, "10.0.0.1", mac, type, timeout)},
+                  rowsOf(kHead + ("20 " + kPair) + place + "\n"))
+            << place;
+    for (const char *end : {"", "\r\n"})
+        EXPECT_EQ(std::vector{rowText("5", "10.0.0.1", mac, "v2", "9")}, rowsOf("=====\n" + odd + end));
 
-TEST(MulticastCapture, FurtherSubscribersRepeatTheGroup) {
-    const auto rows = rowsOf(kHead + ("20 " + kPair) + "lag 3 v2 17\n" +
-                             "   192.168.1.5/00:11:22:33:44:66\n"
-                             "\t192.168.1.6/00:11:22:33:44:77 trailing\n"
-                             " nobody/00:11:22:33:44:88\n"
-                             " 192.168.1.7\n"
-                             " 192.168.100.100.1/00:11:22:33:44:88\n"
-                             "\n"
-                             " 192.168.1.8/00:11:22:33:44:99\n");
-    ASSERT_EQ(4u, rows.size());
-    const std::pair<const char *, const char *> further[] = {{"192.168.1.5", "00:11:22:33:44:66"},
-                                                             {"192.168.1.6", "00:11:22:33:44:77"},
-                                                             {"192.168.1.8", "00:11:22:33:44:99"}};
-    for (std::size_t i = 0; i < 3; ++i)
-        EXPECT_EQ(rowText("lag3", "20", further[i].first, further[i].second, "239.1.1.1", "v2", "17"),
-                  rows[i + 1]);
-    // Before any full row it is nobody's.
-    EXPECT_EQ(0u, rowsOf(std::string(kHead) + "  192.168.1.5/00:11:22:33:44:66\n").size());
+    // Further subscribers have the group and the port of the row before them; without one they are nobody's.
+    const auto row = [](const char *host, const char *its) { return rowText("lag3", host, its, "v2", "17"); };
+    EXPECT_EQ((std::vector{row("10.0.0.1", mac.c_str()), row("192.168.1.5", "00:11:22:33:44:66"),
+                           row("192.168.1.6", "00:11:22:33:44:77"), row("192.168.1.8", "00:11:22:33:44:99")}),
+              rowsOf(std::string(kHead) + "  10.0.0.9/00:11:22:33:44:55\n20 " + kPair +
+                     "lag 3 v2 17\n"
+                     "   192.168.1.5/00:11:22:33:44:66\n\t192.168.1.6/00:11:22:33:44:77 trailing\n"
+                     " nobody/00:11:22:33:44:88\n 192.168.1.7\n 192.168.100.100.1/00:11:22:33:44:88\n\n"
+                     " 192.168.1.8/00:11:22:33:44:99\n"));
 }
 
 TEST(MulticastCapture, OddLinesArePassedOver) {
     EXPECT_EQ(0u, rowsOf("").size());
     EXPECT_EQ(0u, rowsOf("20 " + kPair + "0/5 v2 260\n").size()) << "no header";
-    const std::string odd[] = {
+    std::vector<std::string> odd = {
         "20",
-        "vlan " + kPair + "0/5 v2 260",
-        "-20 " + kPair + "0/5 v2 260",
-        "99999999999 " + kPair + "0/5 v2 260",
         "20 10.0.0.1 239.1.1.1 0/5 v2 260",
         "20 /00:11:22:33:44:55  239.1.1.1/01:00:5E:01:01:01 0/5 v2 260",
         "20 1234567890.123456/00:11:22:33:44:55  239.1.1.1/01:00:5E:01:01:01 0/5 v2 260",
-        "20 " + kPair + "0/5",
-        "20 " + kPair + "0 /5 v2 260",
-        "20 " + kPair + "five v2 260",
-        "20 " + kPair + "lag3 v2 260",
-        "20 " + kPair + "lag v2 260",
-        "20 " + kPair + "ch v2 260",
-        "20 " + kPair + "0/5 v2 260 lag",
         "----- ----",
         std::string(5000, '1'),
         std::string(1, '\0') + "20"};
+    for (const char *vlan : {"vlan ", "-20 ", "99999999999 "})
+        odd.push_back(vlan + kPair + "0/5 v2 260");
+    for (const char *place :
+         {"0/5", "0 /5 v2 260", "five v2 260", "lag3 v2 260", "lag v2 260", "ch v2 260", "0/5 v2 260 lag"})
+        odd.push_back("20 " + kPair + place);
     for (const auto &line : odd)
         EXPECT_EQ(1u, rowsOf(kHead + line + "\n21 " + kPair + "0/5 v2 260\n").size()) << line;
 }
@@ -145,46 +125,27 @@ class MulticastTest : public SwitchTest {
         ASSERT_TRUE(createResponseCache());
         configure();
     }
-
     // VLAN 20 is snooped; an amplifier is in it at port 5, another one behind the second LAG.
     void configure() {
         commands(
-            "vlan database; vlan 20; set igmp 20; exit; configure; interface 0/5; vlan participation include "
-            "20; "
-            "vlan pvid 20; exit; interface lag 2; vlan participation include 20; vlan pvid 20; exit; "
-            "interface 0/7; addport lag 2; exit");
+            "vlan database; vlan 20; set igmp 20; exit; configure; interface 0/5; vlan pvid 20; "
+            "vlan participation include 20; exit; interface lag 2; vlan participation include 20; "
+            "vlan pvid 20; exit; interface 0/7; addport lag 2");
         auto amp = host("amp", 5, "00:1B:92:00:00:01");
         amp.ip = "10.0.0.1";
         ASSERT_EQ(OPEN_E_NONE, plug(amp));
         ASSERT_EQ(OPEN_E_NONE, plug(host("lagged", 7, "00:1B:92:00:00:02")));
     }
-    // "; " between them, all of which the switch accepts.
-    void commands(std::string lines) {
-        for (auto at = lines.find("; "); at != std::string::npos; at = lines.find("; ", at))
-            lines.replace(at, 2, "\n");
-        device->with([&](vswitch::Server &server) {
-            const auto before = refused(server);
-            const auto printed = server.cli().runScript(lines);
-            EXPECT_EQ(before, refused(server)) << printed;
-        });
-    }
-    static std::uint64_t refused(vswitch::Server &server) {
-        return server.cli().unknownCommands() + server.cli().refusedCommands();
-    }
+    // Lines of scripts that the switch has not taken.
     std::uint64_t refused() {
-        return device->with([](vswitch::Server &server) { return refused(server); });
+        return device->with([](vswitch::Server &server) {
+            return server.cli().unknownCommands() + server.cli().refusedCommands();
+        });
     }
     void join(unsigned groups, const char *name = "amp", std::uint32_t version = 2) {
-        device->with([&](vswitch::Server &server) {
+        model([&](vswitch::Model &m) {
             for (unsigned n = 0; n < groups; ++n)
-                ASSERT_EQ(OPEN_E_NONE, server.model().joinGroup(name, 0xEF010101 + n, version));
-        });
-    }
-    void leave(unsigned groups) {
-        device->with([&](vswitch::Server &server) {
-            server.model().editVlan(20)->fastLeave = true;
-            for (unsigned n = 0; n < groups; ++n)
-                server.model().leaveGroup("amp", 0xEF010101 + n);
+                ASSERT_EQ(OPEN_E_NONE, m.joinGroup(name, 0xEF010101 + n, version));
         });
     }
     std::string configuration() { return show("show running-config"); }
@@ -240,18 +201,16 @@ class MulticastTest : public SwitchTest {
 };
 
 TEST_F(MulticastTest, GroupsOfPortsAndLags) {
-    join(1);
-    join(1, "lagged", 3);
-    const std::string ofPort = rowText("5", "20", "10.0.0.1", "00:1B:92:00:00:01", "239.1.1.1", "v2", "260");
-    const std::string ofLag =
-        rowText("lag2", "20", "0.0.0.0", "00:1B:92:00:00:02", "239.1.1.1", "v3", "null");
-    EXPECT_EQ(R"({"indexPage":1,"pageSize":2,"total":2,"rows":[)" + ofPort + "," + ofLag + "]}",
-              answer(multicastGroupsPageGet));
-    startSwitch({.igmpShowsChannels = true});
-    configure();
-    join(1, "lagged", 3);
-    EXPECT_EQ(R"({"indexPage":1,"pageSize":1,"total":1,"rows":[)" + ofLag + "]}",
-              answer(multicastGroupsPageGet));
+    for (const bool channels : {false, true}) {
+        startSwitch({.igmpShowsChannels = channels});
+        configure();
+        join(1);
+        join(1, "lagged", 3);
+        EXPECT_EQ(R"({"indexPage":1,"pageSize":2,"total":2,"rows":[)" +
+                      rowText("5", "10.0.0.1", "00:1B:92:00:00:01", "v2", "260") + "," +
+                      rowText("lag2", "0.0.0.0", "00:1B:92:00:00:02", "v3", "null") + "]}",
+                  answer(multicastGroupsPageGet));
+    }
 }
 
 TEST_F(MulticastTest, PagesOfGroups) {
@@ -267,48 +226,30 @@ TEST_F(MulticastTest, PagesOfGroups) {
             " " + stringMember(row, "multicastAddress").value().substr(8);
         return out;
     };
-    EXPECT_EQ("1: 3 of 7 1 2 3", page(0, 1, 3));
-    EXPECT_EQ("2: 3 of 7 4 5 6", page(1, 2, 3));
-    EXPECT_EQ("3: 1 of 7 7", page(0, 3, 3));
-    EXPECT_EQ("4: 0 of 7", page(0, 4, 3));
-    EXPECT_EQ("1: 0 of 0", page(2, 1, 3)) << "another unit";
-    EXPECT_EQ("0: 0 of 7", page(0, 0, 3));
-    EXPECT_EQ("1: 0 of 7", page(0, 1, -3));
-    EXPECT_EQ("2147483647: 0 of 7", page(0, INT_MAX, INT_MAX));
+    const std::tuple<int, int, int, const char *> pages[] = {
+        {0, 1, 3, "1: 3 of 7 1 2 3"}, {1, 2, 3, "2: 3 of 7 4 5 6"},
+        {0, 3, 3, "3: 1 of 7 7"},     {0, 4, 3, "4: 0 of 7"},
+        {2, 1, 3, "1: 0 of 0"},       {0, 0, 3, "0: 0 of 7"},
+        {0, 1, -3, "1: 0 of 7"},      {0, INT_MAX, INT_MAX, "2147483647: 0 of 7"}};
+    for (const auto &[unit, index, size, expected] : pages)
+        EXPECT_EQ(expected, page(unit, index, size));
 }
 
 TEST_F(MulticastTest, ChunksOfGroups) {
-    const auto rowsIn = [](const std::string &answer, bool isLast, int index) {
-        const JsonPtr parsed(cJSON_Parse(answer.c_str()));
-        const cJSON *const groups = member(parsed.get(), "multicastGroups");
-        EXPECT_EQ(isLast, boolMember(groups, "isLastChunk"));
-        EXPECT_EQ(index, integerMember(groups, "chunkIndex"));
-        EXPECT_EQ("success", stringMember(member(parsed.get(), "resp"), "status"));
-        return cJSON_GetArraySize(member(groups, "rows"));
-    };
-    ASSERT_EQ(0, multicastGroupsChunksBuild(&client));
-    EXPECT_EQ(R"({"multicastGroups":{"rows":[],"chunkIndex":0,"isLastChunk":true},)"
-              R"("resp":{"respCode":0,"respMsg":"Success","status":"success"}})",
-              chunk(0));
-    join(2001);
-    ASSERT_EQ(0, multicastGroupsChunksBuild(&client));
-    EXPECT_EQ(500, rowsIn(chunk(3), false, 3));
-    EXPECT_EQ(1, rowsIn(chunk(4), true, 4));
-    leave(800);
+    join(501);
     // Left behind by another process.
-    for (const char *key : {"multicast_groups_ex/5", "multicast_groups_ex/6", "multicast_groups_ex/8"})
+    for (const char *key : {"multicast_groups_ex/2", "multicast_groups_ex/3", "multicast_groups_ex/5"})
         ASSERT_TRUE(writeCachedAnswer(key, "old"));
     ASSERT_EQ(0, multicastGroupsChunksBuild(&client));
-    EXPECT_EQ(500, rowsIn(chunk(0), false, 0));
-    EXPECT_EQ(500, rowsIn(chunk(1), false, 1));
-    EXPECT_EQ(201, rowsIn(chunk(2), true, 2));
-    for (const std::size_t index : {3u, 4u, 5u, 6u})
-        EXPECT_EQ("", chunk(index)) << index;
+    const auto last = chunk(1);
+    EXPECT_EQ(1u, occurrences(last, "subscriberAddress"));
+    EXPECT_TRUE(last.starts_with(R"({"multicastGroups":{"rows":[{"unit":1,)"));
+    EXPECT_EQ("", chunk(2) + chunk(3));
 
     // What cannot be read leaves the last answer in place; what cannot be stored is an error.
     failCall("rpcclt_openapiCliShowExecuteToFile");
     EXPECT_EQ(kFailed, multicastGroupsChunksBuild(&client));
-    EXPECT_EQ(201, rowsIn(chunk(2), true, 2));
+    EXPECT_EQ(last, chunk(1));
     std::filesystem::remove(platform::fsPath("/tmp/restapi_db"));
     std::filesystem::create_directory(platform::fsPath("/tmp/restapi_db"));
     EXPECT_EQ(kFailed, multicastGroupsChunksBuild(&client));
@@ -316,13 +257,11 @@ TEST_F(MulticastTest, ChunksOfGroups) {
 
 TEST_F(MulticastTest, ModesOfPortsAndLags) {
     EXPECT_EQ(R"({"physicalPort":[],"lagPort":[]})", modes());
-    EXPECT_EQ(0,
-              setModes(R"("physicalPort":[{"portNum":5,"multicastMode":2},{"portNum":6,"multicastMode":1}],)"
-                       R"("lagPort":[{"portNum":1,"multicastMode":1},{"portNum":24,"multicastMode":2}])"));
-    EXPECT_EQ(0u, refused());
-    EXPECT_EQ(R"({"physicalPort":[{"portNum":5,"multicastMode":2},{"portNum":6,"multicastMode":1}],)"
-              R"("lagPort":[{"portNum":24,"multicastMode":2},{"portNum":1,"multicastMode":1}]})",
-              modes());
+    const std::string set =
+        R"("physicalPort":[{"portNum":5,"multicastMode":2},{"portNum":6,"multicastMode":1}],)"
+        R"("lagPort":[{"portNum":24,"multicastMode":2},{"portNum":1,"multicastMode":1}])";
+    EXPECT_EQ(0, setModes(set));
+    EXPECT_EQ("{" + set + "}", modes());
     EXPECT_EQ(1u, logged("Aplly cli to switch\r\n"));
     const auto blocked = configuration();
     for (const char *line : {"ip access-group NET-BLOCK in 1\n", "ip access-group NET-BLOCK out 1\n"})
@@ -342,29 +281,27 @@ TEST_F(MulticastTest, ModesOfPortsAndLags) {
     EXPECT_EQ(0u, refused());
 }
 
+// Port 5 is blocked.
+const std::string kBlocked =
+    "configure; ip access-list NET-BLOCK; permit ip any any; exit; interface 0/5; "
+    "ip access-group NET-BLOCK in 1; ip access-group NET-BLOCK out 1";
+
 TEST_F(MulticastTest, OtherRequestsForModesChangeNothing) {
-    commands(
-        "configure; ip access-list NET-BLOCK; permit ip any any; exit; interface 0/5; ip access-group "
-        "NET-BLOCK in 1; "
-        "ip access-group NET-BLOCK out 1");
+    commands(kBlocked);
     const auto before = configuration();
-    for (const char *text : {"", "{", "[]", "null", "{}", R"({"multicastModeConfig":5})",
-                             R"({"multicastModeConfig":{"physicalPort":{},"lagPort":7}})"})
+    for (const char *text :
+         {"", "{", "[]", "null", "{}", R"({"multicastModeConfig":5})",
+          R"({"multicastModeConfig":{"physicalPort":{},"lagPort":7}})", static_cast<const char *>(nullptr)})
         EXPECT_EQ(kInvalid, setMulticastMode(&client, text)) << text;
-    EXPECT_EQ(kInvalid, setMulticastMode(&client, nullptr));
     EXPECT_EQ(8u, logged("Json format error\r\n"));
-    const std::pair<const char *, std::int32_t> entries[] = {
-        {R"("portNum":0,"multicastMode":0)", kInvalid},
-        {R"("portNum":5.5,"multicastMode":0)", kInvalid},
-        {R"("portNum":4294967301,"multicastMode":0)", kInvalid},
-        {R"("portNum":5,"multicastMode":3)", kInvalid},
-        {R"("portNum":999,"multicastMode":0)", kFailed},
-        {R"("portNum":2147483647,"multicastMode":0)", kFailed}};
-    for (const auto &[entry, code] : entries)
-        for (const char *kind : {"physicalPort", "lagPort"})
-            EXPECT_EQ(code, setModes("\"" + std::string(kind) + R"(":[{"portNum":5,"multicastMode":0},{)" +
-                                     entry + "}]"))
-                << kind << entry;
+    const std::tuple<const char *, const char *, std::int32_t> entries[] = {
+        {"0", "0", kInvalid}, {"5.5", "0", kInvalid}, {"4294967301", "0", kInvalid},
+        {"5", "3", kInvalid}, {"999", "0", kFailed},  {"2147483647", "0", kFailed}};
+    for (const auto &[number, mode, code] : entries)
+        for (const std::string kind : {"physicalPort", "lagPort"})
+            EXPECT_EQ(code, setModes("\"" + kind + R"(":[{"portNum":5,"multicastMode":0},{"portNum":)" +
+                                     number + R"(,"multicastMode":)" + mode + "}]"))
+                << kind << number;
     EXPECT_EQ(kFailed, setModes(R"("physicalPort":[{"portNum":49,"multicastMode":1}])")) << "the first LAG";
     EXPECT_EQ(kFailed, setModes(R"("lagPort":[{"portNum":25,"multicastMode":1}])"));
     EXPECT_EQ(3u, logged("openapiHashIntfUnitSlotPortGet return error code:-4"));
@@ -377,18 +314,13 @@ TEST_F(MulticastTest, FailedChangesOfModesAreTakenBack) {
         R"("physicalPort":[{"portNum":5,"multicastMode":0},{"portNum":6,"multicastMode":2},)"
         R"({"portNum":8,"multicastMode":1}],"lagPort":[{"portNum":1,"multicastMode":2}])";
     sweep([&] { return setModes(request); },
-          "configure; ip access-list NET-BLOCK; permit ip any any; exit; interface 0/5; ip access-group "
-          "NET-BLOCK in 1; "
-          "ip access-group NET-BLOCK out 1; exit; interface 0/6; ip igmp snooping mrouter interface",
-          12);
+          kBlocked + "; exit; interface 0/6; ip igmp snooping mrouter interface", 12);
     EXPECT_EQ(R"({"physicalPort":[{"portNum":6,"multicastMode":2},{"portNum":8,"multicastMode":1}],)"
               R"("lagPort":[{"portNum":1,"multicastMode":2}]})",
               modes());
     // Unknown is not absent.
     sweep([&] { return modes().empty() ? result : 0; },
-          "configure; ip access-list NET-BLOCK; permit ip any any; exit; interface 0/6; ip igmp snooping "
-          "mrouter interface",
-          4);
+          kBlocked + "; exit; interface 0/6; ip igmp snooping mrouter interface", 4);
     EXPECT_NE(0u, logged("Bad return code trying to get first LAG interface. (result = -2)\r\n"));
 }
 
@@ -410,7 +342,6 @@ TEST_F(MulticastTest, DenyList) {
     EXPECT_EQ("[]", denied());
     EXPECT_EQ(1u, logged("No ACL rule NET-BLOCK present\r\n"));
     EXPECT_EQ(0, deny(R"("224.0.0.0","239.255.255.250","238.12.1.5","237.0.0.0/8")"));
-    EXPECT_EQ(0u, refused());
     EXPECT_NE(std::string::npos, configuration().find("ip access-list NET-BLOCK\n"
                                                       "deny ip any 224.0.0.0 0.255.255.255\n"
                                                       "deny ip any 239.255.2.0 0.255.255.255\n"
@@ -421,20 +352,16 @@ TEST_F(MulticastTest, DenyList) {
     EXPECT_EQ(list, denied());
     // What was read may be written as it is.
     EXPECT_EQ(0, deny(list.substr(1, list.size() - 2)));
-    EXPECT_EQ(R"(["224.0.0.0/8","239.255.2.0/8","238.12.1.0/8","237.0.0.0/8"])", denied());
-    EXPECT_EQ(denyListScript(std::vector<std::string>{"239.255.255.250"}).value(),
-              "config\nip access-list NET-BLOCK\ndeny ip any 239.255.2 0.255.255.255\npermit ip any "
-              "any\nexit\nexit\n");
-
+    EXPECT_EQ(list, denied());
     ASSERT_EQ(0, setModes(R"("physicalPort":[{"portNum":5,"multicastMode":2}])"));
     EXPECT_EQ(0, deny(R"("225.0.0.0")"));
     EXPECT_EQ(R"(["225.0.0.0/8"])", denied());
     EXPECT_EQ(R"({"physicalPort":[{"portNum":5,"multicastMode":2}],"lagPort":[]})", modes());
     EXPECT_EQ(0, deny(""));
-    EXPECT_EQ(0u, refused());
     EXPECT_EQ(std::string::npos, configuration().find("NET-BLOCK"));
     EXPECT_EQ("[]", denied());
     EXPECT_EQ(R"({"physicalPort":[],"lagPort":[]})", modes());
+    EXPECT_EQ(0u, refused());
     EXPECT_EQ(0, deny(""));
 }
 
@@ -459,7 +386,6 @@ TEST_F(MulticastTest, WhatCannotBeDeniedChangesNothing) {
         many += R"(,"225.0.0.0")";
     EXPECT_EQ(kInvalid, deny(many));
     EXPECT_EQ(before, configuration());
-    EXPECT_EQ(0u, refused());
     EXPECT_EQ(std::string::npos, log().find("\nexit"));
     EXPECT_EQ(0, deny(many.substr(12))) << "one less";
     EXPECT_EQ(55u, occurrences(configuration(), "deny ip any 225.0.0.0"));
@@ -503,18 +429,17 @@ TEST_F(MulticastTest, RulesAreNotLostWhenNobodyIsLeftToBringThemBack) {
         EXPECT_NE(std::string::npos, configuration().find(rules)) << deleted;
     }
     // What an operator has done since stays, and so does a later change.
-    lose(2);
-    commands("configure; ip access-list NET-BLOCK; deny ip any any; exit");
-    const auto edited = configuration();
-    EXPECT_EQ(R"([])", denied());
-    EXPECT_EQ(edited, configuration());
+    for (const std::string since :
+         {"ip access-list NET-BLOCK; deny ip any any; exit", "no ip access-list NET-BLOCK"}) {
+        lose(2);
+        commands("configure; " + since);
+        const auto edited = configuration();
+        EXPECT_EQ("[]", denied());
+        EXPECT_EQ(edited, configuration());
+    }
     lose(2);
     EXPECT_EQ(0, deny(R"("225.0.0.0")"));
     EXPECT_EQ(R"(["225.0.0.0/8"])", denied());
-    lose(2);
-    commands("configure; no ip access-list NET-BLOCK");
-    EXPECT_EQ("[]", denied());
-    EXPECT_EQ(std::string::npos, configuration().find("NET-BLOCK"));
 }
 
 TEST_F(MulticastTest, RulesOfAnyListAreCleared) {

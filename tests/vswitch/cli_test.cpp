@@ -30,12 +30,7 @@ class CliTest : public ModelFixture {
         return std::string(cli.prompt(session).size() + column, ' ') +
                "^\n% Invalid input detected at '^' marker.\n";
     }
-
-    static constexpr IfNum kLag = 49;
 };
-
-constexpr const char *kIncomplete = "% Incomplete command. Use '?' to list what may follow.\n";
-constexpr const char *kAmbiguous = "% Ambiguous command.\n";
 
 // Words that fit a syntax; of alternatives the first or the last one.
 std::vector<std::string> exampleOf(const Command &command, bool last) {
@@ -70,7 +65,7 @@ TEST_F(CliTest, EveryRowTakesItsOwnSyntaxAndNoMore) {
             line += (line.empty() ? "" : " ") + word;
             if (const auto output = run(session, line); cli.unknownCommands() != before) {
                 ASSERT_LT(&word, &words.back()) << output;
-                EXPECT_EQ(kIncomplete, output) << line;
+                EXPECT_EQ("% Incomplete command. Use '?' to list what may follow.\n", output) << line;
             }
         }
         if (!std::string_view(command.syntax).ends_with("..."))
@@ -87,7 +82,7 @@ TEST_F(CliTest, AbbreviationsWhileItIsClearWhatIsMeant) {
     EXPECT_EQ(run("show vlan port all"), run("sh v p a"));
     EXPECT_EQ(run("show port all"), run("show port al")) << "an exact word beats an abbreviated one";
     for (const auto *line : {"show por all", "e"})
-        EXPECT_EQ(kAmbiguous, run(line));
+        EXPECT_EQ("% Ambiguous command.\n", run(line));
     EXPECT_TRUE(cli.refusedCommands() == 0 && cli.unknownCommands() == 2);
 
     auto session = CliSession{};
@@ -142,7 +137,7 @@ ip access-list NET-BLOCK; deny ip any 224.0.0.0 0.255.255.255; permit ip 10.0.0.
 permit ip any any; exit
 mac access-list extended visionaryNwAV; deny any 01:00:5e:00:00:00 00:00:00:7f:ff:ff; permit any any; exit
 hostname "hall \\ 2\""; ip management vlan 10 192.168.1.2 255.255.255.0; ip default-gateway 192.168.1.1
-bridge aging-time 600; dot1x system-auth-control
+bridge aging-time 600; dot1x system-auth-control; aaa authentication dot1x default radius
 snmp-server location "Rack 3 \"left\" \\"; snmp-server contact "the desk"; clock timezone -3:30 zone NST
 sntp client mode broadcast; sntp server fe80::1 3 123; sntp server time.example 1 1123
 no logging buffered; logging console debug; logging syslog; logging host 10.0.0.7 1514 notice
@@ -164,7 +159,8 @@ mrp leavetime 60; description "uplink"; vlan participation include 4094; vlan pv
 no port-channel static; port-channel name "up \"1\""; port-channel load-balance 6; switchport mode access)";
 // And what it shows otherwise, or not at all.
 constexpr const char *kNotShown = R"(ptp clock e2e-transparent; queue cos-queue strict all 6 4
-radius server key auth 10.0.0.5 "open sesame"; interface 0/1-0/3; no ptp clock e2e-transparent
+radius server key auth 10.0.0.5 "open sesame"; aaa ias-user username a@b.c password "say sesame"
+interface 0/1-0/3; no ptp clock e2e-transparent
 interface vlan 21; routing; routing)";
 constexpr const char *kUndone =
     R"(no service-policy in P; no service-policy in Q; no policy-map P; no policy-map Q
@@ -178,6 +174,7 @@ no snmp-server location; no snmp-server contact; no clock timezone; no sntp clie
 no sntp server time.example; logging buffered; no logging console; no logging syslog; no logging host 10.0.0.7
 no radius server timeout; no radius server retransmit; no radius server key auth 10.0.0.5
 no radius server host auth 10.0.0.5; no radius server host acct 10.0.0.5
+no aaa authentication dot1x default; no aaa ias-user username a@b.c
 no port-channel auto; no port-channel auto load-balance; no monitor session 1 source interface 0/1
 no monitor session 1 source interface 0/2; no monitor session 1 source interface lag 2
 no monitor session 1 destination interface; no monitor session 1 mode; no monitor session 4
@@ -213,6 +210,7 @@ TEST_F(CliTest, RunningConfigIsAScriptThatMakesTheSameSwitchAndNoFormsUndoIt) {
     EXPECT_EQ("B", other.qos().policyMaps().at("P").classes.front().name) << "the order of classes stays";
     const auto &radius = other.settings().radius.servers.at({OPEN_RADIUS_AUTH, "10.0.0.5"});
     EXPECT_TRUE(radius.secret == "open sesame" && radius.name == "the \"main\" one");
+    EXPECT_EQ("say sesame", other.settings().dot1x.users.at("a@b.c"));
     EXPECT_EQ(-210, other.settings().clock.offsetMinutes);
     for (const auto *tables : {"show ip interface brief", "show policy-map", "show auto-lag"})
         EXPECT_EQ(run(tables), second.show(tables));
@@ -230,10 +228,9 @@ TEST_F(CliTest, RunningConfigIsAScriptThatMakesTheSameSwitchAndNoFormsUndoIt) {
 
 TEST_F(CliTest, RefusedCommandsAreCountedAndChangeNothing) {
     configure(
-        "vlan database; vlan 10,20; exit; class-map match-all A; exit; policy-map P in; class A; exit; exit; "
-        "interface 0/3; service-policy in P; exit; radius server host auth 10.0.0.5; interface 0/7; "
-        "addport lag 1; exit; monitor session 1 source interface 0/1; monitor session 1 destination "
-        "interface 0/5");
+        R"(vlan database; vlan 10,20; exit; class-map match-all A; exit; policy-map P in; class A; exit; exit
+interface 0/3; service-policy in P; exit; radius server host auth 10.0.0.5; interface 0/7; addport lag 1; exit
+monitor session 1 source interface 0/1; monitor session 1 destination interface 0/5)");
     ASSERT_EQ(0u, errors());
     const auto before = runningConfig();
     const std::string tooLong(65, 'x');
@@ -251,7 +248,8 @@ clock timezone --1; clock timezone 1 zone ABCDEFGHI; clock timezone 1 zone "A B"
 sntp server ""; no sntp server 10.0.0.1; logging host "x;y"; no logging host 10.0.0.1; radius server host auth "a b"
 radius server key auth 10.0.0.1 x; no radius server host auth 10.0.0.1; radius server key auth 10.0.0.1 hidden 00
 radius server key auth 10.0.0.5 hidden 0; radius server key auth 10.0.0.5 hidden 0G
-radius server key auth 10.0.0.5 hidden ABCDEF; radius server key auth 10.0.0.5 hidden 7f; snmp-server location ""
+aaa ias-user username "a b" password x; aaa ias-user username a password ""; no aaa ias-user username a
+aaa ias-user username a password hidden 0; radius server key auth 10.0.0.5 hidden ABCDEF; radius server key auth 10.0.0.5 hidden 7f; snmp-server location ""
 monitor session 1 source interface 0/5; monitor session 1 destination interface 0/1
 monitor session 2 destination interface 0/5; monitor session 2 destination interface 0/7
 no monitor session 1 source interface 0/2
@@ -260,7 +258,7 @@ hostname )" + tooLong + "; snmp-server contact " +
         {in(CliMode::Interface, {1, 2}), R"(vlan pvid 99; vlan participation include 10,99; vlan tagging 10-20
 deleteport lag 1; port-channel static; description )" +
                                              tooLong},
-        {in(CliMode::Interface, {kLag}),
+        {in(CliMode::Interface, {model.lagIfNum(1)}),
          R"(addport lag 2; speed auto; dot1x port-control auto; dot1x reauthentication
 dot1x timeout reauth-period 5; port-channel name )" +
              tooLong.substr(49)}};

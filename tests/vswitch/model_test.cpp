@@ -51,30 +51,31 @@ TEST_F(ModelTest, PlugMoveAndUnplugTakeAlongWhatIsBehind) {
     EXPECT_EQ(OPEN_E_NONE, model.move("unit", 7, ""));
     EXPECT_EQ("1.1@0/7 2.1@0/7 3.1@0/7 | unit@7", seen());
     EXPECT_EQ(OPEN_E_NONE, model.move("amp", 6, ""));
-    EXPECT_EQ("1.1@0/7 2.1@0/6 3.1@0/6 | amp@6 unit@7", seen());
+    const std::string both = "1.1@0/7 2.1@0/6 3.1@0/6 | amp@6 unit@7";
+    EXPECT_EQ(both, seen());
+
+    // Nothing stands behind itself, nor behind what is elsewhere.
+    const std::tuple<const char *, IfNum, const char *> moves[] = {{"amp", 6, "mic"},  {"amp", 7, "mic"},
+                                                                   {"amp", 6, "amp"},  {"mic", 6, "nobody"},
+                                                                   {"mic", 6, "unit"}, {"unit", kLag, ""}};
+    for (const auto &[name, port, behind] : moves)
+        EXPECT_EQ(OPEN_E_PARAM, model.move(name, port, behind)) << name << port << behind;
+    for (const auto &refused : {device("d", 6, 4, "unit"), device("d", 6, 4, "d"), device("d", 9, 4)})
+        EXPECT_EQ(OPEN_E_PARAM, model.plug(refused));
+    for (const auto &taken : {device("amp", 3, 4), device("d", 3, 1)})
+        EXPECT_EQ(OPEN_E_FAIL, model.plug(taken));
+    EXPECT_EQ(both, seen());
+    // What moves behind another device at its own port is heard no longer.
+    model.move("unit", 6, "");
+    EXPECT_EQ("1.1@0/6 2.1@0/6 3.1@0/6 | amp@6 unit@6", seen());
+    model.move("unit", 6, "mic");
+    EXPECT_EQ("1.1@0/6 2.1@0/6 3.1@0/6 | amp@6", seen());
+
+    model.move("unit", 7, "");
     EXPECT_EQ(OPEN_E_NONE, model.unplug("amp"));
     EXPECT_EQ("1.1@0/7 | unit@7", seen());
     EXPECT_EQ(OPEN_E_NOT_FOUND, model.unplug("mic"));
     EXPECT_EQ(OPEN_E_NONE, model.plug(device("mic", 5, 3))) << "its name and address are free again";
-}
-
-TEST_F(ModelTest, NothingStandsBehindItselfNorBehindWhatIsElsewhere) {
-    for (const auto &d : {device("a", 1, 1), device("b", 1, 2, "a"), device("c", 2, 3)})
-        model.plug(d);
-    const std::tuple<const char *, IfNum, const char *> moves[] = {
-        {"a", 1, "b"}, {"a", 2, "b"}, {"a", 1, "a"}, {"b", 1, "nobody"}, {"b", 1, "c"}, {"c", kLag, ""}};
-    for (const auto &[name, port, behind] : moves)
-        EXPECT_EQ(OPEN_E_PARAM, model.move(name, port, behind)) << name << port << behind;
-    for (const auto &refused : {device("d", 1, 4, "c"), device("d", 1, 4, "d"), device("d", 9, 4)})
-        EXPECT_EQ(OPEN_E_PARAM, model.plug(refused));
-    for (const auto &taken : {device("a", 3, 4), device("d", 3, 1)})
-        EXPECT_EQ(OPEN_E_FAIL, model.plug(taken));
-    EXPECT_EQ("1.1@0/1 2.1@0/1 3.1@0/2 | a@1 c@2", seen());
-    // What moves behind another device at its own port is heard no longer.
-    model.move("c", 1, "");
-    EXPECT_EQ("1.1@0/1 2.1@0/1 3.1@0/1 | a@1 c@1", seen());
-    model.move("c", 1, "b");
-    EXPECT_EQ("1.1@0/1 2.1@0/1 3.1@0/1 | a@1", seen());
 }
 
 TEST_F(ModelTest, WhatIsSilentOrGoneAges) {
@@ -237,6 +238,9 @@ TEST_F(ModelTest, RulesHoldWhateverHappens) {
             [&] { model.learn(mac(upTo(255)), id(), upTo(9)); },
             [&] { model.setLatency(std::chrono::seconds(upTo(3))); },
             [&] { model.clearFdb(); },
+            [&] { model.setDot1x(upTo(2) == 0); },
+            [&] { model.setPortControl(upTo(9), upTo(4)); },
+            [&] { model.setSupplicant(upTo(9), upTo(2) != 0); },
             [&] { pass(std::chrono::seconds(upTo(5))); },
             [&] { pass(std::chrono::seconds(upTo(400))); }};
         for (int step = 0; step < 4000; ++step) {

@@ -1,4 +1,4 @@
-// The switch's own settings and hardware: clock, log, RADIUS, 802.1X, temperatures, fans, power supplies.
+// The switch's own settings and hardware: clock, log, RADIUS, temperatures, fans, power supplies.
 #include <gtest/gtest.h>
 
 #include "platform/manual_clock.h"
@@ -50,31 +50,6 @@ TEST_F(SystemTest, TheLogKeepsWhatItsLevelSays) {
     EXPECT_TRUE(contains(kept, "all of it") && contains(kept, "%% taken"));
     EXPECT_FALSE(contains(kept, "not taken") || contains(kept, "dropped"));
     EXPECT_TRUE(kept.starts_with("Buffered (In-Memory) Logging         : disabled\n"));
-}
-
-TEST_F(SystemTest, PortsAreAuthorizedBySupplicants) {
-    const auto authorized = [&](IfNum port) { return model([&](Model &m) { return m.authorized(port); }); };
-    EXPECT_TRUE(authorized(1)) << "802.1X is off";
-    EXPECT_FALSE(authorized(49)) << "a LAG";
-    configure(
-        "dot1x system-auth-control; interface 0/2; dot1x port-control force-authorized; interface 0/3; "
-        "dot1x port-control force-unauthorized");
-    EXPECT_TRUE(!authorized(1) && authorized(2) && !authorized(3));
-    const json login = {{"op", "supplicant"}, {"port", "0/1"}};
-    EXPECT_FALSE(control(login)["ok"]) << "nobody is there";
-    plug(host("pc", 1, "00:1B:92:00:00:01"));
-    EXPECT_TRUE(control(login)["ok"]);
-    EXPECT_TRUE(authorized(1));
-    control({{"op", "link"}, {"port", "0/1"}, {"state", "down"}});
-    control({{"op", "link"}, {"port", "0/1"}, {"state", "auto"}});
-    EXPECT_FALSE(authorized(1)) << "whoever comes next has to authenticate";
-    control(login);
-    EXPECT_TRUE(authorized(1));
-    control({{"op", "supplicant"}, {"port", 1}, {"accepted", false}});
-    EXPECT_FALSE(authorized(1));
-    EXPECT_FALSE(control({{"op", "supplicant"}, {"port", 99}})["ok"]);
-    EXPECT_TRUE(
-        contains(show("show dot1x summary"), "0/3        force-unauthorized  Unauthorized  No       3600"));
 }
 
 TEST_F(SystemTest, HardwareIsAsTheOutsideWorldMakesIt) {

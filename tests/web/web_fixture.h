@@ -41,10 +41,6 @@ class WebTest : public SwitchTest {
         const auto printed = text(producer);
         return result == 0 ? json::parse(printed) : json();
     }
-    template <class Change>
-    auto model(Change change) {
-        return device->with([&](vswitch::Server &server) { return change(server.model()); });
-    }
 
     // Runs the operation with each of its calls failing in turn. There is no answer then, or one that says
     // less and nothing wrong, and the log says it once; a refused capture also that there is nothing to open.

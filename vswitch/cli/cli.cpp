@@ -269,9 +269,9 @@ const std::vector<const Command *> &allCommands() {
     static const auto rows = [] {
         std::vector<const Command *> all;
         for (const auto table :
-             {sessionCommands(), vlanCommands(), systemCommands(), managementCommands(), multicastCommands(),
-              avCommands(), qosCommands(), accessListCommands(), interfaceCommands(), switchportCommands(),
-              lagCommands(), portCommands(), routingCommands(), showCommands()})
+             {sessionCommands(), vlanCommands(), systemCommands(), managementCommands(), dot1xCommands(),
+              multicastCommands(), avCommands(), qosCommands(), accessListCommands(), interfaceCommands(),
+              switchportCommands(), lagCommands(), portCommands(), routingCommands(), showCommands()})
             for (const auto &command : table)
                 all.push_back(&command);
         return all;
@@ -296,6 +296,10 @@ bool Context::accept(open_error_t code) {
         default:
             return refuse("Operation failed.");
     }
+}
+
+std::string leader(const std::string &label, const std::string &value) {
+    return label + std::string(label.size() < 46 ? 46 - label.size() : 0, '.') + " " + value + "\n";
 }
 
 std::string format(const char *text, ...) {

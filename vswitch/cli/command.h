@@ -81,6 +81,7 @@ std::span<const Command> sessionCommands();
 std::span<const Command> vlanCommands();
 std::span<const Command> systemCommands();
 std::span<const Command> managementCommands();
+std::span<const Command> dot1xCommands();
 std::span<const Command> multicastCommands();
 std::span<const Command> avCommands();
 std::span<const Command> qosCommands();
@@ -97,6 +98,9 @@ const std::vector<const Command *> &allCommands();
 
 // printf into a std::string, for show output.
 std::string format(const char *text, ...) __attribute__((format(printf, 1, 2)));
+
+// A line of a show output: "LABEL..... VALUE".
+std::string leader(const std::string &label, const std::string &value);
 
 // Enters the mode of an interface; from such a mode it replaces the selection.
 bool enterInterfaceMode(Context &context, CliMode mode);

@@ -220,20 +220,6 @@ const Command kSystem[] = {
          c.model.system().fdbAgeTime = std::chrono::seconds(300);
          return true;
      }},
-    {kConfig, "dot1x system-auth-control", "Switch 802.1X on",
-     [](Context &c, const Values &) {
-         c.model.system().dot1xEnabled = true;
-         return true;
-     },
-     [](const Model &model, const Interface *, std::string &out) {
-         if (model.system().dot1xEnabled)
-             out += "dot1x system-auth-control\n";
-     }},
-    {kConfig, "no dot1x system-auth-control", "Switch 802.1X off",
-     [](Context &c, const Values &) {
-         c.model.system().dot1xEnabled = false;
-         return true;
-     }},
     {kConfig, "ptp clock e2e-transparent", "Switch the PTP transparent clock on",
      [](Context &c, const Values &) {
          c.model.system().ptpTransparentClock = true;
@@ -289,7 +275,6 @@ void emitParticipation(const Model &, const Interface *interface, std::string &o
 }
 
 constexpr const char *kAcceptWords[] = {"all", "vlanonly", "admituntaggedonly"};
-constexpr const char *kDot1xWords[] = {"", "force-unauthorized", "auto", "force-authorized"};
 
 std::uint32_t indexOf(std::span<const char *const> words, const std::string &text) {
     return static_cast<std::uint32_t>(std::find(words.begin(), words.end(), text) - words.begin());
@@ -401,18 +386,6 @@ const Command kInterfaceRows[] = {
      [](Context &c, const Values &) {
          return eachInterface(c,
                               [&](Interface &i) { return c.accept(c.model.setPvid(i.num, kDefaultVlan)); });
-     }},
-    {kInterface, "dot1x port-control auto|force-authorized|force-unauthorized", "Set the 802.1X port control",
-     [](Context &c, const Values &v) {
-         return eachPort(c, [&](Interface &i) { i.dot1xControlMode = indexOf(kDot1xWords, v[0].text); });
-     },
-     [](const Model &, const Interface *i, std::string &out) {
-         if (i->dot1xControlMode != OPEN_DOT1X_AUTO)
-             out += format("dot1x port-control %s\n", kDot1xWords[i->dot1xControlMode]);
-     }},
-    {kInterface, "no dot1x port-control", "Set the 802.1X port control to auto",
-     [](Context &c, const Values &) {
-         return eachPort(c, [](Interface &i) { i.dot1xControlMode = OPEN_DOT1X_AUTO; });
      }},
     {kInterface, "ptp clock e2e-transparent", "Switch the PTP transparent clock on",
      [](Context &c, const Values &) { return eachPort(c, [](Interface &i) { i.ptpTcEnabled = true; }); }},

@@ -172,6 +172,7 @@ bool showLldpDetail(Context &c, const Values &v) {
         c.out += "System Name: " + cell(f.systemName, kLldpTextMax) + "\n";
         c.out += "System Description: " + cell(f.systemDesc, kLldpTextMax) + "\n";
         c.out += "Port Description: " + cell(f.portDesc, kLldpTextMax) + "\n";
+        c.out += "System Capabilities Enabled: " + cell(f.capabilities, kLldpTextMax) + "\n";
         c.out += "Management Address: " + cell(f.mgmtAddress, kLldpTextMax) + "\n";
         c.out += format("Time to Live: %u seconds\n", f.ttl);
     }
@@ -207,10 +208,6 @@ bool showBootvar(Context &c, const Values &) {
     c.out += format(" %4u  %10s  %10s  %17s  %17s\n", 1u, s.activeImage.c_str(), s.backupImage.c_str(),
                     s.activeImage.c_str(), next.c_str());
     return true;
-}
-
-std::string leader(const std::string &label, const std::string &value) {
-    return label + std::string(label.size() < 46 ? 46 - label.size() : 0, '.') + " " + value + "\n";
 }
 
 bool showIpManagement(Context &c, const Values &) {

@@ -1,4 +1,4 @@
-// Management of the switch itself: location and contact, clock, log, RADIUS, 802.1X per port, and the state
+// Management of the switch itself: location and contact, clock, log, RADIUS, and the state
 // of the hardware.
 #include <algorithm>
 #include <array>
@@ -9,10 +9,6 @@
 
 namespace vswitch::cli {
 namespace {
-
-std::string leader(const std::string &label, const std::string &value) {
-    return label + std::string(label.size() < 46 ? 46 - label.size() : 0, '.') + " " + value + "\n";
-}
 
 // --- location and contact
 
@@ -331,37 +327,6 @@ bool showRadius(Context &c, const Values &) {
     return true;
 }
 
-// --- 802.1X
-
-template <class Change>
-bool eachPort(Context &context, Change change) {
-    return eachInterface(context, [&](Interface &interface) {
-        if (interface.isLag())
-            return context.refuse("Not available on a port-channel.");
-        change(interface);
-        return true;
-    });
-}
-
-void emitReauth(const Model &, const Interface *i, std::string &out) {
-    out += i->dot1xReauthentication ? "dot1x reauthentication\n" : "";
-    if (i->dot1xReauthPeriod != kReauthPeriodDefault)
-        out += format("dot1x timeout reauth-period %u\n", i->dot1xReauthPeriod);
-}
-
-bool showDot1x(Context &c, const Values &) {
-    static constexpr const char *kModes[] = {"", "force-unauthorized", "auto", "force-authorized"};
-    c.out += leader("Administrative Mode", c.model.system().dot1xEnabled ? "Enabled" : "Disabled");
-    c.out += "\nPort       Control Mode        Status        Reauth.  Period\n";
-    c.out += "---------  ------------------  ------------  -------  ------\n";
-    for (const auto &[num, i] : c.model.interfaces())
-        if (!i.isLag())
-            c.out += format("%-9s  %-18s  %-12s  %-7s  %u\n", i.name().c_str(), kModes[i.dot1xControlMode],
-                            c.model.authorized(num) ? "Authorized" : "Unauthorized",
-                            i.dot1xReauthentication ? "Yes" : "No", i.dot1xReauthPeriod);
-    return true;
-}
-
 // --- hardware
 
 bool showEnvironment(Context &c, const Values &) {
@@ -392,16 +357,6 @@ template <bool kOn>
 bool setSyslog(Context &c, const Values &) {
     c.model.settings().log.syslog = kOn;
     return true;
-}
-
-template <bool kOn>
-bool setReauth(Context &c, const Values &) {
-    return eachPort(c, [](Interface &i) { i.dot1xReauthentication = kOn; });
-}
-
-bool setReauthPeriod(Context &c, const Values &v) {
-    return eachPort(
-        c, [&](Interface &i) { i.dot1xReauthPeriod = v.empty() ? kReauthPeriodDefault : v[0].number; });
 }
 
 const Command kManagement[] = {
@@ -464,17 +419,10 @@ const Command kManagement[] = {
      setRadius<&RadiusSettings::retransmit>},
     {kConfig, "no radius server retransmit", "Back to the default", setRadius<&RadiusSettings::retransmit>},
 
-    {kInterface, "dot1x reauthentication", "Authenticate again from time to time", setReauth<true>,
-     emitReauth},
-    {kInterface, "no dot1x reauthentication", "Authenticate once", setReauth<false>},
-    {kInterface, "dot1x timeout reauth-period <int:1-65535>", "Seconds until then", setReauthPeriod},
-    {kInterface, "no dot1x timeout reauth-period", "Back to the default", setReauthPeriod},
-
     {kAnyMode, "show clock", "Time of day", showClock},
     {kAnyMode, "show sntp", "Where the time comes from", showSntp},
     {kAnyMode, "show logging", "Where log lines go", showLog},
     {kAnyMode, "show radius servers", "RADIUS servers and timers", showRadius},
-    {kAnyMode, "show dot1x summary", "802.1X of all ports", showDot1x},
     {kAnyMode, "show environment", "Temperatures, fans, power supplies, load", showEnvironment},
 };
 

@@ -143,8 +143,8 @@ int run(int argc, char **argv) {
     app.add_flag("--json", asJson, "Print answers as JSON");
 
     json request;
-    std::string text, port, mac, behind, name, desc, chassis, portId, portDesc, sysName, ip, group, when,
-        process;
+    std::string text, port, mac, behind, name, desc, chassis, portId, portDesc, sysName, capabilities, ip,
+        group, when, process;
     std::vector<std::string> words;
     std::uint32_t count = 1, vlan = 0, speed = 0, igmpVersion = 2;
     std::uint64_t number = 0;
@@ -164,6 +164,8 @@ int run(int argc, char **argv) {
     plug->add_option("--chassis-id", chassis, "LLDP chassis ID, by default the MAC address");
     plug->add_option("--port-id", portId, "LLDP port ID, by default the MAC address");
     plug->add_option("--port-desc", portDesc, "LLDP port description");
+    plug->add_option("--capabilities", capabilities,
+                     "LLDP capabilities that are enabled, for example bridge, router");
     plug->add_option("--speed", speed, "Fastest speed that it can do, in Mbit/s");
     plug->add_flag("--half-duplex", flag, "It cannot receive while it sends");
     plug->callback([&] {
@@ -178,6 +180,8 @@ int run(int argc, char **argv) {
                 request["lldp"]["portId"] = portId;
             if (!sysName.empty())
                 request["lldp"]["systemName"] = sysName;
+            if (!capabilities.empty())
+                request["lldp"]["capabilities"] = capabilities;
         }
     });
     auto *unplug = app.add_subcommand("unplug", "Unplug a device and everything behind it");
@@ -250,11 +254,21 @@ int run(int argc, char **argv) {
             request["memory"] = {{"totalKb", totalKb}, {"freeKb", freeKb}};
         }
     });
-    auto *supplicant = app.add_subcommand(
-        "supplicant", "Have somebody on a port authenticate by 802.1X, or log off with --off");
-    supplicant->add_option("port", port, "0/1 to 0/N")->required();
-    supplicant->add_flag("--off", flag, "Nobody is authenticated any more");
-    supplicant->callback([&] { request = {{"op", "supplicant"}, {"port", port}, {"accepted", !flag}}; });
+    auto *dot1x = app.add_subcommand("dot1x", "What somebody on a simulated port does by 802.1X");
+    dot1x
+        ->add_option(
+            "action", text,
+            "authorize: authenticates, until the link goes down; unauthorize: logs off; reject: fails "
+            "when it is asked the next time")
+        ->required()
+        ->check(CLI::IsMember({"authorize", "unauthorize", "reject"}));
+    dot1x->add_option("port", port, "0/1 to 0/N")->required();
+    dot1x->callback([&] {
+        request = {{"op", "supplicant"},
+                   {"port", port},
+                   {"accepted", text == "authorize"},
+                   {"later", text == "reject"}};
+    });
 
     auto *sfp = app.add_subcommand("sfp", "Put a transceiver into a port, or take it out with --remove");
     sfp->add_option("port", port, "0/1 to 0/N, one with a cage")->required();

@@ -27,20 +27,46 @@ struct WireRule {
     bool operator==(const WireRule &) const = default;
 };
 
+// What 802.1X in mode auto is to do on a port.
+struct WireAuthentication {
+    std::uint64_t round = 0;  // a new one: what was before does not count any more
+    Duration reauthPeriod{};  // on the switch's clock; 0: never
+
+    bool operator==(const WireAuthentication &) const = default;
+};
+
+// Who checks credentials: RADIUS servers in the order in which they are asked or, without any, the switch
+// itself, which knows these users.
+struct WireAccess {
+    struct Radius {
+        std::string address, secret;
+        std::uint32_t port = 0;
+
+        bool operator==(const Radius &) const = default;
+    };
+    std::map<std::string, std::string> users;  // name and password
+    std::vector<Radius> radius;
+
+    bool operator==(const WireAccess &) const = default;
+};
+
 struct WirePort {
     std::string netdev;
     bool adminUp = true;
     std::uint32_t mtu = 1500;  // bytes of payload, as Linux counts
+    std::optional<WireAuthentication> authentication{};
 
     bool operator==(const WirePort &) const = default;
 };
 
-// A forwarding interface: a port of its own, or a LAG on behalf of its members.
+// A forwarding interface: a port of its own, or a LAG on behalf of its members. A port that 802.1X has not
+// authorized is none.
 struct WireInterface {
     VlanId pvid = kDefaultVlan;
     AcceptFrames acceptFrames = AcceptFrames::All;
     std::map<VlanId, bool> vlans;                  // participates in; true: sends them tagged
     std::vector<IfNum> members;                    // the ports it sends and receives on
+    bool authenticates = false;                    // EAPOL, to whatever address, is for the switch
     std::optional<std::vector<WireRule>> in, out;  // IPv4 filters; a packet that no line matches is dropped
 
     bool operator==(const WireInterface &) const = default;
@@ -55,6 +81,7 @@ struct WireConfig {
     std::size_t fdbCapacity = 0;
     std::uint64_t fdbClears = 0;                // how often everything learned was to be forgotten
     std::string systemName, systemDescription;  // of the LLDP frames that the switch sends
+    WireAccess access;                          // when some port authenticates
 
     bool operator==(const WireConfig &) const = default;
 };
@@ -67,8 +94,9 @@ struct WireView {
     std::optional<std::vector<SeenAddress>> addresses;
     std::optional<std::vector<SeenNeighbour>> neighbours;
     std::optional<std::map<ArpKey, Mac>> arp;
-    std::vector<IgmpMessage> igmp;      // since the last view, in their order
-    std::vector<std::string> messages;  // for the operator, to go to the system log
+    std::vector<IgmpMessage> igmp;                // since the last view, in their order
+    std::map<IfNum, SeenSupplicant> supplicants;  // where something has changed
+    std::vector<std::string> messages;            // for the operator, to go to the system log
 };
 
 struct DataPlaneProcess {

@@ -107,6 +107,8 @@ void addPorts(Flows &flows, IfNum num, const WireInterface &interface) {
         flows[text("table=0,priority=210,in_port=%u,%s", port, kNoVlan)] = enter;
         flows[text("table=0,priority=205,in_port=%u,vlan_tci=0x0000/0x1000", port)] =
             "push_vlan:0x8100," + enter;
+        if (interface.authenticates)
+            flows[text("table=0,priority=230,in_port=%u,dl_type=0x888e", port)] = "drop";
         if (interface.acceptFrames == AcceptFrames::VlanOnly)
             flows[text("table=0,priority=220,in_port=%u,vlan_tci=0x0000/0x0fff", port)] = "drop";
         else if (interface.acceptFrames == AcceptFrames::AdminUntaggedOnly)

@@ -2,7 +2,7 @@
 // another. Pure functions; flow entries are strings as ovs-ofctl reads them.
 //
 //   table 0   ports: which interface (port or LAG) received the frame; reserved addresses, accepted frame
-//             types; untagged frames get a tag without a VLAN, as those with a priority only have it
+//             types, EAPOL of ports that authenticate; untagged frames get a tag without a VLAN, as those with a priority only have it
 //   table 1   ingress access lists
 //   table 2   the frame's VLAN: the association of its source address, the PVID, or its tag; from here on
 //             every frame carries its VLAN as a tag

@@ -226,6 +226,8 @@ bool putMatch(std::string &match, std::string_view name, std::string_view text) 
         putField(match, kOxmEthType, name == "ip" ? 0x800 : 0x806);
         return value.empty();
     }
+    if (name == "dl_type")
+        return number(kOxmEthType);
     if (name == "in_port")
         return number(kInPort);
     if (name == "dl_vlan")

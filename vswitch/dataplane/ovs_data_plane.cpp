@@ -17,6 +17,8 @@
 #include <utility>
 
 #include "platform/clock.h"
+#include "vswitch/dataplane/authenticator.h"
+#include "vswitch/dataplane/eap.h"
 #include "vswitch/dataplane/flows.h"
 #include "vswitch/dataplane/igmp_frame.h"
 #include "vswitch/dataplane/link_watch.h"
@@ -38,7 +40,7 @@ constexpr auto kAskAgain = milliseconds(200);
 constexpr auto kReadLimit = milliseconds(2000), kPushLimit = milliseconds(5000);
 constexpr auto kNeighbourLimit = milliseconds(1000);
 // A server that has not answered for this long is killed and restarted.
-constexpr auto kHung = milliseconds(4000);
+constexpr auto kHung = milliseconds(4000), kSocketLimit = milliseconds(15000);
 // A server that ends within this time of its start waits longer before the next start, up to the maximum.
 constexpr auto kSoon = milliseconds(2000), kRestartMax = milliseconds(5000);
 
@@ -203,6 +205,8 @@ class OvsDataPlane : public DataPlane {
                               console, file, syslog},
                              folder_}});
         servers_.push_back({{"lldpd", {}, folder_}});
+        servers_.push_back(
+            {{"hostapd", {"hostapd", "-g", std::string("./") + Authenticator::kSocket}, folder_}});
         if (!marks_)
             say("the kernel takes no program that tells 802.1ad tags and drop-eligible bits");
         while (!stop_) {
@@ -212,6 +216,7 @@ class OvsDataPlane : public DataPlane {
             applyWanted();
             handleFrames();
             sendWaiting();
+            authenticate();
             read();
             publishStatus();
             wait();
@@ -233,12 +238,15 @@ class OvsDataPlane : public DataPlane {
     void wait() {
         std::vector<pollfd> ends{{wake_.get(), POLLIN, 0},
                                  {links_.descriptor(), POLLIN, 0},
-                                 {connection_.descriptor(), POLLIN, 0}};
+                                 {connection_.descriptor(), POLLIN, 0},
+                                 {authenticator_.descriptor(), POLLIN, 0}};
         auto until = std::min(nextRead_, nextNeighbours_);
+        if (!authPorts_.empty())
+            until = std::min(until, authenticator_.next());
         for (const auto &server : servers_)
             if (server.process.running())
                 ends.push_back({server.process.endDescriptor(), POLLIN, 0});
-            else
+            else if (needed(server))
                 until = std::min(until, server.notBefore);
         if (retryAt_ != Clock::time_point{})
             until = std::min(until, retryAt_);
@@ -292,6 +300,10 @@ class OvsDataPlane : public DataPlane {
     Watched &database() { return servers_[0]; }
     Watched &forwarder() { return servers_[1]; }
     Watched &lldp() { return servers_[2]; }
+    Watched &hostapd() { return servers_[3]; }
+
+    // hostapd runs while ports authenticate.
+    bool needed(const Watched &server) const { return &server != &servers_[3] || !authPorts_.empty(); }
 
     void superviseServers() {
         for (auto &server : servers_) {
@@ -304,7 +316,7 @@ class OvsDataPlane : public DataPlane {
                 server.notBefore = Clock::now() + server.pause;
                 hasEnded(server);
             }
-            if (!server.process.running() && Clock::now() >= server.notBefore)
+            if (!server.process.running() && needed(server) && Clock::now() >= server.notBefore)
                 start(server);
         }
     }
@@ -319,6 +331,8 @@ class OvsDataPlane : public DataPlane {
         } else if (&server == &database()) {
             database_.clear();
             bridgeMade_ = false;
+        } else if (&server == &hostapd()) {
+            authenticator_.disconnect();
         }
     }
 
@@ -341,6 +355,8 @@ class OvsDataPlane : public DataPlane {
             named_.clear();
             lldpSince_ = Clock::now();
         }
+        if (&server == &hostapd())
+            ::unlink(inFolder(folder_, Authenticator::kSocket).c_str());
         server.started = Clock::now();
         if (server.process.start()) {
             // Without the privilege it is one among others.
@@ -527,8 +543,10 @@ class OvsDataPlane : public DataPlane {
         metered_.clear();
         if (connection_.open(folder_, name))
             return true;
-        // Where there is a socket, somebody should be listening.
-        const int status = std::filesystem::exists(inFolder(folder_, name.c_str())) ? -1 : 1;
+        // Where there is a socket, somebody should be listening; and after a while there should be one. An Open
+        // vSwitch of an earlier run that ends late takes the socket of this one along.
+        const bool overdue = Clock::now() - forwarder().started > kSocketLimit;
+        const int status = overdue || std::filesystem::exists(inFolder(folder_, name.c_str())) ? -1 : 1;
         return good({status, "", "cannot connect to " + name}, "flows", forwarder());
     }
 
@@ -707,6 +725,70 @@ class OvsDataPlane : public DataPlane {
         }
     }
 
+    // --- 802.1X
+
+    // The ports that the configuration wants to authenticate, as hostapd is to have them; links come later.
+    void takeAuthenticatedPorts(const WireConfig &wanted) {
+        authPorts_.clear();
+        const auto users = hostapdUsers(wanted.access);
+        for (const auto &[num, port] : wanted.ports) {
+            if (!port.authentication)
+                continue;
+            const auto &[round, period] = *port.authentication;
+            const auto seconds = period == Duration{} ? 0 : inRealSeconds(period);
+            auto &known = authPorts_[num];
+            known.netdev = port.netdev;
+            known.round = round;
+            known.config =
+                hostapdConfig(port, wanted.access, wanted.systemName, seconds, Authenticator::kUsers);
+            known.users = users;
+        }
+    }
+
+    void authenticate() {
+        std::shared_ptr<const WireConfig> wanted;
+        {
+            const std::lock_guard lock(mutex_);
+            wanted = wanted_;
+        }
+        if (wanted != authWanted_)
+            takeAuthenticatedPorts(*wanted);
+        authWanted_ = wanted;
+        if (authPorts_.empty()) {
+            if (hostapd().process.running()) {
+                hostapd().process.stop();
+                authenticator_.disconnect();
+            }
+            hostapd().notBefore = {};
+            authenticator_.wait({});
+            authenticator_.takeChanges();  // the model has reset these ports itself
+            return;
+        }
+        std::map<IfNum, AuthenticatedPort> linked;
+        for (const auto &[num, port] : authPorts_)
+            if (const auto link = linkOf(num); link.index != 0 && link.carrier) {
+                auto &here = linked[num] = port;
+                here.index = link.index;
+                here.losses = link.losses;
+            }
+        if (hostapd().process.running()) {
+            hostapd().process.trimOutput();
+            good(authenticator_.serve(linked), "802.1X", hostapd());
+        } else {
+            authenticator_.wait(linked);
+        }
+        auto changes = authenticator_.takeChanges();
+        if (changes.empty())
+            return;
+        const std::lock_guard lock(mutex_);
+        for (auto &change : changes) {
+            auto &seen = newView().supplicants[change.port];
+            // A failure is told even if more has happened since.
+            change.failed |= seen.failed;
+            seen = std::move(change);
+        }
+    }
+
     // --- reading
 
     void read() {
@@ -821,9 +903,10 @@ class OvsDataPlane : public DataPlane {
         status_.generation = applied_ ? appliedGeneration_ : 0;
         status_.processes.clear();
         for (const auto &server : servers_)
-            status_.processes.push_back({server.process.name(),
-                                         std::max(0, static_cast<int>(server.process.pid())),
-                                         server.process.starts()});
+            if (needed(server))
+                status_.processes.push_back({server.process.name(),
+                                             std::max(0, static_cast<int>(server.process.pid())),
+                                             server.process.starts()});
     }
 
     struct Registered {
@@ -882,6 +965,9 @@ class OvsDataPlane : public DataPlane {
     std::uint64_t readGeneration_ = 0;
     Clock::time_point retryAt_{}, nextRead_{}, nextNeighbours_{}, lldpSince_{};
     std::string description_, named_;
+    Authenticator authenticator_{folder_};
+    std::shared_ptr<const WireConfig> authWanted_;  // that authPorts_ are of
+    std::map<IfNum, AuthenticatedPort> authPorts_;
     std::map<std::tuple<IfNum, std::uint32_t, std::string, std::uint32_t, std::string>, Neighbour>
         neighbours_;
 

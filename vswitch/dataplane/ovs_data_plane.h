@@ -1,5 +1,5 @@
-// The data plane that forwards real frames: Open vSwitch with its user-space datapath, and lldpd for LLDP, as
-// child processes in the network namespace of the switch.
+// The data plane that forwards real frames: Open vSwitch with its user-space datapath, lldpd for LLDP, and
+// hostapd while ports authenticate by 802.1X, as child processes in the network namespace of the switch.
 //
 // A thread of its own does the work, so that the switch answers calls whatever its children are doing. It
 // starts the servers, restarts them when they end, brings the flow entries of Open vSwitch to what the

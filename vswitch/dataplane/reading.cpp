@@ -133,6 +133,24 @@ std::string idOf(const json &from, const Subtype *&subtype) {
     return mac ? mac->text() : value;
 }
 
+// "bridge, router": what a neighbour has enabled, as the switch names it.
+std::string capabilitiesOf(const json &chassis) {
+    std::string names;
+    const auto all = chassis.is_object() ? chassis.find("capability") : chassis.end();
+    if (all == chassis.end() || !all->is_array())
+        return names;
+    for (const auto &one : *all) {
+        const auto enabled = one.is_object() ? one.find("enabled") : one.end();
+        if (enabled == one.end() || *enabled != true)
+            continue;
+        auto name = member(one, "type");
+        for (char &c : name)
+            c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+        names += (names.empty() ? "" : ", ") + name;
+    }
+    return names;
+}
+
 SeenNeighbour neighbourOf(IfNum port, const json &heard) {
     const auto &chassis = element(heard, "chassis"), &remote = element(heard, "port");
     SeenNeighbour neighbour{port, {}};
@@ -146,6 +164,7 @@ SeenNeighbour neighbourOf(IfNum port, const json &heard) {
     fields.systemName = valueOf(chassis, "name");
     fields.systemDesc = valueOf(chassis, "descr");
     fields.mgmtAddress = valueOf(chassis, "mgmt-ip");
+    fields.capabilities = capabilitiesOf(chassis);
     fields.ttl = static_cast<std::uint32_t>(numberIn(valueOf(remote, "ttl")).value_or(fields.ttl));
     return neighbour;
 }

@@ -60,6 +60,33 @@ bool administrativelyUp(const Interface &interface) {
            interface.carrier != Carrier::ForcedDown;
 }
 
+// Whoever has no address and secret cannot be asked: nobody looks up names here.
+std::vector<WireAccess::Radius> radiusOf(const RadiusSettings &settings) {
+    std::vector<std::pair<std::uint32_t, WireAccess::Radius>> found;
+    for (const auto &[key, server] : settings.servers) {
+        in6_addr address{};
+        const bool known = ::inet_pton(AF_INET, key.host.c_str(), &address) == 1 ||
+                           ::inet_pton(AF_INET6, key.host.c_str(), &address) == 1;
+        if (key.type == OPEN_RADIUS_AUTH && known && !server.secret.empty())
+            found.push_back({server.priority, {key.host, server.secret, server.port}});
+    }
+    std::ranges::stable_sort(found, {}, [](const auto &item) { return item.first; });
+    std::vector<WireAccess::Radius> servers;
+    servers.reserve(found.size());
+    for (auto &[priority, server] : found)
+        servers.push_back(std::move(server));
+    return servers;
+}
+
+WireAccess accessOf(const SystemSettings &settings) {
+    WireAccess access;
+    if (settings.dot1x.method == Dot1xMethod::Radius)
+        access.radius = radiusOf(settings.radius);
+    else
+        access.users = settings.dot1x.users;
+    return access;
+}
+
 }  // namespace
 
 WireConfig wireConfigOf(const Model &model, const PortMap &ports) {
@@ -70,15 +97,27 @@ WireConfig wireConfigOf(const Model &model, const PortMap &ports) {
     config.fdbClears = model.fdbClears();
     config.systemName = model.system().hostName;
     config.systemDescription = model.system().machineModel + ", " + model.system().osVersion;
+    bool authenticates = false;
     for (const auto &[num, netdev] : ports) {
         const auto *port = model.interface(num);
         if (port == nullptr)
             continue;
         const auto *forwarder = port->lag != 0 ? model.interface(port->lag) : port;
-        config.ports[num] = {netdev, administrativelyUp(*port), payloadOf(forwarder->mtu)};
-        if (forwarder->adminUp)
-            config.interfaces[forwarder->num].members.push_back(num);
+        auto &wire = config.ports[num] = {netdev, administrativelyUp(*port), payloadOf(forwarder->mtu)};
+        if (wire.adminUp && model.authenticates(num)) {
+            const auto period =
+                std::chrono::seconds(port->dot1xReauthentication ? port->dot1xReauthPeriod : 0);
+            wire.authentication = {port->dot1x.round, period};
+            authenticates = true;
+        }
+        if (!forwarder->adminUp || !model.authorized(num))
+            continue;
+        auto &interface = config.interfaces[forwarder->num];
+        interface.members.push_back(num);
+        interface.authenticates = wire.authentication.has_value();
     }
+    if (authenticates)
+        config.access = accessOf(model.settings());
     for (auto &[num, wire] : config.interfaces) {
         const auto &interface = *model.interface(num);
         wire.pvid = interface.pvid;
@@ -114,6 +153,9 @@ void putIntoModel(Model &model, const WireView &view, std::uint64_t generation) 
         model.log(4, "DATAPLANE", "dataPlaneTask", text);
     for (const auto &[port, up] : view.carrier)
         model.seeCarrier(port, up);
+    // After the links: who has authenticated has done so on a link that is there.
+    for (const auto &[port, supplicant] : view.supplicants)
+        model.seeSupplicant(supplicant);
     for (const auto &message : view.igmp)
         model.hearIgmp(message);
     if (view.addresses && view.generation == generation)

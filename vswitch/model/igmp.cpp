@@ -125,7 +125,7 @@ Ipv4 Model::querierAddress(VlanId id) const {
 // it.
 bool Model::igmpParticipates(IfNum ifNum, VlanId id, const Mac &mac) const {
     const auto *found = interface(ifNum);
-    if (found == nullptr || found->lag != 0 || !found->linkUp)
+    if (found == nullptr || found->lag != 0 || !carries(*found))
         return false;
     const auto participation = membership(ifNum, id).participation;
     if (participation != OPEN_VLAN_PARTICIPATION_MODE_AUTO)
@@ -416,7 +416,7 @@ void Model::refreshIgmp() {
         }
         std::erase_if(it->second.routers, [&](const auto &item) {
             const auto *found = interface(item.first);
-            return found->lag != 0 || !found->linkUp ||
+            return found->lag != 0 || !carries(*found) ||
                    membership(item.first, it->first).participation == OPEN_VLAN_PARTICIPATION_MODE_EXCLUDE;
         });
         ++it;

@@ -55,12 +55,13 @@ Model::Model(ModelConfig config) : config_(std::move(config)) {
 void Model::advanceTo(Duration now, std::timespec wall) {
     if (!started_) {
         started_ = true;
-        now_ = bootTime_ = lastAged_ = lastSntpPoll_ = now;
+        now_ = bootTime_ = lastAged_ = lastSntpPoll_ = lastDot1x_ = now;
     }
     wall_ = wall;
     now_ = std::max(now_, now);
     while (!pending_.empty() && pending_.front().due <= now_)
         applyFirst();
+    serveDot1x();
     if (now_ - lastAged_ >= kAgePass)
         age();
     serveIgmp();
@@ -147,7 +148,11 @@ void Model::refreshLink(IfNum ifNum) {
         return;
     countUpToNow(ifNum);
     interface.linkUp = up;
-    interface.supplicant = interface.supplicant && up;
+    // Whoever comes next has to authenticate.
+    if (!up && !interface.isLag()) {
+        resetDot1x(interface);
+        interface.dot1x.answers = false;
+    }
     const auto text = "Link " + std::string(up ? "Up" : "Down") + ": " + interface.name();
     log(5, "TRAPMGR", "trapTask", text);
     event("link", text);
@@ -407,7 +412,7 @@ open_error_t Model::setAddress(VlanId id, AddressMethod method, std::string ip, 
 bool Model::vlanUp(VlanId id) const {
     return std::any_of(interfaces_.begin(), interfaces_.end(), [&](const auto &item) {
         const auto &interface = item.second;
-        return interface.linkUp && interface.lag == 0 &&
+        return carries(interface) && interface.lag == 0 &&
                (interface.pvid == id ||
                 membership(interface.num, id).participation == OPEN_VLAN_PARTICIPATION_MODE_INCLUDE);
     });
@@ -424,8 +429,12 @@ open_error_t Model::lagAdd(IfNum lag, IfNum port) {
         return OPEN_E_FAIL;
     if (group->members.size() >= config_.lagMembersMax)
         return OPEN_E_FULL;
+    countUpToNow(port);
+    const bool before = authorized(port);
     group->members.insert(port);
     member->lag = lag;
+    resetDot1x(*member);
+    accessChanged(port, before);
     event("lag", member->name() + " joined " + group->name());
     relearnPort(port);
     refreshLink(lag);
@@ -438,9 +447,14 @@ open_error_t Model::lagRemove(IfNum lag, IfNum port) {
     auto *member = edit(port);
     if (group == nullptr || !group->isLag() || member == nullptr)
         return OPEN_E_PARAM;
-    if (group->members.erase(port) == 0)
+    if (!group->members.contains(port))
         return OPEN_E_NOT_FOUND;
+    countUpToNow(port);
+    const bool before = authorized(port);
+    group->members.erase(port);
     member->lag = 0;
+    resetDot1x(*member);
+    accessChanged(port, before);
     event("lag", member->name() + " left " + group->name());
     relearnPort(port);
     refreshLink(lag);
@@ -464,7 +478,7 @@ IfNum Model::forwarderOf(IfNum port) const {
 }
 
 bool Model::forwarding(IfNum port) const {
-    return interfaces_.at(port).linkUp && interfaces_.at(forwarderOf(port)).linkUp;
+    return carries(interfaces_.at(port)) && interfaces_.at(forwarderOf(port)).linkUp;
 }
 
 bool Model::install(const Mac &mac, VlanId vlan, IfNum port) {

@@ -7,7 +7,8 @@
 //  - A port is a member of at most one LAG. A LAG forwards for its members, so entries learned on a member
 //    belong to the LAG, and the LAG's VLAN settings apply to them.
 //  - Learned forwarding entries and neighbours exist only on ports with link, entries of a LAG member only
-//    while the LAG has link too; the table never exceeds its capacity.
+//    while the LAG has link too, and none on a port that 802.1X has not authorized; the table never exceeds
+//    its capacity.
 //  - A device behind another one is at the same port as that one.
 //  - Tables hold of live ports exactly what the data plane last saw there and the rules above allow.
 //  - Access groups name existing access lists only.
@@ -58,8 +59,16 @@ class Model {
     std::timespec wallTime() const { return wall_; }
     const SntpState &sntp() const { return sntp_; }
     void pollSntp();  // asks the SNTP servers now; otherwise every kSntpPollInterval
-    // 802.1X lets frames of the port through: always while it is off.
-    bool authorized(IfNum port) const;
+
+    // --- 802.1X, see dot1x.h
+    bool authorized(IfNum port) const;     // frames of the port pass; false for a LAG
+    bool authenticates(IfNum port) const;  // whoever is behind the port has to authenticate
+    void setDot1x(bool enabled);
+    open_error_t setPortControl(IfNum port, std::uint32_t mode);  // OPEN_DOT1X_
+    // Somebody on a simulated port authenticates, now and whenever the switch asks, or logs off. FAIL: no
+    // link, nobody could be there; PARAM: a live port.
+    open_error_t setSupplicant(IfNum port, bool accepted);
+    open_error_t rejectSupplicant(IfNum port);  // fails from now on: noticed when the switch asks
 
     // --- hardware; what happens to it is written to the log
     const Health &health() const { return health_; }
@@ -93,8 +102,8 @@ class Model {
     // --- interfaces
     const std::map<IfNum, Interface> &interfaces() const { return interfaces_; }
     const Interface *interface(IfNum ifNum) const;
-    // For settings without rules: description, mtu, 802.1X, PTP, 802.1AS, MRP, accepted frames, LAG
-    // name.
+    // For settings without rules: description, mtu, reauthentication, PTP, 802.1AS, MRP, accepted frames,
+    // LAG name.
     Interface *edit(IfNum ifNum);
     IfNum lagIfNum(std::uint32_t lagNumber) const;  // 0 when there is none
     open_error_t setAdmin(IfNum ifNum, bool up);
@@ -202,8 +211,6 @@ class Model {
     open_error_t unplug(const std::string &name);
     open_error_t move(const std::string &name, IfNum port, const std::string &behind);
     open_error_t setTalking(const std::string &name, bool talking);
-    // Somebody on the port has authenticated by 802.1X, until the link goes down. FAIL: no link.
-    open_error_t setSupplicant(IfNum port, bool accepted);
 
     // --- live ports
     // What was seen on the wire. Each takes the whole picture; what is missing from it is gone.
@@ -213,6 +220,7 @@ class Model {
     void seeAddresses(const std::vector<SeenAddress> &seen);
     void seeNeighbours(const std::vector<SeenNeighbour> &seen);
     void seeArp(std::map<ArpKey, Mac> seen);
+    void seeSupplicant(const SeenSupplicant &seen);  // of one port, unlike the others
 
     // IPv4 addresses in the switch's VLANs: those seen, and those of talking devices that have one.
     std::map<ArpKey, Mac> arp() const;
@@ -255,6 +263,14 @@ class Model {
     bool mayStandBehind(const std::string &other, IfNum port, const std::vector<const Device *> &moved) const;
     std::vector<const Device *> withFollowers(const Device &device) const;
     bool forwarding(IfNum port) const;
+    bool controlled(const Interface &port) const;
+    bool carries(const Interface &interface) const;  // data
+    void resetDot1x(Interface &port);
+    void accessChanged(IfNum num, bool before);
+    template <class Action>
+    void changeAccess(IfNum num, Action action);
+    void authenticate(IfNum num, bool accepted);
+    void serveDot1x();
     bool audible(const Device &device) const;
     VlanId arpVlan(const Device &device) const;
     void learnDevice(const Device &device);
@@ -321,7 +337,8 @@ class Model {
     SystemSettings settings_;
     Health health_;
     SntpState sntp_;
-    Duration lastSntpPoll_{};
+    Duration lastSntpPoll_{}, lastDot1x_{};
+    bool dot1xReset_ = false;  // some port is to be asked again
     SwitchFeatures features_;
     Qos qos_;
     AccessLists ipAccessLists_, macAccessLists_;

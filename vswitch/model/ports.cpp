@@ -192,7 +192,7 @@ PortActivity Model::activityOf(const Interface &port) const {
         return activity;
     activity.linked += elapsed;
     for (const auto *device : devicesAt(port.num)) {
-        if (device->talking)
+        if (device->talking && authorized(port.num))
             activity.talking += elapsed;
         if (device->talking && device->lldp && device->behind.empty())
             activity.announcing += elapsed;

@@ -154,24 +154,4 @@ void Model::pollSntp() {
         log(5, "SNTP", "sntpTask", "Clock synchronised to " + sntp_.synchronisedTo);
 }
 
-// --- 802.1X
-
-bool Model::authorized(IfNum port) const {
-    const auto *found = interface(port);
-    if (found == nullptr || found->isLag() || found->dot1xControlMode == OPEN_DOT1X_FORCE_UNAUTHORIZED)
-        return false;
-    return !system_.dot1xEnabled || found->dot1xControlMode == OPEN_DOT1X_FORCE_AUTHORIZED ||
-           (found->supplicant && found->linkUp);
-}
-
-open_error_t Model::setSupplicant(IfNum port, bool accepted) {
-    auto *found = edit(port);
-    if (found == nullptr || found->isLag())
-        return OPEN_E_NOT_FOUND;
-    if (accepted && !found->linkUp)
-        return OPEN_E_FAIL;
-    found->supplicant = accepted;
-    return OPEN_E_NONE;
-}
-
 }  // namespace vswitch

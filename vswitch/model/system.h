@@ -119,6 +119,7 @@ struct SystemSettings {
     ClockSettings clock;
     LogSettings log;
     RadiusSettings radius;
+    Dot1xSettings dot1x;
 };
 
 // --- hardware

@@ -54,7 +54,7 @@ std::string Interface::name() const {
 }
 
 void LldpFields::cutTexts() {
-    for (auto *text : {&chassisId, &portId, &portDesc, &systemName, &systemDesc, &mgmtAddress})
+    for (auto *text : {&chassisId, &portId, &portDesc, &systemName, &systemDesc, &mgmtAddress, &capabilities})
         if (text->size() > kLldpTextMax)
             text->resize(kLldpTextMax);
 }

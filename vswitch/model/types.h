@@ -15,6 +15,7 @@
 
 #include "platform/clock.h"
 #include "platform/open_client.h"
+#include "vswitch/model/dot1x.h"
 #include "vswitch/model/ports.h"
 
 namespace vswitch {
@@ -129,7 +130,7 @@ struct Interface {
     std::uint32_t dot1xControlMode = OPEN_DOT1X_AUTO;
     bool dot1xReauthentication = false;
     std::uint32_t dot1xReauthPeriod = kReauthPeriodDefault;  // seconds
-    bool supplicant = false;  // somebody on the port has been authenticated since it got link
+    Dot1xState dot1x;
     bool ptpTcEnabled = true;
 
     // 802.1AS and the MRP applications; timers in centiseconds.
@@ -244,6 +245,7 @@ struct LldpFields {
     std::uint32_t portIdSubtype = 3;  // MAC address
     std::string portId;
     std::string portDesc, systemName, systemDesc, mgmtAddress;
+    std::string capabilities;  // that are enabled: "bridge, router"
     std::uint32_t ttl = 120;
 
     void cutTexts();  // to kLldpTextMax each
@@ -266,6 +268,13 @@ struct SeenAddress {
 struct SeenNeighbour {
     IfNum port = 0;
     LldpFields fields;
+};
+struct SeenSupplicant {
+    IfNum port = 0;
+    std::uint64_t round = 0;  // in which it was seen, see Dot1xState
+    bool authenticated = false;
+    bool failed = false;    // since the last time, somebody has tried in vain
+    std::string mac, user;  // who it is, when authenticated
 };
 
 // A device of the outside world and where it is plugged in.

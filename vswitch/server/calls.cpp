@@ -255,6 +255,13 @@ open_error_t Calls::rpcclt_openapiLldpIntfRemoteDevicePortDescGet(std::uint32_t 
     return lldpText(ifNum, remIndex, timeStamp, &LldpFields::portDesc, text);
 }
 
+open_error_t Calls::rpcclt_openapiLldpIntfRemoteDeviceSysCapEnabledGet(std::uint32_t ifNum,
+                                                                       std::uint32_t remIndex,
+                                                                       std::uint32_t timeStamp,
+                                                                       rpc::Filled &text) {
+    return lldpText(ifNum, remIndex, timeStamp, &LldpFields::capabilities, text);
+}
+
 // --- VLANs
 
 open_error_t Calls::openapiVlanCreatedCheck(std::uint32_t vlanId) {
@@ -410,12 +417,7 @@ open_error_t Calls::rpcclt_openapiLagStaticModeSet(std::uint32_t lagIfNum, std::
 // --- 802.1X and PTP
 
 open_error_t Calls::rpcclt_openapiDot1xPortControlModeSet(std::uint32_t ifNum, std::uint32_t mode) {
-    auto *found = model_.edit(ifNum);
-    if (found == nullptr || found->isLag() || mode < OPEN_DOT1X_FORCE_UNAUTHORIZED ||
-        mode > OPEN_DOT1X_FORCE_AUTHORIZED)
-        return OPEN_E_PARAM;
-    found->dot1xControlMode = mode;
-    return OPEN_E_NONE;
+    return model_.setPortControl(ifNum, mode);
 }
 
 open_error_t Calls::rpcclt_openapiDot1xPortControlModeGet(std::uint32_t ifNum, std::uint32_t &mode) {

@@ -113,6 +113,7 @@ Device deviceOf(const json &body) {
         lldp.systemName = in.value("systemName", device.name);
         lldp.systemDesc = in.value("systemDesc", "");
         lldp.mgmtAddress = in.value("mgmtAddress", device.ip);
+        lldp.capabilities = in.value("capabilities", "");
         lldp.ttl = memberNumber(in, "ttl", lldp.ttl);
         device.lldp = std::move(lldp);
     }
@@ -269,8 +270,13 @@ json health(const Request &r) {
 }
 
 json supplicant(const Request &r) {
-    require(r.server.model().setSupplicant(portOf(r.body), r.body.value("accepted", true)),
-            "no such port, or no link on it");
+    auto &model = r.server.model();
+    const auto port = portOf(r.body);
+    const auto *found = model.interface(port);
+    require(r.body.value("later", false) ? model.rejectSupplicant(port)
+                                         : model.setSupplicant(port, r.body.value("accepted", true)),
+            found != nullptr && found->live ? "the devices of a live port authenticate themselves"
+                                            : "no such port, or no link on it");
     return {};
 }
 
@@ -456,11 +462,20 @@ json interfaceRow(const Model &model, const Interface &i) {
         if (m.tagged)
             tagged.push_back(id);
     }
-    return {
-        {"ifNum", i.num},         {"name", i.name()}, {"admin", i.adminUp},   {"link", i.linkUp},
-        {"pvid", i.pvid},         {"tagged", tagged}, {"included", included}, {"lag", nameOf(model, i.lag)},
-        {"live", i.live},         {"speed", i.speed}, {"mtu", i.mtu},         {"dot1x", i.dot1xControlMode},
-        {"ptpTc", i.ptpTcEnabled}};
+    return {{"ifNum", i.num},
+            {"name", i.name()},
+            {"admin", i.adminUp},
+            {"link", i.linkUp},
+            {"pvid", i.pvid},
+            {"tagged", tagged},
+            {"included", included},
+            {"lag", nameOf(model, i.lag)},
+            {"live", i.live},
+            {"speed", i.speed},
+            {"mtu", i.mtu},
+            {"dot1x", i.dot1xControlMode},
+            {"authorized", model.authorized(i.num)},
+            {"ptpTc", i.ptpTcEnabled}};
 }
 
 json counterRows(const Model &model) {
@@ -549,7 +564,8 @@ json lldpRows(const Model &model) {
                             {"portDesc", n.fields.portDesc},
                             {"systemName", n.fields.systemName},
                             {"systemDesc", n.fields.systemDesc},
-                            {"mgmtAddress", n.fields.mgmtAddress}});
+                            {"mgmtAddress", n.fields.mgmtAddress},
+                            {"capabilities", n.fields.capabilities}});
     return rows;
 }
 

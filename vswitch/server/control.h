@@ -10,7 +10,8 @@
 //   health    {temperature: {sensor, celsius, failed}, fan: {fan, state, rpm}, power: {supply, state}, cpu,
 //             memory: {totalKb, freeKb}}, each if it is to change -> {sensors, fans, supplies, cpu, memory};
 //             state: operational | failed | absent
-//   supplicant {port, accepted}: somebody there has authenticated by 802.1X, until the link goes down
+//   supplicant {port, accepted, later}: somebody there authenticates by 802.1X from now on, until the link goes
+//     down; accepted false: logs off; later true: fails when it is asked the next time
 //   sfp       {port, vendor, part, serial, wavelength, temperature, voltage, bias, txPower, rxPower} | {port,
 //             remove}; it measures when temperature or a power is given (units as in model/ports.h)
 //   errdisable {port, reason}: none, link-flap, bpdu-guard, port-security, storm-control, udld, transceiver
