@@ -93,6 +93,10 @@ inline constexpr const char *kVendorDb = "/usr/local/appmgr/usr/share/pavo/oui/o
 // Shared with the switch's DHCP server.
 inline constexpr const char *kHostDb = "/mnt/fastpath/dhcpReservation.db";
 
+// --- web interface
+// One file for each session, named by its token; see web/sessions.h.
+inline constexpr const char *kSessionDir = "/tmp/session";
+
 // --- ports and LAGs: settings, counters, optics, trunks, mirroring
 
 // --- system: identity, health, time, log, images, RADIUS, PTP

@@ -1,0 +1,221 @@
+#include "web/login.h"
+
+#include <sys/random.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <map>
+#include <string_view>
+#include <utility>
+
+#include "common/files.h"
+#include "common/json.h"
+#include "common/log.h"
+#include "common/text.h"
+#include "platform/clock.h"
+#include "platform/paths.h"
+
+namespace pavo {
+namespace {
+
+constexpr int kFreeAttempts = 5;
+constexpr long kFirstPause = 10, kLongestPause = 300;  // seconds
+constexpr long kForgottenAfter = 900;
+constexpr std::size_t kKeysMax = 1024;  // who is longest ago goes first
+
+std::string fileName(const char *name) {
+    return std::string(platform::paths::kSessionDir) + "/" + name;
+}
+
+// --- counting
+
+struct Failures {
+    int count = 0;
+    long last = 0;  // system uptime
+
+    long pause() const {
+        if (count < kFreeAttempts)
+            return 0;
+        return std::min(kLongestPause, kFirstPause << std::min(count - kFreeAttempts, 10));
+    }
+};
+using FailureTable = std::map<std::string, Failures>;
+
+// A file that cannot be read counts as none; entries that make no sense are passed over.
+FailureTable readTable(long now) {
+    FailureTable table;
+    const auto text = readFile(fileName(".failures"));
+    const JsonPtr root(text ? cJSON_Parse(text->c_str()) : nullptr);
+    const cJSON *item = nullptr;
+    cJSON_ArrayForEach(item, root.get()) {
+        const auto count = integerMember(item, "count");
+        const auto last = integerMember(item, "last");
+        if (item->string != nullptr && count && *count > 0 && last && *last <= now &&
+            now - *last <= kForgottenAfter)
+            table[item->string] = {*count, *last};
+    }
+    return table;
+}
+
+Result<> writeTable(FailureTable table, const Where &where) {
+    while (table.size() > kKeysMax)
+        table.erase(
+            std::ranges::min_element(table, {}, [](const auto &entry) { return entry.second.last; }));
+    const JsonPtr root(cJSON_CreateObject());
+    for (const auto &[key, failures] : table)
+        if (cJSON *const item = cJSON_AddObjectToObject(root.get(), key.c_str())) {
+            cJSON_AddNumberToObject(item, "count", failures.count);
+            cJSON_AddNumberToObject(item, "last", static_cast<double>(failures.last));
+        }
+    return replaceFile(fileName(".failures"), printJsonLine(root.get()), where);
+}
+
+// An IPv6 host has a network of 64 bits to choose addresses from.
+std::string networkOf(const std::string &address) {
+    std::size_t end = 0;
+    for (int groups = 0; groups < 4 && end != std::string::npos; ++groups)
+        end = address.find(':', end == 0 ? 0 : end + 1);
+    return address.substr(0, end == 0 ? std::string::npos : end);
+}
+
+// The counts of one attempt.
+class Attempt {
+  public:
+    Attempt(const Credentials &who, const Where &where)
+        : user_("user " + wellFormed(who.user)), address_("address " + wellFormed(networkOf(who.address))),
+          where_(where) {}
+
+    // Counts it, unless one of the two has to wait.
+    Result<> begin() {
+        return change([&](FailureTable &table, long now) -> Result<> {
+            for (const auto &key : {user_, address_})
+                if (const auto found = table.find(key);
+                    found != table.end() && now - found->second.last < found->second.pause())
+                    return failed(ResultCode::LockedOut);
+            for (const auto &key : {user_, address_})
+                table[key] = {table[key].count + 1, now};
+            return {};
+        });
+    }
+    // The password was right: the user has no failures any more, and the address one less.
+    Result<> succeed() {
+        return change([&](FailureTable &table, long) -> Result<> {
+            table.erase(user_);
+            takeBack(table, address_);
+            return {};
+        });
+    }
+    // It was not looked at.
+    void withdraw() {
+        static_cast<void>(change([&](FailureTable &table, long) -> Result<> {
+            takeBack(table, user_);
+            takeBack(table, address_);
+            return {};
+        }));
+    }
+
+  private:
+    static void takeBack(FailureTable &table, const std::string &key) {
+        const auto found = table.find(key);
+        if (found != table.end() && --found->second.count <= 0)
+            table.erase(found);
+    }
+
+    template <class Change>
+    Result<> change(Change apply) {
+        const auto now = platform::systemUptime();
+        if (!now) {
+            logError(where_, "[%s:%d] Failed to get sysinfo\r\n");
+            return failed(ResultCode::Failed, "wrong passwords cannot be counted");
+        }
+        const FileLock lock(fileName(".failures.lock"), FileLock::Afterwards::Keep, FileLock::kWaitMax, where_);
+        if (!lock.held()) {
+            logError(where_, "[%s:%d] %s cannot be locked\n", fileName(".failures"));
+            return failed(ResultCode::Failed, "wrong passwords cannot be counted");
+        }
+        auto table = readTable(*now);
+        if (auto applied = apply(table, *now); !applied)
+            return applied;
+        return writeTable(std::move(table), where_);
+    }
+
+    std::string user_, address_;
+    Where where_;
+};
+
+// --- marks
+
+// Tells a level and password from others. It need not be hard to turn back: whoever can read the mark can ask
+// the switch for the password.
+std::string markOf(const SwitchUser &user, const std::string &salt) {
+    std::uint64_t hash = 14695981039346656037u;
+    for (const auto &text : {salt, std::string(wordOf(user.level)), user.password})
+        for (const char c : text + '\0')
+            hash = (hash ^ static_cast<unsigned char>(c)) * 1099511628211u;
+    return salt + " " + std::to_string(hash);
+}
+
+std::string newSalt() {
+    std::uint64_t salt = 0;
+    static_cast<void>(getrandom(&salt, sizeof salt, 0));
+    return std::to_string(salt);
+}
+
+bool isMarkOf(const std::string &mark, const SwitchUser &user) {
+    return isSameSecret(markOf(user, mark.substr(0, mark.find(' '))), mark);
+}
+
+}  // namespace
+
+Result<Login> logIn(const Credentials &credentials, const FindUser &findUser, Where where) {
+    const std::string shown = printable(validUtf8(cutToBytes(credentials.user, kUserNameMax)));
+    if (credentials.user.empty() || credentials.user.size() > kUserNameMax || shown != credentials.user) {
+        logWarn(where, "[%s:%d] login from %s: no user name\n", printable(credentials.address));
+        return failed(ResultCode::InvalidArgument, "user name");
+    }
+    if (auto made = ensureSessionDir(where); !made)
+        return std::unexpected(std::move(made).error());
+    Attempt attempt(credentials, where);
+    if (auto counted = attempt.begin(); !counted) {
+        if (counted.error().code == ResultCode::LockedOut)
+            logWarn(where, "[%s:%d] login of %s from %s: too many wrong passwords\n", shown,
+                    printable(credentials.address));
+        return std::unexpected(std::move(counted).error());
+    }
+    const auto user = findUser(credentials.user);
+    if (!user) {
+        attempt.withdraw();
+        return std::unexpected(user.error());
+    }
+    // Compared also when there is no such user, who would be known by the time that it takes otherwise.
+    const bool isRight = isSameSecret(*user ? (*user)->password : std::string(1, '\0'), credentials.password);
+    if (!*user || !isRight) {
+        logWarn(where, "[%s:%d] login of %s from %s: wrong user name or password\n", shown,
+                printable(credentials.address));
+        return failed(ResultCode::WrongPassword);
+    }
+    if (auto counted = attempt.succeed(); !counted)
+        return std::unexpected(std::move(counted).error());
+    Login login{{}, {credentials.user, (*user)->level}};
+    auto token = openSession(login.session, markOf(**user, newSalt()), where);
+    if (!token)
+        return std::unexpected(std::move(token).error());
+    login.token = *std::move(token);
+    logInfo(where, "[%s:%d] login of %s from %s\n", shown, printable(credentials.address));
+    return login;
+}
+
+bool isStillTheUser(const std::string &token, const Session &session, const FindUser &findUser, Where where) {
+    const auto user = findUser(session.user);
+    if (!user)
+        return true;
+    const auto mark = sessionMark(token);
+    if (*user && (*user)->level == session.level && (!mark || isMarkOf(*mark, **user)))
+        return true;
+    logInfo(where, "[%s:%d] the session of %s ends: its level or password has changed\n",
+            printable(session.user));
+    endSession(token);
+    return false;
+}
+
+}  // namespace pavo
