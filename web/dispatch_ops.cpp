@@ -55,8 +55,9 @@ const HttpdCContent *findEntry(const HttpdDir &dir, const std::string &leaf, con
 
 bool mayCall(const HttpdTree &tree, const HttpdCContent &entry) {
     const char *const token = std::getenv("HTTP_SESSION");
-    return checkSessionX(token, std::getenv("HTTP_REFRESH"), entry) == 0 &&
-           (!tree.admits || tree.admits(token));
+    Session session{};
+    return checkSessionX(token, std::getenv("HTTP_REFRESH"), entry, &session) == 0 &&
+           (!tree.admits || tree.admits(token, session));
 }
 
 }  // namespace
@@ -118,10 +119,15 @@ void httpdProcessRequest(HttpdTree &tree) {
     entry->handler();
 }
 
-int checkSessionX(const char *token, const char *refresh, const HttpdCContent &entry) {
+int checkSessionX(const char *token, const char *refresh, const HttpdCContent &entry, Session *session) {
     const SessionNeed need{static_cast<Access>(entry.access), static_cast<HttpMethod>(entry.method),
                            refresh == nullptr ? SessionUse::Extend : SessionUse::Poll};
-    return checkSession(token == nullptr ? "" : token, need) ? 0 : -1;
+    auto found = checkSession(token == nullptr ? "" : token, need);
+    if (!found)
+        return -1;
+    if (session != nullptr)
+        *session = *std::move(found);
+    return 0;
 }
 
 const char *httpdMethodName(std::uint32_t method) {

@@ -37,7 +37,7 @@ struct HttpdDir {
 struct HttpdTree {
     std::unique_ptr<HttpdDir> root;
     // Asked after the check of the session: whether its user may still have it. Optional.
-    std::function<bool(const std::string &token)> admits{};
+    std::function<bool(const std::string &token, const Session &session)> admits{};
 };
 
 // A tree with its root; null when memory is exhausted.
@@ -55,8 +55,9 @@ int httpdAddCContent(HttpdTree &tree, const char *dirPath, const char *name, std
 void httpdProcessRequest(HttpdTree &tree);
 
 // checkSession() for an entry: 0 when the request may proceed, else -1. Null pointers: the request has no
-// such header.
-int checkSessionX(const char *token, const char *refresh, const HttpdCContent &entry);
+// such header. `session` is filled in when it may.
+int checkSessionX(const char *token, const char *refresh, const HttpdCContent &entry,
+                  Session *session = nullptr);
 
 // "GET", "POST", "DELETE", "PUT"; for another number a text that is overwritten by the next such call.
 const char *httpdMethodName(std::uint32_t method);
