@@ -507,6 +507,20 @@ open_error_t rpcclt_openapiAclIntfDirDelete(openapiClientHandle_t *client, uint3
 open_error_t rpcclt_openapiSnoopIntfMrouterStateNextGet(openapiClientHandle_t *client, uint32_t family,
                                                         uint32_t ifNum, uint32_t *next);
 
+// --- users of the command line
+
+// What a user may do. A blocked one cannot log in, a reader cannot enter privileged mode.
+enum { OPEN_USER_LEVEL_BLOCKED = 0, OPEN_USER_LEVEL_READ = 1, OPEN_USER_LEVEL_ADMIN = 15 };
+
+// Room that user names and passwords need, with the terminating zero.
+open_error_t rpcclt_openapiUserNameSizeGet(openapiClientHandle_t *client, uint32_t *size);
+open_error_t rpcclt_openapiPasswordSizeGet(openapiClientHandle_t *client, uint32_t *size);
+// The password of a user in clear text. OPEN_E_NOT_FOUND when there is no such user, here and below.
+open_error_t rpcclt_openapiUserPasswordGet(openapiClientHandle_t *client, open_buffdesc *name,
+                                           open_buffdesc *password);
+// OPEN_USER_LEVEL_.
+open_error_t rpcclt_openapiUserLevelGet(openapiClientHandle_t *client, open_buffdesc *name, uint32_t *level);
+
 #ifdef __cplusplus
 }
 #endif

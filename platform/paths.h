@@ -63,6 +63,11 @@ inline constexpr const char *kShureConfig = "/tmp/shure_config";
 inline constexpr const char *kShureIn = "/mnt/application/pavo/tmp/shure_in";
 inline constexpr const char *kShureOut = "/mnt/application/pavo/tmp/shure_out";
 inline constexpr const char *kVlanShowProfileFast = "/tmp/vlan_show_profile_fast.txt";
+// Single commands and what comes of them.
+inline constexpr const char *kCommandIn = "/mnt/application/pavo/tmp/pavo_cmd_in_file.txt";
+inline constexpr const char *kCommandOut = "/mnt/application/pavo/tmp/pavo_cmd_out_file.txt";
+// Held while these two are in use.
+inline constexpr const char *kCommandLock = "/tmp/pavo_cmd_file.lock";
 // A printf format: concurrent callers each have a number of their own.
 inline constexpr const char *kIpInterfaceBriefShow =
     "/mnt/application/pavo/tmp/pavo_out_show_ip_interface_brief_%d";

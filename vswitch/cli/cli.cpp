@@ -269,7 +269,7 @@ const std::vector<const Command *> &allCommands() {
     static const auto rows = [] {
         std::vector<const Command *> all;
         for (const auto table :
-             {sessionCommands(), vlanCommands(), systemCommands(), managementCommands(), dot1xCommands(),
+             {sessionCommands(), vlanCommands(), systemCommands(), userCommands(), managementCommands(), dot1xCommands(),
               multicastCommands(), avCommands(), qosCommands(), accessListCommands(), interfaceCommands(),
               switchportCommands(), lagCommands(), portCommands(), routingCommands(), showCommands()})
             for (const auto &command : table)
@@ -422,6 +422,8 @@ std::string Cli::prompt(const CliSession &session) const {
     switch (session.mode()) {
         case CliMode::Exec:
             return name + "#";
+        case CliMode::UserExec:
+            return name + ">";
         case CliMode::Config:
             return name + "(Config)#";
         case CliMode::VlanDatabase:
