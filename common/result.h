@@ -21,6 +21,7 @@ enum class ResultCode : std::int32_t {
     NotExist = 10012,
     OpenFailed = 10016,
     ApiNotFound = 10023,  // also: the response cache has no such answer
+    VlanNotCreated = 13101,
     TemplateInUse = 14101,
     TypeDuplicated = 14102,
     AvbOneVlan = 14103,
