@@ -26,6 +26,7 @@ enum class ResultCode : std::int32_t {
     ApiNotFound = 10023,     // also: the response cache has no such answer
     WrongPassword = 12001,   // or user name
     LockedOut = 12003,       // too many wrong passwords
+    VlanNotCreated = 13101,
     TemplateInUse = 14101,
     TypeDuplicated = 14102,
     AvbOneVlan = 14103,

@@ -64,6 +64,9 @@ enum { OPEN_SWITCHPORT_MODE_GENERAL = 1, OPEN_SWITCHPORT_MODE_ACCESS = 2, OPEN_S
 // Type of a forwarding table entry.
 enum { OPEN_FDB_ADDR_STATIC = 0, OPEN_FDB_ADDR_LEARNED = 1 };
 
+// Frames that an interface accepts: all, only those with a VLAN tag, or only those without.
+enum { OPEN_VLAN_ACCEPT_ALL = 1, OPEN_VLAN_ACCEPT_VLAN_ONLY = 2, OPEN_VLAN_ACCEPT_UNTAGGED_ONLY = 3 };
+
 // Duplex mode of a setting or of a link.
 enum { OPEN_DUPLEX_AUTO = 0, OPEN_DUPLEX_HALF = 1, OPEN_DUPLEX_FULL = 2 };
 
@@ -244,6 +247,9 @@ open_error_t openapiVlanIfParticipationStatusGet(openapiClientHandle_t *client, 
                                                  uint32_t ifNum, uint32_t *takesPart);
 open_error_t rpcclt_openapiVlanIfCurrentParticipationGet(openapiClientHandle_t *client, uint32_t vlanId,
                                                          uint32_t ifNum, uint32_t *mode);
+// OPEN_VLAN_ACCEPT_; it takes effect at once.
+open_error_t rpcclt_openapiVlanIfAcceptFrameTypeSet(openapiClientHandle_t *client, uint32_t ifNum,
+                                                    uint32_t frames);
 // VLANs that the interface carries tagged: `list` receives 16-bit VLAN ids in ascending order, as many as
 // fit; its `size` is the capacity in bytes on entry and the bytes used on return.
 open_error_t rpcclt_openapiDot1qSwPortTaggedVlanListGet(openapiClientHandle_t *client, uint32_t ifNum,

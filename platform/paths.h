@@ -108,6 +108,11 @@ inline constexpr const char *kSessionDir = "/tmp/session";
 
 // --- neighbours: ARP, LLDP management addresses, switch-port mode
 
+// --- VLANs
+
+// Held by whoever reads or changes the automatic switchport mode: its files have fixed names.
+inline constexpr const char *kSwitchportModeLock = "/tmp/switchportModeAuto.lock";
+
 // --- multicast: access lists, IGMP snooping
 
 // printf formats: concurrent callers each have a number of their own.

@@ -338,6 +338,17 @@ OpenResult<std::string> Switch::vlanName(VlanId id, std::uint32_t size) const {
     });
 }
 
+OpenResult<> Switch::createVlan(VlanId id) const {
+    return openResult(rpcclt_openapiVlanCreate(client_, id.number()));
+}
+
+OpenResult<> Switch::setVlanName(VlanId id, std::string_view name, std::uint32_t size) const {
+    std::string buffer(name.substr(0, size));
+    buffer.resize(size);
+    open_buffdesc text{size, buffer.data()};
+    return openResult(rpcclt_openapiVlanNameSet(client_, id.number(), &text));
+}
+
 OpenResult<> Switch::deleteVlan(VlanId id) const {
     return openResult(rpcclt_openapiVlanDelete(client_, id.number()));
 }
@@ -363,6 +374,18 @@ OpenResult<Tagging> Switch::tagging(IfNum ifNum, VlanId id) const {
 OpenResult<Participation> Switch::participation(IfNum ifNum, VlanId id) const {
     return readNumber<Participation>([&](std::uint32_t *mode) {
         return rpcclt_openapiVlanIfCurrentParticipationGet(client_, id.number(), ifNum.number(), mode);
+    });
+}
+
+OpenResult<Participation> Switch::configuredParticipation(IfNum ifNum, VlanId id) const {
+    return readNumber<Participation>([&](std::uint32_t *mode) {
+        return rpcclt_openapiVlanIfParticipationGet(client_, id.number(), ifNum.number(), mode);
+    });
+}
+
+OpenResult<bool> Switch::takesPart(IfNum ifNum, VlanId id) const {
+    return readNumber<bool>([&](std::uint32_t *status) {
+        return openapiVlanIfParticipationStatusGet(client_, id.number(), ifNum.number(), status);
     });
 }
 
@@ -394,6 +417,11 @@ OpenResult<> Switch::setTagging(IfNum ifNum, VlanId id, Tagging tagging) const {
 OpenResult<> Switch::setParticipation(IfNum ifNum, VlanId id, Participation participation) const {
     return openResult(rpcclt_openapiVlanIfParticipationSet(client_, id.number(), ifNum.number(),
                                                            static_cast<std::uint32_t>(participation)));
+}
+
+OpenResult<> Switch::setAcceptFrames(IfNum ifNum, AcceptFrames frames) const {
+    return openResult(rpcclt_openapiVlanIfAcceptFrameTypeSet(client_, ifNum.number(),
+                                                             static_cast<std::uint32_t>(frames)));
 }
 
 // --- PTP, spanning tree

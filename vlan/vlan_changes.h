@@ -1,0 +1,67 @@
+// What an operator changes about VLANs: some of them, or all interfaces at once.
+//
+// VLANs are numbers as they were asked for, so that one that is none can be reported. Failures have been
+// logged, on behalf of the operation that `where` names, and have a human-readable reason. Changes are done
+// when these functions return, as far as the switch shows them in time (swapi/poll.h). Any thread of any
+// process may call; the callers take turns, with profile operations as well, so nobody may call who holds the
+// profile lock.
+#ifndef PAVO_VLAN_VLAN_CHANGES_H
+#define PAVO_VLAN_VLAN_CHANGES_H
+
+#include <cstdint>
+#include <source_location>
+#include <span>
+#include <string_view>
+
+#include "common/result.h"
+#include "common/where.h"
+#include "swapi/switch.h"
+
+namespace pavo {
+
+// What becomes of what a profile has (vlan/vlan_owners.h): it is changed, and the log tells what it was; or
+// the whole change is refused before it begins, with the same words as its reason. A profile that has lost
+// something gets it back when it is applied again.
+enum class OfProfiles { Change, Refuse };
+
+// Creates those that do not exist, in this order, up to the first that fails.
+Result<> createVlans(Switch sw, std::span<const std::uint32_t> vlans,
+                     Where where = std::source_location::current());
+
+// Deletes those that exist, in this order, up to the first that fails.
+Result<> deleteVlans(Switch sw, std::span<const std::uint32_t> vlans, OfProfiles ofProfiles,
+                     Where where = std::source_location::current());
+
+// The name is cut to 32 bytes, at a character; an empty one restores the default name. InvalidArgument for one
+// that no configuration can hold (isVlanName, store/vlan_settings.h).
+Result<> renameVlan(Switch sw, std::uint32_t vlan, std::string_view name, OfProfiles ofProfiles,
+                    Where where = std::source_location::current());
+
+// Creates the VLAN as a static one unless it exists, and names it; the name is cut to 255 bytes, and a switch
+// refuses one that is too long for it. VLAN 1 is left alone. VlanNotCreated when it cannot be created.
+Result<> createNamedVlan(Switch sw, std::int32_t vlan, std::string_view name,
+                         Where where = std::source_location::current());
+
+// --- all ports and LAGs
+
+// How many there are, and how many of them the switch did not change (logged together in one line).
+struct AllInterfaces {
+    unsigned count = 0;
+    unsigned refused = 0;
+};
+
+// Failed when not all interfaces can be listed; those that were have been changed then. Whether there is such
+// a VLAN is not asked by the first two: a switch refuses it for every interface.
+Result<AllInterfaces> setParticipationOfAll(Switch sw, std::uint32_t vlan, Participation participation,
+                                            OfProfiles ofProfiles,
+                                            Where where = std::source_location::current());
+Result<AllInterfaces> setTaggingOfAll(Switch sw, std::uint32_t vlan, Tagging tagging, OfProfiles ofProfiles,
+                                      Where where = std::source_location::current());
+Result<AllInterfaces> setAcceptFramesOfAll(Switch sw, AcceptFrames frames,
+                                           Where where = std::source_location::current());
+Result<AllInterfaces> setPvidOfAll(Switch sw, std::uint32_t vlan, OfProfiles ofProfiles,
+                                   Where where = std::source_location::current());
+
+}  // namespace pavo
+
+#endif

@@ -1,0 +1,44 @@
+// What belongs to profiles among the VLANs and interfaces that an operator is about to change. Any thread may
+// call these functions; failures are logged on behalf of `where`.
+#ifndef PAVO_VLAN_VLAN_OWNERS_H
+#define PAVO_VLAN_VLAN_OWNERS_H
+
+#include <map>
+#include <source_location>
+#include <string>
+#include <vector>
+
+#include "common/result.h"
+#include "common/where.h"
+#include "swapi/switch.h"
+
+namespace pavo {
+
+// By the name of the profile: "VLAN 20", and interfaces by their CLI names ("0/5", "lag 2").
+using ProfileThings = std::map<std::string, std::vector<std::string>>;
+
+// VLANs that profiles have, from the profile database. The default profile's VLAN 1 is everybody's.
+class VlanOwners {
+  public:
+    // Nobody owns anything where there is no database. Failed when there is one that cannot be read.
+    static Result<VlanOwners> read(Where where = std::source_location::current());
+
+    bool empty() const { return names_.empty(); }
+    // The profile's name; null when no profile has the VLAN.
+    const std::string *find(VlanId id) const;
+    // Adds the VLAN to what its owner has, if it has one.
+    void noteVlan(VlanId id, ProfileThings &things) const;
+    // Adds the interfaces whose untagged frames are in a VLAN of a profile, other than `except`. An interface
+    // that the switch does not tell about is nobody's.
+    void noteInterfaces(Switch sw, VlanId except, ProfileThings &things) const;
+
+  private:
+    std::map<VlanId, std::string> names_;
+};
+
+// For people: `profile "Stage" has VLAN 20, 0/1, 0/2; profile "Hall" has lag 2`.
+std::string describe(const ProfileThings &things);
+
+}  // namespace pavo
+
+#endif
