@@ -317,6 +317,11 @@ class Switch {
     OpenResult<IfNum> mirrorDestination(std::uint32_t session) const;  // NotFound: none
     auto mirrorSources(std::uint32_t session) const { return Walk(MirrorStep{client_, session, IfNum{}}); }
 
+    // --- users of the command line
+
+    // NotFound when there is no such user.
+    OpenResult<UserAccount> user(const std::string &name) const;
+
     // --- system: identity, health, time, log, images, RADIUS, PTP
 
     OpenResult<std::string> hostName() const;

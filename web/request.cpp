@@ -1,0 +1,232 @@
+#include "web/request.h"
+
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <new>
+#include <sstream>
+#include <vector>
+
+#include "common/files.h"
+#include "common/json.h"
+#include "common/log.h"
+#include "common/response_ops.h"
+#include "common/text.h"
+#include "platform/paths.h"
+#include "store/response_cache.h"
+#include "store/writeback.h"
+#include "swapi/switch_client.h"
+#include "web/routes.h"
+
+namespace pavo {
+namespace {
+
+// The process serves one request, on one thread.
+std::optional<SwitchClient> connection;
+
+SwitchClient &connect() {
+    if (!connection)
+        connection.emplace("pavo_cgi");
+    return *connection;
+}
+
+// --- reading
+
+const char *variable(const char *name) {
+    const char *const value = std::getenv(name);
+    return value != nullptr ? value : "";
+}
+
+std::optional<unsigned> hexDigit(char c) {
+    if (c >= '0' && c <= '9')
+        return static_cast<unsigned>(c - '0');
+    const auto small = static_cast<char>(c | 0x20);
+    return small >= 'a' && small <= 'f' ? std::optional(static_cast<unsigned>(small - 'a') + 10) : std::nullopt;
+}
+
+// Nothing for an escape that is none.
+std::optional<std::string> decode(std::string_view text) {
+    std::string out;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != '%') {
+            out += text[i] == '+' ? ' ' : text[i];
+            continue;
+        }
+        const auto high = i + 1 < text.size() ? hexDigit(text[i + 1]) : std::nullopt;
+        const auto low = i + 2 < text.size() ? hexDigit(text[i + 2]) : std::nullopt;
+        if (!high || !low)
+            return std::nullopt;
+        out += static_cast<char>(*high * 16 + *low);
+        i += 2;
+    }
+    return out;
+}
+
+bool hasControlCharacter(std::string_view text) {
+    return std::ranges::any_of(text, [](unsigned char c) { return c < 0x20 || c == 0x7f; });
+}
+
+// The whole body, before anything is done with it.
+Result<std::string> readBody() {
+    const std::string_view length = variable("CONTENT_LENGTH");
+    if (length.empty())
+        return std::string();
+    const auto size = wholeNumber(length);
+    if (!size || *size < 0)
+        return failed(ResultCode::IllegalRequest, "the length of the body is no number");
+    if (*size > static_cast<std::int64_t>(kBodyMax))
+        return failed(ResultCode::IllegalRequest, "the body has more than " + std::to_string(kBodyMax) + " bytes");
+    std::string body(static_cast<std::size_t>(*size), '\0');
+    if (const auto got = std::fread(body.data(), 1, body.size(), stdin); got != body.size())
+        return failed(ResultCode::IllegalRequest, "the body ends after " + std::to_string(got) + " of " +
+                                                      std::to_string(body.size()) + " bytes");
+    if (body.find('\0') != std::string::npos)
+        return failed(ResultCode::IllegalRequest, "the body has a zero in it");
+    return body;
+}
+
+// A failure of the request itself is logged here; those of operations have been.
+WebCall readCall(const Route &route) {
+    auto query = parseQuery(variable("QUERY_STRING"));
+    auto body = query ? readBody() : Result<std::string>(std::string());
+    if (!query || !body) {
+        const Failure failure = !query ? query.error() : body.error();
+        logError("[%s:%d] %s: %s\n", route.path, failure.reason);
+        throw Failure(failure);
+    }
+    return {route, *std::move(query), *std::move(body)};
+}
+
+// --- answering
+
+// Empty when memory runs out or the data are no JSON (logged).
+std::string envelopeOf(const Route &route, const std::string &data) {
+    if (route.key == nullptr && route.answer != nullptr)
+        return data;
+    char *text = nullptr;
+    const bool isDone = responseJsonRreallocStr(codeOf(ResultCode::Success), data.empty() ? nullptr : route.key,
+                                                data.c_str(), &text) == 0;
+    return isDone ? TextPtr(text).get() : std::string();
+}
+
+// The answers that show what has changed, as far as somebody has asked for them before. The operation is done
+// whether they can be made or not.
+void writeBackChanges(const Route &route) {
+    if (*route.changes == '\0' || !fileExists(platform::paths::kResponseCache))
+        return;
+    const auto cached = listCachedAnswers();
+    if (!cached)
+        return;
+    std::istringstream names(route.changes);
+    for (std::string name; names >> name;)
+        if (std::ranges::find(*cached, name, &CachedAnswer::name) != cached->end())
+            static_cast<void>(rest_db_writeback(connect().get().handle(), name.c_str()));
+}
+
+std::string answerOf(const Route &route) {
+    const WebCall call = readCall(route);
+    // The web server ends a handler whose client has gone; a change is carried to its end.
+    if (route.method != HttpMethod::Get)
+        std::signal(SIGTERM, SIG_IGN);
+    const std::string data = route.handle(call);
+    const bool isEmpty = data.empty() && route.answer != nullptr;
+    std::string text = isEmpty ? "" : envelopeOf(route, data);
+    if (text.empty())
+        throw Failure{ResultCode::InvalidPointer, ""};
+    writeBackChanges(route);
+    return text;
+}
+
+}  // namespace
+
+Result<std::map<std::string, std::string>> parseQuery(std::string_view query) {
+    std::map<std::string, std::string> parameters;
+    while (!query.empty()) {
+        const auto end = std::min(query.find('&'), query.size());
+        const auto part = query.substr(0, end);
+        query.remove_prefix(std::min(end + 1, query.size()));
+        const auto equals = std::min(part.find('='), part.size());
+        const auto name = decode(part.substr(0, equals));
+        const auto value = decode(part.substr(std::min(equals + 1, part.size())));
+        if (!name || !value || hasControlCharacter(*name) || hasControlCharacter(*value))
+            return failed(ResultCode::IllegalRequest, "the query " + quoteText(part) + " is not encoded");
+        if (!part.empty())
+            parameters.emplace(*name, *value);
+    }
+    return parameters;
+}
+
+std::optional<std::string> WebCall::optionalText(const char *name) const {
+    const auto found = query_.find(name);
+    return found != query_.end() ? std::optional(found->second) : std::nullopt;
+}
+
+const std::string &WebCall::text(const char *name) const {
+    const auto found = query_.find(name);
+    if (found == query_.end()) {
+        logError("[%s:%d] %s: no parameter %s\n", route_.path, name);
+        throw Failure{ResultCode::InvalidArgument, "the parameter \"" + std::string(name) + "\" is missing"};
+    }
+    return found->second;
+}
+
+std::uint32_t WebCall::number(const char *name, std::uint32_t least, std::uint32_t most) const {
+    const auto value = wholeNumber(text(name));
+    if (!value || *value < least || *value > most) {
+        const std::string range = std::to_string(least) + " to " + std::to_string(most);
+        logError("[%s:%d] %s: %s is none of %s\n", route_.path, name, range);
+        throw Failure{ResultCode::InvalidArgument,
+                      "the parameter \"" + std::string(name) + "\" is not a number from " + range};
+    }
+    return static_cast<std::uint32_t>(*value);
+}
+
+std::uint32_t WebCall::number(const char *name, std::uint32_t least, std::uint32_t most,
+                              std::uint32_t otherwise) const {
+    return optionalText(name) ? number(name, least, most) : otherwise;
+}
+
+Switch WebCall::device() const {
+    if (!connect().isConnected()) {
+        logError("[%s:%d] %s: the switch cannot be reached\n", route_.path);
+        throw Failure{ResultCode::Unreachable, "the switch does not answer"};
+    }
+    return connect().get();
+}
+
+void serveRoute(const Route &route) {
+    std::string text;
+    try {
+        text = answerOf(route);
+    } catch (const Failure &failure) {
+        text = failureEnvelope(failure);
+    } catch (const std::bad_alloc &) {
+        logError("[%s:%d] %s: out of memory\n", route.path);
+        text = failureEnvelope({ResultCode::InvalidPointer, ""});
+    }
+    std::puts(text.c_str());
+}
+
+Result<std::optional<SwitchUser>> findSwitchUser(const std::string &name) {
+    const auto account = connect().get().user(name);
+    if (account) {
+        if (account->access == UserAccess::Blocked)
+            return std::optional<SwitchUser>();
+        const auto level = name == kAdministrator                     ? UserLevel::Administrator
+                           : account->access == UserAccess::ReadWrite ? UserLevel::ReadWrite
+                                                                      : UserLevel::ReadOnly;
+        return std::optional(SwitchUser{level, account->password});
+    }
+    if (account.error() == OpenError::NotFound)
+        return std::optional<SwitchUser>();
+    logError("[%s:%d] the users of the switch cannot be read (result = %d)\n", account.error());
+    return failed(account.error() == OpenError::Unreachable ? ResultCode::Unreachable : ResultCode::Failed,
+                  "the users of the switch cannot be read");
+}
+
+void endRequest() {
+    connection.reset();
+}
+
+}  // namespace pavo
