@@ -25,7 +25,7 @@ std::timespec wallNow() {
 }
 
 std::optional<long> systemUptime() {
-    struct sysinfo info {};
+    struct sysinfo info{};
     return sysinfo(&info) == 0 ? std::optional(info.uptime) : std::nullopt;
 }
 

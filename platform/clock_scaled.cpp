@@ -62,7 +62,7 @@ Duration monotonicNow() {
 }
 
 std::optional<long> systemUptime() {
-    struct sysinfo info {};
+    struct sysinfo info{};
     if (sysinfo(&info) != 0)
         return std::nullopt;
     return static_cast<long>(static_cast<double>(info.uptime) * scale().factor);

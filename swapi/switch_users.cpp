@@ -12,9 +12,8 @@ OpenResult<UserAccount> Switch::user(const std::string &name) const {
         return std::unexpected(static_cast<OpenError>(code));
     if (const open_error_t code = rpcclt_openapiPasswordSizeGet(client_, &size); code != OPEN_E_NONE)
         return std::unexpected(static_cast<OpenError>(code));
-    auto password = readText(size, [&](open_buffdesc *buffer) {
-        return rpcclt_openapiUserPasswordGet(client_, &who, buffer);
-    });
+    auto password = readText(
+        size, [&](open_buffdesc *buffer) { return rpcclt_openapiUserPasswordGet(client_, &who, buffer); });
     if (!password)
         return std::unexpected(password.error());
     return UserAccount{static_cast<UserAccess>(level), *std::move(password)};

@@ -78,8 +78,7 @@ int httpdAddCContent(HttpdTree &tree, const char *dirPath, const char *name, std
         return -1;
     }
     try {
-        auto entry =
-            std::make_unique<HttpdCContent>(HttpdCContent{name, method, access, handler, nullptr});
+        auto entry = std::make_unique<HttpdCContent>(HttpdCContent{name, method, access, handler, nullptr});
         entry->next = std::move(dir->contents);
         dir->contents = std::move(entry);
     } catch (const std::bad_alloc &) {

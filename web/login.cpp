@@ -59,8 +59,7 @@ FailureTable readTable(long now) {
 
 Result<> writeTable(FailureTable table, const Where &where) {
     while (table.size() > kKeysMax)
-        table.erase(
-            std::ranges::min_element(table, {}, [](const auto &entry) { return entry.second.last; }));
+        table.erase(std::ranges::min_element(table, {}, [](const auto &entry) { return entry.second.last; }));
     const JsonPtr root(cJSON_CreateObject());
     for (const auto &[key, failures] : table)
         if (cJSON *const item = cJSON_AddObjectToObject(root.get(), key.c_str())) {
@@ -82,7 +81,8 @@ std::string networkOf(const std::string &address) {
 class Attempt {
   public:
     Attempt(const Credentials &who, const Where &where)
-        : user_("user " + wellFormed(who.user)), address_("address " + wellFormed(networkOf(who.address))),
+        : user_("user " + wellFormed(who.user)),
+          address_("address " + wellFormed(networkOf(who.address))),
           where_(where) {}
 
     // Counts it, unless one of the two has to wait.
@@ -128,7 +128,8 @@ class Attempt {
             logError(where_, "[%s:%d] Failed to get sysinfo\r\n");
             return failed(ResultCode::Failed, "wrong passwords cannot be counted");
         }
-        const FileLock lock(fileName(".failures.lock"), FileLock::Afterwards::Keep, FileLock::kWaitMax, where_);
+        const FileLock lock(fileName(".failures.lock"), FileLock::Afterwards::Keep, FileLock::kWaitMax,
+                            where_);
         if (!lock.held()) {
             logError(where_, "[%s:%d] %s cannot be locked\n", fileName(".failures"));
             return failed(ResultCode::Failed, "wrong passwords cannot be counted");

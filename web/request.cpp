@@ -42,7 +42,8 @@ std::optional<unsigned> hexDigit(char c) {
     if (c >= '0' && c <= '9')
         return static_cast<unsigned>(c - '0');
     const auto small = static_cast<char>(c | 0x20);
-    return small >= 'a' && small <= 'f' ? std::optional(static_cast<unsigned>(small - 'a') + 10) : std::nullopt;
+    return small >= 'a' && small <= 'f' ? std::optional(static_cast<unsigned>(small - 'a') + 10)
+                                        : std::nullopt;
 }
 
 // Nothing for an escape that is none.
@@ -76,7 +77,8 @@ Result<std::string> readBody() {
     if (!size || *size < 0)
         return failed(ResultCode::IllegalRequest, "the length of the body is no number");
     if (*size > static_cast<std::int64_t>(kBodyMax))
-        return failed(ResultCode::IllegalRequest, "the body has more than " + std::to_string(kBodyMax) + " bytes");
+        return failed(ResultCode::IllegalRequest,
+                      "the body has more than " + std::to_string(kBodyMax) + " bytes");
     std::string body(static_cast<std::size_t>(*size), '\0');
     if (const auto got = std::fread(body.data(), 1, body.size(), stdin); got != body.size())
         return failed(ResultCode::IllegalRequest, "the body ends after " + std::to_string(got) + " of " +
@@ -105,8 +107,8 @@ std::string envelopeOf(const Route &route, const std::string &data) {
     if (route.key == nullptr && route.answer != nullptr)
         return data;
     char *text = nullptr;
-    const bool isDone = responseJsonRreallocStr(codeOf(ResultCode::Success), data.empty() ? nullptr : route.key,
-                                                data.c_str(), &text) == 0;
+    const bool isDone = responseJsonRreallocStr(codeOf(ResultCode::Success),
+                                                data.empty() ? nullptr : route.key, data.c_str(), &text) == 0;
     return isDone ? TextPtr(text).get() : std::string();
 }
 

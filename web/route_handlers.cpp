@@ -106,10 +106,10 @@ std::string cachedAnswer(const WebCall &call) {
 std::string openSession(const WebCall &call) {
     const JsonPtr body = bodyOf(call);
     const char *const address = std::getenv("REMOTE_ADDR");
-    const auto login = orThrow(logIn({stringOf(call, body.get(), "user"),
-                                      stringOf(call, body.get(), "password"),
-                                      address != nullptr ? address : ""},
-                                     findSwitchUser));
+    const auto login =
+        orThrow(logIn({stringOf(call, body.get(), "user"), stringOf(call, body.get(), "password"),
+                       address != nullptr ? address : ""},
+                      findSwitchUser));
     return sessionNode(login.session).add("token", login.token).add("idleSeconds", kSessionSeconds).print();
 }
 
@@ -187,8 +187,8 @@ std::string planProfile(const WebCall &call) {
         cJSON_DeleteItemFromObjectCaseSensitive(body, "plan");
     if (cJSON_IsObject(body) && cJSON_AddTrueToObject(body, "plan") == nullptr)
         throw Failure{ResultCode::InvalidPointer, ""};
-    const auto plan = orThrow(configureProfile(call.device(), cJSON_IsObject(body) ? printJson(request.get())
-                                                                                   : call.body()));
+    const auto plan = orThrow(
+        configureProfile(call.device(), cJSON_IsObject(body) ? printJson(request.get()) : call.body()));
     return plan ? printPlan(*plan) : "";
 }
 
@@ -334,7 +334,8 @@ std::string multicastGroups(const WebCall &call) {
     const auto unit = static_cast<std::int32_t>(call.number("unit", 0, 64, 0));
     const auto page = static_cast<std::int32_t>(call.number("page", 1, 100'000, 1));
     const auto size = static_cast<std::int32_t>(call.number("size", 1, kRowsMax, 500));
-    return textOf([&](char **text) { return getMulticastGroups(call.device().handle(), unit, page, size, text); });
+    return textOf(
+        [&](char **text) { return getMulticastGroups(call.device().handle(), unit, page, size, text); });
 }
 
 std::string setMulticastModes(const WebCall &call) {
@@ -446,7 +447,8 @@ std::string refreshCache(const WebCall &call) {
         throw Failure{ResultCode::Failed, "the cache cannot be made"};
     std::string failures;
     for (const WriteBackRow *const row : wanted)
-        if (const auto [result, stored] = writeBackAnswer(call.device().handle(), *row); result != 0 || !stored)
+        if (const auto [result, stored] = writeBackAnswer(call.device().handle(), *row);
+            result != 0 || !stored)
             failures += (failures.empty() ? "" : ", ") + std::string(row->api);
     if (!failures.empty())
         throw Failure{ResultCode::Failed, "not refreshed: " + failures};

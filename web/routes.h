@@ -34,7 +34,7 @@ struct Route {
 
     std::span<const Parameter> parameters = {};
     const char *cached = nullptr;  // name of the answer in store/writeback.def that this is
-    const char *changes = "";      // names of cached answers, with blanks in between, that show what it changes
+    const char *changes = "";  // names of cached answers, with blanks in between, that show what it changes
 };
 
 std::span<const Route> routes();

@@ -30,9 +30,9 @@ using platform::fsPath;
 using platform::paths::kSessionDir;
 
 constexpr std::size_t kTokenBytes = 32;
-constexpr std::size_t kTokenMax = 128;      // characters of a token, ours or another program's
-constexpr std::size_t kPathMax = 511;       // characters of the path in messages
-constexpr std::size_t kLineMax = 200;       // characters of the first two lines
+constexpr std::size_t kTokenMax = 128;  // characters of a token, ours or another program's
+constexpr std::size_t kPathMax = 511;   // characters of the path in messages
+constexpr std::size_t kLineMax = 200;   // characters of the first two lines
 constexpr std::size_t kLevelLineMax = 16;
 constexpr std::size_t kSessionFileMax = 2 * kLineMax + kLevelLineMax + kTokenMax + 4;
 constexpr std::string_view kMarkSuffix = ".user";
@@ -80,17 +80,16 @@ bool isOurs(const struct stat &info) {
 
 Descriptor openDir() {
     Descriptor dir(open(fsPath(kSessionDir).c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    struct stat info {};
+    struct stat info{};
     return dir && fstat(dir.get(), &info) == 0 && isOurs(info) ? std::move(dir) : Descriptor(-1);
 }
 
 // A regular file in the folder.
 Descriptor openIn(const Descriptor &dir, const std::string &name, int flags) {
     Descriptor file(dir ? openat(dir.get(), name.c_str(), flags | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC) : -1);
-    struct stat info {};
-    return file && fstat(file.get(), &info) == 0 && S_ISREG(info.st_mode) && isOurs(info)
-               ? std::move(file)
-               : Descriptor(-1);
+    struct stat info{};
+    return file && fstat(file.get(), &info) == 0 && S_ISREG(info.st_mode) && isOurs(info) ? std::move(file)
+                                                                                          : Descriptor(-1);
 }
 
 bool writeAll(int fd, std::string_view text) {
@@ -190,7 +189,7 @@ bool lockWhole(int fd) {
 
 // Whether somebody ended the session while its lock was waited for.
 bool isGone(int fd) {
-    struct stat info {};
+    struct stat info{};
     return fstat(fd, &info) != 0 || info.st_nlink == 0;
 }
 
@@ -218,8 +217,9 @@ std::optional<Session> checkLocked(const Descriptor &dir, const Descriptor &file
     }
     const std::string user = withoutLineEnd(lines.user);
     if (isExpired(lines.lastUse(), *now)) {
-        logInfo(where, "[%s:%d] Token timeout(%ld - %ld).please login again. (userName: %s timestamp: %s)\r\n",
-                *now, lines.lastUse(), printable(user), printable(withoutLineEnd(lines.used)));
+        logInfo(where,
+                "[%s:%d] Token timeout(%ld - %ld).please login again. (userName: %s timestamp: %s)\r\n", *now,
+                lines.lastUse(), printable(user), printable(withoutLineEnd(lines.used)));
         removeSession(dir, token);
         return std::nullopt;
     }
@@ -345,7 +345,7 @@ Result<> ensureSessionDir(Where where) {
         return failed(ResultCode::Failed, "sessions cannot be kept");
     }
     const Descriptor dir = openDir();
-    struct stat info {};
+    struct stat info{};
     const bool isSound = dir && fstat(dir.get(), &info) == 0 && info.st_uid == geteuid();
     if (!isSound || ((info.st_mode & 0777) != S_IRWXU && fchmod(dir.get(), S_IRWXU) != 0)) {
         logError(where, "[%s:%d] %s is not a folder of this user alone\n", kSessionDir);
@@ -383,14 +383,12 @@ Result<std::string> openSession(const Session &session, std::string_view mark, W
         return failed(ResultCode::Failed, "too many sessions are open");
     }
     // A time of 0 would never expire.
-    const SessionLines lines{session.user + "\n",
-                             {},
-                             isAdministrator ? "" : std::string(wordOf(session.level)) + "\n",
-                             token};
+    const SessionLines lines{
+        session.user + "\n", {}, isAdministrator ? "" : std::string(wordOf(session.level)) + "\n", token};
     // Under another name until it is whole, and the mark first: no session is ever without it.
     const auto write = [&](const std::string &name, std::string_view text) {
-        const Descriptor file(openat(dir.get(), name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC,
-                                     S_IRUSR | S_IWUSR));
+        const Descriptor file(
+            openat(dir.get(), name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
         return file && writeAll(file.get(), text);
     };
     const std::string beside = token + std::string(kUnfinishedSuffix);
@@ -405,8 +403,7 @@ Result<std::string> openSession(const Session &session, std::string_view mark, W
 }
 
 std::optional<std::string> sessionMark(const std::string &token) {
-    const Descriptor file =
-        isToken(token) ? openIn(openDir(), markNameOf(token), O_RDONLY) : Descriptor(-1);
+    const Descriptor file = isToken(token) ? openIn(openDir(), markNameOf(token), O_RDONLY) : Descriptor(-1);
     return file ? std::optional(readAll(file.get())) : std::nullopt;
 }
 
