@@ -139,8 +139,7 @@ void addTags(cJSON *document) {
 
 constexpr const char *kInfo = R"({
 "title": "pavo", "summary": "The device manager of a managed Ethernet switch for AV-over-IP.",
-"description": "Log in by POST /api/v2/session and send the token in the header Session. A session ends two hours after its last request; a request with the header Refresh does not count. Answers with status 200 say in resp.status whether the operation succeeded. Within a query, a slash is written %2F.",
-"license": {"name": "Proprietary", "identifier": "LicenseRef-Proprietary"}})";
+"description": "Log in by POST /api/v2/session and send the token in the header Session. A session ends two hours after its last request; a request with the header Refresh does not count. Answers with status 200 say in resp.status whether the operation succeeded. Within a query, a slash is written %2F."})";
 
 constexpr const char *kComponents = R"({
 "securitySchemes": {"session": {"type": "apiKey", "in": "header", "name": "Session", "description": "The token of a session."}},

@@ -1,0 +1,144 @@
+// Logging in, and how long a session lasts.
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <vector>
+
+#include "tests/web/requests_fixture.h"
+#include "web/login.h"
+#include "web/request.h"
+
+namespace {
+
+using namespace pavo;
+using namespace test_support;
+
+class LoginTest : public RequestTest {
+  protected:
+    // The code of a login; the token in `token`.
+    ResultCode login(const std::string &user, const std::string &password,
+                     const std::string &address = "10.0.0.1") {
+        auto done = logIn({user, password, address}, find);
+        if (!done)
+            return done.error().code;
+        last = *std::move(done);
+        return ResultCode::Success;
+    }
+    static bool isOpen(const std::string &token) {
+        return checkSession(token, {Access::User, HttpMethod::Get, SessionUse::Poll}).has_value();
+    }
+    static void wait(int seconds) { platform::manual_clock::advance(std::chrono::seconds(seconds)); }
+
+    std::map<std::string, SwitchUser> users{{"admin", {UserLevel::Administrator, "secret word"}},
+                                            {"eve", {UserLevel::ReadOnly, "reader's word"}}};
+    bool isReachable = true;
+    FindUser find = [this](const std::string &name) -> Result<std::optional<SwitchUser>> {
+        if (!isReachable)
+            return failed(ResultCode::Unreachable);
+        const auto found = users.find(name);
+        return found != users.end() ? std::optional(found->second) : std::nullopt;
+    };
+    Login last;
+};
+
+TEST_F(LoginTest, OpensASession) {
+    ASSERT_EQ(ResultCode::Success, login("admin", "secret word"));
+    const std::string first = last.token;
+    EXPECT_EQ(64u, first.size());
+    EXPECT_EQ("admin\n100000\n" + first, session(first));
+    struct stat info{};
+    ASSERT_EQ(0, stat(platform::fsPath(path(first)).c_str(), &info));
+    EXPECT_EQ(0600u, info.st_mode & 07777);
+    ASSERT_EQ(0, stat(platform::fsPath(platform::paths::kSessionDir).c_str(), &info));
+    EXPECT_EQ(0700u, info.st_mode & 07777);
+    ASSERT_EQ(ResultCode::Success, login("eve", "reader's word"));
+    EXPECT_NE(first, last.token);
+    EXPECT_EQ("eve\n100000\nro\n" + last.token, session(last.token));
+    EXPECT_TRUE(endSession(first));
+    EXPECT_FALSE(endSession(first));
+    EXPECT_FALSE(isOpen(first));
+    // What has expired goes, with what a login that was killed has left.
+    writeSession("killed.user", "");
+    writeSession("killed.new", "");
+    wait(7201);
+    ASSERT_EQ(ResultCode::Success, login("admin", "secret word"));
+    std::size_t files = 0;
+    for (const auto &entry :
+         std::filesystem::directory_iterator(platform::fsPath(platform::paths::kSessionDir)))
+        files += entry.path().filename().string().starts_with(".") ? 0 : 1;
+    EXPECT_EQ(2u, files) << "the session and its mark";
+    EXPECT_EQ(0u, logged("secret word") + logged("reader's word"));
+}
+
+TEST_F(LoginTest, WrongPasswordsHaveToWait) {
+    for (const std::string &password : {std::string(), std::string("secret wor"), std::string("secret wordx"),
+                                        std::string("secret word\0", 12), std::string(5000, 's')})
+        EXPECT_EQ(ResultCode::WrongPassword, login("admin", password));
+    EXPECT_EQ(ResultCode::LockedOut, login("admin", "secret word")) << "not even the right one";
+    EXPECT_EQ(ResultCode::LockedOut, login("admin", "secret word", "10.0.0.2")) << "from anywhere";
+    EXPECT_EQ(ResultCode::LockedOut, login("eve", "reader's word")) << "nor another user from there";
+    EXPECT_EQ(ResultCode::Success, login("eve", "reader's word", "10.0.0.2"));
+    // The pauses that follow: one wrong password as soon as each is over.
+    for (const int pause : {10, 20, 40, 80, 160, 300, 300}) {
+        wait(pause - 1);
+        EXPECT_EQ(ResultCode::LockedOut, login("admin", "secret word")) << pause;
+        wait(1);
+        EXPECT_EQ(ResultCode::WrongPassword, login("admin", "guess")) << pause;
+    }
+    wait(300);
+    isReachable = false;
+    EXPECT_EQ(ResultCode::Unreachable, login("admin", "secret word"));
+    isReachable = true;
+    EXPECT_EQ(ResultCode::Success, login("admin", "secret word")) << "that did not count";
+    EXPECT_EQ(ResultCode::WrongPassword, login("admin", "guess", "10.0.0.3")) << "from the beginning";
+    // The addresses of one IPv6 network are one; users that do not exist count as well.
+    for (int i = 0; i < 5; ++i)
+        EXPECT_EQ(ResultCode::WrongPassword,
+                  login("nobody" + std::to_string(i), "", "2001:db8:0:1::" + std::to_string(i)));
+    EXPECT_EQ(ResultCode::LockedOut, login("eve", "reader's word", "2001:db8:0:1:2::"));
+    EXPECT_EQ(ResultCode::Success, login("eve", "reader's word", "2001:db8:0:2::1"));
+    writeSession(".failures", "{\"user eve\":{\"count\":9e99,\"last\":\"x\"},[");
+    EXPECT_EQ(ResultCode::Success, login("eve", "reader's word", "10.0.0.9"))
+        << "what is damaged counts for nothing";
+    EXPECT_EQ(ResultCode::InvalidArgument, login("eve\nadmin", "x"));
+    EXPECT_EQ(ResultCode::InvalidArgument, login(std::string(65, 'e'), "x"));
+}
+
+TEST_F(LoginTest, ASessionEndsWithItsUser) {
+    const auto isLeft = [&](auto change) {
+        EXPECT_EQ(ResultCode::Success, login("eve", users.at("eve").password));
+        const auto before = users;
+        change();
+        const bool left = isStillTheUser(last.token, last.session, find);
+        EXPECT_EQ(left, isOpen(last.token));
+        users = before;
+        isReachable = true;
+        return left;
+    };
+    EXPECT_TRUE(isLeft([] {}));
+    EXPECT_TRUE(isLeft([&] { isReachable = false; })) << "unknown is not changed";
+    EXPECT_FALSE(isLeft([&] { users.at("eve").password = "another word"; }));
+    EXPECT_FALSE(isLeft([&] { users.at("eve").level = UserLevel::ReadWrite; }));
+    EXPECT_FALSE(isLeft([&] { users.erase("eve"); }));
+}
+
+TEST_F(LoginTest, UsersAreThoseOfTheSwitch) {
+    commands(
+        "configure; username eve password readers-word level 1; username bob password writers-word level 15; "
+        "username off password blocked-word level 0; exit");
+    const auto levelOf = [](const std::string &name, const std::string &password) -> std::string {
+        const auto user = findSwitchUser(name);
+        return !user || !*user ? "none" : (*user)->password == password ? wordOf((*user)->level) : "password";
+    };
+    EXPECT_EQ("admin", levelOf("admin", "switch1234"));
+    EXPECT_EQ("ro", levelOf("eve", "readers-word"));
+    EXPECT_EQ("rw", levelOf("bob", "writers-word"));
+    EXPECT_EQ("none", levelOf("off", "blocked-word"));
+    EXPECT_EQ("none", levelOf("nobody", ""));
+    failCall("rpcclt_openapiUserPasswordGet");
+    EXPECT_FALSE(findSwitchUser("eve"));
+    EXPECT_EQ(1u, logged("the users of the switch cannot be read (result = "));
+    endRequest();
+}
+
+}  // namespace
