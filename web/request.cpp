@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <exception>
 #include <cstdio>
 #include <cstdlib>
 #include <new>
@@ -206,6 +207,9 @@ void serveRoute(const Route &route) {
     } catch (const std::bad_alloc &) {
         logError("[%s:%d] %s: out of memory\n", route.path);
         text = failureEnvelope({ResultCode::InvalidPointer, ""});
+    } catch (const std::exception &e) {
+        logError("[%s:%d] %s: %s\n", route.path, e.what());
+        text = failureEnvelope({ResultCode::Failed, ""});
     }
     std::puts(text.c_str());
 }

@@ -139,10 +139,11 @@ std::string profileTypes(const WebCall &) {
     for (const auto &type : pavo::profileTypes()) {
         const auto profileTemplate = loadProfileTemplate(type.name);
         const auto demand = profileDemand(type.name, 0, profileTemplate ? &*profileTemplate : nullptr);
-        types.append(AnswerNode::object()
-                         .add("name", type.name)
-                         .add("mtu", demand.mtu)
-                         .add("features", profileTemplate ? featureMaskOf(demand).features : 0));
+        AnswerNode node = AnswerNode::object();
+        node.add("name", type.name)
+            .add("mtu", demand.mtu)
+            .add("features", profileTemplate ? featureMaskOf(demand).features : 0);
+        types.append(std::move(node));
     }
     return types.print();
 }

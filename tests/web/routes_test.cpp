@@ -119,7 +119,8 @@ TEST_F(RoutesTest, HostileRequests) {
             const bool mayRead = row.access == Access::User && row.method == HttpMethod::Get;
             EXPECT_EQ(!mayRead, send(row, "", "{}", "reader") == "Status:403\r\n\r\n");
         }
-        if (row.path == std::string("/api/v2/cache/refresh") || row.method == HttpMethod::Get)
+        const bool logsOut = row.method == HttpMethod::Delete && row.access == Access::Anyone;
+        if (row.path == std::string("/api/v2/cache/refresh") || row.method == HttpMethod::Get || logsOut)
             continue;
         for (const std::string &body :
              {std::string(), std::string("{"), std::string("null"), std::string("[]"),
