@@ -167,10 +167,10 @@ class WebTest(RigTest):
                                     ("/server.pem", (), 404), ("/api/v2/vlan/../../server.pem", ("--path-as-is",), 400),
                                     ("/api/v2/vlan/detail?id=1&note=a/b", session, 400)):
             self.assertEqual(status, code(path, *words), path)
-        for method, allowed in (("PATCH", "get, post, delete"), ("HEAD", "get, post, delete"), ("OPTIONS", "get, post")):
-            status, head, body = curl("/api/v2/vlan/list", "--request", method, "--max-time", "5")
-            self.assertEqual(405, status, method)
-            self.assertIn("allow: " + allowed, head)
+        for words in (("--request", "PATCH"), ("--head",), ("--request", "OPTIONS")):
+            status, head, _ = curl("/api/v2/vlan/list", *words)
+            self.assertEqual(405, status, words)
+            self.assertIn("allow: get, post, delete", head)
         large = self.rig.path("tmp/large")
         with open(large, "wb") as file:
             file.write(b" " * (2 << 20))
