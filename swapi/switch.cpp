@@ -420,8 +420,8 @@ OpenResult<> Switch::setParticipation(IfNum ifNum, VlanId id, Participation part
 }
 
 OpenResult<> Switch::setAcceptFrames(IfNum ifNum, AcceptFrames frames) const {
-    return openResult(rpcclt_openapiVlanIfAcceptFrameTypeSet(client_, ifNum.number(),
-                                                             static_cast<std::uint32_t>(frames)));
+    return openResult(
+        rpcclt_openapiVlanIfAcceptFrameTypeSet(client_, ifNum.number(), static_cast<std::uint32_t>(frames)));
 }
 
 // --- PTP, spanning tree

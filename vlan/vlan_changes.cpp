@@ -59,9 +59,9 @@ Result<> respectProfiles(OfProfiles ofProfiles, const Where &where, Note note) {
 }
 
 Result<> respectVlan(OfProfiles ofProfiles, VlanId id, const Where &where) {
-    return respectProfiles(
-        ofProfiles, where,
-        [id](const VlanOwners &owners, ProfileThings &things) { owners.noteVlan(id, things); });
+    return respectProfiles(ofProfiles, where, [id](const VlanOwners &owners, ProfileThings &things) {
+        owners.noteVlan(id, things);
+    });
 }
 
 // What is about to be changed in a VLAN on all interfaces. VLAN 1 is nobody's, but it matters to a profile
