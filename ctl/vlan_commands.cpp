@@ -66,13 +66,20 @@ std::vector<std::uint32_t> vlansOf(const std::string &list) {
     return vlans;
 }
 
+// "deleted", and what that took from profiles.
+void printChanged(const Output &output, const char *word, const ProfileThings &ofProfiles) {
+    output.printDone(word);
+    if (!output.json && !ofProfiles.empty())
+        std::printf("%s, which applying it again brings back\n", printable(describe(ofProfiles)).c_str());
+}
+
 // The answer of a change of all interfaces: it is done when every one has taken it.
 void printAll(const Output &output, Result<AllInterfaces> result) {
     const auto all = require(std::move(result));
     if (all.refused > 0)
         throw Failure{ResultCode::Failed, std::to_string(all.refused) + " of " + std::to_string(all.count) +
                                               " ports and LAGs were not changed"};
-    output.printDone("set");
+    printChanged(output, "set", all.ofProfiles);
 }
 
 std::string shown(const std::optional<const char *> &word) {
@@ -118,15 +125,13 @@ void createListedVlans(Switch sw, const Output &output, const std::string &list)
 }
 
 void deleteListedVlans(Switch sw, const Output &output, const std::string &list, bool force) {
-    require(deleteVlans(sw, vlansOf(list), ofProfiles(force)));
-    output.printDone("deleted");
+    printChanged(output, "deleted", require(deleteVlans(sw, vlansOf(list), ofProfiles(force))));
 }
 
 void runVlanName(Switch sw, const Output &output, std::uint32_t vlan, const std::optional<std::string> &name,
                  bool force) {
     if (name) {
-        require(renameVlan(sw, vlan, *name, ofProfiles(force)));
-        output.printDone("named");
+        printChanged(output, "named", require(renameVlan(sw, vlan, *name, ofProfiles(force))));
         return;
     }
     const auto summary = require(readVlanName(sw, vlan));

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "common/files.h"
@@ -12,7 +13,6 @@
 #include "store/vlan_settings.h"
 #include "swapi/poll.h"
 #include "vlan/vlan_details.h"
-#include "vlan/vlan_owners.h"
 
 namespace pavo {
 namespace {
@@ -38,27 +38,28 @@ class ChangeLock {
     FileLock lock_;
 };
 
-// Says what profiles have of what is about to be changed, or refuses the change; note(owners, things)
-// collects it.
+// Collects what profiles have of what is about to be changed, by note(owners, things). It is told, or the
+// change is refused.
 template <class Note>
-Result<> respectProfiles(OfProfiles ofProfiles, const Where &where, Note note) {
+Result<ProfileThings> respectProfiles(OfProfiles ofProfiles, const Where &where, Note note) {
+    ProfileThings things;
     const auto owners = VlanOwners::read(where);
     if (!owners)
-        return ofProfiles == OfProfiles::Refuse ? std::unexpected(owners.error()) : Result<>();
-    ProfileThings things;
+        return ofProfiles == OfProfiles::Refuse ? std::unexpected(owners.error())
+                                                : Result<ProfileThings>(things);
     note(*owners, things);
     if (things.empty())
-        return {};
+        return things;
     const std::string what = describe(things);
     if (ofProfiles == OfProfiles::Refuse) {
         logError(where, "[%s:%d] refused: %s\n", what);
         return failed(ResultCode::Failed, what);
     }
     logWarn(where, "[%s:%d] changed by hand: %s\n", what);
-    return {};
+    return things;
 }
 
-Result<> respectVlan(OfProfiles ofProfiles, VlanId id, const Where &where) {
+Result<ProfileThings> respectVlan(OfProfiles ofProfiles, VlanId id, const Where &where) {
     return respectProfiles(ofProfiles, where, [id](const VlanOwners &owners, ProfileThings &things) {
         owners.noteVlan(id, things);
     });
@@ -66,7 +67,7 @@ Result<> respectVlan(OfProfiles ofProfiles, VlanId id, const Where &where) {
 
 // What is about to be changed in a VLAN on all interfaces. VLAN 1 is nobody's, but it matters to a profile
 // which of its interfaces are members there.
-Result<> respectMembers(Switch sw, VlanId id, OfProfiles ofProfiles, const Where &where) {
+Result<ProfileThings> respectMembers(Switch sw, VlanId id, OfProfiles ofProfiles, const Where &where) {
     return respectProfiles(ofProfiles, where, [&](const VlanOwners &owners, ProfileThings &things) {
         owners.noteVlan(id, things);
         if (id == kDefaultVlan)
@@ -101,8 +102,9 @@ std::optional<VlanId> awaitDeletion(Switch sw, const std::vector<VlanId> &ids) {
 // Sets all ports, then all LAGs; a set that fails stops nothing. Changes take effect in the order in which
 // they were accepted, so the last one tells of all: isShown(interface).
 template <class Set, class IsShown>
-Result<AllInterfaces> setAll(Switch sw, const Where &where, Set set, IsShown isShown) {
-    AllInterfaces all;
+Result<AllInterfaces> setAll(Switch sw, const Where &where, ProfileThings ofProfiles, Set set,
+                             IsShown isShown) {
+    AllInterfaces all{.ofProfiles = std::move(ofProfiles)};
     IfNum last, firstRefused;
     OpenError reason{};
     const auto setEach = [&](auto walk) -> std::optional<OpenError> {
@@ -144,12 +146,13 @@ Result<AllInterfaces> setMembership(Switch sw, std::uint32_t vlan, Value value, 
     const auto id = VlanId::from(vlan);
     if (!id)
         return setAll(
-            sw, where, [](IfNum) -> OpenResult<> { return std::unexpected(OpenError::Parameter); },
+            sw, where, {}, [](IfNum) -> OpenResult<> { return std::unexpected(OpenError::Parameter); },
             [](IfNum) { return true; });
-    if (auto respected = respectMembers(sw, *id, ofProfiles, where); !respected)
+    auto respected = respectMembers(sw, *id, ofProfiles, where);
+    if (!respected)
         return std::unexpected(respected.error());
     return setAll(
-        sw, where, [&](IfNum ifNum) { return (sw.*set)(ifNum, *id, value); },
+        sw, where, std::move(*respected), [&](IfNum ifNum) { return (sw.*set)(ifNum, *id, value); },
         [&](IfNum ifNum) {
             const auto shown = (sw.*get)(ifNum, *id);
             return shown && *shown == value;
@@ -177,7 +180,8 @@ Result<> createVlans(Switch sw, std::span<const std::uint32_t> vlans, Where wher
     return {};
 }
 
-Result<> deleteVlans(Switch sw, std::span<const std::uint32_t> vlans, OfProfiles ofProfiles, Where where) {
+Result<ProfileThings> deleteVlans(Switch sw, std::span<const std::uint32_t> vlans, OfProfiles ofProfiles,
+                                  Where where) {
     const ChangeLock lock(where);
     if (!lock.held())
         return ChangeLock::busy();
@@ -189,12 +193,11 @@ Result<> deleteVlans(Switch sw, std::span<const std::uint32_t> vlans, OfProfiles
     for (const std::uint32_t vlan : vlans)
         if (const auto id = VlanId::from(vlan))
             wanted.insert(*id);
-    const auto respected =
-        respectProfiles(ofProfiles, where, [&](const VlanOwners &owners, ProfileThings &things) {
-            for (const VlanId id : wanted)
-                if (owners.find(id) != nullptr && sw.vlanPresence(id) == Presence::Present)
-                    owners.noteVlan(id, things);
-        });
+    auto respected = respectProfiles(ofProfiles, where, [&](const VlanOwners &owners, ProfileThings &things) {
+        for (const VlanId id : wanted)
+            if (owners.find(id) != nullptr && sw.vlanPresence(id) == Presence::Present)
+                owners.noteVlan(id, things);
+    });
     if (!respected)
         return respected;
     std::vector<VlanId> deleted;
@@ -210,24 +213,27 @@ Result<> deleteVlans(Switch sw, std::span<const std::uint32_t> vlans, OfProfiles
         deleted.push_back(*id);
     }
     const auto left = awaitDeletion(sw, deleted);
-    return left ? fail(*left) : Result<>();
+    if (left)
+        return fail(*left);
+    return respected;
 }
 
-Result<> renameVlan(Switch sw, std::uint32_t vlan, std::string_view name, OfProfiles ofProfiles,
-                    Where where) {
+Result<ProfileThings> renameVlan(Switch sw, std::uint32_t vlan, std::string_view name, OfProfiles ofProfiles,
+                                 Where where) {
     if (auto checked = checkName(name, where); !checked)
-        return checked;
+        return std::unexpected(checked.error());
     const ChangeLock lock(where);
     if (!lock.held())
         return ChangeLock::busy();
     const auto id = requireVlan(sw, vlan, where);
     if (!id)
         return std::unexpected(id.error());
-    if (auto respected = respectVlan(ofProfiles, *id, where); !respected)
+    auto respected = respectVlan(ofProfiles, *id, where);
+    if (!respected)
         return respected;
     const auto named = sw.setVlanName(*id, cutToBytes(name, kNameMax), kNameMax);
     if (named)
-        return {};
+        return respected;
     logError(where, "[%s:%d] VLAN %u cannot be named (result = %d)\n", *id, named.error());
     return failed(ResultCode::Failed, "the switch refused the name");
 }
@@ -287,7 +293,7 @@ Result<AllInterfaces> setAcceptFramesOfAll(Switch sw, AcceptFrames frames, Where
     if (!lock.held())
         return ChangeLock::busy();
     return setAll(
-        sw, where, [&](IfNum ifNum) { return sw.setAcceptFrames(ifNum, frames); },
+        sw, where, {}, [&](IfNum ifNum) { return sw.setAcceptFrames(ifNum, frames); },
         [](IfNum) { return true; });
 }
 
@@ -298,16 +304,15 @@ Result<AllInterfaces> setPvidOfAll(Switch sw, std::uint32_t vlan, OfProfiles ofP
     const auto id = requireVlan(sw, vlan, where);
     if (!id)
         return std::unexpected(id.error());
-    const auto respected =
-        respectProfiles(ofProfiles, where, [&](const VlanOwners &owners, ProfileThings &things) {
-            owners.noteInterfaces(sw, *id, things);
-            // The interfaces that come into a profile's VLAN are its business, too.
-            owners.noteVlan(*id, things);
-        });
+    auto respected = respectProfiles(ofProfiles, where, [&](const VlanOwners &owners, ProfileThings &things) {
+        owners.noteInterfaces(sw, *id, things);
+        // The interfaces that come into a profile's VLAN are its business, too.
+        owners.noteVlan(*id, things);
+    });
     if (!respected)
         return std::unexpected(respected.error());
     return setAll(
-        sw, where, [&](IfNum ifNum) { return sw.setPvid(ifNum, *id); },
+        sw, where, std::move(*respected), [&](IfNum ifNum) { return sw.setPvid(ifNum, *id); },
         [&](IfNum ifNum) {
             const auto shown = sw.pvid(ifNum);
             return shown && *shown == *id;

@@ -301,7 +301,7 @@ TEST_F(VlanOpsTest, WhatAProfileHasIsNamedOrRefused) {
     const std::string before = config();
     const auto refuse = OfProfiles::Refuse;
     const std::uint32_t both[] = {10, 20, 99};
-    const std::pair<Result<>, std::string> changes[] = {
+    const std::pair<Result<ProfileThings>, std::string> changes[] = {
         {deleteVlans(&client, both, refuse), "VLAN 20"},
         {renameVlan(&client, 20, "x", refuse), "VLAN 20"},
     };
