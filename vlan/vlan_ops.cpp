@@ -1,6 +1,6 @@
 #include "vlan/vlan_ops.h"
 
-#include <array>
+#include <cstddef>
 #include <new>
 #include <optional>
 #include <string>
@@ -266,8 +266,8 @@ std::int32_t switchConfigVlanGet(Switch sw, std::uint32_t vlanId, char **json) {
     const auto id = VlanId::from(vlanId);
     const Presence presence = id ? sw.vlanPresence(*id) : Presence::Absent;
     if (presence != Presence::Present) {
-        logError(where, presence == Presence::Absent ? LogFormat<>("[%s:%d] VLAN is not configured\n")
-                                                     : LogFormat<>("[%s:%d] VLAN cannot be looked up\n"));
+        logError(where, "[%s:%d] %s\n",
+                 presence == Presence::Absent ? "VLAN is not configured" : "VLAN cannot be looked up");
         return kFailed;
     }
     const JsonPtr root(cJSON_CreateObject());

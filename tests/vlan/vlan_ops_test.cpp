@@ -214,6 +214,7 @@ TEST_F(VlanOpsTest, AllPortsAndLagsAreSetWhateverOneOfThemSays) {
         EXPECT_EQ(0, v2VlanAcceptFrameAllSet(&client, request.c_str()));
         EXPECT_EQ(frames == "all"s ? 0u : 4u, occurrences(config(), "vlan acceptframe "s + frames + "\n"));
     }
+    EXPECT_FALSE(configured("acceptframe"));
     EXPECT_EQ(0, v2VlanPvidAllSet(&client, R"({"pvid":20})"));
     EXPECT_EQ(4u, occurrences(config(), "vlan pvid 20\n")) << "done when it returns";
 
