@@ -9,7 +9,7 @@
 #include "common/files.h"
 #include "common/log.h"
 #include "common/text.h"
-#include "platform/paths.h"
+#include "store/profile_lock.h"
 #include "store/vlan_settings.h"
 #include "swapi/poll.h"
 #include "vlan/vlan_details.h"
@@ -20,23 +20,11 @@ namespace {
 constexpr std::size_t kNameMax = 32;
 constexpr std::size_t kLongNameMax = 255;
 
-// One change at a time, and none in the middle of a profile's: that would be taken for its own doing, and
-// taken back with it.
-class ChangeLock {
-  public:
-    explicit ChangeLock(const Where &where)
-        : lock_(platform::paths::kProfileLock, FileLock::Afterwards::Keep, FileLock::kWaitMax, where) {
-        if (!lock_.held())
-            logError(where, "[%s:%d] %s\n", kBusy);
-    }
-    bool held() const { return lock_.held(); }
-    static std::unexpected<Failure> busy() { return failed(ResultCode::Failed, kBusy); }
-
-  private:
-    static constexpr const char *kBusy = "another change of profiles or VLANs does not end";
-
-    FileLock lock_;
-};
+// A change in the middle of a profile's would be taken for its own doing, and taken back with it. Nobody is
+// kept waiting for as long as a profile operation may take.
+Result<ProfileLock> takeTurn(const Where &where) {
+    return ProfileLock::take(where, FileLock::kWaitMax);
+}
 
 // Collects what profiles have of what is about to be changed, by note(owners, things). It is told, or the
 // change is refused.
@@ -140,9 +128,9 @@ Result<AllInterfaces> setMembership(Switch sw, std::uint32_t vlan, Value value, 
                                     const Where &where,
                                     OpenResult<> (Switch::*set)(IfNum, VlanId, Value) const,
                                     OpenResult<Value> (Switch::*get)(IfNum, VlanId) const) {
-    const ChangeLock lock(where);
-    if (!lock.held())
-        return ChangeLock::busy();
+    const auto turn = takeTurn(where);
+    if (!turn)
+        return std::unexpected(turn.error());
     const auto id = VlanId::from(vlan);
     if (!id)
         return setAll(
@@ -162,9 +150,9 @@ Result<AllInterfaces> setMembership(Switch sw, std::uint32_t vlan, Value value, 
 }  // namespace
 
 Result<> createVlans(Switch sw, std::span<const std::uint32_t> vlans, Where where) {
-    const ChangeLock lock(where);
-    if (!lock.held())
-        return ChangeLock::busy();
+    const auto turn = takeTurn(where);
+    if (!turn)
+        return std::unexpected(turn.error());
     const auto ensure = [&](std::uint32_t vlan) {
         const auto id = VlanId::from(vlan);
         const Presence presence = id ? sw.vlanPresence(*id) : Presence::Unknown;
@@ -182,9 +170,9 @@ Result<> createVlans(Switch sw, std::span<const std::uint32_t> vlans, Where wher
 
 Result<ProfileThings> deleteVlans(Switch sw, std::span<const std::uint32_t> vlans, OfProfiles ofProfiles,
                                   Where where) {
-    const ChangeLock lock(where);
-    if (!lock.held())
-        return ChangeLock::busy();
+    const auto turn = takeTurn(where);
+    if (!turn)
+        return std::unexpected(turn.error());
     const auto fail = [&](VlanId id) {
         logError(where, "[%s:%d] Failed to delete VLAN %u\n", id);
         return failed(ResultCode::Failed, vlanText(id.number()) + " cannot be deleted");
@@ -222,9 +210,9 @@ Result<ProfileThings> renameVlan(Switch sw, std::uint32_t vlan, std::string_view
                                  Where where) {
     if (auto checked = checkName(name, where); !checked)
         return std::unexpected(checked.error());
-    const ChangeLock lock(where);
-    if (!lock.held())
-        return ChangeLock::busy();
+    const auto turn = takeTurn(where);
+    if (!turn)
+        return std::unexpected(turn.error());
     const auto id = requireVlan(sw, vlan, where);
     if (!id)
         return std::unexpected(id.error());
@@ -243,9 +231,9 @@ Result<> createNamedVlan(Switch sw, std::int32_t vlan, std::string_view name, Wh
         return {};
     if (auto checked = checkName(name, where); !checked)
         return checked;
-    const ChangeLock lock(where);
-    if (!lock.held())
-        return ChangeLock::busy();
+    const auto turn = takeTurn(where);
+    if (!turn)
+        return std::unexpected(turn.error());
     const auto failCreation = [&](OpenError error) {
         logError(where, "[%s:%d] vlan %d create  error :%d \n", vlan, error);
         return failed(ResultCode::VlanNotCreated, "VLAN " + std::to_string(vlan));
@@ -289,18 +277,18 @@ Result<AllInterfaces> setTaggingOfAll(Switch sw, std::uint32_t vlan, Tagging tag
 }
 
 Result<AllInterfaces> setAcceptFramesOfAll(Switch sw, AcceptFrames frames, Where where) {
-    const ChangeLock lock(where);
-    if (!lock.held())
-        return ChangeLock::busy();
+    const auto turn = takeTurn(where);
+    if (!turn)
+        return std::unexpected(turn.error());
     return setAll(
         sw, where, {}, [&](IfNum ifNum) { return sw.setAcceptFrames(ifNum, frames); },
         [](IfNum) { return true; });
 }
 
 Result<AllInterfaces> setPvidOfAll(Switch sw, std::uint32_t vlan, OfProfiles ofProfiles, Where where) {
-    const ChangeLock lock(where);
-    if (!lock.held())
-        return ChangeLock::busy();
+    const auto turn = takeTurn(where);
+    if (!turn)
+        return std::unexpected(turn.error());
     const auto id = requireVlan(sw, vlan, where);
     if (!id)
         return std::unexpected(id.error());
