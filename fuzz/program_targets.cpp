@@ -34,6 +34,8 @@
 #include "vlan/ip_interfaces.h"
 #include "vlan/multicast.h"
 #include "vlan/show_vlan.h"
+#include "vlan/switchport_mode.h"
+#include "vlan/vlan_list.h"
 
 namespace fuzz {
 namespace {
@@ -263,6 +265,7 @@ void readStrings(std::string_view input) {
     if (const auto number = wholeNumber(input))
         require(wholeNumber(std::to_string(*number)) == number, "a number is read back");
     leadingNumber(input);
+    require(parseVlanList(input).size() <= kVlanListMax, "a list of VLANs has an end");
     const auto sound = wellFormed(input);
     require(isUtf8(sound) && sound.size() <= input.size() && wellFormed(sound) == sound, "well-formed UTF-8");
     require(isUtf8(input) == (sound == input), "only what is not well-formed changes");
@@ -310,6 +313,7 @@ void readShowCaptures(std::string_view input) {
 
 void readRunningConfig(std::string_view input) {
     const auto state = parseSwitchState(input);
+    parseSwitchportModeAuto(input);
     require(switchScript(state, state).empty(), "there is nothing to do from a state to itself");
     require(parseSettings(input) == state.settings, "settings are those of the configuration");
     if (isPlain(input))

@@ -24,6 +24,7 @@ void readProfileRequest(std::string_view input);
 // What its operations do with it, on a virtual switch.
 void operateProfiles(std::string_view input);
 void operateTemplates(std::string_view input);
+void operateVlans(std::string_view input);
 void detectNeighbours(std::string_view input);
 
 // What the virtual switch reads.
@@ -48,6 +49,7 @@ inline constexpr Target kTargets[] = {
     {"profile_request", readProfileRequest},
     {"profiles", operateProfiles},
     {"templates", operateTemplates},
+    {"vlans", operateVlans},
     {"neighbours", detectNeighbours},
     {"switch_script", runSwitchScript},
     {"switch_wire", serveFrames},

@@ -44,7 +44,8 @@ Result<> setSwitchportModeAuto(Switch sw, bool on, Where where) {
             const auto done = sw.apply(
                 on ? "configure\nswitchport mode auto\nexit\n" : "configure\nno switchport mode auto\nexit\n",
                 ScriptFiles::forTag(kTag), where);
-            return done ? Result<>() : failed(done.error().code, "the automatic switchport mode cannot be set");
+            return done ? Result<>()
+                        : failed(done.error().code, "the automatic switchport mode cannot be set");
         },
         where);
 }

@@ -3,16 +3,16 @@
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "common/files.h"
 #include "common/log.h"
 #include "common/text.h"
-#include "platform/paths.h"
+#include "store/profile_lock.h"
 #include "store/vlan_settings.h"
 #include "swapi/poll.h"
 #include "vlan/vlan_details.h"
-#include "vlan/vlan_owners.h"
 
 namespace pavo {
 namespace {
@@ -20,53 +20,42 @@ namespace {
 constexpr std::size_t kNameMax = 32;
 constexpr std::size_t kLongNameMax = 255;
 
-// One change at a time, and none in the middle of a profile's: that would be taken for its own doing, and
-// taken back with it.
-class ChangeLock {
-  public:
-    explicit ChangeLock(const Where &where)
-        : lock_(platform::paths::kProfileLock, FileLock::Afterwards::Keep, FileLock::kWaitMax, where) {
-        if (!lock_.held())
-            logError(where, "[%s:%d] %s\n", kBusy);
-    }
-    bool held() const { return lock_.held(); }
-    static std::unexpected<Failure> busy() { return failed(ResultCode::Failed, kBusy); }
+// A change in the middle of a profile's would be taken for its own doing, and taken back with it. Nobody is
+// kept waiting for as long as a profile operation may take.
+Result<ProfileLock> takeTurn(const Where &where) {
+    return ProfileLock::take(where, FileLock::kWaitMax);
+}
 
-  private:
-    static constexpr const char *kBusy = "another change of profiles or VLANs does not end";
-
-    FileLock lock_;
-};
-
-// Says what profiles have of what is about to be changed, or refuses the change; note(owners, things)
-// collects it.
+// Collects what profiles have of what is about to be changed, by note(owners, things). It is told, or the
+// change is refused.
 template <class Note>
-Result<> respectProfiles(OfProfiles ofProfiles, const Where &where, Note note) {
+Result<ProfileThings> respectProfiles(OfProfiles ofProfiles, const Where &where, Note note) {
+    ProfileThings things;
     const auto owners = VlanOwners::read(where);
     if (!owners)
-        return ofProfiles == OfProfiles::Refuse ? std::unexpected(owners.error()) : Result<>();
-    ProfileThings things;
+        return ofProfiles == OfProfiles::Refuse ? std::unexpected(owners.error())
+                                                : Result<ProfileThings>(things);
     note(*owners, things);
     if (things.empty())
-        return {};
+        return things;
     const std::string what = describe(things);
     if (ofProfiles == OfProfiles::Refuse) {
         logError(where, "[%s:%d] refused: %s\n", what);
         return failed(ResultCode::Failed, what);
     }
     logWarn(where, "[%s:%d] changed by hand: %s\n", what);
-    return {};
+    return things;
 }
 
-Result<> respectVlan(OfProfiles ofProfiles, VlanId id, const Where &where) {
-    return respectProfiles(
-        ofProfiles, where,
-        [id](const VlanOwners &owners, ProfileThings &things) { owners.noteVlan(id, things); });
+Result<ProfileThings> respectVlan(OfProfiles ofProfiles, VlanId id, const Where &where) {
+    return respectProfiles(ofProfiles, where, [id](const VlanOwners &owners, ProfileThings &things) {
+        owners.noteVlan(id, things);
+    });
 }
 
 // What is about to be changed in a VLAN on all interfaces. VLAN 1 is nobody's, but it matters to a profile
 // which of its interfaces are members there.
-Result<> respectMembers(Switch sw, VlanId id, OfProfiles ofProfiles, const Where &where) {
+Result<ProfileThings> respectMembers(Switch sw, VlanId id, OfProfiles ofProfiles, const Where &where) {
     return respectProfiles(ofProfiles, where, [&](const VlanOwners &owners, ProfileThings &things) {
         owners.noteVlan(id, things);
         if (id == kDefaultVlan)
@@ -101,8 +90,9 @@ std::optional<VlanId> awaitDeletion(Switch sw, const std::vector<VlanId> &ids) {
 // Sets all ports, then all LAGs; a set that fails stops nothing. Changes take effect in the order in which
 // they were accepted, so the last one tells of all: isShown(interface).
 template <class Set, class IsShown>
-Result<AllInterfaces> setAll(Switch sw, const Where &where, Set set, IsShown isShown) {
-    AllInterfaces all;
+Result<AllInterfaces> setAll(Switch sw, const Where &where, ProfileThings ofProfiles, Set set,
+                             IsShown isShown) {
+    AllInterfaces all{.ofProfiles = std::move(ofProfiles)};
     IfNum last, firstRefused;
     OpenError reason{};
     const auto setEach = [&](auto walk) -> std::optional<OpenError> {
@@ -138,18 +128,19 @@ Result<AllInterfaces> setMembership(Switch sw, std::uint32_t vlan, Value value, 
                                     const Where &where,
                                     OpenResult<> (Switch::*set)(IfNum, VlanId, Value) const,
                                     OpenResult<Value> (Switch::*get)(IfNum, VlanId) const) {
-    const ChangeLock lock(where);
-    if (!lock.held())
-        return ChangeLock::busy();
+    const auto turn = takeTurn(where);
+    if (!turn)
+        return std::unexpected(turn.error());
     const auto id = VlanId::from(vlan);
     if (!id)
         return setAll(
-            sw, where, [](IfNum) -> OpenResult<> { return std::unexpected(OpenError::Parameter); },
+            sw, where, {}, [](IfNum) -> OpenResult<> { return std::unexpected(OpenError::Parameter); },
             [](IfNum) { return true; });
-    if (auto respected = respectMembers(sw, *id, ofProfiles, where); !respected)
+    auto respected = respectMembers(sw, *id, ofProfiles, where);
+    if (!respected)
         return std::unexpected(respected.error());
     return setAll(
-        sw, where, [&](IfNum ifNum) { return (sw.*set)(ifNum, *id, value); },
+        sw, where, std::move(*respected), [&](IfNum ifNum) { return (sw.*set)(ifNum, *id, value); },
         [&](IfNum ifNum) {
             const auto shown = (sw.*get)(ifNum, *id);
             return shown && *shown == value;
@@ -159,9 +150,9 @@ Result<AllInterfaces> setMembership(Switch sw, std::uint32_t vlan, Value value, 
 }  // namespace
 
 Result<> createVlans(Switch sw, std::span<const std::uint32_t> vlans, Where where) {
-    const ChangeLock lock(where);
-    if (!lock.held())
-        return ChangeLock::busy();
+    const auto turn = takeTurn(where);
+    if (!turn)
+        return std::unexpected(turn.error());
     const auto ensure = [&](std::uint32_t vlan) {
         const auto id = VlanId::from(vlan);
         const Presence presence = id ? sw.vlanPresence(*id) : Presence::Unknown;
@@ -177,10 +168,11 @@ Result<> createVlans(Switch sw, std::span<const std::uint32_t> vlans, Where wher
     return {};
 }
 
-Result<> deleteVlans(Switch sw, std::span<const std::uint32_t> vlans, OfProfiles ofProfiles, Where where) {
-    const ChangeLock lock(where);
-    if (!lock.held())
-        return ChangeLock::busy();
+Result<ProfileThings> deleteVlans(Switch sw, std::span<const std::uint32_t> vlans, OfProfiles ofProfiles,
+                                  Where where) {
+    const auto turn = takeTurn(where);
+    if (!turn)
+        return std::unexpected(turn.error());
     const auto fail = [&](VlanId id) {
         logError(where, "[%s:%d] Failed to delete VLAN %u\n", id);
         return failed(ResultCode::Failed, vlanText(id.number()) + " cannot be deleted");
@@ -189,12 +181,11 @@ Result<> deleteVlans(Switch sw, std::span<const std::uint32_t> vlans, OfProfiles
     for (const std::uint32_t vlan : vlans)
         if (const auto id = VlanId::from(vlan))
             wanted.insert(*id);
-    const auto respected =
-        respectProfiles(ofProfiles, where, [&](const VlanOwners &owners, ProfileThings &things) {
-            for (const VlanId id : wanted)
-                if (owners.find(id) != nullptr && sw.vlanPresence(id) == Presence::Present)
-                    owners.noteVlan(id, things);
-        });
+    auto respected = respectProfiles(ofProfiles, where, [&](const VlanOwners &owners, ProfileThings &things) {
+        for (const VlanId id : wanted)
+            if (owners.find(id) != nullptr && sw.vlanPresence(id) == Presence::Present)
+                owners.noteVlan(id, things);
+    });
     if (!respected)
         return respected;
     std::vector<VlanId> deleted;
@@ -210,24 +201,27 @@ Result<> deleteVlans(Switch sw, std::span<const std::uint32_t> vlans, OfProfiles
         deleted.push_back(*id);
     }
     const auto left = awaitDeletion(sw, deleted);
-    return left ? fail(*left) : Result<>();
+    if (left)
+        return fail(*left);
+    return respected;
 }
 
-Result<> renameVlan(Switch sw, std::uint32_t vlan, std::string_view name, OfProfiles ofProfiles,
-                    Where where) {
+Result<ProfileThings> renameVlan(Switch sw, std::uint32_t vlan, std::string_view name, OfProfiles ofProfiles,
+                                 Where where) {
     if (auto checked = checkName(name, where); !checked)
-        return checked;
-    const ChangeLock lock(where);
-    if (!lock.held())
-        return ChangeLock::busy();
+        return std::unexpected(checked.error());
+    const auto turn = takeTurn(where);
+    if (!turn)
+        return std::unexpected(turn.error());
     const auto id = requireVlan(sw, vlan, where);
     if (!id)
         return std::unexpected(id.error());
-    if (auto respected = respectVlan(ofProfiles, *id, where); !respected)
+    auto respected = respectVlan(ofProfiles, *id, where);
+    if (!respected)
         return respected;
     const auto named = sw.setVlanName(*id, cutToBytes(name, kNameMax), kNameMax);
     if (named)
-        return {};
+        return respected;
     logError(where, "[%s:%d] VLAN %u cannot be named (result = %d)\n", *id, named.error());
     return failed(ResultCode::Failed, "the switch refused the name");
 }
@@ -237,9 +231,9 @@ Result<> createNamedVlan(Switch sw, std::int32_t vlan, std::string_view name, Wh
         return {};
     if (auto checked = checkName(name, where); !checked)
         return checked;
-    const ChangeLock lock(where);
-    if (!lock.held())
-        return ChangeLock::busy();
+    const auto turn = takeTurn(where);
+    if (!turn)
+        return std::unexpected(turn.error());
     const auto failCreation = [&](OpenError error) {
         logError(where, "[%s:%d] vlan %d create  error :%d \n", vlan, error);
         return failed(ResultCode::VlanNotCreated, "VLAN " + std::to_string(vlan));
@@ -283,31 +277,30 @@ Result<AllInterfaces> setTaggingOfAll(Switch sw, std::uint32_t vlan, Tagging tag
 }
 
 Result<AllInterfaces> setAcceptFramesOfAll(Switch sw, AcceptFrames frames, Where where) {
-    const ChangeLock lock(where);
-    if (!lock.held())
-        return ChangeLock::busy();
+    const auto turn = takeTurn(where);
+    if (!turn)
+        return std::unexpected(turn.error());
     return setAll(
-        sw, where, [&](IfNum ifNum) { return sw.setAcceptFrames(ifNum, frames); },
+        sw, where, {}, [&](IfNum ifNum) { return sw.setAcceptFrames(ifNum, frames); },
         [](IfNum) { return true; });
 }
 
 Result<AllInterfaces> setPvidOfAll(Switch sw, std::uint32_t vlan, OfProfiles ofProfiles, Where where) {
-    const ChangeLock lock(where);
-    if (!lock.held())
-        return ChangeLock::busy();
+    const auto turn = takeTurn(where);
+    if (!turn)
+        return std::unexpected(turn.error());
     const auto id = requireVlan(sw, vlan, where);
     if (!id)
         return std::unexpected(id.error());
-    const auto respected =
-        respectProfiles(ofProfiles, where, [&](const VlanOwners &owners, ProfileThings &things) {
-            owners.noteInterfaces(sw, *id, things);
-            // The interfaces that come into a profile's VLAN are its business, too.
-            owners.noteVlan(*id, things);
-        });
+    auto respected = respectProfiles(ofProfiles, where, [&](const VlanOwners &owners, ProfileThings &things) {
+        owners.noteInterfaces(sw, *id, things);
+        // The interfaces that come into a profile's VLAN are its business, too.
+        owners.noteVlan(*id, things);
+    });
     if (!respected)
         return std::unexpected(respected.error());
     return setAll(
-        sw, where, [&](IfNum ifNum) { return sw.setPvid(ifNum, *id); },
+        sw, where, std::move(*respected), [&](IfNum ifNum) { return sw.setPvid(ifNum, *id); },
         [&](IfNum ifNum) {
             const auto shown = sw.pvid(ifNum);
             return shown && *shown == *id;

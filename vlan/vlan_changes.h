@@ -16,12 +16,13 @@
 #include "common/result.h"
 #include "common/where.h"
 #include "swapi/switch.h"
+#include "vlan/vlan_owners.h"
 
 namespace pavo {
 
 // What becomes of what a profile has (vlan/vlan_owners.h): it is changed, and the log tells what it was; or
-// the whole change is refused before it begins, with the same words as its reason. A profile that has lost
-// something gets it back when it is applied again.
+// the whole change is refused before it begins, with the same words (describe()) as its reason. What was changed
+// all the same is in the result; a profile gets it back when it is applied again.
 enum class OfProfiles { Change, Refuse };
 
 // Creates those that do not exist, in this order, up to the first that fails.
@@ -29,13 +30,13 @@ Result<> createVlans(Switch sw, std::span<const std::uint32_t> vlans,
                      Where where = std::source_location::current());
 
 // Deletes those that exist, in this order, up to the first that fails.
-Result<> deleteVlans(Switch sw, std::span<const std::uint32_t> vlans, OfProfiles ofProfiles,
-                     Where where = std::source_location::current());
+Result<ProfileThings> deleteVlans(Switch sw, std::span<const std::uint32_t> vlans, OfProfiles ofProfiles,
+                                  Where where = std::source_location::current());
 
 // The name is cut to 32 bytes, at a character; an empty one restores the default name. InvalidArgument for one
 // that no configuration can hold (isVlanName, store/vlan_settings.h).
-Result<> renameVlan(Switch sw, std::uint32_t vlan, std::string_view name, OfProfiles ofProfiles,
-                    Where where = std::source_location::current());
+Result<ProfileThings> renameVlan(Switch sw, std::uint32_t vlan, std::string_view name, OfProfiles ofProfiles,
+                                 Where where = std::source_location::current());
 
 // Creates the VLAN as a static one unless it exists, and names it; the name is cut to 255 bytes, and a switch
 // refuses one that is too long for it. VLAN 1 is left alone. VlanNotCreated when it cannot be created.
@@ -48,6 +49,7 @@ Result<> createNamedVlan(Switch sw, std::int32_t vlan, std::string_view name,
 struct AllInterfaces {
     unsigned count = 0;
     unsigned refused = 0;
+    ProfileThings ofProfiles{};
 };
 
 // Failed when not all interfaces can be listed; those that were have been changed then. Whether there is such

@@ -48,7 +48,8 @@ struct VlanDetails {
 Result<VlanId> requireVlan(Switch sw, std::uint32_t vlan, Where where = std::source_location::current());
 
 // The name of a VLAN that is there; nothing when it cannot be read.
-Result<VlanSummary> readVlanName(Switch sw, std::uint32_t vlan, Where where = std::source_location::current());
+Result<VlanSummary> readVlanName(Switch sw, std::uint32_t vlan,
+                                 Where where = std::source_location::current());
 
 // Failed when the VLAN is not there, or the interfaces cannot all be listed.
 Result<VlanDetails> readVlanDetails(Switch sw, std::uint32_t vlan,

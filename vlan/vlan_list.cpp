@@ -23,8 +23,7 @@ std::vector<std::uint32_t> parseVlanList(std::string_view text) {
             continue;
         const std::size_t dash = item.find('-');
         const std::uint32_t first = numberOf(item.substr(0, dash));
-        const std::uint32_t last =
-            dash == std::string_view::npos ? first : numberOf(item.substr(dash + 1));
+        const std::uint32_t last = dash == std::string_view::npos ? first : numberOf(item.substr(dash + 1));
         for (std::uint64_t id = first; id <= last && ids.size() < kVlanListMax; ++id)
             ids.push_back(static_cast<std::uint32_t>(id));
     }

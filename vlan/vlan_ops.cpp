@@ -1,6 +1,6 @@
 #include "vlan/vlan_ops.h"
 
-#include <array>
+#include <cstddef>
 #include <new>
 #include <optional>
 #include <string>
@@ -41,9 +41,8 @@ JsonPtr parseBody(const char *json) {
 template <class Value>
 using Words = std::pair<const char *, Value>;
 
-constexpr Words<Participation> kModes[] = {{"include", Participation::Include},
-                                           {"auto", Participation::Auto},
-                                           {"exclude", Participation::Exclude}};
+constexpr Words<Participation> kModes[] = {
+    {"include", Participation::Include}, {"auto", Participation::Auto}, {"exclude", Participation::Exclude}};
 constexpr Words<AcceptFrames> kFrames[] = {{"all", AcceptFrames::All},
                                            {"vlanonly", AcceptFrames::VlanOnly},
                                            {"admituntaggedonly", AcceptFrames::UntaggedOnly}};
@@ -129,18 +128,17 @@ bool addText(cJSON *root, const char *key, std::string_view text) {
 }
 
 bool fillVlan(cJSON *root, const VLAN_INFO_T &info) {
-    const bool filled = cJSON_AddNumberToObject(root, "vlanId", info.vlanId) != nullptr &&
-                        addText(root, "name", info.name) && addText(root, "color", info.color) &&
-                        addText(root, "profileName", info.name) &&
-                        cJSON_AddNumberToObject(root, "vlanType", info.profileType) != nullptr &&
-                        cJSON_AddBoolToObject(root, "isStatic", info.isStatic) != nullptr &&
-                        addCopy(root, "assignedUntagPort", info.untagPorts) &&
-                        addCopy(root, "assignedtagPort", info.tagPorts) &&
-                        addCopy(root, "assignedTagLag", info.tagLags) &&
-                        addCopy(root, "assignedUnTagLag", info.untagLags) &&
-                        addCopy(root, "assignedShureLearnPort", info.shureLearnPorts) &&
-                        addCopy(root, "shureDevicePort", info.shureDevicePorts) &&
-                        addText(root, "profileType", info.profile.profileName);
+    const bool filled =
+        cJSON_AddNumberToObject(root, "vlanId", info.vlanId) != nullptr && addText(root, "name", info.name) &&
+        addText(root, "color", info.color) && addText(root, "profileName", info.name) &&
+        cJSON_AddNumberToObject(root, "vlanType", info.profileType) != nullptr &&
+        cJSON_AddBoolToObject(root, "isStatic", info.isStatic) != nullptr &&
+        addCopy(root, "assignedUntagPort", info.untagPorts) &&
+        addCopy(root, "assignedtagPort", info.tagPorts) && addCopy(root, "assignedTagLag", info.tagLags) &&
+        addCopy(root, "assignedUnTagLag", info.untagLags) &&
+        addCopy(root, "assignedShureLearnPort", info.shureLearnPorts) &&
+        addCopy(root, "shureDevicePort", info.shureDevicePorts) &&
+        addText(root, "profileType", info.profile.profileName);
     if (!filled || info.profileType == kPlainVlan)
         return filled;
     JsonPtr ports = assignedPorts(info.profile.profileName, info.vlanId);
@@ -268,8 +266,8 @@ std::int32_t switchConfigVlanGet(Switch sw, std::uint32_t vlanId, char **json) {
     const auto id = VlanId::from(vlanId);
     const Presence presence = id ? sw.vlanPresence(*id) : Presence::Absent;
     if (presence != Presence::Present) {
-        logError(where, presence == Presence::Absent ? LogFormat<>("[%s:%d] VLAN is not configured\n")
-                                                     : LogFormat<>("[%s:%d] VLAN cannot be looked up\n"));
+        logError(where, "[%s:%d] %s\n",
+                 presence == Presence::Absent ? "VLAN is not configured" : "VLAN cannot be looked up");
         return kFailed;
     }
     const JsonPtr root(cJSON_CreateObject());

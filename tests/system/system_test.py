@@ -521,6 +521,16 @@ class SystemTest(RigTest):
         self.assertEqual((20, [1, 2, 3, 4, 7]), (vlan["vlanId"], vlan["untagPorts"]))
         self.assertIn("Audio Dante", ctl("vlan", "show", "20"))
         ctl("vlan", "show", "4000", status=1)
+        ctl("vlan", "create", "700-701")
+        self.assertIn('profile "B\u00fchne" has VLAN 20', ctl("vlan", "delete", "700,20", status=1))
+        ctl("vlan", "name", "700", "foyer")
+        self.assertEqual("foyer\n", ctl("vlan", "name", "700"))
+        ctl("vlan", "participation", "700", "include")
+        self.assertRegex(ctl("vlan", "interfaces", "700"), r"(?m)^lag 24 +Include +Include +Untagged$")
+        for words in (("create", "7-x"), ("tagging", "20", "yes")):
+            ctl("vlan", *words, status=1 if words[0] == "create" else 2)
+        ctl("vlan", "delete", "700-701")
+        self.assertEqual("disable\n", ctl("vlan", "auto"))
 
         self.plan_and_status(ctl)
 

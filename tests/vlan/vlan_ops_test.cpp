@@ -1,0 +1,347 @@
+// VLAN operations of the web interface.
+#include "vlan/vlan_ops.h"
+
+#include <filesystem>
+#include <tuple>
+#include <utility>
+
+#include "tests/vlan/vlan_fixture.h"
+#include "vlan/switchport_mode.h"
+#include "vlan/vlan_changes.h"
+#include "vlan/vlan_list.h"
+
+namespace {
+
+using namespace test_support;
+using namespace std::string_literals;
+
+class VlanOpsTest : public VlanTest {
+  protected:
+    void SetUp() override {
+        VlanTest::SetUp();
+        startSwitch({.physicalPorts = 3, .lags = 1});
+        commands("vlan database; vlan 10,20; vlan name 10 stage");
+    }
+
+    // The answer of an operation; its result when that is not 0.
+    template <class Operation, class... Arguments>
+    std::string answer(Operation operation, Arguments... arguments) {
+        char *text = nullptr;
+        const std::int32_t code = operation(&client, arguments..., &text);
+        const TextPtr owned(text);
+        EXPECT_EQ(code == 0, text != nullptr);
+        return code == 0 ? text : std::to_string(code);
+    }
+    std::string ids() {
+        std::string out;
+        model([&](const vswitch::Model &switchModel) {
+            for (const auto &vlan : switchModel.vlans())
+                out += std::to_string(vlan.first) + " ";
+        });
+        return out;
+    }
+    std::string config() {
+        const auto text = show("show running-config");
+        return text.substr(text.find(" secs\"\n"));
+    }
+    bool configured(const std::string &part) { return config().find(part) != std::string::npos; }
+    std::int32_t create(const std::string &list) {
+        return v2VlanListCreate(&client, (R"({"vlan-list":")" + list + R"("})").c_str());
+    }
+};
+
+TEST(VlanListTest, ItemsRangesAndWhatIsNoNumber) {
+    using Ids = std::vector<std::uint32_t>;
+    const std::pair<const char *, Ids> cases[] = {
+        {"10,20-22", {10, 20, 21, 22}},
+        {"5-3", {}},
+        {"7,7, 8 - 9", {7, 7, 8, 9}},
+        {"all,-1,4095", {0, 0, 1, 4095}},
+        {",6,,", {6}},
+        {"", {}},
+        {"99999999999,4294967295-4294967299", {UINT32_MAX, UINT32_MAX}}};
+    for (const auto &[text, expected] : cases)
+        EXPECT_EQ(expected, parseVlanList(text)) << text;
+    const auto most = parseVlanList("7,1-5000,9");
+    EXPECT_EQ(std::tuple(kVlanListMax, 4095u), std::tuple(most.size(), most.back()));
+}
+
+TEST_F(VlanOpsTest, BadRequestsTouchNothing) {
+    const std::string before = config();
+    using Operation = std::int32_t (*)(Switch, const char *);
+    const std::tuple<Operation, const char *, std::vector<const char *>> operations[] = {
+        {v2VlanListCreate, "vlan-list", {R"({"vlan-list":10})", R"({"Vlan-List":"10"})"}},
+        {v2VlanNameSet,
+         "name",
+         {R"({"vlan-id":"10","name":"x"})", R"({"vlan-id":10.5,"name":"x"})", R"({"vlan-id":10})",
+          R"({"vlan-id":10,"name":"a\nvlan 30"})"}},
+        {v2VlanParticipationAllSet,
+         "mode",
+         {R"({"mode":"Include","vlan-id":10})", R"({"mode":"include"})", R"({"mode":0,"vlan-id":10})"}},
+        {v2VlanAcceptFrameAllSet,
+         "accept-frame",
+         {R"({"accept-frame":"VlanOnly"})", R"({"accept-frame":1})"}},
+        {v2VlanPvidAllSet, "pvid", {R"({"pvid":"10"})"}},
+        {v2VlanTaggingAllSet, "tagging", {R"({"vlan-id":10,"tagging":true})", R"({"tagging":"tagged"})"}},
+        {switchportModeAutoSet, "mode", {R"({"mode":"auto"})", R"({"mode":true})"}}};
+    calls();
+    for (const auto &[operation, key, requests] : operations) {
+        for (const char *const none : {static_cast<const char *>(nullptr), "", "{", "[]", "7"})
+            EXPECT_EQ(10003, operation(&client, none)) << key;
+        const auto reports = logged("Missing or invalid ");
+        for (const char *const request : requests)
+            EXPECT_EQ(10003, operation(&client, request)) << request;
+        EXPECT_EQ(reports + requests.size(), logged("Missing or invalid "));
+    }
+    EXPECT_EQ(10003, v2VlanListDelete(&client, nullptr));
+    EXPECT_EQ(0u, calls());
+    EXPECT_EQ(before, config());
+    EXPECT_EQ(3u, logged("Failed to parse request JSON\n"));
+    EXPECT_EQ(1u, logged("Failed to parse VLAN list"));
+}
+
+TEST_F(VlanOpsTest, ListsAreCreatedAndDeletedUpToTheFirstFailure) {
+    EXPECT_EQ(0, create("10,5-3,30-31,30"));
+    EXPECT_EQ("1 10 20 30 31 ", ids());
+    EXPECT_EQ(10000, create("40,none,50"));
+    EXPECT_EQ("1 10 20 30 31 40 ", ids());
+    EXPECT_EQ(1u, logged("Failed to create VLAN 0\n"));
+    device->with([](vswitch::Server &server) { server.model().setLatency(std::chrono::seconds(2)); });
+    EXPECT_EQ(0, v2VlanListDelete(&client, "30,99,31,30,0,9999"));
+    EXPECT_EQ("1 10 20 40 ", ids()) << "also on a slow switch, the VLANs are gone when it returns";
+    EXPECT_EQ(10000, v2VlanListDelete(&client, "40,1,20"));
+    EXPECT_EQ(1u, logged("Failed to delete VLAN 1\n"));
+    EXPECT_EQ(OPEN_E_NONE, openapiVlanCreatedCheck(&client, 20));
+    device->with([](vswitch::Server &server) { server.model().setLatency(std::chrono::hours(1)); });
+    EXPECT_EQ(10000, v2VlanListDelete(&client, "20"));
+    EXPECT_EQ(1u, logged("Failed to delete VLAN 20\n")) << "accepted, and not done";
+
+    // Who does not answer has neither said that a VLAN is there nor that it is not.
+    calls();
+    failCall("openapiVlanCreatedCheck", 1, false, OPEN_E_RPC);
+    EXPECT_EQ(10000, create("60"));
+    EXPECT_EQ(10000, v2VlanListDelete(&client, "10"));
+    EXPECT_EQ(0u, callCount("rpcclt_openapiVlanCreate") + callCount("rpcclt_openapiVlanDelete"));
+}
+
+TEST_F(VlanOpsTest, AnswersTellWhatTheSwitchTells) {
+    commands(R"(configure; interface 0/1; vlan participation include 10; vlan tagging 10
+interface 0/2; vlan participation exclude 10)");
+    const std::string list =
+        R"({"max-vlan-entries":4093,"vlans-in-use":3,"vlans":[{"vlan-id":1,"name":"default","type":"Default"},)"
+        R"({"vlan-id":10,"name":"stage","type":"Static"},{"vlan-id":20,"name":"VLAN0020","type":"Static"}]})";
+    EXPECT_EQ(list, answer(v2VlanListGet));
+    EXPECT_EQ(R"({"vlan-id":10,"name":"stage"})", answer(v2VlanNameGet, 10));
+    const std::string head = R"({"vlan-id":10,"name":"stage","type":"Static","interfaces":[)";
+    const std::string first =
+        R"({"interface":"1/0/1","current":"Include","configured":"Include","tagging":"Tagged"})";
+    const std::string rest =
+        R"(,{"interface":"1/0/2","current":"Exclude","configured":"Exclude","tagging":"Untagged"},)"
+        R"({"interface":"1/0/3","current":"Exclude","configured":"Autodetect","tagging":"Untagged"},)"
+        R"({"interface":"lag 1","current":"Exclude","configured":"Autodetect","tagging":"Untagged"}]})";
+    EXPECT_EQ(head + first + rest, answer(v2VlanDetailGet, 10));
+    for (const auto none : {99, 0, 4095, 70000}) {
+        EXPECT_EQ("10000", answer(v2VlanDetailGet, none));
+        EXPECT_EQ("10000", answer(v2VlanNameGet, none));
+    }
+    EXPECT_EQ(2u, logged("VLAN 70000 not found\n"));
+
+    // What cannot be read is left out; a list that breaks off is no list.
+    const std::pair<const char *, std::string> unread[] = {
+        {"openapiVlanIsStatic", R"("type":"Static",)"},
+        {"rpcclt_openapiHashIntfUnitSlotPortGet", R"("interface":"1/0/1",)"},
+        {"openapiVlanIfParticipationStatusGet", R"("current":"Include",)"},
+        {"rpcclt_openapiVlanIfParticipationGet", R"("configured":"Include",)"},
+        {"openapiVlanIfTaggingGet", R"(,"tagging":"Tagged")"}};
+    for (const auto &[call, part] : unread) {
+        std::string without = head + first + rest;
+        without.replace(without.find(part), part.size(), "");
+        failCall(call);
+        EXPECT_EQ(without, answer(v2VlanDetailGet, 10)) << call;
+        clearFaults();
+    }
+    EXPECT_EQ(5u, logged("1 values of VLANs cannot be read (first result = -2)\n"));
+    for (const char *const call : {"rpcclt_openapiVlanNameLenGet", "rpcclt_openapiVlanNameGet"}) {
+        failCall(call, 1, false);
+        EXPECT_EQ(R"({"vlan-id":10})", answer(v2VlanNameGet, 10));
+        clearFaults();
+    }
+    for (const auto &[call, nth] :
+         {std::pair("rpcclt_openapiIfNextGet", 2), {"rpcclt_openapiIfFirstGet", 2}}) {
+        failCall(call, nth);
+        EXPECT_EQ("10000", answer(v2VlanDetailGet, 10)) << call;
+        clearFaults();
+    }
+    failCall("rpcclt_openapiVlanNextGet", 3);
+    EXPECT_EQ("10000", answer(v2VlanListGet));
+}
+
+TEST_F(VlanOpsTest, NamesAreCutAtACharacter) {
+    const auto name = [&](const std::string &text, int id = 10) {
+        const std::string body = R"({"vlan-id":)" + std::to_string(id) + R"(,"name":")" + text + R"("})";
+        return v2VlanNameSet(&client, body.c_str());
+    };
+    const std::string longest(32, 'n');
+    for (const auto &[given, kept] : {std::pair(longest + "nnnnnnnn", longest),
+                                      {longest.substr(1) + "\u00fc", longest.substr(1)},
+                                      {"Bühne 1"s, "Bühne 1"s},
+                                      {""s, "VLAN0010"s}}) {
+        EXPECT_EQ(0, name(given)) << given;
+        EXPECT_EQ(R"({"vlan-id":10,"name":")" + kept + R"("})", answer(v2VlanNameGet, 10));
+    }
+    EXPECT_EQ(10000, name("x", 99));
+    EXPECT_EQ(1u, logged("VLAN 99 not found\n"));
+    failCall("rpcclt_openapiVlanNameSet");
+    EXPECT_EQ(10000, name("x"));
+}
+
+TEST_F(VlanOpsTest, AllPortsAndLagsAreSetWhateverOneOfThemSays) {
+    for (const char *const mode : {"include", "exclude", "auto"}) {
+        const auto request = R"({"vlan-id":10,"mode":")"s + mode + R"("})";
+        EXPECT_EQ(0, v2VlanParticipationAllSet(&client, request.c_str()));
+        EXPECT_EQ(mode == "auto"s ? 0u : 4u, occurrences(config(), "vlan participation "s + mode + " 10\n"))
+            << mode;
+    }
+    failCall("rpcclt_openapiVlanIfTaggingSet", 2);
+    EXPECT_EQ(0, v2VlanTaggingAllSet(&client, R"({"vlan-id":10,"tagging":"tagged"})"));
+    EXPECT_EQ(3u, occurrences(config(), "vlan tagging 10\n"));
+    EXPECT_EQ(1u, logged("1 of 4 interfaces were not changed (first: interface 2, result = -2)\n"));
+    clearFaults();
+    EXPECT_EQ(0, v2VlanTaggingAllSet(&client, R"({"vlan-id":10,"tagging":"untagged"})"));
+    EXPECT_FALSE(configured("vlan tagging"));
+    for (const char *const frames : {"vlanonly", "admituntaggedonly", "all"}) {
+        const auto request = R"({"accept-frame":")"s + frames + R"("})";
+        EXPECT_EQ(0, v2VlanAcceptFrameAllSet(&client, request.c_str()));
+        EXPECT_EQ(frames == "all"s ? 0u : 4u, occurrences(config(), "vlan acceptframe "s + frames + "\n"));
+    }
+    EXPECT_FALSE(configured("acceptframe"));
+    EXPECT_EQ(0, v2VlanPvidAllSet(&client, R"({"pvid":20})"));
+    EXPECT_EQ(4u, occurrences(config(), "vlan pvid 20\n")) << "done when it returns";
+
+    EXPECT_EQ(10000, v2VlanPvidAllSet(&client, R"({"pvid":99})"));
+    EXPECT_EQ(0, v2VlanTaggingAllSet(&client, R"({"vlan-id":99,"tagging":"tagged"})"));
+    EXPECT_EQ(0, v2VlanParticipationAllSet(&client, R"({"vlan-id":9999,"mode":"include"})"));
+    EXPECT_EQ(2u, logged("4 of 4 interfaces were not changed"));
+    failCall("rpcclt_openapiIfNextGet", 2, false, OPEN_E_RPC);
+    EXPECT_EQ(10000, v2VlanPvidAllSet(&client, R"({"pvid":10})")) << "which are all is not known";
+}
+
+TEST_F(VlanOpsTest, SwitchportModeIsReadFromTheConfiguration) {
+    const std::string on = R"({"mode":"enable"})", off = R"({"mode":"disable"})";
+    commands("configure; interface 0/1; description \"switchport mode auto\"");
+    EXPECT_EQ(off, answer(switchportModeAutoGet)) << "a description says nothing";
+    EXPECT_TRUE(parseSwitchportModeAuto("!\n  switchport mode auto\r\n"));
+    EXPECT_FALSE(parseSwitchportModeAuto("no switchport mode auto\n"));
+    EXPECT_EQ(0, switchportModeAutoSet(&client, on.c_str()));
+    EXPECT_EQ(on, answer(switchportModeAutoGet));
+    EXPECT_EQ(0, switchportModeAutoSet(&client, off.c_str()));
+    EXPECT_EQ(off, answer(switchportModeAutoGet));
+    failCall("rpcclt_openapiTxtCfgApply");
+    EXPECT_EQ(10000, switchportModeAutoSet(&client, on.c_str()));
+    failCall("rpcclt_openapiCliShowExecuteToFile");
+    EXPECT_EQ("10000", answer(switchportModeAutoGet));
+    const auto folder = platform::fsPath(platform::paths::kScriptDir);
+    EXPECT_TRUE(std::filesystem::is_empty(folder)) << "no file stays behind";
+    std::filesystem::remove_all(folder);
+    EXPECT_EQ(10000, switchportModeAutoSet(&client, on.c_str()));
+}
+
+TEST_F(VlanOpsTest, CreateAndSetMakesAStaticVlanWithAName) {
+    EXPECT_EQ(0, vlanCreateAndSet(&client, 1, "mine"));
+    EXPECT_EQ(0, vlanCreateAndSet(&client, 30, "hall"));
+    EXPECT_EQ(0, vlanCreateAndSet(&client, 20, "foyer"));
+    EXPECT_EQ(R"({"vlan-id":1,"name":"default"})", answer(v2VlanNameGet, 1));
+    EXPECT_EQ(R"({"vlan-id":20,"name":"foyer"})", answer(v2VlanNameGet, 20));
+    EXPECT_EQ(R"({"vlan-id":30,"name":"hall"})", answer(v2VlanNameGet, 30));
+    EXPECT_EQ(1u, callCount("rpcclt_openapiTxtCfgApply"));
+    for (const int none : {0, -1, 4095})
+        EXPECT_EQ(13101, vlanCreateAndSet(&client, none, "x")) << none;
+    EXPECT_EQ(1u, logged("vlan 4095 create  error :-5 \n"));
+    failCall("rpcclt_openapiVlanCreate");
+    EXPECT_EQ(13101, vlanCreateAndSet(&client, 40, "x"));
+    clearFaults();
+    failCall("rpcclt_openapiTxtCfgApply");
+    EXPECT_EQ(10000, vlanCreateAndSet(&client, 40, "bar"));
+    EXPECT_EQ(R"({"vlan-id":40,"name":"bar"})", answer(v2VlanNameGet, 40)) << "the rest is done all the same";
+    EXPECT_EQ(10000, vlanCreateAndSet(&client, 40, std::string(33, 'n').c_str()));
+    EXPECT_EQ(1u, logged("vlan 40 set name :nnnn"));
+}
+
+TEST_F(VlanOpsTest, ConfigurationOfAVlanOfAProfile) {
+    commands(R"(configure; interface 0/1; vlan pvid 20
+interface 0/2; vlan participation include 20; vlan tagging 20)");
+    vlanInfoReplace(20, 3, "Hall", "A B", "#102030");
+    const std::string all =
+        R"({"vlanId":20,"name":"Hall","color":"#102030","profileName":"Hall","vlanType":3,"isStatic":true,)"
+        R"("assignedUntagPort":[1],"assignedtagPort":[2],"assignedTagLag":[],"assignedUnTagLag":[],)"
+        R"("assignedShureLearnPort":[],"shureDevicePort":[],"profileType":"A B")";
+    EXPECT_EQ(all + "}", answer(switchConfigVlanGet, 20));
+    std::filesystem::create_directories(platform::fsPath(platform::paths::kPavoExDir));
+    const auto keep = [](const std::string &vlans) {
+        writeText("/tmp/pavo/pavo_ex/A_B", R"({"profileConfig":{"vlans":[)" + vlans + "]}}");
+    };
+    keep(R"({"vlanId":10,"ports":{"assignedPort":[9]}},{"vlanId":20,"ports":{"assignedPort":[3,"x",0,1]}})");
+    EXPECT_EQ(all + R"(,"assignedPort":[3,1]})", answer(switchConfigVlanGet, 20));
+    keep(R"({"vlanId":10,"ports":{"assignedPort":[9]}})");
+    EXPECT_EQ(all + R"(,"assignedPort":[]})", answer(switchConfigVlanGet, 20));
+    writeText("/tmp/pavo/secret", R"({"profileConfig":{}})");
+    vlanInfoReplace(20, 3, "Hall", "../secret", "#102030");
+    EXPECT_EQ(std::string::npos, answer(switchConfigVlanGet, 20).find("assignedPort\""))
+        << "a type is no way out of the folder";
+    EXPECT_EQ("10000", answer(switchConfigVlanGet, 99));
+    EXPECT_EQ(1u, logged("VLAN is not configured\n"));
+    failCall("rpcclt_openapiIfFirstGet", 2);
+    EXPECT_EQ("10000", answer(switchConfigVlanGet, 20));
+    EXPECT_EQ(1u, logged("Call vlanAllInfoCreate return error\n"));
+}
+
+TEST_F(VlanOpsTest, NothingChangesWithoutTheLockOfProfiles) {
+    const std::string before = config();
+    std::filesystem::create_directory(platform::fsPath(platform::paths::kProfileLock));
+    EXPECT_EQ(10000, create("30"));
+    EXPECT_EQ(10000, v2VlanListDelete(&client, "20"));
+    EXPECT_EQ(10000, v2VlanNameSet(&client, R"({"vlan-id":10,"name":"x"})"));
+    EXPECT_EQ(10000, v2VlanParticipationAllSet(&client, R"({"vlan-id":10,"mode":"include"})"));
+    EXPECT_EQ(10000, v2VlanAcceptFrameAllSet(&client, R"({"accept-frame":"vlanonly"})"));
+    EXPECT_EQ(10000, v2VlanPvidAllSet(&client, R"({"pvid":10})"));
+    EXPECT_EQ(10000, vlanCreateAndSet(&client, 30, "x"));
+    EXPECT_EQ(7u, logged("] cannot lock "));
+    EXPECT_EQ(before, config());
+}
+
+TEST_F(VlanOpsTest, WhatAProfileHasIsNamedOrRefused) {
+    commands(
+        "configure; interface 0/1; vlan pvid 20; interface 0/3; vlan pvid 20; interface lag 1; vlan pvid 10");
+    vlanInfoReplace(20, 3, "Stage", "Audio Dante", "#102030");
+    const std::string before = config();
+    const auto refuse = OfProfiles::Refuse;
+    const std::uint32_t both[] = {10, 20, 99};
+    const std::pair<Result<ProfileThings>, std::string> changes[] = {
+        {deleteVlans(&client, both, refuse), "VLAN 20"},
+        {renameVlan(&client, 20, "x", refuse), "VLAN 20"},
+    };
+    for (const auto &[done, what] : changes)
+        EXPECT_TRUE(!done && done.error().reason == "profile \"Stage\" has " + what) << what;
+    const std::pair<Result<AllInterfaces>, std::string> changesOfAll[] = {
+        {setTaggingOfAll(&client, 20, Tagging::Tagged, refuse), "VLAN 20"},
+        {setParticipationOfAll(&client, 1, Participation::Auto, refuse), "0/1, 0/3"},
+        {setPvidOfAll(&client, 10, refuse), "0/1, 0/3"},
+        {setPvidOfAll(&client, 20, refuse), "VLAN 20"},
+    };
+    for (const auto &[done, what] : changesOfAll)
+        EXPECT_TRUE(!done && done.error().reason == "profile \"Stage\" has " + what) << what;
+    EXPECT_EQ(before, config());
+    EXPECT_TRUE(setTaggingOfAll(&client, 10, Tagging::Tagged, refuse)) << "nobody's";
+    EXPECT_EQ(0, v2VlanPvidAllSet(&client, R"({"pvid":10})"));
+    EXPECT_EQ(0, v2VlanListDelete(&client, "20"));
+    EXPECT_EQ(1u, logged("] changed by hand: profile \"Stage\" has 0/1, 0/3\n"));
+    EXPECT_EQ(1u, logged("] changed by hand: profile \"Stage\" has VLAN 20\n"));
+
+    // Whose a VLAN is cannot be told any more.
+    writeText(platform::paths::kProfileDb, "damaged");
+    EXPECT_FALSE(deleteVlans(&client, both, refuse));
+    EXPECT_EQ("1 10 ", ids());
+    EXPECT_EQ(0, v2VlanListDelete(&client, "10"));
+}
+
+}  // namespace
