@@ -25,8 +25,6 @@ constexpr std::int32_t kFailed = codeOf(ResultCode::Failed);
 constexpr std::int32_t kConnectionEnded = -2;
 // After each line of a login, on the program's clock.
 constexpr std::chrono::seconds kLoginPause{1};
-// A server that is silent for so long has finished what it was sending.
-constexpr milliseconds kQuiet{50};
 constexpr std::size_t kReadMax = 255;
 // More than this is no prompt, and more lines than this are no login.
 constexpr std::size_t kPromptMax = 64u << 10;
@@ -42,9 +40,13 @@ void logSystemError(const Where &where, int error) {
 
 // False when nothing happens until then.
 bool await(int fd, short events, std::chrono::steady_clock::time_point until) {
-    const auto left = std::chrono::ceil<milliseconds>(until - std::chrono::steady_clock::now());
-    pollfd wanted{fd, events, 0};
-    return ::poll(&wanted, 1, static_cast<int>(std::max(left, milliseconds::zero()).count())) > 0;
+    for (;;) {
+        const auto left = std::chrono::ceil<milliseconds>(until - std::chrono::steady_clock::now());
+        pollfd wanted{fd, events, 0};
+        const int ready = ::poll(&wanted, 1, static_cast<int>(std::max(left, milliseconds::zero()).count()));
+        if (ready >= 0 || errno != EINTR)
+            return ready > 0;
+    }
 }
 
 // A client that is given the very port it connects to talks to itself.
@@ -191,7 +193,7 @@ std::optional<std::string> CliClient::receive(std::size_t most, Where where) {
     const auto end = Clock::now() + patience_;
     while (pending_.size() < most) {
         const bool first = pending_.empty();
-        const auto input = readMore(first ? end : std::min(end, Clock::now() + kQuiet));
+        const auto input = readMore(first ? end : std::min(end, Clock::now() + quiet_));
         if (input == Input::Text)
             continue;
         if (!first)
@@ -223,7 +225,7 @@ bool CliClient::discardInput() {
 CliClient::Input CliClient::readPrompt(Clock::time_point until, std::string &text) {
     for (;;) {
         const bool known = loginStageOf(text) != LoginStage::Invalid;
-        const auto input = readMore(known ? std::min(until, Clock::now() + kQuiet) : until);
+        const auto input = readMore(known ? std::min(until, Clock::now() + quiet_) : until);
         text += std::exchange(pending_, {});
         if (input != Input::Text || text.size() > kPromptMax)
             return text.empty() ? input : Input::Text;

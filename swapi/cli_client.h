@@ -21,7 +21,8 @@ namespace pavo {
 
 class CliClient {
   public:
-    explicit CliClient(std::chrono::milliseconds patience = std::chrono::seconds(10)) : patience_(patience) {}
+    explicit CliClient(std::chrono::milliseconds patience = std::chrono::seconds(10))
+        : patience_(patience), quiet_(patience / 100) {}
     ~CliClient() { close(); }
     CliClient(const CliClient &) = delete;
     CliClient &operator=(const CliClient &) = delete;
@@ -57,6 +58,7 @@ class CliClient {
     Input readPrompt(Clock::time_point until, std::string &text);
 
     std::chrono::milliseconds patience_;
+    std::chrono::milliseconds quiet_;  // a server that is silent for so long has finished what it was sending
     int fd_ = -1;
     int error_ = 0;  // errno of what ended the connection
     TelnetFilter filter_;
