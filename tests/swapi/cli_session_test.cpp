@@ -6,8 +6,10 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <atomic>
+#include <algorithm>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "swapi/cli_client.h"
 #include "tests/support/cli_server.h"
@@ -33,26 +35,28 @@ class CliSessionTest : public test_support::SwitchTest {
     }
 
     std::int32_t control(std::int32_t action) { return fastpath_cli_session_control(&client, action); }
+    // The switch has worked off everything when this returns.
     std::int32_t vlanCommand(const std::string &command, std::uint32_t cap = 4096) {
         reply.assign(cap, 'x');
         const auto result =
             fastpath_cli_vlan_db_cmd(&client, "vlan database", command.c_str(), reply.data(), cap);
         reply.resize(strnlen(reply.data(), cap));
+        rest.clear();
+        char more[4096];
+        while (result == 0 && !rest.ends_with("(Config)#") && receive_data(more, sizeof more) == 0)
+            rest += more;
         return result;
     }
     std::size_t logins() { return test_support::occurrences(systemLog(), "User admin logged in"); }
-    // The switch works off commands on a thread of its own.
     bool hasVlan(vswitch::VlanId id) {
-        for (int i = 0; i < 20'000; ++i, std::this_thread::sleep_for(1ms))
-            if (model([&](vswitch::Model &model) { return model.hasVlan(id); }))
-                return true;
-        return false;
+        return model([&](vswitch::Model &model) { return model.hasVlan(id); });
     }
 
-    std::string reply;
+    std::string reply, rest;
 };
 
 TEST_F(CliSessionTest, LogsInOnceAndRunsCommands) {
+    calls();
     EXPECT_EQ(10000, control(CLI_SESSION_QUERY));
     EXPECT_EQ(0u, calls());
     EXPECT_EQ(0, control(CLI_SESSION_KEEP_ALIVE));
@@ -63,10 +67,10 @@ TEST_F(CliSessionTest, LogsInOnceAndRunsCommands) {
     EXPECT_EQ(0, control(CLI_SESSION_QUERY));
     EXPECT_EQ(0, vlanCommand("vlan 77"));
     EXPECT_TRUE(hasVlan(77));
-    EXPECT_NE(reply.find("(Vlan)#"), std::string::npos) << reply;
+    EXPECT_NE((reply + rest).find("(Vlan)#"), std::string::npos) << reply << rest;
     EXPECT_EQ(0, control(CLI_SESSION_KEEP_ALIVE));
-    EXPECT_EQ(0, vlanCommand("show running-config", 20));
-    EXPECT_EQ(18u, reply.size());
+    EXPECT_EQ(0, vlanCommand("show running-config", 12));
+    EXPECT_EQ("\r\n(avswitc", reply);
     EXPECT_EQ(1u, logins());
     EXPECT_EQ(0, control(CLI_SESSION_CLOSE));
     EXPECT_EQ(10000, control(CLI_SESSION_QUERY));
@@ -95,7 +99,7 @@ TEST_F(CliSessionTest, FailureIsFollowedByAnotherLogin) {
     server.tick();
     EXPECT_EQ(10000, control(CLI_SESSION_KEEP_ALIVE));
     EXPECT_EQ(10000, control(CLI_SESSION_QUERY));
-    EXPECT_FALSE(model([](vswitch::Model &model) { return model.hasVlan(12); }));
+    EXPECT_FALSE(hasVlan(12));
     for (const auto *missing : {"mode", "command", "reply"})
         EXPECT_EQ(10000, fastpath_cli_vlan_db_cmd(&client, *missing == 'm' ? nullptr : "end",
                                                   *missing == 'c' ? nullptr : "end",
@@ -112,9 +116,6 @@ TEST_F(CliSessionTest, NoSessionWithoutCredentialsOrServer) {
         EXPECT_EQ(10000, control(CLI_SESSION_OPEN));
         EXPECT_EQ(1u, logged(text)) << text;
         clearFaults();
-    }
-    {
-        const test_support::RunningCliServer server(*device);
     }
     setenv("PAVO_CLI_PORT", "1", 1);
     EXPECT_EQ(10000, control(CLI_SESSION_OPEN));
@@ -174,7 +175,7 @@ class ScriptedServer {
                     const auto end = std::min(say.find('|', at), say.size());
                     open = send(peer, say.data() + at, end - at, MSG_NOSIGNAL) >= 0;
                     if (end < say.size())
-                        std::this_thread::sleep_for(10ms);  // lets the packet go
+                        std::this_thread::sleep_for(10ms);  // it comes alone
                     at = end + 1;
                 }
             } while (again && open);
@@ -219,7 +220,7 @@ class LoginTest : public test_support::SwitchTest {
 TEST_F(LoginTest, GoesByThePromptsHoweverTheyCome) {
     EXPECT_EQ(0, login(kPrompts));
     EXPECT_EQ(kLines, lines);
-    const std::string banner = "Welcome to <(hall) 1>\r\n", echoed = std::string(kPassword) + "\r\n(a) >";
+    const std::string banner = "Welcome to (hall)\r\n", echoed = std::string(kPassword) + "\r\n(a) >";
     EXPECT_EQ(0, login({banner + "|Us|er:", "Pass|word|:", echoed, "(|a|) |#", "conf|igure"}));
     EXPECT_EQ(kLines, lines);
     // Every option is refused.

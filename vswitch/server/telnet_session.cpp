@@ -225,6 +225,8 @@ void TelnetSession::endLine(Server &server, std::string &out) {
             checkPassword(server, whole ? line : "", out);
             break;
         case Stage::Shell:
+            if (!whole)
+                out += "% Line too long.\r\n";
             runLine(server, whole ? line : "", out);
             break;
         case Stage::Over:
@@ -242,7 +244,8 @@ void TelnetSession::checkPassword(Server &server, const std::string &password, s
     const bool right = samePassword(password, known ? found->second.password : "");
     if (known && right && found->second.level != OPEN_USER_LEVEL_BLOCKED) {
         user_ = found->second;
-        session_ = CliSession{.modes = {CliMode::UserExec}};
+        session_ = {};
+        session_.modes = {CliMode::UserExec};
         session_.mayEnable = user_.level == OPEN_USER_LEVEL_ADMIN;
         stage_ = Stage::Shell;
         model.log(5, "USER_MGR", "cliLogin", "User " + name_ + " logged in to the command line");
