@@ -76,18 +76,16 @@ TEST_F(TelnetSessionTest, EchoesAndEditsForThoseWhoAgree) {
               feed("\xff\xfd\x01\xff\xfd\x03\xff\xfb\x1f\xff\xfd\x18\xff\xfa\x1f\1\2\xff\xf0"));
     EXPECT_EQ("adn\b \bmin\r\nPassword:", feed("adn\x7fmin\r\n"));
     EXPECT_EQ("\r\n\r\n(avswitch) >", feed(std::string(kFactoryPassword) + '\r'));
-    EXPECT_EQ(
-        "show v?\r\nversion                      Model and software version\r\n"
-        "vlan                         All VLANs\r\n(avswitch) >show v",
-        feed("\nshow v?"));
+    const auto help = feed("\nshow v?");
+    EXPECT_TRUE(help.starts_with("show v?\r\nvlan ") && help.ends_with("\r\n(avswitch) >show v")) << help;
     EXPECT_EQ("\b \b\b \b\b \b\b \b\b \b\b \ben\r\n(avswitch) #", feed("\x15"
                                                                        "en\x1b[A\r\n"));
     EXPECT_EQ("configure\r\n(avswitch) (Config)#", feed("configure\r\n"));
     EXPECT_EQ("hostname \"why?\"\r\n(why?) (Config)#", feed("hostname \"why?\"\r\n"));
     EXPECT_EQ("x\r\n(why?) (Config)#", feed("x\3"));
     EXPECT_EQ("\r\n(why?) #", feed("\x1a"));
-    feed(std::string(TelnetSession::kLineMax + 1, 'x') + "\r\n");
-    EXPECT_EQ("(why?) #", show("show version").empty() ? "" : feed("\r\n").substr(2));
+    EXPECT_TRUE(feed(std::string(TelnetSession::kLineMax + 1, 'x') + "\r\n")
+                    .ends_with("xx\r\n% Line too long.\r\n(why?) #"));
     feed("\4");
     EXPECT_TRUE(session.isOver());
 }
