@@ -123,8 +123,8 @@ void runSwitchScript(std::string_view input) {
     checkRules(model);
 }
 
-// However a user's input is cut into packets, the session is the same; nobody gets in without the password, which is
-// in no log.
+// However a user's input is cut into packets, the session is the same; nobody gets in without the
+// password, which is in no log.
 void serveTelnet(std::string_view input) {
     std::string outputs[2], logs[2];
     for (const bool cut : {false, true}) {

@@ -221,8 +221,8 @@ bool CliClient::discardInput() {
 
 // --- login
 
-// Reads until the text holds a known prompt and the server pauses: a prompt may come in pieces, and behind what looks
-// like one there may be another.
+// Reads until the text holds a known prompt and the server pauses: a prompt may come in pieces, and
+// behind what looks like one there may be another.
 CliClient::Input CliClient::readPrompt(Clock::time_point until, std::string &text) {
     for (;;) {
         const bool known = loginStageOf(text) != LoginStage::Invalid;

@@ -1,8 +1,8 @@
 // A connection to the switch's own command line.
 //
-// No call waits for the server longer than the patience that the client was made with, whatever the server does; a
-// login waits for twice that, and pauses. These are real times, also where the program's clock is a faster one. What
-// fails is logged here, by `where`; passwords are not. One thread at a time.
+// No call waits for the server longer than the patience that the client was made with, whatever the
+// server does; a login waits for twice that, and pauses. These are real times, also where the program's
+// clock is a faster one. What fails is logged here, by `where`; passwords are not. One thread at a time.
 #ifndef PAVO_SWAPI_CLI_CLIENT_H
 #define PAVO_SWAPI_CLI_CLIENT_H
 
@@ -32,8 +32,8 @@ class CliClient {
     bool isOpen() const { return fd_ >= 0; }
     void close();
 
-    // Goes by the prompts up to configuration mode. 0; 10000 when something else than a known prompt comes, or the
-    // prompts do not lead there; -2 when nothing comes or the connection ends.
+    // Goes by the prompts up to configuration mode. 0; 10000 when something else than a known prompt
+    // comes, or the prompts do not lead there; -2 when nothing comes or the connection ends.
     std::int32_t login(const std::string &name, const std::string &password,
                        Where where = std::source_location::current());
 
@@ -42,8 +42,8 @@ class CliClient {
     bool send(std::string_view line, Content content = Content::Plain,
               Where where = std::source_location::current());
 
-    // At most `most` bytes of what the server sends: waits for the first of them, and goes on until the server
-    // pauses. Nothing when none come, or the connection has ended.
+    // At most `most` bytes of what the server sends: waits for the first of them, and goes on until the
+    // server pauses. Nothing when none come, or the connection has ended.
     std::optional<std::string> receive(std::size_t most, Where where = std::source_location::current());
 
     // Drops what has come and was not received. False when the connection has ended.

@@ -1,4 +1,5 @@
-// What the program has to know of telnet, as functions of bytes: the negotiation, and the prompts of the switch.
+// What the program has to know of telnet, as functions of bytes: the negotiation, and the prompts of the
+// switch.
 #ifndef PAVO_SWAPI_TELNET_H
 #define PAVO_SWAPI_TELNET_H
 
@@ -8,11 +9,12 @@
 
 namespace pavo {
 
-// Takes telnet commands out of what a server sends, however it is cut into packets. Every option is refused: the
-// session stays as simple as telnet can be.
+// Takes telnet commands out of what a server sends, however it is cut into packets. Every option is
+// refused: the session stays as simple as telnet can be.
 class TelnetFilter {
   public:
-    // The text in `bytes`, without commands and zeros. What the server has to be answered is appended to `answer`.
+    // The text in `bytes`, without commands and zeros. What the server has to be answered is appended to
+    // `answer`.
     std::string take(std::string_view bytes, std::string &answer);
 
   private:

@@ -131,8 +131,8 @@ TEST_F(CliSessionTest, NoSessionWithoutCredentialsOrServer) {
         EXPECT_EQ(10000, send_data(text, length));
 }
 
-// A server that says one thing after another, each when it has got a line. '|' stands for a packet's end, "..." at
-// the end for saying it again and again.
+// A server that says one thing after another, each when it has got a line. '|' stands for a packet's end,
+// "..." at the end for saying it again and again.
 class ScriptedServer {
   public:
     ScriptedServer(std::vector<std::string> says, bool closes)

@@ -20,7 +20,9 @@ class CliServer::Connection : public std::enable_shared_from_this<Connection> {
     void start() { send(TelnetSession::greeting()); }
 
     bool isOverdue() const {
-        return platform::monotonicNow() - since_ > (session_.isLoggedIn() ? kIdleMax : kLoginMax);
+        const auto passed = static_cast<double>((platform::monotonicNow() - since_).count());
+        const auto most = session_.isLoggedIn() ? kIdleMax : kLoginMax;
+        return passed > static_cast<double>(most.count()) * platform::clockRate();
     }
     void close() {
         asio::error_code ignored;

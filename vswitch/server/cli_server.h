@@ -1,7 +1,8 @@
 // The command line over TCP, on the loopback address: telnet sessions, see telnet_session.h.
 //
-// At most kSessionsMax sessions at a time. One that is silent for kIdleMax on the program's clock is closed, one that
-// has not logged in after kLoginMax of it, too. A client that does not read holds up nobody but itself.
+// At most kSessionsMax sessions at a time. One that is silent for kIdleMax is closed, one that has not
+// logged in after kLoginMax, too; people type in real time, also where the switch's clock is a faster one.
+// A client that does not read holds up nobody but itself.
 #ifndef PAVO_VSWITCH_SERVER_CLI_SERVER_H
 #define PAVO_VSWITCH_SERVER_CLI_SERVER_H
 
@@ -24,7 +25,8 @@ class CliServer {
     static constexpr platform::Duration kIdleMax = std::chrono::minutes(5),
                                         kLoginMax = std::chrono::minutes(1);
 
-    // Runs an action on the switch, which is up to date then; what the action has changed is kept when it returns.
+    // Runs an action on the switch, which is up to date then; what the action has changed is kept when it
+    // returns.
     using Access = std::function<void(const std::function<void(Server &)> &)>;
 
     // Port 0: any free one. Throws std::system_error when it is not to be had. `io` is run by one thread.

@@ -139,9 +139,9 @@ int fail(const std::string &why) {
     return 1;
 }
 
-// The command line over TCP. Null, with a warning, when somebody else has the port that nobody has chosen: many
-// switches may run on one machine, and only those that are used need one. Throws when the chosen one is not to be
-// had.
+// The command line over TCP. Null, with a warning, when somebody else has the port that nobody has
+// chosen: many switches may run on one machine, and only those that are used need one. Throws when the
+// chosen one is not to be had.
 std::unique_ptr<vswitch::CliServer> startCliServer(asio::io_context &io, Server &server, SavedState &state) {
     const auto port = platform::cliPort();
     if (port == 0)

@@ -1,12 +1,12 @@
-// A user's session on the command line, as bytes: telnet negotiation, login, line editing, commands. No socket:
-// what the user's end has sent goes in, what it is to be sent comes out.
+// A user's session on the command line, as bytes: telnet negotiation, login, line editing, commands. No
+// socket: what the user's end has sent goes in, what it is to be sent comes out.
 //
-// The switch asks for "User:" and "Password:", three times at most, and then runs one line after another, from
-// "(name) >" on. It offers to echo and to work character by character, as telnet clients expect; a client that
-// does not agree to that gets no echo. A line ends with CR LF, CR NUL, CR or LF; other zeros are ignored. '?'
-// outside of quotes lists what may follow. Backspace, Ctrl-U and Ctrl-C edit the line, Ctrl-Z is "end", Ctrl-D on
-// an empty line "logout". A user who has been changed or removed in the meantime is logged out with the next line.
-// The password is neither echoed nor logged.
+// The switch asks for "User:" and "Password:", three times at most, and then runs one line after another,
+// from "(name) >" on. It offers to echo and to work character by character, as telnet clients expect; a
+// client that does not agree to that gets no echo. A line ends with CR LF, CR NUL, CR or LF; other zeros
+// are ignored. '?' outside of quotes lists what may follow. Backspace, Ctrl-U and Ctrl-C edit the line,
+// Ctrl-Z is "end", Ctrl-D on an empty line "logout". A user who has been changed or removed in the
+// meantime is logged out with the next line. The password is neither echoed nor logged.
 #ifndef PAVO_VSWITCH_SERVER_TELNET_SESSION_H
 #define PAVO_VSWITCH_SERVER_TELNET_SESSION_H
 
@@ -30,8 +30,8 @@ class TelnetSession {
 
     void feed(std::string_view bytes) { input_ += bytes; }
 
-    // Works off what was fed, at most up to the end of a line, and returns what to send; nothing when more has to
-    // come first. To be called until then.
+    // Works off what was fed, at most up to the end of a line, and returns what to send; nothing when
+    // more has to come first. To be called until then.
     std::optional<std::string> next(Server &server);
 
     bool isLoggedIn() const { return stage_ == Stage::Shell; }
