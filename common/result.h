@@ -17,7 +17,7 @@ enum class ResultCode : std::int32_t {
     InvalidPointer = 10002,  // also: a list or buffer could not be allocated
     InvalidArgument = 10003,
     NotImplemented = 10004,
-    PermissionDenied = 10007,
+    OutOfMemory = 10005,
     ObjectExists = 10011,
     NotExist = 10012,
     OpenFailed = 10016,

@@ -31,6 +31,7 @@
 #include "store/shure_config.h"
 #include "store/vlan_settings.h"
 #include "swapi/switch_settings.h"
+#include "swapi/telnet.h"
 #include "vlan/ip_interfaces.h"
 #include "vlan/multicast.h"
 #include "vlan/show_vlan.h"
@@ -255,6 +256,24 @@ void readDetectionFiles(const std::string &text) {
 }
 
 }  // namespace
+
+// However a server's text is cut into packets, it is the same text.
+void readTelnetReply(std::string_view input) {
+    TelnetFilter whole, cut;
+    std::string wholeAnswer, cutAnswer, pieces;
+    const auto text = whole.take(input, wholeAnswer);
+    for (const char &c : input)
+        pieces += cut.take({&c, 1}, cutAnswer);
+    require(text == pieces && wholeAnswer == cutAnswer, "packets do not matter", pieces);
+    require(text.size() + wholeAnswer.size() <= input.size() && !text.contains('\0'), "nothing is made up");
+    for (std::size_t at = 0; at < wholeAnswer.size(); at += 3)
+        require(wholeAnswer[at] == '\xff' && (wholeAnswer[at + 1] == '\xfc' || wholeAnswer[at + 1] == '\xfe'),
+                "options are refused");
+    const auto stage = loginStageOf(text);
+    require(stage == LoginStage::Invalid || text.find_first_of(":>#") != std::string::npos ||
+                text.contains("configure"),
+            "a prompt is known by what it ends in", text);
+}
 
 void readStrings(std::string_view input) {
     if (const auto mac = Mac::parse(input))

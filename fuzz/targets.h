@@ -20,6 +20,7 @@ void readShowCaptures(std::string_view input);
 void readRunningConfig(std::string_view input);
 void readStoredFiles(std::string_view input);
 void readProfileRequest(std::string_view input);
+void readTelnetReply(std::string_view input);
 
 // What its operations do with it, on a virtual switch.
 void operateProfiles(std::string_view input);
@@ -35,6 +36,7 @@ void restoreSavedState(std::string_view input);
 void takeReadings(std::string_view input);
 void hearIgmpFrames(std::string_view input);
 void readOpenFlow(std::string_view input);
+void serveTelnet(std::string_view input);
 
 struct Target {
     std::string_view name;
@@ -47,6 +49,7 @@ inline constexpr Target kTargets[] = {
     {"running_config", readRunningConfig},
     {"stored_files", readStoredFiles},
     {"profile_request", readProfileRequest},
+    {"telnet_reply", readTelnetReply},
     {"profiles", operateProfiles},
     {"templates", operateTemplates},
     {"vlans", operateVlans},
@@ -58,6 +61,7 @@ inline constexpr Target kTargets[] = {
     {"switch_readings", takeReadings},
     {"switch_igmp", hearIgmpFrames},
     {"switch_openflow", readOpenFlow},
+    {"switch_telnet", serveTelnet},
 };
 
 }  // namespace fuzz

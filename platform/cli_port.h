@@ -8,8 +8,8 @@ namespace platform {
 
 inline constexpr std::uint16_t kCliPort = 60000;
 
-// kCliPort. In a virtual switch build the environment variable PAVO_CLI_PORT, when set, names another one, for
-// the switch and its clients alike; 0, which nobody listens on, when it is no port number.
+// kCliPort. In a virtual switch build the environment variable PAVO_CLI_PORT, when set, names another
+// one, for the switch and its clients alike; 0, which nobody listens on, when it is no port number.
 std::uint16_t cliPort();
 
 }  // namespace platform

@@ -139,16 +139,19 @@ Result<> Switch::applyFileNdc(const std::string &in, const std::string &out, Whe
 }
 
 Result<> Switch::captureShow(std::string_view command, const std::string &file, Where where) const {
-    const std::string shownCommand(command.substr(0, kShowCommandSize - 1));
-    const std::string shownFile = file.substr(0, kShowFileSize - 1);
-    removeFile(shownFile);  // no reader may take an earlier output for this one
-    open_buffdesc commandText = descriptorOf(shownCommand);
-    open_buffdesc fileText = descriptorOf(shownFile);
-    const open_error_t code = rpcclt_openapiCliShowExecuteToFile(client_, &commandText, &fileText);
-    if (code == OPEN_E_NONE)
+    const auto captured = tryCaptureShow(std::string(command.substr(0, kShowCommandSize - 1)),
+                                         file.substr(0, kShowFileSize - 1));
+    if (captured)
         return {};
-    logError(where, "[%s:%d] Execute show cmd faile, result:%d\r\n", code);
+    logError(where, "[%s:%d] Execute show cmd faile, result:%d\r\n", captured.error());
     return failed(ResultCode::Failed, "the switch refused a show command");
+}
+
+OpenResult<> Switch::tryCaptureShow(const std::string &command, const std::string &file) const {
+    removeFile(file);  // no reader may take an earlier output for this one
+    open_buffdesc commandText = descriptorOf(command);
+    open_buffdesc fileText = descriptorOf(file);
+    return openResult(rpcclt_openapiCliShowExecuteToFile(client_, &commandText, &fileText));
 }
 
 Result<std::string> Switch::show(std::string_view command, const std::string &file, Where where,

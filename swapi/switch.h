@@ -192,6 +192,8 @@ class Switch {
     // Only the capture. Commands are cut to 254 characters and paths to 95, as the switch has room for.
     Result<> captureShow(std::string_view command, const std::string &file,
                          Where where = std::source_location::current()) const;
+    // The same, uncut and without a word in the log.
+    OpenResult<> tryCaptureShow(const std::string &command, const std::string &file) const;
 
     // --- interfaces, ascending
 
@@ -317,11 +319,6 @@ class Switch {
     OpenResult<IfNum> mirrorDestination(std::uint32_t session) const;  // NotFound: none
     auto mirrorSources(std::uint32_t session) const { return Walk(MirrorStep{client_, session, IfNum{}}); }
 
-    // --- users of the command line
-
-    // NotFound when there is no such user.
-    OpenResult<UserAccount> user(const std::string &name) const;
-
     // --- system: identity, health, time, log, images, RADIUS, PTP
 
     OpenResult<std::string> hostName() const;
@@ -397,6 +394,15 @@ class Switch {
     OpenResult<> unbindAccessList(AccessListId list, IfNum ifNum, Direction direction) const;
     // Interfaces on which a multicast router has been configured, ascending.
     auto routerInterfaces() const { return Walk(RouterStep{client_, IfNum{}}); }
+
+    // --- users of the command line
+
+    // Room that a name and a password need, with the terminating zero.
+    OpenResult<std::uint32_t> userNameSize() const;
+    OpenResult<std::uint32_t> passwordSize() const;
+    // NotFound without such a user. `size` is passwordSize(); the password is in clear text.
+    OpenResult<std::string> userPassword(const std::string &name, std::uint32_t size) const;
+    OpenResult<std::uint32_t> userLevel(const std::string &name) const;  // OPEN_USER_LEVEL_
 
   private:
     struct RuleStep {

@@ -23,18 +23,6 @@ enum class UnitState : std::uint32_t {
     Absent = OPEN_UNIT_ABSENT,
 };
 
-// What a user of the command line may do.
-enum class UserAccess : std::uint32_t {
-    Blocked = OPEN_USER_LEVEL_BLOCKED,
-    ReadOnly = OPEN_USER_LEVEL_READ,
-    ReadWrite = OPEN_USER_LEVEL_ADMIN,
-};
-
-struct UserAccount {
-    UserAccess access = UserAccess::Blocked;
-    std::string password;
-};
-
 // Degrees Celsius.
 struct SensorStatus {
     SensorState state = SensorState::Normal;

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <csignal>
-#include <exception>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <new>
 #include <sstream>
 #include <vector>
@@ -141,6 +141,12 @@ std::string answerOf(const Route &route) {
     return text;
 }
 
+UserLevel levelOf(const std::string &name, std::uint32_t level) {
+    if (name == kAdministrator)
+        return UserLevel::Administrator;
+    return level == OPEN_USER_LEVEL_ADMIN ? UserLevel::ReadWrite : UserLevel::ReadOnly;
+}
+
 }  // namespace
 
 Result<std::map<std::string, std::string>> parseQuery(std::string_view query) {
@@ -215,19 +221,20 @@ void serveRoute(const Route &route) {
 }
 
 Result<std::optional<SwitchUser>> findSwitchUser(const std::string &name) {
-    const auto account = connect().get().user(name);
-    if (account) {
-        if (account->access == UserAccess::Blocked)
-            return std::optional<SwitchUser>();
-        const auto level = name == kAdministrator                     ? UserLevel::Administrator
-                           : account->access == UserAccess::ReadWrite ? UserLevel::ReadWrite
-                                                                      : UserLevel::ReadOnly;
-        return std::optional(SwitchUser{level, account->password});
-    }
-    if (account.error() == OpenError::NotFound)
-        return std::optional<SwitchUser>();
-    logError("[%s:%d] the users of the switch cannot be read (result = %d)\n", account.error());
-    return failed(account.error() == OpenError::Unreachable ? ResultCode::Unreachable : ResultCode::Failed,
+    const Switch sw = connect().get();
+    const auto size = sw.passwordSize();
+    const auto password =
+        size ? sw.userPassword(name, *size) : OpenResult<std::string>(std::unexpected(size.error()));
+    const auto level =
+        password ? sw.userLevel(name) : OpenResult<std::uint32_t>(std::unexpected(password.error()));
+    if (level)
+        return *level == OPEN_USER_LEVEL_BLOCKED
+                   ? std::nullopt
+                   : std::optional(SwitchUser{levelOf(name, *level), *password});
+    if (level.error() == OpenError::NotFound)
+        return std::nullopt;
+    logError("[%s:%d] the users of the switch cannot be read (result = %d)\n", level.error());
+    return failed(level.error() == OpenError::Unreachable ? ResultCode::Unreachable : ResultCode::Failed,
                   "the users of the switch cannot be read");
 }
 

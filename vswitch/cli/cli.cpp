@@ -269,9 +269,10 @@ const std::vector<const Command *> &allCommands() {
     static const auto rows = [] {
         std::vector<const Command *> all;
         for (const auto table :
-             {sessionCommands(), vlanCommands(), systemCommands(), userCommands(), managementCommands(), dot1xCommands(),
-              multicastCommands(), avCommands(), qosCommands(), accessListCommands(), interfaceCommands(),
-              switchportCommands(), lagCommands(), portCommands(), routingCommands(), showCommands()})
+             {sessionCommands(), vlanCommands(), systemCommands(), userCommands(), managementCommands(),
+              dot1xCommands(), multicastCommands(), avCommands(), qosCommands(), accessListCommands(),
+              interfaceCommands(), switchportCommands(), lagCommands(), portCommands(), routingCommands(),
+              showCommands()})
             for (const auto &command : table)
                 all.push_back(&command);
         return all;

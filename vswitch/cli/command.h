@@ -64,8 +64,8 @@ inline constexpr Modes kPolicyClass = modeBit(CliMode::PolicyClass);
 inline constexpr Modes kIpAccessList = modeBit(CliMode::IpAccessList);
 inline constexpr Modes kMacAccessList = modeBit(CliMode::MacAccessList);
 inline constexpr Modes kUserExec = modeBit(CliMode::UserExec);
-inline constexpr Modes kPrivileged = kExec | kConfig | kInterface | kVlanDatabase | kVlanInterface | kClassMap |
-                                  kPolicyMap | kPolicyClass | kIpAccessList | kMacAccessList;
+inline constexpr Modes kPrivileged = kExec | kConfig | kInterface | kVlanDatabase | kVlanInterface |
+                                     kClassMap | kPolicyMap | kPolicyClass | kIpAccessList | kMacAccessList;
 inline constexpr Modes kAnyMode = kPrivileged | kUserExec;
 // The modes in which "interface" enters another interface's mode.
 inline constexpr Modes kInterfaceEntry = kConfig | kInterface | kVlanInterface;

@@ -27,8 +27,7 @@ std::uint32_t levelOf(const std::string &word) {
 }
 
 bool setPassword(Context &c, const Values &v) {
-    return setUser(c, v[0].text, v[1].text,
-                   v.size() > 2 ? std::optional(levelOf(v[2].text)) : std::nullopt);
+    return setUser(c, v[0].text, v[1].text, v.size() > 2 ? std::optional(levelOf(v[2].text)) : std::nullopt);
 }
 
 bool setHiddenPassword(Context &c, const Values &v) {
@@ -75,8 +74,8 @@ const Command kUsers[] = {
     {kConfig, "username <text> password <text>", "Add a user, or set the password", setPassword, emitUsers},
     {kConfig, "username <text> password <text> level 0|1|15",
      "Set password and level: 0 blocked, 1 read only, 15 read and write", setPassword},
-    {kConfig, "username <text> password hidden <text>", "Set the password as the running configuration has it",
-     setHiddenPassword},
+    {kConfig, "username <text> password hidden <text>",
+     "Set the password as the running configuration has it", setHiddenPassword},
     {kConfig, "username <text> password hidden <text> level 0|1|15", "Set both", setHiddenPassword},
     {kConfig, "username <text> level 0|1|15", "Set the level of a user", setLevel},
     {kConfig, "no username <text>", "Remove a user", deleteUser},
