@@ -27,6 +27,7 @@ void operateProfiles(std::string_view input);
 void operateTemplates(std::string_view input);
 void operateVlans(std::string_view input);
 void detectNeighbours(std::string_view input);
+void serveWebRequest(std::string_view input);
 
 // What the virtual switch reads.
 void runSwitchScript(std::string_view input);
@@ -54,6 +55,7 @@ inline constexpr Target kTargets[] = {
     {"templates", operateTemplates},
     {"vlans", operateVlans},
     {"neighbours", detectNeighbours},
+    {"web_request", serveWebRequest},
     {"switch_script", runSwitchScript},
     {"switch_wire", serveFrames},
     {"switch_control", serveControl},
