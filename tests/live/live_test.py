@@ -619,8 +619,15 @@ class MulticastTest(PlainTest):
             captures = {name: self.net.capture(name, "eth0", "-Q", "in", "igmp and host " + self.devices["media"].address)
                         for name in ("desk", "wall")}
 
+            def subscribed():
+                return bool(self.rig.rows("igmp", group=self.GROUP))
+
             def reported():
-                self.leave(self.join("media", self.GROUP))
+                # A leave right behind the join could overtake the report in the host's kernel.
+                self.rig.wait_for(lambda: not subscribed(), LIMIT, "nobody has joined")
+                member = self.join("media", self.GROUP)
+                self.rig.wait_for(subscribed, LIMIT, "the report has been heard")
+                self.leave(member)
                 return all(int((captures[name].statistics() or "0")[0]) for name in names)
 
             with captures["desk"], captures["wall"]:
