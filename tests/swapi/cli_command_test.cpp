@@ -10,6 +10,9 @@ namespace {
 
 using platform::paths::kCommandIn;
 using platform::paths::kCommandOut;
+using test_support::exists;
+using test_support::readFile;
+using test_support::writeText;
 
 class CliCommandTest : public test_support::SwitchTest {
   protected:

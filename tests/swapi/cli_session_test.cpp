@@ -203,10 +203,10 @@ class LoginTest : public test_support::SwitchTest {
   protected:
     std::int32_t login(std::vector<std::string> says, bool closes = false) {
         ScriptedServer server(std::move(says), closes);
-        CliClient client(400ms);
-        EXPECT_TRUE(client.connect(server.port));
-        const auto result = client.login("admin", kPassword);
-        client.close();
+        CliClient connection(400ms);
+        EXPECT_TRUE(connection.connect(server.port));
+        const auto result = connection.login("admin", kPassword);
+        connection.close();
         lines = server.linesReceived();
         EXPECT_EQ(0u, logged(kPassword));
         return result;
@@ -248,13 +248,13 @@ TEST_F(LoginTest, EndsWhateverTheServerDoes) {
 
 TEST_F(LoginTest, ReceivesWhatThereIsRoomFor) {
     ScriptedServer server({std::string(10'000, 'a') + '\0' + "bc"}, true);
-    CliClient client(2s);
-    ASSERT_TRUE(client.connect(server.port));
-    EXPECT_EQ(std::string(8190, 'a'), client.receive(8190));
-    EXPECT_EQ(std::string(1810, 'a') + "b", client.receive(1811));
-    EXPECT_EQ("c", client.receive(2));
-    EXPECT_EQ(std::nullopt, client.receive(2));
-    EXPECT_FALSE(client.discardInput());
+    CliClient connection(2s);
+    ASSERT_TRUE(connection.connect(server.port));
+    EXPECT_EQ(std::string(8190, 'a'), connection.receive(8190));
+    EXPECT_EQ(std::string(1810, 'a') + "b", connection.receive(1811));
+    EXPECT_EQ("c", connection.receive(2));
+    EXPECT_EQ(std::nullopt, connection.receive(2));
+    EXPECT_FALSE(connection.discardInput());
 }
 
 }  // namespace
