@@ -217,6 +217,8 @@ void serveRoute(const Route &route) {
         logError("[%s:%d] %s: %s\n", route.path, e.what());
         text = failureEnvelope({ResultCode::Failed, ""});
     }
+    if (!isJsonUri(variable("REQUEST_URI")))
+        std::fputs("Content-Type: application/json\r\n\r\n", stdout);
     std::puts(text.c_str());
 }
 
