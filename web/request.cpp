@@ -1,6 +1,7 @@
 #include "web/request.h"
 
 #include <algorithm>
+#include <cctype>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -164,6 +165,20 @@ Result<std::map<std::string, std::string>> parseQuery(std::string_view query) {
             parameters.emplace(*name, *value);
     }
     return parameters;
+}
+
+std::string plainUri(std::string_view uri) {
+    std::string plain;
+    const auto path = uri.substr(0, uri.find('?'));
+    for (std::size_t i = 0; i < path.size(); ++i) {
+        const auto byte = path[i] == '%' ? decode(path.substr(i, 3)) : std::nullopt;
+        const bool isUnreserved = byte && byte->size() == 1 &&
+                                  (std::isalnum(static_cast<unsigned char>((*byte)[0])) != 0 ||
+                                   std::string_view("-._~").find((*byte)[0]) != std::string_view::npos);
+        plain += isUnreserved ? (*byte)[0] : path[i];
+        i += isUnreserved ? 2 : 0;
+    }
+    return plain.append(uri.substr(path.size()));
 }
 
 std::optional<std::string> WebCall::optionalText(const char *name) const {
