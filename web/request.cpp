@@ -1,6 +1,7 @@
 #include "web/request.h"
 
 #include <algorithm>
+#include <cctype>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -166,6 +167,20 @@ Result<std::map<std::string, std::string>> parseQuery(std::string_view query) {
     return parameters;
 }
 
+std::string plainUri(std::string_view uri) {
+    std::string plain;
+    const auto path = uri.substr(0, uri.find('?'));
+    for (std::size_t i = 0; i < path.size(); ++i) {
+        const auto byte = path[i] == '%' ? decode(path.substr(i, 3)) : std::nullopt;
+        const bool isUnreserved = byte && byte->size() == 1 &&
+                                  (std::isalnum(static_cast<unsigned char>((*byte)[0])) != 0 ||
+                                   std::string_view("-._~").find((*byte)[0]) != std::string_view::npos);
+        plain += isUnreserved ? (*byte)[0] : path[i];
+        i += isUnreserved ? 2 : 0;
+    }
+    return plain.append(uri.substr(path.size()));
+}
+
 std::optional<std::string> WebCall::optionalText(const char *name) const {
     const auto found = query_.find(name);
     return found != query_.end() ? std::optional(found->second) : std::nullopt;
@@ -217,6 +232,8 @@ void serveRoute(const Route &route) {
         logError("[%s:%d] %s: %s\n", route.path, e.what());
         text = failureEnvelope({ResultCode::Failed, ""});
     }
+    if (!isJsonUri(variable("REQUEST_URI")))
+        std::fputs("Content-Type: application/json\r\n\r\n", stdout);
     std::puts(text.c_str());
 }
 
