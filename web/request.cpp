@@ -161,8 +161,10 @@ Result<std::map<std::string, std::string>> parseQuery(std::string_view query) {
         const auto value = decode(part.substr(std::min(equals + 1, part.size())));
         if (!name || !value || hasControlCharacter(*name) || hasControlCharacter(*value))
             return failed(ResultCode::IllegalRequest, "the query " + quoteText(part) + " is not encoded");
-        if (!part.empty())
-            parameters.emplace(*name, *value);
+        // Which of two would be meant, nobody knows.
+        if (!part.empty() && !parameters.emplace(*name, *value).second)
+            return failed(ResultCode::IllegalRequest,
+                          "the parameter " + quoteText(*name) + " is there twice");
     }
     return parameters;
 }
@@ -242,16 +244,18 @@ Result<std::optional<SwitchUser>> findSwitchUser(const std::string &name) {
     const auto size = sw.passwordSize();
     const auto password =
         size ? sw.userPassword(name, *size) : OpenResult<std::string>(std::unexpected(size.error()));
-    const auto level =
-        password ? sw.userLevel(name) : OpenResult<std::uint32_t>(std::unexpected(password.error()));
-    if (level)
+    // Asked also without a password, so that the time does not tell whether there is such a user.
+    const auto level = sw.userLevel(name);
+    if (password && level)
         return *level == OPEN_USER_LEVEL_BLOCKED
                    ? std::nullopt
                    : std::optional(SwitchUser{levelOf(name, *level), *password});
-    if (level.error() == OpenError::NotFound)
+    const OpenError error = !password ? password.error() : level.error();
+    // Parameter: what cannot be the name of a user.
+    if (error == OpenError::NotFound || error == OpenError::Parameter)
         return std::nullopt;
-    logError("[%s:%d] the users of the switch cannot be read (result = %d)\n", level.error());
-    return failed(level.error() == OpenError::Unreachable ? ResultCode::Unreachable : ResultCode::Failed,
+    logError("[%s:%d] the users of the switch cannot be read (result = %d)\n", error);
+    return failed(error == OpenError::Unreachable ? ResultCode::Unreachable : ResultCode::Failed,
                   "the users of the switch cannot be read");
 }
 

@@ -104,11 +104,13 @@ TEST_F(DispatchTest, SessionsEndTwoHoursAfterTheirLastUse) {
         EXPECT_EQ(user + "92800\n" + level + "t", session("t")) << "a poll is no use";
         EXPECT_EQ(std::string(kJson) + "read", get(uri, "t"));
         EXPECT_EQ(user + "100000\n" + level + "t", session("t"));
-        writeSession("t", user + "92799\n" + level + "t");
-        EXPECT_EQ(kForbidden, get(uri, "t"));
-        EXPECT_FALSE(exists(path("t").c_str()));
+        for (const std::string time : {"92799", "-1", "-9223372036854775808"}) {
+            writeSession("t", user + time + "\n" + level + "t");
+            EXPECT_EQ(kForbidden, get(uri, "t")) << time;
+            EXPECT_FALSE(exists(path("t").c_str()));
+        }
     }
-    for (const char *const never : {"0", "soon", "", "200000"}) {
+    for (const char *const never : {"0", "soon", "", "200000", "9223372036854775807"}) {
         writeSession("t", std::string("admin\n") + never + "\nt");
         EXPECT_EQ(std::string(kJson) + "read", get(uri, "t")) << never;
     }

@@ -67,6 +67,16 @@ TEST_F(LoginTest, OpensASession) {
          std::filesystem::directory_iterator(platform::fsPath(platform::paths::kSessionDir)))
         files += entry.path().filename().string().starts_with(".") ? 0 : 1;
     EXPECT_EQ(2u, files) << "the session and its mark";
+    // One user cannot use up all sessions.
+    const std::string admins = last.token;
+    ASSERT_EQ(ResultCode::Success, login("eve", "reader's word"));
+    const std::string oldest = last.token;
+    for (std::size_t i = 0; i < kSessionsOfUserMax; ++i) {
+        wait(1);
+        ASSERT_EQ(ResultCode::Success, login("eve", "reader's word"));
+    }
+    EXPECT_TRUE(isOpen(last.token) && isOpen(admins));
+    EXPECT_FALSE(isOpen(oldest));
     EXPECT_EQ(0u, logged("secret word") + logged("reader's word"));
 }
 
@@ -79,13 +89,15 @@ TEST_F(LoginTest, WrongPasswordsHaveToWait) {
     EXPECT_EQ(ResultCode::LockedOut, login("eve", "reader's word")) << "nor another user from there";
     EXPECT_EQ(ResultCode::Success, login("eve", "reader's word", "10.0.0.2"));
     // The pauses that follow: one wrong password as soon as each is over.
-    for (const int pause : {10, 20, 40, 80, 160, 300, 300}) {
-        wait(pause - 1);
-        EXPECT_EQ(ResultCode::LockedOut, login("admin", "secret word")) << pause;
+    for (const int pause : {10, 20, 40, 80, 160, 320, 320}) {
+        wait(pause / 2);
+        EXPECT_EQ(ResultCode::Success, login("admin", "secret word", "10.0.0.2")) << "the user's own is over";
+        wait(pause - pause / 2 - 1);
+        EXPECT_EQ("1 seconds are left", logIn({"admin", "secret word", "10.0.0.1"}, find).error().reason);
         wait(1);
         EXPECT_EQ(ResultCode::WrongPassword, login("admin", "guess")) << pause;
     }
-    wait(300);
+    wait(320);
     isReachable = false;
     EXPECT_EQ(ResultCode::Unreachable, login("admin", "secret word"));
     isReachable = true;
@@ -94,14 +106,16 @@ TEST_F(LoginTest, WrongPasswordsHaveToWait) {
     // The addresses of one IPv6 network are one; users that do not exist count as well.
     for (int i = 0; i < 5; ++i)
         EXPECT_EQ(ResultCode::WrongPassword,
-                  login("nobody" + std::to_string(i), "", "2001:db8:0:1::" + std::to_string(i)));
-    EXPECT_EQ(ResultCode::LockedOut, login("eve", "reader's word", "2001:db8:0:1:2::"));
+                  login("nobody" + std::to_string(i), "", "2001:db8:0:1:" + std::to_string(i) + "::"));
+    EXPECT_EQ(ResultCode::LockedOut, login("eve", "reader's word", "2001:db8::1:0:0:0:5"));
     EXPECT_EQ(ResultCode::Success, login("eve", "reader's word", "2001:db8:0:2::1"));
     writeSession(".failures", "{\"user eve\":{\"count\":9e99,\"last\":\"x\"},[");
     EXPECT_EQ(ResultCode::Success, login("eve", "reader's word", "10.0.0.9"))
         << "what is damaged counts for nothing";
     EXPECT_EQ(ResultCode::InvalidArgument, login("eve\nadmin", "x"));
     EXPECT_EQ(ResultCode::InvalidArgument, login(std::string(65, 'e'), "x"));
+    users["new"] = {UserLevel::ReadOnly, ""};
+    EXPECT_EQ(ResultCode::WrongPassword, login("new", "", "10.0.0.8")) << "no password is none";
 }
 
 TEST_F(LoginTest, ASessionEndsWithItsUser) {
