@@ -66,8 +66,8 @@ std::optional<std::string> decode(std::string_view text) {
     return out;
 }
 
-bool hasControlCharacter(std::string_view text) {
-    return std::ranges::any_of(text, [](unsigned char c) { return c < 0x20 || c == 0x7f; });
+bool isPlainText(std::string_view text) {
+    return isUtf8(text) && std::ranges::none_of(text, [](unsigned char c) { return c < 0x20 || c == 0x7f; });
 }
 
 // The whole body, before anything is done with it.
@@ -87,13 +87,22 @@ Result<std::string> readBody() {
                                                       std::to_string(body.size()) + " bytes");
     if (body.find('\0') != std::string::npos)
         return failed(ResultCode::IllegalRequest, "the body has a zero in it");
+    if (!isUtf8(body))
+        return failed(ResultCode::IllegalRequest, "the body is not in UTF-8");
     return body;
+}
+
+// One JSON value and nothing behind it, which the operations would not see.
+bool isOneValue(const std::string &body) {
+    return JsonPtr(cJSON_ParseWithOpts(body.c_str(), nullptr, 1)) != nullptr;
 }
 
 // A failure of the request itself is logged here; those of operations have been.
 WebCall readCall(const Route &route) {
     auto query = parseQuery(variable("QUERY_STRING"));
     auto body = query ? readBody() : Result<std::string>(std::string());
+    if (body && route.request != nullptr && !isOneValue(*body))
+        body = failed(ResultCode::InvalidArgument, "the body is no JSON");
     if (!query || !body) {
         const Failure failure = !query ? query.error() : body.error();
         logError("[%s:%d] %s: %s\n", route.path, failure.reason);
@@ -133,7 +142,15 @@ std::string answerOf(const Route &route) {
     // The web server ends a handler whose client has gone; a change is carried to its end.
     if (route.method != HttpMethod::Get)
         std::signal(SIGTERM, SIG_IGN);
-    const std::string data = route.handle(call);
+    std::string data;
+    try {
+        data = route.handle(call);
+    } catch (const Failure &failure) {
+        // Some of it may have been done.
+        if (failure.code == ResultCode::Failed)
+            writeBackChanges(route);
+        throw;
+    }
     const bool isEmpty = data.empty() && route.answer != nullptr;
     std::string text = isEmpty ? "" : envelopeOf(route, data);
     if (text.empty())
@@ -159,7 +176,7 @@ Result<std::map<std::string, std::string>> parseQuery(std::string_view query) {
         const auto equals = std::min(part.find('='), part.size());
         const auto name = decode(part.substr(0, equals));
         const auto value = decode(part.substr(std::min(equals + 1, part.size())));
-        if (!name || !value || hasControlCharacter(*name) || hasControlCharacter(*value))
+        if (!name || !value || !isPlainText(*name) || !isPlainText(*value))
             return failed(ResultCode::IllegalRequest, "the query " + quoteText(part) + " is not encoded");
         // Which of two would be meant, nobody knows.
         if (!part.empty() && !parameters.emplace(*name, *value).second)
@@ -225,7 +242,13 @@ void serveRoute(const Route &route) {
     std::string text;
     try {
         text = answerOf(route);
-    } catch (const Failure &failure) {
+    } catch (Failure &failure) {
+        // What operations refuse without a word, people find here.
+        if (failure.reason.empty() && failure.code == ResultCode::InvalidArgument && route.request != nullptr)
+            failure.reason =
+                "see the schema " + std::string(route.request) + " in the answer of /api/v2/openapi";
+        else if (failure.reason.empty() && failure.code == ResultCode::Failed)
+            failure.reason = "the log tells why";
         text = failureEnvelope(failure);
     } catch (const std::bad_alloc &) {
         logError("[%s:%d] %s: out of memory\n", route.path);

@@ -1,11 +1,14 @@
 #include "web/route_handlers.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
+#include <set>
 #include <utility>
 #include <vector>
 
 #include "common/files.h"
+#include "common/ipv4.h"
 #include "common/json.h"
 #include "common/log.h"
 #include "common/mac.h"
@@ -21,6 +24,7 @@
 #include "store/vendors.h"
 #include "store/writeback.h"
 #include "swapi/switch_settings_ops.h"
+#include "vlan/multicast.h"
 #include "vlan/multicast_ops.h"
 #include "vlan/vlan_ops.h"
 #include "web/answer_node.h"
@@ -78,6 +82,25 @@ std::string stringOf(const WebCall &call, const cJSON *body, const char *key) {
     if (!text)
         refuse(call, ResultCode::InvalidArgument, quoteText(key) + " is missing, or no string");
     return *std::move(text);
+}
+
+// Of a log file.
+constexpr long kLogTailMax = 1 << 20;
+
+// The end of a file, at most kLogTailMax bytes, from the beginning of a line on; nothing when it cannot be
+// read.
+std::optional<std::string> endOfFile(const char *path) {
+    const FilePtr file = openFile(path, "r");
+    const long size =
+        file != nullptr && std::fseek(file.get(), 0, SEEK_END) == 0 ? std::ftell(file.get()) : -1;
+    const long from = std::max(0L, size - kLogTailMax);
+    if (size < 0 || std::fseek(file.get(), from, SEEK_SET) != 0)
+        return std::nullopt;
+    std::string text(static_cast<std::size_t>(size - from), '\0');
+    text.resize(std::fread(text.data(), 1, text.size(), file.get()));
+    if (from > 0)
+        text.erase(0, text.find('\n') + 1);
+    return text;
 }
 
 std::string tokenOfRequest() {
@@ -272,17 +295,23 @@ std::string setSwitchportMode(const WebCall &call) {
 std::string setPortSpeed(const WebCall &call) {
     const JsonPtr body = bodyOf(call);
     const cJSON *const list = member(body.get(), "ports");
-    std::vector<std::uint32_t> ports;
+    std::set<std::uint32_t> ports;
     const cJSON *item = nullptr;
     cJSON_ArrayForEach(item, list) {
         const auto port = integerOf(item);
         if (!port || *port < 1)
             refuse(call, ResultCode::InvalidArgument, "\"ports\" holds what is no interface number");
-        ports.push_back(static_cast<std::uint32_t>(*port));
+        ports.insert(static_cast<std::uint32_t>(*port));
     }
     if (!cJSON_IsArray(list) || ports.empty())
         refuse(call, ResultCode::InvalidArgument, "\"ports\" is missing, or no list of interface numbers");
-    return done(multipleIfSpeedSetSafe(call.device(), ports, stringOf(call, body.get(), "speed").c_str()));
+    const Switch sw = call.device();
+    for (const std::uint32_t port : ports)
+        if (const auto type = sw.interfaceType(IfNum(port));
+            type ? *type != static_cast<std::uint32_t>(IfType::Port) : type.error() == OpenError::NotFound)
+            refuse(call, ResultCode::NotExist, "there is no port " + std::to_string(port));
+    const std::vector<std::uint32_t> numbers(ports.begin(), ports.end());
+    return done(multipleIfSpeedSetSafe(sw, numbers, stringOf(call, body.get(), "speed").c_str()));
 }
 
 std::string setManagementAddress(const WebCall &call) {
@@ -294,9 +323,15 @@ std::string setManagementAddress(const WebCall &call) {
     if (mode != "dhcp" && mode != "static")
         refuse(call, ResultCode::InvalidArgument, "\"mode\" is neither \"dhcp\" nor \"static\"");
     const bool isStatic = mode == "static";
-    const auto text = [&](const char *key) { return isStatic ? stringOf(call, body.get(), key) : ""; };
-    const std::string address = text("address"), mask = text("mask");
-    const std::string gateway = stringMember(body.get(), "gateway").value_or("");
+    const auto addressOf = [&](const char *key) {
+        auto text = isStatic ? stringOf(call, body.get(), key) : "";
+        if (isStatic && !Ipv4::parse(text))
+            refuse(call, ResultCode::InvalidArgument, quoteText(key) + " is no IPv4 address");
+        return text;
+    };
+    const std::string address = addressOf("address"), mask = addressOf("mask");
+    const bool hasGateway = !stringMember(body.get(), "gateway").value_or("").empty();
+    const std::string gateway = hasGateway ? addressOf("gateway") : "";
     return done(managementPortIPv4ParametersSetSafe(call.device(), *vlan,
                                                     isStatic ? MGMT_MODE_STATIC : MGMT_MODE_STATIC + 1,
                                                     address.c_str(), mask.c_str(), gateway.c_str()));
@@ -343,8 +378,25 @@ std::string setMulticastModes(const WebCall &call) {
     return done(setMulticastMode(call.device().handle(), call.body().c_str()));
 }
 
+std::string cacheMulticastGroups(const WebCall &call) {
+    if (!createResponseCache())
+        throw Failure{ResultCode::Failed, "the cache cannot be made"};
+    return done(multicastGroupsChunksBuild(call.device().handle()));
+}
+
 std::string setDenyList(const WebCall &call) {
-    return done(pavo::setDenyList(call.device().handle(), call.body().c_str()));
+    const JsonPtr body = bodyOf(call);
+    const cJSON *const list = member(body.get(), "blockAddressList");
+    std::vector<std::string> addresses;
+    const cJSON *item = nullptr;
+    cJSON_ArrayForEach(item, list) {
+        if (!cJSON_IsString(item))
+            refuse(call, ResultCode::InvalidArgument, "\"blockAddressList\" holds what is no string");
+        addresses.emplace_back(item->valuestring);
+    }
+    if (!cJSON_IsArray(list))
+        refuse(call, ResultCode::InvalidArgument, "\"blockAddressList\" is missing, or no list");
+    return done(changeDenyList(call.device(), addresses));
 }
 
 std::string removeMulticastRouter(const WebCall &call) {
@@ -367,25 +419,36 @@ std::string setNice(const WebCall &call) {
 
 std::string logTail(const WebCall &call) {
     const std::size_t wanted = call.number("lines", 1, 1000, 100);
-    const auto text = readFile(platform::paths::kLogFile);
+    auto text = endOfFile(platform::paths::kLogFile);
+    // The file has been begun anew not long ago.
+    if (static_cast<std::size_t>(std::ranges::count(text.value_or(""), '\n')) < wanted)
+        if (const auto older = endOfFile(platform::paths::kLogFileOld))
+            text = *older + (older->ends_with('\n') ? "" : "\n") + text.value_or("");
     if (!text)
         refuse(call, ResultCode::OpenFailed, platform::paths::kLogFile);
-    // From the end: the file has many more lines than anybody asks for.
-    std::size_t begin = text->size();
-    for (std::size_t found = 0; begin > 0; --begin)
-        if ((*text)[begin - 1] == '\n' && begin < text->size() && ++found == wanted)
-            break;
-    AnswerNode lines = AnswerNode::array();
-    std::size_t at = begin;
-    while (at < text->size()) {
-        const auto end = std::min(text->find('\n', at), text->size());
-        std::string line = text->substr(at, end - at);
-        if (line.ends_with('\r'))
-            line.pop_back();
-        lines.appendText(line);
-        at = end + 1;
-    }
-    return lines.print();
+    std::vector<std::string> lines;
+    forEachLine(*text, kLogTailMax, [&](std::string_view line) {
+        lines.push_back(printable(line.substr(0, line.find_last_not_of('\r') + 1)));
+        return true;
+    });
+    AnswerNode answer = AnswerNode::array();
+    for (std::size_t i = lines.size() - std::min(wanted, lines.size()); i < lines.size(); ++i)
+        answer.appendText(lines[i]);
+    return answer.print();
+}
+
+std::string logLevel(const WebCall &) {
+    return AnswerNode::object().add("level", devmgrLogLevelGet()).print();
+}
+
+std::string setLogLevel(const WebCall &call) {
+    const JsonPtr body = bodyOf(call);
+    const auto level = integerMember(body.get(), "level");
+    if (!level || *level < 0 || *level > 9)
+        refuse(call, ResultCode::InvalidArgument, "\"level\" is no number from 0 to 9");
+    if (!devmgrLogLevelSet(*level))
+        refuse(call, ResultCode::OpenFailed, platform::paths::kLogLevelFile);
+    return "";
 }
 
 std::string listCache(const WebCall &call) {

@@ -164,6 +164,8 @@ constexpr Route kRoutes[] = {
 
     {"/api/v2/multicast/groups", Get, kUser, handlers::multicastGroups, nullptr, "multicastGroups", "MulticastGroups",
      "The subscribers of the groups that IGMP snooping knows, a page at a time.", kGroups},
+    {"/api/v2/multicast/groups", Post, kUser, handlers::cacheMulticastGroups, nullptr, nullptr, nullptr,
+     "Put the subscribers of all groups into the cache, in chunks named multicast_groups_ex/0 and so on."},
     cached("/api/v2/multicast/modes", "multicast_mode_ex", "multicastModeConfig", "MulticastModes",
      "The multicast mode of all interfaces that are not normal."),
     {"/api/v2/multicast/modes", Put, kUser, handlers::setMulticastModes, "MulticastModesRequest", nullptr, nullptr,
@@ -199,8 +201,12 @@ constexpr Route kRoutes[] = {
     cached("/api/v2/system/ptp", "sw_ptp_cfg", "switchPtpCfg", "Ptp",
      "PTP and 802.1AS of the switch and its ports."),
 
-    {"/api/v2/log", Get, kAdmin, handlers::logTail, nullptr, "log", "Addresses",
+    {"/api/v2/log", Get, kAdmin, handlers::logTail, nullptr, "log", "LogLine[]",
      "The last lines of the log of the device manager.", kLines},
+    {"/api/v2/log/level", Get, kAdmin, handlers::logLevel, nullptr, "logLevel", "LogLevel",
+     "Up to which level the device manager logs."},
+    {"/api/v2/log/level", Put, kAdmin, handlers::setLogLevel, "LogLevel", nullptr, nullptr,
+     "Set up to which level the device manager logs."},
     {"/api/v2/cache/list", Get, kUser, handlers::listCache, nullptr, "cache", "CachedAnswer[]",
      "The answers that are kept: who produces them, and what is stored."},
     {"/api/v2/cache/answer", Get, kUser, handlers::readCache, nullptr, nullptr, "Envelope",

@@ -258,6 +258,10 @@ constexpr const char *kSchemas = R"json({
     "vlanId": {"$ref": "#/components/schemas/VlanId"}, "mode": {"enum": ["dhcp", "static"]},
     "address": {"type": "string"}, "mask": {"type": "string"}, "gateway": {"type": "string"}}},
 
+"LogLine": {"type": "string"},
+"LogLevel": {"type": "object", "required": ["level"], "properties": {
+    "level": {"type": "integer", "minimum": 0, "maximum": 9,
+        "description": "3 errors, 4 warnings, 5 notices, 6 information, 7 debugging"}}},
 "CachedAnswer": {"type": "object", "required": ["name"], "properties": {"name": {"type": "string"},
     "producer": {"type": "string"}, "isLinked": {"type": "boolean"}, "size": {"type": "integer"}}},
 "RefreshRequest": {"type": "object", "properties": {"names": {"type": "array", "items": {"type": "string"},

@@ -119,8 +119,8 @@ TEST_F(RoutesTest, HostileRequests) {
             const bool mayRead = row.access == Access::User && row.method == HttpMethod::Get;
             EXPECT_EQ(!mayRead, send(row, "", "{}", "reader") == "Status:403\r\n\r\n");
         }
-        const bool logsOut = row.method == HttpMethod::Delete && row.access == Access::Anyone;
-        if (row.path == std::string("/api/v2/cache/refresh") || row.method == HttpMethod::Get || logsOut)
+        const bool takesNothing = row.request == nullptr && row.parameters.empty();
+        if (row.path == std::string("/api/v2/cache/refresh") || row.method == HttpMethod::Get || takesNothing)
             continue;
         for (const std::string &body :
              {std::string(), std::string("{"), std::string("null"), std::string("[]"),
@@ -141,11 +141,49 @@ TEST_F(RoutesTest, HostileRequests) {
 TEST_F(RoutesTest, BodiesComeWholeOrNotAtAll) {
     const Route &put = route("/api/v2/nice", HttpMethod::Put);
     const std::string body = R"({"enabled":false})";
-    for (const auto &[text, length] : {std::pair(body, 18L), {body, 1L << 21}, {body + '\0', -1L}})
+    for (const auto &[text, length] :
+         {std::pair(body, 18L), {body, 1L << 21}, {body + '\0', -1L}, {body + "\xff", -1L}})
         EXPECT_EQ(10021, codeIn(answer(send(put, "", text, "admin-session", length)))) << length;
+    EXPECT_EQ(10003, codeIn(answer(send(put, "", body + body, "admin-session")))) << "two values";
+    EXPECT_EQ(10021, codeIn(answer(send(put, "a=1&a=2", body, "admin-session")))) << "which of them?";
     EXPECT_EQ(true, call("/api/v2/nice", HttpMethod::Get)["nice"]["enabled"]);
     EXPECT_EQ(0, codeIn(answer(send(put, "", body, "admin-session"))));
     EXPECT_EQ(false, call("/api/v2/nice", HttpMethod::Get)["nice"]["enabled"]);
+}
+
+TEST_F(RoutesTest, RefusalsSayWhy) {
+    const struct {
+        const char *path, *body, *message;
+    } cases[] = {
+        {"/api/v2/port/speed", R"({"ports":[3,99],"speed":"Auto"})", "Object not exist: there is no port 99"},
+        {"/api/v2/port/speed", R"({"ports":[3],"speed":"1\nexit"})",
+         "Invalid argument: see the schema PortSpeedRequest in the answer of /api/v2/openapi"},
+        {"/api/v2/system/management",
+         R"({"vlanId":1,"mode":"static","address":"10.0.0.5","mask":"255.0","gateway":""})",
+         "Invalid argument: \"mask\" is no IPv4 address"},
+        {"/api/v2/log/level", R"({"level":10})", "Invalid argument: \"level\" is no number from 0 to 9"},
+        {"/api/v2/multicast/deny", R"({"blockAddressList":[239]})",
+         "Invalid argument: \"blockAddressList\" holds what is no string"}};
+    const std::string before = show("show running-config");
+    for (const auto &[path, body, message] : cases)
+        EXPECT_EQ(message, call(path, HttpMethod::Put, "", body)["resp"]["respMsg"]) << body;
+    EXPECT_EQ(before, show("show running-config"));
+    EXPECT_EQ(0, codeIn(call("/api/v2/log/level", HttpMethod::Put, "", R"({"level":3})")));
+    EXPECT_EQ(3, call("/api/v2/log/level", HttpMethod::Get)["logLevel"]["level"]);
+}
+
+TEST_F(RoutesTest, LogWhateverIsInIt) {
+    const auto tail = [&](int lines) {
+        return call("/api/v2/log", HttpMethod::Get, "lines=" + std::to_string(lines))["log"];
+    };
+    ASSERT_TRUE(devmgrLogLevelSet(LOG_LEVEL_ERROR));  // so that the requests add nothing
+    writeText("/tmp/ketch.log.old", "one\ntwo");
+    writeText("/tmp/ketch.log", std::string("th\0ree \xff\r\n\nfive\n", 16));
+    EXPECT_EQ(json({"two", "th.ree ?", "", "five"}), tail(4));
+    EXPECT_EQ(json({"five"}), tail(1));
+    writeText("/tmp/ketch.log", std::string(3 << 20, 'x') + "\n" + std::string(1 << 19, '\x80') + "\nlast\n");
+    EXPECT_EQ(2u, tail(2).size());
+    EXPECT_EQ("last", tail(1000).back());
 }
 
 TEST_F(RoutesTest, LogInChangeAndLogOut) {
