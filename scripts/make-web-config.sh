@@ -112,7 +112,8 @@ server.max-write-idle = 300
 server.stream-request-body = 0
 server.http-parseopts = ("header-strict" => "enable", "host-strict" => "enable", "host-normalize" => "enable",
     "url-normalize" => "enable", "url-normalize-unreserved" => "enable", "url-ctrls-reject" => "enable",
-    "url-path-2f-reject" => "enable", "url-path-dotseg-reject" => "enable")
+    "url-path-2f-decode" => "disable", "url-path-2f-reject" => "enable",
+    "url-path-dotseg-remove" => "disable", "url-path-dotseg-reject" => "enable")
 
 setenv.set-response-header = ("X-Content-Type-Options" => "nosniff", "X-Frame-Options" => "DENY",
     "Referrer-Policy" => "no-referrer", "Content-Security-Policy" => "default-src 'self'; frame-ancestors 'none'"$(

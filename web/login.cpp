@@ -81,26 +81,30 @@ std::string networkOf(const std::string &address) {
 class Attempt {
   public:
     Attempt(const Credentials &who, const Where &where)
-        : user_("user " + wellFormed(who.user)),
-          address_("address " + wellFormed(networkOf(who.address))),
+        : user_{"user " + wellFormed(who.user)},
+          address_{"address " + wellFormed(networkOf(who.address))},
           where_(where) {}
 
     // Counts it, unless one of the two has to wait.
     Result<> begin() {
         return change([&](FailureTable &table, long now) -> Result<> {
-            for (const auto &key : {user_, address_})
+            for (const auto &key : {user_.key, address_.key})
                 if (const auto found = table.find(key);
                     found != table.end() && now - found->second.last < found->second.pause())
                     return failed(ResultCode::LockedOut);
-            for (const auto &key : {user_, address_})
-                table[key] = {table[key].count + 1, now};
+            begun_ = now;
+            for (Count *const count : {&user_, &address_}) {
+                Failures &failures = table[count->key];
+                count->before = failures.last;
+                failures = {failures.count + 1, now};
+            }
             return {};
         });
     }
-    // The password was right: the user has no failures any more, and the address one less.
+    // The password was right: the user has no failures any more, and the address what it had before.
     Result<> succeed() {
         return change([&](FailureTable &table, long) -> Result<> {
-            table.erase(user_);
+            table.erase(user_.key);
             takeBack(table, address_);
             return {};
         });
@@ -115,9 +119,19 @@ class Attempt {
     }
 
   private:
-    static void takeBack(FailureTable &table, const std::string &key) {
-        const auto found = table.find(key);
-        if (found != table.end() && --found->second.count <= 0)
+    struct Count {
+        std::string key;
+        long before = 0;  // time of the failure before this attempt
+    };
+
+    void takeBack(FailureTable &table, const Count &count) const {
+        const auto found = table.find(count.key);
+        if (found == table.end())
+            return;
+        // A pause goes on from where it was, unless another attempt has failed meanwhile.
+        if (found->second.last == begun_)
+            found->second.last = count.before;
+        if (--found->second.count <= 0)
             table.erase(found);
     }
 
@@ -140,7 +154,8 @@ class Attempt {
         return writeTable(std::move(table), where_);
     }
 
-    std::string user_, address_;
+    Count user_, address_;
+    long begun_ = 0;
     Where where_;
 };
 

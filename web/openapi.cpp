@@ -63,11 +63,16 @@ std::string tagOf(const Route &route) {
 
 // The envelope, with the data when the operation succeeded; or whole answers as they are.
 cJSON *answerSchema(const Route &route) {
-    if (route.key == nullptr || route.answer == nullptr)
-        return route.answer != nullptr ? schemaOf(route.answer) : refTo("schemas", "Envelope");
+    const std::string envelope = "Envelope";
+    if (route.answer == nullptr || route.answer == envelope)
+        return refTo("schemas", envelope);
     cJSON *const schema = cJSON_CreateObject();
-    cJSON *const parts = cJSON_AddArrayToObject(schema, "allOf");
-    cJSON_AddItemToArray(parts, refTo("schemas", "Envelope"));
+    cJSON *const parts = cJSON_AddArrayToObject(schema, route.key != nullptr ? "allOf" : "anyOf");
+    cJSON_AddItemToArray(parts, refTo("schemas", envelope));
+    if (route.key == nullptr) {
+        cJSON_AddItemToArray(parts, schemaOf(route.answer));
+        return schema;
+    }
     cJSON *const own = cJSON_CreateObject();
     cJSON_AddItemToArray(parts, own);
     cJSON_AddItemToObject(cJSON_AddObjectToObject(own, "properties"), route.key, schemaOf(route.answer));

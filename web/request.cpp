@@ -1,6 +1,7 @@
 #include "web/request.h"
 
 #include <algorithm>
+#include <cctype>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -19,6 +20,8 @@
 #include "store/writeback.h"
 #include "swapi/switch_client.h"
 #include "web/routes.h"
+#include "web/schema_check.h"
+#include "web/schemas.h"
 
 namespace pavo {
 namespace {
@@ -89,12 +92,37 @@ Result<std::string> readBody() {
     return body;
 }
 
+// A zero that is escaped would end a text early.
+bool hasEscapedZero(std::string_view json) {
+    for (std::size_t i = json.find('\\'); i != std::string_view::npos; i = json.find('\\', i + 2))
+        if (json.substr(i + 1, 5) == "u0000")
+            return true;
+    return false;
+}
+
+// What goes to an operation is JSON as a whole and fits the document, whatever the operation tolerates itself.
+Result<> checkBody(const Route &route, const std::string &body) {
+    if (route.request == nullptr)
+        return {};
+    if (!isUtf8(body) || hasEscapedZero(body))
+        return failed(ResultCode::IllegalRequest, "the body holds what is no text in UTF-8");
+    const JsonPtr json(cJSON_ParseWithOpts(body.c_str(), nullptr, true));
+    if (json == nullptr)
+        return failed(ResultCode::InvalidArgument, "the body is no JSON");
+    const JsonPtr schemas = parseSchemas();
+    if (auto wrong = schemaViolation(schemas.get(), member(schemas.get(), route.request), json.get());
+        !wrong.empty())
+        return failed(ResultCode::InvalidArgument, std::move(wrong));
+    return {};
+}
+
 // A failure of the request itself is logged here; those of operations have been.
 WebCall readCall(const Route &route) {
     auto query = parseQuery(variable("QUERY_STRING"));
     auto body = query ? readBody() : Result<std::string>(std::string());
-    if (!query || !body) {
-        const Failure failure = !query ? query.error() : body.error();
+    const auto checked = body ? checkBody(route, *body) : Result<>();
+    if (!query || !body || !checked) {
+        const Failure failure = !query ? query.error() : !body ? body.error() : checked.error();
         logError("[%s:%d] %s: %s\n", route.path, failure.reason);
         throw Failure(failure);
     }
@@ -166,6 +194,20 @@ Result<std::map<std::string, std::string>> parseQuery(std::string_view query) {
     return parameters;
 }
 
+std::string plainUri(std::string_view uri) {
+    std::string plain;
+    const auto path = uri.substr(0, uri.find('?'));
+    for (std::size_t i = 0; i < path.size(); ++i) {
+        const auto byte = path[i] == '%' ? decode(path.substr(i, 3)) : std::nullopt;
+        const bool isUnreserved = byte && byte->size() == 1 &&
+                                  (std::isalnum(static_cast<unsigned char>((*byte)[0])) != 0 ||
+                                   std::string_view("-._~").find((*byte)[0]) != std::string_view::npos);
+        plain += isUnreserved ? (*byte)[0] : path[i];
+        i += isUnreserved ? 2 : 0;
+    }
+    return plain.append(uri.substr(path.size()));
+}
+
 std::optional<std::string> WebCall::optionalText(const char *name) const {
     const auto found = query_.find(name);
     return found != query_.end() ? std::optional(found->second) : std::nullopt;
@@ -217,6 +259,8 @@ void serveRoute(const Route &route) {
         logError("[%s:%d] %s: %s\n", route.path, e.what());
         text = failureEnvelope({ResultCode::Failed, ""});
     }
+    if (!isJsonUri(variable("REQUEST_URI")))
+        std::fputs("Content-Type: application/json\r\n\r\n", stdout);
     std::puts(text.c_str());
 }
 

@@ -59,6 +59,10 @@ class WebCall {
     std::string body_;
 };
 
+// The URI with those escapes decoded in its path that nobody has to write ("/api/v2/%76lan/list"): the web server
+// knows a route by the plain form, and hands on what the client has written.
+std::string plainUri(std::string_view uri);
+
 // Runs a route's handler for the request in the environment and on standard input, and prints the answer.
 void serveRoute(const Route &route);
 

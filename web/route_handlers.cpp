@@ -208,12 +208,21 @@ std::string listVlans(const WebCall &call) {
     return textOf([&](char **text) { return v2VlanListGet(call.device(), text); });
 }
 
+// The operations pass over what is no number.
+void checkVlanList(const WebCall &call, std::string_view list) {
+    if (list.empty() || list.find_first_not_of("0123456789,- ") != std::string_view::npos)
+        refuse(call, ResultCode::InvalidArgument, quoteText(list) + " is no list of VLANs");
+}
+
 std::string createVlans(const WebCall &call) {
+    checkVlanList(call, stringOf(call, bodyOf(call).get(), "vlan-list"));
     return done(v2VlanListCreate(call.device(), call.body().c_str()));
 }
 
 std::string deleteVlans(const WebCall &call) {
-    return done(v2VlanListDelete(call.device(), call.text("list").c_str()));
+    const std::string &list = call.text("list");
+    checkVlanList(call, list);
+    return done(v2VlanListDelete(call.device(), list.c_str()));
 }
 
 std::string showVlan(const WebCall &call) {
@@ -282,7 +291,11 @@ std::string setPortSpeed(const WebCall &call) {
     }
     if (!cJSON_IsArray(list) || ports.empty())
         refuse(call, ResultCode::InvalidArgument, "\"ports\" is missing, or no list of interface numbers");
-    return done(multipleIfSpeedSetSafe(call.device(), ports, stringOf(call, body.get(), "speed").c_str()));
+    // The operation takes every other text for "Auto".
+    const std::string speed = stringOf(call, body.get(), "speed");
+    if (speed != "Auto" && !speed.ends_with(" Full") && !speed.ends_with(" Half"))
+        refuse(call, ResultCode::InvalidArgument, quoteText(speed) + " is no speed");
+    return done(multipleIfSpeedSetSafe(call.device(), ports, speed.c_str()));
 }
 
 std::string setManagementAddress(const WebCall &call) {
