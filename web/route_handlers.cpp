@@ -293,7 +293,7 @@ std::string setPortSpeed(const WebCall &call) {
         refuse(call, ResultCode::InvalidArgument, "\"ports\" is missing, or no list of interface numbers");
     // The operation takes every other text for "Auto".
     const std::string speed = stringOf(call, body.get(), "speed");
-    if (speed != "Auto" && !speed.ends_with(" Full") && !speed.ends_with(" Half"))
+    if (speed != "Auto" && !speed.contains("Full") && !speed.contains("Half"))
         refuse(call, ResultCode::InvalidArgument, quoteText(speed) + " is no speed");
     return done(multipleIfSpeedSetSafe(call.device(), ports, speed.c_str()));
 }
