@@ -20,6 +20,8 @@
 #include "store/writeback.h"
 #include "swapi/switch_client.h"
 #include "web/routes.h"
+#include "web/schema_check.h"
+#include "web/schemas.h"
 
 namespace pavo {
 namespace {
@@ -92,19 +94,37 @@ Result<std::string> readBody() {
     return body;
 }
 
-// One JSON value and nothing behind it, which the operations would not see.
-bool isOneValue(const std::string &body) {
-    return JsonPtr(cJSON_ParseWithOpts(body.c_str(), nullptr, 1)) != nullptr;
+// A zero that is escaped would end a text early.
+bool hasEscapedZero(std::string_view json) {
+    for (std::size_t i = json.find('\\'); i != std::string_view::npos; i = json.find('\\', i + 2))
+        if (json.substr(i + 1, 5) == "u0000")
+            return true;
+    return false;
+}
+
+// What goes to an operation is JSON as a whole and fits the document, whatever the operation tolerates itself.
+Result<> checkBody(const Route &route, const std::string &body) {
+    if (route.request == nullptr)
+        return {};
+    if (hasEscapedZero(body))
+        return failed(ResultCode::IllegalRequest, "the body has a zero in it");
+    const JsonPtr json(cJSON_ParseWithOpts(body.c_str(), nullptr, true));
+    if (json == nullptr)
+        return failed(ResultCode::InvalidArgument, "the body is no JSON");
+    const JsonPtr schemas = parseSchemas();
+    if (auto wrong = schemaViolation(schemas.get(), member(schemas.get(), route.request), json.get());
+        !wrong.empty())
+        return failed(ResultCode::InvalidArgument, std::move(wrong));
+    return {};
 }
 
 // A failure of the request itself is logged here; those of operations have been.
 WebCall readCall(const Route &route) {
     auto query = parseQuery(variable("QUERY_STRING"));
     auto body = query ? readBody() : Result<std::string>(std::string());
-    if (body && route.request != nullptr && !isOneValue(*body))
-        body = failed(ResultCode::InvalidArgument, "the body is no JSON");
-    if (!query || !body) {
-        const Failure failure = !query ? query.error() : body.error();
+    const auto checked = body ? checkBody(route, *body) : Result<>();
+    if (!query || !body || !checked) {
+        const Failure failure = !query ? query.error() : !body ? body.error() : checked.error();
         logError("[%s:%d] %s: %s\n", route.path, failure.reason);
         throw Failure(failure);
     }

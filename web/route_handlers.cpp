@@ -231,12 +231,21 @@ std::string listVlans(const WebCall &call) {
     return textOf([&](char **text) { return v2VlanListGet(call.device(), text); });
 }
 
+// The operations pass over what is no number.
+void checkVlanList(const WebCall &call, std::string_view list) {
+    if (list.empty() || list.find_first_not_of("0123456789,- ") != std::string_view::npos)
+        refuse(call, ResultCode::InvalidArgument, quoteText(list) + " is no list of VLANs");
+}
+
 std::string createVlans(const WebCall &call) {
+    checkVlanList(call, stringOf(call, bodyOf(call).get(), "vlan-list"));
     return done(v2VlanListCreate(call.device(), call.body().c_str()));
 }
 
 std::string deleteVlans(const WebCall &call) {
-    return done(v2VlanListDelete(call.device(), call.text("list").c_str()));
+    const std::string &list = call.text("list");
+    checkVlanList(call, list);
+    return done(v2VlanListDelete(call.device(), list.c_str()));
 }
 
 std::string showVlan(const WebCall &call) {
@@ -305,13 +314,17 @@ std::string setPortSpeed(const WebCall &call) {
     }
     if (!cJSON_IsArray(list) || ports.empty())
         refuse(call, ResultCode::InvalidArgument, "\"ports\" is missing, or no list of interface numbers");
+    // The operation takes every other text for "Auto".
+    const std::string speed = stringOf(call, body.get(), "speed");
+    if (speed != "Auto" && !speed.contains("Full") && !speed.contains("Half"))
+        refuse(call, ResultCode::InvalidArgument, quoteText(speed) + " is no speed");
     const Switch sw = call.device();
     for (const std::uint32_t port : ports)
         if (const auto type = sw.interfaceType(IfNum(port));
             type ? *type != static_cast<std::uint32_t>(IfType::Port) : type.error() == OpenError::NotFound)
             refuse(call, ResultCode::NotExist, "there is no port " + std::to_string(port));
     const std::vector<std::uint32_t> numbers(ports.begin(), ports.end());
-    return done(multipleIfSpeedSetSafe(sw, numbers, stringOf(call, body.get(), "speed").c_str()));
+    return done(multipleIfSpeedSetSafe(sw, numbers, speed.c_str()));
 }
 
 std::string setManagementAddress(const WebCall &call) {
@@ -386,16 +399,13 @@ std::string cacheMulticastGroups(const WebCall &call) {
 
 std::string setDenyList(const WebCall &call) {
     const JsonPtr body = bodyOf(call);
-    const cJSON *const list = member(body.get(), "blockAddressList");
     std::vector<std::string> addresses;
     const cJSON *item = nullptr;
-    cJSON_ArrayForEach(item, list) {
+    cJSON_ArrayForEach(item, member(body.get(), "blockAddressList")) {
         if (!cJSON_IsString(item))
             refuse(call, ResultCode::InvalidArgument, "\"blockAddressList\" holds what is no string");
         addresses.emplace_back(item->valuestring);
     }
-    if (!cJSON_IsArray(list))
-        refuse(call, ResultCode::InvalidArgument, "\"blockAddressList\" is missing, or no list");
     return done(changeDenyList(call.device(), addresses));
 }
 
@@ -444,9 +454,7 @@ std::string logLevel(const WebCall &) {
 std::string setLogLevel(const WebCall &call) {
     const JsonPtr body = bodyOf(call);
     const auto level = integerMember(body.get(), "level");
-    if (!level || *level < 0 || *level > 9)
-        refuse(call, ResultCode::InvalidArgument, "\"level\" is no number from 0 to 9");
-    if (!devmgrLogLevelSet(*level))
+    if (!devmgrLogLevelSet(level.value_or(-1)))
         refuse(call, ResultCode::OpenFailed, platform::paths::kLogLevelFile);
     return "";
 }

@@ -94,7 +94,7 @@ constexpr const char *kSchemas = R"json({
     "max-vlan-entries": {"type": "integer"}, "vlans-in-use": {"type": "integer"},
     "vlans": {"type": "array", "items": {"$ref": "#/components/schemas/VlanSummary"}}}},
 "VlanListRequest": {"type": "object", "required": ["vlan-list"], "properties": {
-    "vlan-list": {"type": "string", "description": "10,20-25"}}},
+    "vlan-list": {"type": "string", "minLength": 1, "description": "10,20-25"}}},
 "VlanDetails": {"allOf": [{"$ref": "#/components/schemas/VlanSummary"}], "type": "object",
     "required": ["interfaces"], "properties": {
     "interfaces": {"type": "array", "items": {"type": "object", "properties": {
@@ -186,7 +186,7 @@ constexpr const char *kSchemas = R"json({
         "reauthPeriod": {"type": "integer"}}}}}},
 "PortSpeedRequest": {"type": "object", "required": ["ports", "speed"], "properties": {
     "ports": {"type": "array", "minItems": 1, "items": {"$ref": "#/components/schemas/IfNum"}},
-    "speed": {"type": "string", "description": "Auto, 100 Full, 10 Half"}}},
+    "speed": {"type": "string", "minLength": 1, "description": "Auto, 100 Full, 10 Half"}}},
 
 "Neighbours": {"type": "object", "required": ["rows", "indexPage", "pageSize", "total", "_timing"], "properties": {
     "rows": {"type": "array", "items": {"type": "object", "required": ["port", "portNum", "portName", "unit", "vlanId",
