@@ -369,7 +369,7 @@ interface 0/2; vlan participation include 20; vlan tagging 20)");
 
     device->with([](vswitch::Server &server) { server.model().setLatency(std::chrono::hours(1)); });
     EXPECT_EQ(R"({"interfaces":4,"refused":0,"pending":true,"profiles":[]})",
-              told(setPvidOfAll(&client, 1, change)));
+              told(setParticipationOfAll(&client, 1, Participation::Auto, change)));
 }
 
 // The words decide, whatever number stands for them.
