@@ -178,6 +178,9 @@ void createListedVlans(Switch sw, const Output &output, const std::string &list)
 
 void deleteListedVlans(Switch sw, const Output &output, const std::string &list, bool force) {
     const auto vlans = vlansOf(list);
+    // Before those in front of it have gone.
+    if (std::ranges::find(vlans, kDefaultVlan.number()) != vlans.end())
+        throw Failure{ResultCode::InvalidArgument, "VLAN 1 cannot be deleted"};
     if (!force)
         keepAddresses(sw, vlans);
     printChanged(output, "deleted", changeOf(deleteVlans(sw, vlans, ofProfiles(force)), force));

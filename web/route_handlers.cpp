@@ -22,6 +22,7 @@
 #include "store/writeback.h"
 #include "swapi/switch_settings_ops.h"
 #include "vlan/multicast_ops.h"
+#include "vlan/vlan_details.h"
 #include "vlan/vlan_ops.h"
 #include "vlan/vlan_requests.h"
 #include "web/answer_node.h"
@@ -214,7 +215,7 @@ std::string changed(Result<VlanChange> result) {
 }  // namespace
 
 std::string listVlans(const WebCall &call) {
-    return textOf([&](char **text) { return v2VlanListGet(call.device(), text); });
+    return printVlanSummaries(orThrow(readVlanSummaries(call.device())));
 }
 
 std::string createVlans(const WebCall &call) {
@@ -226,13 +227,11 @@ std::string deleteVlans(const WebCall &call) {
 }
 
 std::string showVlan(const WebCall &call) {
-    const auto id = call.number("id", 0, kAny);
-    return textOf([&](char **text) { return v2VlanDetailGet(call.device(), id, text); });
+    return printVlanDetails(orThrow(readVlanDetails(call.device(), call.number("id", 0, kAny))));
 }
 
 std::string showVlanName(const WebCall &call) {
-    const auto id = call.number("id", 0, kAny);
-    return textOf([&](char **text) { return v2VlanNameGet(call.device(), id, text); });
+    return printVlanName(orThrow(readVlanName(call.device(), call.number("id", 0, kAny))));
 }
 
 std::string nameVlan(const WebCall &call) {
