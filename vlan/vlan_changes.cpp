@@ -92,6 +92,11 @@ Result<Affected> respectMembers(Switch sw, VlanId id, OfProfiles ofProfiles, con
     });
 }
 
+// The reason of a failure that came after that.
+std::string withThings(std::string reason, const ProfileThings &things) {
+    return things.empty() ? reason : reason + "; changed by hand: " + describe(things);
+}
+
 // What has been changed, as the result of whoever changed it.
 VlanChange changedOf(ProfileThings things, const Where &where) {
     if (!things.empty())
@@ -123,13 +128,14 @@ std::optional<VlanId> awaitDeletion(Switch sw, const std::vector<VlanId> &ids) {
     return std::nullopt;
 }
 
-// Sets all ports, then all LAGs; a set that fails stops nothing. Changes take effect in the order in which
-// they were accepted, so the last one tells of all: isShown(interface).
+// Sets all ports, then all LAGs; a set that fails stops nothing. Waits until isShown(interface) of all that
+// were set.
 template <class Set, class IsShown>
 Result<VlanChange> setAll(Switch sw, const Where &where, const Affected &affected, Set set, IsShown isShown) {
     unsigned count = 0, refused = 0;
+    std::vector<IfNum> changed;
     ProfileThings things;
-    IfNum last, firstRefused;
+    IfNum firstRefused;
     OpenError reason{};
     const auto setEach = [&](auto walk) -> std::optional<OpenError> {
         for (const IfNum ifNum : walk) {
@@ -141,10 +147,10 @@ Result<VlanChange> setAll(Switch sw, const Where &where, const Affected &affecte
                 }
                 continue;
             }
-            if (!last)
+            if (changed.empty())
                 for (const auto &vlan : affected.vlans)
                     affected.noteVlan(vlan.first, things);
-            last = ifNum;
+            changed.push_back(ifNum);
             affected.noteInterface(ifNum, things);
         }
         return walk.brokenBy();
@@ -160,12 +166,18 @@ Result<VlanChange> setAll(Switch sw, const Where &where, const Affected &affecte
     change.refused = refused;
     if (broken) {
         logError(where, "[%s:%d] the list of interfaces cannot be read (result = %d)\n", *broken);
-        return failed(
-            ResultCode::Failed,
-            "the list of interfaces cannot be read" +
-                (last ? "; " + std::to_string(count - refused) + " interfaces have been changed" : ""));
+        std::string reason = "the list of interfaces cannot be read";
+        if (!changed.empty())
+            reason += "; " + std::to_string(changed.size()) + " interfaces have been changed";
+        return failed(ResultCode::Failed, withThings(std::move(reason), change.ofProfiles));
     }
-    if (last && pollUntil([&] { return isShown(last) ? Poll::Done : Poll::Again; }) != Poll::Done) {
+    std::size_t shown = 0;
+    const auto look = [&] {
+        while (shown < changed.size() && isShown(changed[shown]))
+            ++shown;
+        return shown == changed.size() ? Poll::Done : Poll::Again;
+    };
+    if (pollUntil(look) != Poll::Done) {
         logWarn(where, "[%s:%d] the switch has accepted the change, but does not show it\n");
         change.isPending = true;
     }
@@ -291,9 +303,7 @@ Result<VlanChange> deleteVlans(Switch sw, std::span<const std::uint32_t> vlans, 
     std::string reason = vlanText(left->number()) + " cannot be deleted";
     if (!deleted.empty() && deleted.front() != *left)
         reason += "; those in front of it have been";
-    if (!change.ofProfiles.empty())
-        reason += "; changed by hand: " + describe(change.ofProfiles);
-    return failed(ResultCode::Failed, std::move(reason));
+    return failed(ResultCode::Failed, withThings(std::move(reason), change.ofProfiles));
 }
 
 Result<VlanChange> renameVlan(Switch sw, std::uint32_t vlan, std::string_view name, OfProfiles ofProfiles,
@@ -333,6 +343,7 @@ Result<VlanChange> createNamedVlan(Switch sw, std::int32_t vlan, std::string_vie
         return failCreation(OpenError::Parameter);
     Result<VlanChange> result;
     ProfileThings things;
+    bool isNew = false;
     if (const auto check = sw.checkVlan(*id)) {
         things = respectVlan(OfProfiles::Change, *id, where).value_or(Affected{}).all();
     } else {
@@ -340,6 +351,7 @@ Result<VlanChange> createNamedVlan(Switch sw, std::int32_t vlan, std::string_vie
             return failCreation(check.error());
         if (const auto created = sw.createVlan(*id); !created && sw.vlanPresence(*id) != Presence::Present)
             return failCreation(created.error());
+        isNew = true;
         logAt<int>(LOG_LEVEL_DEBUG, where, "[%s:%d] Create vlan(%d) success\n", vlan);
         const auto kept = sw.apply(formatText("vlan database\nvlan makestatic %d\nexit\n", vlan),
                                    ScriptFiles::forTag("vlan_makestatic"), where);
@@ -349,7 +361,9 @@ Result<VlanChange> createNamedVlan(Switch sw, std::int32_t vlan, std::string_vie
     const std::string kept = cutToBytes(name, kLongNameMax);
     if (const auto named = sw.setVlanName(*id, kept, static_cast<std::uint32_t>(kept.size() + 1)); !named) {
         logError(where, "[%s:%d] vlan %d set name :%s  error :%d \n", vlan, kept, named.error());
-        return failed(ResultCode::Failed, "the switch refused the name");
+        return failed(ResultCode::Failed,
+                      std::string("the switch refused the name") +
+                          (isNew ? "; " + vlanText(id->number()) + " has been created" : ""));
     }
     if (result)
         result = changedOf(std::move(things), where);

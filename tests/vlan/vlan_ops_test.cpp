@@ -3,6 +3,7 @@
 
 #include <array>
 #include <filesystem>
+#include <functional>
 #include <tuple>
 #include <utility>
 
@@ -370,6 +371,53 @@ interface 0/2; vlan participation include 20; vlan tagging 20)");
     device->with([](vswitch::Server &server) { server.model().setLatency(std::chrono::hours(1)); });
     EXPECT_EQ(R"({"interfaces":4,"refused":0,"pending":true,"profiles":[]})",
               told(setParticipationOfAll(&client, 1, Participation::Auto, change)));
+}
+
+// One call fails, or the switch is gone from that call on; then the same is asked again.
+TEST_F(VlanOpsTest, WhicheverCallFailsTheResultIsTrue) {
+    vlanInfoReplace(20, 3, "Stage", "Audio Dante", "#102030");
+    const auto have = [&](const std::string &wanted) { return ids() == wanted; };
+    const auto all = [&](const std::string &line) { return occurrences(config(), line) == 4; };
+    struct {
+        const char *what;
+        std::function<std::int32_t()> act;
+        std::function<bool()> isDone;
+        bool mayBePartial = false;  // some interfaces do not show in the result, but in the log
+    } const operations[] = {
+        {"create", [&] { return create("30,10,31"); }, [&] { return have("1 10 20 30 31 "); }},
+        {"delete", [&] { return v2VlanListDelete(&client, "20,40,10"); }, [&] { return have("1 "); }},
+        {"name", [&] { return v2VlanNameSet(&client, R"({"vlan-id":20,"name":"x"})"); },
+         [&] { return configured("vlan name 20 \"x\""); }},
+        {"create and set", [&] { return vlanCreateAndSet(&client, 40, "x"); },
+         [&] { return configured("vlan name 40 \"x\""); }},
+        {"PVID", [&] { return v2VlanPvidAllSet(&client, R"({"pvid":20})"); },
+         [&] { return all("vlan pvid 20\n"); }, true},
+        {"tagging", [&] { return v2VlanTaggingAllSet(&client, R"({"vlan-id":20,"tagging":"tagged"})"); },
+         [&] { return all("vlan tagging 20\n"); }, true},
+        {"frames", [&] { return v2VlanAcceptFrameAllSet(&client, R"({"accept-frame":"vlanonly"})"); },
+         [&] { return all("vlan acceptframe vlanonly\n"); }, true},
+        {"automatic", [&] { return switchportModeAutoSet(&client, R"({"mode":"enable"})"); },
+         [&] { return configured("\nswitchport mode auto\n"); }}};
+    for (const auto &[what, act, isDone, mayBePartial] : operations)
+        for (const bool once : {true, false}) {
+            bool struck = true;
+            for (std::uint64_t n = 1; struck; ++n) {
+                startSwitch({.physicalPorts = 3, .lags = 1});
+                commands("vlan database; vlan 10,20");
+                model([](vswitch::Model &m) { m.setLatency(std::chrono::milliseconds(300)); });
+                failCall("*", n, once, once ? OPEN_E_FAIL : OPEN_E_RPC);
+                const auto errors = logged("(ERROR)");
+                const auto code = act();
+                struck = callsSeen() >= n;
+                clearFaults();
+                const auto where =
+                    what + " fails at call "s + std::to_string(n) + (once ? "" : " and all after it");
+                EXPECT_TRUE(code != 0 || mayBePartial || isDone()) << where;
+                EXPECT_TRUE(isDone() || logged("(ERROR)") > errors) << where << "; nobody says so";
+                EXPECT_EQ(0, act()) << where;
+                EXPECT_TRUE(isDone()) << where << ", and once more";
+            }
+        }
 }
 
 // The words decide, whatever number stands for them.
