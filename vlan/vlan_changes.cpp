@@ -136,14 +136,14 @@ Result<VlanChange> setAll(Switch sw, const Where &where, const Affected &affecte
     std::vector<IfNum> changed;
     ProfileThings things;
     IfNum firstRefused;
-    OpenError reason{};
+    OpenError refusal{};
     const auto setEach = [&](auto walk) -> std::optional<OpenError> {
         for (const IfNum ifNum : walk) {
             ++count;
             if (const OpenResult<> done = set(ifNum); !done) {
                 if (refused++ == 0) {
                     firstRefused = ifNum;
-                    reason = done.error();
+                    refusal = done.error();
                 }
                 continue;
             }
@@ -160,7 +160,7 @@ Result<VlanChange> setAll(Switch sw, const Where &where, const Affected &affecte
         broken = setEach(sw.lags());
     if (refused > 0)
         logError(where, "[%s:%d] %u of %u interfaces were not changed (first: interface %u, result = %d)\n",
-                 refused, count, firstRefused, reason);
+                 refused, count, firstRefused, refusal);
     VlanChange change = changedOf(std::move(things), where);
     change.interfaces = count;
     change.refused = refused;
