@@ -26,7 +26,9 @@
 #include "swapi/switch_settings_ops.h"
 #include "vlan/multicast.h"
 #include "vlan/multicast_ops.h"
+#include "vlan/vlan_details.h"
 #include "vlan/vlan_ops.h"
+#include "vlan/vlan_requests.h"
 #include "web/answer_node.h"
 #include "web/neighbours_ops.h"
 #include "web/routes.h"
@@ -227,8 +229,10 @@ std::string deleteProfile(const WebCall &call) {
 
 // --- VLANs
 
-std::string listVlans(const WebCall &call) {
-    return textOf([&](char **text) { return v2VlanListGet(call.device(), text); });
+namespace {
+
+std::string changed(Result<VlanChange> result) {
+    return printVlanChange(orThrow(std::move(result)));
 }
 
 // The operations pass over what is no number.
@@ -237,29 +241,33 @@ void checkVlanList(const WebCall &call, std::string_view list) {
         refuse(call, ResultCode::InvalidArgument, quoteText(list) + " is no list of VLANs");
 }
 
+}  // namespace
+
+std::string listVlans(const WebCall &call) {
+    return printVlanSummaries(orThrow(readVlanSummaries(call.device())));
+}
+
 std::string createVlans(const WebCall &call) {
     checkVlanList(call, stringOf(call, bodyOf(call).get(), "vlan-list"));
-    return done(v2VlanListCreate(call.device(), call.body().c_str()));
+    return done(requestVlans(call.device(), call.body().c_str()));
 }
 
 std::string deleteVlans(const WebCall &call) {
     const std::string &list = call.text("list");
     checkVlanList(call, list);
-    return done(v2VlanListDelete(call.device(), list.c_str()));
+    return changed(requestNoVlans(call.device(), list.c_str()));
 }
 
 std::string showVlan(const WebCall &call) {
-    const auto id = call.number("id", 0, kAny);
-    return textOf([&](char **text) { return v2VlanDetailGet(call.device(), id, text); });
+    return printVlanDetails(orThrow(readVlanDetails(call.device(), call.number("id", 0, kAny))));
 }
 
 std::string showVlanName(const WebCall &call) {
-    const auto id = call.number("id", 0, kAny);
-    return textOf([&](char **text) { return v2VlanNameGet(call.device(), id, text); });
+    return printVlanName(orThrow(readVlanName(call.device(), call.number("id", 0, kAny))));
 }
 
 std::string nameVlan(const WebCall &call) {
-    return done(v2VlanNameSet(call.device(), call.body().c_str()));
+    return changed(requestVlanName(call.device(), call.body().c_str()));
 }
 
 std::string showProfileVlan(const WebCall &call) {
@@ -272,23 +280,23 @@ std::string createNamedVlan(const WebCall &call) {
     const auto id = integerMember(body.get(), "vlan-id");
     if (!id || !VlanId::from(*id))
         refuse(call, ResultCode::InvalidArgument, "\"vlan-id\" is not a VLAN id (1 to 4094)");
-    return done(vlanCreateAndSet(call.device(), *id, stringOf(call, body.get(), "name").c_str()));
+    return changed(pavo::createNamedVlan(call.device(), *id, stringOf(call, body.get(), "name")));
 }
 
 std::string setParticipation(const WebCall &call) {
-    return done(v2VlanParticipationAllSet(call.device(), call.body().c_str()));
+    return changed(requestParticipation(call.device(), call.body().c_str()));
 }
 
 std::string setAcceptFrames(const WebCall &call) {
-    return done(v2VlanAcceptFrameAllSet(call.device(), call.body().c_str()));
+    return changed(requestAcceptFrames(call.device(), call.body().c_str()));
 }
 
 std::string setPvid(const WebCall &call) {
-    return done(v2VlanPvidAllSet(call.device(), call.body().c_str()));
+    return changed(requestPvid(call.device(), call.body().c_str()));
 }
 
 std::string setTagging(const WebCall &call) {
-    return done(v2VlanTaggingAllSet(call.device(), call.body().c_str()));
+    return changed(requestTagging(call.device(), call.body().c_str()));
 }
 
 std::string showSwitchportMode(const WebCall &call) {

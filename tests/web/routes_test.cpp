@@ -156,7 +156,7 @@ TEST_F(RoutesTest, RefusalsSayWhy) {
         const char *path, *body, *message;
     } cases[] = {
         {"/api/v2/port/speed", R"({"ports":[3,99],"speed":"Auto"})", "Object not exist: there is no port 99"},
-        {"/api/v2/port/speed", R"({"ports":[3],"speed":"1\nexit"})",
+        {"/api/v2/port/speed", R"({"ports":[3],"speed":"100 Full\nexit"})",
          "Invalid argument: see the schema PortSpeedRequest in the answer of /api/v2/openapi"},
         {"/api/v2/system/management",
          R"({"vlanId":1,"mode":"static","address":"10.0.0.5","mask":"255.0","gateway":""})",
