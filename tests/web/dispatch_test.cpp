@@ -120,6 +120,17 @@ TEST_F(DispatchTest, SessionsEndTwoHoursAfterTheirLastUse) {
     EXPECT_EQ(1u, logged("Failed to get sysinfo\r\n"));
 }
 
+// As a program leaves it that is killed while it writes.
+TEST_F(DispatchTest, PartsOfASessionAreNone) {
+    const std::string whole = "eve\n92900\nrw\nt0ken";
+    for (std::size_t size = 0; size <= whole.size(); ++size) {
+        writeSession("t0ken", whole.substr(0, size));
+        EXPECT_EQ(size == whole.size() ? std::string(kJson) + "write" : kForbidden,
+                  get("/api/v2/read", "t0ken", "POST"))
+            << size;
+    }
+}
+
 TEST_F(DispatchTest, WhatIsNoTokenFindsNoSession) {
     namespace fs = std::filesystem;
     const std::string text = "admin\n0\n";

@@ -1,6 +1,8 @@
 // Logging in, and how long a session lasts.
+#include <sys/resource.h>
 #include <sys/stat.h>
 
+#include <csignal>
 #include <filesystem>
 #include <vector>
 
@@ -26,6 +28,13 @@ class LoginTest : public RequestTest {
     }
     static bool isOpen(const std::string &token) {
         return checkSession(token, {Access::User, HttpMethod::Get, SessionUse::Poll}).has_value();
+    }
+    static int filesOfSessions() {
+        int files = 0;
+        for (const auto &entry :
+             std::filesystem::directory_iterator(platform::fsPath(platform::paths::kSessionDir)))
+            files += entry.path().filename().string().starts_with(".") ? 0 : 1;
+        return files;
     }
     static void wait(int seconds) { platform::manual_clock::advance(std::chrono::seconds(seconds)); }
 
@@ -62,11 +71,7 @@ TEST_F(LoginTest, OpensASession) {
     writeSession("killed.new", "");
     wait(7201);
     ASSERT_EQ(ResultCode::Success, login("admin", "secret word"));
-    std::size_t files = 0;
-    for (const auto &entry :
-         std::filesystem::directory_iterator(platform::fsPath(platform::paths::kSessionDir)))
-        files += entry.path().filename().string().starts_with(".") ? 0 : 1;
-    EXPECT_EQ(2u, files) << "the session and its mark";
+    EXPECT_EQ(2, filesOfSessions()) << "the session and its mark";
     // One user cannot use up all sessions.
     const std::string admins = last.token;
     ASSERT_EQ(ResultCode::Success, login("eve", "reader's word"));
@@ -116,6 +121,39 @@ TEST_F(LoginTest, WrongPasswordsHaveToWait) {
     EXPECT_EQ(ResultCode::InvalidArgument, login(std::string(65, 'e'), "x"));
     users["new"] = {UserLevel::ReadOnly, ""};
     EXPECT_EQ(ResultCode::WrongPassword, login("new", "", "10.0.0.8")) << "no password is none";
+}
+
+// Each attempt begins before the one in front of it has been told the password.
+TEST_F(LoginTest, ManyAtOnceGainNothing) {
+    int wrong = 0;
+    FindUser slow = [&](const std::string &name) {
+        wrong += logIn({"admin", "guess", "10.0.0.1"}, slow).error().code == ResultCode::WrongPassword;
+        return find(name);
+    };
+    EXPECT_EQ(ResultCode::WrongPassword, logIn({"admin", "guess", "10.0.0.1"}, slow).error().code);
+    EXPECT_EQ(4, wrong);
+}
+
+TEST_F(LoginTest, AFullDisk) {
+    ASSERT_EQ(ResultCode::Success, login("eve", "reader's word"));
+    const std::string before = session(last.token);
+    wait(10);
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit whole{};
+    ASSERT_EQ(0, getrlimit(RLIMIT_FSIZE, &whole));
+    const rlimit none{2, whole.rlim_max};
+    ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &none));
+    const bool isServed =
+        checkSession(last.token, {Access::User, HttpMethod::Get, SessionUse::Extend}).has_value();
+    const auto opened = openSession(last.session, "mark");
+    const ResultCode code = login("eve", "reader's word");
+    ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &whole));
+    EXPECT_TRUE(isServed);
+    EXPECT_FALSE(opened);
+    EXPECT_EQ(ResultCode::Failed, code);
+    EXPECT_EQ(before, session(last.token));
+    EXPECT_EQ(2, filesOfSessions());
+    EXPECT_TRUE(isOpen(last.token));
 }
 
 TEST_F(LoginTest, ASessionEndsWithItsUser) {

@@ -161,9 +161,9 @@ TEST_F(RoutesTest, RefusalsSayWhy) {
         {"/api/v2/system/management",
          R"({"vlanId":1,"mode":"static","address":"10.0.0.5","mask":"255.0","gateway":""})",
          "Invalid argument: \"mask\" is no IPv4 address"},
-        {"/api/v2/log/level", R"({"level":10})", "Invalid argument: \"level\" is no number from 0 to 9"},
-        {"/api/v2/multicast/deny", R"({"blockAddressList":[239]})",
-         "Invalid argument: \"blockAddressList\" holds what is no string"}};
+        {"/api/v2/log/level", R"({"level":10})", "Invalid argument: \"level\" is more than 9"},
+        {"/api/v2/multicast/deny", R"({"blockAddressList":["239.0.0.0","x"]})",
+         "Invalid argument: \"x\" is no IPv4 address"}};
     const std::string before = show("show running-config");
     for (const auto &[path, body, message] : cases)
         EXPECT_EQ(message, call(path, HttpMethod::Put, "", body)["resp"]["respMsg"]) << body;
