@@ -205,7 +205,7 @@ constexpr Route kRoutes[] = {
      "The last lines of the log of the device manager.", kLines},
     {"/api/v2/log/level", Get, kAdmin, handlers::logLevel, nullptr, "logLevel", "LogLevel",
      "Up to which level the device manager logs."},
-    {"/api/v2/log/level", Put, kAdmin, handlers::setLogLevel, "LogLevel", nullptr, nullptr,
+    {"/api/v2/log/level", Put, kAdmin, handlers::setLogLevel, "LogLevelRequest", nullptr, nullptr,
      "Set up to which level the device manager logs."},
     {"/api/v2/cache/list", Get, kUser, handlers::listCache, nullptr, "cache", "CachedAnswer[]",
      "The answers that are kept: who produces them, and what is stored."},

@@ -268,8 +268,9 @@ constexpr const char *kSchemas = R"json({
 
 "LogLine": {"type": "string"},
 "LogLevel": {"type": "object", "required": ["level"], "properties": {
-    "level": {"type": "integer", "minimum": 0, "maximum": 9,
-        "description": "3 errors, 4 warnings, 5 notices, 6 information, 7 debugging"}}},
+    "level": {"type": "integer", "description": "3 errors, 4 warnings, 5 notices, 6 information, 7 debugging"}}},
+"LogLevelRequest": {"type": "object", "required": ["level"], "properties": {
+    "level": {"enum": [3, 4, 5, 6, 7], "description": "see LogLevel; errors are always logged"}}},
 "CachedAnswer": {"type": "object", "required": ["name"], "properties": {"name": {"type": "string"},
     "producer": {"type": "string"}, "isLinked": {"type": "boolean"}, "size": {"type": "integer"}}},
 "RefreshRequest": {"type": "object", "properties": {"names": {"type": "array", "items": {"type": "string"},

@@ -161,7 +161,8 @@ TEST_F(RoutesTest, RefusalsSayWhy) {
         {"/api/v2/system/management",
          R"({"vlanId":1,"mode":"static","address":"10.0.0.5","mask":"255.0","gateway":""})",
          "Invalid argument: \"mask\" is no IPv4 address"},
-        {"/api/v2/log/level", R"({"level":10})", "Invalid argument: \"level\" is more than 9"},
+        {"/api/v2/log/level", R"({"level":0})",
+         "Invalid argument: \"level\" is none of the values that it can have"},
         {"/api/v2/multicast/deny", R"({"blockAddressList":["239.0.0.0","x"]})",
          "Invalid argument: \"x\" is no IPv4 address"}};
     const std::string before = show("show running-config");
