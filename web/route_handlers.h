@@ -49,13 +49,19 @@ std::string neighbours(const WebCall &call);
 std::string devices(const WebCall &call);
 std::string vendor(const WebCall &call);
 std::string multicastGroups(const WebCall &call);
+std::string cacheMulticastGroups(const WebCall &call);
 std::string setMulticastModes(const WebCall &call);
 std::string setDenyList(const WebCall &call);
 std::string removeMulticastRouter(const WebCall &call);
 std::string nice(const WebCall &call);
 std::string setNice(const WebCall &call);
 
+// The resident program sends them; a process for each request cannot.
+std::string events(const WebCall &call);
+
 std::string logTail(const WebCall &call);
+std::string logLevel(const WebCall &call);
+std::string setLogLevel(const WebCall &call);
 std::string listCache(const WebCall &call);
 std::string readCache(const WebCall &call);
 std::string refreshCache(const WebCall &call);
