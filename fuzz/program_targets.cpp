@@ -257,7 +257,7 @@ void readDetectionFiles(const std::string &text) {
 
 }  // namespace
 
-// However a server's text is cut into packets, it is the same text.
+// However a server's text is cut into packets, it is the same text, and hides the same secret.
 void readTelnetReply(std::string_view input) {
     TelnetFilter whole, cut;
     std::string wholeAnswer, cutAnswer, pieces;
@@ -269,6 +269,13 @@ void readTelnetReply(std::string_view input) {
     for (std::size_t at = 0; at < wholeAnswer.size(); at += 3)
         require(wholeAnswer[at] == '\xff' && (wholeAnswer[at + 1] == '\xfc' || wholeAnswer[at + 1] == '\xfe'),
                 "options are refused");
+    const auto secret = text.substr(0, std::min<std::size_t>(text.find('*'), 6));
+    SecretMask inOne(secret), inPieces(secret);
+    std::string shown;
+    for (const char &c : text)
+        shown += inPieces.take({&c, 1});
+    for (const auto &masked : {inOne.take(text), shown})
+        require(secret.empty() ? masked == text : !masked.contains(secret), "a secret is hidden", masked);
     const auto stage = loginStageOf(text);
     require(stage == LoginStage::Invalid || text.find_first_of(":>#") != std::string::npos ||
                 text.contains("configure"),

@@ -28,7 +28,7 @@ constexpr std::int32_t kConnectionEnded = -2;
 constexpr std::chrono::seconds kLoginPause{1};
 constexpr std::size_t kReadMax = 255;
 // More than this is no prompt, and more lines than this are no login.
-constexpr std::size_t kPromptMax = 64u << 10;
+constexpr std::size_t kPromptMax = 16u << 10;
 constexpr int kLoginLinesMax = 12;
 // Of input that nobody wants.
 constexpr std::size_t kDiscardMax = 1u << 20;
@@ -80,12 +80,8 @@ int connectTo(int fd, std::uint16_t port, std::chrono::steady_clock::time_point 
     return isSelfConnected(fd) ? ECONNREFUSED : 0;
 }
 
-// In lines of what one read holds; a text with the password in it is not shown at all.
-void logInput(const Where &where, const std::string &text, const std::string &password) {
-    if (!password.empty() && text.find(password) != std::string::npos) {
-        logDebug(where, "[%s:%d] buffer: (%s)\n", kMask);
-        return;
-    }
+// In lines of what one read holds.
+void logInput(const Where &where, const std::string &text) {
     for (std::size_t at = 0; at < text.size(); at += kReadMax)
         logDebug(where, "[%s:%d] buffer: (%s)\n", text.substr(at, kReadMax));
 }
@@ -169,6 +165,7 @@ bool CliClient::writeAll(std::string_view bytes) {
 
 bool CliClient::send(std::string_view line, Content content, Where where) {
     std::string bytes;
+    bytes.reserve(2 * line.size() + 1);  // a secret is not copied about
     for (const char c : line) {
         if (c == '\xff')  // announces a telnet command unless it is doubled
             bytes += c;
@@ -239,6 +236,7 @@ std::int32_t CliClient::login(const std::string &name, const std::string &passwo
         return result;
     };
     auto budget = Clock::duration(2 * patience_);
+    SecretMask mask(password);
     for (int lines = 0;; ++lines) {
         const auto begin = Clock::now();
         std::string text;
@@ -248,9 +246,10 @@ std::int32_t CliClient::login(const std::string &name, const std::string &passwo
             logSystemError(where, input == Input::Silence ? ETIMEDOUT : error_);
             return finish(kConnectionEnded);
         }
-        logInput(where, text, password);
+        logInput(where, mask.take(text));
 
         auto stage = loginStageOf(text);
+        explicit_bzero(text.data(), text.size());  // some servers echo passwords
         if (lines == kLoginLinesMax && stage != LoginStage::Done)
             stage = LoginStage::Invalid;  // the server asks the same again and again
         logDebug(where, "[%s:%d] stage: %d\n", stage);

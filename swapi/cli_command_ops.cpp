@@ -55,7 +55,7 @@ std::int32_t showBy(Switch sw, const std::string &cmd, char *reply, std::uint32_
         return codeOf(ResultCode::OpenFailed);
     }
     try {
-        const auto text = readFile(kCommandIn, kFileMax, where);
+        const auto text = readFile(kCommandIn, SIZE_MAX, where);
         if (!text) {
             logError(where, "[%s:%d] Failed to open file %s\n", kCommandIn);
             return codeOf(ResultCode::OpenFailed);

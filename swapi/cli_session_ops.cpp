@@ -99,7 +99,8 @@ std::int32_t keepAlive(const Where &where) {
     if (!s.client.send("\r\n", CliClient::Content::Plain, where))
         return closeSession();
     platform::sleepFor(kLongPause);
-    return s.client.receive(kKeepAliveRead, where) ? 0 : closeSession();
+    // What the switch has sent may be why it logs this user out.
+    return s.client.receive(kKeepAliveRead, where) && s.client.discardInput() ? 0 : closeSession();
 }
 
 std::int32_t control(Switch sw, std::int32_t action, const Where &where) {

@@ -1,5 +1,9 @@
 #include "swapi/telnet.h"
 
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
 namespace pavo {
 namespace {
 
@@ -48,6 +52,34 @@ std::string TelnetFilter::take(std::string_view bytes, std::string &answer) {
         }
     }
     return text;
+}
+
+std::string SecretMask::take(std::string_view piece) {
+    if (secret_.empty())
+        return std::string(piece);
+    std::string whole(secret_.substr(0, begun_));
+    whole.reserve(begun_ + piece.size());
+    whole += piece;
+    std::vector<bool> hidden(whole.size());
+    const auto hide = [&](std::size_t at, std::size_t size) {
+        std::fill_n(hidden.begin() + static_cast<std::ptrdiff_t>(at), size, true);
+    };
+    for (auto at = whole.find(secret_); at != std::string::npos; at = whole.find(secret_, at + 1))
+        hide(at, secret_.size());
+    std::size_t begun = std::min(secret_.size() - 1, whole.size());
+    while (!whole.ends_with(secret_.substr(0, begun)))
+        --begun;
+    hide(whole.size() - begun, begun);
+
+    std::string shown;
+    for (std::size_t i = begun_; i < whole.size(); ++i)
+        if (!hidden[i])
+            shown += whole[i];
+        else if (i == begun_ || !hidden[i - 1])
+            shown += "********";
+    explicit_bzero(whole.data(), whole.size());
+    begun_ = begun;
+    return shown;
 }
 
 LoginStage loginStageOf(std::string_view text) {

@@ -3,6 +3,7 @@
 #ifndef PAVO_SWAPI_TELNET_H
 #define PAVO_SWAPI_TELNET_H
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -20,6 +21,19 @@ class TelnetFilter {
   private:
     enum class State : std::uint8_t { Data, Command, Will, Wont, Do, Dont, Sub, SubCommand };
     State state_ = State::Data;
+};
+
+// Hides a secret in a text that comes in pieces, also where the pieces cut it.
+class SecretMask {
+  public:
+    // Refers to the secret. An empty one is none.
+    explicit SecretMask(std::string_view secret) : secret_(secret) {}
+    // The piece, with "********" for the secret, and for what may be the beginning of it at the end.
+    std::string take(std::string_view piece);
+
+  private:
+    std::string_view secret_;
+    std::size_t begun_ = 0;  // how much of it the last piece may have ended with
 };
 
 // Where a login is, by what the server has sent since it was last answered; the first that fits.

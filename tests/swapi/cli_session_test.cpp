@@ -99,6 +99,13 @@ TEST_F(CliSessionTest, FailureIsFollowedByAnotherLogin) {
     server.tick();
     EXPECT_EQ(10000, control(CLI_SESSION_KEEP_ALIVE));
     EXPECT_EQ(10000, control(CLI_SESSION_QUERY));
+    // So does one whose user has got another password: before it runs anything.
+    for (const bool kept : {true, false}) {
+        EXPECT_EQ(0, control(CLI_SESSION_OPEN));
+        commands(std::string("configure; username admin password \"") + kPassword + (kept ? "!\"" : "\""));
+        EXPECT_EQ(10000, kept ? control(CLI_SESSION_KEEP_ALIVE) : vlanCommand("vlan 12"));
+        EXPECT_EQ(10000, control(CLI_SESSION_QUERY));
+    }
     EXPECT_FALSE(hasVlan(12));
     for (const auto *missing : {"mode", "command", "reply"})
         EXPECT_EQ(10000, fastpath_cli_vlan_db_cmd(&client, *missing == 'm' ? nullptr : "end",
@@ -220,15 +227,25 @@ class LoginTest : public test_support::SwitchTest {
 TEST_F(LoginTest, GoesByThePromptsHoweverTheyCome) {
     EXPECT_EQ(0, login(kPrompts));
     EXPECT_EQ(kLines, lines);
-    const std::string banner = "Welcome to (hall)\r\n", echoed = std::string(kPassword) + "\r\n(a) >";
-    EXPECT_EQ(0, login({banner + "|Us|er:", "Pass|word|:", echoed, "(|a|) |#", "conf|igure"}));
+    // Echoes of the password, one of them cut in two by an answer, are not shown.
+    EXPECT_EQ(0, login({"Welcome to (hall)\r\n|Us|er:Par", "ole 123|Pass|word|:", "Parole| 123\r\n(a) >",
+                        "(|a|) |#", "conf|igure"}));
     EXPECT_EQ(kLines, lines);
+    EXPECT_EQ(0u, logged("Par") + logged("123"));
+    EXPECT_EQ(1u, logged("buffer: (Welcome to (hall)\r\nUser:********)"));
+    EXPECT_EQ(1u, logged("buffer: (********Password:)"));
+    EXPECT_EQ(1u, logged("buffer: (********\r\n(a) >)"));
+    EXPECT_EQ(2u, logged("Sent: (********)"));
     // Every option is refused.
     EXPECT_EQ(0, login({"\xff\xfb|\x01\xff\xfd\x1f\xff\xfa\x18(a) >\xff\xf0\xff\xf9User:", "Password:",
                         "(a) (Config)#"}));
     EXPECT_EQ("\xff\xfe\x01\xff\xfc\x1f" + kLines.substr(0, kLines.find("enable")), lines);
     EXPECT_EQ(0, login({"(a) #", "(a) (Config)#"}));
     EXPECT_EQ(3u, logged("stage: 1\n"));
+    // A prompt is none before its last byte.
+    for (const auto &prompt : kPrompts)
+        for (std::size_t size = 0; size < prompt.size(); ++size)
+            EXPECT_EQ(LoginStage::Invalid, loginStageOf(prompt.substr(0, size))) << prompt.substr(0, size);
 }
 
 TEST_F(LoginTest, EndsWhateverTheServerDoes) {

@@ -25,7 +25,8 @@ class TelnetSessionTest : public ControlFixture {
         return out;
     }
     std::string login(const std::string &name, const std::string &password) {
-        return feed(name + "\r\n") + feed(password + "\r\n");
+        const auto asked = feed(name + "\r\n");
+        return asked + feed(password + "\r\n");
     }
 
     TelnetSession session;

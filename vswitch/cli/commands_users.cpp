@@ -11,7 +11,7 @@ bool setUser(Context &c, const std::string &name, const std::string &password,
     if (!isUserName(name))
         return c.refuse("A user name has 1 to 64 letters, digits, '.', '-' and '_'.");
     if (!isUserPassword(password))
-        return c.refuse("A password has 8 to 64 characters.");
+        return c.refuse("A password has 8 to 64 characters, and no control characters.");
     if (name == kAdminName && level.value_or(OPEN_USER_LEVEL_ADMIN) != OPEN_USER_LEVEL_ADMIN)
         return c.refuse("The level of admin is always 15.");
     if (!users.contains(name) && users.size() == kUsersMax)

@@ -15,7 +15,10 @@ using asio::ip::tcp;
 class CliServer::Connection : public std::enable_shared_from_this<Connection> {
   public:
     Connection(tcp::socket socket, std::shared_ptr<const Access> access)
-        : socket_(std::move(socket)), access_(std::move(access)), since_(platform::monotonicNow()) {}
+        : socket_(std::move(socket)),
+          pause_(socket_.get_executor()),
+          access_(std::move(access)),
+          since_(platform::monotonicNow()) {}
 
     void start() { send(TelnetSession::greeting()); }
 
@@ -40,6 +43,14 @@ class CliServer::Connection : public std::enable_shared_from_this<Connection> {
                           });
     }
 
+    // A client that does not wait keeps its place among the sessions until then, too.
+    void sendLater(std::string text) {
+        output_ = std::move(text);
+        pause_.expires_after(kRefusalPause);
+        pause_.async_wait(
+            [self = shared_from_this()](asio::error_code) { self->send(std::move(self->output_)); });
+    }
+
     void work() {
         std::optional<std::string> output;
         (*access_)([&](Server &server) {
@@ -49,7 +60,9 @@ class CliServer::Connection : public std::enable_shared_from_this<Connection> {
             if (session_.isLoggedIn() || before)
                 since_ = platform::monotonicNow();
         });
-        if (output)
+        if (output && session_.hasRefused())
+            sendLater(std::move(*output));
+        else if (output)
             send(std::move(*output));
         else if (session_.isOver())
             close();
@@ -68,6 +81,7 @@ class CliServer::Connection : public std::enable_shared_from_this<Connection> {
     }
 
     tcp::socket socket_;
+    asio::steady_timer pause_;
     std::shared_ptr<const Access> access_;
     TelnetSession session_;
     platform::Duration since_;  // the last input of a user, or the connection before there is one

@@ -1,7 +1,8 @@
 // The command line over TCP, on the loopback address: telnet sessions, see telnet_session.h.
 //
 // At most kSessionsMax sessions at a time. One that is silent for kIdleMax is closed, one that has not
-// logged in after kLoginMax, too; people type in real time, also where the switch's clock is a faster one.
+// logged in after kLoginMax, too; who gives a wrong password hears of it after kRefusalPause. All these are
+// real time, also where the switch's clock is a faster one: people type in it.
 // A client that does not read holds up nobody but itself.
 #ifndef PAVO_VSWITCH_SERVER_CLI_SERVER_H
 #define PAVO_VSWITCH_SERVER_CLI_SERVER_H
@@ -24,6 +25,7 @@ class CliServer {
     static constexpr std::size_t kSessionsMax = 8;
     static constexpr platform::Duration kIdleMax = std::chrono::minutes(5),
                                         kLoginMax = std::chrono::minutes(1);
+    static constexpr std::chrono::seconds kRefusalPause{1};
 
     // Runs an action on the switch, which is up to date then; what the action has changed is kept when it
     // returns.

@@ -61,6 +61,7 @@ std::string TelnetSession::greeting() {
 
 std::optional<std::string> TelnetSession::next(Server &server) {
     std::string out;
+    refused_ = false;
     while (used_ < input_.size() && !isOver()) {
         const auto c = filter(static_cast<unsigned char>(input_[used_++]), out);
         if (c && take(server, *c, out))
@@ -255,6 +256,7 @@ void TelnetSession::checkPassword(Server &server, const std::string &password, s
     // What is no user's name may be a password that somebody has typed too early.
     model.log(4, "USER_MGR", "cliLogin",
               (known ? "User " + name_ : "Unknown user") + ": login to the command line refused");
+    refused_ = true;
     const bool again = ++attempts_ < kAttemptsMax;
     stage_ = again ? Stage::User : Stage::Over;
     out += again ? "\r\nLogin incorrect\r\nUser:" : "\r\nLogin incorrect\r\n";

@@ -35,6 +35,8 @@ class TelnetSession {
     std::optional<std::string> next(Server &server);
 
     bool isLoggedIn() const { return stage_ == Stage::Shell; }
+    // What next() has returned refuses a login: it is sent after a pause, for those who guess.
+    bool hasRefused() const { return refused_; }
     // The connection is to be closed once everything is sent.
     bool isOver() const { return stage_ == Stage::Over; }
 
@@ -60,6 +62,7 @@ class TelnetSession {
     std::string input_, line_;
     std::size_t used_ = 0;  // of input_
     int attempts_ = 0;
+    bool refused_ = false;
     std::string name_;
     User user_;  // as it was at login
     CliSession session_;
