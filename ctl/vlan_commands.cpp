@@ -206,6 +206,8 @@ void setVlanParticipation(Switch sw, const Output &output, std::uint32_t vlan, c
 
 void setVlanTagging(Switch sw, const Output &output, std::uint32_t vlan, const std::string &tagging,
                     bool force) {
+    require(requireVlan(sw, vlan));
+    require(requireVlan(sw, vlan));
     printAll(output,
              changeOf(setTaggingOfAll(sw, vlan, tagging == "tagged" ? Tagging::Tagged : Tagging::Untagged,
                                       ofProfiles(force)),
