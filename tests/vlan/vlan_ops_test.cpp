@@ -350,7 +350,14 @@ interface 0/2; vlan participation include 20; vlan tagging 20)");
         told(deleteVlans(&client, std::array<std::uint32_t, 2>{20, 1}, change)));
     EXPECT_EQ(2u, logged("] changed by hand: profile \"Stage\" has VLAN 20\n"));
 
+    // After a reboot there is only the record.
+    std::filesystem::remove(platform::fsPath(platform::paths::kProfileDb));
+    writeText(platform::paths::kProfileRecord, R"({"profiles":[
+{"profileConfig":{"name":"Foyer","vlans":[{"vlanId":10}]}},{"profileConfig":{"name":"Hall","vlans":[{"vlanId":10}]}}]})");
+    EXPECT_EQ("profile \"Hall\" has VLAN 10", told(deleteVlans(&client, both, refuse)));
     // Whose a VLAN is cannot be told any more.
+    writeText(platform::paths::kProfileRecord, "damaged");
+    EXPECT_FALSE(deleteVlans(&client, both, refuse));
     writeText(platform::paths::kProfileDb, "damaged");
     EXPECT_FALSE(deleteVlans(&client, both, refuse));
     EXPECT_EQ("1 10 ", ids());
