@@ -219,7 +219,7 @@ std::string listVlans(const WebCall &call) {
 }
 
 std::string createVlans(const WebCall &call) {
-    return done(requestVlans(call.device(), call.body().c_str()));
+    return changed(requestVlans(call.device(), call.body().c_str()));
 }
 
 std::string deleteVlans(const WebCall &call) {

@@ -342,7 +342,7 @@ interface 0/2; vlan participation include 20; vlan tagging 20)");
     EXPECT_EQ("VLAN 1 cannot be deleted",
               told(deleteVlans(&client, std::array<std::uint32_t, 2>{1, 20}, change)));
     EXPECT_EQ(1u, logged("] changed by hand: "));
-    EXPECT_EQ(R"({"profiles":[{"name":"Stage","has":["VLAN 20"]}]})",
+    EXPECT_EQ(R"({"vlans":[],"profiles":[{"name":"Stage","has":["VLAN 20"]}]})",
               told(createNamedVlan(&client, 20, "hall")));
     EXPECT_EQ(
         "VLAN 1 cannot be deleted; those in front of it have been; changed by hand: profile \"Stage\" has "
@@ -361,7 +361,9 @@ interface 0/2; vlan participation include 20; vlan tagging 20)");
     writeText(platform::paths::kProfileDb, "damaged");
     EXPECT_FALSE(deleteVlans(&client, both, refuse));
     EXPECT_EQ("1 10 ", ids());
-    EXPECT_EQ(0, v2VlanListDelete(&client, "10"));
+    const std::array<std::uint32_t, 3> some{30, 10, 30};
+    EXPECT_EQ(R"({"vlans":[30],"profiles":[]})", told(createVlans(&client, some)));
+    EXPECT_EQ(R"({"vlans":[30,10],"profiles":[]})", told(deleteVlans(&client, some, change)));
 
     device->with([](vswitch::Server &server) { server.model().setLatency(std::chrono::hours(1)); });
     EXPECT_EQ(R"({"interfaces":4,"refused":0,"pending":true,"profiles":[]})",
