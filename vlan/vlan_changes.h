@@ -13,6 +13,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "common/result.h"
 #include "common/where.h"
@@ -27,6 +28,7 @@ enum class OfProfiles { Change, Refuse };
 
 // What a change has done.
 struct VlanChange {
+    std::vector<VlanId> vlans{};  // that have been created or deleted, in this order
     // Of all ports and LAGs: how many there are, and how many of them the switch did not change (logged
     // together in one line).
     unsigned interfaces = 0;
@@ -37,15 +39,15 @@ struct VlanChange {
     ProfileThings ofProfiles{};
 };
 
-// {"interfaces":28,"refused":0,"pending":false,"profiles":[{"name":"Stage","has":["VLAN 20","0/1"]}]}; the first
-// three only for a change of all interfaces. In one line.
+// {"interfaces":28,"refused":0,"pending":false,"profiles":[{"name":"Stage","has":["VLAN 20","0/1"]}]} for a change
+// of all interfaces, {"vlans":[20],"profiles":[...]} for all others. In one line.
 std::string printVlanChange(const VlanChange &change);
 
 // --- some VLANs
 
 // Creates those that do not exist, in this order, up to the first that fails.
-Result<> createVlans(Switch sw, std::span<const std::uint32_t> vlans,
-                     Where where = std::source_location::current());
+Result<VlanChange> createVlans(Switch sw, std::span<const std::uint32_t> vlans,
+                               Where where = std::source_location::current());
 
 // Deletes those that exist, in this order, up to the first that fails.
 Result<VlanChange> deleteVlans(Switch sw, std::span<const std::uint32_t> vlans, OfProfiles ofProfiles,

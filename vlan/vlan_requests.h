@@ -18,7 +18,7 @@ namespace pavo {
 // A VLAN list is "10,20-25", see vlan/vlan_list.h.
 
 // {"vlan-list": text}: creates those that do not exist, up to the first that fails.
-Result<> requestVlans(Switch sw, const char *json, Where where = std::source_location::current());
+Result<VlanChange> requestVlans(Switch sw, const char *json, Where where = std::source_location::current());
 // Deletes those of the list that exist, up to the first that fails.
 Result<VlanChange> requestNoVlans(Switch sw, const char *list, Where where = std::source_location::current());
 // {"vlan-id": number, "name": text}; the name is cut to 32 characters.
