@@ -111,6 +111,7 @@ VlanChange changeOf(Result<VlanChange> result, bool force) {
 
 std::string listOf(const std::vector<VlanId> &vlans) {
     std::vector<std::uint32_t> numbers;
+    numbers.reserve(vlans.size());
     for (const VlanId id : vlans)
         numbers.push_back(id.number());
     return rangesOf(std::move(numbers));
@@ -172,6 +173,7 @@ void showVlanInterfaces(Switch sw, const Output &output, std::uint32_t vlan) {
         return;
     }
     std::vector<Row> rows;
+    rows.reserve(details.interfaces.size());
     for (const VlanInterface &interface : details.interfaces)
         rows.push_back({interface.name.value_or("?"), shown(interface.currentWord()),
                         shown(interface.configuredWord()), shown(interface.taggingWord())});

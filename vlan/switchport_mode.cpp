@@ -1,7 +1,5 @@
 #include "vlan/switchport_mode.h"
 
-#include <algorithm>
-
 #include "common/text.h"
 #include "platform/paths.h"
 #include "swapi/switch_settings.h"
@@ -17,8 +15,10 @@ constexpr const char *kTag = "switchport_mode_auto";
 bool parseSwitchportModeAuto(std::string_view runningConfig) {
     bool on = false;
     forEachLine(runningConfig, runningConfig.size() + 1, [&](std::string_view line) {
-        line.remove_prefix(std::min(line.find_first_not_of(" \t"), line.size()));
-        on = line.starts_with(kModeLine);
+        const auto before = line.substr(0, line.find(kModeLine));
+        // A text that somebody has given a port or a VLAN is no setting.
+        on = before.size() < line.size() && before.find('"') == std::string_view::npos &&
+             before.find("description ") == std::string_view::npos;
         return !on;
     });
     return on;

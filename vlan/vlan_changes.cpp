@@ -117,8 +117,8 @@ Result<> checkName(std::string_view name, const Where &where) {
                   "a name is UTF-8 without control characters, quotes and backslashes");
 }
 
-// Waits until the switch does not show them any more; nothing, or the first that stays. One that goes takes its
-// time, so each has its own.
+// Waits until the switch does not show them any more; nothing, or the first that stays. Each may take as long
+// as one alone.
 std::optional<VlanId> awaitDeletion(Switch sw, const std::vector<VlanId> &ids) {
     for (const VlanId id : ids) {
         const auto look = [&] { return sw.vlanPresence(id) == Presence::Absent ? Poll::Done : Poll::Again; };

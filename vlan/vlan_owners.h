@@ -24,8 +24,8 @@ struct OwnedInterface {
     std::string name;  // in the CLI
 };
 
-// VLANs that profiles have, from the profile database; as long as it is missing, after a reboot, from the record
-// that it is going to be made of (profile/record.h). The default profile's VLAN 1 is everybody's.
+// VLANs that profiles have, from the profile database; as long as it is missing, after a reboot, from the
+// record that it is going to be made of (profile/record.h). The default profile's VLAN 1 is everybody's.
 class VlanOwners {
   public:
     // Nobody owns anything where there is neither. Failed (logged) when there is one that cannot be read.

@@ -1,8 +1,8 @@
 // Requests to change VLANs as the web interface sends them, in JSON text but for the list of what is to be
 // deleted (null is no request). What a profile has is changed, and named in the result.
 //
-// InvalidArgument (logged) for what is none of the requests described, with the switch not touched. Everything
-// else is in vlan/vlan_changes.h.
+// InvalidArgument (logged) for what is none of the requests described, with the switch not touched. All else
+// is in vlan/vlan_changes.h.
 #ifndef PAVO_VLAN_VLAN_REQUESTS_H
 #define PAVO_VLAN_VLAN_REQUESTS_H
 

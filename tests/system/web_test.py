@@ -7,6 +7,7 @@ import os
 import socket
 import subprocess
 import sys
+import threading
 import unittest
 import urllib.parse
 
@@ -129,6 +130,7 @@ class WebTest(WebCase):
         self.assertEqual(set(), left)
         self.assertTrue(self.cgi("get", "/api/v2/vlan/list").startswith(b"Status:403"))
 
+<<<<<<< HEAD
     def test_streams_that_are_closed(self):
         """What the program opens does not become its output, and a body that is not there is an error."""
         body = json.dumps(LOGIN)
@@ -141,6 +143,36 @@ class WebTest(WebCase):
             for name in filter(lambda name: os.path.isfile(os.path.join(folder, name)), files):
                 with open(os.path.join(folder, name), "rb") as file:
                     self.assertNotIn(b"respCode", file.read(), name)
+=======
+    def test_two_administrators(self):
+        """One on the web, one at the command line: each gets what was asked for, and both leave nothing behind."""
+        self.token = json.loads(self.cgi("post", "/api/v2/session", body=LOGIN)[len(HEADER):])["session"]["token"]
+        before = self.rig.running_config()
+        answers = []
+
+        def web():
+            for _ in range(5):
+                for method, path, query, body in (
+                        ("post", "/api/v2/profile/apply", None, PROFILE),
+                        ("put", "/api/v2/vlan/name", None, {"vlan-id": 50, "name": "by hand"}),
+                        ("delete", "/api/v2/profile", {"name": "Stage"}, None)):
+                    answers.append(json.loads(self.cgi(method, path, query, body)[len(HEADER):]))
+
+        other = threading.Thread(target=web)
+        other.start()
+        try:
+            for _ in range(5):
+                for words in (("create", "100-120"), ("participation", "100", "include"), ("name", "101", "foyer"),
+                              ("participation", "100", "auto"), ("delete", "100-120")):
+                    self.rig.pavoctl("vlan", *words)
+        finally:
+            other.join()
+        self.assertEqual([0] * 15, [answer["resp"]["respCode"] for answer in answers], answers)
+        self.assertEqual([[{"name": "Stage", "has": ["VLAN 50"]}]] * 5,
+                         [answer["vlanChange"]["profiles"] for answer in answers[1::3]])
+        self.assertNotIn("(ERROR)", self.rig.log())
+        self.assertEqual(before, self.rig.running_config())
+>>>>>>> h13-vops
 
     def test_the_document_in_the_tree_is_the_one_served(self):
         with open(os.path.join(TREE, "data", "openapi.json"), encoding="utf-8") as file:
