@@ -130,7 +130,6 @@ class WebTest(WebCase):
         self.assertEqual(set(), left)
         self.assertTrue(self.cgi("get", "/api/v2/vlan/list").startswith(b"Status:403"))
 
-<<<<<<< HEAD
     def test_streams_that_are_closed(self):
         """What the program opens does not become its output, and a body that is not there is an error."""
         body = json.dumps(LOGIN)
@@ -143,7 +142,7 @@ class WebTest(WebCase):
             for name in filter(lambda name: os.path.isfile(os.path.join(folder, name)), files):
                 with open(os.path.join(folder, name), "rb") as file:
                     self.assertNotIn(b"respCode", file.read(), name)
-=======
+
     def test_two_administrators(self):
         """One on the web, one at the command line: each gets what was asked for, and both leave nothing behind."""
         self.token = json.loads(self.cgi("post", "/api/v2/session", body=LOGIN)[len(HEADER):])["session"]["token"]
@@ -172,7 +171,6 @@ class WebTest(WebCase):
                          [answer["vlanChange"]["profiles"] for answer in answers[1::3]])
         self.assertNotIn("(ERROR)", self.rig.log())
         self.assertEqual(before, self.rig.running_config())
->>>>>>> h13-vops
 
     def test_the_document_in_the_tree_is_the_one_served(self):
         with open(os.path.join(TREE, "data", "openapi.json"), encoding="utf-8") as file:
