@@ -32,18 +32,24 @@ const std::string *VlanOwners::find(VlanId id) const {
     return owner != names_.end() ? &owner->second : nullptr;
 }
 
-void VlanOwners::noteVlan(VlanId id, ProfileThings &things) const {
-    if (const std::string *const owner = find(id))
-        things[*owner].push_back("VLAN " + std::to_string(id.number()));
-}
-
-void VlanOwners::noteInterfaces(Switch sw, VlanId except, ProfileThings &things) const {
+std::map<IfNum, OwnedInterface> VlanOwners::interfaces(Switch sw, Tagging frames,
+                                                       std::optional<VlanId> except) const {
+    std::map<IfNum, OwnedInterface> owned;
     if (empty())
-        return;
+        return owned;
+    const auto ownerOf = [&](IfNum ifNum) -> const std::string * {
+        if (frames == Tagging::Untagged) {
+            const auto pvid = sw.pvid(ifNum);
+            return pvid && *pvid != except ? find(*pvid) : nullptr;
+        }
+        for (const VlanId id : sw.taggedVlans(ifNum).value_or(std::vector<VlanId>{}))
+            if (const std::string *const owner = id != except ? find(id) : nullptr)
+                return owner;
+        return nullptr;
+    };
     const auto note = [&](IfNum ifNum, const std::string &name) {
-        const auto pvid = sw.pvid(ifNum);
-        if (const std::string *const owner = pvid && *pvid != except ? find(*pvid) : nullptr)
-            things[*owner].push_back(name);
+        if (const std::string *const owner = ownerOf(ifNum))
+            owned.emplace(ifNum, OwnedInterface{*owner, name});
     };
     for (const IfNum port : sw.ports())
         note(port, portCliName(port));
@@ -53,6 +59,7 @@ void VlanOwners::noteInterfaces(Switch sw, VlanId except, ProfileThings &things)
             numbering = LagNumbering{lag};
         note(lag, lagCliName(numbering->numberOf(lag)));
     }
+    return owned;
 }
 
 std::string describe(const ProfileThings &things) {

@@ -1,9 +1,12 @@
 #include "web/login.h"
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
 #include <sys/random.h>
 
 #include <algorithm>
 #include <cstdint>
+#include <iterator>
 #include <map>
 #include <string_view>
 #include <utility>
@@ -19,9 +22,11 @@ namespace pavo {
 namespace {
 
 constexpr int kFreeAttempts = 5;
-constexpr long kFirstPause = 10, kLongestPause = 300;  // seconds
+// Seconds. That of an address is twice that of a user, so that nobody keeps a user out from a single address.
+constexpr long kFirstUserPause = 5, kFirstAddressPause = 10;
+constexpr int kDoublings = 5;
 constexpr long kForgottenAfter = 900;
-constexpr std::size_t kKeysMax = 1024;  // who is longest ago goes first
+constexpr std::size_t kKeysMax = 1024;  // who has the fewest failures goes first, of those who is longest ago
 
 std::string fileName(const char *name) {
     return std::string(platform::paths::kSessionDir) + "/" + name;
@@ -33,10 +38,11 @@ struct Failures {
     int count = 0;
     long last = 0;  // system uptime
 
-    long pause() const {
+    // How much of the pause is left.
+    long wait(long firstPause, long now) const {
         if (count < kFreeAttempts)
             return 0;
-        return std::min(kLongestPause, kFirstPause << std::min(count - kFreeAttempts, 10));
+        return std::max(0L, (firstPause << std::min(count - kFreeAttempts, kDoublings)) - (now - last));
     }
 };
 using FailureTable = std::map<std::string, Failures>;
@@ -59,7 +65,8 @@ FailureTable readTable(long now) {
 
 Result<> writeTable(FailureTable table, const Where &where) {
     while (table.size() > kKeysMax)
-        table.erase(std::ranges::min_element(table, {}, [](const auto &entry) { return entry.second.last; }));
+        table.erase(std::ranges::min_element(
+            table, {}, [](const auto &entry) { return std::pair(entry.second.count, entry.second.last); }));
     const JsonPtr root(cJSON_CreateObject());
     for (const auto &[key, failures] : table)
         if (cJSON *const item = cJSON_AddObjectToObject(root.get(), key.c_str())) {
@@ -71,27 +78,31 @@ Result<> writeTable(FailureTable table, const Where &where) {
 
 // An IPv6 host has a network of 64 bits to choose addresses from.
 std::string networkOf(const std::string &address) {
-    std::size_t end = 0;
-    for (int groups = 0; groups < 4 && end != std::string::npos; ++groups)
-        end = address.find(':', end == 0 ? 0 : end + 1);
-    return address.substr(0, end == 0 ? std::string::npos : end);
+    in6_addr bits{};
+    if (inet_pton(AF_INET6, address.c_str(), &bits) != 1 || IN6_IS_ADDR_V4MAPPED(&bits))
+        return address;
+    std::fill(std::begin(bits.s6_addr) + 8, std::end(bits.s6_addr), std::uint8_t{0});
+    char text[INET6_ADDRSTRLEN];
+    return inet_ntop(AF_INET6, &bits, text, sizeof text) != nullptr ? text : address;
 }
 
 // The counts of one attempt.
 class Attempt {
   public:
     Attempt(const Credentials &who, const Where &where)
-        : user_{"user " + wellFormed(who.user)},
-          address_{"address " + wellFormed(networkOf(who.address))},
+        : user_{"user " + wellFormed(who.user), kFirstUserPause},
+          address_{"address " + wellFormed(networkOf(who.address)), kFirstAddressPause},
           where_(where) {}
 
     // Counts it, unless one of the two has to wait.
     Result<> begin() {
         return change([&](FailureTable &table, long now) -> Result<> {
-            for (const auto &key : {user_.key, address_.key})
-                if (const auto found = table.find(key);
-                    found != table.end() && now - found->second.last < found->second.pause())
-                    return failed(ResultCode::LockedOut);
+            long wait = 0;
+            for (const Count *const count : {&user_, &address_})
+                if (const auto found = table.find(count->key); found != table.end())
+                    wait = std::max(wait, found->second.wait(count->firstPause, now));
+            if (wait > 0)
+                return failed(ResultCode::LockedOut, std::to_string(wait) + " seconds are left");
             begun_ = now;
             for (Count *const count : {&user_, &address_}) {
                 Failures &failures = table[count->key];
@@ -121,6 +132,7 @@ class Attempt {
   private:
     struct Count {
         std::string key;
+        long firstPause;
         long before = 0;  // time of the failure before this attempt
     };
 
@@ -203,9 +215,10 @@ Result<Login> logIn(const Credentials &credentials, const FindUser &findUser, Wh
         attempt.withdraw();
         return std::unexpected(user.error());
     }
-    // Compared also when there is no such user, who would be known by the time that it takes otherwise.
-    const bool isRight = isSameSecret(*user ? (*user)->password : std::string(1, '\0'), credentials.password);
-    if (!*user || !isRight) {
+    // Compared also when there is no such user, who would be known by the time that it takes otherwise. A user
+    // without a password cannot log in.
+    const bool isRight = isSameSecret(*user ? (*user)->password : std::string(), credentials.password);
+    if (!*user || (*user)->password.empty() || !isRight) {
         logWarn(where, "[%s:%d] login of %s from %s: wrong user name or password\n", shown,
                 printable(credentials.address));
         return failed(ResultCode::WrongPassword);

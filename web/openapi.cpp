@@ -80,7 +80,7 @@ cJSON *answerSchema(const Route &route) {
 }
 
 bool isStream(const Route &route) {
-    return route.answer == std::string_view(kEventStream);
+    return route.answer != nullptr && route.answer == std::string_view(kEventStream);
 }
 
 // The data of events; see web/event_ring.h.

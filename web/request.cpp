@@ -68,8 +68,8 @@ std::optional<std::string> decode(std::string_view text) {
     return out;
 }
 
-bool hasControlCharacter(std::string_view text) {
-    return std::ranges::any_of(text, [](unsigned char c) { return c < 0x20 || c == 0x7f; });
+bool isPlainText(std::string_view text) {
+    return isUtf8(text) && std::ranges::none_of(text, [](unsigned char c) { return c < 0x20 || c == 0x7f; });
 }
 
 // The whole body, before anything is done with it.
@@ -89,6 +89,8 @@ Result<std::string> readBody() {
                                                       std::to_string(body.size()) + " bytes");
     if (body.find('\0') != std::string::npos)
         return failed(ResultCode::IllegalRequest, "the body has a zero in it");
+    if (!isUtf8(body))
+        return failed(ResultCode::IllegalRequest, "the body is not in UTF-8");
     return body;
 }
 
@@ -104,8 +106,8 @@ bool hasEscapedZero(std::string_view json) {
 Result<> checkBody(const Route &route, const std::string &body) {
     if (route.request == nullptr)
         return {};
-    if (!isUtf8(body) || hasEscapedZero(body))
-        return failed(ResultCode::IllegalRequest, "the body holds what is no text in UTF-8");
+    if (hasEscapedZero(body))
+        return failed(ResultCode::IllegalRequest, "the body has a zero in it");
     const JsonPtr json(cJSON_ParseWithOpts(body.c_str(), nullptr, true));
     if (json == nullptr)
         return failed(ResultCode::InvalidArgument, "the body is no JSON");
@@ -160,7 +162,15 @@ std::string answerOf(const Route &route) {
     // The web server ends a handler whose client has gone; a change is carried to its end.
     if (route.method != HttpMethod::Get)
         std::signal(SIGTERM, SIG_IGN);
-    const std::string data = route.handle(call);
+    std::string data;
+    try {
+        data = route.handle(call);
+    } catch (const Failure &failure) {
+        // Some of it may have been done.
+        if (failure.code == ResultCode::Failed)
+            writeBackChanges(route);
+        throw;
+    }
     const bool isEmpty = data.empty() && route.answer != nullptr;
     std::string text = isEmpty ? "" : envelopeOf(route, data);
     if (text.empty())
@@ -186,10 +196,12 @@ Result<std::map<std::string, std::string>> parseQuery(std::string_view query) {
         const auto equals = std::min(part.find('='), part.size());
         const auto name = decode(part.substr(0, equals));
         const auto value = decode(part.substr(std::min(equals + 1, part.size())));
-        if (!name || !value || hasControlCharacter(*name) || hasControlCharacter(*value))
+        if (!name || !value || !isPlainText(*name) || !isPlainText(*value))
             return failed(ResultCode::IllegalRequest, "the query " + quoteText(part) + " is not encoded");
-        if (!part.empty())
-            parameters.emplace(*name, *value);
+        // Which of two would be meant, nobody knows.
+        if (!part.empty() && !parameters.emplace(*name, *value).second)
+            return failed(ResultCode::IllegalRequest,
+                          "the parameter " + quoteText(*name) + " is there twice");
     }
     return parameters;
 }
@@ -250,7 +262,13 @@ void serveRoute(const Route &route) {
     std::string text;
     try {
         text = answerOf(route);
-    } catch (const Failure &failure) {
+    } catch (Failure &failure) {
+        // What operations refuse without a word, people find here.
+        if (failure.reason.empty() && failure.code == ResultCode::InvalidArgument && route.request != nullptr)
+            failure.reason =
+                "see the schema " + std::string(route.request) + " in the answer of /api/v2/openapi";
+        else if (failure.reason.empty() && failure.code == ResultCode::Failed)
+            failure.reason = "the log tells why";
         text = failureEnvelope(failure);
     } catch (const std::bad_alloc &) {
         logError("[%s:%d] %s: out of memory\n", route.path);
@@ -272,16 +290,18 @@ Result<std::optional<SwitchUser>> readSwitchUser(Switch sw, const std::string &n
     const auto size = sw.passwordSize();
     const auto password =
         size ? sw.userPassword(name, *size) : OpenResult<std::string>(std::unexpected(size.error()));
-    const auto level =
-        password ? sw.userLevel(name) : OpenResult<std::uint32_t>(std::unexpected(password.error()));
-    if (level)
+    // Asked also without a password, so that the time does not tell whether there is such a user.
+    const auto level = sw.userLevel(name);
+    if (password && level)
         return *level == OPEN_USER_LEVEL_BLOCKED
                    ? std::nullopt
                    : std::optional(SwitchUser{levelOf(name, *level), *password});
-    if (level.error() == OpenError::NotFound)
+    const OpenError error = !password ? password.error() : level.error();
+    // Parameter: what cannot be the name of a user.
+    if (error == OpenError::NotFound || error == OpenError::Parameter)
         return std::nullopt;
-    logError("[%s:%d] the users of the switch cannot be read (result = %d)\n", level.error());
-    return failed(level.error() == OpenError::Unreachable ? ResultCode::Unreachable : ResultCode::Failed,
+    logError("[%s:%d] the users of the switch cannot be read (result = %d)\n", error);
+    return failed(error == OpenError::Unreachable ? ResultCode::Unreachable : ResultCode::Failed,
                   "the users of the switch cannot be read");
 }
 

@@ -30,8 +30,8 @@ T orThrow(Result<T> result) {
         return std::move(*result);
 }
 
-// The parameters of a query string ("name=Stage%201&lines=5"), decoded; the first of several with the same
-// name counts. IllegalRequest for an escape that is none, and for control characters.
+// The parameters of a query string ("name=Stage%201&lines=5"), decoded. IllegalRequest for an escape that is
+// none, for control characters, for what is no UTF-8, and for a parameter that is there twice.
 Result<std::map<std::string, std::string>> parseQuery(std::string_view query);
 
 // One call of a route.

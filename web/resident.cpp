@@ -170,6 +170,7 @@ class Resident::Server {
     void tickStreams();
     void checkSessions(const std::map<std::string, std::vector<Request *>> &streams);
     void watchDevices();
+    bool isLinkWanted();
     void pollLinks();
     void readLinks(SwitchClient &client);
 
@@ -202,6 +203,7 @@ class Resident::Server {
     platform::Duration linksAsked_{};
     // Of the job that reads links, of which there is one at a time.
     std::atomic<bool> readsLinks_ = false;
+    std::atomic<bool> hasLinks_ = false;
     std::map<IfNum, bool> links_;
 };
 
@@ -462,7 +464,7 @@ MHD_Result Resident::Server::openStream(Request &request, const std::map<std::st
     if (!request.isStream)
         return refuse(request, MHD_HTTP_SERVICE_UNAVAILABLE,
                       {ResultCode::Failed, "too many clients listen to events"});
-    // Who listens to links again wants to hear at once what has changed since somebody did.
+    // What has changed since somebody listened to links is told at once.
     static_cast<void>(eventfd_write(wakeUp_, 1));
 
     // The reader outlives neither the request nor the server.
@@ -598,16 +600,19 @@ void Resident::Server::watchDevices() {
         tell(std::move(event));
 }
 
+bool Resident::Server::isLinkWanted() {
+    const std::lock_guard lock(mutex_);
+    return std::ranges::any_of(
+        streams_, [](const Request *one) { return one->filter.kinds.contains(EventKind::Link); });
+}
+
 void Resident::Server::pollLinks() {
     const auto now = platform::monotonicNow();
     if (now - linksAsked_ < kLinkPoll || readsLinks_)
         return;
-    {
-        const std::lock_guard lock(mutex_);
-        if (std::ranges::none_of(
-                streams_, [](const Request *one) { return one->filter.kinds.contains(EventKind::Link); }))
-            return;
-    }
+    // Once without anybody, so that changes have something to be changes of.
+    if (hasLinks_ && !isLinkWanted())
+        return;
     linksAsked_ = now;
     readsLinks_ = true;
     workers_.add([this](SwitchClient &client) {
@@ -629,6 +634,7 @@ void Resident::Server::readLinks(SwitchClient &client) {
     auto events = linkEvents(links_, now);
     for (const auto &[port, isUp] : now)
         links_[port] = isUp;
+    hasLinks_ = hasLinks_ || !now.empty();
     if (events.empty())
         return;
     kept_.expire(kLinkAnswers);

@@ -60,8 +60,10 @@ struct Session {
 // A session that was not used for longer than this ends with the next check.
 inline constexpr long kSessionSeconds = 7200;
 inline constexpr std::size_t kUserNameMax = 64;  // bytes
-// More are not opened at a time.
+// More are not opened at a time. Of one user's, the one that was not used for longest ends before there are more
+// than its share: a reader who logs in without end keeps nobody out.
 inline constexpr std::size_t kSessionsMax = 1000;
+inline constexpr std::size_t kSessionsOfUserMax = 50;
 
 // The session of a token when it may make such a request: it has a file, the level is enough, and it has not
 // expired; one that has is deleted. Nothing otherwise.

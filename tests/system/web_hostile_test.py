@@ -15,7 +15,8 @@ from web_test import HEADER, LAST, LOGIN, PROFILE, SOUND, WebCase
 from rig import TEMPLATES  # web_test has set the path
 
 FORBIDDEN = b"Status:403\r\n\r\n"
-ADMINISTRATOR = {"put /api/v2/system/management", "get /api/v2/log", "delete /api/v2/cache/answer"}
+ADMINISTRATOR = {"put /api/v2/system/management", "get /api/v2/log", "get /api/v2/log/level", "put /api/v2/log/level",
+                 "delete /api/v2/cache/answer"}
 ANYONE = {"post /api/v2/session", "delete /api/v2/session", "get /api/v2/openapi"}
 # Texts that anybody may choose: what is in them is only a name.
 FREE = {"name", "description", "color"}
