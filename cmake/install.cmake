@@ -3,7 +3,7 @@
 include(GNUInstallDirs)
 
 install(TARGETS pavo_detection RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
-install(TARGETS pavo_cgi route_documents RUNTIME DESTINATION ${CMAKE_INSTALL_LIBEXECDIR}/pavo)
+install(TARGETS pavo_cgi pavo_webd route_documents RUNTIME DESTINATION ${CMAKE_INSTALL_LIBEXECDIR}/pavo)
 install(PROGRAMS scripts/make-web-config.sh DESTINATION ${CMAKE_INSTALL_LIBEXECDIR}/pavo)
 install(FILES data/openapi.json DESTINATION ${CMAKE_INSTALL_DATADIR}/pavo)
 install(TARGETS pavoctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})

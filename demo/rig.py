@@ -121,9 +121,13 @@ class Rig:
                 raise Failure(f"make-web-config.sh: {done.stderr.strip()}")
             self.web = f"https://localhost:{port}"
             server = self.start("lighttpd", "-D", "-f", os.path.join(folder, "lighttpd.conf"))
+            deadline = time.monotonic() + 20
             while server.poll() is None:
-                if self.curl("/api/v2/openapi").returncode == 0:
+                done = self.curl("/api/v2/openapi", timeout=20)
+                if done.returncode == 0:
                     return
+                if time.monotonic() > deadline:
+                    raise Failure(f"the web interface does not answer: {done.stderr.strip()}")
                 time.sleep(0.02)
         raise Failure(f"lighttpd ended with status {server.returncode}: {self.output('lighttpd')}")
 

@@ -227,12 +227,12 @@ The web interface:  {rig.web}   user admin, password switch1234
 
   WEB={rig.web}/api/v2 CA={rig.certificate()}
   TOKEN=$(curl -s --cacert $CA --json '{{"user":"admin","password":"switch1234"}}' $WEB/session |
-      sed -n 's/.*"token":[^"]*"\([^"]*\)".*/\1/p')
-  curl --cacert $CA {session} $WEB/vlan/list
-  curl --cacert $CA {session} $WEB/neighbour/list
-  curl --cacert $CA {session} --json '{json.dumps(PLAN, separators=(",", ":"))}' $WEB/profile/plan
-  curl --cacert $CA {session} -N $WEB/events
-  curl --cacert $CA {session} -X DELETE $WEB/session
+      sed -n 's/.*"token":[^"]*"\\([^"]*\\)".*/\\1/p')
+  curl -s --cacert $CA {session} $WEB/vlan/list
+  curl -s --cacert $CA {session} $WEB/neighbour/list
+  curl -s --cacert $CA {session} --json '{json.dumps(PLAN, separators=(",", ":"))}' $WEB/profile/plan
+  curl -s --cacert $CA {session} -N $WEB/events
+  curl -s --cacert $CA {session} -X DELETE $WEB/session
 
 A session ends when it has not been used for {7200 / rig.scale:.0f} seconds (two hours by the switch's clock).
 The log:  {rig.path('/tmp/ketch.log')}

@@ -101,6 +101,8 @@ inline constexpr const char *kHostDb = "/mnt/fastpath/dhcpReservation.db";
 // --- web interface
 // One file for each session, named by its token; see web/sessions.h.
 inline constexpr const char *kSessionDir = "/tmp/session";
+// Held by pavo_webd for as long as it runs.
+inline constexpr const char *kResidentLock = "/tmp/pavo_webd.lock";
 
 // --- ports and LAGs: settings, counters, optics, trunks, mirroring
 

@@ -11,8 +11,10 @@
 #include <atomic>
 #include <cerrno>
 #include <charconv>
+#include <chrono>
 #include <csignal>
 #include <cstring>
+#include <thread>
 
 #include "common/files.h"
 #include "common/log.h"
@@ -82,10 +84,22 @@ char lastByte(int fd) {
     return read ? last : '\n';
 }
 
+// The reader keeps others from opening the file while it empties it (store/delta_file.h): a matter of
+// microseconds, and longer only when it is stopped in that moment.
+FilePtr openDelta() {
+    constexpr int kTries = 1000;
+    for (int i = 0;; ++i) {
+        FilePtr file = openFile(platform::paths::kResponseCacheDelta, "a+");
+        if (file != nullptr || errno != EWOULDBLOCK || i == kTries)
+            return file;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+}
+
 // In one piece: others append at the same time, and no lock is held. A line that a full disk has cut short is
 // ended first, or the two names would become one.
 bool appendToDelta(std::string_view name) {
-    const FilePtr file = openFile(platform::paths::kResponseCacheDelta, "a+");
+    const FilePtr file = openDelta();
     if (file == nullptr)
         return false;
     const int fd = fileno(file.get());

@@ -79,6 +79,18 @@ cJSON *answerSchema(const Route &route) {
     return schema;
 }
 
+bool isStream(const Route &route) {
+    return route.answer != nullptr && route.answer == std::string_view(kEventStream);
+}
+
+// The data of events; see web/event_ring.h.
+constexpr const char *kStreamText =
+    "Events until the session ends or the client goes; listening does not put the end of the session off. "
+    "\"answer\": {\"name\"}. \"device\": {\"change\", \"old\", \"new\"}, change is joined, left or changed. "
+    "\"link\": {\"ifNum\", \"old\", \"new\"}, up or down. \"missed\": there were events that are not known "
+    "any "
+    "more, read everything anew.";
+
 void addParameters(cJSON *operation, const Route &route) {
     cJSON *const list = cJSON_AddArrayToObject(operation, "parameters");
     for (const Parameter &parameter : route.parameters) {
@@ -90,11 +102,13 @@ void addParameters(cJSON *operation, const Route &route) {
         cJSON_AddStringToObject(item, "description", parameter.what);
         cJSON_AddItemToObject(item, "schema", schemaOf(parameter.schema));
     }
-    if (route.access != Access::Anyone)
+    if (isStream(route))
+        cJSON_AddItemToArray(list, refTo("parameters", "LastEventId"));
+    else if (route.access != Access::Anyone)
         cJSON_AddItemToArray(list, refTo("parameters", "Refresh"));
 }
 
-const char *rightOf(const Route &route) {
+std::string rightOf(const Route &route) {
     if (route.access == Access::Anyone)
         return "Needs no session.";
     if (route.access == Access::Administrator)
@@ -102,11 +116,19 @@ const char *rightOf(const Route &route) {
     return route.method == HttpMethod::Get ? "For any user." : "For any user who may change something.";
 }
 
+std::string descriptionOf(const Route &route) {
+    std::string text = rightOf(route);
+    if (route.cached != nullptr)
+        text += " At most " + std::to_string(route.maxAge.count()) +
+                " s old, which the header Age tells; older only while the switch does not answer.";
+    return text;
+}
+
 void addOperation(cJSON *path, const Route &route) {
     cJSON *const operation = cJSON_AddObjectToObject(path, methodOf(route).c_str());
     cJSON_AddStringToObject(operation, "operationId", operationId(route).c_str());
     cJSON_AddStringToObject(operation, "summary", route.summary);
-    cJSON_AddStringToObject(operation, "description", rightOf(route));
+    cJSON_AddStringToObject(operation, "description", descriptionOf(route).c_str());
     cJSON_AddItemToArray(cJSON_AddArrayToObject(operation, "tags"), cJSON_CreateString(tagOf(route).c_str()));
     cJSON *const security = cJSON_AddArrayToObject(operation, "security");
     if (route.access != Access::Anyone) {
@@ -122,8 +144,15 @@ void addOperation(cJSON *path, const Route &route) {
     }
     cJSON *const responses = cJSON_AddObjectToObject(operation, "responses");
     cJSON *const answer = cJSON_AddObjectToObject(responses, "200");
-    cJSON_AddStringToObject(answer, "description", "Done, or refused: \"resp\" tells.");
-    jsonContent(answer, answerSchema(route));
+    if (isStream(route)) {
+        cJSON_AddStringToObject(answer, "description", kStreamText);
+        cJSON *const stream =
+            cJSON_AddObjectToObject(cJSON_AddObjectToObject(answer, "content"), kEventStream);
+        cJSON_AddItemToObject(stream, "schema", schemaOf(R"({"type": "string"})"));
+    } else {
+        cJSON_AddStringToObject(answer, "description", "Done, or refused: \"resp\" tells.");
+        jsonContent(answer, answerSchema(route));
+    }
     if (route.access != Access::Anyone)
         cJSON_AddItemToObject(responses, "403", refTo("responses", "Forbidden"));
     cJSON_AddItemToObject(responses, "4XX", refTo("responses", "Refused"));
@@ -161,7 +190,8 @@ std::string withoutTabs(const std::string &json) {
 
 constexpr const char *kComponents = R"({
 "securitySchemes": {"session": {"type": "apiKey", "in": "header", "name": "Session", "description": "The token of a session."}},
-"parameters": {"Refresh": {"name": "Refresh", "in": "header", "required": false, "description": "A poll, which does not put the end of the session off.", "schema": {"type": "string"}}},
+"parameters": {"Refresh": {"name": "Refresh", "in": "header", "required": false, "description": "A poll, which does not put the end of the session off.", "schema": {"type": "string"}},
+"LastEventId": {"name": "Last-Event-ID", "in": "header", "required": false, "description": "The id of the last event that was received: those since then come first.", "schema": {"type": "string"}}},
 "responses": {
 "Forbidden": {"description": "No session, or one without the right to this."},
 "Refused": {"description": "Not a request that the web server passes on."}}})";

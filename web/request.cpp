@@ -283,7 +283,10 @@ void serveRoute(const Route &route) {
 }
 
 Result<std::optional<SwitchUser>> findSwitchUser(const std::string &name) {
-    const Switch sw = connect().get();
+    return readSwitchUser(connect().get(), name);
+}
+
+Result<std::optional<SwitchUser>> readSwitchUser(Switch sw, const std::string &name) {
     const auto size = sw.passwordSize();
     const auto password =
         size ? sw.userPassword(name, *size) : OpenResult<std::string>(std::unexpected(size.error()));

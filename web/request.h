@@ -68,6 +68,7 @@ void serveRoute(const Route &route);
 
 // The users of the switch, for logging in; see web/login.h.
 Result<std::optional<SwitchUser>> findSwitchUser(const std::string &name);
+Result<std::optional<SwitchUser>> readSwitchUser(Switch sw, const std::string &name);
 
 // Ends the connection to the switch that the request has made.
 void endRequest();

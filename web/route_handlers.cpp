@@ -433,7 +433,11 @@ std::string setNice(const WebCall &call) {
     return done(setNiceEnabled(*enabled));
 }
 
-// --- log and cache
+// --- events, log and cache
+
+std::string events(const WebCall &call) {
+    refuse(call, ResultCode::NotImplemented, "events come from the resident program, which does not run");
+}
 
 std::string logTail(const WebCall &call) {
     const std::size_t wanted = call.number("lines", 1, 1000, 100);

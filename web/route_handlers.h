@@ -56,6 +56,9 @@ std::string removeMulticastRouter(const WebCall &call);
 std::string nice(const WebCall &call);
 std::string setNice(const WebCall &call);
 
+// The resident program sends them; a process for each request cannot.
+std::string events(const WebCall &call);
+
 std::string logTail(const WebCall &call);
 std::string logLevel(const WebCall &call);
 std::string setLogLevel(const WebCall &call);

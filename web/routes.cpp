@@ -1,5 +1,6 @@
 #include "web/routes.h"
 
+#include <chrono>
 #include <cstddef>
 #include <iterator>
 #include <map>
@@ -33,6 +34,10 @@ constexpr Parameter kInterface[] = {{"ifNum", "IfNum", true, "Interface number"}
 constexpr Parameter kMac[] = {{"mac", kText, true, "MAC address, or its first three octets"}};
 constexpr Parameter kLines[] = {{"lines", R"({"type": "integer", "minimum": 1, "maximum": 1000})", false,
                                  "How many lines; 100 without it"}};
+constexpr Parameter kEventChoice[] = {
+    {"events", kText, false, "Only these, of answer,device,link"},
+    {"answers", kText, false,
+     "Only changes of these answers, for example vlan_list,swcfg_port; they are kept up to date"}};
 constexpr Parameter kAnswerName[] = {{"name", kText, true, "Name of the answer"}};
 
 // Cached answers that show VLANs and their ports, and those that show profiles as well.
@@ -43,9 +48,18 @@ constexpr const char *kProfileAnswers = PAVO_VLAN_ANSWERS
     "special_interface_route";
 #undef PAVO_VLAN_ANSWERS
 
+// How old an answer may be. Whatever the web interface changes is shown at once, and so are changes that the
+// daemon makes; ages are for changes by others, on the command line of the switch for example.
+using std::chrono::seconds;
+constexpr seconds kClock{1};        // it is compared with other clocks
+constexpr seconds kMeasured{5};     // counters, links, temperatures: a page of them is redrawn as often
+constexpr seconds kConfigured{10};  // what somebody configures, while somebody else looks
+constexpr seconds kSeldom{30};      // what is set up once
+constexpr seconds kBuiltIn{60};     // hardware and flash; also what takes the switch long to tell
+
 // A read of an answer that is cached, too.
 constexpr Route cached(const char *path, const char *name, const char *key, const char *answer,
-                       const char *summary) {
+                       seconds maxAge, const char *summary) {
     return {.path = path,
             .method = Get,
             .access = kUser,
@@ -55,7 +69,8 @@ constexpr Route cached(const char *path, const char *name, const char *key, cons
             .answer = answer,
             .summary = summary,
             .parameters = {},
-            .cached = name};
+            .cached = name,
+            .maxAge = maxAge};
 }
 
 // Path, method, access, handler, request, key and schema of the answer, summary; what follows has a name.
@@ -72,7 +87,7 @@ constexpr Route kRoutes[] = {
 
     {"/api/v2/profile/types", Get, kUser, handlers::profileTypes, nullptr, "profileTypes", "ProfileType[]",
      "The profile types and what they switch on."},
-    cached("/api/v2/profile/templates", "profile", "profile", "Template[]",
+    cached("/api/v2/profile/templates", "profile", "profile", "Template[]", kSeldom,
      "The templates offered on this switch."),
     {"/api/v2/profile/templates", Post, kUser, handlers::createTemplate, "TemplateRequest", nullptr, nullptr,
      "Create the template of a profile type.", {}, nullptr, "profile"},
@@ -80,7 +95,7 @@ constexpr Route kRoutes[] = {
      "Replace the template of a profile type.", {}, nullptr, "profile"},
     {"/api/v2/profile/templates", Delete, kUser, handlers::deleteTemplate, nullptr, nullptr, nullptr,
      "Delete the template of a profile type that no VLAN has.", kTemplateName, nullptr, "profile profile/list_ex"},
-    cached("/api/v2/profile/list", "profile/list_ex", "profileList", "Profile[]",
+    cached("/api/v2/profile/list", "profile/list_ex", "profileList", "Profile[]", kConfigured,
      "The profiles in force."),
     {"/api/v2/profile/detail", Get, kUser, handlers::showProfile, nullptr, "profile", "Profile",
      "One profile with its VLANs and ports.", kProfileName},
@@ -99,7 +114,7 @@ constexpr Route kRoutes[] = {
      "Create the VLANs of a list that do not exist.", {}, nullptr, kVlanAnswers},
     {"/api/v2/vlan/list", Delete, kUser, handlers::deleteVlans, nullptr, "vlanChange", "VlanChange",
      "Delete the VLANs of a list that exist.", kVlans, nullptr, kVlanAnswers},
-    cached("/api/v2/vlan/ports", "vlan_list", "switchConfigVlan", "VlanPicture[]",
+    cached("/api/v2/vlan/ports", "vlan_list", "switchConfigVlan", "VlanPicture[]", kConfigured,
      "All VLANs with their ports, LAGs and profile types."),
     {"/api/v2/vlan/detail", Get, kUser, handlers::showVlan, nullptr, "vlanDetail", "VlanDetails",
      "One VLAN, interface by interface.", kVlan},
@@ -124,35 +139,35 @@ constexpr Route kRoutes[] = {
     {"/api/v2/vlan/switchport-mode", Put, kUser, handlers::setSwitchportMode, "SwitchportMode", nullptr, nullptr,
      "Set whether ports become trunks by themselves.", {}, nullptr, "sw_auto_trunk_cfg"},
 
-    cached("/api/v2/port/all", "swcfg_port", "switchPortConfig", "Port[]",
+    cached("/api/v2/port/all", "swcfg_port", "switchPortConfig", "Port[]", kMeasured,
      "All ports with settings, status, counters and hardware."),
-    cached("/api/v2/port/status", "swcfg_ports_status", "swcfg_ports_status", "Port[]",
+    cached("/api/v2/port/status", "swcfg_ports_status", "swcfg_ports_status", "Port[]", kMeasured,
      "The status of all ports."),
-    cached("/api/v2/port/settings", "swcfg_ports_settings", "swcfg_ports_settings", "Port[]",
+    cached("/api/v2/port/settings", "swcfg_ports_settings", "swcfg_ports_settings", "Port[]", kConfigured,
      "The settings of all ports."),
-    cached("/api/v2/port/hardware", "port_hardware_info", "portHardwareInfo", "Port[]",
+    cached("/api/v2/port/hardware", "port_hardware_info", "portHardwareInfo", "Port[]", kBuiltIn,
      "What the hardware of each port can do."),
-    cached("/api/v2/port/optics", "fiberOptics", "fiberOptics", "Port[]",
+    cached("/api/v2/port/optics", "fiberOptics", "fiberOptics", "Port[]", kConfigured,
      "The transceivers and what they measure."),
-    cached("/api/v2/port/mirroring", "sw_portmirroring", "devicePortMirroring", "Mirroring",
+    cached("/api/v2/port/mirroring", "sw_portmirroring", "devicePortMirroring", "Mirroring", kConfigured,
      "The sessions of port mirroring."),
-    cached("/api/v2/port/vendors", "port_vendor_detect", "portVendorDetect", "PortVendors",
+    cached("/api/v2/port/vendors", "port_vendor_detect", "portVendorDetect", "PortVendors", kConfigured,
      "The vendors of the devices behind each port."),
-    cached("/api/v2/port/authentication", "radius_port_config", "radius_port_config", "PortAuthentication",
+    cached("/api/v2/port/authentication", "radius_port_config", "radius_port_config", "PortAuthentication", kConfigured,
      "802.1X of the switch and its ports."),
     {"/api/v2/port/speed", Put, kUser, handlers::setPortSpeed, "PortSpeedRequest", nullptr, nullptr,
      "Set the speed of ports.", {}, nullptr, "swcfg_port swcfg_ports_settings swcfg_ports_status interfaces_status"},
-    cached("/api/v2/interface/status", "interfaces_status", "interfacesStatus", "Interfaces",
+    cached("/api/v2/interface/status", "interfaces_status", "interfacesStatus", "Interfaces", kMeasured,
      "Status and counters of all ports and LAGs."),
-    cached("/api/v2/lag/list", "sw_lag_cfg", "switchConfigLagGroup", "Lag[]",
+    cached("/api/v2/lag/list", "sw_lag_cfg", "switchConfigLagGroup", "Lag[]", kConfigured,
      "All LAGs with their members."),
-    cached("/api/v2/lag/detail", "sw_lag_cfg_ex", "switchConfigLagGroup", "Lag[]",
+    cached("/api/v2/lag/detail", "sw_lag_cfg_ex", "switchConfigLagGroup", "Lag[]", kMeasured,
      "All LAGs with settings and counters as well."),
-    cached("/api/v2/lag/auto", "sw_auto_lag_cfg", "switchConfigAutoLag", "AutoLag",
+    cached("/api/v2/lag/auto", "sw_auto_lag_cfg", "switchConfigAutoLag", "AutoLag", kSeldom,
      "Whether the switch makes LAGs by itself."),
-    cached("/api/v2/trunk/manual", "sw_manual_trunk_cfg", "switchConfigManualTrunk", "ManualTrunks",
+    cached("/api/v2/trunk/manual", "sw_manual_trunk_cfg", "switchConfigManualTrunk", "ManualTrunks", kConfigured,
      "The ports and LAGs on which streams are reserved."),
-    cached("/api/v2/trunk/auto", "sw_auto_trunk_cfg", "switchConfigAutoTrunk", "Trunks",
+    cached("/api/v2/trunk/auto", "sw_auto_trunk_cfg", "switchConfigAutoTrunk", "Trunks", kConfigured,
      "The ports and LAGs that carry VLANs tagged."),
 
     {"/api/v2/neighbour/list", Get, kUser, handlers::neighbours, nullptr, "lldpRemoteDevice", "Neighbours",
@@ -166,13 +181,13 @@ constexpr Route kRoutes[] = {
      "The subscribers of the groups that IGMP snooping knows, a page at a time.", kGroups},
     {"/api/v2/multicast/groups", Post, kUser, handlers::cacheMulticastGroups, nullptr, nullptr, nullptr,
      "Put the subscribers of all groups into the cache, in chunks named multicast_groups_ex/0 and so on."},
-    cached("/api/v2/multicast/modes", "multicast_mode_ex", "multicastModeConfig", "MulticastModes",
+    cached("/api/v2/multicast/modes", "multicast_mode_ex", "multicastModeConfig", "MulticastModes", kConfigured,
      "The multicast mode of all interfaces that are not normal."),
     {"/api/v2/multicast/modes", Put, kUser, handlers::setMulticastModes, "MulticastModesRequest", nullptr, nullptr,
      "Set the multicast mode of interfaces.", {}, nullptr, "multicast_mode_ex"},
     {"/api/v2/multicast/router", Delete, kUser, handlers::removeMulticastRouter, nullptr, nullptr, nullptr,
      "No multicast router is behind this port or LAG any more.", kInterface, nullptr, "multicast_mode_ex"},
-    cached("/api/v2/multicast/deny", "multicast_block_address", "blockAddressList", "Addresses",
+    cached("/api/v2/multicast/deny", "multicast_block_address", "blockAddressList", "Addresses", kConfigured,
      "The addresses denied on blocked interfaces."),
     {"/api/v2/multicast/deny", Put, kUser, handlers::setDenyList, "DenyListRequest", nullptr, nullptr,
      "Replace the addresses denied on blocked interfaces.", {}, nullptr, "multicast_block_address multicast_mode_ex"},
@@ -182,24 +197,27 @@ constexpr Route kRoutes[] = {
     {"/api/v2/nice", Put, kUser, handlers::setNice, "NiceRequest", nullptr, nullptr,
      "Set whether the first Nice device makes a profile."},
 
-    cached("/api/v2/system/info", "system_info", "systemInfo", "SystemInfo",
+    cached("/api/v2/system/info", "system_info", "systemInfo", "SystemInfo", kConfigured,
      "What switch this is."),
-    cached("/api/v2/system/health", "device_health", "deviceHealth", "Health",
+    cached("/api/v2/system/health", "device_health", "deviceHealth", "Health", kMeasured,
      "Temperatures, fans, power supplies, processor and memory."),
-    cached("/api/v2/system/interfaces", "special_interface_route", "switchSpecialInterface", "IpInterface[]",
+    cached("/api/v2/system/interfaces", "special_interface_route", "switchSpecialInterface", "IpInterface[]", kConfigured,
      "The management interface and the routing interfaces of VLANs."),
     {"/api/v2/system/management", Put, kAdmin, handlers::setManagementAddress, "ManagementRequest", nullptr, nullptr,
      "Set VLAN and address of the management interface.", {}, nullptr, "system_info special_interface_route vlan_list"},
-    cached("/api/v2/system/time", "device_time", "deviceTime", "Time",
+    cached("/api/v2/system/time", "device_time", "deviceTime", "Time", kClock,
      "The clock of the switch and where it gets the time."),
-    cached("/api/v2/system/logging", "logging", "loggingCfg", "Logging",
+    cached("/api/v2/system/logging", "logging", "loggingCfg", "Logging", kSeldom,
      "Where the switch writes its log."),
-    cached("/api/v2/system/images", "imageInfo", "imageInfo", "Images",
+    cached("/api/v2/system/images", "imageInfo", "imageInfo", "Images", kBuiltIn,
      "The system images in flash and the next start."),
-    cached("/api/v2/system/radius", "radius_config", "radiusConfig", "Radius",
+    cached("/api/v2/system/radius", "radius_config", "radiusConfig", "Radius", kSeldom,
      "The RADIUS servers."),
-    cached("/api/v2/system/ptp", "sw_ptp_cfg", "switchPtpCfg", "Ptp",
+    cached("/api/v2/system/ptp", "sw_ptp_cfg", "switchPtpCfg", "Ptp", kConfigured,
      "PTP and 802.1AS of the switch and its ports."),
+
+    {kEventsPath, Get, kUser, handlers::events, nullptr, nullptr, kEventStream,
+     "What happens, as server-sent events: answers that have changed, devices that join and leave, links.", kEventChoice},
 
     {"/api/v2/log", Get, kAdmin, handlers::logTail, nullptr, "log", "LogLine[]",
      "The last lines of the log of the device manager.", kLines},
@@ -243,6 +261,14 @@ std::span<const Route> routes() {
 
 bool registerRoutes(HttpdTree &tree) {
     return registerAll(tree, std::make_index_sequence<std::size(kRoutes)>());
+}
+
+std::string residentPaths() {
+    std::string paths = kEventsPath;
+    for (const Route &route : routes())
+        if (route.cached != nullptr)
+            paths += "\n" + std::string(route.path);
+    return paths;
 }
 
 std::string routeList() {
