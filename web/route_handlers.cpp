@@ -249,7 +249,7 @@ std::string listVlans(const WebCall &call) {
 
 std::string createVlans(const WebCall &call) {
     checkVlanList(call, stringOf(call, bodyOf(call).get(), "vlan-list"));
-    return done(requestVlans(call.device(), call.body().c_str()));
+    return changed(requestVlans(call.device(), call.body().c_str()));
 }
 
 std::string deleteVlans(const WebCall &call) {
