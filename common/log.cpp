@@ -481,4 +481,17 @@ int devmgrLogLevelGet() {
     return threshold();
 }
 
+bool devmgrLogLevelSet(int level) {
+    State &s = state();
+    const std::lock_guard lock(s.mutex);
+    if (s.levelFd.load() < 0)
+        openLevelFile(s);
+    const int fd = s.levelFd.load();
+    const auto digit = static_cast<char>('0' + level);
+    if (level < 0 || level > 9 || fd < 0 || pwrite(fd, &digit, 1, 0) != 1)
+        return false;
+    s.levelDigit.store(digit);
+    return true;
+}
+
 }  // namespace pavo

@@ -166,8 +166,9 @@ void CommandLine::addVlan(CLI::App &vlan) {
         command.add_option("id", id_)->required()->check(CLI::Range(VlanId::kMin, VlanId::kMax));
         return command;
     };
-    const auto addForce = [this](CLI::App &command) -> CLI::App & {
-        command.add_flag("--force", isSet_, "Also what belongs to a profile");
+    const auto addForce = [this](CLI::App &command,
+                                 const char *what = "Also what belongs to a profile") -> CLI::App & {
+        command.add_flag("--force", isSet_, what);
         return command;
     };
     const auto addWord = [this](CLI::App &command, const char *name, std::vector<std::string> words) {
@@ -182,7 +183,8 @@ void CommandLine::addVlan(CLI::App &vlan) {
         .add_option("vlans", name_)
         ->required();
     addForce(addCommand(vlan, "delete", "Delete VLANs, for example 10,20-25",
-                        [this](Switch sw) { deleteListedVlans(sw, output_, name_, isSet_); }))
+                        [this](Switch sw) { deleteListedVlans(sw, output_, name_, isSet_); }),
+             "Also what belongs to a profile, or has an address")
         .add_option("vlans", name_)
         ->required();
     addForce(addId(addCommand(vlan, "name", "The name of a VLAN, or name it; '' is its default name",
@@ -198,8 +200,8 @@ void CommandLine::addVlan(CLI::App &vlan) {
     addWord(tagging, "tagging", {"tagged", "untagged"})->required();
     addForce(addId(addCommand(vlan, "pvid", "Put the untagged frames of all ports and LAGs into a VLAN",
                               [this](Switch sw) { setVlanPvid(sw, output_, id_, isSet_); })));
-    auto &frames = addCommand(vlan, "frames", "Which frames all ports and LAGs accept",
-                              [this](Switch sw) { setVlanFrames(sw, output_, mode_); });
+    auto &frames = addForce(addCommand(vlan, "frames", "Which frames all ports and LAGs accept",
+                                       [this](Switch sw) { setVlanFrames(sw, output_, mode_, isSet_); }));
     addWord(frames, "frames", {"all", "vlanonly", "admituntaggedonly"})->required();
     auto &automatic =
         addCommand(vlan, "auto", "Whether the switch adapts ports to what is plugged in, or set it",

@@ -7,6 +7,8 @@
 
 #include "common/json.h"
 #include "common/text.h"
+#include "swapi/switch_settings_ops.h"
+#include "vlan/ip_interfaces.h"
 #include "vlan/switchport_mode.h"
 #include "vlan/vlan_changes.h"
 #include "vlan/vlan_details.h"
@@ -53,33 +55,91 @@ const std::map<std::string, AcceptFrames> kFrames = {{"all", AcceptFrames::All},
                                                      {"vlanonly", AcceptFrames::VlanOnly},
                                                      {"admituntaggedonly", AcceptFrames::UntaggedOnly}};
 
+constexpr const char *kForceHint = "; --force changes it all the same";
+
 OfProfiles ofProfiles(bool force) {
     return force ? OfProfiles::Change : OfProfiles::Refuse;
 }
 
+// Stricter than the web interface's: what is no list is no command.
 std::vector<std::uint32_t> vlansOf(const std::string &list) {
-    const auto isListed = [](char c) { return (c >= '0' && c <= '9') || c == ',' || c == '-' || c == ' '; };
-    auto vlans = std::ranges::all_of(list, isListed) ? parseVlanList(list) : std::vector<std::uint32_t>{};
-    if (vlans.empty() || std::ranges::any_of(vlans, [](std::uint32_t vlan) { return !VlanId::from(vlan); }))
+    const auto isItem = [](std::string_view item) {
+        const auto dash = item.find('-');
+        const auto low = wholeNumber(item.substr(0, dash));
+        const auto high = dash == std::string_view::npos ? low : wholeNumber(item.substr(dash + 1));
+        return low && high && *low >= VlanId::kMin && *low <= *high && *high <= VlanId::kMax;
+    };
+    std::string_view rest = list;
+    bool isList = list.find_first_not_of("0123456789,-") == std::string::npos;
+    while (isList) {
+        const auto comma = rest.find(',');
+        isList = isItem(rest.substr(0, comma));
+        if (comma == std::string_view::npos)
+            break;
+        rest.remove_prefix(comma + 1);
+    }
+    if (!isList)
         throw Failure{ResultCode::InvalidArgument,
                       quoteText(list) + " is no list of VLANs from 1 to 4094, such as 10,20-25"};
-    return vlans;
+    return parseVlanList(list);
 }
 
-// "deleted", and what that took from profiles.
-void printChanged(const Output &output, const char *word, const ProfileThings &ofProfiles) {
+// What an operator may be connected by goes with `force` only.
+void keepAddresses(Switch sw, const std::vector<std::uint32_t> &vlans) {
+    const auto isListed = [&](std::uint32_t vlan) { return std::ranges::find(vlans, vlan) != vlans.end(); };
+    const auto keep = [](std::uint32_t vlan, const char *what) {
+        throw Failure{ResultCode::Failed, "VLAN " + std::to_string(vlan) + " has " + what + kForceHint};
+    };
+    std::int32_t management = 0;
+    if (managementVlanGet(sw, &management) != 0)
+        throw Failure{ResultCode::Failed,
+                      "the switch does not tell which VLAN the management interface is in"};
+    if (isListed(static_cast<std::uint32_t>(management)))
+        keep(static_cast<std::uint32_t>(management), "the management interface");
+    for (const IpInterface &interface :
+         require(readIpInterfaces(sw), "the routing interfaces cannot be read"))
+        if (isListed(interface.vlan.number()))
+            keep(interface.vlan.number(), "a routing interface");
+}
+
+// The result of a change. What is refused for the sake of a profile says how it can be done.
+VlanChange changeOf(Result<VlanChange> result, bool force) {
+    if (!result && !force && result.error().reason.starts_with("profile \""))
+        result.error().reason += kForceHint;
+    return require(std::move(result));
+}
+
+std::string listOf(const std::vector<VlanId> &vlans) {
+    std::vector<std::uint32_t> numbers;
+    numbers.reserve(vlans.size());
+    for (const VlanId id : vlans)
+        numbers.push_back(id.number());
+    return rangesOf(std::move(numbers));
+}
+
+// What profiles had of what was changed, and what that means for them.
+void printChanged(const Output &output, const char *word, const VlanChange &change,
+                  const char *consequence = "which applying it again brings back") {
+    if (output.json) {
+        printEnvelope(ResultCode::Success, "vlanChange", printVlanChange(change).c_str());
+        return;
+    }
     output.printDone(word);
-    if (!output.json && !ofProfiles.empty())
-        std::printf("%s, which applying it again brings back\n", printable(describe(ofProfiles)).c_str());
+    if (!change.ofProfiles.empty())
+        std::printf("%s, %s\n", printable(describe(change.ofProfiles)).c_str(), consequence);
+    if (change.isPending)
+        std::puts("the switch has accepted this, but does not show it yet");
 }
 
 // The answer of a change of all interfaces: it is done when every one has taken it.
-void printAll(const Output &output, Result<AllInterfaces> result) {
-    const auto all = require(std::move(result));
+void printAll(const Output &output, const VlanChange &all,
+              const char *consequence = "which applying it again brings back") {
     if (all.refused > 0)
-        throw Failure{ResultCode::Failed, std::to_string(all.refused) + " of " + std::to_string(all.count) +
-                                              " ports and LAGs were not changed"};
-    printChanged(output, "set", all.ofProfiles);
+        throw Failure{ResultCode::Failed,
+                      std::to_string(all.refused) + " of " + std::to_string(all.interfaces) +
+                          " ports and LAGs were not changed" +
+                          (all.ofProfiles.empty() ? "" : "; changed by hand: " + describe(all.ofProfiles))};
+    printChanged(output, "set", all, consequence);
 }
 
 std::string shown(const std::optional<const char *> &word) {
@@ -113,6 +173,7 @@ void showVlanInterfaces(Switch sw, const Output &output, std::uint32_t vlan) {
         return;
     }
     std::vector<Row> rows;
+    rows.reserve(details.interfaces.size());
     for (const VlanInterface &interface : details.interfaces)
         rows.push_back({interface.name.value_or("?"), shown(interface.currentWord()),
                         shown(interface.configuredWord()), shown(interface.taggingWord())});
@@ -120,18 +181,29 @@ void showVlanInterfaces(Switch sw, const Output &output, std::uint32_t vlan) {
 }
 
 void createListedVlans(Switch sw, const Output &output, const std::string &list) {
-    require(createVlans(sw, vlansOf(list)));
-    output.printDone("created");
+    const auto change = require(createVlans(sw, vlansOf(list)));
+    printChanged(output,
+                 change.vlans.empty() ? "all of them exist" : ("created " + listOf(change.vlans)).c_str(),
+                 change);
 }
 
 void deleteListedVlans(Switch sw, const Output &output, const std::string &list, bool force) {
-    printChanged(output, "deleted", require(deleteVlans(sw, vlansOf(list), ofProfiles(force))));
+    const auto vlans = vlansOf(list);
+    // Before those in front of it have gone.
+    if (std::ranges::find(vlans, kDefaultVlan.number()) != vlans.end())
+        throw Failure{ResultCode::InvalidArgument, "VLAN 1 cannot be deleted"};
+    if (!force)
+        keepAddresses(sw, vlans);
+    const auto change = changeOf(deleteVlans(sw, vlans, ofProfiles(force)), force);
+    printChanged(output,
+                 change.vlans.empty() ? "none of them exists" : ("deleted " + listOf(change.vlans)).c_str(),
+                 change);
 }
 
 void runVlanName(Switch sw, const Output &output, std::uint32_t vlan, const std::optional<std::string> &name,
                  bool force) {
     if (name) {
-        printChanged(output, "named", require(renameVlan(sw, vlan, *name, ofProfiles(force))));
+        printChanged(output, "named", changeOf(renameVlan(sw, vlan, *name, ofProfiles(force)), force));
         return;
     }
     const auto summary = require(readVlanName(sw, vlan));
@@ -143,21 +215,26 @@ void runVlanName(Switch sw, const Output &output, std::uint32_t vlan, const std:
 
 void setVlanParticipation(Switch sw, const Output &output, std::uint32_t vlan, const std::string &mode,
                           bool force) {
-    printAll(output, setParticipationOfAll(sw, vlan, kModes.at(mode), ofProfiles(force)));
+    printAll(output, changeOf(setParticipationOfAll(sw, vlan, kModes.at(mode), ofProfiles(force)), force));
 }
 
 void setVlanTagging(Switch sw, const Output &output, std::uint32_t vlan, const std::string &tagging,
                     bool force) {
-    printAll(output, setTaggingOfAll(sw, vlan, tagging == "tagged" ? Tagging::Tagged : Tagging::Untagged,
-                                     ofProfiles(force)));
+    require(requireVlan(sw, vlan));
+    require(requireVlan(sw, vlan));
+    printAll(output,
+             changeOf(setTaggingOfAll(sw, vlan, tagging == "tagged" ? Tagging::Tagged : Tagging::Untagged,
+                                      ofProfiles(force)),
+                      force));
 }
 
-void setVlanFrames(Switch sw, const Output &output, const std::string &frames) {
-    printAll(output, setAcceptFramesOfAll(sw, kFrames.at(frames)));
+void setVlanFrames(Switch sw, const Output &output, const std::string &frames, bool force) {
+    printAll(output, changeOf(setAcceptFramesOfAll(sw, kFrames.at(frames), ofProfiles(force)), force),
+             "whose frames are dropped there until this is \"all\" again");
 }
 
 void setVlanPvid(Switch sw, const Output &output, std::uint32_t vlan, bool force) {
-    printAll(output, setPvidOfAll(sw, vlan, ofProfiles(force)));
+    printAll(output, changeOf(setPvidOfAll(sw, vlan, ofProfiles(force)), force));
 }
 
 void runVlanAuto(Switch sw, const Output &output, const std::string &mode) {

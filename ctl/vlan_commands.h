@@ -19,7 +19,8 @@ void showVlanInterfaces(Switch sw, const Output &output, std::uint32_t vlan);
 
 // The other commands change something. What a profile has is changed by `force` only.
 
-// Lists as "10,20-25"; anything else in them is refused before the first VLAN is created or deleted.
+// Lists as "10,20-25"; anything else in them is refused before the first VLAN is created or deleted. A VLAN
+// with the management interface or a routing interface is deleted by `force` only.
 void createListedVlans(Switch sw, const Output &output, const std::string &list);
 void deleteListedVlans(Switch sw, const Output &output, const std::string &list, bool force);
 
@@ -32,7 +33,7 @@ void setVlanParticipation(Switch sw, const Output &output, std::uint32_t vlan, c
                           bool force);
 void setVlanTagging(Switch sw, const Output &output, std::uint32_t vlan, const std::string &tagging,
                     bool force);
-void setVlanFrames(Switch sw, const Output &output, const std::string &frames);
+void setVlanFrames(Switch sw, const Output &output, const std::string &frames, bool force);
 void setVlanPvid(Switch sw, const Output &output, std::uint32_t vlan, bool force);
 
 // The automatic switchport mode; without "enable" or "disable", what it is now.

@@ -24,6 +24,8 @@ class ValueReader {
     ValueReader(const ValueReader &) = delete;
     ValueReader &operator=(const ValueReader &) = delete;
 
+    bool isWhole() const { return unread_ == 0; }
+
     template <class T>
     std::optional<T> value(OpenResult<T> read) {
         if (read)
@@ -156,6 +158,10 @@ Result<VlanDetails> readVlanDetails(Switch sw, std::uint32_t vlan, Where where) 
     }
     if (const auto broken = lags.brokenBy())
         return reportUnlisted("LAGs", *broken, where);
+    // It may have been deleted meanwhile: nothing of it can be read then, and that is no VLAN with gaps.
+    if (!reader.isWhole())
+        if (const auto still = requireVlan(sw, vlan, where); !still)
+            return std::unexpected(still.error());
     return details;
 }
 

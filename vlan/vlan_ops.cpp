@@ -1,12 +1,8 @@
 #include "vlan/vlan_ops.h"
 
-#include <cstddef>
-#include <new>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
-#include <vector>
 
 #include "common/json.h"
 #include "common/log.h"
@@ -15,8 +11,8 @@
 #include "vlan/switchport_mode.h"
 #include "vlan/vlan_changes.h"
 #include "vlan/vlan_details.h"
-#include "vlan/vlan_list.h"
 #include "vlan/vlan_records.h"
+#include "vlan/vlan_requests.h"
 
 namespace pavo {
 namespace {
@@ -27,55 +23,9 @@ constexpr std::int32_t kInvalid = codeOf(ResultCode::InvalidArgument);
 // The role of a VLAN of no particular use.
 constexpr std::uint32_t kPlainVlan = 1;
 
-// --- requests
-
 std::int32_t refuse(LogFormat<> why, const Where &where) {
     logAt<>(LOG_LEVEL_ERROR, where, why);
     return kInvalid;
-}
-
-JsonPtr parseBody(const char *json) {
-    return JsonPtr(json != nullptr ? cJSON_Parse(json) : nullptr);
-}
-
-template <class Value>
-using Words = std::pair<const char *, Value>;
-
-constexpr Words<Participation> kModes[] = {
-    {"include", Participation::Include}, {"auto", Participation::Auto}, {"exclude", Participation::Exclude}};
-constexpr Words<AcceptFrames> kFrames[] = {{"all", AcceptFrames::All},
-                                           {"vlanonly", AcceptFrames::VlanOnly},
-                                           {"admituntaggedonly", AcceptFrames::UntaggedOnly}};
-constexpr Words<Tagging> kTaggings[] = {{"tagged", Tagging::Tagged}, {"untagged", Tagging::Untagged}};
-constexpr Words<bool> kSwitch[] = {{"enable", true}, {"disable", false}};
-
-template <class Value, std::size_t N>
-std::optional<Value> wordMember(const cJSON *body, const char *key, const Words<Value> (&words)[N]) {
-    const auto text = stringMember(body, key);
-    for (const auto &[word, value] : words)
-        if (text == word)
-            return value;
-    return std::nullopt;
-}
-
-// A whole number; whether it is a VLAN's is asked later.
-std::optional<std::uint32_t> vlanMember(const cJSON *body, const char *key) {
-    const auto number = integerMember(body, key);
-    return number ? std::optional(static_cast<std::uint32_t>(*number)) : std::nullopt;
-}
-
-// A list of VLANs; its failure has been logged.
-Result<std::vector<std::uint32_t>> parseList(const char *list, const Where &where) {
-    ResultCode code = ResultCode::InvalidArgument;
-    if (list != nullptr) {
-        try {
-            return parseVlanList(list);
-        } catch (const std::bad_alloc &) {
-            code = ResultCode::Failed;
-        }
-    }
-    logError(where, "[%s:%d] Failed to parse VLAN list\n");
-    return failed(code);
 }
 
 // --- answers
@@ -95,8 +45,8 @@ std::int32_t answer(const Result<T> &read, Print print, char **json, const Where
     return read ? handOut(print(*read), json, where) : codeOf(read);
 }
 
-// The ports that the kept request of a profile type assigns to a VLAN's devices; null when no request is kept,
-// or memory runs out.
+// The ports that the kept request of a profile type assigns to a VLAN's devices; null when no request is
+// kept, or memory runs out.
 JsonPtr assignedPorts(const char *profileType, std::uint32_t vlanId) {
     const std::string path = profileExFilePath(profileType);
     const JsonPtr file(path.empty() ? nullptr : jsonFileLoad(path.c_str()));
@@ -105,7 +55,7 @@ JsonPtr assignedPorts(const char *profileType, std::uint32_t vlanId) {
         return nullptr;
     const cJSON *vlan = nullptr;
     cJSON_ArrayForEach(vlan, member(member(file.get(), "profileConfig"), "vlans")) {
-        if (vlanMember(vlan, "vlanId") != vlanId)
+        if (integerMember(vlan, "vlanId") != static_cast<std::int32_t>(vlanId))
             continue;
         const cJSON *port = nullptr;
         cJSON_ArrayForEach(port, member(member(vlan, "ports"), "assignedPort")) {
@@ -150,21 +100,11 @@ bool fillVlan(cJSON *root, const VLAN_INFO_T &info) {
 // --- some VLANs
 
 std::int32_t v2VlanListCreate(Switch sw, const char *json) {
-    const Where where = std::source_location::current();
-    const JsonPtr body = parseBody(json);
-    if (body == nullptr)
-        return refuse("[%s:%d] Failed to parse request JSON\n", where);
-    const auto list = stringMember(body.get(), "vlan-list");
-    if (!list)
-        return refuse("[%s:%d] Missing or invalid vlan-list\n", where);
-    const auto vlans = parseList(list->c_str(), where);
-    return vlans ? codeOf(createVlans(sw, *vlans, where)) : codeOf(vlans);
+    return codeOf(requestVlans(sw, json));
 }
 
 std::int32_t v2VlanListDelete(Switch sw, const char *list) {
-    const Where where = std::source_location::current();
-    const auto vlans = parseList(list, where);
-    return vlans ? codeOf(deleteVlans(sw, *vlans, OfProfiles::Change, where)) : codeOf(vlans);
+    return codeOf(requestNoVlans(sw, list));
 }
 
 std::int32_t v2VlanListGet(Switch sw, char **json) {
@@ -183,53 +123,25 @@ std::int32_t v2VlanNameGet(Switch sw, std::uint32_t vlanId, char **json) {
 }
 
 std::int32_t v2VlanNameSet(Switch sw, const char *json) {
-    const Where where = std::source_location::current();
-    const JsonPtr body = parseBody(json);
-    const auto vlan = vlanMember(body.get(), "vlan-id");
-    const auto name = stringMember(body.get(), "name");
-    if (!vlan || !name)
-        return refuse("[%s:%d] Missing or invalid vlan-id or name\n", where);
-    return codeOf(renameVlan(sw, *vlan, *name, OfProfiles::Change, where));
+    return codeOf(requestVlanName(sw, json));
 }
 
 // --- all ports and LAGs
 
 std::int32_t v2VlanParticipationAllSet(Switch sw, const char *json) {
-    const Where where = std::source_location::current();
-    const JsonPtr body = parseBody(json);
-    const auto mode = wordMember(body.get(), "mode", kModes);
-    const auto vlan = vlanMember(body.get(), "vlan-id");
-    if (!mode || !vlan)
-        return refuse("[%s:%d] Missing or invalid mode or vlan-id\n", where);
-    return codeOf(setParticipationOfAll(sw, *vlan, *mode, OfProfiles::Change, where));
+    return codeOf(requestParticipation(sw, json));
 }
 
 std::int32_t v2VlanAcceptFrameAllSet(Switch sw, const char *json) {
-    const Where where = std::source_location::current();
-    const JsonPtr body = parseBody(json);
-    const auto frames = wordMember(body.get(), "accept-frame", kFrames);
-    if (!frames)
-        return refuse("[%s:%d] Missing or invalid accept-frame\n", where);
-    return codeOf(setAcceptFramesOfAll(sw, *frames, where));
+    return codeOf(requestAcceptFrames(sw, json));
 }
 
 std::int32_t v2VlanPvidAllSet(Switch sw, const char *json) {
-    const Where where = std::source_location::current();
-    const JsonPtr body = parseBody(json);
-    const auto vlan = vlanMember(body.get(), "pvid");
-    if (!vlan)
-        return refuse("[%s:%d] Missing or invalid pvid\n", where);
-    return codeOf(setPvidOfAll(sw, *vlan, OfProfiles::Change, where));
+    return codeOf(requestPvid(sw, json));
 }
 
 std::int32_t v2VlanTaggingAllSet(Switch sw, const char *json) {
-    const Where where = std::source_location::current();
-    const JsonPtr body = parseBody(json);
-    const auto vlan = vlanMember(body.get(), "vlan-id");
-    const auto tagging = wordMember(body.get(), "tagging", kTaggings);
-    if (!vlan || !tagging)
-        return refuse("[%s:%d] Missing or invalid vlan-id or tagging\n", where);
-    return codeOf(setTaggingOfAll(sw, *vlan, *tagging, OfProfiles::Change, where));
+    return codeOf(requestTagging(sw, json));
 }
 
 // --- automatic switchport mode
@@ -244,20 +156,20 @@ std::int32_t switchportModeAutoGet(Switch sw, char **json) {
 
 std::int32_t switchportModeAutoSet(Switch sw, const char *json) {
     const Where where = std::source_location::current();
-    const JsonPtr body = parseBody(json);
-    const auto on = wordMember(body.get(), "mode", kSwitch);
-    if (!on)
+    const JsonPtr body(json != nullptr ? cJSON_Parse(json) : nullptr);
+    const auto mode = stringMember(body.get(), "mode");
+    if (mode != "enable" && mode != "disable")
         return refuse("[%s:%d] Missing or invalid mode\n", where);
-    return codeOf(setSwitchportModeAuto(sw, *on, where));
+    return codeOf(setSwitchportModeAuto(sw, mode == "enable", where));
 }
 
 // --- for the profile pages
 
 std::int32_t vlanCreateAndSet(Switch sw, std::int32_t vlanId, const char *name) {
     const Where where = std::source_location::current();
-    if (name == nullptr)
+    if (name == nullptr && vlanId != 1)
         return refuse("[%s:%d] Missing or invalid vlan-id or name\n", where);
-    return codeOf(createNamedVlan(sw, vlanId, name, where));
+    return codeOf(createNamedVlan(sw, vlanId, name != nullptr ? name : "", where));
 }
 
 std::int32_t switchConfigVlanGet(Switch sw, std::uint32_t vlanId, char **json) {

@@ -2,8 +2,11 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 
 #include "common/files.h"
+#include "common/json.h"
+#include "common/log.h"
 #include "common/text.h"
 #include "platform/paths.h"
 #include "store/profile_db.h"
@@ -11,10 +14,32 @@
 
 namespace pavo {
 
+void VlanOwners::addProfiles(const cJSON *profiles) {
+    const cJSON *profile = nullptr;
+    cJSON_ArrayForEach(profile, profiles) {
+        const cJSON *const request = member(profile, "profileConfig");
+        const cJSON *vlan = nullptr;
+        cJSON_ArrayForEach(vlan, member(request, "vlans")) {
+            const auto id = VlanId::from(integerMember(vlan, "vlanId").value_or(0));
+            if (id)
+                names_.insert_or_assign(*id, stringMember(request, "name").value_or(""));
+        }
+    }
+}
+
 Result<VlanOwners> VlanOwners::read(Where where) {
+    using platform::paths::kProfileRecord;
     VlanOwners owners;
-    if (!fileExists(platform::paths::kProfileDb))
+    if (!fileExists(platform::paths::kProfileDb)) {
+        const JsonPtr record(jsonFileLoad(kProfileRecord));
+        if (record == nullptr && fileExists(kProfileRecord)) {
+            logError(where, "[%s:%d] the profile record %s cannot be read\n", std::string(kProfileRecord));
+            return failed(ResultCode::Failed, "the profile record cannot be read");
+        }
+        owners.addProfiles(member(record.get(), "profiles"));
+        owners.addProfiles(member(member(record.get(), "pending"), "profiles"));
         return owners;
+    }
     const auto rows = readProfileRows(where);
     if (!rows)
         return failed(ResultCode::Failed, "the profile database cannot be read");
@@ -32,18 +57,24 @@ const std::string *VlanOwners::find(VlanId id) const {
     return owner != names_.end() ? &owner->second : nullptr;
 }
 
-void VlanOwners::noteVlan(VlanId id, ProfileThings &things) const {
-    if (const std::string *const owner = find(id))
-        things[*owner].push_back("VLAN " + std::to_string(id.number()));
-}
-
-void VlanOwners::noteInterfaces(Switch sw, VlanId except, ProfileThings &things) const {
+std::map<IfNum, OwnedInterface> VlanOwners::interfaces(Switch sw, Tagging frames,
+                                                       std::optional<VlanId> except) const {
+    std::map<IfNum, OwnedInterface> owned;
     if (empty())
-        return;
+        return owned;
+    const auto ownerOf = [&](IfNum ifNum) -> const std::string * {
+        if (frames == Tagging::Untagged) {
+            const auto pvid = sw.pvid(ifNum);
+            return pvid && *pvid != except ? find(*pvid) : nullptr;
+        }
+        for (const VlanId id : sw.taggedVlans(ifNum).value_or(std::vector<VlanId>{}))
+            if (const std::string *const owner = id != except ? find(id) : nullptr)
+                return owner;
+        return nullptr;
+    };
     const auto note = [&](IfNum ifNum, const std::string &name) {
-        const auto pvid = sw.pvid(ifNum);
-        if (const std::string *const owner = pvid && *pvid != except ? find(*pvid) : nullptr)
-            things[*owner].push_back(name);
+        if (const std::string *const owner = ownerOf(ifNum))
+            owned.emplace(ifNum, OwnedInterface{*owner, name});
     };
     for (const IfNum port : sw.ports())
         note(port, portCliName(port));
@@ -53,6 +84,7 @@ void VlanOwners::noteInterfaces(Switch sw, VlanId except, ProfileThings &things)
             numbering = LagNumbering{lag};
         note(lag, lagCliName(numbering->numberOf(lag)));
     }
+    return owned;
 }
 
 std::string describe(const ProfileThings &things) {

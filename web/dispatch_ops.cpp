@@ -17,7 +17,6 @@ namespace pavo {
 namespace {
 
 constexpr std::size_t kPathMax = 1023;  // characters of a path; what is longer is cut
-constexpr std::string_view kJsonUrls = "/api/v2/";
 
 HttpdDir *childOf(HttpdDir &dir, std::string_view name) {
     for (HttpdDir *child = dir.firstChild.get(); child != nullptr; child = child->nextSibling.get())
@@ -113,9 +112,13 @@ void httpdProcessRequest(HttpdTree &tree) {
         std::fputs("Status:403\r\n\r\n", stdout);
         return;
     }
-    if (uri.starts_with(kJsonUrls))
+    if (isJsonUri(uri))
         std::fputs("Content-Type: application/json\r\n\r\n", stdout);
     entry->handler();
+}
+
+bool isJsonUri(std::string_view uri) {
+    return uri.starts_with("/api/v2/");
 }
 
 int checkSessionX(const char *token, const char *refresh, const HttpdCContent &entry, Session *session) {

@@ -10,6 +10,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "web/sessions.h"
 
@@ -53,6 +54,10 @@ int httpdAddCContent(HttpdTree &tree, const char *dirPath, const char *name, std
 // is not there gives no output at all, a refused session the header of a 403 alone. URIs that begin with
 // "/api/v2/" get the header of a JSON answer before their handler runs.
 void httpdProcessRequest(HttpdTree &tree);
+
+// Whether that header comes before the handler for this URI; it is not told by where the entry is, as a path
+// can be written in several ways.
+bool isJsonUri(std::string_view uri);
 
 // checkSession() for an entry: 0 when the request may proceed, else -1. Null pointers: the request has no
 // such header. `session` is filled in when it may.

@@ -1,9 +1,12 @@
 #include "web/login.h"
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
 #include <sys/random.h>
 
 #include <algorithm>
 #include <cstdint>
+#include <iterator>
 #include <map>
 #include <string_view>
 #include <utility>
@@ -19,9 +22,11 @@ namespace pavo {
 namespace {
 
 constexpr int kFreeAttempts = 5;
-constexpr long kFirstPause = 10, kLongestPause = 300;  // seconds
+// Seconds. That of an address is twice that of a user, so that nobody keeps a user out from a single address.
+constexpr long kFirstUserPause = 5, kFirstAddressPause = 10;
+constexpr int kDoublings = 5;
 constexpr long kForgottenAfter = 900;
-constexpr std::size_t kKeysMax = 1024;  // who is longest ago goes first
+constexpr std::size_t kKeysMax = 1024;  // who has the fewest failures goes first, of those who is longest ago
 
 std::string fileName(const char *name) {
     return std::string(platform::paths::kSessionDir) + "/" + name;
@@ -33,10 +38,11 @@ struct Failures {
     int count = 0;
     long last = 0;  // system uptime
 
-    long pause() const {
+    // How much of the pause is left.
+    long wait(long firstPause, long now) const {
         if (count < kFreeAttempts)
             return 0;
-        return std::min(kLongestPause, kFirstPause << std::min(count - kFreeAttempts, 10));
+        return std::max(0L, (firstPause << std::min(count - kFreeAttempts, kDoublings)) - (now - last));
     }
 };
 using FailureTable = std::map<std::string, Failures>;
@@ -59,7 +65,8 @@ FailureTable readTable(long now) {
 
 Result<> writeTable(FailureTable table, const Where &where) {
     while (table.size() > kKeysMax)
-        table.erase(std::ranges::min_element(table, {}, [](const auto &entry) { return entry.second.last; }));
+        table.erase(std::ranges::min_element(
+            table, {}, [](const auto &entry) { return std::pair(entry.second.count, entry.second.last); }));
     const JsonPtr root(cJSON_CreateObject());
     for (const auto &[key, failures] : table)
         if (cJSON *const item = cJSON_AddObjectToObject(root.get(), key.c_str())) {
@@ -71,36 +78,44 @@ Result<> writeTable(FailureTable table, const Where &where) {
 
 // An IPv6 host has a network of 64 bits to choose addresses from.
 std::string networkOf(const std::string &address) {
-    std::size_t end = 0;
-    for (int groups = 0; groups < 4 && end != std::string::npos; ++groups)
-        end = address.find(':', end == 0 ? 0 : end + 1);
-    return address.substr(0, end == 0 ? std::string::npos : end);
+    in6_addr bits{};
+    if (inet_pton(AF_INET6, address.c_str(), &bits) != 1 || IN6_IS_ADDR_V4MAPPED(&bits))
+        return address;
+    std::fill(std::begin(bits.s6_addr) + 8, std::end(bits.s6_addr), std::uint8_t{0});
+    char text[INET6_ADDRSTRLEN];
+    return inet_ntop(AF_INET6, &bits, text, sizeof text) != nullptr ? text : address;
 }
 
 // The counts of one attempt.
 class Attempt {
   public:
     Attempt(const Credentials &who, const Where &where)
-        : user_("user " + wellFormed(who.user)),
-          address_("address " + wellFormed(networkOf(who.address))),
+        : user_{"user " + wellFormed(who.user), kFirstUserPause},
+          address_{"address " + wellFormed(networkOf(who.address)), kFirstAddressPause},
           where_(where) {}
 
     // Counts it, unless one of the two has to wait.
     Result<> begin() {
         return change([&](FailureTable &table, long now) -> Result<> {
-            for (const auto &key : {user_, address_})
-                if (const auto found = table.find(key);
-                    found != table.end() && now - found->second.last < found->second.pause())
-                    return failed(ResultCode::LockedOut);
-            for (const auto &key : {user_, address_})
-                table[key] = {table[key].count + 1, now};
+            long wait = 0;
+            for (const Count *const count : {&user_, &address_})
+                if (const auto found = table.find(count->key); found != table.end())
+                    wait = std::max(wait, found->second.wait(count->firstPause, now));
+            if (wait > 0)
+                return failed(ResultCode::LockedOut, std::to_string(wait) + " seconds are left");
+            begun_ = now;
+            for (Count *const count : {&user_, &address_}) {
+                Failures &failures = table[count->key];
+                count->before = failures.last;
+                failures = {failures.count + 1, now};
+            }
             return {};
         });
     }
-    // The password was right: the user has no failures any more, and the address one less.
+    // The password was right: the user has no failures any more, and the address what it had before.
     Result<> succeed() {
         return change([&](FailureTable &table, long) -> Result<> {
-            table.erase(user_);
+            table.erase(user_.key);
             takeBack(table, address_);
             return {};
         });
@@ -115,9 +130,20 @@ class Attempt {
     }
 
   private:
-    static void takeBack(FailureTable &table, const std::string &key) {
-        const auto found = table.find(key);
-        if (found != table.end() && --found->second.count <= 0)
+    struct Count {
+        std::string key;
+        long firstPause;
+        long before = 0;  // time of the failure before this attempt
+    };
+
+    void takeBack(FailureTable &table, const Count &count) const {
+        const auto found = table.find(count.key);
+        if (found == table.end())
+            return;
+        // A pause goes on from where it was, unless another attempt has failed meanwhile.
+        if (found->second.last == begun_)
+            found->second.last = count.before;
+        if (--found->second.count <= 0)
             table.erase(found);
     }
 
@@ -140,7 +166,8 @@ class Attempt {
         return writeTable(std::move(table), where_);
     }
 
-    std::string user_, address_;
+    Count user_, address_;
+    long begun_ = 0;
     Where where_;
 };
 
@@ -183,22 +210,24 @@ Result<Login> logIn(const Credentials &credentials, const FindUser &findUser, Wh
                     printable(credentials.address));
         return std::unexpected(std::move(counted).error());
     }
-    const auto user = findUser(credentials.user);
-    if (!user) {
+    const auto found = findUser(credentials.user);
+    if (!found) {
         attempt.withdraw();
-        return std::unexpected(user.error());
+        return std::unexpected(found.error());
     }
-    // Compared also when there is no such user, who would be known by the time that it takes otherwise.
-    const bool isRight = isSameSecret(*user ? (*user)->password : std::string(1, '\0'), credentials.password);
-    if (!*user || !isRight) {
+    const std::optional<SwitchUser> &user = *found;
+    // Compared also when there is no such user, who would be known by the time that it takes otherwise. A user
+    // without a password cannot log in.
+    const bool isRight = isSameSecret(user ? user->password : std::string(), credentials.password);
+    if (!user || user->password.empty() || !isRight) {
         logWarn(where, "[%s:%d] login of %s from %s: wrong user name or password\n", shown,
                 printable(credentials.address));
         return failed(ResultCode::WrongPassword);
     }
     if (auto counted = attempt.succeed(); !counted)
         return std::unexpected(std::move(counted).error());
-    Login login{{}, {credentials.user, (*user)->level}};
-    auto token = openSession(login.session, markOf(**user, newSalt()), where);
+    Login login{{}, {credentials.user, user->level}};
+    auto token = openSession(login.session, markOf(*user, newSalt()), where);
     if (!token)
         return std::unexpected(std::move(token).error());
     login.token = *std::move(token);
@@ -207,11 +236,12 @@ Result<Login> logIn(const Credentials &credentials, const FindUser &findUser, Wh
 }
 
 bool isStillTheUser(const std::string &token, const Session &session, const FindUser &findUser, Where where) {
-    const auto user = findUser(session.user);
-    if (!user)
+    const auto found = findUser(session.user);
+    if (!found)
         return true;
+    const std::optional<SwitchUser> &user = *found;
     const auto mark = sessionMark(token);
-    if (*user && (*user)->level == session.level && (!mark || isMarkOf(*mark, **user)))
+    if (user && user->level == session.level && (!mark || isMarkOf(*mark, *user)))
         return true;
     logInfo(where, "[%s:%d] the session of %s ends: its level or password has changed\n",
             printable(session.user));

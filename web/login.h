@@ -1,10 +1,12 @@
 // Logging in to the web interface with a user name and password of the switch.
 //
-// Five wrong passwords in a row, for a user or from an address, make both wait: 10 seconds first, and twice as
-// long after each further one, up to five minutes. An attempt counts before the password is looked at, so that
-// many at once gain nothing, and a right one takes its own count back. What does not exist counts like what
-// does. The counts are in "/tmp/session/.failures" and are forgotten after a quarter of an hour, at the latest
-// with the next start of the switch.
+// Five wrong passwords in a row, for a user or from an address, make both wait: the user 5 seconds first and
+// twice as long after each further one, up to 160 seconds, the address twice as long. So a guesser at one
+// address leaves the user time to log in from another; guessers at many can keep a user out, who is told for
+// how long. An attempt counts before the password is looked at, so that many at once gain nothing, and a right
+// one takes its own count back. What does not exist counts like what does. The counts are in
+// "/tmp/session/.failures" and are forgotten after a quarter of an hour, at the latest with the next start of
+// the switch.
 //
 // Any thread of any process may call these. Passwords are in no log.
 #ifndef PAVO_WEB_LOGIN_H

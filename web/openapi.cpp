@@ -63,11 +63,16 @@ std::string tagOf(const Route &route) {
 
 // The envelope, with the data when the operation succeeded; or whole answers as they are.
 cJSON *answerSchema(const Route &route) {
-    if (route.key == nullptr || route.answer == nullptr)
-        return route.answer != nullptr ? schemaOf(route.answer) : refTo("schemas", "Envelope");
+    const std::string envelope = "Envelope";
+    if (route.answer == nullptr || route.answer == envelope)
+        return refTo("schemas", envelope);
     cJSON *const schema = cJSON_CreateObject();
-    cJSON *const parts = cJSON_AddArrayToObject(schema, "allOf");
-    cJSON_AddItemToArray(parts, refTo("schemas", "Envelope"));
+    cJSON *const parts = cJSON_AddArrayToObject(schema, route.key != nullptr ? "allOf" : "anyOf");
+    cJSON_AddItemToArray(parts, refTo("schemas", envelope));
+    if (route.key == nullptr) {
+        cJSON_AddItemToArray(parts, schemaOf(route.answer));
+        return schema;
+    }
     cJSON *const own = cJSON_CreateObject();
     cJSON_AddItemToArray(parts, own);
     cJSON_AddItemToObject(cJSON_AddObjectToObject(own, "properties"), route.key, schemaOf(route.answer));
@@ -168,7 +173,20 @@ void addTags(cJSON *document) {
 
 constexpr const char *kInfo = R"({
 "title": "pavo", "summary": "The device manager of a managed Ethernet switch for AV-over-IP.",
-"description": "Log in by POST /api/v2/session and send the token in the header Session. A session ends two hours after its last request; a request with the header Refresh does not count. Answers with status 200 say in resp.status whether the operation succeeded. Within a query, a slash is written %2F."})";
+"description": "Log in by POST /api/v2/session and send the token in the header Session. A session ends two hours after its last request; a request with the header Refresh does not count. Answers with status 200 say in resp.status whether the operation succeeded. Within a query, a slash is written %2F.",
+"contact": {"name": "The administrator of this switch"}, "license": {"name": "All rights reserved", "identifier": "LicenseRef-All-Rights-Reserved"}})";
+
+// Spaces instead of the tabs that cJSON sets: some readers of YAML, which JSON is a part of, take no tabs. Within
+// strings, a tab is an escape.
+std::string withoutTabs(const std::string &json) {
+    std::string text;
+    for (const char c : json)
+        if (c != '\t')
+            text += c;
+        else
+            text += text.ends_with(':') ? " " : "  ";
+    return text;
+}
 
 constexpr const char *kComponents = R"({
 "securitySchemes": {"session": {"type": "apiKey", "in": "header", "name": "Session", "description": "The token of a session."}},
@@ -199,7 +217,7 @@ std::string openApiDocument() {
     JsonPtr components(cJSON_Parse(kComponents));
     addItem(components.get(), "schemas", parseSchemas());
     addItem(document.get(), "components", std::move(components));
-    return printJson(document.get());
+    return withoutTabs(printJson(document.get()));
 }
 
 }  // namespace pavo

@@ -1,6 +1,7 @@
 #include "web/request.h"
 
 #include <algorithm>
+#include <cctype>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -19,6 +20,8 @@
 #include "store/writeback.h"
 #include "swapi/switch_client.h"
 #include "web/routes.h"
+#include "web/schema_check.h"
+#include "web/schemas.h"
 
 namespace pavo {
 namespace {
@@ -65,8 +68,8 @@ std::optional<std::string> decode(std::string_view text) {
     return out;
 }
 
-bool hasControlCharacter(std::string_view text) {
-    return std::ranges::any_of(text, [](unsigned char c) { return c < 0x20 || c == 0x7f; });
+bool isPlainText(std::string_view text) {
+    return isUtf8(text) && std::ranges::none_of(text, [](unsigned char c) { return c < 0x20 || c == 0x7f; });
 }
 
 // The whole body, before anything is done with it.
@@ -86,15 +89,42 @@ Result<std::string> readBody() {
                                                       std::to_string(body.size()) + " bytes");
     if (body.find('\0') != std::string::npos)
         return failed(ResultCode::IllegalRequest, "the body has a zero in it");
+    if (!isUtf8(body))
+        return failed(ResultCode::IllegalRequest, "the body is not in UTF-8");
     return body;
+}
+
+// A zero that is escaped would end a text early.
+bool hasEscapedZero(std::string_view json) {
+    for (std::size_t i = json.find('\\'); i != std::string_view::npos; i = json.find('\\', i + 2))
+        if (json.substr(i + 1, 5) == "u0000")
+            return true;
+    return false;
+}
+
+// What goes to an operation is JSON as a whole and fits the document, whatever the operation tolerates itself.
+Result<> checkBody(const Route &route, const std::string &body) {
+    if (route.request == nullptr)
+        return {};
+    if (hasEscapedZero(body))
+        return failed(ResultCode::IllegalRequest, "the body has a zero in it");
+    const JsonPtr json(cJSON_ParseWithOpts(body.c_str(), nullptr, true));
+    if (json == nullptr)
+        return failed(ResultCode::InvalidArgument, "the body is no JSON");
+    const JsonPtr schemas = parseSchemas();
+    if (auto wrong = schemaViolation(schemas.get(), member(schemas.get(), route.request), json.get());
+        !wrong.empty())
+        return failed(ResultCode::InvalidArgument, std::move(wrong));
+    return {};
 }
 
 // A failure of the request itself is logged here; those of operations have been.
 WebCall readCall(const Route &route) {
     auto query = parseQuery(variable("QUERY_STRING"));
     auto body = query ? readBody() : Result<std::string>(std::string());
-    if (!query || !body) {
-        const Failure failure = !query ? query.error() : body.error();
+    const auto checked = body ? checkBody(route, *body) : Result<>();
+    if (!query || !body || !checked) {
+        const Failure failure = !query ? query.error() : !body ? body.error() : checked.error();
         logError("[%s:%d] %s: %s\n", route.path, failure.reason);
         throw Failure(failure);
     }
@@ -132,7 +162,15 @@ std::string answerOf(const Route &route) {
     // The web server ends a handler whose client has gone; a change is carried to its end.
     if (route.method != HttpMethod::Get)
         std::signal(SIGTERM, SIG_IGN);
-    const std::string data = route.handle(call);
+    std::string data;
+    try {
+        data = route.handle(call);
+    } catch (const Failure &failure) {
+        // Some of it may have been done.
+        if (failure.code == ResultCode::Failed)
+            writeBackChanges(route);
+        throw;
+    }
     const bool isEmpty = data.empty() && route.answer != nullptr;
     std::string text = isEmpty ? "" : envelopeOf(route, data);
     if (text.empty())
@@ -158,12 +196,28 @@ Result<std::map<std::string, std::string>> parseQuery(std::string_view query) {
         const auto equals = std::min(part.find('='), part.size());
         const auto name = decode(part.substr(0, equals));
         const auto value = decode(part.substr(std::min(equals + 1, part.size())));
-        if (!name || !value || hasControlCharacter(*name) || hasControlCharacter(*value))
+        if (!name || !value || !isPlainText(*name) || !isPlainText(*value))
             return failed(ResultCode::IllegalRequest, "the query " + quoteText(part) + " is not encoded");
-        if (!part.empty())
-            parameters.emplace(*name, *value);
+        // Which of two would be meant, nobody knows.
+        if (!part.empty() && !parameters.emplace(*name, *value).second)
+            return failed(ResultCode::IllegalRequest,
+                          "the parameter " + quoteText(*name) + " is there twice");
     }
     return parameters;
+}
+
+std::string plainUri(std::string_view uri) {
+    std::string plain;
+    const auto path = uri.substr(0, uri.find('?'));
+    for (std::size_t i = 0; i < path.size(); ++i) {
+        const auto byte = path[i] == '%' ? decode(path.substr(i, 3)) : std::nullopt;
+        const bool isUnreserved = byte && byte->size() == 1 &&
+                                  (std::isalnum(static_cast<unsigned char>((*byte)[0])) != 0 ||
+                                   std::string_view("-._~").find((*byte)[0]) != std::string_view::npos);
+        plain += isUnreserved ? (*byte)[0] : path[i];
+        i += isUnreserved ? 2 : 0;
+    }
+    return plain.append(uri.substr(path.size()));
 }
 
 std::optional<std::string> WebCall::optionalText(const char *name) const {
@@ -208,7 +262,13 @@ void serveRoute(const Route &route) {
     std::string text;
     try {
         text = answerOf(route);
-    } catch (const Failure &failure) {
+    } catch (Failure &failure) {
+        // What operations refuse without a word, people find here.
+        if (failure.reason.empty() && failure.code == ResultCode::InvalidArgument && route.request != nullptr)
+            failure.reason =
+                "see the schema " + std::string(route.request) + " in the answer of /api/v2/openapi";
+        else if (failure.reason.empty() && failure.code == ResultCode::Failed)
+            failure.reason = "the log tells why";
         text = failureEnvelope(failure);
     } catch (const std::bad_alloc &) {
         logError("[%s:%d] %s: out of memory\n", route.path);
@@ -217,6 +277,8 @@ void serveRoute(const Route &route) {
         logError("[%s:%d] %s: %s\n", route.path, e.what());
         text = failureEnvelope({ResultCode::Failed, ""});
     }
+    if (!isJsonUri(variable("REQUEST_URI")))
+        std::fputs("Content-Type: application/json\r\n\r\n", stdout);
     std::puts(text.c_str());
 }
 
@@ -228,16 +290,18 @@ Result<std::optional<SwitchUser>> readSwitchUser(Switch sw, const std::string &n
     const auto size = sw.passwordSize();
     const auto password =
         size ? sw.userPassword(name, *size) : OpenResult<std::string>(std::unexpected(size.error()));
-    const auto level =
-        password ? sw.userLevel(name) : OpenResult<std::uint32_t>(std::unexpected(password.error()));
-    if (level)
+    // Asked also without a password, so that the time does not tell whether there is such a user.
+    const auto level = sw.userLevel(name);
+    if (password && level)
         return *level == OPEN_USER_LEVEL_BLOCKED
                    ? std::nullopt
                    : std::optional(SwitchUser{levelOf(name, *level), *password});
-    if (level.error() == OpenError::NotFound)
+    const OpenError error = !password ? password.error() : level.error();
+    // Parameter: what cannot be the name of a user.
+    if (error == OpenError::NotFound || error == OpenError::Parameter)
         return std::nullopt;
-    logError("[%s:%d] the users of the switch cannot be read (result = %d)\n", level.error());
-    return failed(level.error() == OpenError::Unreachable ? ResultCode::Unreachable : ResultCode::Failed,
+    logError("[%s:%d] the users of the switch cannot be read (result = %d)\n", error);
+    return failed(error == OpenError::Unreachable ? ResultCode::Unreachable : ResultCode::Failed,
                   "the users of the switch cannot be read");
 }
 

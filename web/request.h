@@ -30,8 +30,8 @@ T orThrow(Result<T> result) {
         return std::move(*result);
 }
 
-// The parameters of a query string ("name=Stage%201&lines=5"), decoded; the first of several with the same
-// name counts. IllegalRequest for an escape that is none, and for control characters.
+// The parameters of a query string ("name=Stage%201&lines=5"), decoded. IllegalRequest for an escape that is
+// none, for control characters, for what is no UTF-8, and for a parameter that is there twice.
 Result<std::map<std::string, std::string>> parseQuery(std::string_view query);
 
 // One call of a route.
@@ -58,6 +58,10 @@ class WebCall {
     std::map<std::string, std::string> query_;
     std::string body_;
 };
+
+// The URI with those escapes decoded in its path that nobody has to write ("/api/v2/%76lan/list"): the web server
+// knows a route by the plain form, and hands on what the client has written.
+std::string plainUri(std::string_view uri);
 
 // Runs a route's handler for the request in the environment and on standard input, and prints the answer.
 void serveRoute(const Route &route);

@@ -1,11 +1,14 @@
 #include "web/route_handlers.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
+#include <set>
 #include <utility>
 #include <vector>
 
 #include "common/files.h"
+#include "common/ipv4.h"
 #include "common/json.h"
 #include "common/log.h"
 #include "common/mac.h"
@@ -21,8 +24,11 @@
 #include "store/vendors.h"
 #include "store/writeback.h"
 #include "swapi/switch_settings_ops.h"
+#include "vlan/multicast.h"
 #include "vlan/multicast_ops.h"
+#include "vlan/vlan_details.h"
 #include "vlan/vlan_ops.h"
+#include "vlan/vlan_requests.h"
 #include "web/answer_node.h"
 #include "web/neighbours_ops.h"
 #include "web/routes.h"
@@ -78,6 +84,25 @@ std::string stringOf(const WebCall &call, const cJSON *body, const char *key) {
     if (!text)
         refuse(call, ResultCode::InvalidArgument, quoteText(key) + " is missing, or no string");
     return *std::move(text);
+}
+
+// Of a log file.
+constexpr long kLogTailMax = 1 << 20;
+
+// The end of a file, at most kLogTailMax bytes, from the beginning of a line on; nothing when it cannot be
+// read.
+std::optional<std::string> endOfFile(const char *path) {
+    const FilePtr file = openFile(path, "r");
+    const long size =
+        file != nullptr && std::fseek(file.get(), 0, SEEK_END) == 0 ? std::ftell(file.get()) : -1;
+    const long from = std::max(0L, size - kLogTailMax);
+    if (size < 0 || std::fseek(file.get(), from, SEEK_SET) != 0)
+        return std::nullopt;
+    std::string text(static_cast<std::size_t>(size - from), '\0');
+    text.resize(std::fread(text.data(), 1, text.size(), file.get()));
+    if (from > 0)
+        text.erase(0, text.find('\n') + 1);
+    return text;
 }
 
 std::string tokenOfRequest() {
@@ -204,30 +229,45 @@ std::string deleteProfile(const WebCall &call) {
 
 // --- VLANs
 
+namespace {
+
+std::string changed(Result<VlanChange> result) {
+    return printVlanChange(orThrow(std::move(result)));
+}
+
+// The operations pass over what is no number.
+void checkVlanList(const WebCall &call, std::string_view list) {
+    if (list.empty() || list.find_first_not_of("0123456789,- ") != std::string_view::npos)
+        refuse(call, ResultCode::InvalidArgument, quoteText(list) + " is no list of VLANs");
+}
+
+}  // namespace
+
 std::string listVlans(const WebCall &call) {
-    return textOf([&](char **text) { return v2VlanListGet(call.device(), text); });
+    return printVlanSummaries(orThrow(readVlanSummaries(call.device())));
 }
 
 std::string createVlans(const WebCall &call) {
-    return done(v2VlanListCreate(call.device(), call.body().c_str()));
+    checkVlanList(call, stringOf(call, bodyOf(call).get(), "vlan-list"));
+    return changed(requestVlans(call.device(), call.body().c_str()));
 }
 
 std::string deleteVlans(const WebCall &call) {
-    return done(v2VlanListDelete(call.device(), call.text("list").c_str()));
+    const std::string &list = call.text("list");
+    checkVlanList(call, list);
+    return changed(requestNoVlans(call.device(), list.c_str()));
 }
 
 std::string showVlan(const WebCall &call) {
-    const auto id = call.number("id", 0, kAny);
-    return textOf([&](char **text) { return v2VlanDetailGet(call.device(), id, text); });
+    return printVlanDetails(orThrow(readVlanDetails(call.device(), call.number("id", 0, kAny))));
 }
 
 std::string showVlanName(const WebCall &call) {
-    const auto id = call.number("id", 0, kAny);
-    return textOf([&](char **text) { return v2VlanNameGet(call.device(), id, text); });
+    return printVlanName(orThrow(readVlanName(call.device(), call.number("id", 0, kAny))));
 }
 
 std::string nameVlan(const WebCall &call) {
-    return done(v2VlanNameSet(call.device(), call.body().c_str()));
+    return changed(requestVlanName(call.device(), call.body().c_str()));
 }
 
 std::string showProfileVlan(const WebCall &call) {
@@ -240,23 +280,23 @@ std::string createNamedVlan(const WebCall &call) {
     const auto id = integerMember(body.get(), "vlan-id");
     if (!id || !VlanId::from(*id))
         refuse(call, ResultCode::InvalidArgument, "\"vlan-id\" is not a VLAN id (1 to 4094)");
-    return done(vlanCreateAndSet(call.device(), *id, stringOf(call, body.get(), "name").c_str()));
+    return changed(pavo::createNamedVlan(call.device(), *id, stringOf(call, body.get(), "name")));
 }
 
 std::string setParticipation(const WebCall &call) {
-    return done(v2VlanParticipationAllSet(call.device(), call.body().c_str()));
+    return changed(requestParticipation(call.device(), call.body().c_str()));
 }
 
 std::string setAcceptFrames(const WebCall &call) {
-    return done(v2VlanAcceptFrameAllSet(call.device(), call.body().c_str()));
+    return changed(requestAcceptFrames(call.device(), call.body().c_str()));
 }
 
 std::string setPvid(const WebCall &call) {
-    return done(v2VlanPvidAllSet(call.device(), call.body().c_str()));
+    return changed(requestPvid(call.device(), call.body().c_str()));
 }
 
 std::string setTagging(const WebCall &call) {
-    return done(v2VlanTaggingAllSet(call.device(), call.body().c_str()));
+    return changed(requestTagging(call.device(), call.body().c_str()));
 }
 
 std::string showSwitchportMode(const WebCall &call) {
@@ -272,17 +312,27 @@ std::string setSwitchportMode(const WebCall &call) {
 std::string setPortSpeed(const WebCall &call) {
     const JsonPtr body = bodyOf(call);
     const cJSON *const list = member(body.get(), "ports");
-    std::vector<std::uint32_t> ports;
+    std::set<std::uint32_t> ports;
     const cJSON *item = nullptr;
     cJSON_ArrayForEach(item, list) {
         const auto port = integerOf(item);
         if (!port || *port < 1)
             refuse(call, ResultCode::InvalidArgument, "\"ports\" holds what is no interface number");
-        ports.push_back(static_cast<std::uint32_t>(*port));
+        ports.insert(static_cast<std::uint32_t>(*port));
     }
     if (!cJSON_IsArray(list) || ports.empty())
         refuse(call, ResultCode::InvalidArgument, "\"ports\" is missing, or no list of interface numbers");
-    return done(multipleIfSpeedSetSafe(call.device(), ports, stringOf(call, body.get(), "speed").c_str()));
+    // The operation takes every other text for "Auto".
+    const std::string speed = stringOf(call, body.get(), "speed");
+    if (speed != "Auto" && !speed.contains("Full") && !speed.contains("Half"))
+        refuse(call, ResultCode::InvalidArgument, quoteText(speed) + " is no speed");
+    const Switch sw = call.device();
+    for (const std::uint32_t port : ports)
+        if (const auto type = sw.interfaceType(IfNum(port));
+            type ? *type != static_cast<std::uint32_t>(IfType::Port) : type.error() == OpenError::NotFound)
+            refuse(call, ResultCode::NotExist, "there is no port " + std::to_string(port));
+    const std::vector<std::uint32_t> numbers(ports.begin(), ports.end());
+    return done(multipleIfSpeedSetSafe(sw, numbers, speed.c_str()));
 }
 
 std::string setManagementAddress(const WebCall &call) {
@@ -294,9 +344,15 @@ std::string setManagementAddress(const WebCall &call) {
     if (mode != "dhcp" && mode != "static")
         refuse(call, ResultCode::InvalidArgument, "\"mode\" is neither \"dhcp\" nor \"static\"");
     const bool isStatic = mode == "static";
-    const auto text = [&](const char *key) { return isStatic ? stringOf(call, body.get(), key) : ""; };
-    const std::string address = text("address"), mask = text("mask");
-    const std::string gateway = stringMember(body.get(), "gateway").value_or("");
+    const auto addressOf = [&](const char *key) {
+        auto text = isStatic ? stringOf(call, body.get(), key) : "";
+        if (isStatic && !Ipv4::parse(text))
+            refuse(call, ResultCode::InvalidArgument, quoteText(key) + " is no IPv4 address");
+        return text;
+    };
+    const std::string address = addressOf("address"), mask = addressOf("mask");
+    const bool hasGateway = !stringMember(body.get(), "gateway").value_or("").empty();
+    const std::string gateway = hasGateway ? addressOf("gateway") : "";
     return done(managementPortIPv4ParametersSetSafe(call.device(), *vlan,
                                                     isStatic ? MGMT_MODE_STATIC : MGMT_MODE_STATIC + 1,
                                                     address.c_str(), mask.c_str(), gateway.c_str()));
@@ -343,8 +399,22 @@ std::string setMulticastModes(const WebCall &call) {
     return done(setMulticastMode(call.device().handle(), call.body().c_str()));
 }
 
+std::string cacheMulticastGroups(const WebCall &call) {
+    if (!createResponseCache())
+        throw Failure{ResultCode::Failed, "the cache cannot be made"};
+    return done(multicastGroupsChunksBuild(call.device().handle()));
+}
+
 std::string setDenyList(const WebCall &call) {
-    return done(pavo::setDenyList(call.device().handle(), call.body().c_str()));
+    const JsonPtr body = bodyOf(call);
+    std::vector<std::string> addresses;
+    const cJSON *item = nullptr;
+    cJSON_ArrayForEach(item, member(body.get(), "blockAddressList")) {
+        if (!cJSON_IsString(item))
+            refuse(call, ResultCode::InvalidArgument, "\"blockAddressList\" holds what is no string");
+        addresses.emplace_back(item->valuestring);
+    }
+    return done(changeDenyList(call.device(), addresses));
 }
 
 std::string removeMulticastRouter(const WebCall &call) {
@@ -371,25 +441,34 @@ std::string events(const WebCall &call) {
 
 std::string logTail(const WebCall &call) {
     const std::size_t wanted = call.number("lines", 1, 1000, 100);
-    const auto text = readFile(platform::paths::kLogFile);
+    auto text = endOfFile(platform::paths::kLogFile);
+    // The file has been begun anew not long ago.
+    if (static_cast<std::size_t>(std::ranges::count(text.value_or(""), '\n')) < wanted)
+        if (const auto older = endOfFile(platform::paths::kLogFileOld))
+            text = *older + (older->ends_with('\n') ? "" : "\n") + text.value_or("");
     if (!text)
         refuse(call, ResultCode::OpenFailed, platform::paths::kLogFile);
-    // From the end: the file has many more lines than anybody asks for.
-    std::size_t begin = text->size();
-    for (std::size_t found = 0; begin > 0; --begin)
-        if ((*text)[begin - 1] == '\n' && begin < text->size() && ++found == wanted)
-            break;
-    AnswerNode lines = AnswerNode::array();
-    std::size_t at = begin;
-    while (at < text->size()) {
-        const auto end = std::min(text->find('\n', at), text->size());
-        std::string line = text->substr(at, end - at);
-        if (line.ends_with('\r'))
-            line.pop_back();
-        lines.appendText(line);
-        at = end + 1;
-    }
-    return lines.print();
+    std::vector<std::string> lines;
+    forEachLine(*text, kLogTailMax, [&](std::string_view line) {
+        lines.push_back(printable(line.substr(0, line.find_last_not_of('\r') + 1)));
+        return true;
+    });
+    AnswerNode answer = AnswerNode::array();
+    for (std::size_t i = lines.size() - std::min(wanted, lines.size()); i < lines.size(); ++i)
+        answer.appendText(lines[i]);
+    return answer.print();
+}
+
+std::string logLevel(const WebCall &) {
+    return AnswerNode::object().add("level", devmgrLogLevelGet()).print();
+}
+
+std::string setLogLevel(const WebCall &call) {
+    const JsonPtr body = bodyOf(call);
+    const auto level = integerMember(body.get(), "level");
+    if (!devmgrLogLevelSet(level.value_or(-1)))
+        refuse(call, ResultCode::OpenFailed, platform::paths::kLogLevelFile);
+    return "";
 }
 
 std::string listCache(const WebCall &call) {
@@ -421,12 +500,13 @@ std::string readCache(const WebCall &call) {
     const auto &name = call.text("name");
     if (!fileExists(platform::paths::kResponseCache))
         refuse(call, ResultCode::ApiNotFound, quoteText(name));
-    auto answer = readCachedAnswer(name);
-    if (!answer)
+    auto read = readCachedAnswer(name);
+    if (!read)
         throw Failure{ResultCode::Failed, "the cache cannot be read"};
-    if (!*answer)
+    std::optional<std::string> answer = *std::move(read);
+    if (!answer)
         refuse(call, ResultCode::ApiNotFound, quoteText(name));
-    return **std::move(answer);
+    return *std::move(answer);
 }
 
 std::string refreshCache(const WebCall &call) {

@@ -49,6 +49,7 @@ std::string neighbours(const WebCall &call);
 std::string devices(const WebCall &call);
 std::string vendor(const WebCall &call);
 std::string multicastGroups(const WebCall &call);
+std::string cacheMulticastGroups(const WebCall &call);
 std::string setMulticastModes(const WebCall &call);
 std::string setDenyList(const WebCall &call);
 std::string removeMulticastRouter(const WebCall &call);
@@ -59,6 +60,8 @@ std::string setNice(const WebCall &call);
 std::string events(const WebCall &call);
 
 std::string logTail(const WebCall &call);
+std::string logLevel(const WebCall &call);
+std::string setLogLevel(const WebCall &call);
 std::string listCache(const WebCall &call);
 std::string readCache(const WebCall &call);
 std::string refreshCache(const WebCall &call);

@@ -94,7 +94,7 @@ constexpr const char *kSchemas = R"json({
     "max-vlan-entries": {"type": "integer"}, "vlans-in-use": {"type": "integer"},
     "vlans": {"type": "array", "items": {"$ref": "#/components/schemas/VlanSummary"}}}},
 "VlanListRequest": {"type": "object", "required": ["vlan-list"], "properties": {
-    "vlan-list": {"type": "string", "description": "10,20-25"}}},
+    "vlan-list": {"type": "string", "minLength": 1, "description": "10,20-25"}}},
 "VlanDetails": {"allOf": [{"$ref": "#/components/schemas/VlanSummary"}], "type": "object",
     "required": ["interfaces"], "properties": {
     "interfaces": {"type": "array", "items": {"type": "object", "properties": {
@@ -102,6 +102,16 @@ constexpr const char *kSchemas = R"json({
         "current": {"enum": ["Include", "Exclude"]},
         "configured": {"enum": ["Include", "Exclude", "Autodetect"]},
         "tagging": {"enum": ["Tagged", "Untagged"]}}}}}},
+"VlanChange": {"type": "object", "required": ["profiles"], "properties": {
+    "vlans": {"type": "array", "description": "the VLANs that have been created or deleted",
+        "items": {"$ref": "#/components/schemas/VlanId"}},
+    "interfaces": {"type": "integer", "description": "of all ports and LAGs: how many there are"},
+    "refused": {"type": "integer", "description": "how many of them the switch did not change"},
+    "pending": {"type": "boolean", "description": "the switch has accepted the change, but does not show it yet"},
+    "profiles": {"type": "array", "description": "whose VLANs and interfaces have been changed",
+        "items": {"type": "object", "required": ["name", "has"], "properties": {
+            "name": {"type": "string"},
+            "has": {"type": "array", "items": {"type": "string", "description": "VLAN 20, 0/5, lag 2"}}}}}}},
 "VlanNameRequest": {"type": "object", "required": ["vlan-id", "name"], "properties": {
     "vlan-id": {"$ref": "#/components/schemas/VlanId"}, "name": {"type": "string"}}},
 "ParticipationRequest": {"type": "object", "required": ["mode", "vlan-id"], "properties": {
@@ -186,7 +196,7 @@ constexpr const char *kSchemas = R"json({
         "reauthPeriod": {"type": "integer"}}}}}},
 "PortSpeedRequest": {"type": "object", "required": ["ports", "speed"], "properties": {
     "ports": {"type": "array", "minItems": 1, "items": {"$ref": "#/components/schemas/IfNum"}},
-    "speed": {"type": "string", "description": "Auto, 100 Full, 10 Half"}}},
+    "speed": {"type": "string", "minLength": 1, "description": "Auto, 100 Full, 10 Half"}}},
 
 "Neighbours": {"type": "object", "required": ["rows", "indexPage", "pageSize", "total", "_timing"], "properties": {
     "rows": {"type": "array", "items": {"type": "object", "required": ["port", "portNum", "portName", "unit", "vlanId",
@@ -258,6 +268,11 @@ constexpr const char *kSchemas = R"json({
     "vlanId": {"$ref": "#/components/schemas/VlanId"}, "mode": {"enum": ["dhcp", "static"]},
     "address": {"type": "string"}, "mask": {"type": "string"}, "gateway": {"type": "string"}}},
 
+"LogLine": {"type": "string"},
+"LogLevel": {"type": "object", "required": ["level"], "properties": {
+    "level": {"type": "integer", "description": "3 errors, 4 warnings, 5 notices, 6 information, 7 debugging"}}},
+"LogLevelRequest": {"type": "object", "required": ["level"], "properties": {
+    "level": {"enum": [3, 4, 5, 6, 7], "description": "see LogLevel; errors are always logged"}}},
 "CachedAnswer": {"type": "object", "required": ["name"], "properties": {"name": {"type": "string"},
     "producer": {"type": "string"}, "isLinked": {"type": "boolean"}, "size": {"type": "integer"}}},
 "RefreshRequest": {"type": "object", "properties": {"names": {"type": "array", "items": {"type": "string"},

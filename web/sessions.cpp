@@ -12,6 +12,8 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
+#include <iterator>
 #include <memory>
 #include <set>
 #include <utility>
@@ -169,8 +171,9 @@ bool isEnough(UserLevel level, const SessionNeed &need) {
            (level == UserLevel::ReadWrite || need.method == HttpMethod::Get);
 }
 
+// Also for a number that stands in the file and is no time.
 bool isExpired(long lastUse, long now) {
-    return lastUse != 0 && now - lastUse > kSessionSeconds;
+    return lastUse != 0 && lastUse < now - kSessionSeconds;
 }
 
 // The session goes first, so that none is left without its mark.
@@ -246,28 +249,57 @@ std::vector<std::string> namesIn(const Descriptor &dir) {
     return names;
 }
 
-// Deletes a session that has expired; one whose lock is held is in use.
-bool removeExpired(const Descriptor &dir, const std::string &token, long now) {
+// A session as a login finds it.
+struct OpenedSession {
+    std::string token, user;
+    long lastUse = 0;
+};
+
+// Nothing for one that has expired, which is deleted. One whose lock is held is in use.
+std::optional<OpenedSession> visitSession(const Descriptor &dir, const std::string &token, long now) {
     const Descriptor file = openIn(dir, token, O_RDWR);
-    if (!file || flock(file.get(), LOCK_EX | LOCK_NB) != 0 ||
-        !isExpired(parseLines(readAll(file.get())).lastUse(), now))
-        return false;
+    if (!file || flock(file.get(), LOCK_EX | LOCK_NB) != 0)
+        return OpenedSession{token, {}, 0};
+    const SessionLines lines = parseLines(readAll(file.get()));
+    if (!isExpired(lines.lastUse(), now))
+        return OpenedSession{token, withoutLineEnd(lines.user), lines.lastUse()};
     removeSession(dir, token);
-    return true;
+    return std::nullopt;
 }
 
-// Deletes what has expired, and what logins have left that were killed; the number of sessions that remain.
-std::size_t sweep(const Descriptor &dir, long now) {
+// Deletes what has expired, and what logins have left that were killed; the sessions that remain.
+std::vector<OpenedSession> sweep(const Descriptor &dir, long now) {
     const auto names = namesIn(dir);
+    std::vector<OpenedSession> sessions;
     std::set<std::string> tokens;
     for (const auto &name : names)
-        if (isToken(name) && !removeExpired(dir, name, now))
-            tokens.insert(name);
+        if (isToken(name))
+            if (auto session = visitSession(dir, name, now)) {
+                tokens.insert(name);
+                sessions.push_back(*std::move(session));
+            }
     for (const auto &name : names)
         for (const std::string_view suffix : {kMarkSuffix, kUnfinishedSuffix})
             if (name.ends_with(suffix) && !tokens.contains(name.substr(0, name.size() - suffix.size())))
                 unlinkat(dir.get(), name.c_str(), 0);
-    return tokens.size();
+    return sessions;
+}
+
+// Ends those of a user's sessions that were not used for longest, so that one more is not too many. One that
+// never expires is not ours to end.
+void makeRoomFor(const std::string &user, const Descriptor &dir, std::vector<OpenedSession> &sessions,
+                 const Where &where) {
+    std::vector<OpenedSession> own;
+    std::ranges::copy_if(sessions, std::back_inserter(own), [&](const OpenedSession &session) {
+        return session.user == user && session.lastUse != 0;
+    });
+    std::ranges::sort(own, {}, &OpenedSession::lastUse);
+    for (std::size_t i = 0; i + kSessionsOfUserMax <= own.size(); ++i) {
+        logInfo(where, "[%s:%d] %s has %zu sessions: the oldest one ends\n", printable(user),
+                kSessionsOfUserMax);
+        removeSession(dir, own[i].token);
+        std::erase_if(sessions, [&](const OpenedSession &session) { return session.token == own[i].token; });
+    }
 }
 
 std::string randomToken() {
@@ -362,7 +394,7 @@ Result<std::string> openSession(const Session &session, std::string_view mark, W
         return std::unexpected(std::move(made).error());
     const Descriptor dir = openDir();
     const auto now = platform::systemUptime();
-    const std::string token = randomToken();
+    std::string token = randomToken();
     if (!now) {
         logError(where, "[%s:%d] Failed to get sysinfo\r\n");
         return failed(ResultCode::Failed, "no session can be opened");
@@ -378,7 +410,9 @@ Result<std::string> openSession(const Session &session, std::string_view mark, W
         logError(where, "[%s:%d] %s cannot be locked\n", kSessionDir);
         return failed(ResultCode::Failed, "no session can be opened");
     }
-    if (sweep(dir, *now) >= kSessionsMax) {
+    auto sessions = sweep(dir, *now);
+    makeRoomFor(session.user, dir, sessions, where);
+    if (sessions.size() >= kSessionsMax) {
         logError(where, "[%s:%d] %zu sessions are open\n", kSessionsMax);
         return failed(ResultCode::Failed, "too many sessions are open");
     }
@@ -405,6 +439,26 @@ Result<std::string> openSession(const Session &session, std::string_view mark, W
 std::optional<std::string> sessionMark(const std::string &token) {
     const Descriptor file = isToken(token) ? openIn(openDir(), markNameOf(token), O_RDONLY) : Descriptor(-1);
     return file ? std::optional(readAll(file.get())) : std::nullopt;
+}
+
+// The time is that of the file with the mark; a clock that was set back makes the check due.
+bool wasUserChecked(const std::string &token) {
+    struct stat info{};
+    timespec now{};
+    const Descriptor file = isToken(token) ? openIn(openDir(), markNameOf(token), O_RDONLY) : Descriptor(-1);
+    if (!file || fstat(file.get(), &info) != 0 || clock_gettime(CLOCK_REALTIME, &now) != 0)
+        return false;
+    const auto milliseconds = [](const timespec &time) {
+        return time.tv_sec * 1000 + time.tv_nsec / 1'000'000;
+    };
+    const long age = milliseconds(now) - milliseconds(info.st_mtim);
+    return age >= 0 && age < kUserCheckMilliseconds;
+}
+
+void noteUserCheck(const std::string &token) {
+    const Descriptor file = isToken(token) ? openIn(openDir(), markNameOf(token), O_RDONLY) : Descriptor(-1);
+    if (file)
+        static_cast<void>(futimens(file.get(), nullptr));
 }
 
 bool endSession(const std::string &token) {

@@ -60,8 +60,10 @@ struct Session {
 // A session that was not used for longer than this ends with the next check.
 inline constexpr long kSessionSeconds = 7200;
 inline constexpr std::size_t kUserNameMax = 64;  // bytes
-// More are not opened at a time.
+// More are not opened at a time. Of one user's, the one that was not used for longest ends before there are more
+// than its share: a reader who logs in without end keeps nobody out.
 inline constexpr std::size_t kSessionsMax = 1000;
+inline constexpr std::size_t kSessionsOfUserMax = 50;
 
 // The session of a token when it may make such a request: it has a file, the level is enough, and it has not
 // expired; one that has is deleted. Nothing otherwise.
@@ -76,6 +78,11 @@ Result<std::string> openSession(const Session &session, std::string_view mark,
 
 // The mark that the session was opened with; nothing when it has none.
 std::optional<std::string> sessionMark(const std::string &token);
+
+// The switch is asked what it knows of a user with each change, and for reads when it has not been for so long.
+inline constexpr long kUserCheckMilliseconds = 2000;
+bool wasUserChecked(const std::string &token);
+void noteUserCheck(const std::string &token);
 
 // Ends a session; false when there is none of this token.
 bool endSession(const std::string &token);

@@ -31,7 +31,7 @@ _pavoctl() {
         vlan/) words=$'list\nshow\ninterfaces\ncreate\ndelete\nname\nparticipation\ntagging\npvid\nframes\nauto\n--help' ;;
         vlan/participation) words=$'include\nauto\nexclude\n--force\n--help' ;;
         vlan/tagging) words=$'tagged\nuntagged\n--force\n--help' ;;
-        vlan/frames) words=$'all\nvlanonly\nadmituntaggedonly\n--help' ;;
+        vlan/frames) words=$'all\nvlanonly\nadmituntaggedonly\n--force\n--help' ;;
         vlan/auto) words=$'enable\ndisable\n--help' ;;
         vlan/delete | vlan/name | vlan/pvid) words=$'--force\n--help' ;;
         multicast/) words=$'groups\nmode\ndeny\n--help' ;;

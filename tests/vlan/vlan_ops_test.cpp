@@ -1,10 +1,13 @@
 // VLAN operations of the web interface.
 #include "vlan/vlan_ops.h"
 
+#include <array>
 #include <filesystem>
+#include <functional>
 #include <tuple>
 #include <utility>
 
+#include "swapi/vlan_membership_ops.h"
 #include "tests/vlan/vlan_fixture.h"
 #include "vlan/switchport_mode.h"
 #include "vlan/vlan_changes.h"
@@ -115,13 +118,6 @@ TEST_F(VlanOpsTest, ListsAreCreatedAndDeletedUpToTheFirstFailure) {
     device->with([](vswitch::Server &server) { server.model().setLatency(std::chrono::hours(1)); });
     EXPECT_EQ(10000, v2VlanListDelete(&client, "20"));
     EXPECT_EQ(1u, logged("Failed to delete VLAN 20\n")) << "accepted, and not done";
-
-    // Who does not answer has neither said that a VLAN is there nor that it is not.
-    calls();
-    failCall("openapiVlanCreatedCheck", 1, false, OPEN_E_RPC);
-    EXPECT_EQ(10000, create("60"));
-    EXPECT_EQ(10000, v2VlanListDelete(&client, "10"));
-    EXPECT_EQ(0u, callCount("rpcclt_openapiVlanCreate") + callCount("rpcclt_openapiVlanDelete"));
 }
 
 TEST_F(VlanOpsTest, AnswersTellWhatTheSwitchTells) {
@@ -174,6 +170,10 @@ interface 0/2; vlan participation exclude 10)");
     }
     failCall("rpcclt_openapiVlanNextGet", 3);
     EXPECT_EQ("10000", answer(v2VlanListGet));
+    clearFaults();
+    failCall("openapiVlanCreatedCheck", 2, false, OPEN_E_NOT_FOUND);
+    failCall("openapiVlanIfTaggingGet", 1, false, OPEN_E_NOT_FOUND);
+    EXPECT_EQ("10000", answer(v2VlanDetailGet, 10)) << "deleted while it was read";
 }
 
 TEST_F(VlanOpsTest, NamesAreCutAtACharacter) {
@@ -191,17 +191,9 @@ TEST_F(VlanOpsTest, NamesAreCutAtACharacter) {
     }
     EXPECT_EQ(10000, name("x", 99));
     EXPECT_EQ(1u, logged("VLAN 99 not found\n"));
-    failCall("rpcclt_openapiVlanNameSet");
-    EXPECT_EQ(10000, name("x"));
 }
 
 TEST_F(VlanOpsTest, AllPortsAndLagsAreSetWhateverOneOfThemSays) {
-    for (const char *const mode : {"include", "exclude", "auto"}) {
-        const auto request = R"({"vlan-id":10,"mode":")"s + mode + R"("})";
-        EXPECT_EQ(0, v2VlanParticipationAllSet(&client, request.c_str()));
-        EXPECT_EQ(mode == "auto"s ? 0u : 4u, occurrences(config(), "vlan participation "s + mode + " 10\n"))
-            << mode;
-    }
     failCall("rpcclt_openapiVlanIfTaggingSet", 2);
     EXPECT_EQ(0, v2VlanTaggingAllSet(&client, R"({"vlan-id":10,"tagging":"tagged"})"));
     EXPECT_EQ(3u, occurrences(config(), "vlan tagging 10\n"));
@@ -232,12 +224,11 @@ TEST_F(VlanOpsTest, SwitchportModeIsReadFromTheConfiguration) {
     EXPECT_EQ(off, answer(switchportModeAutoGet)) << "a description says nothing";
     EXPECT_TRUE(parseSwitchportModeAuto("!\n  switchport mode auto\r\n"));
     EXPECT_FALSE(parseSwitchportModeAuto("no switchport mode auto\n"));
+    EXPECT_FALSE(parseSwitchportModeAuto(std::string(511, 'd') + "switchport mode auto\n"));
     EXPECT_EQ(0, switchportModeAutoSet(&client, on.c_str()));
     EXPECT_EQ(on, answer(switchportModeAutoGet));
     EXPECT_EQ(0, switchportModeAutoSet(&client, off.c_str()));
     EXPECT_EQ(off, answer(switchportModeAutoGet));
-    failCall("rpcclt_openapiTxtCfgApply");
-    EXPECT_EQ(10000, switchportModeAutoSet(&client, on.c_str()));
     failCall("rpcclt_openapiCliShowExecuteToFile");
     EXPECT_EQ("10000", answer(switchportModeAutoGet));
     const auto folder = platform::fsPath(platform::paths::kScriptDir);
@@ -311,37 +302,150 @@ TEST_F(VlanOpsTest, NothingChangesWithoutTheLockOfProfiles) {
 
 TEST_F(VlanOpsTest, WhatAProfileHasIsNamedOrRefused) {
     commands(
-        "configure; interface 0/1; vlan pvid 20; interface 0/3; vlan pvid 20; interface lag 1; vlan pvid 10");
+        R"(configure; interface 0/1; vlan pvid 20; interface 0/3; vlan pvid 20; interface lag 1; vlan pvid 10
+interface 0/2; vlan participation include 20; vlan tagging 20)");
     vlanInfoReplace(20, 3, "Stage", "Audio Dante", "#102030");
     const std::string before = config();
-    const auto refuse = OfProfiles::Refuse;
+    const auto refuse = OfProfiles::Refuse, change = OfProfiles::Change;
     const std::uint32_t both[] = {10, 20, 99};
-    const std::pair<Result<ProfileThings>, std::string> changes[] = {
+    const std::pair<Result<VlanChange>, std::string> refused[] = {
         {deleteVlans(&client, both, refuse), "VLAN 20"},
         {renameVlan(&client, 20, "x", refuse), "VLAN 20"},
-    };
-    for (const auto &[done, what] : changes)
-        EXPECT_TRUE(!done && done.error().reason == "profile \"Stage\" has " + what) << what;
-    const std::pair<Result<AllInterfaces>, std::string> changesOfAll[] = {
         {setTaggingOfAll(&client, 20, Tagging::Tagged, refuse), "VLAN 20"},
         {setParticipationOfAll(&client, 1, Participation::Auto, refuse), "0/1, 0/3"},
+        {setAcceptFramesOfAll(&client, AcceptFrames::VlanOnly, refuse), "0/1, 0/3"},
+        {setAcceptFramesOfAll(&client, AcceptFrames::UntaggedOnly, refuse), "0/2"},
         {setPvidOfAll(&client, 10, refuse), "0/1, 0/3"},
         {setPvidOfAll(&client, 20, refuse), "VLAN 20"},
     };
-    for (const auto &[done, what] : changesOfAll)
+    for (const auto &[done, what] : refused)
         EXPECT_TRUE(!done && done.error().reason == "profile \"Stage\" has " + what) << what;
     EXPECT_EQ(before, config());
     EXPECT_TRUE(setTaggingOfAll(&client, 10, Tagging::Tagged, refuse)) << "nobody's";
-    EXPECT_EQ(0, v2VlanPvidAllSet(&client, R"({"pvid":10})"));
-    EXPECT_EQ(0, v2VlanListDelete(&client, "20"));
-    EXPECT_EQ(1u, logged("] changed by hand: profile \"Stage\" has 0/1, 0/3\n"));
-    EXPECT_EQ(1u, logged("] changed by hand: profile \"Stage\" has VLAN 20\n"));
+    EXPECT_TRUE(setAcceptFramesOfAll(&client, AcceptFrames::All, refuse)) << "drops nothing";
 
+    // What has been changed is told, and nothing else.
+    const auto told = [](const Result<VlanChange> &done) {
+        return done ? printVlanChange(*done) : done.error().reason;
+    };
+    failCall("rpcclt_openapiVlanIfPvidSet", 3);
+    EXPECT_EQ(R"({"interfaces":4,"refused":1,"pending":false,"profiles":[{"name":"Stage","has":["0/1"]}]})",
+              told(setPvidOfAll(&client, 10, change)));
+    EXPECT_EQ(1u, logged("] changed by hand: profile \"Stage\" has 0/1\n"));
+    clearFaults();
+    failCall("rpcclt_openapiVlanNameSet");
+    EXPECT_EQ(10000, v2VlanNameSet(&client, R"({"vlan-id":20,"name":"x"})"));
+    failCall("rpcclt_openapiVlanIfTaggingSet", 1, false);
+    EXPECT_EQ(R"({"interfaces":4,"refused":4,"pending":false,"profiles":[]})",
+              told(setTaggingOfAll(&client, 20, Tagging::Tagged, change)));
+    clearFaults();
+    EXPECT_EQ("VLAN 1 cannot be deleted",
+              told(deleteVlans(&client, std::array<std::uint32_t, 2>{1, 20}, change)));
+    EXPECT_EQ(1u, logged("] changed by hand: "));
+    EXPECT_EQ(R"({"vlans":[],"profiles":[{"name":"Stage","has":["VLAN 20"]}]})",
+              told(createNamedVlan(&client, 20, "hall")));
+    EXPECT_EQ(
+        "VLAN 1 cannot be deleted; those in front of it have been; changed by hand: profile \"Stage\" has "
+        "VLAN 20",
+        told(deleteVlans(&client, std::array<std::uint32_t, 2>{20, 1}, change)));
+    EXPECT_EQ(2u, logged("] changed by hand: profile \"Stage\" has VLAN 20\n"));
+
+    // After a reboot there is only the record.
+    std::filesystem::remove(platform::fsPath(platform::paths::kProfileDb));
+    writeText(platform::paths::kProfileRecord, R"({"profiles":[
+{"profileConfig":{"name":"Foyer","vlans":[{"vlanId":10}]}},{"profileConfig":{"name":"Hall","vlans":[{"vlanId":10}]}}]})");
+    EXPECT_EQ("profile \"Hall\" has VLAN 10", told(deleteVlans(&client, both, refuse)));
     // Whose a VLAN is cannot be told any more.
+    writeText(platform::paths::kProfileRecord, "damaged");
+    EXPECT_FALSE(deleteVlans(&client, both, refuse));
     writeText(platform::paths::kProfileDb, "damaged");
     EXPECT_FALSE(deleteVlans(&client, both, refuse));
     EXPECT_EQ("1 10 ", ids());
-    EXPECT_EQ(0, v2VlanListDelete(&client, "10"));
+    const std::array<std::uint32_t, 3> some{30, 10, 30};
+    EXPECT_EQ(R"({"vlans":[30],"profiles":[]})", told(createVlans(&client, some)));
+    EXPECT_EQ(R"({"vlans":[30,10],"profiles":[]})", told(deleteVlans(&client, some, change)));
+
+    device->with([](vswitch::Server &server) { server.model().setLatency(std::chrono::hours(1)); });
+    EXPECT_EQ(R"({"interfaces":4,"refused":0,"pending":true,"profiles":[]})",
+              told(setParticipationOfAll(&client, 1, Participation::Auto, change)));
+}
+
+// One call fails, or the switch is gone from that call on; then the same is asked again.
+TEST_F(VlanOpsTest, WhicheverCallFailsTheResultIsTrue) {
+    vlanInfoReplace(20, 3, "Stage", "Audio Dante", "#102030");
+    const auto have = [&](const std::string &wanted) { return ids() == wanted; };
+    const auto all = [&](const std::string &line) { return occurrences(config(), line) == 4; };
+    struct {
+        const char *what;
+        std::function<std::int32_t()> act;
+        std::function<bool()> isDone;
+        bool mayBePartial = false;  // some interfaces do not show in the result, but in the log
+    } const operations[] = {
+        {"create", [&] { return create("30,10,31"); }, [&] { return have("1 10 20 30 31 "); }},
+        {"delete", [&] { return v2VlanListDelete(&client, "20,40,10"); }, [&] { return have("1 "); }},
+        {"name", [&] { return v2VlanNameSet(&client, R"({"vlan-id":20,"name":"x"})"); },
+         [&] { return configured("vlan name 20 \"x\""); }},
+        {"create and set", [&] { return vlanCreateAndSet(&client, 40, "x"); },
+         [&] { return configured("vlan name 40 \"x\""); }},
+        {"PVID", [&] { return v2VlanPvidAllSet(&client, R"({"pvid":20})"); },
+         [&] { return all("vlan pvid 20\n"); }, true},
+        {"tagging", [&] { return v2VlanTaggingAllSet(&client, R"({"vlan-id":20,"tagging":"tagged"})"); },
+         [&] { return all("vlan tagging 20\n"); }, true},
+        {"frames", [&] { return v2VlanAcceptFrameAllSet(&client, R"({"accept-frame":"vlanonly"})"); },
+         [&] { return all("vlan acceptframe vlanonly\n"); }, true},
+        {"automatic", [&] { return switchportModeAutoSet(&client, R"({"mode":"enable"})"); },
+         [&] { return configured("\nswitchport mode auto\n"); }}};
+    for (const auto &[what, act, isDone, mayBePartial] : operations)
+        for (const bool once : {true, false}) {
+            bool struck = true;
+            for (std::uint64_t n = 1; struck; ++n) {
+                startSwitch({.physicalPorts = 3, .lags = 1});
+                commands("vlan database; vlan 10,20");
+                model([](vswitch::Model &m) { m.setLatency(std::chrono::milliseconds(300)); });
+                failCall("*", n, once, once ? OPEN_E_FAIL : OPEN_E_RPC);
+                const auto errors = logged("(ERROR)");
+                const auto code = act();
+                struck = callsSeen() >= n;
+                clearFaults();
+                const auto where =
+                    what + " fails at call "s + std::to_string(n) + (once ? "" : " and all after it");
+                EXPECT_TRUE(code != 0 || mayBePartial || isDone()) << where;
+                EXPECT_TRUE(isDone() || logged("(ERROR)") > errors) << where << "; nobody says so";
+                EXPECT_EQ(0, act()) << where;
+                EXPECT_TRUE(isDone()) << where << ", and once more";
+            }
+        }
+}
+
+// The words decide, whatever number stands for them.
+TEST_F(VlanOpsTest, OneNumberingOfParticipation) {
+    const std::tuple<std::string, std::uint32_t, std::string> modes[] = {
+        {"include", 0, "Include"}, {"exclude", 1, "Exclude"}, {"auto", 2, "Autodetect"}};
+    const auto expectMode = [&](const auto &mode, const char *setBy) {
+        const auto &[word, number, shown] = mode;
+        std::uint32_t read = 99;
+        EXPECT_EQ(0, rpcclt_openapiVlanIfParticipationGet(&client, 10, 2, &read));
+        EXPECT_EQ(number, read) << word << " by " << setBy;
+        EXPECT_EQ(word != "auto", configured("vlan participation " + word + " 10\n")) << setBy;
+        EXPECT_NE(std::string::npos,
+                  answer(v2VlanDetailGet, 10)
+                      .find(R"("1/0/2","current":")" + (word == "include" ? shown : "Exclude"s) +
+                            R"(","configured":")" + shown + '"'))
+            << word << " by " << setBy;
+        EXPECT_EQ(0, vlanIfParticipationSetAndVerify(&client, 2, 10, (number + 1) % 3));
+    };
+    for (const auto &mode : modes) {
+        const auto &[word, number, shown] = mode;
+        EXPECT_EQ(0,
+                  v2VlanParticipationAllSet(&client, (R"({"vlan-id":10,"mode":")" + word + R"("})").c_str()));
+        EXPECT_EQ(word == "auto" ? 0u : 4u, occurrences(config(), "vlan participation " + word + " 10\n"));
+        expectMode(mode, "request");
+        commands("configure; interface 0/1-0/3; vlan participation " + word + " 10");
+        expectMode(mode, "CLI");
+        EXPECT_EQ(0, v2VlanParticipationAllSet(&client, R"({"vlan-id":10,"mode":"auto"})"));
+        EXPECT_EQ(0, vlanIfParticipationSetAndVerify(&client, 2, 10, number));
+        expectMode(mode, "set and verify");
+    }
 }
 
 }  // namespace

@@ -104,11 +104,13 @@ TEST_F(DispatchTest, SessionsEndTwoHoursAfterTheirLastUse) {
         EXPECT_EQ(user + "92800\n" + level + "t", session("t")) << "a poll is no use";
         EXPECT_EQ(std::string(kJson) + "read", get(uri, "t"));
         EXPECT_EQ(user + "100000\n" + level + "t", session("t"));
-        writeSession("t", user + "92799\n" + level + "t");
-        EXPECT_EQ(kForbidden, get(uri, "t"));
-        EXPECT_FALSE(exists(path("t").c_str()));
+        for (const std::string time : {"92799", "-1", "-9223372036854775808"}) {
+            writeSession("t", user + time + "\n" + level + "t");
+            EXPECT_EQ(kForbidden, get(uri, "t")) << time;
+            EXPECT_FALSE(exists(path("t").c_str()));
+        }
     }
-    for (const char *const never : {"0", "soon", "", "200000"}) {
+    for (const char *const never : {"0", "soon", "", "200000", "9223372036854775807"}) {
         writeSession("t", std::string("admin\n") + never + "\nt");
         EXPECT_EQ(std::string(kJson) + "read", get(uri, "t")) << never;
     }
@@ -116,6 +118,17 @@ TEST_F(DispatchTest, SessionsEndTwoHoursAfterTheirLastUse) {
     platform::manual_clock::setUptimeKnown(false);
     EXPECT_EQ(kForbidden, get(uri, "t"));
     EXPECT_EQ(1u, logged("Failed to get sysinfo\r\n"));
+}
+
+// As a program leaves it that is killed while it writes.
+TEST_F(DispatchTest, PartsOfASessionAreNone) {
+    const std::string whole = "eve\n92900\nrw\nt0ken";
+    for (std::size_t size = 0; size <= whole.size(); ++size) {
+        writeSession("t0ken", whole.substr(0, size));
+        EXPECT_EQ(size == whole.size() ? std::string(kJson) + "write" : kForbidden,
+                  get("/api/v2/read", "t0ken", "POST"))
+            << size;
+    }
 }
 
 TEST_F(DispatchTest, WhatIsNoTokenFindsNoSession) {

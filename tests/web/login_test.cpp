@@ -1,6 +1,8 @@
 // Logging in, and how long a session lasts.
+#include <sys/resource.h>
 #include <sys/stat.h>
 
+#include <csignal>
 #include <filesystem>
 #include <vector>
 
@@ -26,6 +28,13 @@ class LoginTest : public RequestTest {
     }
     static bool isOpen(const std::string &token) {
         return checkSession(token, {Access::User, HttpMethod::Get, SessionUse::Poll}).has_value();
+    }
+    static int filesOfSessions() {
+        int files = 0;
+        for (const auto &entry :
+             std::filesystem::directory_iterator(platform::fsPath(platform::paths::kSessionDir)))
+            files += entry.path().filename().string().starts_with(".") ? 0 : 1;
+        return files;
     }
     static void wait(int seconds) { platform::manual_clock::advance(std::chrono::seconds(seconds)); }
 
@@ -62,11 +71,17 @@ TEST_F(LoginTest, OpensASession) {
     writeSession("killed.new", "");
     wait(7201);
     ASSERT_EQ(ResultCode::Success, login("admin", "secret word"));
-    std::size_t files = 0;
-    for (const auto &entry :
-         std::filesystem::directory_iterator(platform::fsPath(platform::paths::kSessionDir)))
-        files += entry.path().filename().string().starts_with(".") ? 0 : 1;
-    EXPECT_EQ(2u, files) << "the session and its mark";
+    EXPECT_EQ(2, filesOfSessions()) << "the session and its mark";
+    // One user cannot use up all sessions.
+    const std::string admins = last.token;
+    ASSERT_EQ(ResultCode::Success, login("eve", "reader's word"));
+    const std::string oldest = last.token;
+    for (std::size_t i = 0; i < kSessionsOfUserMax; ++i) {
+        wait(1);
+        ASSERT_EQ(ResultCode::Success, login("eve", "reader's word"));
+    }
+    EXPECT_TRUE(isOpen(last.token) && isOpen(admins));
+    EXPECT_FALSE(isOpen(oldest));
     EXPECT_EQ(0u, logged("secret word") + logged("reader's word"));
 }
 
@@ -79,13 +94,15 @@ TEST_F(LoginTest, WrongPasswordsHaveToWait) {
     EXPECT_EQ(ResultCode::LockedOut, login("eve", "reader's word")) << "nor another user from there";
     EXPECT_EQ(ResultCode::Success, login("eve", "reader's word", "10.0.0.2"));
     // The pauses that follow: one wrong password as soon as each is over.
-    for (const int pause : {10, 20, 40, 80, 160, 300, 300}) {
-        wait(pause - 1);
-        EXPECT_EQ(ResultCode::LockedOut, login("admin", "secret word")) << pause;
+    for (const int pause : {10, 20, 40, 80, 160, 320, 320}) {
+        wait(pause / 2);
+        EXPECT_EQ(ResultCode::Success, login("admin", "secret word", "10.0.0.2")) << "the user's own is over";
+        wait(pause - pause / 2 - 1);
+        EXPECT_EQ("1 seconds are left", logIn({"admin", "secret word", "10.0.0.1"}, find).error().reason);
         wait(1);
         EXPECT_EQ(ResultCode::WrongPassword, login("admin", "guess")) << pause;
     }
-    wait(300);
+    wait(320);
     isReachable = false;
     EXPECT_EQ(ResultCode::Unreachable, login("admin", "secret word"));
     isReachable = true;
@@ -94,14 +111,49 @@ TEST_F(LoginTest, WrongPasswordsHaveToWait) {
     // The addresses of one IPv6 network are one; users that do not exist count as well.
     for (int i = 0; i < 5; ++i)
         EXPECT_EQ(ResultCode::WrongPassword,
-                  login("nobody" + std::to_string(i), "", "2001:db8:0:1::" + std::to_string(i)));
-    EXPECT_EQ(ResultCode::LockedOut, login("eve", "reader's word", "2001:db8:0:1:2::"));
+                  login("nobody" + std::to_string(i), "", "2001:db8:0:1:" + std::to_string(i) + "::"));
+    EXPECT_EQ(ResultCode::LockedOut, login("eve", "reader's word", "2001:db8::1:0:0:0:5"));
     EXPECT_EQ(ResultCode::Success, login("eve", "reader's word", "2001:db8:0:2::1"));
     writeSession(".failures", "{\"user eve\":{\"count\":9e99,\"last\":\"x\"},[");
     EXPECT_EQ(ResultCode::Success, login("eve", "reader's word", "10.0.0.9"))
         << "what is damaged counts for nothing";
     EXPECT_EQ(ResultCode::InvalidArgument, login("eve\nadmin", "x"));
     EXPECT_EQ(ResultCode::InvalidArgument, login(std::string(65, 'e'), "x"));
+    users["new"] = {UserLevel::ReadOnly, ""};
+    EXPECT_EQ(ResultCode::WrongPassword, login("new", "", "10.0.0.8")) << "no password is none";
+}
+
+// Each attempt begins before the one in front of it has been told the password.
+TEST_F(LoginTest, ManyAtOnceGainNothing) {
+    int wrong = 0;
+    FindUser slow = [&](const std::string &name) {
+        wrong += logIn({"admin", "guess", "10.0.0.1"}, slow).error().code == ResultCode::WrongPassword;
+        return find(name);
+    };
+    EXPECT_EQ(ResultCode::WrongPassword, logIn({"admin", "guess", "10.0.0.1"}, slow).error().code);
+    EXPECT_EQ(4, wrong);
+}
+
+TEST_F(LoginTest, AFullDisk) {
+    ASSERT_EQ(ResultCode::Success, login("eve", "reader's word"));
+    const std::string before = session(last.token);
+    wait(10);
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit whole{};
+    ASSERT_EQ(0, getrlimit(RLIMIT_FSIZE, &whole));
+    const rlimit none{2, whole.rlim_max};
+    ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &none));
+    const bool isServed =
+        checkSession(last.token, {Access::User, HttpMethod::Get, SessionUse::Extend}).has_value();
+    const auto opened = openSession(last.session, "mark");
+    const ResultCode code = login("eve", "reader's word");
+    ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &whole));
+    EXPECT_TRUE(isServed);
+    EXPECT_FALSE(opened);
+    EXPECT_EQ(ResultCode::Failed, code);
+    EXPECT_EQ(before, session(last.token));
+    EXPECT_EQ(2, filesOfSessions());
+    EXPECT_TRUE(isOpen(last.token));
 }
 
 TEST_F(LoginTest, ASessionEndsWithItsUser) {
