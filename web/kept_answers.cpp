@@ -102,7 +102,9 @@ KeptAnswers::Given KeptAnswers::givenOf(const Entry &entry, platform::Duration n
         return {entry.text, age, true};
     const Failure failure =
         entry.failure.value_or(Failure{ResultCode::Unreachable, "the switch does not answer"});
-    return {std::make_shared<const std::string>(failureEnvelope(failure) + '\n'), {}, false};
+    return {std::make_shared<const std::string>(failureEnvelope(explained(*entry.route, failure)) + '\n'),
+            {},
+            false};
 }
 
 std::optional<KeptAnswers::Given> KeptAnswers::ask(std::size_t answer, Wake wake) {
