@@ -394,7 +394,7 @@ Result<std::string> openSession(const Session &session, std::string_view mark, W
         return std::unexpected(std::move(made).error());
     const Descriptor dir = openDir();
     const auto now = platform::systemUptime();
-    const std::string token = randomToken();
+    std::string token = randomToken();
     if (!now) {
         logError(where, "[%s:%d] Failed to get sysinfo\r\n");
         return failed(ResultCode::Failed, "no session can be opened");
