@@ -109,6 +109,14 @@ VlanChange changeOf(Result<VlanChange> result, bool force) {
     return require(std::move(result));
 }
 
+std::string listOf(const std::vector<VlanId> &vlans) {
+    std::vector<std::uint32_t> numbers;
+    numbers.reserve(vlans.size());
+    for (const VlanId id : vlans)
+        numbers.push_back(id.number());
+    return rangesOf(std::move(numbers));
+}
+
 // What profiles had of what was changed, and what that means for them.
 void printChanged(const Output &output, const char *word, const VlanChange &change,
                   const char *consequence = "which applying it again brings back") {
@@ -165,6 +173,7 @@ void showVlanInterfaces(Switch sw, const Output &output, std::uint32_t vlan) {
         return;
     }
     std::vector<Row> rows;
+    rows.reserve(details.interfaces.size());
     for (const VlanInterface &interface : details.interfaces)
         rows.push_back({interface.name.value_or("?"), shown(interface.currentWord()),
                         shown(interface.configuredWord()), shown(interface.taggingWord())});
@@ -172,8 +181,10 @@ void showVlanInterfaces(Switch sw, const Output &output, std::uint32_t vlan) {
 }
 
 void createListedVlans(Switch sw, const Output &output, const std::string &list) {
-    require(createVlans(sw, vlansOf(list)));
-    output.printDone("created");
+    const auto change = require(createVlans(sw, vlansOf(list)));
+    printChanged(output,
+                 change.vlans.empty() ? "all of them exist" : ("created " + listOf(change.vlans)).c_str(),
+                 change);
 }
 
 void deleteListedVlans(Switch sw, const Output &output, const std::string &list, bool force) {
@@ -183,7 +194,10 @@ void deleteListedVlans(Switch sw, const Output &output, const std::string &list,
         throw Failure{ResultCode::InvalidArgument, "VLAN 1 cannot be deleted"};
     if (!force)
         keepAddresses(sw, vlans);
-    printChanged(output, "deleted", changeOf(deleteVlans(sw, vlans, ofProfiles(force)), force));
+    const auto change = changeOf(deleteVlans(sw, vlans, ofProfiles(force)), force);
+    printChanged(output,
+                 change.vlans.empty() ? "none of them exists" : ("deleted " + listOf(change.vlans)).c_str(),
+                 change);
 }
 
 void runVlanName(Switch sw, const Output &output, std::uint32_t vlan, const std::optional<std::string> &name,
@@ -206,6 +220,8 @@ void setVlanParticipation(Switch sw, const Output &output, std::uint32_t vlan, c
 
 void setVlanTagging(Switch sw, const Output &output, std::uint32_t vlan, const std::string &tagging,
                     bool force) {
+    require(requireVlan(sw, vlan));
+    require(requireVlan(sw, vlan));
     printAll(output,
              changeOf(setTaggingOfAll(sw, vlan, tagging == "tagged" ? Tagging::Tagged : Tagging::Untagged,
                                       ofProfiles(force)),

@@ -19,8 +19,8 @@ void showVlanInterfaces(Switch sw, const Output &output, std::uint32_t vlan);
 
 // The other commands change something. What a profile has is changed by `force` only.
 
-// Lists as "10,20-25"; anything else in them is refused before the first VLAN is created or deleted. A VLAN with
-// the management interface or a routing interface is deleted by `force` only.
+// Lists as "10,20-25"; anything else in them is refused before the first VLAN is created or deleted. A VLAN
+// with the management interface or a routing interface is deleted by `force` only.
 void createListedVlans(Switch sw, const Output &output, const std::string &list);
 void deleteListedVlans(Switch sw, const Output &output, const std::string &list, bool force);
 

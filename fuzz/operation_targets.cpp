@@ -18,6 +18,8 @@
 #include "profile/request.h"
 #include "profile/templates_ops.h"
 #include "store/profile_db.h"
+#include "store/profile_db_ops.h"
+#include "vlan/vlan_changes.h"
 #include "vlan/vlan_ops.h"
 
 namespace fuzz {
@@ -142,6 +144,7 @@ void operateVlans(std::string_view input) {
                 "a refused request changes nothing", before + "---\n" + rig.runningConfig());
     }
     vlanCreateAndSet(&rig.client, 11, request.c_str());
+    vlanInfoReplace(11, 3, request.c_str(), request.c_str(), "#102030");
     char *list = nullptr;
     char *details = nullptr;
     const auto listed = v2VlanListGet(&rig.client, &list);
@@ -150,6 +153,13 @@ void operateVlans(std::string_view input) {
     const TextPtr ownedDetails(details);
     require(listed == 0 && isStrictJson(list), "answers parse in a strict parser");
     require(detailed == 0 ? isStrictJson(details) : details == nullptr, "answers parse in a strict parser");
+    char *page = nullptr;
+    const auto paged = switchConfigVlanGet(&rig.client, 11, &page);
+    const TextPtr ownedPage(page);
+    require(paged == 0 ? isStrictJson(page) : page == nullptr, "answers parse in a strict parser");
+    const auto named = renameVlan(&rig.client, 11, "", OfProfiles::Change);
+    require(!named || isStrictJson(printVlanChange(*named).c_str()),
+            "what was changed parses in a strict parser");
 
     // Whatever names VLANs have got: the configuration is still one.
     const auto commands = rig.device.with(

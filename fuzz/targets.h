@@ -21,6 +21,7 @@ void readRunningConfig(std::string_view input);
 void readStoredFiles(std::string_view input);
 void readProfileRequest(std::string_view input);
 void readTelnetReply(std::string_view input);
+void readDeltaFile(std::string_view input);
 
 // What its operations do with it, on a virtual switch.
 void operateProfiles(std::string_view input);
@@ -51,6 +52,7 @@ inline constexpr Target kTargets[] = {
     {"stored_files", readStoredFiles},
     {"profile_request", readProfileRequest},
     {"telnet_reply", readTelnetReply},
+    {"delta_file", readDeltaFile},
     {"profiles", operateProfiles},
     {"templates", operateTemplates},
     {"vlans", operateVlans},

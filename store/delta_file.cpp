@@ -29,8 +29,11 @@ class File {
   public:
     // -1 with errno. What may not be changed can still be read.
     File() : fd_(openWith(O_RDWR)) {
-        if (fd_ < 0 && (errno == EACCES || errno == EPERM || errno == EROFS))
+        const int error = errno;
+        if (fd_ < 0 && (error == EACCES || error == EPERM || error == EROFS)) {
             fd_ = openWith(O_RDONLY);
+            whyKept_ = error;
+        }
     }
     ~File() {
         if (fd_ >= 0)
@@ -39,12 +42,15 @@ class File {
     File(const File &) = delete;
     File &operator=(const File &) = delete;
     int fd() const { return fd_; }
+    // Why it may not be changed; 0 when it may.
+    int whyKept() const { return whyKept_; }
 
   private:
     static int openWith(int access) {
         return open(platform::fsPath(kResponseCacheDelta).c_str(),
                     access | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
     }
+    int whyKept_ = 0;
     int fd_;
 };
 
@@ -181,10 +187,13 @@ DeltaNews DeltaFile::take(Where where) {
         unfinishedSince_.reset();
     }
     if (read_ > 0 && lines_.unfinished() == 0) {
-        if (emptyAlone(file.fd(), read_))
+        int error = file.whyKept();
+        if (error == 0 && emptyAlone(file.fd(), read_))
             read_ = 0;
-        else if (!giveBack(file.fd(), read_) && !std::exchange(isKept_, true))
-            logWarn(where, "[%s:%d] %s cannot be emptied: %s\n", kResponseCacheDelta, std::strerror(errno));
+        else if (error == 0 && !giveBack(file.fd(), read_))
+            error = errno;
+        if (error != 0 && !std::exchange(isKept_, true))
+            logWarn(where, "[%s:%d] %s cannot be emptied: %s\n", kResponseCacheDelta, std::strerror(error));
     }
     return lines_.news();
 }

@@ -36,7 +36,7 @@ target_compile_definitions(vlan_test PRIVATE PAVO_DATA_DIR="${CMAKE_SOURCE_DIR}/
 # The programs whose producers of cached answers tests/system/cache_test.py lists.
 if(TARGET web_test)
   pavo_link_producers(web_test)
-  target_link_libraries(web_test PRIVATE web_requests detection open_client_inprocess)
+  target_link_libraries(web_test PRIVATE web_resident web_requests detection open_client_inprocess)
 endif()
 pavo_link_producers(detection_test)
 

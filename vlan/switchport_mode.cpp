@@ -9,7 +9,6 @@
 namespace pavo {
 namespace {
 
-constexpr std::size_t kLineMax = 511;
 constexpr std::string_view kModeLine = "switchport mode auto";
 constexpr const char *kTag = "switchport_mode_auto";
 
@@ -17,7 +16,7 @@ constexpr const char *kTag = "switchport_mode_auto";
 
 bool parseSwitchportModeAuto(std::string_view runningConfig) {
     bool on = false;
-    forEachLine(runningConfig, kLineMax, [&](std::string_view line) {
+    forEachLine(runningConfig, runningConfig.size() + 1, [&](std::string_view line) {
         line.remove_prefix(std::min(line.find_first_not_of(" \t"), line.size()));
         on = line.starts_with(kModeLine);
         return !on;

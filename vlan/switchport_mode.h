@@ -11,7 +11,7 @@
 namespace pavo {
 
 // Whether a running configuration switches it on: a line that begins with "switchport mode auto", behind
-// blanks. Neither "no ..." nor a description that quotes it does. Lines are read in pieces of 511 bytes.
+// blanks. Neither "no ..." nor a description that quotes it does.
 bool parseSwitchportModeAuto(std::string_view runningConfig);
 
 // Failed; OpenFailed when the running configuration cannot be read.

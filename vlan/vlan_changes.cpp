@@ -117,8 +117,8 @@ Result<> checkName(std::string_view name, const Where &where) {
                   "a name is UTF-8 without control characters, quotes and backslashes");
 }
 
-// Waits until the switch does not show them any more; nothing, or the first that stays. One that goes takes its
-// time, so each has its own.
+// Waits until the switch does not show them any more; nothing, or the first that stays. Each may take as long
+// as one alone.
 std::optional<VlanId> awaitDeletion(Switch sw, const std::vector<VlanId> &ids) {
     for (const VlanId id : ids) {
         const auto look = [&] { return sw.vlanPresence(id) == Presence::Absent ? Poll::Done : Poll::Again; };
@@ -215,6 +215,12 @@ std::string printVlanChange(const VlanChange &change) {
     if (change.interfaces > 0)
         out += formatText("\"interfaces\":%u,\"refused\":%u,\"pending\":%s,", change.interfaces,
                           change.refused, change.isPending ? "true" : "false");
+    else {
+        out += "\"vlans\":[";
+        for (const VlanId id : change.vlans)
+            out += (out.back() == '[' ? "" : ",") + std::to_string(id.number());
+        out += "],";
+    }
     out += "\"profiles\":[";
     const auto addText = [&](std::string_view text) {
         out += '"';
@@ -236,11 +242,11 @@ std::string printVlanChange(const VlanChange &change) {
 
 // --- some VLANs
 
-Result<> createVlans(Switch sw, std::span<const std::uint32_t> vlans, Where where) {
+Result<VlanChange> createVlans(Switch sw, std::span<const std::uint32_t> vlans, Where where) {
     const auto turn = takeTurn(where);
     if (!turn)
         return std::unexpected(turn.error());
-    bool isFirst = true;
+    VlanChange change;
     const auto ensure = [&](std::uint32_t vlan) {
         const auto id = VlanId::from(vlan);
         const Presence presence = id ? sw.vlanPresence(*id) : Presence::Unknown;
@@ -248,17 +254,19 @@ Result<> createVlans(Switch sw, std::span<const std::uint32_t> vlans, Where wher
             return presence == Presence::Present;
         // Somebody in the CLI may have been quicker, or the reply has been lost.
         const bool isThere = sw.createVlan(*id) || sw.vlanPresence(*id) == Presence::Present;
-        isFirst = isFirst && !isThere;
+        if (isThere)
+            change.vlans.push_back(*id);
         return isThere;
     };
     for (const std::uint32_t vlan : vlans) {
         if (ensure(vlan))
             continue;
         logError(where, "[%s:%d] Failed to create VLAN %u\n", vlan);
-        return failed(ResultCode::Failed, vlanText(vlan) + " cannot be created" +
-                                              (isFirst ? "" : "; those in front of it have been"));
+        return failed(ResultCode::Failed,
+                      vlanText(vlan) + " cannot be created" +
+                          (change.vlans.empty() ? "" : "; those in front of it have been"));
     }
-    return {};
+    return change;
 }
 
 Result<VlanChange> deleteVlans(Switch sw, std::span<const std::uint32_t> vlans, OfProfiles ofProfiles,
@@ -297,11 +305,12 @@ Result<VlanChange> deleteVlans(Switch sw, std::span<const std::uint32_t> vlans, 
     VlanChange change = changedOf(std::move(things), where);
     if (!left)
         left = awaitDeletion(sw, deleted);
+    change.vlans = std::move(deleted);
     if (!left)
         return change;
     logError(where, "[%s:%d] Failed to delete VLAN %u\n", *left);
     std::string reason = vlanText(left->number()) + " cannot be deleted";
-    if (!deleted.empty() && deleted.front() != *left)
+    if (!change.vlans.empty() && change.vlans.front() != *left)
         reason += "; those in front of it have been";
     return failed(ResultCode::Failed, withThings(std::move(reason), change.ofProfiles));
 }
@@ -365,8 +374,11 @@ Result<VlanChange> createNamedVlan(Switch sw, std::int32_t vlan, std::string_vie
                       std::string("the switch refused the name") +
                           (isNew ? "; " + vlanText(id->number()) + " has been created" : ""));
     }
-    if (result)
+    if (result) {
         result = changedOf(std::move(things), where);
+        if (isNew)
+            result->vlans = {*id};
+    }
     return result;
 }
 

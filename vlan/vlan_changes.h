@@ -13,6 +13,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "common/result.h"
 #include "common/where.h"
@@ -27,6 +28,7 @@ enum class OfProfiles { Change, Refuse };
 
 // What a change has done.
 struct VlanChange {
+    std::vector<VlanId> vlans{};  // that have been created or deleted, in this order
     // Of all ports and LAGs: how many there are, and how many of them the switch did not change (logged
     // together in one line).
     unsigned interfaces = 0;
@@ -37,22 +39,22 @@ struct VlanChange {
     ProfileThings ofProfiles{};
 };
 
-// {"interfaces":28,"refused":0,"pending":false,"profiles":[{"name":"Stage","has":["VLAN 20","0/1"]}]}; the first
-// three only for a change of all interfaces. In one line.
+// {"interfaces":28,"refused":0,"pending":false,"profiles":[{"name":"Stage","has":["VLAN 20","0/1"]}]} for a
+// change of all interfaces, {"vlans":[20],"profiles":[...]} for all others. In one line.
 std::string printVlanChange(const VlanChange &change);
 
 // --- some VLANs
 
 // Creates those that do not exist, in this order, up to the first that fails.
-Result<> createVlans(Switch sw, std::span<const std::uint32_t> vlans,
-                     Where where = std::source_location::current());
+Result<VlanChange> createVlans(Switch sw, std::span<const std::uint32_t> vlans,
+                               Where where = std::source_location::current());
 
 // Deletes those that exist, in this order, up to the first that fails.
 Result<VlanChange> deleteVlans(Switch sw, std::span<const std::uint32_t> vlans, OfProfiles ofProfiles,
                                Where where = std::source_location::current());
 
-// The name is cut to 32 bytes, at a character; an empty one restores the default name. InvalidArgument for one
-// that no configuration can hold (isVlanName, store/vlan_settings.h).
+// The name is cut to 32 bytes, at a character; an empty one restores the default name. InvalidArgument for
+// one that no configuration can hold (isVlanName, store/vlan_settings.h).
 Result<VlanChange> renameVlan(Switch sw, std::uint32_t vlan, std::string_view name, OfProfiles ofProfiles,
                               Where where = std::source_location::current());
 
@@ -70,7 +72,7 @@ Result<VlanChange> setParticipationOfAll(Switch sw, std::uint32_t vlan, Particip
                                          Where where = std::source_location::current());
 Result<VlanChange> setTaggingOfAll(Switch sw, std::uint32_t vlan, Tagging tagging, OfProfiles ofProfiles,
                                    Where where = std::source_location::current());
-// A profile has the interfaces whose frames are not accepted any more. Applying it again does not change that.
+// A profile has the interfaces whose frames are not accepted any more; applying it again does not change it.
 Result<VlanChange> setAcceptFramesOfAll(Switch sw, AcceptFrames frames, OfProfiles ofProfiles,
                                         Where where = std::source_location::current());
 Result<VlanChange> setPvidOfAll(Switch sw, std::uint32_t vlan, OfProfiles ofProfiles,

@@ -45,8 +45,8 @@ std::int32_t answer(const Result<T> &read, Print print, char **json, const Where
     return read ? handOut(print(*read), json, where) : codeOf(read);
 }
 
-// The ports that the kept request of a profile type assigns to a VLAN's devices; null when no request is kept,
-// or memory runs out.
+// The ports that the kept request of a profile type assigns to a VLAN's devices; null when no request is
+// kept, or memory runs out.
 JsonPtr assignedPorts(const char *profileType, std::uint32_t vlanId) {
     const std::string path = profileExFilePath(profileType);
     const JsonPtr file(path.empty() ? nullptr : jsonFileLoad(path.c_str()));

@@ -2,12 +2,12 @@
 //
 // Common to all: the result is 0 or a result code, 10003 for a request that is none of those described, with
 // the switch not touched, and 10000 for other failures; the reason has been logged. An answer in *json is new
-// text, the caller's to free with free(), and null when the operation fails. Any thread may call; changes wait
-// for each other and for profile operations (vlan/vlan_changes.h).
+// text, the caller's to free with free(), and null when the operation fails. Any thread may call; changes
+// wait for each other and for profile operations (vlan/vlan_changes.h).
 //
 // Requests are those of vlan/vlan_requests.h, which has them with a result that tells what has been changed.
-// Changes of what a profile has are carried out; the log tells what it was, and "pavoctl profile status" shows
-// it. vlan/vlan_changes.h has the form that refuses them.
+// Changes of what a profile has are carried out; the log tells what it was, and "pavoctl profile status"
+// shows it. vlan/vlan_changes.h has the form that refuses them.
 #ifndef PAVO_VLAN_VLAN_OPS_H
 #define PAVO_VLAN_VLAN_OPS_H
 
@@ -45,8 +45,8 @@ std::int32_t switchportModeAutoSet(Switch sw, const char *json);
 // with nothing done.
 std::int32_t vlanCreateAndSet(Switch sw, std::int32_t vlanId, const char *name);
 // Everything known of a VLAN, with these keys in this order:
-//   "vlanId", "name" (of the VLAN), "color", "profileName" (the VLAN's name as well), "vlanType" (its role as a
-//   number), "isStatic", "assignedUntagPort", "assignedtagPort", "assignedTagLag", "assignedUnTagLag",
+//   "vlanId", "name" (of the VLAN), "color", "profileName" (the VLAN's name as well), "vlanType" (its role as
+//   a number), "isStatic", "assignedUntagPort", "assignedtagPort", "assignedTagLag", "assignedUnTagLag",
 //   "assignedShureLearnPort", "shureDevicePort" (arrays of numbers, see vlan/vlan_info_ops.h), "profileType"
 //   (the name of the profile type)
 // and, unless the role is 1 or no request of that type is kept, "assignedPort": the ports that the request

@@ -2,8 +2,11 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 
 #include "common/files.h"
+#include "common/json.h"
+#include "common/log.h"
 #include "common/text.h"
 #include "platform/paths.h"
 #include "store/profile_db.h"
@@ -11,10 +14,32 @@
 
 namespace pavo {
 
+void VlanOwners::addProfiles(const cJSON *profiles) {
+    const cJSON *profile = nullptr;
+    cJSON_ArrayForEach(profile, profiles) {
+        const cJSON *const request = member(profile, "profileConfig");
+        const cJSON *vlan = nullptr;
+        cJSON_ArrayForEach(vlan, member(request, "vlans")) {
+            const auto id = VlanId::from(integerMember(vlan, "vlanId").value_or(0));
+            if (id)
+                names_.insert_or_assign(*id, stringMember(request, "name").value_or(""));
+        }
+    }
+}
+
 Result<VlanOwners> VlanOwners::read(Where where) {
+    using platform::paths::kProfileRecord;
     VlanOwners owners;
-    if (!fileExists(platform::paths::kProfileDb))
+    if (!fileExists(platform::paths::kProfileDb)) {
+        const JsonPtr record(jsonFileLoad(kProfileRecord));
+        if (record == nullptr && fileExists(kProfileRecord)) {
+            logError(where, "[%s:%d] the profile record %s cannot be read\n", std::string(kProfileRecord));
+            return failed(ResultCode::Failed, "the profile record cannot be read");
+        }
+        owners.addProfiles(member(record.get(), "profiles"));
+        owners.addProfiles(member(member(record.get(), "pending"), "profiles"));
         return owners;
+    }
     const auto rows = readProfileRows(where);
     if (!rows)
         return failed(ResultCode::Failed, "the profile database cannot be read");

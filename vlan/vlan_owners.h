@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "common/json.h"
 #include "common/result.h"
 #include "common/where.h"
 #include "swapi/switch.h"
@@ -23,10 +24,11 @@ struct OwnedInterface {
     std::string name;  // in the CLI
 };
 
-// VLANs that profiles have, from the profile database. The default profile's VLAN 1 is everybody's.
+// VLANs that profiles have, from the profile database; as long as it is missing, after a reboot, from the
+// record that it is going to be made of (profile/record.h). The default profile's VLAN 1 is everybody's.
 class VlanOwners {
   public:
-    // Nobody owns anything where there is no database. Failed when there is one that cannot be read.
+    // Nobody owns anything where there is neither. Failed (logged) when there is one that cannot be read.
     static Result<VlanOwners> read(Where where = std::source_location::current());
 
     bool empty() const { return names_.empty(); }
@@ -38,6 +40,9 @@ class VlanOwners {
                                                std::optional<VlanId> except = std::nullopt) const;
 
   private:
+    // The profiles of a record; where two name a VLAN, the later one has it.
+    void addProfiles(const cJSON *profiles);
+
     std::map<VlanId, std::string> names_;
 };
 

@@ -65,7 +65,7 @@ Result<std::vector<std::uint32_t>> parseList(const char *list, const Where &wher
 
 }  // namespace
 
-Result<> requestVlans(Switch sw, const char *json, Where where) {
+Result<VlanChange> requestVlans(Switch sw, const char *json, Where where) {
     const JsonPtr body = parseBody(json);
     if (body == nullptr)
         return refuse("[%s:%d] Failed to parse request JSON\n", "the body is no JSON", where);

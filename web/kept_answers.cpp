@@ -89,7 +89,7 @@ bool KeptAnswers::isPaused(const Entry &entry, platform::Duration now) const {
 
 bool KeptAnswers::isFresh(const Entry &entry, platform::Duration now) const {
     return entry.text != nullptr && entry.isKnown && now - entry.at <= entry.route->maxAge &&
-           (!entry.expired || entry.at > *entry.expired);
+           (!entry.expired || entry.at >= *entry.expired);
 }
 
 KeptAnswers::Given KeptAnswers::givenOf(const Entry &entry, platform::Duration now) const {
@@ -102,7 +102,9 @@ KeptAnswers::Given KeptAnswers::givenOf(const Entry &entry, platform::Duration n
         return {entry.text, age, true};
     const Failure failure =
         entry.failure.value_or(Failure{ResultCode::Unreachable, "the switch does not answer"});
-    return {std::make_shared<const std::string>(failureEnvelope(failure) + '\n'), {}, false};
+    return {std::make_shared<const std::string>(failureEnvelope(explained(*entry.route, failure)) + '\n'),
+            {},
+            false};
 }
 
 std::optional<KeptAnswers::Given> KeptAnswers::ask(std::size_t answer, Wake wake) {
@@ -325,7 +327,7 @@ void KeptAnswers::finish(std::size_t answer, platform::Duration started, std::op
         entry.failedAt = platform::monotonicNow();
         entry.isAway = isAway;
         // What has happened meanwhile is not in it.
-        again = !entry.failure && !isClosed_ && entry.expired && *entry.expired >= started &&
+        again = !entry.failure && !isClosed_ && entry.expired && *entry.expired > started &&
                 !entry.waiters.empty();
         if (!again) {
             entry.producedSince.reset();

@@ -107,7 +107,7 @@ class KeptAnswers {
         Text text{};
         platform::Duration at{};                            // when it was produced, or read
         bool isKnown = false;                               // produced while the program runs, or told of
-        std::optional<platform::Duration> expired{};        // fresh is only what was produced after this
+        std::optional<platform::Duration> expired{};        // fresh is only what was produced since
         std::optional<platform::Duration> lookedAt{};       // last
         std::optional<platform::Duration> producedSince{};  // by the job at present
         std::optional<Failure> failure{};                   // of the last attempt

@@ -210,23 +210,24 @@ Result<Login> logIn(const Credentials &credentials, const FindUser &findUser, Wh
                     printable(credentials.address));
         return std::unexpected(std::move(counted).error());
     }
-    const auto user = findUser(credentials.user);
-    if (!user) {
+    const auto found = findUser(credentials.user);
+    if (!found) {
         attempt.withdraw();
-        return std::unexpected(user.error());
+        return std::unexpected(found.error());
     }
+    const std::optional<SwitchUser> &user = *found;
     // Compared also when there is no such user, who would be known by the time that it takes otherwise. A user
     // without a password cannot log in.
-    const bool isRight = isSameSecret(*user ? (*user)->password : std::string(), credentials.password);
-    if (!*user || (*user)->password.empty() || !isRight) {
+    const bool isRight = isSameSecret(user ? user->password : std::string(), credentials.password);
+    if (!user || user->password.empty() || !isRight) {
         logWarn(where, "[%s:%d] login of %s from %s: wrong user name or password\n", shown,
                 printable(credentials.address));
         return failed(ResultCode::WrongPassword);
     }
     if (auto counted = attempt.succeed(); !counted)
         return std::unexpected(std::move(counted).error());
-    Login login{{}, {credentials.user, (*user)->level}};
-    auto token = openSession(login.session, markOf(**user, newSalt()), where);
+    Login login{{}, {credentials.user, user->level}};
+    auto token = openSession(login.session, markOf(*user, newSalt()), where);
     if (!token)
         return std::unexpected(std::move(token).error());
     login.token = *std::move(token);
@@ -235,11 +236,12 @@ Result<Login> logIn(const Credentials &credentials, const FindUser &findUser, Wh
 }
 
 bool isStillTheUser(const std::string &token, const Session &session, const FindUser &findUser, Where where) {
-    const auto user = findUser(session.user);
-    if (!user)
+    const auto found = findUser(session.user);
+    if (!found)
         return true;
+    const std::optional<SwitchUser> &user = *found;
     const auto mark = sessionMark(token);
-    if (*user && (*user)->level == session.level && (!mark || isMarkOf(*mark, **user)))
+    if (user && user->level == session.level && (!mark || isMarkOf(*mark, *user)))
         return true;
     logInfo(where, "[%s:%d] the session of %s ends: its level or password has changed\n",
             printable(session.user));

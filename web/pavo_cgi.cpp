@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <string_view>
 
 #include "common/log.h"
 #include "web/routes.h"
@@ -18,7 +19,13 @@ bool serve() {
     if (tree == nullptr || !registerRoutes(*tree))
         return false;
     tree->admits = [](const std::string &token, const Session &session) {
-        return isStillTheUser(token, session, findSwitchUser);
+        const char *const method = std::getenv("REQUEST_METHOD");
+        if (method != nullptr && std::string_view(method) == "GET" && wasUserChecked(token))
+            return true;
+        const bool isAdmitted = isStillTheUser(token, session, findSwitchUser);
+        if (isAdmitted)
+            noteUserCheck(token);
+        return isAdmitted;
     };
     if (const char *const uri = std::getenv("REQUEST_URI"))
         setenv("REQUEST_URI", plainUri(uri).c_str(), 1);

@@ -258,18 +258,20 @@ Switch WebCall::device() const {
     return connect().get();
 }
 
+Failure explained(const Route &route, Failure failure) {
+    if (failure.reason.empty() && failure.code == ResultCode::InvalidArgument && route.request != nullptr)
+        failure.reason = "see the schema " + std::string(route.request) + " in the answer of /api/v2/openapi";
+    else if (failure.reason.empty() && failure.code == ResultCode::Failed)
+        failure.reason = "the log tells why";
+    return failure;
+}
+
 void serveRoute(const Route &route) {
     std::string text;
     try {
         text = answerOf(route);
-    } catch (Failure &failure) {
-        // What operations refuse without a word, people find here.
-        if (failure.reason.empty() && failure.code == ResultCode::InvalidArgument && route.request != nullptr)
-            failure.reason =
-                "see the schema " + std::string(route.request) + " in the answer of /api/v2/openapi";
-        else if (failure.reason.empty() && failure.code == ResultCode::Failed)
-            failure.reason = "the log tells why";
-        text = failureEnvelope(failure);
+    } catch (const Failure &failure) {
+        text = failureEnvelope(explained(route, failure));
     } catch (const std::bad_alloc &) {
         logError("[%s:%d] %s: out of memory\n", route.path);
         text = failureEnvelope({ResultCode::InvalidPointer, ""});

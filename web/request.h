@@ -63,6 +63,9 @@ class WebCall {
 // knows a route by the plain form, and hands on what the client has written.
 std::string plainUri(std::string_view uri);
 
+// The failure of a call, with a reason where the operation has refused without a word.
+Failure explained(const Route &route, Failure failure);
+
 // Runs a route's handler for the request in the environment and on standard input, and prints the answer.
 void serveRoute(const Route &route);
 

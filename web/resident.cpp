@@ -354,7 +354,7 @@ MHD_Result Resident::Server::serve(MHD_Connection *connection, const char *metho
 
 // To the step behind, unless the answer is given already.
 MHD_Result Resident::Server::begin(Request &request, const char *method) {
-    const std::string path = request.target.substr(0, request.target.find('?'));
+    const std::string path = plainUri(request.target.substr(0, request.target.find('?')));
     request.answer = kept_.find(path);
     if (!request.answer && path != kEventsPath)
         return refuse(request, MHD_HTTP_NOT_FOUND, {ResultCode::ApiNotFound, ""});

@@ -249,7 +249,7 @@ std::string listVlans(const WebCall &call) {
 
 std::string createVlans(const WebCall &call) {
     checkVlanList(call, stringOf(call, bodyOf(call).get(), "vlan-list"));
-    return done(requestVlans(call.device(), call.body().c_str()));
+    return changed(requestVlans(call.device(), call.body().c_str()));
 }
 
 std::string deleteVlans(const WebCall &call) {
@@ -500,12 +500,13 @@ std::string readCache(const WebCall &call) {
     const auto &name = call.text("name");
     if (!fileExists(platform::paths::kResponseCache))
         refuse(call, ResultCode::ApiNotFound, quoteText(name));
-    auto answer = readCachedAnswer(name);
-    if (!answer)
+    auto read = readCachedAnswer(name);
+    if (!read)
         throw Failure{ResultCode::Failed, "the cache cannot be read"};
-    if (!*answer)
+    std::optional<std::string> answer = *std::move(read);
+    if (!answer)
         refuse(call, ResultCode::ApiNotFound, quoteText(name));
-    return **std::move(answer);
+    return *std::move(answer);
 }
 
 std::string refreshCache(const WebCall &call) {

@@ -110,7 +110,7 @@ constexpr Route kRoutes[] = {
 
     {"/api/v2/vlan/list", Get, kUser, handlers::listVlans, nullptr, "vlanList", "VlanList",
      "All VLANs by name and type."},
-    {"/api/v2/vlan/list", Post, kUser, handlers::createVlans, "VlanListRequest", nullptr, nullptr,
+    {"/api/v2/vlan/list", Post, kUser, handlers::createVlans, "VlanListRequest", "vlanChange", "VlanChange",
      "Create the VLANs of a list that do not exist.", {}, nullptr, kVlanAnswers},
     {"/api/v2/vlan/list", Delete, kUser, handlers::deleteVlans, nullptr, "vlanChange", "VlanChange",
      "Delete the VLANs of a list that exist.", kVlans, nullptr, kVlanAnswers},

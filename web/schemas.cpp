@@ -103,6 +103,8 @@ constexpr const char *kSchemas = R"json({
         "configured": {"enum": ["Include", "Exclude", "Autodetect"]},
         "tagging": {"enum": ["Tagged", "Untagged"]}}}}}},
 "VlanChange": {"type": "object", "required": ["profiles"], "properties": {
+    "vlans": {"type": "array", "description": "the VLANs that have been created or deleted",
+        "items": {"$ref": "#/components/schemas/VlanId"}},
     "interfaces": {"type": "integer", "description": "of all ports and LAGs: how many there are"},
     "refused": {"type": "integer", "description": "how many of them the switch did not change"},
     "pending": {"type": "boolean", "description": "the switch has accepted the change, but does not show it yet"},

@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <iterator>
 #include <memory>
 #include <set>
@@ -393,7 +394,7 @@ Result<std::string> openSession(const Session &session, std::string_view mark, W
         return std::unexpected(std::move(made).error());
     const Descriptor dir = openDir();
     const auto now = platform::systemUptime();
-    const std::string token = randomToken();
+    std::string token = randomToken();
     if (!now) {
         logError(where, "[%s:%d] Failed to get sysinfo\r\n");
         return failed(ResultCode::Failed, "no session can be opened");
@@ -438,6 +439,26 @@ Result<std::string> openSession(const Session &session, std::string_view mark, W
 std::optional<std::string> sessionMark(const std::string &token) {
     const Descriptor file = isToken(token) ? openIn(openDir(), markNameOf(token), O_RDONLY) : Descriptor(-1);
     return file ? std::optional(readAll(file.get())) : std::nullopt;
+}
+
+// The time is that of the file with the mark; a clock that was set back makes the check due.
+bool wasUserChecked(const std::string &token) {
+    struct stat info{};
+    timespec now{};
+    const Descriptor file = isToken(token) ? openIn(openDir(), markNameOf(token), O_RDONLY) : Descriptor(-1);
+    if (!file || fstat(file.get(), &info) != 0 || clock_gettime(CLOCK_REALTIME, &now) != 0)
+        return false;
+    const auto milliseconds = [](const timespec &time) {
+        return time.tv_sec * 1000 + time.tv_nsec / 1'000'000;
+    };
+    const long age = milliseconds(now) - milliseconds(info.st_mtim);
+    return age >= 0 && age < kUserCheckMilliseconds;
+}
+
+void noteUserCheck(const std::string &token) {
+    const Descriptor file = isToken(token) ? openIn(openDir(), markNameOf(token), O_RDONLY) : Descriptor(-1);
+    if (file)
+        static_cast<void>(futimens(file.get(), nullptr));
 }
 
 bool endSession(const std::string &token) {

@@ -79,6 +79,11 @@ Result<std::string> openSession(const Session &session, std::string_view mark,
 // The mark that the session was opened with; nothing when it has none.
 std::optional<std::string> sessionMark(const std::string &token);
 
+// The switch is asked what it knows of a user with each change, and for reads when it has not been for so long.
+inline constexpr long kUserCheckMilliseconds = 2000;
+bool wasUserChecked(const std::string &token);
+void noteUserCheck(const std::string &token);
+
 // Ends a session; false when there is none of this token.
 bool endSession(const std::string &token);
 

@@ -521,15 +521,23 @@ class SystemTest(RigTest):
         self.assertEqual((20, [1, 2, 3, 4, 7]), (vlan["vlanId"], vlan["untagPorts"]))
         self.assertIn("Audio Dante", ctl("vlan", "show", "20"))
         ctl("vlan", "show", "4000", status=1)
-        ctl("vlan", "create", "700-701")
-        self.assertIn('profile "B\u00fchne" has VLAN 20', ctl("vlan", "delete", "700,20", status=1))
+        self.assertEqual("created 700-701\n", ctl("vlan", "create", "700-701"))
+        self.rig.cli("configure", "ip management vlan 701 dhcp", "interface vlan 700", "routing")
+        for vlans, why in (("20", 'profile "B\u00fchne" has VLAN 20; --force'), ("701", "the management interface; --force"),
+                           ("700", "a routing interface; --force"), ("700,1", "VLAN 1 cannot be deleted"),
+                           ("700,", "is no list"), ("701-700", "is no list"), ("7-x", "is no list")):
+            self.assertIn(why, ctl("vlan", "delete", vlans, status=1))
+        self.assertEqual({"vlans": [], "profiles": [{"name": "B\u00fchne", "has": ["VLAN 20"]}]},
+                         json.loads(ctl("--json", "vlan", "name", "20", "x", "--force"))["vlanChange"])
+        self.assertIn('profile "B\u00fchne" has VLAN 20, which applying it again brings back',
+                      ctl("vlan", "name", "20", "B\u00fchne", "--force"))
         ctl("vlan", "name", "700", "foyer")
         self.assertEqual("foyer\n", ctl("vlan", "name", "700"))
         ctl("vlan", "participation", "700", "include")
         self.assertRegex(ctl("vlan", "interfaces", "700"), r"(?m)^lag 24 +Include +Include +Untagged$")
-        for words in (("create", "7-x"), ("tagging", "20", "yes")):
-            ctl("vlan", *words, status=1 if words[0] == "create" else 2)
-        ctl("vlan", "delete", "700-701")
+        ctl("vlan", "tagging", "700", "yes", status=2)
+        self.assertIn("there is no VLAN 99", ctl("vlan", "tagging", "99", "tagged", status=1))
+        self.assertEqual("deleted 700-701\n", ctl("vlan", "delete", "700-703", "--force"))
         self.assertEqual("disable\n", ctl("vlan", "auto"))
 
         self.plan_and_status(ctl)

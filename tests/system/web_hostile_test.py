@@ -227,8 +227,9 @@ class WebHostileTest(WebCase):
         self.assertEqual(before, self.state())
         # A level or password that has changed ends the sessions from before.
         self.rig.cli("configure", "username reader password others1234", "username writer level 1", "exit")
-        for token in users.values():
-            self.assertEqual(FORBIDDEN, self.call("get /api/v2/session", HTTP_SESSION=token))
+        self.assertEqual(FORBIDDEN, self.call("put /api/v2/nice", None, {"enabled": True}, HTTP_SESSION=users["writer"]))
+        self.see("its reads end shortly after",
+                 lambda: self.call("get /api/v2/session", HTTP_SESSION=users["reader"]) == FORBIDDEN)
 
 
 if __name__ == "__main__":

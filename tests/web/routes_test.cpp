@@ -5,6 +5,7 @@
 #include <set>
 
 #include "common/response_ops.h"
+#include "store/profile_db_ops.h"
 #include "store/writeback.h"
 #include "tests/web/requests_fixture.h"
 #include "web/routes.h"
@@ -169,7 +170,11 @@ TEST_F(RoutesTest, LogInChangeAndLogOut) {
     EXPECT_EQ("rw", call("/api/v2/session", HttpMethod::Get, "", "", token)["session"]["level"]);
     EXPECT_EQ(0, codeIn(call("/api/v2/vlan/list", HttpMethod::Post, "", R"({"vlan-list":"20,30"})", token)));
     EXPECT_EQ("VLAN0020", call("/api/v2/vlan/name", HttpMethod::Get, "id=20", "", token)["vlanName"]["name"]);
-    EXPECT_EQ(0, codeIn(call("/api/v2/vlan/list", HttpMethod::Delete, "list=20%2C30", "", token)));
+    ASSERT_EQ(0, vlanInfoTableCreate());
+    vlanInfoReplace(20, 1, "Stage", "Audio Dante", "#102030");
+    EXPECT_EQ(
+        R"([{"name": "Stage", "has": ["VLAN 20"]}])"_json,
+        call("/api/v2/vlan/list", HttpMethod::Delete, "list=20%2C30", "", token)["vlanChange"]["profiles"]);
     EXPECT_EQ(1, call("/api/v2/vlan/list", HttpMethod::Get, "", "", token)["vlanList"]["vlans-in-use"]);
     commands("configure; username bob password another-word; exit");
     EXPECT_EQ("Status:403\r\n\r\n", send(route("/api/v2/session", HttpMethod::Get), "", "", token));
