@@ -70,9 +70,11 @@ out=$(realpath "$out") cgi=$(realpath "$cgi")
 static=${static:-$out/static}
 mkdir -p "$static" "$out/uploads"
 static=$(realpath "$static")
-# The one folder that the server writes to: request bodies that are too long for its memory.
+# All that the server writes to: its log, and request bodies that are too long for its memory.
 chmod 0700 "$out/uploads"
-[ -z "$user" ] || [ "$(id -u)" -ne 0 ] || chown "$user:$group" "$out/uploads"
+touch "$out/lighttpd.log"
+chmod 0640 "$out/lighttpd.log"
+[ -z "$user" ] || [ "$(id -u)" -ne 0 ] || chown "$user:$group" "$out/uploads" "$out/lighttpd.log"
 [ -n "$port" ] || { [ -n "$plain" ] && port=80 || port=443; }
 [[ $port =~ ^[0-9]+$ ]] && [ "$port" -ge 1 ] && [ "$port" -le 65535 ] || usage
 
