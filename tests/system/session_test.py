@@ -7,6 +7,7 @@ import signal
 import socket
 import subprocess
 import sys
+import time
 import unittest
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))), "support"))
@@ -96,6 +97,19 @@ class SessionTest(RigTest):
         while others[0].recv(4096):
             pass
         self.see("there is room again", lambda: b"User:" in self.connect().recv(4096))
+
+    def test_a_guess_takes_a_second_and_tells_nothing(self):
+        peers = [self.connect() for _ in range(2)]
+        for peer, name in zip(peers, (b"admin", b"nobody")):
+            self.expect(lambda: peer.recv(4096), b"User:")
+            peer.sendall(name + b"\r\n")
+            self.expect(lambda: peer.recv(4096), b"Password:")
+        begin = time.monotonic()
+        for peer in peers:
+            peer.sendall(b"a wrong one\r\n")
+        self.assertEqual({b"\r\nLogin incorrect\r\nUser:"},
+                         {self.expect(lambda: peer.recv(4096), b"User:") for peer in peers})
+        self.assertGreaterEqual(time.monotonic() - begin, 1)
 
     def test_ports(self):
         other = self.new_rig()

@@ -75,7 +75,7 @@ TEST_F(TelnetSessionTest, EchoesAndEditsForThoseWhoAgree) {
     EXPECT_EQ("\xff\xfb\x01\xff\xfb\x03\r\nUser:", TelnetSession::greeting());
     EXPECT_EQ("\xff\xfe\x1f\xff\xfc\x18",
               feed("\xff\xfd\x01\xff\xfd\x03\xff\xfb\x1f\xff\xfd\x18\xff\xfa\x1f\1\2\xff\xf0"));
-    EXPECT_EQ("adn\b \bmin\r\nPassword:", feed("adn\x7fmin\r\n"));
+    EXPECT_EQ("adn\xc3\xa4\b \b\b \bmin\r\nPassword:", feed("adn\xc3\xa4\x7f\x7fmin\r\n"));
     EXPECT_EQ("\r\n\r\n(avswitch) >", feed(std::string(kFactoryPassword) + '\r'));
     const auto help = feed("\nshow v?");
     EXPECT_TRUE(help.starts_with("show v?\r\nvlan ") && help.ends_with("\r\n(avswitch) >show v")) << help;

@@ -42,6 +42,11 @@ bool samePassword(std::string_view given, std::string_view wanted) {
     return different == 0;
 }
 
+// All but the first byte of a character in UTF-8.
+bool continues(char c) {
+    return (static_cast<unsigned char>(c) & 0xc0) == 0x80;
+}
+
 // Whether a line ends within quotes.
 bool inQuotes(std::string_view line) {
     bool quoted = false;
@@ -147,8 +152,8 @@ bool TelnetSession::take(Server &server, unsigned char c, std::string &out) {
 bool TelnetSession::edit(Server &server, unsigned char c, std::string &out) {
     const auto erase = [&] {
         if (echoes())
-            for (std::size_t i = 0; i < line_.size(); ++i)
-                out += "\b \b";
+            for (const char erased : line_)
+                out += continues(erased) ? "" : "\b \b";
         line_.clear();
         tooLong_ = false;
     };
@@ -164,10 +169,12 @@ bool TelnetSession::edit(Server &server, unsigned char c, std::string &out) {
             return false;
         case kBackspace:
         case kDelete:
-            if (!line_.empty()) {
+            if (line_.empty())
+                return false;
+            while (line_.size() > 1 && continues(line_.back()))
                 line_.pop_back();
-                out += echoes() ? "\b \b" : "";
-            }
+            line_.pop_back();
+            out += echoes() ? "\b \b" : "";
             return false;
         case kCtrlU:
             erase();
