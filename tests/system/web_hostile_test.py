@@ -62,7 +62,7 @@ class WebHostileTest(WebCase):
                      "vlan database", "vlan 20,30", "exit")
         self.paths = self.document()
         self.operations = {f"{method} {path}": operation for path, item in self.paths["paths"].items()
-                           for method, operation in item.items()}
+                           for method, operation in item.items() if path != "/api/v2/events"}
         self.sound = {name: (query, body) for name, query, body in SOUND + LAST}
         self.token = self.log_in(**LOGIN)
         self.assertEqual(0, self.code(self.call("post /api/v2/profile/apply", body=PROFILE)))
