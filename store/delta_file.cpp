@@ -20,7 +20,7 @@ namespace {
 
 using platform::paths::kResponseCacheDelta;
 
-constexpr std::size_t kPieceSize = 64 * 1024;
+constexpr std::size_t kPieceSize = std::size_t{64} * 1024;
 constexpr off_t kBlock = 4096;
 // Of one look: nobody waits longer for a file that is full of something else, or for writers that never pause.
 constexpr off_t kReadMax = 64 << 20;

@@ -74,9 +74,9 @@ void KeptAnswers::load() {
         return;
     for (const auto &one : *cached)
         if (Entry *const entry = named(one.name))
-            if (auto text = readCachedAnswer(one.name); text && *text) {
+            if (const auto stored = readCachedAnswer(one.name).value_or(std::nullopt)) {
                 const std::lock_guard lock(mutex_);
-                entry->text = std::make_shared<const std::string>(**std::move(text) + '\n');
+                entry->text = std::make_shared<const std::string>(*stored + '\n');
                 entry->at = platform::monotonicNow();
             }
 }
@@ -201,12 +201,12 @@ bool KeptAnswers::reread(Entry &entry, std::optional<platform::Duration> produce
     const std::lock_guard reading(entry.reading);
     if (!fileExists(kResponseCache))
         return false;
-    auto stored = readCachedAnswer(entry.row->api);
-    if (!stored)
+    const auto read = readCachedAnswer(entry.row->api);
+    if (!read)
         return false;
     const auto now = platform::monotonicNow();
-    Text text = *stored ? std::make_shared<const std::string>(**std::move(stored) + '\n') : nullptr;
-    if (text != nullptr) {
+    if (const auto &stored = *read) {
+        auto text = std::make_shared<const std::string>(*stored + '\n');
         const bool tells = !producedAt;
         keep(entry, std::move(text), producedAt.value_or(now), tells);
         return true;

@@ -1,8 +1,10 @@
 #include "web/known_users.h"
 
+#include <exception>
 #include <iterator>
 #include <utility>
 
+#include "common/log.h"
 #include "web/request.h"
 
 namespace pavo {
@@ -36,17 +38,20 @@ Result<std::optional<SwitchUser>> KnownUsers::recall(const std::string &name) co
     const std::lock_guard lock(mutex_);
     const auto found = users_.find(name);
     // A little longer than kMost, for those who have just waited.
-    if (found == users_.end() || !found->second.told ||
-        platform::monotonicNow() - found->second.at >= kMost + kAskAgain)
-        return failed(ResultCode::Unreachable, "the users of the switch are not known");
-    return *found->second.told;
+    if (found != users_.end() && platform::monotonicNow() - found->second.at < kMost + kAskAgain)
+        if (const auto &told = found->second.told)
+            return *told;
+    return failed(ResultCode::Unreachable, "the users of the switch are not known");
 }
 
 void KnownUsers::find(const std::string &name, SwitchClient &client) {
-    auto told =
-        client.isConnected()
-            ? readSwitchUser(client.get(), name)
-            : Result<std::optional<SwitchUser>>(failed(ResultCode::Unreachable, "the switch is away"));
+    Result<std::optional<SwitchUser>> told = failed(ResultCode::Unreachable, "the switch does not answer");
+    try {
+        if (client.isConnected())
+            told = readSwitchUser(client.get(), name);
+    } catch (const std::exception &e) {
+        logError("[%s:%d] %s\n", e.what());
+    }
     std::vector<Wake> woken;
     {
         const std::lock_guard lock(mutex_);

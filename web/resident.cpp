@@ -9,12 +9,16 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <exception>
 #include <map>
+#include <memory>
 #include <mutex>
+#include <new>
 #include <optional>
 #include <set>
 #include <string>
@@ -37,9 +41,8 @@ namespace {
 constexpr const char *kJsonType = "application/json";
 constexpr std::size_t kRequestThreads = 2;
 constexpr std::size_t kSwitchThreads = 3;
-constexpr std::size_t kPieceMax = 16 * 1024;  // of events, beyond which the next one waits
+constexpr std::size_t kPieceMax = std::size_t{16} * 1024;  // of events, beyond which the next one waits
 constexpr std::size_t kStreamBlock = 1024;
-constexpr std::size_t kTokensWatched = 1000;
 
 constexpr auto kTick = std::chrono::milliseconds(200);
 constexpr auto kLinkPoll = std::chrono::milliseconds(500);
@@ -110,8 +113,9 @@ struct Request {
     Step step = Step::Head;
     MHD_Connection *connection = nullptr;
     std::string token;
-    std::optional<Session> session;
-    std::optional<std::size_t> answer;  // nothing: events
+    Session session;
+    bool wantsEvents = false;
+    std::size_t answer = 0;  // otherwise
 
     // Guarded by the server's mutex.
     bool isWoken = false;
@@ -152,7 +156,7 @@ class Resident::Server {
     MHD_Result refuse(Request &request, unsigned status, const Failure &failure);
     MHD_Result forbid(Request &request);
     MHD_Result send(Request &request, unsigned status, const Text &text,
-                    const std::optional<KeptAnswers::Given> &given = std::nullopt);
+                    const KeptAnswers::Given *given = nullptr);
     void end(Request &request);
 
     // --- waiting
@@ -168,7 +172,6 @@ class Resident::Server {
     // --- the clock's thread
     void run();
     void tickStreams();
-    void checkSessions(const std::map<std::string, std::vector<Request *>> &streams);
     void watchDevices();
     bool isLinkWanted();
     void pollLinks();
@@ -228,6 +231,10 @@ Resident::Server::~Server() {
 }
 
 bool Resident::Server::start() {
+    if (wakeUp_ < 0) {
+        logError("[%s:%d] requests cannot be served: %s\n", std::strerror(errno));
+        return false;
+    }
     kept_.load();
     kept_.takeNews();
     daemon_ = MHD_start_daemon(
@@ -238,8 +245,8 @@ bool Resident::Server::start() {
         static_cast<unsigned>(kIdleMax.count()), MHD_OPTION_CONNECTION_MEMORY_LIMIT, kHeadMax,
         MHD_OPTION_URI_LOG_CALLBACK, onTarget, this, MHD_OPTION_NOTIFY_COMPLETED, onCompleted, this,
         MHD_OPTION_END);
-    if (daemon_ == nullptr || wakeUp_ < 0) {
-        logError("[%s:%d] requests cannot be served\n");
+    if (daemon_ == nullptr) {
+        logError("[%s:%d] requests cannot be served: %s\n", std::strerror(errno));
         return false;
     }
     clock_ = std::thread([this] { run(); });
@@ -330,7 +337,7 @@ MHD_Result Resident::Server::serve(MHD_Connection *connection, const char *metho
     if (request->step == Step::User) {
         request->step = Step::Query;
         // What the switch does not tell ends no session.
-        if (!isStillTheUser(request->token, *request->session,
+        if (!isStillTheUser(request->token, request->session,
                             [this](const std::string &name) { return users_.recall(name); }))
             return forbid(*request);
     }
@@ -343,37 +350,40 @@ MHD_Result Resident::Server::serve(MHD_Connection *connection, const char *metho
             logError("[%s:%d] %s: %s\n", printable(request->target), query.error().reason);
             return refuse(*request, MHD_HTTP_OK, query.error());
         }
-        if (!request->answer)
+        if (request->wantsEvents)
             return openStream(*request, *query);
         request->step = Step::Answer;
         return giveAnswer(request);
     }
-    const auto given = kept_.give(*request->answer);
-    return send(*request, MHD_HTTP_OK, given.text, given);
+    const auto given = kept_.give(request->answer);
+    return send(*request, MHD_HTTP_OK, given.text, &given);
 }
 
 // To the step behind, unless the answer is given already.
 MHD_Result Resident::Server::begin(Request &request, const char *method) {
     const std::string path = plainUri(request.target.substr(0, request.target.find('?')));
-    request.answer = kept_.find(path);
-    if (!request.answer && path != kEventsPath)
+    const auto answer = kept_.find(path);
+    request.answer = answer.value_or(0);
+    request.wantsEvents = path == kEventsPath;
+    if (!answer && !request.wantsEvents)
         return refuse(request, MHD_HTTP_NOT_FOUND, {ResultCode::ApiNotFound, ""});
     if (std::string_view(method) != MHD_HTTP_METHOD_GET)
         return refuse(request, MHD_HTTP_METHOD_NOT_ALLOWED,
                       {ResultCode::IllegalRequest, "nothing but GET is served here"});
-    const bool isPoll = !request.answer || headerOf(request.connection, "Refresh");
+    const bool isPoll = request.wantsEvents || headerOf(request.connection, "Refresh");
     request.token = headerOf(request.connection, "Session").value_or("");
-    request.session = checkSession(
+    auto session = checkSession(
         request.token, {Access::User, HttpMethod::Get, isPoll ? SessionUse::Poll : SessionUse::Extend});
-    if (!request.session)
+    if (!session)
         return forbid(request);
+    request.session = *std::move(session);
     request.step = Request::Step::User;
     return MHD_YES;
 }
 
 // False when the connection waits.
 bool Resident::Server::knowsUser(const RequestPtr &request) {
-    return users_.ask(request->session->user, wakerOf(request)) || !suspend(*request);
+    return users_.ask(request->session.user, wakerOf(request)) || !suspend(*request);
 }
 
 MHD_Result Resident::Server::giveAnswer(const RequestPtr &request) {
@@ -381,12 +391,11 @@ MHD_Result Resident::Server::giveAnswer(const RequestPtr &request) {
         const std::lock_guard lock(mutex_);
         request->isWoken = false;
     }
-    auto given = kept_.ask(*request->answer, wakerOf(request));
-    if (!given && suspend(*request))
+    const auto known = kept_.ask(request->answer, wakerOf(request));
+    if (!known && suspend(*request))
         return MHD_YES;
-    if (!given)
-        given = kept_.give(*request->answer);
-    return send(*request, MHD_HTTP_OK, given->text, given);
+    const auto given = known ? *known : kept_.give(request->answer);
+    return send(*request, MHD_HTTP_OK, given.text, &given);
 }
 
 MHD_Result Resident::Server::forbid(Request &request) {
@@ -401,14 +410,14 @@ MHD_Result Resident::Server::refuse(Request &request, unsigned status, const Fai
 }
 
 MHD_Result Resident::Server::send(Request &request, unsigned status, const Text &text,
-                                  const std::optional<KeptAnswers::Given> &given) {
+                                  const KeptAnswers::Given *given) {
     const ResponsePtr response = responseOf(text);
     if (response == nullptr)
         return MHD_NO;
     addHeader(*response, MHD_HTTP_HEADER_CONTENT_TYPE, kJsonType);
-    if (given)
+    if (given != nullptr)
         addHeader(*response, MHD_HTTP_HEADER_AGE, std::to_string(given->age.count()));
-    if (given && given->isOld)
+    if (given != nullptr && given->isOld)
         addHeader(*response, MHD_HTTP_HEADER_WARNING, "110 - \"Response is Stale\"");
     if (status == MHD_HTTP_METHOD_NOT_ALLOWED)
         addHeader(*response, MHD_HTTP_HEADER_ALLOW, MHD_HTTP_METHOD_GET);
@@ -563,7 +572,7 @@ void Resident::Server::tickStreams() {
             stream->beats = stream->beats || now - stream->lastSent >= kHeartbeat;
             if (stream->filter.kinds.contains(EventKind::Answer))
                 wanted.insert(stream->filter.answers.begin(), stream->filter.answers.end());
-            sessions.emplace(stream->token, *stream->session);
+            sessions.emplace(stream->token, stream->session);
         }
     }
     for (const auto &name : wanted)
@@ -616,7 +625,11 @@ void Resident::Server::pollLinks() {
     linksAsked_ = now;
     readsLinks_ = true;
     workers_.add([this](SwitchClient &client) {
-        readLinks(client);
+        try {
+            readLinks(client);
+        } catch (const std::exception &e) {
+            logError("[%s:%d] %s\n", e.what());
+        }
         readsLinks_ = false;
     });
 }

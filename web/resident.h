@@ -16,7 +16,7 @@ class Resident {
   public:
     static constexpr std::size_t kStreamsMax = 1000;
     static constexpr std::size_t kRequestsMax = 500;
-    static constexpr std::size_t kHeadMax = 16 * 1024;
+    static constexpr std::size_t kHeadMax = std::size_t{16} * 1024;
     static constexpr std::chrono::seconds kIdleMax{30};
     static constexpr std::chrono::seconds kHeartbeat{15};
     // A session that has ended closes its streams after this and KnownUsers::kMost at the latest.
