@@ -61,28 +61,43 @@ class WebServerTest(RigTest):
 
     @unittest.skipUnless(os.geteuid() == 0 and os.stat("/dev/null").st_mode & 0o002, "needs root, and devices for everybody")
     def test_unprivileged_user(self):
-        """lighttpd is started by root, all else runs as the user; key and configuration are out of that one's reach."""
+        """Switch and daemon run as root, the web interface as a user who can do all that it offers and has the daemon's own files,
+        key and configuration out of reach."""
         rig, account = self.rig, pwd.getpwnam(USER)
         as_user = {"user": account.pw_uid, "group": account.pw_gid, "extra_groups": []}
         if run(["test", "-x", rig.program("pavo_cgi")], **as_user).returncode != 0:
             self.skipTest("the user cannot reach the build folder")
-        for folder, _, _ in os.walk(rig.root):
-            shutil.chown(folder, USER)
-        rig.start("vswitchd", user=USER)
-        self.see("the switch answers", lambda: rig.try_control({"op": "counters"}) is not None)
-        rig.start("pavo_detection", user=USER)
+        kept = rig.path("mnt/application/pavo")
+        for folder, mode, owner in ((rig.root, 0o755, "root"), (rig.path("tmp"), 0o1777, "root"), (kept, 0o1775, "root"),
+                                    (kept + "/tmp", 0o755, USER)):
+            os.chmod(folder, mode)
+            shutil.chown(folder, owner, USER)
+        rig.start_switch()
+        rig.start_daemon()
         rig.start_web(user=USER)
         for name in ("lighttpd", "pavo_webd"):
             with open(f"/proc/{rig.children[name].pid}/status", encoding="ascii") as file:
                 self.assertIn("Uid:" + 4 * f"\t{account.pw_uid}" + "\n", file.read(), name)
         session = self.log_in()
-        self.assertEqual(0, self.json("/api/v2/profile/apply", *session, "--json", PROFILE)["resp"]["respCode"])
-        self.assertTrue(rig.rows("vlans", id=50))
-        self.assertIn("50", json.dumps(self.json("/api/v2/profile/list", *session)))
-        for name in ("server.pem", "lighttpd.conf", "routes.lua"):
-            path = rig.path("web/" + name)
-            for attempt in ('echo x >>"$0"', 'mv "$0" "$0.old"', 'rm -f "$0"', 'cp /etc/passwd "$0"'):
-                self.assertNotEqual(0, run(["sh", "-c", attempt, path], **as_user).returncode, (name, attempt))
+        rig.pavoctl("profile", "apply", "--name", "Hall", "--type", "Audio Dante", "--vlan", "60 untagged=5")
+        for path, words in (("profile/apply", ("--json", PROFILE)), ("profile?name=Hall", ("--request", "DELETE")),
+                            ("device/list", ()), ("vlan/list", ("--json", '{"vlan-list": "70"}')),
+                            ("nice", ("--request", "PUT", "--json", '{"enabled": false}'))):
+            answer = self.json("/api/v2/" + path, *session, *words)
+            self.assertEqual(0, answer["resp"]["respCode"], (path, answer))
+        self.assertEqual([50, 70], [vlan["id"] for vlan in rig.table("vlans") if vlan["id"] != 1])
+        rig.pavoctl("profile", "delete", "Stage")
+        self.see("the log has the web interface's lines", lambda: "pavo_cgi: [profileConfigSet" in rig.log())
+        own = [rig.path(name) for name in ("/mnt/application/pavo/shure_ports.json", "/mnt/application/pavo/net_block_ports.json")]
+        for path in own:
+            with open(path, "a", encoding="ascii"):
+                pass
+        own += [rig.path(name) for name in ("/run/pavo/devices.json", "/tmp/pavo_detection.lock", "web/server.pem",
+                                            "web/lighttpd.conf", "web/routes.lua")]
+        mine = rig.path("tmp/mine")
+        for path in own:
+            for attempt in ('echo x >>"$0"', 'mv "$0" "$0.old"', 'rm -f "$0"', 'echo x >"$1" && mv -f "$1" "$0"'):
+                self.assertNotEqual(0, run(["sh", "-c", attempt, path, mine], **as_user).returncode, (path, attempt))
         self.assertNotEqual(0, run(["cat", rig.path("web/server.pem")], **as_user).returncode)
 
 
