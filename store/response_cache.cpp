@@ -392,6 +392,16 @@ std::optional<Thread> parseThread(std::string_view line) {
     return Thread{ids[0], ids[1]};
 }
 
+// Whoever has written the file may name processes of his own only, also where root reads it.
+bool isOfOwner(pid_t process, std::FILE *file) {
+    struct stat written{};
+    struct stat running{};
+    return fstat(fileno(file), &written) == 0 &&
+           (geteuid() != 0 || written.st_uid == 0 ||
+            stat(("/proc/" + std::to_string(process)).c_str(), &running) != 0 ||
+            running.st_uid == written.st_uid);
+}
+
 }  // namespace
 
 void signalWebServer(Where where) {
@@ -412,7 +422,10 @@ void signalWebServer(Where where) {
     }
     if (target->process == 0 || target->thread == 0)
         return;
-    if (syscall(SYS_tgkill, target->process, target->thread, SIGINT) != 0)
+    const bool mayBeTold = isOfOwner(target->process, file.get());
+    if (!mayBeTold)
+        errno = EPERM;
+    if (!mayBeTold || syscall(SYS_tgkill, target->process, target->thread, SIGINT) != 0)
         logError(where, "[%s:%d] %s(): cannot signal thread %d of process %d: %s\n", where.function(),
                  target->thread, target->process, std::strerror(errno));
 }
