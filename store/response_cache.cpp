@@ -18,6 +18,7 @@
 
 #include "common/files.h"
 #include "common/log.h"
+#include "common/owners.h"
 #include "common/text.h"
 #include "platform/paths.h"
 #include "store/sqlite.h"
@@ -282,7 +283,8 @@ int openLockFile(const std::string &file) {
         open(platform::fsPath(kApiLockDir).c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     if (folder < 0)
         return -1;
-    int fd = openat(folder, file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600);
+    int fd = openShared(std::string(kApiLockDir) + '/' + file,
+                        O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600);
     int error = errno;
     if (fd == 0) {
         fd = fcntl(0, F_DUPFD_CLOEXEC, 1);
@@ -310,7 +312,7 @@ std::string shownName(std::string_view name) {
 }  // namespace
 
 bool ensureApiLockDir(Where where) {
-    if (mkdir(platform::fsPath(kApiLockDir).c_str(), 0755) == 0 || errno == EEXIST)
+    if (makeSharedFolder(kApiLockDir, 0755) || errno == EEXIST)
         return true;
     logError(where, "[%s:%d] rest_db_lock: mkdir(%s) failed: %s\n", kApiLockDir, std::strerror(errno));
     return false;
@@ -390,6 +392,16 @@ std::optional<Thread> parseThread(std::string_view line) {
     return Thread{ids[0], ids[1]};
 }
 
+// Whoever has written the file may name processes of his own only, also where root reads it.
+bool isOfOwner(pid_t process, std::FILE *file) {
+    struct stat written{};
+    struct stat running{};
+    return fstat(fileno(file), &written) == 0 &&
+           (geteuid() != 0 || written.st_uid == 0 ||
+            stat(("/proc/" + std::to_string(process)).c_str(), &running) != 0 ||
+            running.st_uid == written.st_uid);
+}
+
 }  // namespace
 
 void signalWebServer(Where where) {
@@ -410,7 +422,10 @@ void signalWebServer(Where where) {
     }
     if (target->process == 0 || target->thread == 0)
         return;
-    if (syscall(SYS_tgkill, target->process, target->thread, SIGINT) != 0)
+    const bool mayBeTold = isOfOwner(target->process, file.get());
+    if (!mayBeTold)
+        errno = EPERM;
+    if (!mayBeTold || syscall(SYS_tgkill, target->process, target->thread, SIGINT) != 0)
         logError(where, "[%s:%d] %s(): cannot signal thread %d of process %d: %s\n", where.function(),
                  target->thread, target->process, std::strerror(errno));
 }

@@ -3,12 +3,15 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <string_view>
 
+#include "common/files.h"
 #include "common/log.h"
+#include "platform/paths.h"
 #include "web/routes.h"
 
 namespace pavo {
@@ -44,6 +47,11 @@ void openStandardStreams() {
         }
 }
 
+// Without a file, lines would go to standard output, into the answer.
+std::int32_t logSink() {
+    return openFile(platform::paths::kLogFile, "a") != nullptr ? LOG_SINK_FILE : LOG_SINK_SYSLOG;
+}
+
 }  // namespace
 }  // namespace pavo
 
@@ -51,7 +59,7 @@ int main() try {
     pavo::openStandardStreams();
     // A client that has gone does not end an operation.
     std::signal(SIGPIPE, SIG_IGN);
-    pavo::devmgrLogOpen(pavo::LOG_SINK_FILE, pavo::LOG_FACILITY_USER, "pavo_cgi");
+    pavo::devmgrLogOpen(pavo::logSink(), pavo::LOG_FACILITY_USER, "pavo_cgi");
     const bool isServed = pavo::serve();
     pavo::devmgrLogClose();
     return isServed ? 0 : 1;

@@ -239,6 +239,11 @@ int serve(const Options &options) {
                       "/proc/self/fd/" + std::to_string(folder) + "/" + socketPath.filename().string());
     ::umask(mask);
     ::close(folder);
+    // Who owns the folder of scripts may call, too: the programs that root does not run.
+    struct stat scripts{};
+    if (::geteuid() == 0 && ::stat(platform::fsPath(platform::paths::kScriptDir).c_str(), &scripts) == 0 &&
+        scripts.st_uid != 0 && ::lchown(socketPath.c_str(), scripts.st_uid, scripts.st_gid) != 0)
+        std::fprintf(stderr, "vswitchd: %s stays root's\n", socketPath.c_str());
 
     asio::signal_set signals(io, SIGINT, SIGTERM);
     signals.async_wait([&](asio::error_code, int) { io.stop(); });
