@@ -35,7 +35,7 @@ class TelnetSessionTest : public ControlFixture {
 TEST_F(TelnetSessionTest, LetsInWhoIsKnown) {
     EXPECT_EQ("Password:\r\n(avswitch) >", login("admin", kFactoryPassword));
     EXPECT_EQ("\r\n(avswitch) #", feed(std::string("enable\0\r\n", 9)));
-    EXPECT_EQ("\r\n(avswitch) (Config)#", feed("configure\r\0"));
+    EXPECT_EQ("\r\n(avswitch) (Config)#", feed(std::string("configure\r\0", 11)));
     EXPECT_EQ("\r\n(hall) (Config)#", feed("hostname hall\n"));
     EXPECT_EQ("\r\n(hall) #\r\n(hall) >", feed("end\r\ndisable\r\n"));
     EXPECT_EQ("", feed("exit\r\n"));

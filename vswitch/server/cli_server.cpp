@@ -3,6 +3,7 @@
 #include <array>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <utility>
 
 #include "vswitch/server/telnet_session.h"
@@ -29,8 +30,8 @@ class CliServer::Connection : public std::enable_shared_from_this<Connection> {
     }
     void close() {
         asio::error_code ignored;
-        socket_.shutdown(tcp::socket::shutdown_both, ignored);
-        socket_.close(ignored);
+        std::ignore = socket_.shutdown(tcp::socket::shutdown_both, ignored);
+        std::ignore = socket_.close(ignored);
     }
 
   private:
@@ -120,7 +121,7 @@ void CliServer::welcome(tcp::socket socket) {
         return;
     }
     asio::error_code ignored;
-    socket.non_blocking(true, ignored);
+    std::ignore = socket.non_blocking(true, ignored);
     socket.write_some(asio::buffer(std::string("Too many sessions.\r\n")), ignored);
 }
 
