@@ -25,7 +25,7 @@ ROUNDS, SECONDS = 5, 2  # of each measurement; what is compared takes turns
 CONNECTIONS = 4
 ONE_CALL = "/api/v2/lag/auto"  # a handler with one OpEN call; here pavo_cgi runs it, and not the resident program
 HELLO = "/hello/"
-CACHED, COPY = "/api/v2/vlan/ports", "/copy.json"
+CACHED = {"/api/v2/vlan/ports": "/short.json", "/api/v2/port/all": "/long.json"}  # answers, and files that hold the same
 CABLES = 40  # plugged in, one after another
 LISTENERS, REST = 200, 10  # browsers with an event stream, seconds at rest
 PARALLEL, STORMS = 1000, 3  # requests at once, and how often
@@ -60,11 +60,13 @@ def log_in(rig):
 
 
 def with_own_pages(rig, token):
-    """Adds what is compared to the server: a program, and a file that is as long as a cached answer."""
+    """Adds what is compared to the server: a program, and files that are as long as cached answers; their sizes."""
     folder = rig.path("web")
-    answer = rig.curl(CACHED, "--header", f"Session: {token}", check=True).stdout
-    with open(os.path.join(folder, "static") + COPY, "w", encoding="utf-8") as file:
-        file.write(answer)
+    sizes = {}
+    for path, copy in CACHED.items():
+        answer = rig.curl(path, "--header", f"Session: {token}", check=True).stdout.encode()
+        with open(os.path.join(folder, "static") + copy, "wb") as file:
+            sizes[path] = file.write(answer)
     path = os.path.join(folder, "lighttpd.conf")
     with open(path, encoding="utf-8") as file:
         text = file.read()
@@ -78,7 +80,7 @@ def with_own_pages(rig, token):
     rig.stop("lighttpd")
     rig.start("lighttpd", "-D", "-f", path)
     rig.wait_for(lambda: rig.curl(HELLO).returncode == 0, 10, "the server answers")
-    return len(answer.encode())
+    return sizes
 
 
 def connect(rig):
@@ -225,9 +227,10 @@ def main():
         rig.start_switch()
         rig.start_web()
         token = log_in(rig)
-        size = with_own_pages(rig, token)
+        sizes = with_own_pages(rig, token)
         session = ("--header", f"Session: {token}")
-        compare(rig, f"cached GET / static file of the same {size} bytes", 0.6, (CACHED, *session), (COPY,))
+        for path, copy in CACHED.items():
+            compare(rig, f"cached GET / static file of the same {sizes[path]} bytes", 0.6, (path, *session), (copy,))
         compare(rig, "GET answered from one OpEN call / hello-world program in C", 0.85, (ONE_CALL, *session), (HELLO,))
         measure_events(rig, token)
         measure_listeners(rig, token)

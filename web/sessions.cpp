@@ -111,10 +111,16 @@ bool writeAll(int fd, std::string_view text) {
 std::string readAll(int fd) {
     std::string text(kSessionFileMax, '\0');
     std::size_t size = 0;
-    ssize_t done = 0;
-    while (size < text.size() &&
-           (done = pread(fd, &text[size], text.size() - size, static_cast<off_t>(size))) > 0)
+    while (size < text.size()) {
+        const ssize_t done = pread(fd, &text[size], text.size() - size, static_cast<off_t>(size));
+        if (done <= 0)
+            break;
+        const std::size_t wanted = text.size() - size;
         size += static_cast<std::size_t>(done);
+        // A file that gives less than it was asked for has no more.
+        if (static_cast<std::size_t>(done) < wanted)
+            break;
+    }
     text.resize(size);
     return text;
 }
@@ -199,7 +205,8 @@ bool isGone(int fd) {
 // The steps of checkSession() that are done under the lock.
 std::optional<Session> checkLocked(const Descriptor &dir, const Descriptor &file, const std::string &token,
                                    const SessionNeed &need, const Where &where) {
-    const SessionLines lines = parseLines(readAll(file.get()));
+    const std::string text = readAll(file.get());
+    const SessionLines lines = parseLines(text);
     if (!isSameSecret(lines.token, token)) {
         logError(where, "[%s:%d] %s is not the file of its session\n", printable(pathOf(token)));
         return std::nullopt;
@@ -229,7 +236,8 @@ std::optional<Session> checkLocked(const Descriptor &dir, const Descriptor &file
     if (need.use == SessionUse::Extend) {
         // Written over and cut afterwards: whoever is killed in between leaves a session, not an empty file. A
         // full disk ends no session.
-        if (writeAll(file.get(), lines.print(*now)))
+        const std::string renewed = lines.print(*now);
+        if (renewed == text || writeAll(file.get(), renewed))
             logDebug(where, "[%s:%d] Token update to file. (%s)\r\n", printable(user));
         else
             logError(where, "[%s:%d] %s cannot be written: %s\n", pathOf("TOKEN"), std::strerror(errno));
