@@ -18,7 +18,7 @@ bool parseSwitchportModeAuto(std::string_view runningConfig) {
         const auto before = line.substr(0, line.find(kModeLine));
         // A text that somebody has given a port or a VLAN is no setting.
         on = before.size() < line.size() && before.find('"') == std::string_view::npos &&
-             before.find("description ") == std::string_view::npos;
+             before.find("description ") == std::string_view::npos && !before.ends_with("no ");
         return !on;
     });
     return on;

@@ -585,9 +585,14 @@ class ProgramTest(unittest.TestCase):
                          for folder, _, names in os.walk(stage) for name in names}
             templates = {os.path.join(TEMPLATES[1:], name)
                          for name in os.listdir(os.path.join(TREE, "data", "profileTemplate"))}
+            web = {f"usr/libexec/pavo/{name}"
+                   for name in ("pavo_cgi", "pavo_webd", "route_documents", "make-web-config.sh")}
+            units = {f"usr/lib/systemd/system/{name}.service" for name in ("pavo_detection", "pavo_web", "pavo_webd")}
             self.assertEqual({"usr/sbin/pavo_detection", "usr/bin/pavoctl", "usr/sbin/vswitchd", "usr/bin/vswitchctl",
                               "usr/share/bash-completion/completions/pavoctl", "usr/share/doc/pavo/README.md",
-                              "usr/share/doc/pavo/CHANGELOG.md", VENDORS[1:]} | templates, installed)
+                              "usr/share/doc/pavo/CHANGELOG.md", "usr/share/pavo/openapi.json",
+                              "usr/lib/sysusers.d/pavo.conf", "usr/lib/tmpfiles.d/pavo.conf",
+                              VENDORS[1:]} | templates | web | units, installed)
 
             def pavoctl(*words):
                 return run([os.path.join(stage, "usr/bin/pavoctl"), *words], env=dict(os.environ, PAVO_ROOT=stage),

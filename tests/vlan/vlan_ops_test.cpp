@@ -223,8 +223,10 @@ TEST_F(VlanOpsTest, SwitchportModeIsReadFromTheConfiguration) {
     commands("configure; interface 0/1; description \"switchport mode auto\"");
     EXPECT_EQ(off, answer(switchportModeAutoGet)) << "a description says nothing";
     EXPECT_TRUE(parseSwitchportModeAuto("!\n  switchport mode auto\r\n"));
+    EXPECT_TRUE(parseSwitchportModeAuto("interface 0/1 switchport mode auto"));
     EXPECT_FALSE(parseSwitchportModeAuto("no switchport mode auto\n"));
-    EXPECT_FALSE(parseSwitchportModeAuto(std::string(511, 'd') + "switchport mode auto\n"));
+    EXPECT_FALSE(
+        parseSwitchportModeAuto("description \"" + std::string(500, 'd') + "switchport mode auto\n"));
     EXPECT_EQ(0, switchportModeAutoSet(&client, on.c_str()));
     EXPECT_EQ(on, answer(switchportModeAutoGet));
     EXPECT_EQ(0, switchportModeAutoSet(&client, off.c_str()));
