@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "common/log.h"
+#include "common/owners.h"
 #include "platform/paths.h"
 
 namespace pavo {
@@ -31,8 +32,8 @@ bool isSharedFolder(std::string_view fixedPath) {
 // never reached through a link.
 int openFixed(const std::string &fixedPath, int flags) {
     const bool writes = (flags & O_ACCMODE) != O_RDONLY;
-    return open(platform::fsPath(fixedPath).c_str(),
-                flags | O_CLOEXEC | (writes || isSharedFolder(fixedPath) ? O_NOFOLLOW : 0), 0666);
+    return openShared(fixedPath, flags | O_CLOEXEC | (writes || isSharedFolder(fixedPath) ? O_NOFOLLOW : 0),
+                      0666);
 }
 
 int retryFlock(int fd, int operation) {
@@ -79,6 +80,9 @@ std::optional<std::string> readFile(const std::string &fixedPath, std::size_t mo
             close(fd);
         return std::nullopt;
     }
+    // Somebody else has put it there.
+    if (isDaemonsOwn(fixedPath) && info.st_uid != geteuid() && info.st_uid != 0)
+        return std::nullopt;
     if (static_cast<std::size_t>(info.st_size) > most) {
         logError(where, "[%s:%d] file too large:%s\r\n", fixedPath);
         return std::nullopt;
@@ -99,12 +103,21 @@ bool syncPath(const std::string &path, int flags) {
     return synced;
 }
 
+void makeFolders(const std::filesystem::path &fixedPath) {
+    if (fixedPath.has_relative_path() && !fileExists(fixedPath.string())) {
+        makeFolders(fixedPath.parent_path());
+        makeSharedFolder(fixedPath.string(), 0777);
+    }
+}
+
 Result<> replace(const std::string &beside, const std::string &fixedPath, std::string_view text, bool durably,
                  const Where &where) {
     const auto folder = std::filesystem::path(platform::fsPath(fixedPath)).parent_path();
-    std::error_code ignored;
-    std::filesystem::create_directories(folder, ignored);
-    FilePtr file = openFile(beside, "w");
+    makeFolders(std::filesystem::path(fixedPath).parent_path());
+    const bool isOwn = isDaemonsOwn(fixedPath);
+    if (isOwn)
+        removeFile(beside);
+    FilePtr file = openFile(beside, isOwn ? "wx" : "w");
     if (file == nullptr) {
         logError(where, "[%s:%d] Open dir error...%s\r\n", beside);
         return failed(ResultCode::Failed, "cannot write " + beside);
@@ -170,8 +183,8 @@ void FileLock::take(platform::Duration most, const Where &where) {
     bool reported = false;
     for (;;) {
         // No truncation: the file may be another's.
-        fd_ = open(platform::fsPath(path_).c_str(), O_CREAT | O_RDWR | O_CLOEXEC | O_NOFOLLOW,
-                   afterwards_ == Afterwards::Remove ? 0666 : 0600);
+        fd_ = openShared(path_, O_CREAT | O_RDWR | O_CLOEXEC | O_NOFOLLOW,
+                         afterwards_ == Afterwards::Remove ? 0666 : 0600);
         if (fd_ < 0) {
             state_ = State::NotOpened;
             return;

@@ -26,6 +26,7 @@
 #include <utility>
 
 #include "common/files.h"
+#include "common/owners.h"
 #include "platform/clock.h"
 #include "platform/paths.h"
 
@@ -130,8 +131,8 @@ void closeLevelFile(State &s) {
 }
 
 void openLevelFile(State &s) {
-    const int fd = open(platform::fsPath(platform::paths::kLogLevelFile).c_str(),
-                        O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0666);
+    const int fd = openShared(platform::paths::kLogLevelFile,
+                              O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0666);
     if (fd >= 0 && prepareLevelFile(fd)) {
         s.levelDigit.store(readDigit(fd));
         s.levelFd.store(fd);
@@ -248,9 +249,9 @@ void writeStandardOutput(std::string_view line) {
 
 // A pipe in its place would block every thread once it is full, and a link leads to somebody else's file:
 // -1 for both.
-int openLogFile(const std::string &path) {
-    const int fd =
-        open(path.c_str(), O_RDWR | O_CREAT | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0666);
+int openLogFile() {
+    const int fd = openShared(platform::paths::kLogFile,
+                              O_RDWR | O_CREAT | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0666);
     struct stat info{};
     if (fd < 0 || (fstat(fd, &info) == 0 && S_ISREG(info.st_mode)))
         return fd;
@@ -273,12 +274,12 @@ void takeStream(State &s, int fd) {
 
 void openStream(State &s) {
     s.path = platform::fsPath(platform::paths::kLogFile);
-    takeStream(s, openLogFile(s.path));
+    takeStream(s, openLogFile());
 }
 
 // Moves on to the file that stands under the name now; stays with the present one when that cannot be opened.
 bool reopenStream(State &s) {
-    const int fd = openLogFile(s.path);
+    const int fd = openLogFile();
     if (fd >= 0)
         takeStream(s, fd);
     return fd >= 0;
@@ -479,6 +480,19 @@ void devmgrLogClose() {
 
 int devmgrLogLevelGet() {
     return threshold();
+}
+
+bool devmgrLogLevelSet(int level) {
+    State &s = state();
+    const std::lock_guard lock(s.mutex);
+    if (s.levelFd.load() < 0)
+        openLevelFile(s);
+    const int fd = s.levelFd.load();
+    const auto digit = static_cast<char>('0' + level);
+    if (level < 0 || level > 9 || fd < 0 || pwrite(fd, &digit, 1, 0) != 1)
+        return false;
+    s.levelDigit.store(digit);
+    return true;
 }
 
 }  // namespace pavo

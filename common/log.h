@@ -48,6 +48,8 @@ void devmgrLogClose();
 
 // The threshold in force, 0 to 9; 6 when unset.
 int devmgrLogLevelGet();
+// Sets it for every process that logs; false for another number, and when the level file cannot be written.
+bool devmgrLogLevelSet(int level);
 
 // --- typed messages
 //

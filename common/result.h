@@ -17,10 +17,16 @@ enum class ResultCode : std::int32_t {
     InvalidPointer = 10002,  // also: a list or buffer could not be allocated
     InvalidArgument = 10003,
     NotImplemented = 10004,
+    OutOfMemory = 10005,
     ObjectExists = 10011,
     NotExist = 10012,
     OpenFailed = 10016,
-    ApiNotFound = 10023,  // also: the response cache has no such answer
+    Unreachable = 10020,     // the switch does not answer
+    IllegalRequest = 10021,  // what came is not a whole request
+    ApiNotFound = 10023,     // also: the response cache has no such answer
+    WrongPassword = 12001,   // or user name
+    LockedOut = 12003,       // too many wrong passwords
+    VlanNotCreated = 13101,
     TemplateInUse = 14101,
     TypeDuplicated = 14102,
     AvbOneVlan = 14103,

@@ -107,6 +107,7 @@ class CommandLine {
     std::string mode_;
     bool isSet_ = false;
     std::uint32_t id_ = 0;
+    std::optional<std::string> newName_;
     ApplyOptions options_;
     std::vector<std::string> names_;
     FollowOptions follow_;
@@ -161,10 +162,51 @@ void CommandLine::addVlan(CLI::App &vlan) {
     vlan.require_subcommand(1);
     addCommand(vlan, "list", "All VLANs with their ports",
                [this](Switch sw) { showVlans(sw, output_, std::nullopt); });
-    addCommand(vlan, "show", "One VLAN", [this](Switch sw) { showVlans(sw, output_, VlanId::from(id_)); })
-        .add_option("id", id_)
-        ->required()
-        ->check(CLI::Range(VlanId::kMin, VlanId::kMax));
+    const auto addId = [this](CLI::App &command) -> CLI::App & {
+        command.add_option("id", id_)->required()->check(CLI::Range(VlanId::kMin, VlanId::kMax));
+        return command;
+    };
+    const auto addForce = [this](CLI::App &command,
+                                 const char *what = "Also what belongs to a profile") -> CLI::App & {
+        command.add_flag("--force", isSet_, what);
+        return command;
+    };
+    const auto addWord = [this](CLI::App &command, const char *name, std::vector<std::string> words) {
+        return command.add_option(name, mode_)->check(CLI::IsMember(std::move(words)));
+    };
+    addId(addCommand(vlan, "show", "One VLAN",
+                     [this](Switch sw) { showVlans(sw, output_, VlanId::from(id_)); }));
+    addId(addCommand(vlan, "interfaces", "How each port and LAG takes part in a VLAN",
+                     [this](Switch sw) { showVlanInterfaces(sw, output_, id_); }));
+    addCommand(vlan, "create", "Create VLANs, for example 10,20-25",
+               [this](Switch sw) { createListedVlans(sw, output_, name_); })
+        .add_option("vlans", name_)
+        ->required();
+    addForce(addCommand(vlan, "delete", "Delete VLANs, for example 10,20-25",
+                        [this](Switch sw) { deleteListedVlans(sw, output_, name_, isSet_); }),
+             "Also what belongs to a profile, or has an address")
+        .add_option("vlans", name_)
+        ->required();
+    addForce(addId(addCommand(vlan, "name", "The name of a VLAN, or name it; '' is its default name",
+                              [this](Switch sw) { runVlanName(sw, output_, id_, newName_, isSet_); })))
+        .add_option("name", newName_, "At most 32 bytes are kept");
+    auto &participation = addForce(
+        addId(addCommand(vlan, "participation", "Let all ports and LAGs take part in a VLAN, or not",
+                         [this](Switch sw) { setVlanParticipation(sw, output_, id_, mode_, isSet_); })));
+    addWord(participation, "mode", {"include", "auto", "exclude"})->required();
+    auto &tagging =
+        addForce(addId(addCommand(vlan, "tagging", "Have all ports and LAGs tag a VLAN, or not",
+                                  [this](Switch sw) { setVlanTagging(sw, output_, id_, mode_, isSet_); })));
+    addWord(tagging, "tagging", {"tagged", "untagged"})->required();
+    addForce(addId(addCommand(vlan, "pvid", "Put the untagged frames of all ports and LAGs into a VLAN",
+                              [this](Switch sw) { setVlanPvid(sw, output_, id_, isSet_); })));
+    auto &frames = addForce(addCommand(vlan, "frames", "Which frames all ports and LAGs accept",
+                                       [this](Switch sw) { setVlanFrames(sw, output_, mode_, isSet_); }));
+    addWord(frames, "frames", {"all", "vlanonly", "admituntaggedonly"})->required();
+    auto &automatic =
+        addCommand(vlan, "auto", "Whether the switch adapts ports to what is plugged in, or set it",
+                   [this](Switch sw) { runVlanAuto(sw, output_, mode_); });
+    addWord(automatic, "mode", {"enable", "disable"});
 }
 
 void CommandLine::addMulticast(CLI::App &multicast) {

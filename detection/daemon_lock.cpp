@@ -1,9 +1,14 @@
 #include "detection/daemon_lock.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
+#include <fstream>
+#include <string>
 
 #include "platform/paths.h"
 
@@ -16,6 +21,21 @@ struct flock wholeFile() {
     lock.l_type = F_WRLCK;
     lock.l_whence = SEEK_SET;
     return lock;
+}
+
+// For who may not open the file: the kernel's list of locks, with device and inode, is for everybody.
+bool isListedAsLocked() {
+    struct stat info{};
+    if (stat(platform::fsPath(platform::paths::kDaemonLock).c_str(), &info) != 0)
+        return false;
+    char place[64];
+    std::snprintf(place, sizeof place, " %02x:%02x:%lu ", major(info.st_dev), minor(info.st_dev),
+                  static_cast<unsigned long>(info.st_ino));
+    std::ifstream locks("/proc/locks");
+    for (std::string line; std::getline(locks, line);)
+        if (line.find("WRITE") != std::string::npos && line.find(place) != std::string::npos)
+            return true;
+    return false;
 }
 
 // Without waiting: the other daemon may run for years.
@@ -49,7 +69,7 @@ bool DaemonLock::isHeldByAnyone() {
     const int fd =
         open(platform::fsPath(platform::paths::kDaemonLock).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
     if (fd < 0)
-        return false;
+        return errno == EACCES && isListedAsLocked();
     struct flock lock = wholeFile();
     const bool isHeld = fcntl(fd, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
     close(fd);

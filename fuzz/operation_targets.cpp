@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <utility>
 
 #include "common/device_list.h"
 #include "common/json.h"
@@ -17,6 +18,9 @@
 #include "profile/request.h"
 #include "profile/templates_ops.h"
 #include "store/profile_db.h"
+#include "store/profile_db_ops.h"
+#include "vlan/vlan_changes.h"
+#include "vlan/vlan_ops.h"
 
 namespace fuzz {
 namespace {
@@ -123,6 +127,47 @@ void operateTemplates(std::string_view input) {
     require(ProfileTemplateDelete(&rig.client, printJsonLine(deletion.get()).c_str()) == 0,
             "what was created can be deleted");
     require(list(&rig.client) == before, "nothing of it is left");
+}
+
+// One request for every operation that changes VLANs, on a switch that has VLAN 10.
+void operateVlans(std::string_view input) {
+    const std::string request(input);
+    restoreDatabase();
+    SwitchRig rig;
+    rig.device.with([](vswitch::Server &server) { server.cli().runScript("vlan database\nvlan 10\n"); });
+    for (const auto change :
+         {v2VlanListCreate, v2VlanNameSet, v2VlanParticipationAllSet, v2VlanAcceptFrameAllSet,
+          v2VlanPvidAllSet, v2VlanTaggingAllSet, switchportModeAutoSet, v2VlanListDelete}) {
+        const auto before = rig.runningConfig();
+        require(change(&rig.client, request.c_str()) != codeOf(ResultCode::InvalidArgument) ||
+                    rig.runningConfig() == before,
+                "a refused request changes nothing", before + "---\n" + rig.runningConfig());
+    }
+    vlanCreateAndSet(&rig.client, 11, request.c_str());
+    vlanInfoReplace(11, 3, request.c_str(), request.c_str(), "#102030");
+    char *list = nullptr;
+    char *details = nullptr;
+    const auto listed = v2VlanListGet(&rig.client, &list);
+    const TextPtr ownedList(list);
+    const auto detailed = v2VlanDetailGet(&rig.client, 11, &details);
+    const TextPtr ownedDetails(details);
+    require(listed == 0 && isStrictJson(list), "answers parse in a strict parser");
+    require(detailed == 0 ? isStrictJson(details) : details == nullptr, "answers parse in a strict parser");
+    char *page = nullptr;
+    const auto paged = switchConfigVlanGet(&rig.client, 11, &page);
+    const TextPtr ownedPage(page);
+    require(paged == 0 ? isStrictJson(page) : page == nullptr, "answers parse in a strict parser");
+    const auto named = renameVlan(&rig.client, 11, "", OfProfiles::Change);
+    require(!named || isStrictJson(printVlanChange(*named).c_str()),
+            "what was changed parses in a strict parser");
+
+    // Whatever names VLANs have got: the configuration is still one.
+    const auto commands = rig.device.with(
+        [](vswitch::Server &server) { return commandsOf(std::as_const(server).model().settled()); });
+    vswitch::Server other(SwitchRig::config());
+    other.cli().runScript(commands);
+    require(commandsOf(std::as_const(other).model()) == commands, "a configuration comes back as it was",
+            commands + "---\n" + commandsOf(std::as_const(other).model()));
 }
 
 // Neighbours on the ports of the switch, each with its six strings and an address learned behind it.

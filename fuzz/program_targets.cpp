@@ -31,9 +31,12 @@
 #include "store/shure_config.h"
 #include "store/vlan_settings.h"
 #include "swapi/switch_settings.h"
+#include "swapi/telnet.h"
 #include "vlan/ip_interfaces.h"
 #include "vlan/multicast.h"
 #include "vlan/show_vlan.h"
+#include "vlan/switchport_mode.h"
+#include "vlan/vlan_list.h"
 
 namespace fuzz {
 namespace {
@@ -254,6 +257,31 @@ void readDetectionFiles(const std::string &text) {
 
 }  // namespace
 
+// However a server's text is cut into packets, it is the same text, and hides the same secret.
+void readTelnetReply(std::string_view input) {
+    TelnetFilter whole, cut;
+    std::string wholeAnswer, cutAnswer, pieces;
+    const auto text = whole.take(input, wholeAnswer);
+    for (const char &c : input)
+        pieces += cut.take({&c, 1}, cutAnswer);
+    require(text == pieces && wholeAnswer == cutAnswer, "packets do not matter", pieces);
+    require(text.size() + wholeAnswer.size() <= input.size() && !text.contains('\0'), "nothing is made up");
+    for (std::size_t at = 0; at < wholeAnswer.size(); at += 3)
+        require(wholeAnswer[at] == '\xff' && (wholeAnswer[at + 1] == '\xfc' || wholeAnswer[at + 1] == '\xfe'),
+                "options are refused");
+    const auto secret = text.substr(0, std::min<std::size_t>(text.find('*'), 6));
+    SecretMask inOne(secret), inPieces(secret);
+    std::string shown;
+    for (const char &c : text)
+        shown += inPieces.take({&c, 1});
+    for (const auto &masked : {inOne.take(text), shown})
+        require(secret.empty() ? masked == text : !masked.contains(secret), "a secret is hidden", masked);
+    const auto stage = loginStageOf(text);
+    require(stage == LoginStage::Invalid || text.find_first_of(":>#") != std::string::npos ||
+                text.contains("configure"),
+            "a prompt is known by what it ends in", text);
+}
+
 void readStrings(std::string_view input) {
     if (const auto mac = Mac::parse(input))
         require(mac->text() == input, "an address is printed as it was written");
@@ -263,6 +291,7 @@ void readStrings(std::string_view input) {
     if (const auto number = wholeNumber(input))
         require(wholeNumber(std::to_string(*number)) == number, "a number is read back");
     leadingNumber(input);
+    require(parseVlanList(input).size() <= kVlanListMax, "a list of VLANs has an end");
     const auto sound = wellFormed(input);
     require(isUtf8(sound) && sound.size() <= input.size() && wellFormed(sound) == sound, "well-formed UTF-8");
     require(isUtf8(input) == (sound == input), "only what is not well-formed changes");
@@ -310,6 +339,7 @@ void readShowCaptures(std::string_view input) {
 
 void readRunningConfig(std::string_view input) {
     const auto state = parseSwitchState(input);
+    parseSwitchportModeAuto(input);
     require(switchScript(state, state).empty(), "there is nothing to do from a state to itself");
     require(parseSettings(input) == state.settings, "settings are those of the configuration");
     if (isPlain(input))

@@ -20,11 +20,15 @@ void readShowCaptures(std::string_view input);
 void readRunningConfig(std::string_view input);
 void readStoredFiles(std::string_view input);
 void readProfileRequest(std::string_view input);
+void readTelnetReply(std::string_view input);
+void readDeltaFile(std::string_view input);
 
 // What its operations do with it, on a virtual switch.
 void operateProfiles(std::string_view input);
 void operateTemplates(std::string_view input);
+void operateVlans(std::string_view input);
 void detectNeighbours(std::string_view input);
+void serveWebRequest(std::string_view input);
 
 // What the virtual switch reads.
 void runSwitchScript(std::string_view input);
@@ -34,6 +38,7 @@ void restoreSavedState(std::string_view input);
 void takeReadings(std::string_view input);
 void hearIgmpFrames(std::string_view input);
 void readOpenFlow(std::string_view input);
+void serveTelnet(std::string_view input);
 
 struct Target {
     std::string_view name;
@@ -46,9 +51,13 @@ inline constexpr Target kTargets[] = {
     {"running_config", readRunningConfig},
     {"stored_files", readStoredFiles},
     {"profile_request", readProfileRequest},
+    {"telnet_reply", readTelnetReply},
+    {"delta_file", readDeltaFile},
     {"profiles", operateProfiles},
     {"templates", operateTemplates},
+    {"vlans", operateVlans},
     {"neighbours", detectNeighbours},
+    {"web_request", serveWebRequest},
     {"switch_script", runSwitchScript},
     {"switch_wire", serveFrames},
     {"switch_control", serveControl},
@@ -56,6 +65,7 @@ inline constexpr Target kTargets[] = {
     {"switch_readings", takeReadings},
     {"switch_igmp", hearIgmpFrames},
     {"switch_openflow", readOpenFlow},
+    {"switch_telnet", serveTelnet},
 };
 
 }  // namespace fuzz

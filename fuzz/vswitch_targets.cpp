@@ -22,6 +22,7 @@
 #include "vswitch/rpc/wire.h"
 #include "vswitch/server/saved_state.h"
 #include "vswitch/server/server.h"
+#include "vswitch/server/telnet_session.h"
 
 using namespace std::chrono_literals;
 
@@ -120,6 +121,38 @@ void runSwitchScript(std::string_view input) {
                 require(shown->empty() || shown->ends_with('\n'), "a show command prints whole lines",
                         *shown);
     checkRules(model);
+}
+
+// However a user's input is cut into packets, the session is the same; nobody gets in without the
+// password, which is in no log.
+void serveTelnet(std::string_view input) {
+    std::string outputs[2], logs[2];
+    for (const bool cut : {false, true}) {
+        Server server(smallSwitch());
+        TelnetSession session;
+        const auto feed = [&](std::string_view bytes) {
+            session.feed(bytes);
+            while (const auto text = session.next(server))
+                outputs[cut] += *text;
+        };
+        // Half of the inputs begin behind the login.
+        if (input.starts_with('!'))
+            feed(std::string(kAdminName) + "\r" + kFactoryPassword + "\r");
+        for (std::size_t at = 0; at < input.size(); at += cut ? 1 : input.size())
+            feed(input.substr(at, cut ? 1 : input.size()));
+        std::string_view missing = kFactoryPassword;
+        for (const char c : input)
+            if (!missing.empty() && c == missing.front())
+                missing.remove_prefix(1);
+        require(!session.isLoggedIn() || input.starts_with('!') || missing.empty(),
+                "nobody gets in without the password");
+        for (const auto &line : std::as_const(server).model().logLines())
+            logs[cut] += line.text + "\n";
+        checkRules(std::as_const(server).model());
+        checkConfiguration(std::as_const(server).model());
+    }
+    require(outputs[0] == outputs[1] && logs[0] == logs[1], "packets do not matter", outputs[1]);
+    require(!logs[0].contains(kFactoryPassword), "no password in the log", logs[0]);
 }
 
 // Frames as they come on a connection; the last one may be cut short.

@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <ctime>
+#include <optional>
 
 namespace platform {
 
@@ -21,6 +22,10 @@ Duration monotonicNow();
 
 // Time of day, seconds and nanoseconds since 1970-01-01 UTC.
 std::timespec wallNow();
+
+// Whole seconds since the system was started, as sysinfo() reports them; nothing when that fails. Begins anew
+// with a reboot.
+std::optional<long> systemUptime();
 
 // How many times as fast as real time this clock runs: for code that converts durations measured in real
 // time.

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <atomic>
 #include <condition_variable>
 #include <mutex>
 #include <set>
@@ -10,6 +11,9 @@ namespace {
 
 constexpr std::time_t kWallStart = 1767225600;  // 2026-01-01 00:00:00 UTC
 
+constexpr long kUptimeStart = 100'000;
+
+std::atomic<bool> uptimeKnown = true;
 std::mutex mutex;
 std::condition_variable timeMoved;
 std::condition_variable sleepersChanged;
@@ -53,12 +57,23 @@ std::timespec wallNow() {
     return out;
 }
 
+std::optional<long> systemUptime() {
+    const auto since = monotonicNow();
+    return uptimeKnown ? std::optional(kUptimeStart + static_cast<long>(since.count() / 1'000'000))
+                       : std::nullopt;
+}
+
 namespace manual_clock {
+
+void setUptimeKnown(bool known) {
+    uptimeKnown = known;
+}
 
 void reset() {
     const std::lock_guard lock(mutex);
     now = slept = Duration::zero();
     autoAdvance = false;
+    uptimeKnown = true;
 }
 
 void setAutoAdvance(bool on) {

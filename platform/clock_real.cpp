@@ -1,3 +1,5 @@
+#include <sys/sysinfo.h>
+
 #include <thread>
 
 #include "platform/clock.h"
@@ -20,6 +22,11 @@ std::timespec wallNow() {
     std::timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
     return now;
+}
+
+std::optional<long> systemUptime() {
+    struct sysinfo info{};
+    return sysinfo(&info) == 0 ? std::optional(info.uptime) : std::nullopt;
 }
 
 }  // namespace platform

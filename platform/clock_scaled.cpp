@@ -1,6 +1,8 @@
 // The clock of virtual switch builds. PAVO_CLOCK_SCALE (1 to 10000, default 1) is how many times faster than
 // real time it runs; PAVO_CLOCK_ORIGIN (seconds since 1970) is the moment at which both clocks show the same
 // time, so that processes started one after another agree.
+#include <sys/sysinfo.h>
+
 #include <cstdlib>
 #include <thread>
 
@@ -57,6 +59,13 @@ void sleepFor(Duration time) {
 Duration monotonicNow() {
     const auto now = duration_cast<nanoseconds>(std::chrono::steady_clock::now().time_since_epoch());
     return Duration(static_cast<std::int64_t>(static_cast<double>(now.count()) * scale().factor / 1000.0));
+}
+
+std::optional<long> systemUptime() {
+    struct sysinfo info{};
+    if (sysinfo(&info) != 0)
+        return std::nullopt;
+    return static_cast<long>(static_cast<double>(info.uptime) * scale().factor);
 }
 
 std::timespec wallNow() {

@@ -19,6 +19,9 @@ void reset();
 
 void setAutoAdvance(bool on);
 
+// Whether systemUptime() tells anything, which it does after reset().
+void setUptimeKnown(bool known);
+
 // Moves the time forward by `time`, stopping at every deadline on the way so that each sleeper wakes at its
 // own time. Returns when the last sleeper due has left its sleep; what that thread does next is not waited
 // for.

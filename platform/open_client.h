@@ -64,6 +64,9 @@ enum { OPEN_SWITCHPORT_MODE_GENERAL = 1, OPEN_SWITCHPORT_MODE_ACCESS = 2, OPEN_S
 // Type of a forwarding table entry.
 enum { OPEN_FDB_ADDR_STATIC = 0, OPEN_FDB_ADDR_LEARNED = 1 };
 
+// Frames that an interface accepts: all, only those with a VLAN tag, or only those without.
+enum { OPEN_VLAN_ACCEPT_ALL = 1, OPEN_VLAN_ACCEPT_VLAN_ONLY = 2, OPEN_VLAN_ACCEPT_UNTAGGED_ONLY = 3 };
+
 // Duplex mode of a setting or of a link.
 enum { OPEN_DUPLEX_AUTO = 0, OPEN_DUPLEX_HALF = 1, OPEN_DUPLEX_FULL = 2 };
 
@@ -244,6 +247,9 @@ open_error_t openapiVlanIfParticipationStatusGet(openapiClientHandle_t *client, 
                                                  uint32_t ifNum, uint32_t *takesPart);
 open_error_t rpcclt_openapiVlanIfCurrentParticipationGet(openapiClientHandle_t *client, uint32_t vlanId,
                                                          uint32_t ifNum, uint32_t *mode);
+// OPEN_VLAN_ACCEPT_; it takes effect at once.
+open_error_t rpcclt_openapiVlanIfAcceptFrameTypeSet(openapiClientHandle_t *client, uint32_t ifNum,
+                                                    uint32_t frames);
 // VLANs that the interface carries tagged: `list` receives 16-bit VLAN ids in ascending order, as many as
 // fit; its `size` is the capacity in bytes on entry and the bytes used on return.
 open_error_t rpcclt_openapiDot1qSwPortTaggedVlanListGet(openapiClientHandle_t *client, uint32_t ifNum,
@@ -506,6 +512,20 @@ open_error_t rpcclt_openapiAclIntfDirDelete(openapiClientHandle_t *client, uint3
 // Next interface on which a multicast router has been configured.
 open_error_t rpcclt_openapiSnoopIntfMrouterStateNextGet(openapiClientHandle_t *client, uint32_t family,
                                                         uint32_t ifNum, uint32_t *next);
+
+// --- users of the command line
+
+// What a user may do. A blocked one cannot log in, a reader cannot enter privileged mode.
+enum { OPEN_USER_LEVEL_BLOCKED = 0, OPEN_USER_LEVEL_READ = 1, OPEN_USER_LEVEL_ADMIN = 15 };
+
+// Room that user names and passwords need, with the terminating zero.
+open_error_t rpcclt_openapiUserNameSizeGet(openapiClientHandle_t *client, uint32_t *size);
+open_error_t rpcclt_openapiPasswordSizeGet(openapiClientHandle_t *client, uint32_t *size);
+// The password of a user in clear text. OPEN_E_NOT_FOUND when there is no such user, here and below.
+open_error_t rpcclt_openapiUserPasswordGet(openapiClientHandle_t *client, open_buffdesc *name,
+                                           open_buffdesc *password);
+// OPEN_USER_LEVEL_.
+open_error_t rpcclt_openapiUserLevelGet(openapiClientHandle_t *client, open_buffdesc *name, uint32_t *level);
 
 #ifdef __cplusplus
 }

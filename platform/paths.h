@@ -63,6 +63,11 @@ inline constexpr const char *kShureConfig = "/tmp/shure_config";
 inline constexpr const char *kShureIn = "/mnt/application/pavo/tmp/shure_in";
 inline constexpr const char *kShureOut = "/mnt/application/pavo/tmp/shure_out";
 inline constexpr const char *kVlanShowProfileFast = "/tmp/vlan_show_profile_fast.txt";
+// Single commands and what comes of them.
+inline constexpr const char *kCommandIn = "/mnt/application/pavo/tmp/pavo_cmd_in_file.txt";
+inline constexpr const char *kCommandOut = "/mnt/application/pavo/tmp/pavo_cmd_out_file.txt";
+// Held while these two are in use.
+inline constexpr const char *kCommandLock = "/tmp/pavo_cmd_file.lock";
 // A printf format: concurrent callers each have a number of their own.
 inline constexpr const char *kIpInterfaceBriefShow =
     "/mnt/application/pavo/tmp/pavo_out_show_ip_interface_brief_%d";
@@ -93,11 +98,22 @@ inline constexpr const char *kVendorDb = "/usr/local/appmgr/usr/share/pavo/oui/o
 // Shared with the switch's DHCP server.
 inline constexpr const char *kHostDb = "/mnt/fastpath/dhcpReservation.db";
 
+// --- web interface
+// One file for each session, named by its token; see web/sessions.h.
+inline constexpr const char *kSessionDir = "/tmp/session";
+// Held by pavo_webd for as long as it runs.
+inline constexpr const char *kResidentLock = "/tmp/pavo_webd.lock";
+
 // --- ports and LAGs: settings, counters, optics, trunks, mirroring
 
 // --- system: identity, health, time, log, images, RADIUS, PTP
 
 // --- neighbours: ARP, LLDP management addresses, switch-port mode
+
+// --- VLANs
+
+// Held by whoever reads or changes the automatic switchport mode: its files have fixed names.
+inline constexpr const char *kSwitchportModeLock = "/tmp/switchportModeAuto.lock";
 
 // --- multicast: access lists, IGMP snooping
 

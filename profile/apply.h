@@ -14,8 +14,8 @@
 
 #include "common/result.h"
 #include "profile/plan.h"
-#include "profile/profile_lock.h"
 #include "profile/request.h"
+#include "store/profile_lock.h"
 #include "swapi/switch.h"
 
 namespace pavo {

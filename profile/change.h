@@ -10,8 +10,8 @@
 
 #include "common/result.h"
 #include "profile/feature_needs.h"
-#include "profile/profile_lock.h"
 #include "profile/session.h"
+#include "store/profile_lock.h"
 
 namespace pavo {
 

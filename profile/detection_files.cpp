@@ -173,10 +173,6 @@ std::string detectionFilePath(std::string_view profileType) {
     return profileExFilePath(profileType);
 }
 
-std::string profileExFilePath(std::string_view profileType) {
-    return std::string(platform::paths::kPavoExDir) + "/" + profileTemplateFileName(profileType);
-}
-
 Result<> writeDetectionFile(const DetectionFile &file, const ProfileRequest &request,
                             const std::string &document) {
     const Where where(file.operation, __LINE__);

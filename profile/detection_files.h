@@ -39,9 +39,6 @@ const DetectionFile &detectionFileOf(std::string_view profileType);
 // Where detection finds the file for a type (a fixed path): its own one, or the request as it is kept.
 std::string detectionFilePath(std::string_view profileType);
 
-// The file that keeps the whole request of a type with several VLANs.
-std::string profileExFilePath(std::string_view profileType);
-
 // Writes one file for a request, whatever its type.
 Result<> writeDetectionFile(const DetectionFile &file, const ProfileRequest &request,
                             const std::string &document = {});

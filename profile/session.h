@@ -9,10 +9,10 @@
 
 #include "common/result.h"
 #include "profile/port_names.h"
-#include "profile/profile_lock.h"
 #include "profile/record.h"
 #include "profile/switch_state.h"
 #include "store/profile_db.h"
+#include "store/profile_lock.h"
 #include "swapi/switch.h"
 
 namespace pavo {

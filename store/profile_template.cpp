@@ -80,6 +80,11 @@ std::string profileTemplateUserPath(std::string_view typeName) {
     return templatePath(typeName, kUserNameMax).substr(0, kUserPathMax);
 }
 
+std::string profileExFilePath(std::string_view typeName) {
+    const std::string name = profileTemplateFileName(typeName);
+    return isPlainFileName(name) ? std::string(platform::paths::kPavoExDir) + "/" + name : std::string();
+}
+
 std::optional<ProfileTemplate> ProfileTemplate::parse(const std::string &text) {
     const JsonPtr json(cJSON_Parse(text.c_str()));
     if (json == nullptr)

@@ -39,6 +39,9 @@ std::vector<std::string> profileTemplateCandidates(std::string_view typeName);
 // always were, and paths to 126.
 std::string profileTemplateUserPath(std::string_view typeName);
 
+// The file that keeps the whole apply request of a profile type with several VLANs.
+std::string profileExFilePath(std::string_view typeName);
+
 // The keys that mean something to the switch.
 enum class TemplateKey : std::uint8_t {
     Ptp,

@@ -11,11 +11,14 @@
 #include <atomic>
 #include <cerrno>
 #include <charconv>
+#include <chrono>
 #include <csignal>
 #include <cstring>
+#include <thread>
 
 #include "common/files.h"
 #include "common/log.h"
+#include "common/owners.h"
 #include "common/text.h"
 #include "platform/paths.h"
 #include "store/sqlite.h"
@@ -82,10 +85,22 @@ char lastByte(int fd) {
     return read ? last : '\n';
 }
 
+// The reader keeps others from opening the file while it empties it (store/delta_file.h): a matter of
+// microseconds, and longer only when it is stopped in that moment.
+FilePtr openDelta() {
+    constexpr int kTries = 1000;
+    for (int i = 0;; ++i) {
+        FilePtr file = openFile(platform::paths::kResponseCacheDelta, "a+");
+        if (file != nullptr || errno != EWOULDBLOCK || i == kTries)
+            return file;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+}
+
 // In one piece: others append at the same time, and no lock is held. A line that a full disk has cut short is
 // ended first, or the two names would become one.
 bool appendToDelta(std::string_view name) {
-    const FilePtr file = openFile(platform::paths::kResponseCacheDelta, "a+");
+    const FilePtr file = openDelta();
     if (file == nullptr)
         return false;
     const int fd = fileno(file.get());
@@ -268,7 +283,8 @@ int openLockFile(const std::string &file) {
         open(platform::fsPath(kApiLockDir).c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     if (folder < 0)
         return -1;
-    int fd = openat(folder, file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600);
+    int fd = openShared(std::string(kApiLockDir) + '/' + file,
+                        O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600);
     int error = errno;
     if (fd == 0) {
         fd = fcntl(0, F_DUPFD_CLOEXEC, 1);
@@ -296,7 +312,7 @@ std::string shownName(std::string_view name) {
 }  // namespace
 
 bool ensureApiLockDir(Where where) {
-    if (mkdir(platform::fsPath(kApiLockDir).c_str(), 0755) == 0 || errno == EEXIST)
+    if (makeSharedFolder(kApiLockDir, 0755) || errno == EEXIST)
         return true;
     logError(where, "[%s:%d] rest_db_lock: mkdir(%s) failed: %s\n", kApiLockDir, std::strerror(errno));
     return false;
@@ -376,6 +392,16 @@ std::optional<Thread> parseThread(std::string_view line) {
     return Thread{ids[0], ids[1]};
 }
 
+// Whoever has written the file may name processes of his own only, also where root reads it.
+bool isOfOwner(pid_t process, std::FILE *file) {
+    struct stat written{};
+    struct stat running{};
+    return fstat(fileno(file), &written) == 0 &&
+           (geteuid() != 0 || written.st_uid == 0 ||
+            stat(("/proc/" + std::to_string(process)).c_str(), &running) != 0 ||
+            running.st_uid == written.st_uid);
+}
+
 }  // namespace
 
 void signalWebServer(Where where) {
@@ -396,7 +422,10 @@ void signalWebServer(Where where) {
     }
     if (target->process == 0 || target->thread == 0)
         return;
-    if (syscall(SYS_tgkill, target->process, target->thread, SIGINT) != 0)
+    const bool mayBeTold = isOfOwner(target->process, file.get());
+    if (!mayBeTold)
+        errno = EPERM;
+    if (!mayBeTold || syscall(SYS_tgkill, target->process, target->thread, SIGINT) != 0)
         logError(where, "[%s:%d] %s(): cannot signal thread %d of process %d: %s\n", where.function(),
                  target->thread, target->process, std::strerror(errno));
 }

@@ -1,12 +1,15 @@
 #include "store/sqlite.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 
 #include "common/json.h"
+#include "common/owners.h"
 #include "platform/paths.h"
 
 namespace pavo {
@@ -52,6 +55,14 @@ int Connection::open(const std::string &fixedPath, Access access, std::chrono::m
         db_.reset();
         return SQLITE_CANTOPEN;
     }
+    // Made here, so that it belongs to whom it should; a file without anything in it is an empty database.
+    if (access == Access::Create && geteuid() == 0)
+        if (const int fd =
+                openShared(fixedPath, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0644);
+            fd >= 0) {
+            close(fd);
+            access = Access::Write;
+        }
     sqlite3 *handle = nullptr;
     const int code = sqlite3_open_v2(refuse ? resolveFolder(path).c_str() : path.c_str(), &handle,
                                      flagsFor(access) | (refuse ? SQLITE_OPEN_NOFOLLOW : 0), nullptr);

@@ -152,6 +152,22 @@ Refreshed writeBackAnswer(openapiClientHandle_t *client, const WriteBackRow &row
     return done;
 }
 
+Result<std::string> produceAnswer(openapiClientHandle_t *client, const WriteBackRow &row, Where where) {
+    if (!row.isLinked() || row.key == nullptr) {
+        logError(where, "[%s:%d] %s: %s not linked\n", row.api, row.producer);
+        return failed(ResultCode::NotImplemented, row.api);
+    }
+    const Produced produced =
+        std::visit([&](auto produce) { return run(produce, row, client); }, row.produce);
+    if (produced.outOfMemory) {
+        logError(where, "[%s:%d] %s: alloc failed\n", row.api);
+        return failed(ResultCode::InvalidPointer);
+    }
+    if (produced.result != 0 || produced.data == nullptr)
+        return failed(produced.result != 0 ? static_cast<ResultCode>(produced.result) : ResultCode::Failed);
+    return std::string(produced.data.get());
+}
+
 std::int32_t rest_db_writeback(openapiClientHandle_t *handle, const char *api_name) {
     if (handle == nullptr || api_name == nullptr) {
         logError("[%s:%d] rest_db_writeback: NULL handle or api_name\n");

@@ -15,8 +15,10 @@
 #include <cstdint>
 #include <source_location>
 #include <span>
+#include <string>
 #include <variant>
 
+#include "common/result.h"
 #include "common/where.h"
 #include "platform/open_client.h"
 
@@ -56,6 +58,11 @@ struct Refreshed {
 };
 Refreshed writeBackAnswer(openapiClientHandle_t *client, const WriteBackRow &row,
                           Where where = std::source_location::current());
+
+// The data of an answer, produced anew and not stored. Failed with the producer's result as code (logged by the
+// producer); NotImplemented when that is not linked, or stores by itself.
+Result<std::string> produceAnswer(openapiClientHandle_t *client, const WriteBackRow &row,
+                                  Where where = std::source_location::current());
 
 // --- refreshers
 //

@@ -139,16 +139,19 @@ Result<> Switch::applyFileNdc(const std::string &in, const std::string &out, Whe
 }
 
 Result<> Switch::captureShow(std::string_view command, const std::string &file, Where where) const {
-    const std::string shownCommand(command.substr(0, kShowCommandSize - 1));
-    const std::string shownFile = file.substr(0, kShowFileSize - 1);
-    removeFile(shownFile);  // no reader may take an earlier output for this one
-    open_buffdesc commandText = descriptorOf(shownCommand);
-    open_buffdesc fileText = descriptorOf(shownFile);
-    const open_error_t code = rpcclt_openapiCliShowExecuteToFile(client_, &commandText, &fileText);
-    if (code == OPEN_E_NONE)
+    const auto captured = tryCaptureShow(std::string(command.substr(0, kShowCommandSize - 1)),
+                                         file.substr(0, kShowFileSize - 1));
+    if (captured)
         return {};
-    logError(where, "[%s:%d] Execute show cmd faile, result:%d\r\n", code);
+    logError(where, "[%s:%d] Execute show cmd faile, result:%d\r\n", captured.error());
     return failed(ResultCode::Failed, "the switch refused a show command");
+}
+
+OpenResult<> Switch::tryCaptureShow(const std::string &command, const std::string &file) const {
+    removeFile(file);  // no reader may take an earlier output for this one
+    open_buffdesc commandText = descriptorOf(command);
+    open_buffdesc fileText = descriptorOf(file);
+    return openResult(rpcclt_openapiCliShowExecuteToFile(client_, &commandText, &fileText));
 }
 
 Result<std::string> Switch::show(std::string_view command, const std::string &file, Where where,
@@ -338,6 +341,17 @@ OpenResult<std::string> Switch::vlanName(VlanId id, std::uint32_t size) const {
     });
 }
 
+OpenResult<> Switch::createVlan(VlanId id) const {
+    return openResult(rpcclt_openapiVlanCreate(client_, id.number()));
+}
+
+OpenResult<> Switch::setVlanName(VlanId id, std::string_view name, std::uint32_t size) const {
+    std::string buffer(name.substr(0, size));
+    buffer.resize(size);
+    open_buffdesc text{size, buffer.data()};
+    return openResult(rpcclt_openapiVlanNameSet(client_, id.number(), &text));
+}
+
 OpenResult<> Switch::deleteVlan(VlanId id) const {
     return openResult(rpcclt_openapiVlanDelete(client_, id.number()));
 }
@@ -363,6 +377,18 @@ OpenResult<Tagging> Switch::tagging(IfNum ifNum, VlanId id) const {
 OpenResult<Participation> Switch::participation(IfNum ifNum, VlanId id) const {
     return readNumber<Participation>([&](std::uint32_t *mode) {
         return rpcclt_openapiVlanIfCurrentParticipationGet(client_, id.number(), ifNum.number(), mode);
+    });
+}
+
+OpenResult<Participation> Switch::configuredParticipation(IfNum ifNum, VlanId id) const {
+    return readNumber<Participation>([&](std::uint32_t *mode) {
+        return rpcclt_openapiVlanIfParticipationGet(client_, id.number(), ifNum.number(), mode);
+    });
+}
+
+OpenResult<bool> Switch::takesPart(IfNum ifNum, VlanId id) const {
+    return readNumber<bool>([&](std::uint32_t *status) {
+        return openapiVlanIfParticipationStatusGet(client_, id.number(), ifNum.number(), status);
     });
 }
 
@@ -394,6 +420,11 @@ OpenResult<> Switch::setTagging(IfNum ifNum, VlanId id, Tagging tagging) const {
 OpenResult<> Switch::setParticipation(IfNum ifNum, VlanId id, Participation participation) const {
     return openResult(rpcclt_openapiVlanIfParticipationSet(client_, id.number(), ifNum.number(),
                                                            static_cast<std::uint32_t>(participation)));
+}
+
+OpenResult<> Switch::setAcceptFrames(IfNum ifNum, AcceptFrames frames) const {
+    return openResult(
+        rpcclt_openapiVlanIfAcceptFrameTypeSet(client_, ifNum.number(), static_cast<std::uint32_t>(frames)));
 }
 
 // --- PTP, spanning tree

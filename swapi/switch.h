@@ -48,6 +48,13 @@ enum class Participation : std::uint32_t {
 
 enum class Tagging : std::uint32_t { Untagged = 0, Tagged = 1 };
 
+// Which frames an interface accepts.
+enum class AcceptFrames : std::uint32_t {
+    All = OPEN_VLAN_ACCEPT_ALL,
+    VlanOnly = OPEN_VLAN_ACCEPT_VLAN_ONLY,
+    UntaggedOnly = OPEN_VLAN_ACCEPT_UNTAGGED_ONLY,
+};
+
 enum class AdminState : std::uint32_t { Disabled = OPEN_DISABLE, Enabled = OPEN_ENABLE };
 
 // 802.1X port control.
@@ -185,6 +192,8 @@ class Switch {
     // Only the capture. Commands are cut to 254 characters and paths to 95, as the switch has room for.
     Result<> captureShow(std::string_view command, const std::string &file,
                          Where where = std::source_location::current()) const;
+    // The same, uncut and without a word in the log.
+    OpenResult<> tryCaptureShow(const std::string &command, const std::string &file) const;
 
     // --- interfaces, ascending
 
@@ -234,7 +243,10 @@ class Switch {
     OpenResult<std::uint32_t> vlanNameSize() const;
     // `size` is vlanNameSize().
     OpenResult<std::string> vlanName(VlanId id, std::uint32_t size) const;
+    OpenResult<> createVlan(VlanId id) const;
     OpenResult<> deleteVlan(VlanId id) const;
+    // In a buffer of `size` bytes, terminated when there is room; what does not fit is cut.
+    OpenResult<> setVlanName(VlanId id, std::string_view name, std::uint32_t size) const;
 
     // Failed for a number that is no VLAN's; the second form gives it all the same.
     OpenResult<VlanId> pvid(IfNum ifNum) const;
@@ -242,6 +254,8 @@ class Switch {
     OpenResult<Tagging> tagging(IfNum ifNum, VlanId id) const;
     // What is in effect at present.
     OpenResult<Participation> participation(IfNum ifNum, VlanId id) const;
+    OpenResult<Participation> configuredParticipation(IfNum ifNum, VlanId id) const;
+    OpenResult<bool> takesPart(IfNum ifNum, VlanId id) const;  // at present
     // Ascending.
     OpenResult<std::vector<VlanId>> taggedVlans(IfNum ifNum) const;
     // The same as the call writes it: 16-bit numbers, as many as fit.
@@ -250,6 +264,7 @@ class Switch {
     OpenResult<> setPvid(IfNum ifNum, VlanId id) const;
     OpenResult<> setTagging(IfNum ifNum, VlanId id, Tagging tagging) const;
     OpenResult<> setParticipation(IfNum ifNum, VlanId id, Participation participation) const;
+    OpenResult<> setAcceptFrames(IfNum ifNum, AcceptFrames frames) const;  // at once
 
     // --- 802.1X
 
@@ -379,6 +394,15 @@ class Switch {
     OpenResult<> unbindAccessList(AccessListId list, IfNum ifNum, Direction direction) const;
     // Interfaces on which a multicast router has been configured, ascending.
     auto routerInterfaces() const { return Walk(RouterStep{client_, IfNum{}}); }
+
+    // --- users of the command line
+
+    // Room that a name and a password need, with the terminating zero.
+    OpenResult<std::uint32_t> userNameSize() const;
+    OpenResult<std::uint32_t> passwordSize() const;
+    // NotFound without such a user. `size` is passwordSize(); the password is in clear text.
+    OpenResult<std::string> userPassword(const std::string &name, std::uint32_t size) const;
+    OpenResult<std::uint32_t> userLevel(const std::string &name) const;  // OPEN_USER_LEVEL_
 
   private:
     struct RuleStep {

@@ -25,6 +25,9 @@ foreach(folder platform common store swapi vlan profile detection web ctl)
 endforeach()
 file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/vswitch/*_test.cpp)
 pavo_test(vswitch_test SOURCES ${sources} LINK common open_client_inprocess vswitch_ovs)
+# With the switch's command line over TCP.
+target_link_libraries(swapi_test PRIVATE vswitch_cli_server)
+target_link_libraries(vswitch_test PRIVATE vswitch_cli_server)
 # The shipped templates are tested as they stand.
 target_compile_definitions(profile_test PRIVATE PAVO_DATA_DIR="${CMAKE_SOURCE_DIR}/data")
 target_compile_definitions(detection_test PRIVATE PAVO_DATA_DIR="${CMAKE_SOURCE_DIR}/data")
@@ -33,6 +36,7 @@ target_compile_definitions(vlan_test PRIVATE PAVO_DATA_DIR="${CMAKE_SOURCE_DIR}/
 # The programs whose producers of cached answers tests/system/cache_test.py lists.
 if(TARGET web_test)
   pavo_link_producers(web_test)
+  target_link_libraries(web_test PRIVATE web_resident web_requests detection open_client_inprocess)
 endif()
 pavo_link_producers(detection_test)
 

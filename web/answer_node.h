@@ -59,6 +59,13 @@ class AnswerNode {
         static_cast<void>(value.json_.release());
         return *this;
     }
+    AnswerNode &appendText(std::string_view text) {
+        JsonPtr item(cJSON_CreateString(wellFormed(text).c_str()));
+        if (item == nullptr || !cJSON_AddItemToArray(json_.get(), item.get()))
+            return note(false);
+        static_cast<void>(item.release());
+        return *this;
+    }
     AnswerNode &append(std::uint32_t value) { return note(appendNumber(json_.get(), value)); }
 
     // In one line; empty when memory ran out, now or before.

@@ -28,7 +28,12 @@ _pavoctl() {
         /) words=$'profile\nvlan\nneighbours\nmulticast\ncache\nvendor\nnice\n--json\n--help' ;;
         profile/) words=$'types\ntemplates\nlist\nshow\nstatus\napply\ndelete\n--help' ;;
         neighbours/) words=$'--follow\n--interval\n--json\n--help' ;;
-        vlan/) words=$'list\nshow\n--help' ;;
+        vlan/) words=$'list\nshow\ninterfaces\ncreate\ndelete\nname\nparticipation\ntagging\npvid\nframes\nauto\n--help' ;;
+        vlan/participation) words=$'include\nauto\nexclude\n--force\n--help' ;;
+        vlan/tagging) words=$'tagged\nuntagged\n--force\n--help' ;;
+        vlan/frames) words=$'all\nvlanonly\nadmituntaggedonly\n--force\n--help' ;;
+        vlan/auto) words=$'enable\ndisable\n--help' ;;
+        vlan/delete | vlan/name | vlan/pvid) words=$'--force\n--help' ;;
         multicast/) words=$'groups\nmode\ndeny\n--help' ;;
         multicast/groups) words=$'--cache\n--help' ;;
         multicast/mode) words=$'normal\nrouter\nblocked\n--help' ;;

@@ -20,6 +20,7 @@ from rig import FOLDERS, Rig  # noqa: E402
 SCRATCH = "/dev/shm" if os.access("/dev/shm", os.W_OK | os.X_OK) else BUILD
 LIMIT = 60  # real seconds that any one event may take
 FOLDERS["cache_client"] = FOLDERS["web_test"] = "tests"
+FOLDERS["pavo_cgi"] = FOLDERS["pavo_webd"] = FOLDERS["route_documents"] = "web"
 
 
 def run(command, check=False, **options):

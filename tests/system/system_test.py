@@ -521,6 +521,24 @@ class SystemTest(RigTest):
         self.assertEqual((20, [1, 2, 3, 4, 7]), (vlan["vlanId"], vlan["untagPorts"]))
         self.assertIn("Audio Dante", ctl("vlan", "show", "20"))
         ctl("vlan", "show", "4000", status=1)
+        self.assertEqual("created 700-701\n", ctl("vlan", "create", "700-701"))
+        self.rig.cli("configure", "ip management vlan 701 dhcp", "interface vlan 700", "routing")
+        for vlans, why in (("20", 'profile "B\u00fchne" has VLAN 20; --force'), ("701", "the management interface; --force"),
+                           ("700", "a routing interface; --force"), ("700,1", "VLAN 1 cannot be deleted"),
+                           ("700,", "is no list"), ("701-700", "is no list"), ("7-x", "is no list")):
+            self.assertIn(why, ctl("vlan", "delete", vlans, status=1))
+        self.assertEqual({"vlans": [], "profiles": [{"name": "B\u00fchne", "has": ["VLAN 20"]}]},
+                         json.loads(ctl("--json", "vlan", "name", "20", "x", "--force"))["vlanChange"])
+        self.assertIn('profile "B\u00fchne" has VLAN 20, which applying it again brings back',
+                      ctl("vlan", "name", "20", "B\u00fchne", "--force"))
+        ctl("vlan", "name", "700", "foyer")
+        self.assertEqual("foyer\n", ctl("vlan", "name", "700"))
+        ctl("vlan", "participation", "700", "include")
+        self.assertRegex(ctl("vlan", "interfaces", "700"), r"(?m)^lag 24 +Include +Include +Untagged$")
+        ctl("vlan", "tagging", "700", "yes", status=2)
+        self.assertIn("there is no VLAN 99", ctl("vlan", "tagging", "99", "tagged", status=1))
+        self.assertEqual("deleted 700-701\n", ctl("vlan", "delete", "700-703", "--force"))
+        self.assertEqual("disable\n", ctl("vlan", "auto"))
 
         self.plan_and_status(ctl)
 
@@ -567,9 +585,14 @@ class ProgramTest(unittest.TestCase):
                          for folder, _, names in os.walk(stage) for name in names}
             templates = {os.path.join(TEMPLATES[1:], name)
                          for name in os.listdir(os.path.join(TREE, "data", "profileTemplate"))}
+            web = {f"usr/libexec/pavo/{name}"
+                   for name in ("pavo_cgi", "pavo_webd", "route_documents", "make-web-config.sh")}
+            units = {f"usr/lib/systemd/system/{name}.service" for name in ("pavo_detection", "pavo_web", "pavo_webd")}
             self.assertEqual({"usr/sbin/pavo_detection", "usr/bin/pavoctl", "usr/sbin/vswitchd", "usr/bin/vswitchctl",
                               "usr/share/bash-completion/completions/pavoctl", "usr/share/doc/pavo/README.md",
-                              "usr/share/doc/pavo/CHANGELOG.md", VENDORS[1:]} | templates, installed)
+                              "usr/share/doc/pavo/CHANGELOG.md", "usr/share/pavo/openapi.json",
+                              "usr/lib/sysusers.d/pavo.conf", "usr/lib/tmpfiles.d/pavo.conf",
+                              VENDORS[1:]} | templates | web | units, installed)
 
             def pavoctl(*words):
                 return run([os.path.join(stage, "usr/bin/pavoctl"), *words], env=dict(os.environ, PAVO_ROOT=stage),

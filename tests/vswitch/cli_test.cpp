@@ -159,6 +159,7 @@ mrp leavetime 60; description "uplink"; vlan participation include 4094; vlan pv
 no port-channel static; port-channel name "up \"1\""; port-channel load-balance 6; switchport mode access)";
 // And what it shows otherwise, or not at all.
 constexpr const char *kNotShown = R"(ptp clock e2e-transparent; queue cos-queue strict all 6 4
+username desk password "close sesame" level 0; username admin password "simsalabim"
 radius server key auth 10.0.0.5 "open sesame"; aaa ias-user username a@b.c password "say sesame"
 interface 0/1-0/3; no ptp clock e2e-transparent
 interface vlan 21; routing; routing)";
@@ -174,7 +175,8 @@ no snmp-server location; no snmp-server contact; no clock timezone; no sntp clie
 no sntp server time.example; logging buffered; no logging console; no logging syslog; no logging host 10.0.0.7
 no radius server timeout; no radius server retransmit; no radius server key auth 10.0.0.5
 no radius server host auth 10.0.0.5; no radius server host acct 10.0.0.5
-no aaa authentication dot1x default; no aaa ias-user username a@b.c
+no aaa authentication dot1x default; no aaa ias-user username a@b.c; no username desk
+username admin password switch1234
 no port-channel auto; no port-channel auto load-balance; no monitor session 1 source interface 0/1
 no monitor session 1 source interface 0/2; no monitor session 1 source interface lag 2
 no monitor session 1 destination interface; no monitor session 1 mode; no monitor session 4

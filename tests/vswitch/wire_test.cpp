@@ -169,7 +169,9 @@ TEST_F(WireTest, ArgumentsOutOfRangeAndNames) {
           rpcclt_openapiVlanIfPvidSet(c, 73, 10), rpcclt_openapiVlanIfTaggingSet(c, 1, 10, 2),
           rpcclt_openapiVlanIfParticipationSet(c, 10, 1, 3),
           rpcclt_openapiVlanIfParticipationSet(c, 10, UINT32_MAX, 0), rpcclt_openapiLagPortAdd(c, 1, 2),
-          rpcclt_openapiLagPortAdd(c, 49, 50), rpcclt_openapiDot1xPortControlModeSet(c, 49, OPEN_DOT1X_AUTO)})
+          rpcclt_openapiVlanIfAcceptFrameTypeSet(c, 1, 0), rpcclt_openapiVlanIfAcceptFrameTypeSet(c, 1, 4),
+          rpcclt_openapiVlanIfAcceptFrameTypeSet(c, 73, 1), rpcclt_openapiLagPortAdd(c, 49, 50),
+          rpcclt_openapiDot1xPortControlModeSet(c, 49, OPEN_DOT1X_AUTO)})
         EXPECT_EQ(OPEN_E_PARAM, result);
     for (const auto result : {openapiVlanCreatedCheck(c, 65546), rpcclt_openapiVlanIfPvidSet(c, 1, 11),
                               openapiVlanIfPvidGet(c, 0, &length), rpcclt_openapiLagPortDelete(c, 49, 1),

@@ -269,9 +269,10 @@ const std::vector<const Command *> &allCommands() {
     static const auto rows = [] {
         std::vector<const Command *> all;
         for (const auto table :
-             {sessionCommands(), vlanCommands(), systemCommands(), managementCommands(), dot1xCommands(),
-              multicastCommands(), avCommands(), qosCommands(), accessListCommands(), interfaceCommands(),
-              switchportCommands(), lagCommands(), portCommands(), routingCommands(), showCommands()})
+             {sessionCommands(), vlanCommands(), systemCommands(), userCommands(), managementCommands(),
+              dot1xCommands(), multicastCommands(), avCommands(), qosCommands(), accessListCommands(),
+              interfaceCommands(), switchportCommands(), lagCommands(), portCommands(), routingCommands(),
+              showCommands()})
             for (const auto &command : table)
                 all.push_back(&command);
         return all;
@@ -422,6 +423,8 @@ std::string Cli::prompt(const CliSession &session) const {
     switch (session.mode()) {
         case CliMode::Exec:
             return name + "#";
+        case CliMode::UserExec:
+            return name + ">";
         case CliMode::Config:
             return name + "(Config)#";
         case CliMode::VlanDatabase:

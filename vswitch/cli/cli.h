@@ -22,17 +22,20 @@ enum class CliMode : std::uint8_t {
     PolicyMap,
     PolicyClass,
     IpAccessList,
-    MacAccessList
+    MacAccessList,
+    UserExec
 };
 
 // Where a user is: the modes entered, innermost last, and the interfaces or the VLAN that "interface"
-// selected.
+// selected. Scripts and operators begin in privileged mode (Exec), users who log in below it (UserExec).
 struct CliSession {
     std::vector<CliMode> modes{CliMode::Exec};
     std::vector<IfNum> interfaces;
     VlanId vlan = 0;
     std::string object{};       // the class map, policy map or access list that was entered
     std::string policyClass{};  // the class of the policy map
+    bool mayEnable = true;      // the user may enter privileged mode
+    bool loggedOut = false;     // the user has left
 
     CliMode mode() const { return modes.back(); }
 };

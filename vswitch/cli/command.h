@@ -63,8 +63,10 @@ inline constexpr Modes kPolicyMap = modeBit(CliMode::PolicyMap);
 inline constexpr Modes kPolicyClass = modeBit(CliMode::PolicyClass);
 inline constexpr Modes kIpAccessList = modeBit(CliMode::IpAccessList);
 inline constexpr Modes kMacAccessList = modeBit(CliMode::MacAccessList);
-inline constexpr Modes kAnyMode = kExec | kConfig | kInterface | kVlanDatabase | kVlanInterface | kClassMap |
-                                  kPolicyMap | kPolicyClass | kIpAccessList | kMacAccessList;
+inline constexpr Modes kUserExec = modeBit(CliMode::UserExec);
+inline constexpr Modes kPrivileged = kExec | kConfig | kInterface | kVlanDatabase | kVlanInterface |
+                                     kClassMap | kPolicyMap | kPolicyClass | kIpAccessList | kMacAccessList;
+inline constexpr Modes kAnyMode = kPrivileged | kUserExec;
 // The modes in which "interface" enters another interface's mode.
 inline constexpr Modes kInterfaceEntry = kConfig | kInterface | kVlanInterface;
 
@@ -80,6 +82,7 @@ struct Command {
 std::span<const Command> sessionCommands();
 std::span<const Command> vlanCommands();
 std::span<const Command> systemCommands();
+std::span<const Command> userCommands();
 std::span<const Command> managementCommands();
 std::span<const Command> dot1xCommands();
 std::span<const Command> multicastCommands();

@@ -55,7 +55,23 @@ bool eachInterfaceAndVlan(Context &context, const std::vector<VlanId> &vlans, Ch
 // --- session
 
 const Command kSession[] = {
-    {kExec, "enable", "Enter privileged mode", [](Context &, const Values &) { return true; }},
+    {kUserExec | kExec, "enable", "Enter privileged mode",
+     [](Context &c, const Values &) {
+         if (!c.session.mayEnable)
+             return c.refuse("Access denied: the user has no right to configure.");
+         return c.session.mode() == CliMode::Exec || enter(c, CliMode::Exec);
+     }},
+    {kExec, "disable", "Leave privileged mode",
+     [](Context &c, const Values &) {
+         if (c.session.modes.size() > 1)
+             c.session.modes.pop_back();
+         return true;
+     }},
+    {kUserExec | kExec, "logout", "Log out",
+     [](Context &c, const Values &) {
+         c.session.loggedOut = true;
+         return true;
+     }},
     {kExec, "configure", "Enter global configuration mode",
      [](Context &c, const Values &) { return enter(c, CliMode::Config); }},
     {kExec | kConfig, "vlan database", "Enter VLAN configuration mode",
@@ -64,11 +80,14 @@ const Command kSession[] = {
      [](Context &c, const Values &) {
          if (c.session.modes.size() > 1)
              c.session.modes.pop_back();
+         else
+             c.session.loggedOut = c.session.mode() == CliMode::UserExec;
          return true;
      }},
-    {kAnyMode, "end", "Return to privileged mode",
+    {kPrivileged, "end", "Return to privileged mode",
      [](Context &c, const Values &) {
-         c.session.modes = {CliMode::Exec};
+         while (c.session.mode() != CliMode::Exec)
+             c.session.modes.pop_back();
          return true;
      }},
     {kExec, "clear mac-addr-table all", "Forget the learned addresses",

@@ -276,12 +276,12 @@ bool showLag(Context &c, const Values &v) {
 }
 
 const Command kShow[] = {
-    {kAnyMode, "show running-config", "The configuration as commands",
+    {kPrivileged, "show running-config", "The configuration as commands",
      [](Context &c, const Values &) {
          c.out += runningConfig(c.model);
          return true;
      }},
-    {kAnyMode, "show running-config interface <port>", "The configuration of one port",
+    {kPrivileged, "show running-config interface <port>", "The configuration of one port",
      [](Context &c, const Values &v) {
          c.out += runningConfigOf(c.model, *c.model.interface(v[0].number));
          return true;

@@ -13,6 +13,16 @@ namespace {
 
 using namespace vswitch::rpc;
 
+// Replies may have passwords in them: strings are not copied, and the reply is wiped.
+bool stayInPlace(msgpack::type::object_type, std::size_t, void *) {
+    return true;
+}
+
+struct Wiped {
+    std::string &text;
+    ~Wiped() { explicit_bzero(text.data(), text.size()); }
+};
+
 // Marks a registered handle; the connections belong to the transport.
 int registered;
 
@@ -37,7 +47,8 @@ open_error_t call(const openapiClientHandle_t *client, const char *name, typenam
     if (!vswitch::client::exchange(request.data(), request.size(), reply,
                                    isCheck ? vswitch::client::kCheckLimit : vswitch::client::kCallLimit))
         return OPEN_E_RPC;
-    const auto unpacked = msgpack::unpack(reply.data(), reply.size());
+    const Wiped wiped{reply};
+    const auto unpacked = msgpack::unpack(reply.data(), reply.size(), stayInPlace);
     if (unpacked.get().type != msgpack::type::ARRAY || unpacked.get().via.array.size == 0)
         return OPEN_E_RPC;
     const auto &results = unpacked.get().via.array;

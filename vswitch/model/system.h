@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "vswitch/model/types.h"
+#include "vswitch/model/users.h"
 
 namespace vswitch {
 
@@ -120,6 +121,7 @@ struct SystemSettings {
     LogSettings log;
     RadiusSettings radius;
     Dot1xSettings dot1x;
+    Users users = factoryUsers();
 };
 
 // --- hardware

@@ -357,6 +357,14 @@ open_error_t Calls::openapiVlanIfParticipationStatusGet(std::uint32_t vlanId, st
     return result;
 }
 
+open_error_t Calls::rpcclt_openapiVlanIfAcceptFrameTypeSet(std::uint32_t ifNum, std::uint32_t frames) {
+    auto *const found = model_.edit(ifNum);
+    if (found == nullptr || frames < OPEN_VLAN_ACCEPT_ALL || frames > OPEN_VLAN_ACCEPT_UNTAGGED_ONLY)
+        return OPEN_E_PARAM;
+    found->acceptFrames = static_cast<AcceptFrames>(frames - OPEN_VLAN_ACCEPT_ALL);
+    return OPEN_E_NONE;
+}
+
 open_error_t Calls::rpcclt_openapiDot1qSwPortTaggedVlanListGet(std::uint32_t ifNum, rpc::Filled &list) {
     const auto *found = model_.interface(ifNum);
     if (found == nullptr)

@@ -10,15 +10,20 @@
 #include <charconv>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <memory>
 #include <sstream>
+#include <stdexcept>
+#include <system_error>
 
+#include "platform/cli_port.h"
 #include "platform/paths.h"
 #include "platform/version.h"
 #include "vswitch/dataplane/ovs_data_plane.h"
 #include "vswitch/rpc/wire.h"
+#include "vswitch/server/cli_server.h"
 #include "vswitch/server/saved_state.h"
 #include "vswitch/server/server.h"
 
@@ -85,8 +90,14 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
 class Listener {
   public:
-    Listener(asio::io_context &io, Server &server, SavedState &state, const std::string &address)
-        : acceptor_(io, stream_protocol::endpoint(address)), timer_(io), server_(server), state_(state) {
+    // `cliServer` may be null.
+    Listener(asio::io_context &io, Server &server, SavedState &state, vswitch::CliServer *cliServer,
+             const std::string &address)
+        : acceptor_(io, stream_protocol::endpoint(address)),
+          timer_(io),
+          server_(server),
+          state_(state),
+          cliServer_(cliServer) {
         accept();
         keepTime();
     }
@@ -110,6 +121,8 @@ class Listener {
             server_.tick();
             server_.exchangeWithDataPlane();
             state_.keep();
+            if (cliServer_ != nullptr)
+                cliServer_->tick();
             keepTime();
         });
     }
@@ -118,11 +131,35 @@ class Listener {
     asio::steady_timer timer_;
     Server &server_;
     SavedState &state_;
+    vswitch::CliServer *cliServer_;
 };
 
 int fail(const std::string &why) {
     std::fprintf(stderr, "vswitchd: %s\n", why.c_str());
     return 1;
+}
+
+// The command line over TCP. Null, with a warning, when somebody else has the port that nobody has
+// chosen: many switches may run on one machine, and only those that are used need one. Throws when the
+// chosen one is not to be had.
+std::unique_ptr<vswitch::CliServer> startCliServer(asio::io_context &io, Server &server, SavedState &state) {
+    const auto port = platform::cliPort();
+    if (port == 0)
+        throw std::invalid_argument("PAVO_CLI_PORT is not a port number");
+    const auto access = [&](const std::function<void(Server &)> &action) {
+        server.tick();
+        action(server);
+        state.keep();  // before the answer goes out
+    };
+    try {
+        return std::make_unique<vswitch::CliServer>(io, port, access);
+    } catch (const std::system_error &e) {
+        const auto why = "no command line on 127.0.0.1:" + std::to_string(port) + ": " + e.code().message();
+        if (std::getenv("PAVO_CLI_PORT") != nullptr)
+            throw std::runtime_error(why);
+        std::fprintf(stderr, "vswitchd: %s; PAVO_CLI_PORT chooses another port\n", why.c_str());
+        return nullptr;
+    }
 }
 
 struct Options {
@@ -194,13 +231,19 @@ int serve(const Options &options) {
 
     // A socket address is short and the root may be deep: bind from inside the folder.
     asio::io_context io(1);
+    const auto cliServer = startCliServer(io, server, state);
     const int folder = ::open(socketPath.parent_path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
     ::unlink(socketPath.c_str());
     const auto mask = ::umask(0077);
-    Listener listener(io, server, state,
+    Listener listener(io, server, state, cliServer.get(),
                       "/proc/self/fd/" + std::to_string(folder) + "/" + socketPath.filename().string());
     ::umask(mask);
     ::close(folder);
+    // Who owns the folder of scripts may call, too: the programs that root does not run.
+    struct stat scripts{};
+    if (::geteuid() == 0 && ::stat(platform::fsPath(platform::paths::kScriptDir).c_str(), &scripts) == 0 &&
+        scripts.st_uid != 0 && ::lchown(socketPath.c_str(), scripts.st_uid, scripts.st_gid) != 0)
+        std::fprintf(stderr, "vswitchd: %s stays root's\n", socketPath.c_str());
 
     asio::signal_set signals(io, SIGINT, SIGTERM);
     signals.async_wait([&](asio::error_code, int) { io.stop(); });
@@ -217,7 +260,9 @@ int serve(const Options &options) {
 
 int main(int argc, char **argv) try {
     CLI::App app{
-        "vswitchd - the virtual switch OS.\nListens on /tmp/vswitchd.sock under the folder PAVO_ROOT."};
+        "vswitchd - the virtual switch OS.\nListens on /tmp/vswitchd.sock under the folder PAVO_ROOT, and "
+        "for telnet "
+        "on 127.0.0.1, port 60000 or PAVO_CLI_PORT."};
     app.set_version_flag("--version", std::string("vswitchd ") + pavoVersion());
     Options options;
     auto &config = options.model;

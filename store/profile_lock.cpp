@@ -1,4 +1,4 @@
-#include "profile/profile_lock.h"
+#include "store/profile_lock.h"
 
 #include <string>
 
@@ -7,9 +7,9 @@
 
 namespace pavo {
 
-Result<ProfileLock> ProfileLock::take(Where where) {
-    auto lock = std::make_unique<FileLock>(platform::paths::kProfileLock, FileLock::Afterwards::Keep,
-                                           kWaitMax, where);
+Result<ProfileLock> ProfileLock::take(Where where, platform::Duration most) {
+    auto lock =
+        std::make_unique<FileLock>(platform::paths::kProfileLock, FileLock::Afterwards::Keep, most, where);
     if (lock->held())
         return ProfileLock(std::move(lock));
     const std::string reason =
