@@ -1,8 +1,10 @@
 """A virtual switch and a detection daemon as real processes under a private root folder."""
 
+import contextlib
 import json
 import os
 import pwd
+import random
 import shutil
 import signal
 import socket
@@ -24,9 +26,12 @@ class Failure(Exception):
 
 
 def free_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
+    """Not one of those that the kernel gives to outgoing connections: it stays free while its user is started again."""
+    while True:
+        port = random.randrange(20000, 32000)
+        with socket.socket() as probe, contextlib.suppress(OSError):
+            probe.bind(("127.0.0.1", port))
+            return port
 
 
 class Rig:

@@ -87,14 +87,18 @@ if [ -z "$plain" ] && [ ! -e "$out/server.pem" ]; then
     done
     (
         umask 077
-        openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 3650 -sha256 \
-            -subj "/CN=${host:0:64}" -addext "subjectAltName=$alternatives" -addext "extendedKeyUsage=serverAuth" \
+        # Of this server alone: whoever trusts it trusts nothing that its key might sign.
+        printf '[req]\ndistinguished_name = dn\n[dn]\n' >"$out/openssl.cnf"
+        openssl req -x509 -config "$out/openssl.cnf" -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 825 \
+            -sha256 -subj "/CN=${host:0:64}" -addext "subjectAltName=$alternatives" \
+            -addext "basicConstraints=critical,CA:FALSE" -addext "keyUsage=critical,digitalSignature" \
+            -addext "extendedKeyUsage=serverAuth" \
             -keyout "$out/server.key.new" -out "$out/server.crt.new" 2>"$out/openssl.log" || {
             cat "$out/openssl.log" >&2
             exit 1
         }
         cat "$out/server.key.new" "$out/server.crt.new" >"$out/server.pem.new"
-        rm -f "$out/server.key.new" "$out/server.crt.new" "$out/server.crt" "$out/openssl.log"
+        rm -f "$out/server.key.new" "$out/server.crt.new" "$out/server.crt" "$out/openssl.log" "$out/openssl.cnf"
         mv "$out/server.pem.new" "$out/server.pem"
     )
 fi
@@ -164,12 +168,12 @@ mimetype.assign = (".html" => "text/html; charset=utf-8", ".js" => "text/javascr
 server.follow-symlink = "disable"
 \$HTTP["url"] =~ "/\\." { url.access-deny = ("") }
 
-# Limits: bodies of at most one MiB, complete before a program runs; clients that dawdle are dropped, and so are programs
+# Limits: bodies of at most one MiB (4 KiB from who has not logged in), complete before a program runs; clients that dawdle are dropped, and so are programs
 # that neither answer nor end.
 server.max-request-size = 1024
 server.max-request-field-size = 8192
-server.max-fds = 4096
-server.max-connections = 1024
+server.max-fds = 8192
+server.max-connections = 2400
 server.max-keep-alive-idle = 10
 server.max-read-idle = 20
 server.max-write-idle = 3600
@@ -199,6 +203,7 @@ CONF
     printf '    cgi.assign = ("%s" => "")\n' "$(basename "$cgi")"
     echo '    cgi.execute-x-only = "enable"'
     echo '    server.range-requests = "disable"'
+    echo '    $REQUEST_HEADER["Session"] == "" { server.max-request-size = 4 }'
     echo '    setenv.add-response-header = ("Cache-Control" => "no-store")'
     if [ ${#variables[@]} -gt 0 ]; then
         echo '    setenv.set-environment = ('
