@@ -55,8 +55,9 @@ bool isName(std::string_view name) {
     return !name.empty() && std::ranges::none_of(name, [](unsigned char c) { return c < 0x20 || c == 0x7f; });
 }
 
-int openCache(Connection &connection, Connection::Access access) {
-    return connection.open(kResponseCache, access, Connection::kBusyTimeout, Connection::Links::Refuse);
+int openCache(Connection &connection, Connection::Access access,
+              std::chrono::milliseconds busyTimeout = kCacheBusyTimeout) {
+    return connection.open(kResponseCache, access, busyTimeout, Connection::Links::Refuse);
 }
 
 // With the settings of a connection that changes the table. Reports on behalf of `where`.
@@ -198,9 +199,10 @@ DbResult<CacheWrite> writeCachedAnswer(std::string_view name, std::string_view a
     return CacheWrite::Written;
 }
 
-DbResult<std::optional<std::string>> readCachedAnswer(std::string_view name, Where where) {
+DbResult<std::optional<std::string>> readCachedAnswer(std::string_view name, Where where,
+                                                      std::chrono::milliseconds busyTimeout) {
     Connection connection;
-    if (const int code = openCache(connection, Connection::Access::Read); code != SQLITE_OK) {
+    if (const int code = openCache(connection, Connection::Access::Read, busyTimeout); code != SQLITE_OK) {
         logError(where, "[%s:%d] %s(): Can't open database: %s\n", where.function(), connection.message());
         return dbFailure(code, false);
     }

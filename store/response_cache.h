@@ -13,6 +13,7 @@
 #ifndef PAVO_STORE_RESPONSE_CACHE_H
 #define PAVO_STORE_RESPONSE_CACHE_H
 
+#include <chrono>
 #include <cstddef>
 #include <optional>
 #include <source_location>
@@ -27,6 +28,9 @@ namespace pavo {
 
 // --- answers
 
+// Others may hold the database for as long as that; it is real time.
+inline constexpr std::chrono::milliseconds kCacheBusyTimeout{3000};
+
 // Makes the database with its table unless it is there. A file that is no sound database is replaced; one that
 // could not be read or is locked is not.
 DbResult<> createResponseCache(Where where = std::source_location::current());
@@ -39,8 +43,9 @@ DbResult<CacheWrite> writeCachedAnswer(std::string_view name, std::string_view a
                                        Where where = std::source_location::current());
 
 // Nothing when there is no such answer, or a null in its place. The log lines are those of restapi_db_read.
-DbResult<std::optional<std::string>> readCachedAnswer(std::string_view name,
-                                                      Where where = std::source_location::current());
+DbResult<std::optional<std::string>> readCachedAnswer(
+    std::string_view name, Where where = std::source_location::current(),
+    std::chrono::milliseconds busyTimeout = kCacheBusyTimeout);
 
 // Deletes an answer; one that is not there is no error. The name goes into the delta file either way.
 DbResult<> deleteCachedAnswer(std::string_view name, Where where = std::source_location::current());

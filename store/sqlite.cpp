@@ -55,10 +55,10 @@ int Connection::open(const std::string &fixedPath, Access access, std::chrono::m
         db_.reset();
         return SQLITE_CANTOPEN;
     }
-    // Made here, so that it belongs to whom it should; a file without anything in it is an empty database.
-    if (access == Access::Create && geteuid() == 0)
-        if (const int fd =
-                openShared(fixedPath, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0644);
+    // Made here, so that it belongs to whom it should; a file without anything in it is an empty database. Not one that
+    // is there: closing it would drop the locks that other threads have on it.
+    if (access == Access::Create && geteuid() == 0 && lstat(path.c_str(), &found) != 0 && errno == ENOENT)
+        if (const int fd = openShared(fixedPath, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0644);
             fd >= 0) {
             close(fd);
             access = Access::Write;

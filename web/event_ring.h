@@ -42,7 +42,7 @@ struct EventFilter {
     std::set<std::string> answers{};  // empty: all
 
     bool takes(const Event &event) const;
-    // InvalidArgument for a kind or an answer that does not exist, and for more than kAnswersMax names.
+    // InvalidArgument for a kind or an answer that does not exist.
     static Result<EventFilter> parse(const std::map<std::string, std::string> &query);
 };
 

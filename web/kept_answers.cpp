@@ -32,6 +32,12 @@ std::timespec timeOfDay() {
     return now;
 }
 
+// Requests and events wait no longer for a cache that somebody holds; real time.
+constexpr auto kReadWait = std::chrono::milliseconds(50);
+// Then it is left alone for so long, and a cache that could not be made for this.
+constexpr auto kReadPause = std::chrono::milliseconds(500);
+constexpr auto kMakePause = std::chrono::seconds(10);
+
 // When the cache was written to last; it has not been since a look that was later.
 std::optional<std::timespec> cacheChangedAt() {
     struct stat info{};
@@ -77,6 +83,7 @@ void KeptAnswers::load() {
             if (const auto stored = readCachedAnswer(one.name).value_or(std::nullopt)) {
                 const std::lock_guard lock(mutex_);
                 entry->text = std::make_shared<const std::string>(*stored + '\n');
+                entry->cached = entry->text;
                 entry->at = platform::monotonicNow();
             }
 }
@@ -115,8 +122,10 @@ std::optional<KeptAnswers::Given> KeptAnswers::ask(std::size_t answer, Wake wake
         const std::lock_guard lock(mutex_);
         const auto now = platform::monotonicNow();
         entry.lookedAt = now;
-        const auto until =
-            entry.producedSince.value_or(now) + ofRealTime(entry.text != nullptr ? kOldWaitMax : kWaitMax);
+        // Less when there is an old one that can be given out.
+        const bool hasOld = entry.text != nullptr && (!entry.failure || entry.isAway) &&
+                            now - entry.at <= entry.route->maxAge + kOldMax;
+        const auto until = entry.producedSince.value_or(now) + ofRealTime(hasOld ? kOldWaitMax : kWaitMax);
         if (isFresh(entry, now) || isPaused(entry, now) || until <= now)
             return givenOf(entry, now);
         produces = !entry.producedSince;
@@ -164,6 +173,8 @@ void KeptAnswers::takeNews() {
 void KeptAnswers::lookAgain() {
     const auto now = platform::monotonicNow();
     DeltaNews news = delta_.take();
+    // Until all of it has been looked at.
+    news.everything = std::exchange(missedNews_, true) || news.everything;
     std::vector<std::string> others;
     std::vector<Entry *> first;
     for (const auto &name : news.names) {
@@ -171,11 +182,14 @@ void KeptAnswers::lookAgain() {
             first.push_back(entry);
             continue;
         }
-        // A name that nothing is stored under may be two that ran together; or it was deleted.
-        const auto stored = fileExists(kResponseCache) ? readCachedAnswer(name)
-                                                       : DbResult<std::optional<std::string>>(std::nullopt);
-        news.everything = news.everything || !stored || !*stored;
         others.push_back(name);
+        if (news.everything)
+            continue;
+        // A name that nothing is stored under may be two that ran together; or it was deleted.
+        const auto stored = fileExists(kResponseCache)
+                                ? readCachedAnswer(name, std::source_location::current(), kReadWait)
+                                : DbResult<std::optional<std::string>>(std::nullopt);
+        news.everything = !stored || !*stored;
     }
     if (news.everything)
         for (const auto &entry : entries_)
@@ -183,45 +197,72 @@ void KeptAnswers::lookAgain() {
                 first.push_back(entry.get());
     for (Entry *const entry : first)
         told_[entry] = {now, {}};
-
-    const auto changed = cacheChangedAt();
-    for (auto told = told_.begin(); told != told_.end();) {
-        auto &[entry, when] = *told;
-        if (!changed || nanoseconds(*changed) >= nanoseconds(when.read) - kTick) {
-            when.read = timeOfDay();
-            reread(*entry, std::nullopt);
-        }
-        told = now - when.since > ofRealTime(kLookAgain) ? told_.erase(told) : std::next(told);
-    }
+    missedNews_ = false;
     for (const auto &name : others)
         hooks_.changed(name);
+
+    const auto changed = cacheChangedAt();
+    if (pausedAt_ && now - *pausedAt_ < ofRealTime(kReadPause))
+        return;
+    pausedAt_.reset();
+    for (auto told = told_.begin(); told != told_.end() && !pausedAt_;) {
+        auto &[entry, when] = *told;
+        if (!changed || nanoseconds(*changed) >= nanoseconds(when.read) - kTick) {
+            const auto before = timeOfDay();
+            if (reread(*entry, std::nullopt) == Read::Unread)
+                pausedAt_ = now;
+            else
+                when.read = before;
+        }
+        told = !pausedAt_ && now - when.since > ofRealTime(kLookAgain) ? told_.erase(told) : std::next(told);
+    }
+    if (pausedAt_) {
+        // Who asks meanwhile has them produced anew.
+        const std::lock_guard lock(mutex_);
+        for (const auto &[entry, when] : told_)
+            entry->isKnown = false;
+    }
 }
 
-bool KeptAnswers::reread(Entry &entry, std::optional<platform::Duration> producedAt) {
+KeptAnswers::Read KeptAnswers::reread(Entry &entry, std::optional<platform::Duration> producedAt) {
     const std::lock_guard reading(entry.reading);
     if (!fileExists(kResponseCache))
-        return false;
-    const auto read = readCachedAnswer(entry.row->api);
+        return Read::None;
+    const auto read = readCachedAnswer(entry.row->api, std::source_location::current(),
+                                       producedAt ? kCacheBusyTimeout : kReadWait);
     if (!read)
-        return false;
+        return Read::Unread;
     const auto now = platform::monotonicNow();
     if (const auto &stored = *read) {
         auto text = std::make_shared<const std::string>(*stored + '\n');
         const bool tells = !producedAt;
-        keep(entry, std::move(text), producedAt.value_or(now), tells);
-        return true;
+        auto at = producedAt.value_or(now);
+        {
+            const std::lock_guard lock(mutex_);
+            // What could not be stored is newer than what is there still.
+            const bool isOld = tells && entry.cached != nullptr && *entry.cached == *text;
+            entry.cached = text;
+            if (isOld && entry.text != nullptr)
+                return Read::Kept;
+            // It may have been produced before what has been heard of meanwhile.
+            if (tells && entry.expired && now - *entry.expired < ofRealTime(kLookAgain))
+                at = *entry.expired - platform::Duration(1);
+        }
+        keep(entry, std::move(text), at, tells);
+        return Read::Kept;
     }
     // Deleted: what is asked for next is produced anew.
     bool wasKept = false;
     {
         const std::lock_guard lock(mutex_);
         wasKept = std::exchange(entry.isKnown, false);
+        entry.cached.reset();
         if (!producedAt)
             entry.text.reset();
     }
     if (wasKept && !producedAt)
         hooks_.changed(entry.row->api);
-    return false;
+    return Read::None;
 }
 
 // `tells`: others say that it has changed, which makes a first text a change as well.
@@ -246,14 +287,21 @@ void KeptAnswers::keep(Entry &entry, Text text, platform::Duration at, bool tell
 
 // --- producing
 
-void KeptAnswers::tick() {
-    if (!fileExists(kResponseCache)) {
-        // Once, until it was there again: the failure is logged.
-        if (std::exchange(isMaking_, false))
-            static_cast<void>(createResponseCache());
-    } else {
-        isMaking_ = true;
+// One that is gone, or is no sound database.
+void KeptAnswers::makeCache() {
+    {
+        const std::lock_guard lock(makingMutex_);
+        const auto now = platform::monotonicNow();
+        if (madeAt_ && now - *madeAt_ < kMakePause)
+            return;
+        madeAt_ = now;
     }
+    static_cast<void>(createResponseCache());
+}
+
+void KeptAnswers::tick() {
+    if (!fileExists(kResponseCache))
+        makeCache();
     bringUpToDate();
     std::vector<Wake> woken;
     std::vector<std::size_t> wanted;
@@ -272,10 +320,10 @@ void KeptAnswers::tick() {
             }
         }
     }
-    for (const auto answer : wanted)
-        hooks_.produce(answer);
     for (const auto &wake : woken)
         wake();
+    for (const auto answer : wanted)
+        hooks_.produce(answer);
 }
 
 std::optional<Failure> KeptAnswers::produceText(Entry &entry, SwitchClient &client) {
@@ -286,8 +334,10 @@ std::optional<Failure> KeptAnswers::produceText(Entry &entry, SwitchClient &clie
     const auto [result, stored] = writeBackAnswer(handle, *entry.row);
     if (result > 0)
         return failureOf(result);
-    if (result == 0 && stored && reread(entry, started))
+    if (result == 0 && stored && reread(entry, started) == Read::Kept)
         return std::nullopt;
+    if (result == 0 && !stored)
+        makeCache();
     // Without the cache, which has a full disk or a lock that is not to be had.
     const auto data = produceAnswer(handle, *entry.row);
     if (!data)

@@ -105,6 +105,7 @@ class KeptAnswers {
 
         // Guarded by mutex_.
         Text text{};
+        Text cached{};                                      // what the cache had when it was read last
         platform::Duration at{};                            // when it was produced, or read
         bool isKnown = false;                               // produced while the program runs, or told of
         std::optional<platform::Duration> expired{};        // fresh is only what was produced since
@@ -128,9 +129,11 @@ class KeptAnswers {
     Given givenOf(const Entry &entry, platform::Duration now) const;
     void expireOne(std::string_view name);
     void bringUpToDate();
+    void makeCache();
     void lookAgain();
+    enum class Read { Kept, None, Unread };
     // Reads an answer from the cache and keeps it. `producedAt`: when it was produced if it is the one of produce().
-    bool reread(Entry &entry, std::optional<platform::Duration> producedAt);
+    Read reread(Entry &entry, std::optional<platform::Duration> producedAt);
     void keep(Entry &entry, Text text, platform::Duration at, bool tells);
     std::optional<Failure> produceText(Entry &entry, SwitchClient &client);
     void finish(std::size_t answer, platform::Duration started, std::optional<Failure> failure, bool isAway);
@@ -144,7 +147,11 @@ class KeptAnswers {
     std::mutex newsMutex_;  // held before `reading`, which is held before mutex_
     DeltaFile delta_;
     std::map<Entry *, Told> told_;
-    bool isMaking_ = true;
+    std::optional<platform::Duration> pausedAt_{};  // since the cache could not be read
+    bool missedNews_ = false;                       // what was taken has not been looked at
+
+    std::mutex makingMutex_;
+    std::optional<platform::Duration> madeAt_{};  // the last attempt
 };
 
 }  // namespace pavo

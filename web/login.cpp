@@ -241,7 +241,10 @@ bool isStillTheUser(const std::string &token, const Session &session, const Find
         return true;
     const std::optional<SwitchUser> &user = *found;
     const auto mark = sessionMark(token);
-    if (user && user->level == session.level && (!mark || isMarkOf(*mark, *user)))
+    if (!mark)
+        return false;  // not now; the session stays
+    const std::optional<std::string> &known = *mark;
+    if (user && user->level == session.level && (!known || isMarkOf(*known, *user)))
         return true;
     logInfo(where, "[%s:%d] the session of %s ends: its level or password has changed\n",
             printable(session.user));

@@ -48,7 +48,7 @@ Result<Login> logIn(const Credentials &credentials, const FindUser &findUser,
                     Where where = std::source_location::current());
 
 // Whether the user of a session is still who logged in: exists, and has the same level and password. A session
-// for which this is false is ended. A switch that does not tell ends none.
+// for which this is false is ended, unless it is its own file that cannot be read. A switch that does not tell ends none.
 bool isStillTheUser(const std::string &token, const Session &session, const FindUser &findUser,
                     Where where = std::source_location::current());
 

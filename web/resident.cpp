@@ -214,7 +214,8 @@ Resident::Server::Server(int socket)
     : workers_("pavo_webd", kSwitchThreads),
       ring_(newRun()),
       users_([this](const std::string &name) {
-          workers_.add([this, name](SwitchClient &client) { users_.find(name, client); });
+          workers_.add([this, name](SwitchClient &client) { users_.find(name, client); },
+                       SwitchWorkers::Turn::Next);
       }),
       kept_({[this](std::size_t answer) {
                  workers_.add([this, answer](SwitchClient &client) { kept_.produce(answer, client); });
@@ -443,8 +444,8 @@ bool Resident::Server::suspend(Request &request) {
     const std::lock_guard lock(mutex_);
     if (request.isWoken || isClosing_)
         return false;
-    request.isSuspended = true;
     suspended_.insert(&request);
+    request.isSuspended = true;
     MHD_suspend_connection(request.connection);
     return true;
 }
@@ -467,7 +468,9 @@ MHD_Result Resident::Server::openStream(Request &request, const std::map<std::st
     request.lastSent = platform::monotonicNow();
     {
         const std::lock_guard lock(mutex_);
-        if (streams_.size() < kStreamsMax && !isClosing_)
+        const auto own = std::ranges::count_if(
+            streams_, [&](const Request *one) { return one->session.user == request.session.user; });
+        if (streams_.size() < kStreamsMax && own < kStreamsOfUserMax && !isClosing_)
             request.isStream = streams_.insert(&request).second;
     }
     if (!request.isStream)
@@ -484,9 +487,14 @@ MHD_Result Resident::Server::openStream(Request &request, const std::map<std::st
     auto reader = std::make_unique<Reader>(this, &request);
     const ResponsePtr response(MHD_create_response_from_callback(
         MHD_SIZE_UNKNOWN, kStreamBlock,
-        [](void *self, std::uint64_t, char *out, std::size_t most) {
-            const auto *const one = static_cast<Reader *>(self);
-            return one->server->readStream(*one->stream, out, most);
+        [](void *self, std::uint64_t, char *out, std::size_t most) -> ssize_t {
+            try {
+                const auto *const one = static_cast<Reader *>(self);
+                return one->server->readStream(*one->stream, out, most);
+            } catch (const std::exception &e) {
+                logError("[%s:%d] %s\n", e.what());
+                return MHD_CONTENT_READER_END_WITH_ERROR;
+            }
         },
         reader.get(), [](void *self) { const std::unique_ptr<Reader> end(static_cast<Reader *>(self)); }));
     if (response == nullptr)
@@ -511,8 +519,8 @@ ssize_t Resident::Server::readStream(Request &stream, char *out, std::size_t mos
     }
     if (stream.pending.empty()) {
         stream.pending.shrink_to_fit();
-        stream.isSuspended = true;
         suspended_.insert(&stream);
+        stream.isSuspended = true;
         MHD_suspend_connection(stream.connection);
         return 0;
     }
@@ -664,8 +672,8 @@ bool Resident::start() {
     return server_->start();
 }
 
-void Resident::takeNews() {
-    server_->takeNews();
+void Resident::takeNews() try { server_->takeNews(); } catch (const std::exception &e) {
+    logError("[%s:%d] %s\n", e.what());
 }
 
 bool Resident::stop(std::chrono::milliseconds most) {

@@ -15,6 +15,7 @@ namespace pavo {
 class Resident {
   public:
     static constexpr std::size_t kStreamsMax = 1000;
+    static constexpr std::ptrdiff_t kStreamsOfUserMax = 700;
     static constexpr std::size_t kRequestsMax = 500;
     static constexpr std::size_t kHeadMax = std::size_t{16} * 1024;
     static constexpr std::chrono::seconds kIdleMax{30};

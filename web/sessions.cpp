@@ -288,8 +288,10 @@ std::vector<OpenedSession> sweep(const Descriptor &dir, long now) {
             }
     for (const auto &name : names)
         for (const std::string_view suffix : {kMarkSuffix, kUnfinishedSuffix})
-            if (name.ends_with(suffix) && !tokens.contains(name.substr(0, name.size() - suffix.size())))
-                unlinkat(dir.get(), name.c_str(), 0);
+            if (name.ends_with(suffix))
+                if (const auto token = name.substr(0, name.size() - suffix.size());
+                    isToken(token) && !tokens.contains(token))
+                    unlinkat(dir.get(), name.c_str(), 0);
     return sessions;
 }
 
@@ -444,9 +446,17 @@ Result<std::string> openSession(const Session &session, std::string_view mark, W
     return token;
 }
 
-std::optional<std::string> sessionMark(const std::string &token) {
-    const Descriptor file = isToken(token) ? openIn(openDir(), markNameOf(token), O_RDONLY) : Descriptor(-1);
-    return file ? std::optional(readAll(file.get())) : std::nullopt;
+Result<std::optional<std::string>> sessionMark(const std::string &token) {
+    if (!isToken(token))
+        return std::nullopt;
+    const Descriptor dir = openDir();
+    if (const Descriptor file = openIn(dir, markNameOf(token), O_RDONLY))
+        return readAll(file.get());
+    struct stat info{};
+    if (dir && fstatat(dir.get(), markNameOf(token).c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0 &&
+        errno == ENOENT)
+        return std::nullopt;
+    return failed(ResultCode::OpenFailed, "the mark of the session cannot be read");
 }
 
 // The time is that of the file with the mark; a clock that was set back makes the check due.

@@ -76,8 +76,8 @@ std::optional<Session> checkSession(const std::string &token, const SessionNeed 
 Result<std::string> openSession(const Session &session, std::string_view mark,
                                 Where where = std::source_location::current());
 
-// The mark that the session was opened with; nothing when it has none.
-std::optional<std::string> sessionMark(const std::string &token);
+// The mark that the session was opened with; nothing when it has none. OpenFailed when it cannot be read.
+Result<std::optional<std::string>> sessionMark(const std::string &token);
 
 // The switch is asked what it knows of a user with each change, and for reads when it has not been for so long.
 inline constexpr long kUserCheckMilliseconds = 2000;

@@ -19,10 +19,10 @@ SwitchWorkers::~SwitchWorkers() {
         thread.join();
 }
 
-void SwitchWorkers::add(Job job) {
+void SwitchWorkers::add(Job job, Turn turn) {
     {
         const std::lock_guard lock(mutex_);
-        jobs_.push_back(std::move(job));
+        jobs_.insert(turn == Turn::Next ? jobs_.begin() : jobs_.end(), std::move(job));
     }
     changed_.notify_one();
 }

@@ -28,8 +28,10 @@ class SwitchWorkers {
     SwitchWorkers(const SwitchWorkers &) = delete;
     SwitchWorkers &operator=(const SwitchWorkers &) = delete;
 
-    // Jobs begin in this order. Whoever adds one sees to it that it is not queued twice.
-    void add(Job job);
+    enum class Turn { Next, Last };
+    // Jobs begin in this order, but for those that others wait for (Next). Whoever adds one sees to it that it is not
+    // queued twice.
+    void add(Job job, Turn turn = Turn::Last);
 
     // Forgets the jobs that have not begun, and waits for the others, but not longer: false when one still runs.
     bool stop(std::chrono::milliseconds most);
