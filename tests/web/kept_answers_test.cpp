@@ -140,7 +140,12 @@ TEST_F(KeptAnswersTest, ASwitchThatDoesNotAnswer) {
     EXPECT_EQ("!" + text, ask());
     work();
     advance(KeptAnswers::kOldMax);
-    EXPECT_NE(std::string::npos, askAndWork().find("10020"));
+    EXPECT_EQ("(waits)", ask());
+    advance(KeptAnswers::kOldWaitMax);
+    kept.tick();
+    EXPECT_EQ(3, woken) << "there is nothing to give out instead";
+    work();
+    EXPECT_NE(std::string::npos, ask().find("10020"));
     EXPECT_EQ(1u, logged("what was known last is given out"));
     clearFaults();
     advance(KeptAnswers::kPause);
@@ -167,8 +172,37 @@ TEST_F(KeptAnswersTest, WithoutACache) {
     std::filesystem::remove(platform::fsPath(platform::paths::kResponseCache));
     kept.tick();
     advance(kMaxAge + seconds(1));
-    const std::string text = askAndWork();
+    std::string text = askAndWork();
     EXPECT_EQ(read(kName) + "\n", text);
+
+    // What could not be stored is newer than what was, also when somebody names it.
+    const std::string stored = read(kName);
+    test_support::runSql(platform::paths::kResponseCache,
+                         "create trigger full before insert on restapi_db begin select raise(fail, ''); end;"
+                         "create trigger full2 before update on restapi_db begin select raise(fail, ''); end");
+    commands("vlan database; vlan 21; exit");
+    advance(kMaxAge + seconds(1));
+    text = askAndWork();
+    EXPECT_NE(stored + "\n", text);
+    EXPECT_EQ(stored, read(kName));
+    test_support::writeText(platform::paths::kResponseCacheDelta, kName + std::string("\n"));
+    EXPECT_EQ(text, ask());
+}
+
+// Somebody holds the cache: nobody waits for that, and no news are lost.
+TEST_F(KeptAnswersTest, ALockedCache) {
+    const std::string text = askAndWork();
+    sqlite3 *holder = nullptr;
+    ASSERT_EQ(SQLITE_OK, sqlite3_open(platform::fsPath(platform::paths::kResponseCache).c_str(), &holder));
+    const auto hold = [&](const char *sql) { return sqlite3_exec(holder, sql, nullptr, nullptr, nullptr); };
+    ASSERT_EQ(SQLITE_OK, hold("begin exclusive; update restapi_db set data = 'other'"));
+    test_support::writeText(platform::paths::kResponseCacheDelta, kName + std::string("\n"));
+    EXPECT_EQ("(waits)", ask());
+    ASSERT_EQ(SQLITE_OK, hold("commit"));
+    sqlite3_close(holder);
+    advance(seconds(1));
+    EXPECT_EQ("other\n", ask());
+    EXPECT_EQ(std::vector<std::string>{kName}, changes);
 }
 
 }  // namespace
