@@ -177,9 +177,10 @@ TEST_F(KeptAnswersTest, WithoutACache) {
 
     // What could not be stored is newer than what was, also when somebody names it.
     const std::string stored = read(kName);
-    test_support::runSql(platform::paths::kResponseCache,
-                         "create trigger full before insert on restapi_db begin select raise(fail, ''); end;"
-                         "create trigger full2 before update on restapi_db begin select raise(fail, ''); end");
+    test_support::runSql(
+        platform::paths::kResponseCache,
+        "create trigger full before insert on restapi_db begin select raise(fail, ''); end;"
+        "create trigger full2 before update on restapi_db begin select raise(fail, ''); end");
     commands("vlan database; vlan 21; exit");
     advance(kMaxAge + seconds(1));
     text = askAndWork();
